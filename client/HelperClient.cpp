@@ -1,0 +1,114 @@
+#include "client/HelperClient.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+
+#include <array>
+#include <boost/json.hpp>
+#include <charconv>
+
+#include "build_constants.h"
+
+namespace brimo {
+
+namespace ipc = platform::ipc;
+namespace json = boost::json;
+
+namespace {
+
+constexpr std::size_t addressSize = 128;
+
+/// The socket address of a text, in the layout that messages carry (docs/protocol.md).
+ipc::Data socketAddress(const std::string& text) {
+  auto invalid = [&] {
+    return std::invalid_argument(
+        fmt::format("\"{}\" is not an address and port: write 127.0.0.1:80 or [::1]:80", text));
+  };
+  auto colon = text.rfind(':');
+  if (colon == text.npos) throw invalid();
+  std::uint16_t port = 0;
+  const char* end = text.data() + text.size();
+  auto [rest, error] = std::from_chars(text.data() + colon + 1, end, port);
+  if (error != std::errc() || rest != end) throw invalid();
+
+  std::string host = text.substr(0, colon);
+  bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+  ipc::Data address(addressSize);
+  address[0] = bracketed ? 28 : 16;
+  address[1] = bracketed ? 30 : 2;
+  address[2] = static_cast<std::uint8_t>(port >> 8);
+  address[3] = static_cast<std::uint8_t>(port & 0xFF);
+  if (bracketed) host = host.substr(1, host.size() - 2);
+  if (inet_pton(bracketed ? AF_INET6 : AF_INET, host.c_str(), address.data() + (bracketed ? 8 : 4)) != 1)
+    throw invalid();
+  return address;
+}
+
+void throwError(const json::object& reply) {
+  if (const auto* error = reply.if_contains("error"); error && error->is_string()) {
+    throw HelperError(std::string(error->get_string()));
+  }
+}
+
+}  // namespace
+
+HelperClient::HelperClient() {
+  std::string problem;
+  connection_ = ipc::ClientConnection::connect(HelperServiceName, problem);
+  if (!connection_) throw HelperUnreachable(problem);
+}
+
+ipc::Dictionary HelperClient::send(const ipc::Dictionary& request) {
+  auto reply = connection_->sendWithReply(request);
+  if (!reply) throw HelperUnreachable("the helper closed the connection");
+  return std::move(*reply);
+}
+
+json::object HelperClient::json(const json::object& command) {
+  auto text = json::serialize(command);
+  auto reply = send({{"json", ipc::Data(text.begin(), text.end())}});
+  const auto* data = reply.get<ipc::Data>("json");
+  json::error_code error;
+  auto value = data ? json::parse({reinterpret_cast<const char*>(data->data()), data->size()}, error) : json::value();
+  if (error || !value.is_object()) throw HelperError("the helper's reply is not a JSON object");
+  return std::move(value.get_object());
+}
+
+json::object HelperClient::command(const char* name) {
+  auto reply = json({{"command", name}});
+  throwError(reply);
+  return reply;
+}
+
+std::int64_t HelperClient::version() {
+  auto reply = command("version");
+  const auto* version = reply.if_contains("version");
+  if (!version || !version->is_int64()) throw HelperError("the helper's reply has no version");
+  return version->get_int64();
+}
+
+std::optional<SocketOwner> HelperClient::processLookup(bool udp, const std::string& address) {
+  auto reply = send({{"command", "process-lookup"}, {"udp", udp}, {"address", socketAddress(address)}});
+  if (const auto* error = reply.get<std::string>("error")) throw HelperError(*error);
+  const auto* pid = reply.get<std::int64_t>("pid");
+  if (!pid) return std::nullopt;
+  SocketOwner owner{.pid = static_cast<std::int32_t>(*pid), .path = {}};
+  if (const auto* path = reply.get<std::string>("path")) owner.path = *path;
+  return owner;
+}
+
+void HelperClient::startWatchdog() {
+  command("start-watchdog");
+}
+void HelperClient::stopWatchdog() {
+  command("stop-watchdog");
+}
+
+void HelperClient::stop() {
+  constexpr std::string_view text = R"({"command":"stop"})";
+  if (connection_->sendWithReply({{"json", ipc::Data(text.begin(), text.end())}})) {
+    throw HelperError("the helper did not stop");
+  }
+}
+
+}  // namespace brimo

@@ -1,0 +1,61 @@
+// What an application asks of the helper.
+#pragma once
+
+#include <boost/json/object.hpp>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "platform/ipc_client.h"
+
+namespace brimo {
+
+/// The helper cannot be reached, refused the application, or left.
+struct HelperUnreachable : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// The helper answered with an error; what() is its text.
+struct HelperError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+struct SocketOwner {
+  std::int32_t pid;
+  std::optional<std::string> path;  ///< absent when the helper does not know it
+};
+
+/// A connection to the helper. The helper undoes the work of a client that has left, so an application keeps one for as
+/// long as it wants its settings to stay. Blocking; used by one thread at a time. Every call may throw the errors
+/// above.
+class HelperClient {
+ public:
+  HelperClient();
+
+  /// Build number of the helper.
+  std::int64_t version();
+
+  /// The process that owns the TCP or UDP socket bound to a local address, "192.0.2.1:80" or "[2001:db8::1]:80"; absent
+  /// when there is none. Throws std::invalid_argument for anything else.
+  std::optional<SocketOwner> processLookup(bool udp, const std::string& address);
+
+  /// Has the helper watch, or no longer watch, the application.
+  void startWatchdog();
+  void stopWatchdog();
+
+  /// Ends the helper process. It does not clean up, and is started again with the next connection.
+  void stop();
+
+  /// Sends a JSON command and returns its reply, which may hold an "error".
+  boost::json::object json(const boost::json::object& command);
+
+ private:
+  boost::json::object command(const char* name);
+  platform::ipc::Dictionary send(const platform::ipc::Dictionary& request);
+
+  std::unique_ptr<platform::ipc::ClientConnection> connection_;
+};
+
+}  // namespace brimo

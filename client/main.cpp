@@ -1,0 +1,180 @@
+// Brimo: the main application in the small, a command line for everything that the helper does.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <boost/json.hpp>
+#include <cstdio>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "build_constants.h"
+#include "client/HelperClient.h"
+
+namespace json = boost::json;
+
+namespace {
+
+enum ExitCode { exitSuccess = 0, exitRefused = 1, exitUsage = 2, exitUnreachable = 3, exitNotFound = 4 };
+
+constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
+
+  version                             build number of the helper
+  process-lookup tcp|udp ADDRESS      owner of a local socket: 127.0.0.1:80, [::1]:80
+  start-watchdog                      have the helper watch this application
+  stop-watchdog                       no longer
+  stop                                end the helper process
+  json OBJECT                         send a JSON command as it is
+
+Without a command, reads one a line from standard input and keeps its connection open, since the helper undoes what a
+client did when the client leaves. With --json, prints one JSON object a command.
+
+Exit status: 0 done; 1 the helper answered with an error; 2 wrong usage; 3 no connection to the helper; 4 not found.
+Of several commands, the last one's that failed.
+)";
+
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// What a command found: an object for --json, a line for people.
+struct Answer {
+  json::object object;
+  std::string text;
+  ExitCode code = exitSuccess;
+};
+
+using Arguments = std::vector<std::string>;
+
+struct Command {
+  std::size_t arguments;
+  std::function<Answer(brimo::HelperClient&, const Arguments&)> run;
+};
+
+Answer done() {
+  return {.object = {{"result", "success"}}, .text = "done"};
+}
+
+Answer version(brimo::HelperClient& helper, const Arguments&) {
+  auto build = helper.version();
+  return {.object = {{"version", build}}, .text = fmt::format("helper build {}", build)};
+}
+
+Answer processLookup(brimo::HelperClient& helper, const Arguments& arguments) {
+  if (arguments[0] != "tcp" && arguments[0] != "udp") {
+    throw UsageError(fmt::format("\"{}\" is neither tcp nor udp", arguments[0]));
+  }
+  auto owner = helper.processLookup(arguments[0] == "udp", arguments[1]);
+  if (!owner) return {.object = {}, .text = fmt::format("no process owns {}", arguments[1]), .code = exitNotFound};
+  json::object object{{"pid", owner->pid}};
+  if (owner->path) object["path"] = *owner->path;
+  return {.object = object, .text = fmt::format("PID {} {}", owner->pid, owner->path.value_or("(unknown path)"))};
+}
+
+Answer sendJSON(brimo::HelperClient& helper, const Arguments& arguments) {
+  json::error_code error;
+  json::parse_options options;
+  options.max_depth = 512;
+  auto command = json::parse(arguments[0], error, {}, options);
+  if (error || !command.is_object()) throw UsageError("json takes one JSON object");
+  auto reply = helper.json(command.get_object());
+  auto code = reply.contains("error") ? exitRefused : exitSuccess;
+  auto text = json::serialize(reply);
+  return {.object = std::move(reply), .text = std::move(text), .code = code};
+}
+
+const std::map<std::string, Command> commands{
+    {"version", {0, version}},
+    {"process-lookup", {2, processLookup}},
+    {"start-watchdog", {0, [](auto& helper, auto&) { return helper.startWatchdog(), done(); }}},
+    {"stop-watchdog", {0, [](auto& helper, auto&) { return helper.stopWatchdog(), done(); }}},
+    {"stop", {0, [](auto& helper, auto&) { return helper.stop(), done(); }}},
+    {"json", {1, sendJSON}},
+};
+
+/// Runs commands over one connection, made when the first needs it.
+class Session {
+ public:
+  explicit Session(bool printJSON) : printJSON_(printJSON) {}
+
+  ExitCode run(const std::string& name, const Arguments& arguments) {
+    try {
+      auto command = commands.find(name);
+      if (command == commands.end()) throw UsageError(fmt::format("unknown command \"{}\"", name));
+      if (arguments.size() != command->second.arguments) {
+        throw UsageError(fmt::format("{} takes {} argument(s)", name, command->second.arguments));
+      }
+      if (!helper_) helper_.emplace();
+      auto answer = command->second.run(*helper_, arguments);
+      std::cout << (printJSON_ ? json::serialize(answer.object) : answer.text) << std::endl;
+      return answer.code;
+    } catch (const UsageError& error) {
+      return fail(exitUsage, error.what());
+    } catch (const std::invalid_argument& error) {
+      return fail(exitUsage, error.what());
+    } catch (const brimo::HelperUnreachable& error) {
+      helper_.reset();
+      return fail(exitUnreachable, error.what());
+    } catch (const brimo::HelperError& error) {
+      return fail(exitRefused, error.what());
+    }
+  }
+
+  /// Reads commands from standard input, to its end.
+  ExitCode runLines() {
+    auto result = exitSuccess;
+    bool prompt = isatty(STDIN_FILENO) == 1;
+    std::string line;
+    while ((prompt && std::cout << "brimo> " << std::flush, std::getline(std::cin, line))) {
+      std::istringstream words(line);
+      std::string name;
+      if (!(words >> name)) continue;
+      if (name == "quit" || name == "exit") break;
+      if (name == "help") {
+        std::cout << usage << std::flush;
+        continue;
+      }
+      Arguments arguments;
+      std::string word;
+      // What follows "json" is one argument, blanks and all.
+      if (name == "json") {
+        if (std::getline(words >> std::ws, word)) arguments.push_back(word);
+      } else {
+        while (words >> word) arguments.push_back(word);
+      }
+      if (auto code = run(name, arguments); code != exitSuccess) result = code;
+    }
+    return result;
+  }
+
+ private:
+  ExitCode fail(ExitCode code, const std::string& text) {
+    if (printJSON_) std::cout << json::serialize(json::object{{"error", text}}) << std::endl;
+    std::cerr << "Brimo: " << text << std::endl;
+    return code;
+  }
+
+  bool printJSON_;
+  std::optional<brimo::HelperClient> helper_;
+};
+
+}  // namespace
+
+int main(int count, char** values) {
+  Arguments arguments(values + 1, values + count);
+  bool printJSON = !arguments.empty() && arguments[0] == "--json";
+  if (printJSON) arguments.erase(arguments.begin());
+  if (!arguments.empty() && (arguments[0] == "--help" || arguments[0] == "-h" || arguments[0] == "help")) {
+    std::cout << usage;
+    return exitSuccess;
+  }
+  Session session(printJSON);
+  if (arguments.empty()) return session.runLines();
+  std::string name = arguments[0];
+  arguments.erase(arguments.begin());
+  return session.run(name, arguments);
+}

@@ -1,0 +1,45 @@
+# What the targets of this project have in common.
+
+# Standard and library headers that nearly every file uses, compiled once.
+add_library(brh_common OBJECT ${CMAKE_SOURCE_DIR}/cmake/precompiled.cpp)
+target_include_directories(brh_common PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
+target_link_libraries(brh_common PUBLIC Boost::json fmt::fmt Threads::Threads)
+target_precompile_headers(brh_common PRIVATE <fmt/format.h> <boost/json.hpp> <functional> <map> <memory> <mutex>
+  <optional> <span> <string> <string_view> <variant> <vector>)
+
+function(brh_use_common target)
+  target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
+  target_link_libraries(${target} PUBLIC Boost::json fmt::fmt Threads::Threads)
+  target_precompile_headers(${target} REUSE_FROM brh_common)
+endfunction()
+
+# brh_library(name sources…): a static library of one layer.
+function(brh_library name)
+  add_library(${name} STATIC ${ARGN})
+  brh_use_common(${name})
+endfunction()
+
+# brh_unit_test(name SOURCES … LIBRARIES …): a GoogleTest executable, run by ctest under the label "unit".
+function(brh_unit_test name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  brh_use_common(${name})
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main)
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 120)
+endfunction()
+
+# brh_fuzzer(name source libraries…): a libFuzzer target, or, without libFuzzer, a replay of its seed corpus in
+# tests/fuzz_corpus/<name> that ctest runs under the label "fuzz".
+function(brh_fuzzer name source)
+  add_executable(${name} ${source})
+  brh_use_common(${name})
+  target_link_libraries(${name} PRIVATE ${ARGN})
+  if(BRH_FUZZ)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  else()
+    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/fuzz_replay_main.cpp)
+  endif()
+  add_test(NAME ${name} COMMAND ${name} -runs=0 ${CMAKE_SOURCE_DIR}/tests/fuzz_corpus/${name})
+  set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 120)
+endfunction()

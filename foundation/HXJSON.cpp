@@ -1,0 +1,56 @@
+#include "foundation/HXJSON.h"
+
+#include <boost/json.hpp>
+#include <cmath>
+#include <stdexcept>
+
+#include "foundation/HXLog.h"
+#include "platform/utf8.h"
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr char moduleName[] = "JSONHelper";
+
+/// Whether JSON has a text for all that a value holds.
+bool isRepresentable(const json::value& value) {
+  if (const auto* number = value.if_double()) return std::isfinite(*number);
+  if (const auto* array = value.if_array()) return std::all_of(array->begin(), array->end(), isRepresentable);
+  if (const auto* object = value.if_object()) {
+    return std::all_of(object->begin(), object->end(),
+                       [](const auto& member) { return isRepresentable(member.value()); });
+  }
+  return true;
+}
+
+}  // namespace
+
+std::shared_ptr<const json::value> HX_JSONObject(const HXData& data) {
+  if (auto cached = data.cachedJSON()) return cached;
+  json::error_code error;
+  json::parse_options options;
+  options.max_depth = HXJSONMaximumDepth;
+  auto text = data.view();
+  auto parsed = json::parse({text.data(), text.size()}, error, {}, options);
+  if (error || !(parsed.is_object() || parsed.is_array())) return nullptr;
+  auto value = std::make_shared<const json::value>(std::move(parsed));
+  data.cacheJSON(value);
+  return value;
+}
+
+std::optional<std::string> HX_JSONData(const json::value& value) {
+  if (!(value.is_object() || value.is_array()) || !isRepresentable(value)) {
+    auto kind = json::to_string(value.kind());
+    HXLog(moduleName, "Not a valid JSON object: {}", std::string_view(kind.data(), kind.size()));
+    return std::nullopt;
+  }
+  try {
+    auto text = json::serialize(value);
+    if (!platform::isUTF8(text)) throw std::invalid_argument("a text is not UTF-8");
+    return text;
+  } catch (const std::exception& error) {
+    HXLog(moduleName, "Error occered when JSON serializate object to NSData: {}", error.what());
+    return std::nullopt;
+  }
+}

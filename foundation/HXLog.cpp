@@ -1,0 +1,180 @@
+#include "foundation/HXLog.h"
+
+#include <fcntl.h>
+#include <fmt/ranges.h>
+#include <sys/time.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+
+#include "platform/call_stack.h"
+#include "platform/dispatch.h"
+#include "platform/file_descriptor.h"
+#include "platform/system_log.h"
+
+namespace {
+
+std::atomic<bool> HXLogEnabled{true};
+std::atomic<std::uint64_t> HXLogDestinations{HXLogToOSLog | HXLogToFile};
+
+/// What the log's lock protects.
+struct LogState {
+  std::mutex HXLogLock;
+  platform::FileDescriptor HXLogFileHandle;
+  std::function<void(const std::string&)> HXLogLineHook;
+  std::function<void(std::int8_t, const std::string&, const std::string&)> HXLogAction;
+};
+
+// Never destroyed: threads may log while the process ends.
+LogState& logState() {
+  static auto* state = new LogState;
+  return *state;
+}
+
+std::terminate_handler HXPreviousUncaughtExceptionHandler = nullptr;
+
+bool writeAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    auto length = write(descriptor, text.data(), text.size());
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(length));
+  }
+  return true;
+}
+
+std::string currentTime(const char* format) {
+  std::time_t seconds = std::time(nullptr);
+  std::tm local;
+  localtime_r(&seconds, &local);
+  std::array<char, 80> buffer;
+  return {buffer.data(), std::strftime(buffer.data(), buffer.size(), format, &local)};
+}
+
+std::string withMicroseconds(const std::string& time) {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  return fmt::format("{}.{:06}", time, now.tv_usec);
+}
+
+std::string symbolText() {
+  return fmt::format("(\n    {}\n)", fmt::join(platform::callStackSymbols(), "\n    "));
+}
+
+// Runs on top of the stack that threw: it is not unwound when no handler is found.
+void HXUncaughtExceptionHandler() {
+  HXLog("HXLogger", "Uncaught Exception, description:{}, call stack:{}",
+        HX_exceptionDescription(std::current_exception()), symbolText());
+  if (HXPreviousUncaughtExceptionHandler) HXPreviousUncaughtExceptionHandler();
+  std::abort();
+}
+
+}  // namespace
+
+void HXSetLogEnabled(bool enabled) {
+  HXLogEnabled = enabled;
+}
+bool HXLogIsEnabled() {
+  return HXLogEnabled;
+}
+void HXSetLogDestinations(std::uint64_t destinations) {
+  HXLogDestinations = destinations;
+}
+
+void HXSetLogLineHook(std::function<void(const std::string&)> hook) {
+  auto& state = logState();
+  std::lock_guard lock(state.HXLogLock);
+  state.HXLogLineHook = std::move(hook);
+}
+
+void HX_setLogAction(std::function<void(std::int8_t, const std::string&, const std::string&)> action) {
+  auto& state = logState();
+  std::lock_guard lock(state.HXLogLock);
+  state.HXLogAction = std::move(action);
+}
+
+void HXSetLogFilePath(const std::string& path) {
+  auto& state = logState();
+  std::lock_guard lock(state.HXLogLock);
+  state.HXLogFileHandle.reset(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
+}
+
+void HXLogWriteLine(const std::string& line) {
+  if (!HXLogEnabled) return;
+  auto& state = logState();
+  std::uint64_t destinations = HXLogDestinations;
+  std::lock_guard lock(state.HXLogLock);
+  if (destinations & HXLogToStderr) {
+    std::fputs(line.c_str(), stderr);
+    std::fputs("\n", stderr);
+  }
+  if (destinations & HXLogToOSLog) platform::systemLog(line);
+  if (destinations & HXLogToFile && state.HXLogFileHandle) {
+    int file = state.HXLogFileHandle.get();
+    // Files that cannot be synchronised, a terminal's for one, take lines all the same (fsync(2): EINVAL).
+    if (!writeAll(file, line + "\n") || (fsync(file) != 0 && errno != EINVAL)) {
+      platform::systemLog(fmt::format("Failed to write log: {}", std::strerror(errno)));
+      state.HXLogFileHandle.reset();
+    }
+  }
+  if (state.HXLogLineHook) state.HXLogLineHook(line);
+}
+
+void HXLogMessage(std::string_view moduleName, std::string_view message) {
+  HXLogWriteLine(fmt::format("{} {}[{}] {}", HX_logStyleCurrentDateTime(),
+                             platform::dispatch::isMainThread() ? "*" : " ", moduleName, message));
+}
+
+void HX_logMessage(std::int8_t level, const std::string& moduleName, const std::string& message) {
+  auto& state = logState();
+  decltype(state.HXLogAction) action;
+  {
+    std::lock_guard lock(state.HXLogLock);
+    action = state.HXLogAction;
+  }
+  if (action) return action(level, moduleName, message);
+  HXLog(moduleName, "{}", message);
+}
+
+void HXInstallUncaughtExceptionHandler() {
+  HXPreviousUncaughtExceptionHandler = std::set_terminate(HXUncaughtExceptionHandler);
+}
+
+std::string HXCallStackString() {
+  auto image = platform::mainImage();
+  return fmt::format("Call stack: {}, slide 0x{:x} load addr 0x{:x}", symbolText(), image.slide, image.loadAddress);
+}
+
+void HXLogCallStack() {
+  HXLog("HXLogger", "{}", HXCallStackString());
+}
+
+std::string HX_exceptionDescription(std::exception_ptr exception) {
+  if (!exception) return "terminate called without an exception";
+  try {
+    std::rethrow_exception(exception);
+  } catch (const std::exception& error) {
+    return fmt::format("{}: {}", boost::core::demangle(typeid(error).name()), error.what());
+  } catch (...) {
+    return "an exception of an unknown type";
+  }
+}
+
+std::string HX_exceptionReport(std::exception_ptr exception) {
+  return fmt::format("{}\n{}", HX_exceptionDescription(exception), HXCallStackString());
+}
+
+std::string HX_logStyleCurrentDateTime() {
+  return withMicroseconds(currentTime("%Y-%m-%d %H:%M:%S"));
+}
+std::string HX_logStyleCurrentDate() {
+  return currentTime("%Y-%m-%d");
+}
+std::string HX_logStyleCurrentTime() {
+  return withMicroseconds(currentTime("%H:%M:%S"));
+}

@@ -1,0 +1,12 @@
+// Socket addresses of this platform's own layout as text.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+/// The address in a socket address of `size` bytes, without the port: 16 bytes must be an IPv4, 28 an IPv6 one. Absent
+/// for everything else and for null.
+std::optional<std::string> stringWithIPAddressFromSockaddr(const sockaddr* address, std::uint32_t size);

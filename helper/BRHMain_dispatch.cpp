@@ -1,0 +1,110 @@
+// Tells errors from requests, and raw commands from JSON commands.
+#include <algorithm>
+
+#include "foundation/HXJSON.h"
+#include "helper/BRHMain.h"
+#include "helper/probes/socket_owner_lookup.h"
+#include "platform/utf8.h"
+
+namespace ipc = platform::ipc;
+namespace json = boost::json;
+
+namespace {
+
+constexpr std::size_t maximumPayload = 4'194'304;  // bytes
+
+/// Sends a reply whose "json" value is the text of an object. The request must accept a reply.
+void sendJSON(const ipc::Message& request, const json::object& object) {
+  ipc::Dictionary reply;
+  if (auto text = HX_JSONData(object)) reply.set("json", ipc::Data(text->begin(), text->end()));
+  request.reply(reply);
+}
+
+void sendJSONError(const ipc::Message& request, const char* text) {
+  if (request.reply) sendJSON(request, {{"error", text}});
+}
+
+}  // namespace
+
+BRHMain& BRHMain::sharedInstance() {
+  static auto* instance = new BRHMain;
+  return *instance;
+}
+
+void BRHMain::handleXPCEvent(ipc::Connection& connection, const ipc::Event& event) {
+  if (const auto* request = std::get_if<ipc::Message>(&event)) return handleRequest(*request, connection.peerPID());
+  const auto& error = std::get<ipc::Error>(event);
+  switch (error.kind) {
+    case ipc::Error::Kind::connectionInvalid:
+      HX_log("XPC connection closed");
+      break;
+    case ipc::Error::Kind::terminationImminent:
+      HX_log("XPC_ERROR_TERMINATION_IMMINENT");
+      break;
+    case ipc::Error::Kind::other:
+      HX_log("XPC_TYPE_ERROR: {}", error.description);
+      break;
+  }
+  cleanUpAfterLostClient();
+}
+
+// Undoes what the client had done to the system. The order of the steps matters.
+void BRHMain::cleanUpAfterLostClient() {}
+
+void BRHMain::handleRequest(const ipc::Message& request, std::int32_t pid) {
+  if (const auto* command = request.dictionary.get<std::string>("command")) return handleRawCommand(*command, request);
+
+  const auto* payload = request.dictionary.get<ipc::Data>("json");
+  if (!payload) {
+    HX_log("XPC dictionary contains no supported command");
+    return sendJSONError(request, "missing command");
+  }
+  if (payload->size() > maximumPayload) {
+    HX_log("JSON command payload is too large: {}", payload->size());
+    return sendJSONError(request, "command payload is too large");
+  }
+  auto parsed = HX_JSONObject(HXData(*payload));
+  const auto* object = parsed ? parsed->if_object() : nullptr;
+  const auto* command = object ? object->if_contains("command") : nullptr;
+  if (!command || !command->is_string()) {
+    HX_log("Invalid JSON command payload");
+    return sendJSONError(request, "invalid command payload");
+  }
+  HX_log("Received command: {}", std::string_view(command->get_string()));
+
+  auto reply = execCommand(*object, pid);
+  if (!request.reply) {
+    HX_log("JSON command does not accept a reply");
+    return;
+  }
+  sendJSON(request, reply);
+}
+
+void BRHMain::handleRawCommand(const std::string& command, const ipc::Message& request) {
+  HX_log("Received raw command: {}", command);
+  if (command == "process-lookup") return processLookup(request);
+  HX_log("Unknown raw command!");
+  if (request.reply) request.reply({{"error", "unknown command"}});
+}
+
+void BRHMain::processLookup(const ipc::Message& request) {
+  if (!request.reply) {
+    HX_log("process-lookup request does not accept a reply");
+    return;
+  }
+  const auto* address = request.dictionary.get<ipc::Data>("address");
+  BRSockAddr query;
+  if (!address || address->size() != query.size()) {
+    HX_log("Invalid process-lookup address length: {}", address ? address->size() : 0);
+    return request.reply({{"error", "invalid address"}});
+  }
+  std::copy(address->begin(), address->end(), query.begin());
+  const auto* udp = request.dictionary.get<bool>("udp");
+  auto owner = udp && *udp ? BRUDPSocketOwner(query) : BRTCPSocketOwner(query);
+  ipc::Dictionary reply;
+  if (owner) {
+    reply.set("pid", std::int64_t{owner->pid});
+    if (owner->processPath) reply.set("path", *owner->processPath);
+  }
+  request.reply(reply);
+}

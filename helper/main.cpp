@@ -1,0 +1,23 @@
+// The helper's entry point.
+#include <cstdlib>
+
+#include "build_constants.h"
+#include "foundation/HXLog.h"
+#include "helper/admission.h"
+#include "helper/log_file.h"
+#include "platform/dispatch.h"
+#include "platform/ipc.h"
+
+int main() {
+  BRHOpenLogFile(BRHLogFilePath);
+  HXInstallUncaughtExceptionHandler();
+  HXLog("Helper", "Version: {}, Starting...", BRHBuildNumber);
+  auto listener = platform::ipc::Listener::create(HelperServiceName, BRHBuildNumber);
+  if (!listener) {
+    HXLog("Helper", "Failed to create service.");
+    std::exit(EXIT_FAILURE);
+  }
+  listener->setEventHandler(BRHListenerEventHandler);
+  listener->resume();
+  platform::dispatch::dispatchMain();
+}

@@ -1,0 +1,39 @@
+#include "platform/digest.h"
+
+#include <openssl/evp.h>
+
+#include <stdexcept>
+
+namespace platform {
+
+namespace {
+
+EVP_MD_CTX* context(void* pointer) {
+  return static_cast<EVP_MD_CTX*>(pointer);
+}
+
+void require(int result) {
+  if (result != 1) throw std::runtime_error("SHA-256 is not available");
+}
+
+}  // namespace
+
+SHA256::SHA256() : context_(EVP_MD_CTX_new()) {
+  require(EVP_DigestInit_ex(context(context_), EVP_sha256(), nullptr));
+}
+
+SHA256::~SHA256() {
+  EVP_MD_CTX_free(context(context_));
+}
+
+void SHA256::update(std::span<const std::uint8_t> bytes) {
+  require(EVP_DigestUpdate(context(context_), bytes.data(), bytes.size()));
+}
+
+SHA256Digest SHA256::finish() {
+  SHA256Digest digest;
+  require(EVP_DigestFinal_ex(context(context_), digest.data(), nullptr));
+  return digest;
+}
+
+}  // namespace platform

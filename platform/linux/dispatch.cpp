@@ -1,0 +1,76 @@
+#include "platform/dispatch.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+
+#include <cstdlib>
+#include <deque>
+#include <mutex>
+#include <system_error>
+
+#include "platform/file_descriptor.h"
+#include "platform/linux/event_loop.h"
+
+namespace platform::dispatch {
+
+namespace {
+
+/// Work on its way to the main thread, and the eventfd that wakes its loop.
+class MainQueue {
+ public:
+  static MainQueue& instance() {
+    static auto* queue = new MainQueue;  // never destroyed: other threads may hand over work while the process ends
+    return *queue;
+  }
+
+  void add(std::function<void()> work) {
+    std::lock_guard lock(mutex_);
+    work_.push_back(std::move(work));
+    if (work_.size() == 1) eventfd_write(wake_.get(), 1);
+  }
+
+  void serve() {
+    source_ = EventSource::io(wake_.get(), EPOLLIN, [this](std::uint32_t) { runWaiting(); });
+    int status = sd_event_loop(mainEventLoop());
+    std::exit(status < 0 ? EXIT_FAILURE : status);
+  }
+
+ private:
+  MainQueue() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!wake_) throw std::system_error(errno, std::generic_category(), "cannot make the main queue");
+  }
+
+  // Only what waits now: work that keeps handing over more does not keep descriptors from being served.
+  void runWaiting() {
+    std::deque<std::function<void()>> waiting;
+    {
+      std::lock_guard lock(mutex_);
+      eventfd_t count;
+      eventfd_read(wake_.get(), &count);
+      waiting.swap(work_);
+    }
+    for (auto& work : waiting) work();
+  }
+
+  FileDescriptor wake_;
+  EventSource source_;
+  std::mutex mutex_;
+  std::deque<std::function<void()>> work_;
+};
+
+}  // namespace
+
+void asyncMain(std::function<void()> work) {
+  MainQueue::instance().add(std::move(work));
+}
+
+bool isMainThread() {
+  return gettid() == getpid();
+}
+
+void dispatchMain() {
+  MainQueue::instance().serve();
+  std::abort();  // not reached: serve() ends the process
+}
+
+}  // namespace platform::dispatch

@@ -1,0 +1,87 @@
+#include "platform/linux/event_loop.h"
+
+#include <signal.h>
+
+#include <stdexcept>
+#include <system_error>
+
+namespace platform {
+
+namespace {
+
+void require(int result, const char* what) {
+  if (result < 0) throw std::system_error(-result, std::generic_category(), what);
+}
+
+}  // namespace
+
+// The state outlives its source for the length of a call, so that a handler may destroy the source that runs it.
+struct EventSource::State : std::enable_shared_from_this<State> {
+  std::function<void(std::uint32_t)> handler;
+  sd_event_source* source = nullptr;
+
+  State() = default;
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+  ~State() { sd_event_source_disable_unref(source); }
+
+  static void call(void* userdata, std::uint32_t events) noexcept {
+    auto self = static_cast<State*>(userdata)->shared_from_this();
+    self->handler(events);
+  }
+};
+
+sd_event* mainEventLoop() {
+  static sd_event* loop = [] {
+    sd_event* made = nullptr;
+    require(sd_event_default(&made), "cannot make the main event loop");
+    return made;
+  }();
+  return loop;
+}
+
+EventSource EventSource::io(int descriptor, std::uint32_t events, std::function<void(std::uint32_t)> handler) {
+  auto state = std::make_shared<State>();
+  state->handler = std::move(handler);
+  auto callback = [](sd_event_source*, int, std::uint32_t ready, void* userdata) {
+    State::call(userdata, ready);
+    return 0;
+  };
+  require(sd_event_add_io(mainEventLoop(), &state->source, descriptor, events, callback, state.get()),
+          "cannot watch a descriptor");
+  return EventSource(std::move(state));
+}
+
+EventSource EventSource::signal(int number, std::function<void()> handler) {
+  auto state = std::make_shared<State>();
+  state->handler = [handler = std::move(handler)](std::uint32_t) { handler(); };
+  auto callback = [](sd_event_source*, const signalfd_siginfo*, void* userdata) {
+    State::call(userdata, 0);
+    return 0;
+  };
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, number);
+  require(-pthread_sigmask(SIG_BLOCK, &set, nullptr), "cannot block a signal");
+  require(sd_event_add_signal(mainEventLoop(), &state->source, number, callback, state.get()), "cannot watch a signal");
+  return EventSource(std::move(state));
+}
+
+EventSource EventSource::timer(std::uint64_t microseconds, std::function<void()> handler) {
+  auto state = std::make_shared<State>();
+  state->handler = [handler = std::move(handler)](std::uint32_t) { handler(); };
+  auto callback = [](sd_event_source*, std::uint64_t, void* userdata) {
+    State::call(userdata, 0);
+    return 0;
+  };
+  require(sd_event_add_time_relative(mainEventLoop(), &state->source, CLOCK_MONOTONIC, microseconds, 0, callback,
+                                     state.get()),
+          "cannot start a timer");
+  return EventSource(std::move(state));
+}
+
+void EventSource::setEvents(std::uint32_t events) {
+  require(sd_event_source_set_io_events(state_->source, events), "cannot watch a descriptor");
+}
+
+}  // namespace platform

@@ -1,0 +1,40 @@
+// The sd-event loop that carries the main queue; for the Linux platform's own use, on the main thread.
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace platform {
+
+/// The loop of the main thread, made on first use.
+sd_event* mainEventLoop();
+
+/// A source of events on the main loop; detached and its handler destroyed with this object, which the handler itself
+/// may bring about.
+class EventSource {
+ public:
+  /// Calls `handler` with the ready EPOLL… events whenever the descriptor has one of `events`. The descriptor stays the
+  /// caller's and outlives the source.
+  static EventSource io(int descriptor, std::uint32_t events, std::function<void(std::uint32_t)> handler);
+
+  /// Calls `handler` on delivery of a signal, which is blocked for ordinary delivery from here on.
+  static EventSource signal(int number, std::function<void()> handler);
+
+  /// Calls `handler` once, `microseconds` from now on the monotonic clock.
+  static EventSource timer(std::uint64_t microseconds, std::function<void()> handler);
+
+  EventSource() = default;
+
+  /// Changes which events an io() source waits for.
+  void setEvents(std::uint32_t events);
+
+ private:
+  struct State;
+  explicit EventSource(std::shared_ptr<State> state) : state_(std::move(state)) {}
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace platform

@@ -1,0 +1,58 @@
+#include "platform/linux/ipc_sender.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+extern "C" {  // which glibc 2.36's header forgets
+#include <sys/pidfd.h>
+}
+
+namespace platform::ipc {
+
+namespace {
+
+constexpr int peerPidfdOption = 77;  // SO_PEERPIDFD, Linux 6.5; newer than Debian 12's headers
+
+bool sameNamespace(std::int32_t pid, const char* kind) {
+  struct stat own, other;
+  return stat(fmt::format("/proc/self/ns/{}", kind).c_str(), &own) == 0 &&
+         stat(fmt::format("/proc/{}/ns/{}", pid, kind).c_str(), &other) == 0 && own.st_dev == other.st_dev &&
+         own.st_ino == other.st_ino;
+}
+
+}  // namespace
+
+Sender::Sender(int socket) {
+  ucred credentials{};
+  socklen_t length = sizeof credentials;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) return;
+  pid_ = credentials.pid;
+  uid_ = credentials.uid;
+  gid_ = credentials.gid;
+}
+
+bool Sender::takePidfd(int socket) {
+  int descriptor = -1;
+  socklen_t length = sizeof descriptor;
+  if (getsockopt(socket, SOL_SOCKET, peerPidfdOption, &descriptor, &length) == 0) {
+    pidfd_.reset(descriptor);
+  } else {
+    // The pid may have gone to another process since the peer connected. That process has no part in this socket, so
+    // nothing that it sends can arrive here, and what others send carries their own pid.
+    pidfd_.reset(pidfd_open(pid_, 0));
+  }
+  return static_cast<bool>(pidfd_);
+}
+
+bool Sender::isAlive() const {
+  pollfd state{.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
+  return pidfd_ && poll(&state, 1, 0) == 0;
+}
+
+bool Sender::sharesNamespaces() const {
+  return sameNamespace(pid_, "user") && sameNamespace(pid_, "pid") && isAlive();
+}
+
+}  // namespace platform::ipc
