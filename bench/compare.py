@@ -43,27 +43,27 @@ def prepare(build):
 
 def hold_sockets(index):
     """Opens one process's share of the sockets; descriptors that are none come first. Returns what can be asked for."""
-    family, host = (socket.AF_INET6, "::1") if index % 2 else (socket.AF_INET, "127.0.0.1")
-    share = lambda total: total // PROCESSES + (index < total % PROCESSES)
-    listeners, kept = [], []
-    tcp, udp = share(TCP_SOCKETS), share(UDP_SOCKETS)
+    tcp, udp = (total // PROCESSES + (index < total % PROCESSES) for total in (TCP_SOCKETS, UDP_SOCKETS))
     while len(os.listdir("/proc/self/fd")) - 1 < DESCRIPTORS - tcp - udp:
         os.open("/dev/null", os.O_RDONLY)
-    for _ in range(2 + tcp % 2):
-        listeners.append(socket.create_server((host, 0), family=family))
-    while len(listeners) + len(kept) < tcp:
+    v4, v6 = socket.create_server(("127.0.0.1", 0)), socket.create_server(("::1", 0), family=socket.AF_INET6)
+    kept = [v4, v6] + [socket.create_server(("127.0.0.1", 0)) for _ in range(tcp % 2)]
+    connected = {}
+    while len(kept) < tcp:
+        kinds = (("ipv4", v4, "127.0.0.1"), ("ipv6", v6, "::1"), ("mapped", v4, "::ffff:127.0.0.1"))
+        kind, listener, host = kinds[len(kept) // 2 % 3]
+        client = socket.socket(socket.AF_INET if kind == "ipv4" else socket.AF_INET6)
         # Bound first: connect() alone may share a port among connections, and then there is no one owner to expect.
-        client = socket.create_connection(listeners[0].getsockname()[:2], source_address=(host, 0))
-        kept += [client, listeners[0].accept()[0]]
-    datagram = [socket.socket(family, socket.SOCK_DGRAM) for _ in range(udp)]
-    for each in datagram:
-        each.bind((host, 0))
-        each.connect((host, 9))
-    return listeners + kept + datagram, [
-        ("tcp-listener", "tcp", *listeners[-1].getsockname()[:2]),
-        ("tcp-connected", "tcp", *kept[-2].getsockname()[:2]),
-        ("udp", "udp", *datagram[-1].getsockname()[:2]),
-    ]
+        client.bind((host, 0))
+        client.connect((host, listener.getsockname()[1]))
+        kept += [client, listener.accept()[0]]
+        connected[kind] = client
+    for _ in range(udp):
+        kept.append(socket.socket(socket.AF_INET, socket.SOCK_DGRAM))
+        kept[-1].bind(("127.0.0.1", 0))
+        kept[-1].connect(("127.0.0.1", 9))
+    asked = {"tcp-listener": v4, "tcp-connected": connected["ipv4"], "tcp-mapped": connected["mapped"], "udp": kept[-1]}
+    return kept, [(name, name[:3], "127.0.0.1", which.getsockname()[1]) for name, which in asked.items()]
 
 
 def start_process(index):
@@ -162,7 +162,7 @@ def print_lookups(cases, own, remote, tools):
           f"{'warm':>16}")
     worst = {}
     for name, protocol, *_ in cases:
-        ss = tools["ss", name.split("/")[0]]
+        ss = tools["ss", "tcp-listener" if "listener" in name else protocol]
         line = f"{name:22}{ss / 1000:8.1f}{tools['lsof', protocol] / 1000:8.1f}"
         for table, kind, width in ((own, "cold", 22), (own, "warm", 16), (remote, "cold", 22), (remote, "warm", 16)):
             ratio = ss / table[f"{kind}/{name}"]
@@ -171,10 +171,9 @@ def print_lookups(cases, own, remote, tools):
             text = f"{table[f'{kind}/{name}'] / 1000:.2f} ({ratio:.1f}x)"
             line += f"{text:>{width}}"
         print(line)
-    for protocol, ss in (("tcp", "tcp-connected"), ("udp", "udp")):
-        value = own[f"turns/{protocol}"]
-        text = f"{value / 1000:.2f} ({tools['ss', ss] / value:.1f}x)"
-        print(f"{protocol + ', 8 owners in turn':22}{tools['ss', ss] / 1000:8.1f}{'':30}{text:>16}")
+    for kind in ("tcp-listener", "tcp-connected", "tcp-mapped", "udp"):
+        ss, value = tools["ss", kind if "listener" in kind else kind[:3]], own[f"turns/{kind}"]
+        print(f"{kind + '/8 in turn':22}{ss / 1000:8.1f}{'':30}{f'{value / 1000:.2f} ({ss / value:.1f}x)':>16}")
     print("  " + goal(f"warm in process at least 40 times faster than ss ({worst['warm']:.1f}x at worst)", worst["warm"] >= 40))
     print("  " + goal(f"cold in process no slower than ss ({worst['cold']:.1f}x at worst)", worst["cold"] >= 1))
 
@@ -189,7 +188,7 @@ def main():
     remote = client("lookup", "11", input=as_lines(cases))
     tools = {
         ("ss", "tcp-listener"): time_of("ss", "-tlnp"),
-        ("ss", "tcp-connected"): time_of("ss", "-tnp"),
+        ("ss", "tcp"): time_of("ss", "-tnp"),
         ("ss", "udp"): time_of("ss", "-unp"),
         ("lsof", "tcp"): time_of("lsof", "-nP", "-iTCP"),
         ("lsof", "udp"): time_of("lsof", "-nP", "-iUDP"),

@@ -1,12 +1,13 @@
 // The socket-owner look-up in process: "cold/NAME" with no process remembered, "warm/NAME" with the owner found just
-// before, and "turns/PROTOCOL", which asks for all of a protocol's sockets in turn, so that the owner is always the one
-// that was found longest ago.
+// before, and "turns/KIND", which asks for all sockets of a kind in turn, so that the owner is always the one that was
+// found longest ago. Names are KIND/PROCESS.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <map>
 #include <stdexcept>
 
 #include "bench/measure.h"
@@ -86,12 +87,13 @@ int main(int count, char** values) {
         ->Iterations(1)
         ->Repetitions(15);
   }
-  std::vector<Query> tcp, udp;
+  std::map<std::string, std::vector<Query>> kinds;
   for (const auto& next : cases) {
     benchmark::RegisterBenchmark(("warm/" + next.name).c_str(), inTurn, std::vector{Query(next)})->Repetitions(5);
-    (next.protocol == "udp" ? udp : tcp).emplace_back(next);
+    kinds[next.name.substr(0, next.name.find('/'))].emplace_back(next);
   }
-  benchmark::RegisterBenchmark("turns/tcp", inTurn, tcp)->Repetitions(5);
-  benchmark::RegisterBenchmark("turns/udp", inTurn, udp)->Repetitions(5);
+  for (const auto& [kind, queries] : kinds) {
+    benchmark::RegisterBenchmark(("turns/" + kind).c_str(), inTurn, queries)->Repetitions(5);
+  }
   benchmark::RunSpecifiedBenchmarks();
 }
