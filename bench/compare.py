@@ -87,8 +87,8 @@ def start_process(index):
 
 def populate():
     processes = [start_process(index) for index in range(PROCESSES)]
-    count = lambda *options: len(run("ss", "-H", *options).splitlines())
-    assert (count("-tan"), count("-uan")) == (TCP_SOCKETS, UDP_SOCKETS), (count("-tan"), count("-uan"))
+    counts = [len(run("ss", "-H", option).splitlines()) for option in ("-tan", "-uan")]
+    assert counts == [TCP_SOCKETS, UDP_SOCKETS], counts
     ages = {0: "oldest", PROCESSES // 2: "middle", PROCESSES - 1: "newest"}
     # Eight in all, which is how many owners the helper remembers.
     ages |= {PROCESSES * number // 6: f"other{number}" for number in (1, 2, 4, 5)} | {PROCESSES // 4: "other"}
@@ -162,7 +162,8 @@ def goal(text, met):
 
 def print_lookups(cases, own, remote, tools):
     print(f"process-lookup among {PROCESSES} processes of {DESCRIPTORS} descriptors, {TCP_SOCKETS} TCP and "
-          f"{UDP_SOCKETS} UDP sockets; medians in ms, in parentheses how many times faster than ss")
+          f"{UDP_SOCKETS} UDP sockets; medians in ms, in parentheses how many times faster than ss\n"
+          "(cold: nothing looked up before; warm: its owner just found; mapped: IPv4 connection of an IPv6 socket)")
     print(f"{'socket/its process':22}{'ss':>8}{'lsof':>8}{'in process: cold':>22}{'warm':>16}{'endpoint: cold':>22}"
           f"{'warm':>16}")
     worst = {}
