@@ -1,6 +1,7 @@
 """The real helper, signed clients and hostile ones, for the system tests; see run."""
 
 import ctypes
+import faulthandler
 import os
 import platform
 import re
@@ -121,14 +122,22 @@ def socket_address(address, port):
     return record.ljust(128, b"\0")
 
 
+def kill_group(process):
+    """Ends a process and what it started: descendants may outlive it and keep its pipes."""
+    try:
+        os.killpg(process.pid, signal.SIGKILL)
+    except ProcessLookupError:
+        pass
+
+
 def read_line(process):
     """The next line that a process prints, without its end; what it printed as errors fails the test when none comes."""
-    if not select.select([process.stdout], [], [], DEADLINE)[0]:
-        process.kill()
-    line = process.stdout.readline()
+    ready = select.select([process.stdout], [], [], DEADLINE)[0]
+    line = process.stdout.readline() if ready else ""
     if not line:
-        process.kill()
-        raise AssertionError("no line: " + process.stderr.read())
+        kill_group(process)
+        os.set_blocking(process.stderr.fileno(), False)
+        raise AssertionError(f"no line: {process.stderr.read()}")
     return line.rstrip("\n")
 
 
@@ -212,7 +221,7 @@ class HelperTest(unittest.TestCase):
     helper_options = {}
 
     def setUp(self):
-        signal.alarm(120)  # ends the whole run: better than to hang
+        faulthandler.dump_traceback_later(120, exit=True)  # better than to hang
         make_bundles()
         LOG.unlink(missing_ok=True)
         self.helper = Helper(**self.helper_options)
@@ -252,8 +261,7 @@ class HelperTest(unittest.TestCase):
 
     @staticmethod
     def _end_process(process):
-        """Ends it and what it started; the descendants may outlive it and keep its pipes."""
-        os.killpg(process.pid, signal.SIGKILL)
+        kill_group(process)
         process.wait()
         for pipe in (process.stdin, process.stdout, process.stderr):
             if pipe:

@@ -88,7 +88,7 @@ class Lookup(HelperTest):
         process = subprocess.Popen(
             ["unshare", "--net", "sh", "-c", "ip link set lo up && exec \"$@\"", "-", PYTHON, "-c",
              SERVER.replace("(address, 0)", "(address, 5555)"), "SOCK_DGRAM", "AF_INET", "127.0.0.1", ""],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True)
         self.addCleanup(self._end_process, process)
         self.assertEqual(read_line(process), "5555")
         self.assertEqual(self.owner("udp", "127.0.0.1:5555"), {})
