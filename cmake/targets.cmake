@@ -31,6 +31,7 @@ endfunction()
 
 # brh_fuzzer(name source libraries…): a libFuzzer target, or, without libFuzzer, a replay of its seed corpus in
 # tests/fuzz_corpus/<name> that ctest runs under the label "fuzz".
+add_custom_target(fuzzers)
 function(brh_fuzzer name source)
   add_executable(${name} ${source})
   brh_use_common(${name})
@@ -40,6 +41,7 @@ function(brh_fuzzer name source)
   else()
     target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/fuzz_replay_main.cpp)
   endif()
+  add_dependencies(fuzzers ${name})
   add_test(NAME ${name} COMMAND ${name} -runs=0 ${CMAKE_SOURCE_DIR}/tests/fuzz_corpus/${name})
   set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 120)
 endfunction()

@@ -33,8 +33,8 @@ TEST(HXJSONObject, ParsesADataObjectOnce) {
 TEST(HXJSONObject, RefusesWhatIsNoJSONContainerWithoutAWord) {
   CapturedLog log;
   for (std::string_view text :
-       {"", "{", "1", "\"text\"", "null", "{} {}", "[1,]", "{\"a\":}", "{'a':1}", "[01]", "[NaN]", "[Infinity]", "// {}\n{}",
-        "[\"\xC0\x80\"]", "[\"\xED\xA0\x80\"]", "[\"\\uD800\"]", "[\"\x01\"]", "\xEF\xBB\xBF{}"}) {
+       {"", "{", "1", "\"text\"", "null", "{} {}", "[1,]", "{\"a\":}", "{'a':1}", "[01]", "[NaN]", "[Infinity]",
+        "// {}\n{}", "[\"\xC0\x80\"]", "[\"\xED\xA0\x80\"]", "[\"\\uD800\"]", "[\"\x01\"]", "\xEF\xBB\xBF{}"}) {
     HXData data(text);
     EXPECT_FALSE(HX_JSONObject(data)) << text;
     EXPECT_FALSE(HX_JSONObject(data)) << text;
@@ -51,14 +51,16 @@ TEST(HXJSONObject, NestsToItsLimit) {
 }
 
 TEST(HXJSONObject, SurvivesOddNumbersAndNames) {
-  auto parsed = HX_JSONObject(HXData(R"({"a":1,"a":2,"big":123456789012345678901234567890,"huge":1e400,"tiny":1e-400,"":0})"));
+  auto parsed =
+      HX_JSONObject(HXData(R"({"a":1,"a":2,"big":123456789012345678901234567890,"huge":1e400,"tiny":1e-400,"":0})"));
   ASSERT_TRUE(parsed);
   EXPECT_EQ(parsed->at("a").as_int64(), 2);
   EXPECT_TRUE(parsed->at("big").is_double());
 }
 
 TEST(HXJSONData, WritesCompactTextInOrder) {
-  EXPECT_EQ(HX_JSONData(json::object{{"z", 1}, {"a", json::array{nullptr, "\n\"é"}}}), "{\"z\":1,\"a\":[null,\"\\n\\\"é\"]}");
+  EXPECT_EQ(HX_JSONData(json::object{{"z", 1}, {"a", json::array{nullptr, "\n\"é"}}}),
+            "{\"z\":1,\"a\":[null,\"\\n\\\"é\"]}");
 }
 
 TEST(HXJSONData, FailuresAreLogged) {
@@ -69,10 +71,10 @@ TEST(HXJSONData, FailuresAreLogged) {
   EXPECT_FALSE(HX_JSONData(json::array{std::numeric_limits<double>::quiet_NaN()}));
   EXPECT_FALSE(HX_JSONData(json::array{"\xFF"}));
   EXPECT_THAT(log.lines,
-              testing::ElementsAre("[JSONHelper] Not a valid JSON object: string", "[JSONHelper] Not a valid JSON object: null",
-                                   "[JSONHelper] Not a valid JSON object: object",
-                                   "[JSONHelper] Not a valid JSON object: array",
-                                   "[JSONHelper] Error occered when JSON serializate object to NSData: a text is not UTF-8"));
+              testing::ElementsAre(
+                  "[JSONHelper] Not a valid JSON object: string", "[JSONHelper] Not a valid JSON object: null",
+                  "[JSONHelper] Not a valid JSON object: object", "[JSONHelper] Not a valid JSON object: array",
+                  "[JSONHelper] Error occered when JSON serializate object to NSData: a text is not UTF-8"));
 }
 
 }  // namespace

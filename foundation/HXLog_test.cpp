@@ -54,9 +54,10 @@ TEST_F(HXLogTest, LinesHaveTimestampThreadMarkModuleAndMessage) {
   HXLog("Helper", "Version: {}, Starting...", 618);
   std::thread([] { Speaker::HX_log("from {}", "elsewhere"); }).join();
   Renamed().HX_logWithLevel(20, "renamed");
-  EXPECT_THAT(linesInFile(), ElementsAre(MatchesRegex(std::string(stamp) + "\\*\\[Helper\\] Version: 618, Starting\\.\\.\\."),
-                                         MatchesRegex(std::string(stamp) + " \\[Speaker\\] from elsewhere"),
-                                         MatchesRegex(std::string(stamp) + "\\*\\[Other\\] renamed")));
+  EXPECT_THAT(linesInFile(),
+              ElementsAre(MatchesRegex(std::string(stamp) + "\\*\\[Helper\\] Version: 618, Starting\\.\\.\\."),
+                          MatchesRegex(std::string(stamp) + " \\[Speaker\\] from elsewhere"),
+                          MatchesRegex(std::string(stamp) + "\\*\\[Other\\] renamed")));
   EXPECT_THAT(HX_logStyleCurrentDate(), MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}"));
   EXPECT_THAT(HX_logStyleCurrentTime(), MatchesRegex("[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}"));
 }
@@ -132,9 +133,10 @@ TEST_F(HXLogTest, AnUncaughtExceptionIsLoggedAndHandedOn) {
     HXSetLogDestinations(HXLogToFile | HXLogToStderr);
     std::thread([] { throw std::runtime_error("nobody catches this"); }).join();
   };
-  EXPECT_EXIT(die(), testing::ExitedWithCode(7),
-              "\\[HXLogger\\] Uncaught Exception, description:std::runtime_error: nobody catches this, call stack:(.|\n)*"
-              "previous handler");
+  EXPECT_EXIT(
+      die(), testing::ExitedWithCode(7),
+      "\\[HXLogger\\] Uncaught Exception, description:std::runtime_error: nobody catches this, call stack:(.|\n)*"
+      "previous handler");
 }
 
 TEST(HXCallStack, NamesFramesAndTheImage) {

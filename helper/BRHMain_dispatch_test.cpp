@@ -53,7 +53,9 @@ class DispatchTest : public testing::Test {
   std::vector<std::string> log;
 };
 
-ipc::Data bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
+ipc::Data bytesOf(std::string_view text) {
+  return {text.begin(), text.end()};
+}
 
 TEST_F(DispatchTest, JSONCommands) {
   EXPECT_EQ(askJSON(R"({"command":"version"})"), R"({"version":618})");
@@ -76,7 +78,8 @@ TEST_F(DispatchTest, StopEndsTheProcessWithoutAReply) {
 TEST_F(DispatchTest, JSONErrors) {
   EXPECT_EQ(*ask({}).get<ipc::Data>("json"), bytesOf(R"({"error":"missing command"})"));
   EXPECT_THAT(log, ElementsAre("[BRHMain] XPC dictionary contains no supported command"));
-  EXPECT_EQ(*ask({{"command", true}, {"json", "text"}}).get<ipc::Data>("json"), bytesOf(R"({"error":"missing command"})"));
+  EXPECT_EQ(*ask({{"command", true}, {"json", "text"}}).get<ipc::Data>("json"),
+            bytesOf(R"({"error":"missing command"})"));
   for (auto text : {"", "[]", "1", "{}", R"({"command":1})", R"({"command":null})", R"(["command"])"}) {
     EXPECT_EQ(askJSON(text), R"({"error":"invalid command payload"})") << text;
     EXPECT_THAT(log, ElementsAre("[BRHMain] Invalid JSON command payload"));
@@ -112,7 +115,8 @@ TEST_F(DispatchTest, ProcessLookup) {
   EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}}).size(), 0u);
 
   for (std::size_t length : {0, 127, 129}) {
-    EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", ipc::Data(length)}}), (ipc::Dictionary{{"error", "invalid address"}}));
+    EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", ipc::Data(length)}}),
+              (ipc::Dictionary{{"error", "invalid address"}}));
     EXPECT_EQ(log.back(), fmt::format("[BRHMain] Invalid process-lookup address length: {}", length));
   }
   EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", "text"}}), (ipc::Dictionary{{"error", "invalid address"}}));

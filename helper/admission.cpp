@@ -1,8 +1,8 @@
 #include "helper/admission.h"
 
+#include "build_constants.h"
 #include "foundation/HXLog.h"
 #include "helper/BRHMain.h"
-#include "helper/requirements.h"
 #include "platform/code_signing.h"
 #include "platform/processes.h"
 #include "platform/utf8.h"

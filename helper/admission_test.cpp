@@ -2,9 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include "build_constants.h"
 #include "foundation/HXLog.h"
 #include "helper/BRHMain.h"
-#include "helper/requirements.h"
 #include "platform/fake/ipc.h"
 #include "platform/fake/machine.h"
 #include "platform/linux/code_requirement.h"

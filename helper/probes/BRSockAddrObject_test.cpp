@@ -13,13 +13,15 @@ BRSockAddrObject four(std::array<std::uint8_t, 4> address, std::uint16_t port) {
 }
 
 BRSockAddrObject six(std::uint8_t first, std::uint8_t last, std::uint16_t port) {
-  return BRSockAddrObject::objectWithAddr(BRSockAddrMakeIPv6({first, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, last}, port));
+  return BRSockAddrObject::objectWithAddr(
+      BRSockAddrMakeIPv6({first, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, last}, port));
 }
 
 TEST(BRSockAddrObject, HasTheLayoutOfMessages) {
   auto address = BRSockAddrMakeIPv4({192, 0, 2, 1}, 0x1234);
   EXPECT_EQ((std::array<std::uint8_t, 9>{16, 2, 0x12, 0x34, 192, 0, 2, 1, 0}),
-            (std::to_array({address[0], address[1], address[2], address[3], address[4], address[5], address[6], address[7], address[8]})));
+            (std::to_array({address[0], address[1], address[2], address[3], address[4], address[5], address[6],
+                            address[7], address[8]})));
   auto wide = BRSockAddrMakeIPv6({0xFE, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9}, 1);
   EXPECT_EQ(wide[0], 28);
   EXPECT_EQ(wide[1], 30);
@@ -75,7 +77,8 @@ TEST(BRSockAddrObject, OrdersByFamilyAddressAndPort) {
   EXPECT_LT(six(1, 1, 9), six(1, 2, 1));
   EXPECT_LT(six(1, 1, 1), six(1, 1, 2));
   EXPECT_TRUE(six(1, 1, 1).compare(six(1, 1, 1)) == 0);
-  EXPECT_TRUE(BRSockAddrObject::objectWithAddr({16, 99, 1}).compare(BRSockAddrObject::objectWithAddr({16, 99, 2})) == 0);
+  EXPECT_TRUE(BRSockAddrObject::objectWithAddr({16, 99, 1}).compare(BRSockAddrObject::objectWithAddr({16, 99, 2})) ==
+              0);
 }
 
 TEST(BRSockAddrObject, Text) {

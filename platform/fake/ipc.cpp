@@ -11,8 +11,12 @@ class Connection::Implementation {
 
 Connection::Connection(std::shared_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
 Connection::~Connection() = default;
-std::string Connection::description() const { return "<fake connection>"; }
-std::int32_t Connection::peerPID() const { return implementation_->state->peerPID; }
+std::string Connection::description() const {
+  return "<fake connection>";
+}
+std::int32_t Connection::peerPID() const {
+  return implementation_->state->peerPID;
+}
 std::int32_t Connection::setPeerCodeSigningRequirement(const std::string& requirement) {
   implementation_->state->requirement = requirement;
   return implementation_->state->requirementStatus;
@@ -20,8 +24,12 @@ std::int32_t Connection::setPeerCodeSigningRequirement(const std::string& requir
 void Connection::setEventHandler(std::function<void(const Event&)> handler) {
   implementation_->state->handler = std::move(handler);
 }
-void Connection::resume() { implementation_->state->resumed = true; }
-void Connection::cancel() { implementation_->state->cancelled = true; }
+void Connection::resume() {
+  implementation_->state->resumed = true;
+}
+void Connection::cancel() {
+  implementation_->state->cancelled = true;
+}
 
 }  // namespace platform::ipc
 

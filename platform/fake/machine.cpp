@@ -30,7 +30,9 @@ code_signing::Status code_signing::checkFile(const std::string& path, const std:
   return find(fake::machine().files, path).value_or(noSuchFile);
 }
 
-std::optional<std::string> executablePath(std::int32_t pid) { return find(fake::machine().executables, pid); }
+std::optional<std::string> executablePath(std::int32_t pid) {
+  return find(fake::machine().executables, pid);
+}
 
 void visitSockets(SocketProtocol protocol, std::uint16_t, bool, const std::function<bool(const SocketEntry&)>& visit) {
   for (const auto& [kind, socket] : fake::machine().sockets) {
@@ -43,6 +45,8 @@ std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
   return find(fake::machine().owners, socket.identity);
 }
 
-void systemLog(const std::string& line) { fake::machine().systemLog.push_back(line); }
+void systemLog(const std::string& line) {
+  fake::machine().systemLog.push_back(line);
+}
 
 }  // namespace platform

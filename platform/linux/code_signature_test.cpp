@@ -29,8 +29,8 @@ class CodeSignatureTest : public test::SigningFixture {
   /// A payload signed by the openssl command with options of the test's choice.
   std::string signedWith(const std::string& payload, const std::string& directory, const std::string& options) {
     writeFile(*folder / "directory", directory);
-    run(fmt::format("cd {} && openssl cms -sign -binary -in {} -outform DER -out {} -inkey leaf.key {}", *folder / "own",
-                    *folder / "directory", *folder / "cms", options));
+    run(fmt::format("cd {} && openssl cms -sign -binary -in {} -outform DER -out {} -inkey leaf.key {}",
+                    *folder / "own", *folder / "directory", *folder / "cms", options));
     auto cms = readFile(*folder / "cms");
     std::string length;
     for (int shift = 56; shift >= 0; shift -= 8) length.push_back(static_cast<char>(cms.size() >> shift & 0xFF));
@@ -54,7 +54,8 @@ TEST_F(CodeSignatureTest, TellsWhoSignedWhat) {
 TEST_F(CodeSignatureTest, OtherAnchorsDoNotCount) {
   CodeSignature signature;
   EXPECT_EQ(check(readFile(*folder / "signed"), signature, readFile(*folder / "other/root.pem")), signatureFailed);
-  EXPECT_EQ(check(readFile(*folder / "signed"), signature, readFile(*folder / "own/intermediate.pem")), signatureFailed);
+  EXPECT_EQ(check(readFile(*folder / "signed"), signature, readFile(*folder / "own/intermediate.pem")),
+            signatureFailed);
   EXPECT_EQ(check(readFile(*folder / "signed"), signature, "no certificate"), signatureFailed);
 }
 
@@ -94,8 +95,8 @@ TEST_F(CodeSignatureTest, TheCMSMustBeOfItsForm) {
   for (const char* options : {
            "-nodetach -md sha384 -signer leaf.pem -certfile intermediate.pem",  // another digest
            "-nodetach -md sha1 -signer leaf.pem -certfile intermediate.pem",
-           "-md sha256 -signer leaf.pem -certfile intermediate.pem",             // detached content
-           "-nodetach -md sha256 -signer leaf.pem",                              // no intermediate
+           "-md sha256 -signer leaf.pem -certfile intermediate.pem",  // detached content
+           "-nodetach -md sha256 -signer leaf.pem",                   // no intermediate
            "-nodetach -md sha256 -signer leaf.pem -certfile intermediate.pem -nocerts",
            "-nodetach -md sha256 -signer leaf.pem -signer ../other/leaf.pem -inkey ../other/leaf.key "
            "-certfile intermediate.pem",  // two signers
@@ -106,15 +107,19 @@ TEST_F(CodeSignatureTest, TheCMSMustBeOfItsForm) {
 
 TEST_F(CodeSignatureTest, TheCodeDirectoryMustBeOfItsForm) {
   const std::string digest = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-  for (const std::string& directory : {
-           std::string("{}"), std::string("[]"), std::string("not JSON"),
-           R"({"identifier": 1, "size": 3, "sha256": ")" + digest + "\"}",
-           R"({"identifier": "x", "size": 4, "sha256": ")" + digest + "\"}",
-           R"({"identifier": "x", "size": -3, "sha256": ")" + digest + "\"}",
-           R"({"identifier": "x", "size": 3, "sha256": ")" + digest.substr(1) + "\"}",
-           R"({"identifier": "x", "size": 3, "more": 1, "sha256": ")" + digest + "\"}",
-           std::string(R"({"identifier": "x", "size": 3, "sha256": "BA7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"})"),
-       }) {
+  for (
+      const std::string& directory : {
+          std::string("{}"),
+          std::string("[]"),
+          std::string("not JSON"),
+          R"({"identifier": 1, "size": 3, "sha256": ")" + digest + "\"}",
+          R"({"identifier": "x", "size": 4, "sha256": ")" + digest + "\"}",
+          R"({"identifier": "x", "size": -3, "sha256": ")" + digest + "\"}",
+          R"({"identifier": "x", "size": 3, "sha256": ")" + digest.substr(1) + "\"}",
+          R"({"identifier": "x", "size": 3, "more": 1, "sha256": ")" + digest + "\"}",
+          std::string(
+              R"({"identifier": "x", "size": 3, "sha256": "BA7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"})"),
+      }) {
     EXPECT_EQ(check(signedWith("abc", directory, usual)), signatureFailed) << directory;
   }
 }

@@ -20,10 +20,11 @@ TEST(ExecutablePath, KeepsThePathOfAFileThatWasReplacedOrDeleted) {
   test::TemporaryFolder folder;
   EXPECT_EQ(pathAfter(folder / "plain", [] {}), folder / "plain");
   EXPECT_EQ(pathAfter(folder / "gone", [&] { std::filesystem::remove(folder / "gone"); }), folder / "gone");
-  EXPECT_EQ(pathAfter(folder / "new", [&] {
-              std::filesystem::remove(folder / "new");
-              test::writeFile(folder / "new", "another");
-            }),
+  EXPECT_EQ(pathAfter(folder / "new",
+                      [&] {
+                        std::filesystem::remove(folder / "new");
+                        test::writeFile(folder / "new", "another");
+                      }),
             folder / "new");
   EXPECT_EQ(pathAfter(folder / "odd (deleted)", [] {}), folder / "odd (deleted)");
 }

@@ -1,6 +1,7 @@
 #include "platform/sockets.h"
 
 #include <arpa/inet.h>
+#include <gmock/gmock.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -8,8 +9,6 @@
 #include <unistd.h>
 
 #include <cstring>
-
-#include <gmock/gmock.h>
 
 #include "platform/file_descriptor.h"
 
@@ -48,7 +47,9 @@ std::vector<SocketEntry> socketsOn(SocketProtocol protocol, std::uint16_t port, 
   return found;
 }
 
-MATCHER_P2(TakesPart, four, six, "") { return arg.isIPv4 == four && arg.isIPv6 == six && arg.userID == geteuid(); }
+MATCHER_P2(TakesPart, four, six, "") {
+  return arg.isIPv4 == four && arg.isIPv6 == six && arg.userID == geteuid();
+}
 
 TEST(SocketTable, TellsWhichFamiliesASocketTakesPartIn) {
   auto four = bindTo("127.0.0.1", SOCK_DGRAM);

@@ -70,7 +70,9 @@ class RunningCopy {
   pid_t pid_;
 };
 
-inline void run(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
+inline void run(const std::string& command) {
+  ASSERT_EQ(std::system(command.c_str()), 0) << command;
+}
 
 /// A root, intermediate and leaf, and files signed with them.
 class SigningFixture : public testing::Test {
@@ -80,7 +82,8 @@ class SigningFixture : public testing::Test {
     run(fmt::format("{}/make-development-certificates {} BRIMO00618", TOOLS_FOLDER, *folder / "own"));
     run(fmt::format("{}/make-development-certificates {} OTHER00000", TOOLS_FOLDER, *folder / "other"));
     writeFile(*folder / "signed", std::string(100'000, 'x'));
-    run(fmt::format("{0}/sign-code --identifier com.example.test --key {1}/leaf.key --certificate {1}/leaf.pem "
+    run(
+        fmt::format("{0}/sign-code --identifier com.example.test --key {1}/leaf.key --certificate {1}/leaf.pem "
                     "--intermediate {1}/intermediate.pem {2}",
                     TOOLS_FOLDER, *folder / "own", *folder / "signed"));
     anchor = readFile(*folder / "own/root.pem");

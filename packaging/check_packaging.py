@@ -1,0 +1,46 @@
+"""Checks the generated units and property lists against the constants of the build.
+
+usage: check_packaging.py PACKAGING_FOLDER build_constants.h HELPER
+"""
+
+import plistlib
+import re
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+folder, header, helper = map(Path, sys.argv[1:])
+constants = dict(re.findall(r'(\w+)(?:\[\])? = "?([^";]*)"?;', header.read_text()))
+client, service, build = (constants[name] for name in ("ClientBundleIdentifier", "HelperServiceName", "BRHBuildNumber"))
+
+information = plistlib.loads((folder / "macos/Info.plist").read_bytes())
+authorized = information.pop("SMAuthorizedClients")
+assert information == {
+    "CFBundleIdentifier": service,
+    "CFBundleName": "BrimoHelper",
+    "CFBundleVersion": build,
+    "CFBundleInfoDictionaryVersion": "6.0",
+    "AssociatedBundleIdentifiers": client,
+}, information
+# The helper enforces the very text that it is published with.
+assert len(authorized) == 1 and authorized[0].encode() in helper.read_bytes(), authorized
+
+job = plistlib.loads((folder / "macos/launchd.plist").read_bytes())
+assert job == {"Label": service, "MachServices": {service: True}, "AssociatedBundleIdentifiers": client}, job
+
+units = {name: (folder / "systemd" / f"{service}.{name}").read_text() for name in ("socket", "service")}
+for line in (f"ListenStream=/run/{service}.socket", "SocketMode=0666", "Accept=no", "PassCredentials=yes"):
+    assert line in units["socket"].splitlines(), line
+for line in ("KillMode=process", "StartLimitIntervalSec=0"):
+    assert line in units["service"].splitlines(), line
+assert not re.search(r"PrivateTmp=(?!no)|ProtectHome=(?!no)", units["service"])
+
+# systemd looks for the program that a unit names: have it find this build's.
+with tempfile.TemporaryDirectory() as copies:
+    for name, text in units.items():
+        text = re.sub(r"^ExecStart=.*", f"ExecStart={helper}", text, flags=re.MULTILINE)
+        Path(copies, f"{service}.{name}").write_text(text)
+    result = subprocess.run(["systemd-analyze", "verify", "--man=no", *Path(copies).iterdir()], capture_output=True, text=True)
+    complaints = [line for line in result.stderr.splitlines() if service in line]
+    assert result.returncode == 0 and not complaints, result.stderr
