@@ -32,7 +32,10 @@ class AdmissionTest : public testing::Test {
     HXSetLogDestinations(0);
     HXSetLogLineHook([this](const std::string& line) { log.push_back(line.substr(line.find('['))); });
   }
-  ~AdmissionTest() override { HXSetLogLineHook(nullptr); }
+  ~AdmissionTest() override {
+    HXSetLogLineHook(nullptr);
+    state->handler = nullptr;  // which holds the connection
+  }
 
   void accept() { BRHListenerEventHandler(fake::makeConnection(state)); }
 

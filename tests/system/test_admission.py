@@ -274,22 +274,29 @@ class ClientGroup(HelperTest):
 
     def setUp(self):
         super().setUp()
-        self.bundle, self.executable = copy_bundle("Setgid.app")
+        self.bundle, self.executable = copy_bundle("Setgid.app", "/opt/Python.app")
         shutil.chown(self.executable, 0, "games")
         self.executable.chmod(0o2755)
 
+    def ask(self, executable, **environment):
+        """What a signed application gets to hear: the reply to its request, or that it was refused."""
+        script = ("from harness import *; c = connect()\ntry: receive_frame(c); c.sendall(frame(1, {'command': 'x'})); "
+                  "print(receive_frame(c)[1]['error'])\nexcept EOFError: print('refused')")
+        code, out, err = self.brimo("-B", "-c", script, executable=executable, env=harness.ENVIRONMENT | environment)
+        self.assertEqual((code, err), (0, ""))
+        return out.strip()
+
     def assert_serves(self):
-        self.assertEqual(self.brimo("version", executable=self.executable)[:2], (0, "helper build 618\n"))
+        self.assertEqual(self.ask(self.executable), "unknown command")
 
     def test_nobody_else_gets_in_and_nothing_is_preloaded_into_who_does(self):
-        self.assert_refused()
         marker = Path("/tmp/preloaded")
-        preload = {"env": harness.ENVIRONMENT | {"LD_PRELOAD": str(TESTS / "bin/libpreloaded.so"), "PRELOADED": str(marker)}}
+        preload = {"LD_PRELOAD": str(TESTS / "bin/libpreloaded.so"), "PRELOADED": str(marker)}
         # Without the group, what LD_PRELOAD brings runs in the genuine application.
-        self.assertEqual(self.brimo("version", **preload)[0], 3)
+        self.assertEqual(self.ask(GENUINE_PYTHON, **preload), "refused")
         self.assertTrue(marker.exists())
         marker.unlink()
-        self.assertEqual(self.brimo("version", executable=self.executable, **preload)[0], 0)
+        self.assertEqual(self.ask(self.executable, **preload), "unknown command")
         self.assertFalse(marker.exists())
 
 
