@@ -58,7 +58,7 @@ double coldSeconds(const Query& query) {
 }
 
 void cold(benchmark::State& state, const Query& query) {
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     double seconds = coldSeconds(query);
     if (seconds < 0) return state.SkipWithError("wrong owner");
     state.SetIterationTime(seconds);
@@ -70,7 +70,7 @@ void inTurn(benchmark::State& state, const std::vector<Query>& queries) {
   for (const auto& query : queries) {
     if (!query.answered()) return state.SkipWithError("wrong owner");
   }
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     if (!queries[next++ % queries.size()].answered()) return state.SkipWithError("wrong owner");
   }
 }

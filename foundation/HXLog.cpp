@@ -154,7 +154,7 @@ void HXLogCallStack() {
   HXLog("HXLogger", "{}", HXCallStackString());
 }
 
-std::string HX_exceptionDescription(std::exception_ptr exception) {
+std::string HX_exceptionDescription(const std::exception_ptr& exception) {
   if (!exception) return "terminate called without an exception";
   try {
     std::rethrow_exception(exception);
@@ -165,7 +165,7 @@ std::string HX_exceptionDescription(std::exception_ptr exception) {
   }
 }
 
-std::string HX_exceptionReport(std::exception_ptr exception) {
+std::string HX_exceptionReport(const std::exception_ptr& exception) {
   return fmt::format("{}\n{}", HX_exceptionDescription(exception), HXCallStackString());
 }
 

@@ -62,10 +62,10 @@ std::string HXCallStackString();
 void HXLogCallStack();
 
 /// What an exception is, in words.
-std::string HX_exceptionDescription(std::exception_ptr exception);
+std::string HX_exceptionDescription(const std::exception_ptr& exception);
 
 /// The description and, on the next line, the call stack of the caller: an exception keeps none of its own.
-std::string HX_exceptionReport(std::exception_ptr exception);
+std::string HX_exceptionReport(const std::exception_ptr& exception);
 
 /// Local time as "2024-05-01 12:00:00.123456", "2024-05-01" and "12:00:00.123456".
 std::string HX_logStyleCurrentDateTime();

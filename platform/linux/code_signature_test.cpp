@@ -85,7 +85,7 @@ TEST_F(CodeSignatureTest, LengthsAreChecked) {
   EXPECT_EQ(check("BRHCodeSignature"), unsignedCode);
   EXPECT_EQ(check(original + "x"), unsignedCode);
   EXPECT_EQ(check("x" + original), signatureFailed);
-  auto trailer = [](std::string length) { return length + "BRHCodeSignature"; };
+  auto trailer = [](const std::string& length) { return length + "BRHCodeSignature"; };
   EXPECT_EQ(check(trailer(std::string(8, '\0'))), signatureFailed);
   EXPECT_EQ(check(trailer(std::string(8, '\xFF'))), signatureFailed);
   EXPECT_EQ(check(std::string(70'000, '0') + trailer({0, 0, 0, 0, 0, 1, 0, 1})), signatureFailed);  // 65,537 bytes

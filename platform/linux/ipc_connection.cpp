@@ -18,7 +18,7 @@ namespace platform::ipc {
 namespace {
 
 constexpr std::size_t receiveChunk = 65'536;
-constexpr std::size_t maximumUnreadReplies = 32 * 1024 * 1024;
+constexpr std::size_t maximumUnreadReplies = std::size_t{32} * 1024 * 1024;
 
 /// The pid of the process that wrote what a recvmsg() brought, 0 when the kernel did not say.
 pid_t writerOf(msghdr& header) {
