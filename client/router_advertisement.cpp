@@ -60,10 +60,9 @@ std::vector<std::string> domainNames(Bytes bytes) {
     }
     if (length > 63 || length > bytes.size()) break;
     if (!name.empty()) name += '.';
-    for (char character : bytes.first(length)) {
-      isPlain =
-          isPlain && (std::isalnum(static_cast<unsigned char>(character)) || character == '-' || character == '_');
-      name += character;
+    for (auto byte : bytes.first(length)) {
+      isPlain = isPlain && (std::isalnum(byte) || byte == '-' || byte == '_');
+      name += static_cast<char>(byte);
     }
     bytes = bytes.subspan(length);
   }

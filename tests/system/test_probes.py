@@ -14,6 +14,9 @@ from harness import TESTS, HelperTest, wait_until
 from lan import (BROADCAST, INTERFACE, OUR_MAC, Lan, advertisement, captured, checksum, dhcp_message, icmpv6_frame, ip,
                  set_option, udp_frame)
 
+# A thread sanitizer adds a thread of its own to the first.
+SANITIZER_THREADS = 1 if b"__tsan_init" in (TESTS / "bin/BrimoHelper").read_bytes() else 0
+
 # Sends requests over one connection; prints the replies in the order in which they come, with the seconds they took.
 ASK = """
 import sys, time
@@ -68,7 +71,7 @@ class ProbeTest(HelperTest):
         self.assert_succeeds(self.genuine(ASK, repr([(0, request), (1, {"json": b'{"command":"version"}'})])))
 
     def threads(self):
-        return len(os.listdir(f"/proc/{self.helper.pid}/task"))
+        return len(os.listdir(f"/proc/{self.helper.pid}/task")) - SANITIZER_THREADS
 
     def lines_of(self, module):
         return [line.removeprefix(f"[{module}] ") for line in self.log() if line.startswith(f"[{module}]")]
@@ -178,7 +181,7 @@ class DHCP(ProbeTest):
             replies = self.ask(discover(), {"json": b'{"command":"version"}'})
             self.assertEqual([number for number, _, _ in replies], [2, 1])
             self.assertEqual(json.loads(replies[1][1]["json"]), {"serverAddresses": []})
-        wait_until(lambda: self.helper.descriptors() == descriptors and self.threads() == 1, "everything was given back")
+        wait_until(lambda: self.helper.descriptors() == descriptors and self.threads() <= 1, "everything was given back")
 
     def test_a_request_without_a_reply_is_not_probed(self):
         self.tell(discover())
