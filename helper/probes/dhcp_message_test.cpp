@@ -56,7 +56,7 @@ TEST(DHCPMessage, AnyOneThingWrongIsMalformed) {
   for (auto [offset, value] : {std::pair<std::size_t, std::uint8_t>{0, 1}, {1, 6}, {2, 16}, {236, 98}, {239, 100}}) {
     EXPECT_EQ(Offer().with(offset, value).verdict(), Verdict::malformedOrNoOffer) << offset;
   }
-  for (std::size_t length : {0, 1, 239, 240, 241, 242}) {
+  for (std::size_t length : {0u, 1u, 239u, 240u, 241u, 242u}) {
     auto offer = Offer();
     offer.length = length;
     EXPECT_EQ(offer.verdict(), Verdict::malformedOrNoOffer) << length;
