@@ -106,6 +106,7 @@ class RequirementParser {
   Predicate certificate() {
     int position = certificatePosition();
     expect("[");
+    skipBlanks();
     auto start = position_;
     auto word = this->word();
     auto dot = word.find('.');
@@ -133,6 +134,7 @@ class RequirementParser {
   }
 
   int certificatePosition() {
+    skipBlanks();
     auto start = position_;
     auto word = this->word();
     if (word == "leaf") return 0;

@@ -23,13 +23,26 @@ struct EventSource::State : std::enable_shared_from_this<State> {
   State() = default;
   State(const State&) = delete;
   State& operator=(const State&) = delete;
-  ~State() { sd_event_source_disable_unref(source); }
+  ~State() { detach(); }
+
+  void detach() { source = sd_event_source_disable_unref(source); }
 
   static void call(void* userdata, std::uint32_t events) noexcept {
     auto self = static_cast<State*>(userdata)->shared_from_this();
     self->handler(events);
   }
 };
+
+// Detaches at once, also under a running handler: the descriptor may be closed next, and its number given to another.
+EventSource::~EventSource() {
+  if (state_) state_->detach();
+}
+
+EventSource& EventSource::operator=(EventSource&& other) noexcept {
+  EventSource old(std::move(*this));
+  state_ = std::move(other.state_);
+  return *this;
+}
 
 sd_event* mainEventLoop() {
   static sd_event* loop = [] {

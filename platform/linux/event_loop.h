@@ -27,6 +27,9 @@ class EventSource {
   static EventSource timer(std::uint64_t microseconds, std::function<void()> handler);
 
   EventSource() = default;
+  EventSource(EventSource&&) = default;
+  EventSource& operator=(EventSource&& other) noexcept;
+  ~EventSource();
 
   /// Changes which events an io() source waits for.
   void setEvents(std::uint32_t events);

@@ -18,41 +18,26 @@ namespace platform {
 
 namespace {
 
-// States as bits. TIME_WAIT, SYN_RECV and NEW_SYN_RECV are no sockets of a process. Listeners come first: the kernel
-// finds them without a walk through its table of connections.
-constexpr std::uint32_t boundInactive = 1u << 13;  // TCP_BOUND_INACTIVE, Linux 6.8; ignored before
+// States as bits. TIME_WAIT, SYN_RECV and NEW_SYN_RECV are no sockets of a process.
 constexpr std::uint32_t listening = 1u << TCP_LISTEN;
 constexpr std::uint32_t connected = 1u << TCP_ESTABLISHED | 1u << TCP_SYN_SENT | 1u << TCP_FIN_WAIT1 |
                                     1u << TCP_FIN_WAIT2 | 1u << TCP_CLOSE | 1u << TCP_CLOSE_WAIT | 1u << TCP_LAST_ACK |
-                                    1u << TCP_CLOSING | boundInactive;
+                                    1u << TCP_CLOSING;
+constexpr std::uint32_t boundInactive = 1u << 13;  // TCP_BOUND_INACTIVE, Linux 6.8; ignored before
 
-/// Has the kernel leave out sockets on other ports than one: source port >= port, else reject; source port <= port,
-/// else reject (inet_diag bytecode; a jump past the end rejects).
-struct PortFilter {
-  inet_diag_bc_op atLeast, atLeastPort, atMost, atMostPort;
-
-  explicit PortFilter(std::uint16_t port)
-      : atLeast{INET_DIAG_BC_S_GE, 2 * sizeof(inet_diag_bc_op), sizeof(PortFilter) + 4},
-        atLeastPort{0, 0, port},
-        atMost{INET_DIAG_BC_S_LE, 2 * sizeof(inet_diag_bc_op), 2 * sizeof(inet_diag_bc_op) + 4},
-        atMostPort{0, 0, port} {}
-};
-
+/// Asks for the sockets on a local port. The body is inet_diag_req_v2, or the inet_diag_req of old, for TCP alone: that
+/// one covers both address families in one walk through the kernel's tables.
+template <class Body>
 struct DumpRequest {
   nlmsghdr header{};
-  inet_diag_req_v2 body{};
-  nlattr filterHeader{};
-  PortFilter filter;
+  Body body{};
 
-  DumpRequest(SocketProtocol protocol, int family, std::uint32_t states, std::uint16_t port) : filter(port) {
+  DumpRequest(std::uint16_t type, std::uint32_t states, std::uint16_t port) {
     header.nlmsg_len = sizeof *this;
-    header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
+    header.nlmsg_type = type;
     header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-    body.sdiag_family = static_cast<std::uint8_t>(family);
-    body.sdiag_protocol = protocol == SocketProtocol::udp ? IPPROTO_UDP : IPPROTO_TCP;
     body.idiag_states = states;
-    filterHeader.nla_len = sizeof filterHeader + sizeof filter;
-    filterHeader.nla_type = INET_DIAG_REQ_BYTECODE;
+    body.id.idiag_sport = htons(port);
   }
 };
 
@@ -89,15 +74,20 @@ SocketEntry entryOf(const inet_diag_msg& message, std::size_t length) {
   return entry;
 }
 
-/// Dumps the sockets of one family and set of states; false when `visit` wanted no more.
-bool dump(int netlink, const DumpRequest& request, const std::function<bool(const SocketEntry&)>& visit) {
+/// Dumps the sockets that a request asks for; false when `visit` wanted no more.
+template <class Body>
+bool dump(const DumpRequest<Body>& request, const std::function<bool(const SocketEntry&)>& visit) {
+  // One a dump: an earlier one may be left half read.
+  FileDescriptor netlink(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
   sockaddr_nl kernel{};
   kernel.nl_family = AF_NETLINK;
-  if (sendto(netlink, &request, sizeof request, 0, reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) < 0)
+  if (!netlink ||
+      sendto(netlink.get(), &request, sizeof request, 0, reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) < 0) {
     return true;
+  }
   alignas(nlmsghdr) static thread_local std::array<char, 32'768> buffer;
   while (true) {
-    auto received = recv(netlink, buffer.data(), buffer.size(), 0);
+    auto received = recv(netlink.get(), buffer.data(), buffer.size(), 0);
     if (received < 0 && errno == EINTR) continue;
     if (received <= 0) return true;
     auto rest = static_cast<unsigned>(received);
@@ -106,7 +96,9 @@ bool dump(int netlink, const DumpRequest& request, const std::function<bool(cons
       if (header->nlmsg_type == NLMSG_DONE || header->nlmsg_type == NLMSG_ERROR) return true;
       if (header->nlmsg_len < NLMSG_LENGTH(sizeof(inet_diag_msg))) continue;
       const auto& message = *static_cast<const inet_diag_msg*>(NLMSG_DATA(header));
-      if (message.idiag_inode != 0 && !visit(entryOf(message, header->nlmsg_len - NLMSG_HDRLEN))) return false;
+      // The kernel leaves other ports out, but not among bound sockets, and takes port 0 for any.
+      if (message.idiag_inode == 0 || message.id.idiag_sport != request.body.id.idiag_sport) continue;
+      if (!visit(entryOf(message, header->nlmsg_len - NLMSG_HDRLEN))) return false;
     }
   }
 }
@@ -115,16 +107,20 @@ bool dump(int netlink, const DumpRequest& request, const std::function<bool(cons
 
 void visitSockets(SocketProtocol protocol, std::uint16_t port, bool onlyIPv6,
                   const std::function<bool(const SocketEntry&)>& visit) {
-  const bool udp = protocol == SocketProtocol::udp;
-  for (std::uint32_t states : {listening, connected}) {
-    if (udp && states == listening) continue;
+  if (protocol == SocketProtocol::udp) {
     for (int family : {AF_INET, AF_INET6}) {
       if (onlyIPv6 && family == AF_INET) continue;
-      // One a dump: an earlier one may be left half read.
-      FileDescriptor netlink(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
-      if (!netlink) return;
-      if (!dump(netlink.get(), DumpRequest(protocol, family, states, port), visit)) return;
+      DumpRequest<inet_diag_req_v2> request(SOCK_DIAG_BY_FAMILY, connected, port);
+      request.body.sdiag_family = static_cast<std::uint8_t>(family);
+      request.body.sdiag_protocol = IPPROTO_UDP;
+      if (!dump(request, visit)) return;
     }
+    return;
+  }
+  // The cheap ones and the likely ones first: the kernel has a table of listeners alone, walks that of connections to
+  // its end, and for sockets that are merely bound walks both it and the table of ports.
+  for (std::uint32_t states : {listening, connected, boundInactive}) {
+    if (!dump(DumpRequest<inet_diag_req>(TCPDIAG_GETSOCK, states, port), visit)) return;
   }
 }
 

@@ -1,0 +1,78 @@
+#include "foundation/HXJSON.h"
+
+#include <gmock/gmock.h>
+
+#include <boost/json.hpp>
+#include <limits>
+
+#include "foundation/HXLog.h"
+
+namespace json = boost::json;
+
+namespace {
+
+/// The lines logged while it lives.
+class CapturedLog {
+ public:
+  CapturedLog() {
+    HXSetLogDestinations(0);
+    HXSetLogLineHook([this](const std::string& line) { lines.push_back(line.substr(line.find('['))); });
+  }
+  ~CapturedLog() { HXSetLogLineHook(nullptr); }
+  std::vector<std::string> lines;
+};
+
+TEST(HXJSONObject, ParsesADataObjectOnce) {
+  HXData data(R"({"b": [1, true, null], "a": "é"})");
+  auto first = HX_JSONObject(data);
+  ASSERT_TRUE(first);
+  EXPECT_EQ(json::serialize(*first), R"({"b":[1,true,null],"a":"é"})");
+  EXPECT_EQ(HX_JSONObject(data), first);
+}
+
+TEST(HXJSONObject, RefusesWhatIsNoJSONContainerWithoutAWord) {
+  CapturedLog log;
+  for (std::string_view text :
+       {"", "{", "1", "\"text\"", "null", "{} {}", "[1,]", "{\"a\":}", "{'a':1}", "[01]", "[NaN]", "[Infinity]", "// {}\n{}",
+        "[\"\xC0\x80\"]", "[\"\xED\xA0\x80\"]", "[\"\\uD800\"]", "[\"\x01\"]", "\xEF\xBB\xBF{}"}) {
+    HXData data(text);
+    EXPECT_FALSE(HX_JSONObject(data)) << text;
+    EXPECT_FALSE(HX_JSONObject(data)) << text;
+  }
+  EXPECT_THAT(log.lines, testing::IsEmpty());
+}
+
+TEST(HXJSONObject, NestsToItsLimit) {
+  auto nested = [](std::size_t depth) { return HXData(std::string(depth, '[') + std::string(depth, ']')); };
+  EXPECT_TRUE(HX_JSONObject(nested(512)));
+  EXPECT_FALSE(HX_JSONObject(nested(513)));
+  EXPECT_FALSE(HX_JSONObject(nested(1'000'000)));
+  EXPECT_FALSE(HX_JSONObject(HXData(std::string(1'000'000, '['))));
+}
+
+TEST(HXJSONObject, SurvivesOddNumbersAndNames) {
+  auto parsed = HX_JSONObject(HXData(R"({"a":1,"a":2,"big":123456789012345678901234567890,"huge":1e400,"tiny":1e-400,"":0})"));
+  ASSERT_TRUE(parsed);
+  EXPECT_EQ(parsed->at("a").as_int64(), 2);
+  EXPECT_TRUE(parsed->at("big").is_double());
+}
+
+TEST(HXJSONData, WritesCompactTextInOrder) {
+  EXPECT_EQ(HX_JSONData(json::object{{"z", 1}, {"a", json::array{nullptr, "\n\"é"}}}), "{\"z\":1,\"a\":[null,\"\\n\\\"é\"]}");
+}
+
+TEST(HXJSONData, FailuresAreLogged) {
+  CapturedLog log;
+  EXPECT_FALSE(HX_JSONData("text"));
+  EXPECT_FALSE(HX_JSONData(nullptr));
+  EXPECT_FALSE(HX_JSONData(json::object{{"a", json::array{std::numeric_limits<double>::infinity()}}}));
+  EXPECT_FALSE(HX_JSONData(json::array{std::numeric_limits<double>::quiet_NaN()}));
+  EXPECT_FALSE(HX_JSONData(json::array{"\xFF"}));
+  EXPECT_THAT(log.lines,
+              testing::ElementsAre("[JSONHelper] Not a valid JSON object: string", "[JSONHelper] Not a valid JSON object: null",
+                                   "[JSONHelper] Not a valid JSON object: object",
+                                   "[JSONHelper] Not a valid JSON object: array",
+                                   "[JSONHelper] Error occered when JSON serializate object to NSData: a text is not UTF-8"));
+}
+
+}  // namespace

@@ -1,0 +1,148 @@
+#include "foundation/HXLog.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+struct Speaker : HXLogging<Speaker> {};
+struct Renamed : HXLogging<Renamed> {
+  static std::string HX_logModuleName() { return "Other"; }
+};
+
+class HXLogTest : public testing::Test {
+ protected:
+  HXLogTest() {
+    HXSetLogDestinations(HXLogToFile);
+    HXSetLogFilePath(path);
+  }
+  ~HXLogTest() override {
+    HXSetLogLineHook(nullptr);
+    HX_setLogAction(nullptr);
+    HXSetLogEnabled(true);
+    HXSetLogFilePath("");
+    std::filesystem::remove_all(folder);
+  }
+
+  std::vector<std::string> linesInFile() {
+    std::ifstream file(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    return lines;
+  }
+
+  std::string folder = [] {
+    std::string name = std::filesystem::temp_directory_path() / "hxlog.XXXXXX";
+    if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
+    return name;
+  }();
+  std::string path = folder + "/log";
+};
+
+constexpr char stamp[] = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6} ";
+
+TEST_F(HXLogTest, LinesHaveTimestampThreadMarkModuleAndMessage) {
+  HXLog("Helper", "Version: {}, Starting...", 618);
+  std::thread([] { Speaker::HX_log("from {}", "elsewhere"); }).join();
+  Renamed().HX_logWithLevel(20, "renamed");
+  EXPECT_THAT(linesInFile(), ElementsAre(MatchesRegex(std::string(stamp) + "\\*\\[Helper\\] Version: 618, Starting\\.\\.\\."),
+                                         MatchesRegex(std::string(stamp) + " \\[Speaker\\] from elsewhere"),
+                                         MatchesRegex(std::string(stamp) + "\\*\\[Other\\] renamed")));
+  EXPECT_THAT(HX_logStyleCurrentDate(), MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}"));
+  EXPECT_THAT(HX_logStyleCurrentTime(), MatchesRegex("[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}"));
+}
+
+TEST_F(HXLogTest, AnExistingFileIsAddedToAndALinkIsNot) {
+  HXLog("M", "first");
+  HXSetLogFilePath(path);
+  HXLog("M", "second");
+  EXPECT_EQ(linesInFile().size(), 2u);
+
+  std::filesystem::create_symlink(path, folder + "/link");
+  HXSetLogFilePath(folder + "/link");
+  HXLog("M", "lost");
+  EXPECT_EQ(linesInFile().size(), 2u);
+}
+
+TEST_F(HXLogTest, DestinationsSwitchHookAndActionDoWhatTheySay) {
+  std::vector<std::string> hooked, acted;
+  HXSetLogLineHook([&](const std::string& line) { hooked.push_back(line.substr(27)); });
+  HXSetLogDestinations(HXLogToStderr);
+  testing::internal::CaptureStderr();
+  HXLog("M", "to stderr");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), MatchesRegex(std::string(stamp) + "\\*\\[M\\] to stderr\n"));
+  EXPECT_EQ(linesInFile().size(), 0u);
+
+  HX_setLogAction([&](std::int8_t level, const std::string& module, const std::string& message) {
+    acted.push_back(fmt::format("{} {} {}", level, module, message));
+  });
+  Speaker::HX_log("default");
+  Speaker::HX_logWithLevel(50, "trace");
+  HX_setLogAction(nullptr);
+  HXSetLogDestinations(0);
+  Speaker::HX_log("normal again");
+  HXSetLogEnabled(false);
+  HXLog("M", "off");
+  EXPECT_THAT(acted, ElementsAre("30 Speaker default", "50 Speaker trace"));
+  EXPECT_THAT(hooked, ElementsAre("*[M] to stderr", "*[Speaker] normal again"));
+}
+
+TEST_F(HXLogTest, LinesOfManyThreadsStayWhole) {
+  std::vector<std::string> hooked;
+  HXSetLogLineHook([&](const std::string& line) { hooked.push_back(line); });
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 8; ++thread) {
+    threads.emplace_back([thread] {
+      for (int line = 0; line < 50; ++line) HXLog("M", "{}", std::string(200, static_cast<char>('a' + thread)));
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(hooked.size(), 400u);
+  EXPECT_EQ(linesInFile(), hooked);
+}
+
+TEST_F(HXLogTest, AFileThatCannotBeWrittenIsLeftOutUntilItIsSetAgain) {
+  HXSetLogFilePath("/dev/full");
+  std::vector<std::string> hooked;
+  HXSetLogLineHook([&](const std::string& line) { hooked.push_back(line); });
+  HXLog("M", "one");
+  HXLog("M", "two");
+  EXPECT_EQ(hooked.size(), 2u);
+  HXSetLogFilePath(path);
+  HXLog("M", "three");
+  EXPECT_EQ(linesInFile().size(), 1u);
+}
+
+TEST_F(HXLogTest, AnUncaughtExceptionIsLoggedAndHandedOn) {
+  auto die = [&] {
+    std::set_terminate([] {
+      std::fputs("previous handler\n", stderr);
+      _exit(7);
+    });
+    HXInstallUncaughtExceptionHandler();
+    HXSetLogDestinations(HXLogToFile | HXLogToStderr);
+    std::thread([] { throw std::runtime_error("nobody catches this"); }).join();
+  };
+  EXPECT_EXIT(die(), testing::ExitedWithCode(7),
+              "\\[HXLogger\\] Uncaught Exception, description:std::runtime_error: nobody catches this, call stack:(.|\n)*"
+              "previous handler");
+}
+
+TEST(HXCallStack, NamesFramesAndTheImage) {
+  auto text = HXCallStackString();
+  EXPECT_THAT(text, testing::HasSubstr("foundation_tests"));
+  EXPECT_THAT(text.substr(text.rfind(')')), MatchesRegex("\\), slide 0x[0-9a-f]+ load addr 0x[0-9a-f]+"));
+  EXPECT_THAT(HX_exceptionReport(std::make_exception_ptr(std::out_of_range("where"))),
+              testing::StartsWith("std::out_of_range: where\nCall stack: ("));
+}
+
+}  // namespace

@@ -1,0 +1,174 @@
+#include <gmock/gmock.h>
+
+#include <boost/json.hpp>
+#include <optional>
+
+#include "helper/BRHMain.h"
+#include "helper/probes/BRSockAddrObject.h"
+#include "platform/fake/ipc.h"
+#include "platform/fake/machine.h"
+
+namespace {
+
+using platform::fake::machine;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace ipc = platform::ipc;
+namespace fake = platform::fake;
+
+class DispatchTest : public testing::Test {
+ protected:
+  DispatchTest() {
+    machine() = {};
+    HXSetLogDestinations(0);
+    HXSetLogLineHook([this](const std::string& line) { log.push_back(line.substr(line.find('['))); });
+  }
+  ~DispatchTest() override { HXSetLogLineHook(nullptr); }
+
+  void deliver(const ipc::Event& event) {
+    log.clear();
+    BRHMain::sharedInstance().handleXPCEvent(*connection, event);
+  }
+
+  ipc::Dictionary ask(ipc::Dictionary request) {
+    std::optional<ipc::Dictionary> answer;
+    deliver(fake::makeMessage(std::move(request), [&](const ipc::Dictionary& reply) {
+      EXPECT_FALSE(answer) << "a second reply";
+      answer = reply;
+    }));
+    EXPECT_TRUE(answer) << "no reply";
+    return answer.value_or(ipc::Dictionary());
+  }
+
+  std::string askJSON(std::string_view text) {
+    auto reply = ask({{"json", ipc::Data(text.begin(), text.end())}});
+    const auto* data = reply.get<ipc::Data>("json");
+    return data ? std::string(data->begin(), data->end()) : "(none)";
+  }
+
+  void tell(ipc::Dictionary request) { deliver(fake::makeMessage(std::move(request))); }
+
+  std::shared_ptr<fake::ConnectionState> state = std::make_shared<fake::ConnectionState>();
+  std::shared_ptr<ipc::Connection> connection = fake::makeConnection(state);
+  std::vector<std::string> log;
+};
+
+ipc::Data bytesOf(std::string_view text) {
+  return {text.begin(), text.end()};
+}
+
+TEST_F(DispatchTest, JSONCommands) {
+  EXPECT_EQ(askJSON(R"({"command":"version"})"), R"({"version":618})");
+  EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: version"));
+  EXPECT_EQ(askJSON(R"({"command":"start-watchdog"})"), R"({"result":"success"})");
+  EXPECT_EQ(askJSON(R"({"command":"stop-watchdog"})"), R"({"result":"success"})");
+  for (auto text : {R"({"command":"Version"})", R"({"command":""})"}) {
+    EXPECT_EQ(askJSON(text), R"({"error":"unknown command"})");
+    EXPECT_EQ(log.back(), "[BRHMain] Unknown command!");
+  }
+  boost::json::object noCommand{{"command", 1}};
+  EXPECT_EQ(BRHMain::sharedInstance().execCommand(noCommand, 42).at("error"), "unknown command");
+}
+
+TEST_F(DispatchTest, StopEndsTheProcessWithoutAReply) {
+  HXSetLogDestinations(HXLogToStderr);
+  EXPECT_EXIT(askJSON(R"({"command":"stop"})"), testing::ExitedWithCode(0), "\\[BRHMain\\] Shutdown");
+}
+
+TEST_F(DispatchTest, JSONErrors) {
+  EXPECT_EQ(*ask({}).get<ipc::Data>("json"), bytesOf(R"({"error":"missing command"})"));
+  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC dictionary contains no supported command"));
+  EXPECT_EQ(*ask({{"command", true}, {"json", "text"}}).get<ipc::Data>("json"),
+            bytesOf(R"({"error":"missing command"})"));
+  for (auto text : {"", "[]", "1", "{}", R"({"command":1})", R"({"command":null})", R"(["command"])"}) {
+    EXPECT_EQ(askJSON(text), R"({"error":"invalid command payload"})") << text;
+    EXPECT_THAT(log, ElementsAre("[BRHMain] Invalid JSON command payload"));
+  }
+}
+
+TEST_F(DispatchTest, APayloadMayHaveFourMebibytes) {
+  std::string start = R"({"command":"version","padding":")", end = "\"}";
+  std::string text = start + std::string(4'194'304 - start.size() - end.size(), 'x') + end;
+  EXPECT_EQ(askJSON(text), R"({"version":618})");
+  EXPECT_EQ(askJSON(text + " "), R"({"error":"command payload is too large"})");
+  EXPECT_THAT(log, ElementsAre("[BRHMain] JSON command payload is too large: 4194305"));
+}
+
+TEST_F(DispatchTest, RawCommandsComeFirst) {
+  auto reply = ask({{"command", "version"}, {"json", bytesOf(R"({"command":"version"})")}});
+  EXPECT_EQ(reply, (ipc::Dictionary{{"error", "unknown command"}}));
+  EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: version", "[BRHMain] Unknown raw command!"));
+}
+
+TEST_F(DispatchTest, ProcessLookup) {
+  auto query = BRSockAddrMakeIPv4({127, 0, 0, 1}, 80);
+  ipc::Data address(query.begin(), query.end());
+  platform::SocketEntry socket{.localPort = 80, .isIPv4 = true, .isIPv6 = false, .localAddress = {}, .identity = 7};
+  machine().sockets = {{platform::SocketProtocol::udp, socket}};
+  machine().owners = {{7, 123}};
+  machine().executables = {{123, "/usr/sbin/owner"}};
+
+  EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}, {"udp", true}}),
+            (ipc::Dictionary{{"pid", std::int64_t{123}}, {"path", "/usr/sbin/owner"}}));
+  EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}, {"udp", false}}).size(), 0u);
+  EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}, {"udp", std::int64_t{1}}}).size(), 0u);
+  EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}}).size(), 0u);
+
+  for (std::size_t length : {0, 127, 129}) {
+    EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", ipc::Data(length)}}),
+              (ipc::Dictionary{{"error", "invalid address"}}));
+    EXPECT_EQ(log.back(), fmt::format("[BRHMain] Invalid process-lookup address length: {}", length));
+  }
+  EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", "text"}}), (ipc::Dictionary{{"error", "invalid address"}}));
+  EXPECT_EQ(log.back(), "[BRHMain] Invalid process-lookup address length: 0");
+}
+
+TEST_F(DispatchTest, ProbesNeedAnInterface) {
+  for (const ipc::Dictionary& request :
+       {ipc::Dictionary{{"command", "ra-detect"}}, ipc::Dictionary{{"command", "ra-detect"}, {"interface", ""}},
+        ipc::Dictionary{{"command", "ra-detect"}, {"interface", bytesOf("lo")}}}) {
+    EXPECT_EQ(ask(request), (ipc::Dictionary{{"error", "invalid interface"}}));
+    EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: ra-detect", "[BRHMain] Invalid ra-detect interface"));
+  }
+  // An empty reply: nothing was found.
+  EXPECT_EQ(ask({{"command", "ra-detect"}, {"interface", "nothing0"}}).size(), 0u);
+  EXPECT_EQ(log.back(), "[BRHV6RADetector] Invalid interface: nothing0");
+
+  for (auto interface : {"", R"(,"interface":"")", R"(,"interface":1)", R"(,"interface":null)"}) {
+    EXPECT_EQ(askJSON(fmt::format(R"({{"command":"dhcp-discover"{}}})", interface)),
+              R"({"error":"Invalid interface"})");
+    EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: dhcp-discover"));
+  }
+}
+
+TEST_F(DispatchTest, RequestsThatAcceptNoReply) {
+  tell({{"command", "process-lookup"}, {"address", ipc::Data(128)}});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: process-lookup",
+                               "[BRHMain] process-lookup request does not accept a reply"));
+  EXPECT_THAT(machine().ownersAsked, IsEmpty());
+  tell({{"command", "ra-detect"}, {"interface", "lo"}});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: ra-detect",
+                               "[BRHMain] ra-detect request does not accept a reply"));
+  tell({{"json", bytesOf(R"({"command":"dhcp-discover","interface":"lo"})")}});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: dhcp-discover",
+                               "[BRHMain] dhcp-discover request does not accept a reply"));
+  tell({{"command", "x"}});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: x", "[BRHMain] Unknown raw command!"));
+  tell({{"json", bytesOf(R"({"command":"nope"})")}});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: nope", "[BRHMain] Unknown command!",
+                               "[BRHMain] JSON command does not accept a reply"));
+  tell({});
+  tell({{"json", bytesOf("{")}});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] Invalid JSON command payload"));
+}
+
+TEST_F(DispatchTest, ErrorEventsAreToldApart) {
+  deliver(ipc::Error{.kind = ipc::Error::Kind::connectionInvalid, .description = "gone"});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC connection closed"));
+  deliver(ipc::Error{.kind = ipc::Error::Kind::terminationImminent, .description = "end"});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC_ERROR_TERMINATION_IMMINENT"));
+  deliver(ipc::Error{.kind = ipc::Error::Kind::other, .description = "interrupted"});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC_TYPE_ERROR: interrupted"));
+}
+
+}  // namespace

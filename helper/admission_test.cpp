@@ -1,0 +1,123 @@
+#include "helper/admission.h"
+
+#include <gmock/gmock.h>
+
+#include "foundation/HXLog.h"
+#include "helper/BRHMain.h"
+#include "helper/requirements.h"
+#include "platform/fake/ipc.h"
+#include "platform/fake/machine.h"
+#include "platform/linux/code_requirement.h"
+
+namespace {
+
+using platform::fake::machine;
+using testing::ElementsAre;
+using testing::Pair;
+namespace ipc = platform::ipc;
+namespace fake = platform::fake;
+namespace code_signing = platform::code_signing;
+
+const std::string executable = "/Applications/Brimo.app/Contents/MacOS/Brimo";
+const std::string bugsnag = "/Applications/Brimo.app/Contents/Frameworks/Bugsnag.framework/Bugsnag";
+const std::string sparkle = "/Applications/Brimo.app/Contents/Frameworks/Sparkle.framework/Sparkle";
+
+class AdmissionTest : public testing::Test {
+ protected:
+  AdmissionTest() {
+    machine() = {};
+    machine().executables[42] = executable;
+    for (const auto& path : {executable, bugsnag, sparkle}) machine().files[path] = code_signing::success;
+    BRHMain::sharedInstance().setMainAppImagePath("/none");
+    HXSetLogDestinations(0);
+    HXSetLogLineHook([this](const std::string& line) { log.push_back(line.substr(line.find('['))); });
+  }
+  ~AdmissionTest() override { HXSetLogLineHook(nullptr); }
+
+  void accept() { BRHListenerEventHandler(fake::makeConnection(state)); }
+
+  /// Delivers a request; returns whether it was answered.
+  bool answered() {
+    bool replied = false;
+    state->handler(fake::makeMessage({{"command", "x"}}, [&](const auto&) { replied = true; }));
+    return replied;
+  }
+
+  std::shared_ptr<fake::ConnectionState> state = std::make_shared<fake::ConnectionState>();
+  std::vector<std::string> log;
+};
+
+TEST_F(AdmissionTest, TheFirstMessageIsValidatedInOrderAndThenDispatched) {
+  accept();
+  EXPECT_EQ(state->requirement, ClientRequirement);
+  EXPECT_TRUE(state->resumed);
+  EXPECT_TRUE(answered());
+  EXPECT_THAT(machine().checks, ElementsAre(Pair("", ClientRequirement), Pair(executable, ClientRequirement),
+                                            Pair(bugsnag, FrameworkRequirement), Pair(sparkle, FrameworkRequirement)));
+  EXPECT_EQ(BRHMain::sharedInstance().mainAppImagePath(), executable);
+  EXPECT_TRUE(answered());
+  EXPECT_THAT(log, ElementsAre("[Helper] New connection: <fake connection>", "[Helper] Client validation status: 0",
+                               "[BRHMain] Received raw command: x", "[BRHMain] Unknown raw command!",
+                               "[BRHMain] Received raw command: x", "[BRHMain] Unknown raw command!"));
+}
+
+TEST_F(AdmissionTest, EveryFailedStepRejectsTheConnection) {
+  struct Case {
+    std::function<void()> spoil;
+    std::int32_t status;
+    std::size_t checks;
+  };
+  for (const auto& [spoil, status, checks] : std::initializer_list<Case>{
+           {[] { machine().senderStatus = code_signing::unsignedCode; }, -67062, 1},
+           {[] { machine().executables.clear(); }, -67065, 1},
+           {[] { machine().executables[42] = "/bad \xFF path"; }, -67065, 1},
+           {[] { machine().files[executable] = code_signing::signatureFailed; }, -67050, 2},
+           {[] { machine().files.erase(bugsnag); }, -67050, 3},
+           {[] { machine().files.erase(sparkle); }, -67050, 4},
+       }) {
+    auto intact = machine();
+    spoil();
+    *state = {};
+    accept();
+    log.clear();
+    EXPECT_FALSE(answered());
+    EXPECT_TRUE(state->cancelled);
+    EXPECT_EQ(machine().checks.size(), checks);
+    EXPECT_THAT(log, ElementsAre(fmt::format("[Helper] Client validation status: {}", status),
+                                 "[Helper] Reject connection from PID 42"));
+    // The cancelled connection's end is nobody's business.
+    state->handler(ipc::Error{.kind = ipc::Error::Kind::connectionInvalid, .description = ""});
+    EXPECT_EQ(log.size(), 2u);
+    EXPECT_EQ(BRHMain::sharedInstance().mainAppImagePath(), "/none");
+    machine() = intact;
+  }
+}
+
+TEST_F(AdmissionTest, ErrorsBeforeTheFirstMessageAreDropped) {
+  accept();
+  log.clear();
+  state->handler(ipc::Error{.kind = ipc::Error::Kind::terminationImminent, .description = ""});
+  EXPECT_TRUE(log.empty());
+  EXPECT_TRUE(machine().checks.empty());
+}
+
+TEST_F(AdmissionTest, AConnectionThatTheRequirementCannotBeInstalledOnIsCancelled) {
+  state->requirementStatus = -67052;
+  accept();
+  BRHListenerEventHandler(ipc::Error{.kind = ipc::Error::Kind::other, .description = "accept: no room"});
+  EXPECT_TRUE(state->cancelled);
+  EXPECT_FALSE(state->resumed);
+  EXPECT_THAT(log, ElementsAre("[Helper] New connection: <fake connection>",
+                               "[Helper] Failed to install peer signing requirement for PID 42: -67052",
+                               "[Helper] Listener received a non-connection object: accept: no room"));
+}
+
+TEST(Requirements, AreOfTheLanguage) {
+  std::string problem;
+  EXPECT_TRUE(code_signing::CodeRequirement::parse(ClientRequirement, &problem)) << problem;
+  EXPECT_TRUE(code_signing::CodeRequirement::parse(FrameworkRequirement, &problem)) << problem;
+  EXPECT_FALSE(BRHValidateMainApplication(""));
+  EXPECT_FALSE(BRHValidateMainApplication("no/slashes"));
+}
+
+}  // namespace

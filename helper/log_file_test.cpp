@@ -1,0 +1,103 @@
+#include "helper/log_file.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "foundation/HXLog.h"
+#include "platform/fake/machine.h"
+
+namespace {
+
+using platform::fake::machine;
+
+class LogFileTest : public testing::Test {
+ protected:
+  LogFileTest() {
+    machine() = {};
+    HXSetLogDestinations(HXLogToFile);
+    HXSetLogFilePath("");
+  }
+  ~LogFileTest() override {
+    HXSetLogFilePath("");
+    std::filesystem::remove_all(folder);
+  }
+
+  void put(const std::string& content, mode_t mode) {
+    std::ofstream(path) << content;
+    chmod(path.c_str(), mode);
+  }
+
+  /// What the file holds after a line was logged: timestamps cut away.
+  std::string contentAfterOpening() {
+    BRHOpenLogFile(path);
+    HXLog("T", "line");
+    std::ifstream file(path);
+    std::string content((std::istreambuf_iterator<char>(file)), {}), end = "*[T] line\n";
+    if (!content.ends_with(end)) return content;
+    return content.erase(content.size() - end.size() - 27, 27);
+  }
+
+  mode_t mode() {
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
+  }
+
+  std::string folder = [] {
+    std::string name = std::filesystem::temp_directory_path() / "log_file.XXXXXX";
+    if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
+    return name;
+  }();
+  std::string path = folder + "/BrimoHelper.log";
+};
+
+TEST_F(LogFileTest, MakesOrKeepsASafeFile) {
+  EXPECT_EQ(contentAfterOpening(), "*[T] line\n");
+  EXPECT_EQ(mode(), S_IFREG | 0644u);
+  put("kept\n", 0600);
+  EXPECT_EQ(contentAfterOpening(), "kept\n*[T] line\n");
+  EXPECT_EQ(mode(), S_IFREG | 0644u);
+  EXPECT_TRUE(machine().systemLog.empty());
+}
+
+TEST_F(LogFileTest, ReplacesWhatAnotherUserCouldHavePlanted) {
+  const std::string target = folder + "/target";
+  auto plants = std::initializer_list<std::function<void()>>{
+      [&] { put("group may write\n", 0664); },
+      [&] { put("all may write\n", 0646); },
+      [&] { std::filesystem::create_symlink(target, path); },
+      [&] { std::filesystem::create_hard_link(target, path); },
+      [&] { ASSERT_EQ(mkfifo(path.c_str(), 0644), 0); },
+      [&] {
+        put("another's\n", 0644);
+        ASSERT_EQ(chown(path.c_str(), 1000, 1000), 0) << "run as root";
+      },
+  };
+  for (const auto& plant : plants) {
+    std::filesystem::remove(path);
+    std::ofstream(target) << "target\n";
+    plant();
+    EXPECT_EQ(contentAfterOpening(), "*[T] line\n");
+    EXPECT_EQ(mode(), S_IFREG | 0644u);
+    EXPECT_EQ(std::filesystem::file_size(target), 7u);
+  }
+  EXPECT_TRUE(machine().systemLog.empty());
+}
+
+TEST_F(LogFileTest, GoesOnWithoutAFileThatCannotBeMadeSafe) {
+  std::filesystem::create_directory(path);
+  BRHOpenLogFile(path);
+  HXLog("T", "nowhere to go");
+  EXPECT_THAT(machine().systemLog, testing::ElementsAre("Brimo Helper refused to open an unsafe log file"));
+  EXPECT_TRUE(std::filesystem::is_directory(path));
+
+  machine() = {};
+  BRHOpenLogFile(folder + "/none/log");  // unlink says ENOENT each time
+  EXPECT_THAT(machine().systemLog, testing::ElementsAre("Brimo Helper refused to open an unsafe log file"));
+}
+
+}  // namespace

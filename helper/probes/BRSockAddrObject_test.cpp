@@ -1,0 +1,97 @@
+#include "helper/probes/BRSockAddrObject.h"
+
+#include <gtest/gtest.h>
+#include <net/if.h>
+
+#include <cstring>
+#include <unordered_set>
+
+namespace {
+
+BRSockAddrObject four(std::array<std::uint8_t, 4> address, std::uint16_t port) {
+  return BRSockAddrObject::objectWithAddr(BRSockAddrMakeIPv4(address, port));
+}
+
+BRSockAddrObject six(std::uint8_t first, std::uint8_t last, std::uint16_t port) {
+  return BRSockAddrObject::objectWithAddr(BRSockAddrMakeIPv6({first, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, last}, port));
+}
+
+TEST(BRSockAddrObject, HasTheLayoutOfMessages) {
+  auto address = BRSockAddrMakeIPv4({192, 0, 2, 1}, 0x1234);
+  EXPECT_EQ((std::array<std::uint8_t, 9>{16, 2, 0x12, 0x34, 192, 0, 2, 1, 0}),
+            (std::to_array({address[0], address[1], address[2], address[3], address[4], address[5], address[6], address[7], address[8]})));
+  auto wide = BRSockAddrMakeIPv6({0xFE, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9}, 1);
+  EXPECT_EQ(wide[0], 28);
+  EXPECT_EQ(wide[1], 30);
+  EXPECT_EQ(wide[8], 0xFE);
+  EXPECT_EQ(wide[23], 9);
+}
+
+TEST(BRSockAddrObject, EqualityCountsAsManyBytesAsTheLengthSays) {
+  EXPECT_EQ(four({1, 2, 3, 4}, 80), four({1, 2, 3, 4}, 80));
+  EXPECT_FALSE(four({1, 2, 3, 4}, 80) == four({1, 2, 3, 4}, 81));
+  auto left = BRSockAddrMakeIPv4({1, 2, 3, 4}, 80), right = left;
+  right[16] = 9;  // past the length
+  EXPECT_EQ(BRSockAddrObject::objectWithAddr(left), BRSockAddrObject::objectWithAddr(right));
+  right[15] = 9;
+  EXPECT_FALSE(BRSockAddrObject::objectWithAddr(left) == BRSockAddrObject::objectWithAddr(right));
+  left.fill(7), right.fill(7);
+  left[0] = right[0] = 255;
+  EXPECT_EQ(BRSockAddrObject::objectWithAddr(left), BRSockAddrObject::objectWithAddr(right));
+  right[0] = 254;
+  EXPECT_FALSE(BRSockAddrObject::objectWithAddr(left) == BRSockAddrObject::objectWithAddr(right));
+  left[0] = right[0] = 0;
+  right[5] = 0;
+  EXPECT_EQ(BRSockAddrObject::objectWithAddr(left), BRSockAddrObject::objectWithAddr(right));
+  EXPECT_TRUE(BRSockAddrObject::objectWithAddr(left).isEqual(nullptr));
+  EXPECT_FALSE(four({1, 2, 3, 4}, 80).isEqual(nullptr));
+}
+
+TEST(BRSockAddrObject, HashAndIgnoredPortServeAsKey) {
+  EXPECT_EQ(four({1, 2, 3, 4}, 80).hash(), four({1, 2, 3, 4}, 81).hash());
+  auto words = BRSockAddrMakeIPv6({1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, 255, 255, 255, 255}, 5);
+  std::uint32_t expected = 0, word;
+  for (std::size_t offset : {8, 12, 16, 20}) {
+    std::memcpy(&word, words.data() + offset, 4);
+    expected += word;
+  }
+  EXPECT_EQ(BRSockAddrObject::objectWithAddr(words).hash(), expected);
+  EXPECT_EQ(BRSockAddrObject::objectWithAddr({16, 99, 1, 2, 3, 4}).hash(), 0u);
+
+  std::unordered_set<BRSockAddrObject> set;
+  for (std::uint16_t port = 1; port <= 3; ++port) {
+    set.insert(BRSockAddrObject::objectWithAddrIgnorePort(BRSockAddrMakeIPv4({1, 2, 3, 4}, port)));
+  }
+  EXPECT_EQ(set.size(), 1u);
+  BRSockAddr other{16, 99, 1, 2};
+  EXPECT_EQ(BRSockAddrObject::objectWithAddrIgnorePort(other).addr(), other);
+}
+
+TEST(BRSockAddrObject, OrdersByFamilyAddressAndPort) {
+  EXPECT_LT(four({255, 0, 0, 0}, 9), six(0, 0, 1));
+  EXPECT_LT(four({9, 255, 255, 255}, 9), four({10, 0, 0, 0}, 1));
+  EXPECT_LT(four({10, 0, 0, 0}, 255), four({10, 0, 0, 0}, 256));
+  EXPECT_LT(six(1, 255, 9), six(2, 0, 1));
+  EXPECT_LT(six(1, 1, 9), six(1, 2, 1));
+  EXPECT_LT(six(1, 1, 1), six(1, 1, 2));
+  EXPECT_TRUE(six(1, 1, 1).compare(six(1, 1, 1)) == 0);
+  EXPECT_TRUE(BRSockAddrObject::objectWithAddr({16, 99, 1}).compare(BRSockAddrObject::objectWithAddr({16, 99, 2})) == 0);
+}
+
+TEST(BRSockAddrObject, Text) {
+  EXPECT_EQ(four({192, 0, 2, 1}, 0).description(), "192.0.2.1");
+  EXPECT_EQ(four({192, 0, 2, 1}, 65535).description(), "192.0.2.1:65535");
+  EXPECT_EQ(six(0xFE, 1, 0).description(), "fe00::1");
+  EXPECT_EQ(six(0xFE, 1, 80).description(), "[fe00::1]:80");
+  EXPECT_EQ(BRSockAddrText(BRSockAddrMakeIPv4({1, 2, 3, 4}, 0), true), "1.2.3.4:0");
+  EXPECT_EQ(BRSockAddrText({16, 99}, true), "");
+  auto scoped = BRSockAddrMakeIPv6({0xFE, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 80);
+  std::uint32_t index = if_nametoindex("lo");
+  std::memcpy(scoped.data() + 24, &index, sizeof index);
+  EXPECT_EQ(BRSockAddrText(scoped, true), "[fe80::1%lo]:80");
+  index = 0x7FFFFFFF;
+  std::memcpy(scoped.data() + 24, &index, sizeof index);
+  EXPECT_EQ(BRSockAddrText(scoped, false), "fe80::1");
+}
+
+}  // namespace

@@ -1,0 +1,93 @@
+#include "helper/probes/socket_owner_lookup.h"
+
+#include <gmock/gmock.h>
+
+#include "platform/fake/machine.h"
+
+namespace {
+
+using platform::SocketEntry;
+using platform::SocketProtocol;
+using platform::fake::machine;
+
+constexpr std::array<std::uint8_t, 16> any{};
+constexpr std::array<std::uint8_t, 16> v4Local{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 127, 0, 0, 1};
+constexpr std::array<std::uint8_t, 16> v6Local{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+constexpr std::array<std::uint8_t, 16> v6Other{0x20, 1, 0xD, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+
+const BRSockAddr askAny4 = BRSockAddrMakeIPv4({0, 0, 0, 0}, 80), askLocal4 = BRSockAddrMakeIPv4({127, 0, 0, 1}, 80);
+const BRSockAddr askOther4 = BRSockAddrMakeIPv4({192, 0, 2, 1}, 80);
+const BRSockAddr askAny6 = BRSockAddrMakeIPv6(any, 80), askLocal6 = BRSockAddrMakeIPv6(v6Local, 80);
+
+class SocketOwnerLookupTest : public testing::Test {
+ protected:
+  SocketOwnerLookupTest() { machine() = {}; }
+
+  /// Adds a socket whose owner is process `pid`; 0: nobody.
+  void add(std::uint16_t port, bool isIPv4, bool isIPv6, std::array<std::uint8_t, 16> address, std::int32_t pid) {
+    auto identity = machine().sockets.size();
+    machine().sockets.emplace_back(SocketProtocol::tcp, SocketEntry{port, isIPv4, isIPv6, address, identity});
+    if (pid != 0) machine().owners[identity] = pid;
+    machine().executables[pid] = "/bin/owner";
+  }
+
+  std::int32_t owner(const BRSockAddr& query) {
+    auto found = BRTCPSocketOwner(query);
+    return found ? found->pid : 0;
+  }
+};
+
+TEST_F(SocketOwnerLookupTest, UnspecifiedAddressesMatchAny) {
+  add(80, true, false, v4Local, 1);
+  EXPECT_EQ(owner(askLocal4), 1);
+  EXPECT_EQ(owner(askAny4), 1);
+  EXPECT_EQ(owner(askOther4), 0);
+  EXPECT_EQ(owner(askLocal6), 0);
+  EXPECT_EQ(owner(askAny6), 0);
+  EXPECT_EQ(owner(BRSockAddrMakeIPv4({127, 0, 0, 1}, 81)), 0);
+  EXPECT_FALSE(BRUDPSocketOwner(askLocal4));
+
+  machine() = {};
+  add(80, true, false, any, 2);
+  EXPECT_EQ(owner(askOther4), 2);
+}
+
+TEST_F(SocketOwnerLookupTest, FamiliesKeepApart) {
+  add(80, false, true, any, 1);
+  EXPECT_EQ(owner(askAny4), 0);
+  EXPECT_EQ(owner(askLocal6), 1);
+  EXPECT_EQ(owner(askAny6), 1);
+
+  machine() = {};
+  add(80, true, true, any, 2);  // dual-stack
+  EXPECT_EQ(owner(askLocal4), 2);
+  EXPECT_EQ(owner(askLocal6), 2);
+
+  machine() = {};
+  add(80, false, true, v6Other, 3);
+  EXPECT_EQ(owner(askLocal6), 0);
+  EXPECT_EQ(owner(askAny6), 3);
+  auto unknown = askAny4;
+  unknown[1] = 10;  // AF_INET6 of another system
+  EXPECT_EQ(owner(unknown), 0);
+}
+
+TEST_F(SocketOwnerLookupTest, TheFirstMatchEndsTheSearch) {
+  add(81, true, false, any, 1);  // as a filter in the kernel may let through
+  add(80, true, false, v4Local, 0);
+  add(80, true, false, any, 3);
+  EXPECT_EQ(owner(askLocal4), 0);
+  EXPECT_THAT(machine().ownersAsked, testing::ElementsAre(1));
+  EXPECT_EQ(owner(askOther4), 3);
+}
+
+TEST_F(SocketOwnerLookupTest, ThePathMustBeKnownAndIsLeftOutWhenNotUTF8) {
+  add(80, true, false, any, 5);
+  EXPECT_EQ(BRTCPSocketOwner(askAny4)->description(), "PID 5 /bin/owner");
+  machine().executables[5] = "/bin/\xFF";
+  EXPECT_EQ(BRTCPSocketOwner(askAny4), (BRProcess{.pid = 5, .processPath = {}}));
+  machine().executables.clear();
+  EXPECT_FALSE(BRTCPSocketOwner(askAny4));
+}
+
+}  // namespace

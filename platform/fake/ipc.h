@@ -1,0 +1,23 @@
+// Connections without a transport, for unit tests.
+#pragma once
+
+#include "platform/ipc.h"
+
+namespace platform::fake {
+
+/// What happened to a connection, and what it is to answer.
+struct ConnectionState {
+  std::int32_t peerPID = 42;
+  std::int32_t requirementStatus = 0;
+  std::string requirement;
+  bool resumed = false;
+  bool cancelled = false;
+  std::function<void(const ipc::Event&)> handler;
+};
+
+std::shared_ptr<ipc::Connection> makeConnection(std::shared_ptr<ConnectionState> state);
+
+/// A message from a sender that checkSender() of the fake code signing judges.
+ipc::Message makeMessage(ipc::Dictionary dictionary, std::function<void(const ipc::Dictionary&)> reply = {});
+
+}  // namespace platform::fake

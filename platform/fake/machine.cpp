@@ -1,0 +1,48 @@
+#include "platform/fake/machine.h"
+
+#include "platform/processes.h"
+#include "platform/system_log.h"
+
+namespace platform {
+
+namespace {
+
+template <class Map, class Key>
+auto find(const Map& map, const Key& key) -> std::optional<typename Map::mapped_type> {
+  auto found = map.find(key);
+  return found == map.end() ? std::nullopt : std::make_optional(found->second);
+}
+
+}  // namespace
+
+fake::Machine& fake::machine() {
+  static Machine machine;
+  return machine;
+}
+
+code_signing::Status code_signing::checkSender(const ipc::Sender&, const std::string& requirement) {
+  fake::machine().checks.emplace_back("", requirement);
+  return fake::machine().senderStatus;
+}
+
+code_signing::Status code_signing::checkFile(const std::string& path, const std::string& requirement) {
+  fake::machine().checks.emplace_back(path, requirement);
+  return find(fake::machine().files, path).value_or(noSuchFile);
+}
+
+std::optional<std::string> executablePath(std::int32_t pid) { return find(fake::machine().executables, pid); }
+
+void visitSockets(SocketProtocol protocol, std::uint16_t, bool, const std::function<bool(const SocketEntry&)>& visit) {
+  for (const auto& [kind, socket] : fake::machine().sockets) {
+    if (kind == protocol && !visit(socket)) return;
+  }
+}
+
+std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
+  fake::machine().ownersAsked.push_back(socket.identity);
+  return find(fake::machine().owners, socket.identity);
+}
+
+void systemLog(const std::string& line) { fake::machine().systemLog.push_back(line); }
+
+}  // namespace platform

@@ -1,0 +1,94 @@
+// What tests of the Linux platform share: temporary files, processes, and files signed with the project's own tools.
+#pragma once
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace platform::test {
+
+inline std::string readFile(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline void writeFile(const std::filesystem::path& path, std::string_view text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+/// A folder that goes with the object.
+class TemporaryFolder {
+ public:
+  explicit TemporaryFolder(const std::filesystem::path& base = std::filesystem::temp_directory_path())
+      : path_(base / "brimo.XXXXXX") {
+    if (!mkdtemp(path_.data())) throw std::runtime_error("mkdtemp");
+  }
+  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  std::string operator/(const std::string& name) const { return fmt::format("{}/{}", path_, name); }
+
+ private:
+  std::string path_;
+};
+
+/// A copy of /bin/sleep that runs as long as the object lives.
+class RunningCopy {
+ public:
+  explicit RunningCopy(const std::string& path) {
+    std::filesystem::copy_file("/bin/sleep", path);
+    int started[2];
+    if (pipe2(started, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+    pid_ = fork();
+    if (pid_ == 0) {
+      execl(path.c_str(), path.c_str(), "1000", nullptr);
+      _exit(1);
+    }
+    close(started[1]);
+    char byte;
+    if (read(started[0], &byte, 1) != 0) throw std::runtime_error("read");  // the exec closes the other end
+    close(started[0]);
+  }
+  ~RunningCopy() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  RunningCopy(const RunningCopy&) = delete;
+  RunningCopy& operator=(const RunningCopy&) = delete;
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_;
+};
+
+inline void run(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
+
+/// A root, intermediate and leaf, and files signed with them.
+class SigningFixture : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    folder = new TemporaryFolder;
+    run(fmt::format("{}/make-development-certificates {} BRIMO00618", TOOLS_FOLDER, *folder / "own"));
+    run(fmt::format("{}/make-development-certificates {} OTHER00000", TOOLS_FOLDER, *folder / "other"));
+    writeFile(*folder / "signed", std::string(100'000, 'x'));
+    run(fmt::format("{0}/sign-code --identifier com.example.test --key {1}/leaf.key --certificate {1}/leaf.pem "
+                    "--intermediate {1}/intermediate.pem {2}",
+                    TOOLS_FOLDER, *folder / "own", *folder / "signed"));
+    anchor = readFile(*folder / "own/root.pem");
+  }
+  static void TearDownTestSuite() { delete std::exchange(folder, nullptr); }
+
+  static inline TemporaryFolder* folder = nullptr;
+  static inline std::string anchor;
+};
+
+}  // namespace platform::test

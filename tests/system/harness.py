@@ -1,0 +1,281 @@
+"""The real helper, signed clients and hostile ones, for the system tests; see run."""
+
+import ctypes
+import faulthandler
+import os
+import platform
+import re
+import select
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import time
+import unittest
+from pathlib import Path
+
+import cbor2
+
+TESTS = Path("/opt/tests")
+SERVICE = "com.example.brimo.helper"
+ENDPOINT = f"/run/{SERVICE}.socket"
+LOG = Path("/tmp/BrimoHelper.log")
+USER = 1000
+DEADLINE = 10.0  # seconds; generous, and never waited out when all is well
+
+BRIMO = Path("/opt/Brimo.app/Contents/MacOS/Brimo")
+# A Python interpreter signed as the main application: what it is told to do, an admitted client does.
+GENUINE_PYTHON = Path("/opt/Python.app/Contents/MacOS/Brimo")
+PYTHON = "/usr/bin/python3"
+FRAMEWORKS = ("Contents/Frameworks/Bugsnag.framework/Bugsnag", "Contents/Frameworks/Sparkle.framework/Sparkle")
+
+ENVIRONMENT = {"PATH": "/usr/bin:/bin", "PYTHONHOME": "/usr", "PYTHONPATH": str(TESTS),
+               "ASAN_OPTIONS": "verify_asan_link_order=0", "LC_ALL": "C.UTF-8"}
+
+
+def sign(path, identifier="com.example.brimo", certificates=TESTS / "certificates"):
+    subprocess.run([TESTS / "tools/sign-code", "--identifier", identifier, "--key", certificates / "leaf.key",
+                    "--certificate", certificates / "leaf.pem", "--intermediate", certificates / "intermediate.pem",
+                    path], check=True)
+
+
+def make_bundles():
+    """The client's bundle and, beside it, one whose executable is a Python interpreter."""
+    if BRIMO.exists():
+        return
+    shutil.copytree(TESTS / "Brimo.app", "/opt/Brimo.app")
+    shutil.copytree("/opt/Brimo.app", "/opt/Python.app")
+    shutil.copy(os.path.realpath(PYTHON), GENUINE_PYTHON)
+    sign(GENUINE_PYTHON)
+
+
+def copy_bundle(name, source="/opt/Brimo.app"):
+    """A fresh copy of a bundle under /opt; returns it and its executable."""
+    bundle = Path("/opt") / name
+    shutil.rmtree(bundle, ignore_errors=True)
+    shutil.copytree(source, bundle)
+    return bundle, bundle / "Contents/MacOS/Brimo"
+
+
+def wait_until(condition, what):
+    end = time.monotonic() + DEADLINE
+    while not (result := condition()):
+        if time.monotonic() > end:
+            raise AssertionError(f"waited in vain until {what}\n{LOG.read_text() if LOG.exists() else 'no log'}")
+        time.sleep(0.005)
+    return result
+
+
+def frame(request_id, dictionary):
+    item = cbor2.dumps([request_id, dictionary])
+    return struct.pack(">I", len(item)) + item
+
+
+def receive_exactly(connection, size):
+    data = b""
+    while len(data) < size:
+        piece = connection.recv(min(size - len(data), 1 << 20))
+        if not piece:
+            raise EOFError
+        data += piece
+    return data
+
+
+def receive_frame(connection):
+    """The next [id, dictionary]; EOFError when the helper has hung up."""
+    try:
+        (length,) = struct.unpack(">I", receive_exactly(connection, 4))
+        return cbor2.loads(receive_exactly(connection, length))
+    except ConnectionResetError:
+        raise EOFError from None
+
+
+def connect():
+    connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    connection.connect(ENDPOINT)
+    connection.settimeout(DEADLINE)
+    return connection
+
+
+def connect_greeted():
+    """A connection whose greeting has been read."""
+    connection = connect()
+    assert receive_frame(connection) == [0, {"service": SERVICE, "build": 618}]
+    return connection
+
+
+def was_hung_up(connection):
+    """Whether the helper closes the connection without another frame."""
+    try:
+        return not receive_frame(connection)
+    except EOFError:
+        return True
+
+
+def socket_address(address, port):
+    """A 128-byte record in the BSD layout."""
+    if ":" in address:
+        record = struct.pack(">BBHI16s", 28, 30, port, 0, socket.inet_pton(socket.AF_INET6, address))
+    else:
+        record = struct.pack(">BBH4s", 16, 2, port, socket.inet_pton(socket.AF_INET, address))
+    return record.ljust(128, b"\0")
+
+
+def kill_group(process):
+    """Ends a process and what it started: descendants may outlive it and keep its pipes."""
+    try:
+        os.killpg(process.pid, signal.SIGKILL)
+    except ProcessLookupError:
+        pass
+
+
+def read_line(process):
+    """The next line that a process prints, without its end; what it printed as errors fails the test when none comes."""
+    ready = select.select([process.stdout], [], [], DEADLINE)[0]
+    line = process.stdout.readline() if ready else ""
+    if not line:
+        kill_group(process)
+        os.set_blocking(process.stderr.fileno(), False)
+        raise AssertionError(f"no line: {process.stderr.read()}")
+    return line.rstrip("\n")
+
+
+def run_as_user(arguments, user=USER, **options):
+    options.setdefault("env", ENVIRONMENT)
+    return subprocess.Popen([str(argument) for argument in arguments], user=user, group=user, extra_groups=[], text=True,
+                            start_new_session=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
+
+
+def refuse_option(option):
+    """Has getsockopt(SOL_SOCKET, option) fail with ENOPROTOOPT in this process and what it runs, as on an old kernel."""
+    number = {"x86_64": 55, "aarch64": 209}[platform.machine()]
+    load, equal, result = 0x20, 0x15, 0x06
+    program = [(load, 0, 0, 0), (equal, 0, 5, number), (load, 0, 0, 24), (equal, 0, 3, socket.SOL_SOCKET),
+               (load, 0, 0, 32), (equal, 0, 1, option), (result, 0, 0, 0x00050000 | 92), (result, 0, 0, 0x7FFF0000)]
+    code = ctypes.create_string_buffer(b"".join(struct.pack("<HBBI", *line) for line in program))
+    header = struct.pack("<HxxxxxxQ", len(program), ctypes.addressof(code))
+    libc = ctypes.CDLL(None, use_errno=True)
+    if libc.prctl(38, 1, 0, 0, 0) or libc.prctl(22, 2, header):  # PR_SET_NO_NEW_PRIVS, PR_SET_SECCOMP
+        raise OSError(ctypes.get_errno(), "prctl")
+
+
+class Helper:
+    """The helper under socket activation."""
+
+    def __init__(self, executable="BrimoHelper", old_kernel=False, activated=True):
+        Path(ENDPOINT).unlink(missing_ok=True)
+        listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        if activated:
+            listener.bind(ENDPOINT)
+            listener.listen(1024)
+            os.chmod(ENDPOINT, 0o666)
+        environment = dict(ENVIRONMENT)
+        self.pid = os.fork()
+        if self.pid == 0:
+            try:
+                if activated:
+                    os.dup2(listener.fileno(), 3)
+                    os.set_inheritable(3, True)  # dup2 does not, if it was 3 before
+                    environment |= {"LISTEN_FDS": "1", "LISTEN_PID": str(os.getpid())}
+                if old_kernel:
+                    refuse_option(77)  # SO_PEERPIDFD
+                os.execve(TESTS / "bin" / executable, [executable], environment)
+            finally:
+                os._exit(127)
+        listener.close()
+        self.status = None
+
+    def signal(self, number):
+        os.kill(self.pid, number)
+
+    def wait(self):
+        """Exit status of the process, once it has ended."""
+        def ended():
+            if self.status is None:
+                pid, status = os.waitpid(self.pid, os.WNOHANG)
+                if pid:
+                    self.status = os.waitstatus_to_exitcode(status)
+            return self.status is not None
+        wait_until(ended, "the helper ended")
+        return self.status
+
+    def pause(self):
+        """Stops it in its tracks; what clients do meanwhile waits in queues."""
+        self.signal(signal.SIGSTOP)
+        wait_until(lambda: Path(f"/proc/{self.pid}/stat").read_text().rpartition(")")[2].split()[0] == "T", "it stopped")
+
+    def go_on(self):
+        self.signal(signal.SIGCONT)
+
+    def descriptors(self):
+        return len(os.listdir(f"/proc/{self.pid}/fd"))
+
+    def resident_kilobytes(self):
+        return int(re.search(r"VmRSS:\s+(\d+)", Path(f"/proc/{self.pid}/status").read_text())[1])
+
+
+class HelperTest(unittest.TestCase):
+    """Starts a helper for each test and, in the end, makes sure that it still serves and ends in good order."""
+
+    helper_options = {}
+
+    def setUp(self):
+        faulthandler.dump_traceback_later(120, exit=True)  # better than to hang
+        make_bundles()
+        LOG.unlink(missing_ok=True)
+        self.helper = Helper(**self.helper_options)
+        self.addCleanup(self._end_helper)
+
+    def _end_helper(self):
+        if self.helper.status is None:
+            self.helper.go_on()
+            self.end_helper()
+        self.assertEqual(self.helper.status, 0)
+
+    def end_helper(self):
+        self.assert_serves()
+        self.helper.signal(signal.SIGTERM)
+        self.assertEqual(self.helper.wait(), 0, "the helper did not end in good order")
+
+    def brimo(self, *arguments, executable=BRIMO, **options):
+        process = run_as_user([executable, *arguments], stdin=subprocess.PIPE, **options)
+        out, err = process.communicate(timeout=DEADLINE)
+        return process.returncode, out, err
+
+    def assert_serves(self):
+        self.assertEqual(self.brimo("version"), (0, "helper build 618\n", ""))
+
+    def assert_refused(self, executable=BRIMO):
+        code, out, err = self.brimo("version", executable=executable)
+        self.assertEqual((code, out), (3, ""), err)
+
+    def genuine(self, script, *arguments, **options):
+        """Runs a script in an admitted client; `from harness import *` is done for it."""
+        return self.start_script(GENUINE_PYTHON, script, *arguments, **options)
+
+    def start_script(self, interpreter, script, *arguments, **options):
+        process = run_as_user([interpreter, "-B", "-c", "from harness import *\n" + script, *arguments], **options)
+        self.addCleanup(self._end_process, process)
+        return process
+
+    @staticmethod
+    def _end_process(process):
+        kill_group(process)
+        process.wait()
+        for pipe in (process.stdin, process.stdout, process.stderr):
+            if pipe:
+                pipe.close()
+
+    def assert_succeeds(self, process):
+        out, err = process.communicate(timeout=3 * DEADLINE)
+        self.assertEqual(process.returncode, 0, err)
+        return out
+
+    def log(self):
+        """Modules and messages of the log's lines."""
+        text = LOG.read_text() if LOG.exists() else ""
+        return [line[line.index("["):] for line in text.splitlines() if "[" in line]
+
+    def wait_for_log(self, line):
+        wait_until(lambda: any(re.fullmatch(line, entry) for entry in self.log()), f"the log says {line}")

@@ -1,0 +1,9 @@
+// What an attacker might load into the application: code of his own, which leaves a mark when it runs.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+__attribute__((constructor)) static void onLoad() {
+  if (const char* marker = std::getenv("PRELOADED")) close(open(marker, O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
+}

@@ -1,0 +1,297 @@
+"""Who is let in, and every way to get in without being the signed application."""
+
+import os
+import shutil
+import socket
+import subprocess
+import unittest
+from pathlib import Path
+
+import harness
+from harness import BRIMO, FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, wait_until
+
+# Runs when `python -c` of an attack has made itself ready; the signed application then stands under the same pid.
+BECOME_GENUINE = """
+connection.set_inheritable(True)
+os.execve(GENUINE_PYTHON, ["Brimo", "-c", "import sys; sys.stdin.read()"], ENVIRONMENT)
+"""
+
+
+def wait_for_image(pid, image):
+    wait_until(lambda: os.readlink(f"/proc/{pid}/exe") == str(image), f"{pid} runs {image}")
+
+
+class Signatures(HelperTest):
+    def test_only_the_right_signature_counts(self):
+        bundle, executable = copy_bundle("Copy.app")
+        self.assertEqual(self.brimo("version", executable=executable)[0], 0)
+        genuine = executable.read_bytes()
+        length = int.from_bytes(genuine[-24:-16], "big")
+        payload, cms = genuine[:-24 - length], genuine[-24 - length:-24]
+        trailer = lambda size: size.to_bytes(8, "big") + b"BRHCodeSignature"
+        for name, content in {
+            "unsigned": payload,
+            "payload changed": payload[:-9] + bytes([payload[-9] ^ 1]) + payload[-8:] + cms + trailer(length),
+            "payload longer": payload + b"\0" + cms + trailer(length),
+            "signature changed": payload + cms[:-9] + bytes([cms[-9] ^ 1]) + cms[-8:] + trailer(length),
+            "signature cut short": payload + cms[1:] + trailer(length - 1),
+            "signature length beyond the file": payload + cms + trailer(1 << 40),
+            "signature oversized": payload + cms + bytes(70000) + trailer(length + 70000),
+            "no signature, only a trailer": payload + trailer(0),
+            "trailer not at the end": genuine + b"\n",
+        }.items():
+            with self.subTest(name):
+                executable.unlink()
+                executable.write_bytes(content)
+                executable.chmod(0o755)
+                self.assert_refused(executable)
+        self.assertFalse([line for line in self.log() if "Received" in line and "version" not in line])
+
+    def test_only_the_right_signer_and_identifier_count(self):
+        bundle, executable = copy_bundle("Copy.app")
+        make = TESTS / "tools/make-development-certificates"
+        for folder, team in (("/opt/other-team", "WRONG00000"), ("/opt/other-anchor", "BRIMO00618")):
+            subprocess.run([make, folder, team], check=True)
+        # The other team has a leaf of the right intermediate.
+        team = Path("/opt/other-team")
+        issue = (f"cd {team} && openssl req -new -key leaf.key -subj '/CN=x/OU=WRONG00000' -out r && printf "
+                 "'1.2.840.113635.100.6.1.13=ASN1:NULL\n' > e && openssl x509 -req -in r -CA {0}/intermediate.pem -CAkey "
+                 "{0}/intermediate.key -set_serial 5 -days 9 -extfile e -out leaf.pem").format(TESTS / "certificates")
+        subprocess.run(issue, shell=True, check=True, stderr=subprocess.DEVNULL)
+        shutil.copy(TESTS / "certificates/intermediate.pem", team)
+        for name, options in {
+            "identifier": {"identifier": "com.example.other"},
+            "team": {"certificates": team},
+            "anchor": {"certificates": Path("/opt/other-anchor")},
+        }.items():
+            with self.subTest(name):
+                sign(executable, **options)
+                self.assert_refused(executable)
+        sign(executable)
+        self.assertEqual(self.brimo("version", executable=executable)[0], 0)
+
+    def test_frameworks_must_be_signed_files(self):
+        for framework in FRAMEWORKS:
+            for name, spoil in {
+                "missing": lambda path: None,
+                "a FIFO": lambda path: os.mkfifo(path, 0o644),
+                "a directory": os.mkdir,
+                "unsigned": lambda path: path.write_text("unsigned"),
+            }.items():
+                with self.subTest(name, framework=framework):
+                    bundle, executable = copy_bundle("Copy.app")
+                    (bundle / framework).unlink()
+                    spoil(bundle / framework)
+                    self.assert_refused(executable)
+                    self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67050")
+                    self.assertRegex(self.log()[-1], r"\[Helper\] Reject connection from PID \d+")
+
+    def test_an_image_that_others_could_write_does_not_count(self):
+        bundle, executable = copy_bundle("Copy.app")
+        for path in (executable, executable.parent, bundle):
+            with self.subTest(path=path):
+                os.chown(path, USER, 0)
+                self.assert_refused(executable)
+                os.chown(path, 0, 0)
+                mode = path.stat().st_mode
+                path.chmod(mode | 0o020)
+                self.assert_refused(executable)
+                path.chmod(mode)
+        self.assertEqual(self.brimo("version", executable=executable)[0], 0)
+
+    def test_an_application_replaced_while_it_runs_is_judged_by_both_files(self):
+        bundle, executable = copy_bundle("Copy.app", "/opt/Python.app")
+        script = "input(); c = connect_greeted(); c.sendall(frame(1, {'command': 'x'})); print(was_hung_up(c))"
+        for content, hung_up in ((executable.read_bytes(), "False"), (b"not signed", "True")):
+            process = self.start_script(executable, script, stdin=subprocess.PIPE)
+            wait_for_image(process.pid, executable)
+            executable.unlink()
+            executable.write_bytes(content)
+            executable.chmod(0o755)
+            out, err = process.communicate("\n", timeout=harness.DEADLINE)
+            self.assertEqual((out.strip(), err), (hung_up, ""))
+
+
+class Attacks(HelperTest):
+    def assert_nothing_was_heard(self):
+        self.assertFalse([line for line in self.log() if "Received" in line or "Client validation" in line])
+
+    def test_a_process_that_sends_and_then_becomes_the_application(self):
+        self.helper.pause()
+        process = self.start_script(PYTHON, """
+connection = connect()
+connection.sendall(frame(1, {"command": "process-lookup"}))
+""" + BECOME_GENUINE, stdin=subprocess.PIPE)
+        wait_for_image(process.pid, GENUINE_PYTHON)
+        self.helper.go_on()
+        self.wait_for_log(r"\[Helper\] New connection: .*")
+        self.assert_serves_after_attack()
+
+    def test_a_process_that_becomes_the_application_while_its_child_speaks(self):
+        self.helper.pause()
+        process = self.start_script(PYTHON, """
+connection = connect()
+if os.fork() == 0:
+    assert receive_frame(connection)[0] == 0  # the parent is admitted
+    connection.sendall(frame(1, {"command": "process-lookup"}))
+    print(was_hung_up(connection), flush=True)
+    os._exit(0)
+""" + BECOME_GENUINE, stdin=subprocess.PIPE)
+        wait_for_image(process.pid, GENUINE_PYTHON)
+        self.helper.go_on()
+        self.assertEqual(read_line(process), "True")
+        self.assert_serves_after_attack()
+
+    def test_an_application_that_does_not_wait_for_the_greeting(self):
+        self.helper.pause()
+        process = self.genuine("""
+connection = connect()
+connection.sendall(frame(1, {"command": "process-lookup"}))
+print("sent", flush=True)
+print(was_hung_up(connection), flush=True)
+""")
+        self.assertEqual(read_line(process), "sent")
+        self.helper.go_on()
+        self.assertEqual(read_line(process), "True")
+        self.assert_serves_after_attack()
+
+    def test_forged_credentials_from_namespaces_of_its_own(self):
+        self.helper.pause()
+        # In a user namespace of its own a process may put any pid of its pid namespace into its credentials: here that
+        # of its parent, which holds the same connection and has become the application.
+        process = self.start_script(PYTHON, """
+libc = ctypes.CDLL(None, use_errno=True)
+assert libc.unshare(0x10000000 | 0x20000000) == 0, ctypes.get_errno()  # CLONE_NEWUSER | CLONE_NEWPID
+Path("/proc/self/setgroups").write_text("deny")
+Path("/proc/self/uid_map").write_text("0 1000 1")
+Path("/proc/self/gid_map").write_text("0 1000 1")
+first = os.fork()
+if first:
+    print(first, flush=True)
+    os.waitpid(first, 0)
+connection = connect()
+parent = os.getpid()
+if os.fork() == 0:
+    credentials = struct.pack("iII", parent, 0, 0)
+    message = [frame(1, {"command": "process-lookup"})], [(socket.SOL_SOCKET, socket.SCM_CREDENTIALS, credentials)]
+    try:
+        receive_frame(connection)
+        connection.sendmsg(*message)
+        print("heard", flush=True)
+    except EOFError:
+        pair = socket.socketpair()
+        pair[0].sendmsg(*message)  # the forgery itself is allowed
+        print("refused", flush=True)
+    os._exit(0)
+""" + BECOME_GENUINE, stdin=subprocess.PIPE)
+        wait_for_image(int(read_line(process)), GENUINE_PYTHON)
+        self.helper.go_on()
+        self.assertEqual(read_line(process), "refused")
+        self.assert_serves_after_attack()
+
+    def test_the_application_on_an_overlay_of_its_own(self):
+        process = self.start_script(PYTHON, """
+libc = ctypes.CDLL(None, use_errno=True)
+assert libc.unshare(0x10000000 | 0x00020000) == 0, ctypes.get_errno()  # CLONE_NEWUSER | CLONE_NEWNS
+Path("/proc/self/setgroups").write_text("deny")
+Path("/proc/self/uid_map").write_text("0 1000 1")
+Path("/proc/self/gid_map").write_text("0 1000 1")
+mount = lambda *a: libc.mount(*a) and (_ for _ in ()).throw(OSError(ctypes.get_errno(), "mount"))
+mount(b"tmpfs", b"/var/lib", b"tmpfs", 0, None)
+for name in ("upper", "work"):
+    os.mkdir("/var/lib/" + name)
+mount(b"overlay", b"/opt/Python.app", b"overlay", 0, b"lowerdir=/opt/Python.app,upperdir=/var/lib/upper,workdir=/var/lib/work")
+os.execve(GENUINE_PYTHON, ["Brimo", "-B", "-c", "from harness import *; print(was_hung_up(connect()))"], ENVIRONMENT)
+""")
+        self.assertEqual(self.assert_succeeds(process), "True\n")
+        self.assert_serves_after_attack()
+
+    def test_descriptors_that_are_passed_are_closed(self):
+        before = None
+        process = self.genuine("""
+connection = connect_greeted()
+for count in range(20):
+    passed = [(socket.SOL_SOCKET, socket.SCM_RIGHTS, struct.pack("250i", *[connection.fileno()] * 250))]
+    connection.sendmsg([frame(1, {"command": "x"})], passed)
+    assert receive_frame(connection) == [1, {"error": "unknown command"}]
+print("done", flush=True)
+input()
+""", stdin=subprocess.PIPE)
+        self.assertEqual(read_line(process), "done")
+        self.assertLess(self.helper.descriptors(), 20)
+
+    def assert_serves_after_attack(self):
+        self.assert_nothing_was_heard()
+        self.assert_serves()
+
+
+class AttacksOnOldKernels(Attacks):
+    """The same without SO_PEERPIDFD."""
+
+    helper_options = {"old_kernel": True}
+
+
+class Departures(HelperTest):
+    def test_a_client_that_leaves_before_its_first_message(self):
+        for _ in range(20):
+            self.assert_succeeds(self.genuine("connect_greeted()"))
+        self.assert_succeeds(self.start_script(PYTHON, "connect().close()"))
+        self.assert_serves()
+        self.wait_for_log(r"\[BRHMain\] XPC connection closed")
+        self.assertEqual(len([line for line in self.log() if "closed" in line or "Reject" in line]), 1)
+
+    def test_a_client_that_is_gone_when_its_first_message_is_read(self):
+        process = self.genuine("""
+connection = connect_greeted()
+print("greeted", flush=True)
+input()
+connection.sendall(frame(1, {"command": "process-lookup"}))
+""", stdin=subprocess.PIPE)
+        self.assertEqual(read_line(process), "greeted")
+        self.helper.pause()
+        process.communicate("\n")
+        self.helper.go_on()
+        self.wait_for_log(f"\\[Helper\\] Reject connection from PID {process.pid}")
+        self.assertIn("[Helper] Client validation status: -67065", self.log())
+        self.assertFalse([line for line in self.log() if "Received" in line])
+
+    def test_the_death_of_a_client_is_noticed_though_its_child_keeps_the_connection(self):
+        process = self.genuine("""
+connection = connect_greeted()
+connection.sendall(frame(1, {"command": "x"}))
+receive_frame(connection)
+if os.fork() == 0:
+    print(was_hung_up(connection), flush=True)
+""")
+        self.assertEqual(read_line(process), "True")
+        self.assertIn("[BRHMain] XPC connection closed", self.log())
+
+
+class ClientGroup(HelperTest):
+    """A helper that wants its clients to have connected with the group "games"."""
+
+    helper_options = {"executable": "BrimoHelperWithClientGroup"}
+
+    def setUp(self):
+        super().setUp()
+        self.bundle, self.executable = copy_bundle("Setgid.app")
+        shutil.chown(self.executable, 0, "games")
+        self.executable.chmod(0o2755)
+
+    def assert_serves(self):
+        self.assertEqual(self.brimo("version", executable=self.executable)[:2], (0, "helper build 618\n"))
+
+    def test_nobody_else_gets_in_and_nothing_is_preloaded_into_who_does(self):
+        self.assert_refused()
+        marker = Path("/tmp/preloaded")
+        preload = {"env": harness.ENVIRONMENT | {"LD_PRELOAD": str(TESTS / "bin/libpreloaded.so"), "PRELOADED": str(marker)}}
+        # Without the group, what LD_PRELOAD brings runs in the genuine application.
+        self.assertEqual(self.brimo("version", **preload)[0], 3)
+        self.assertTrue(marker.exists())
+        marker.unlink()
+        self.assertEqual(self.brimo("version", executable=self.executable, **preload)[0], 0)
+        self.assertFalse(marker.exists())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,131 @@
+"""Brimo, the command-line client, and the owners of real sockets that it shows."""
+
+import json
+import os
+import socket
+import subprocess
+import unittest
+
+import harness
+from harness import BRIMO, HelperTest, PYTHON, read_line, run_as_user
+
+SERVER = """
+import socket, sys
+kind, family, address, option = sys.argv[1:5]
+s = socket.socket(getattr(socket, family), getattr(socket, kind))
+if option == "only":
+    s.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
+elif option == "dual":
+    s.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 0)
+s.bind((address, 0))
+if kind == "SOCK_STREAM":
+    s.listen()
+print(s.getsockname()[1], flush=True)
+connection = s.accept() if option == "accept" else None
+if connection:
+    s.close()
+    print("accepted", flush=True)
+input()
+"""
+
+
+class Lookup(HelperTest):
+    def serve(self, kind, family, address, option="", user=harness.USER):
+        """A process with a bound socket; returns it and its port."""
+        process = run_as_user([PYTHON, "-c", SERVER, f"SOCK_{kind}", family, address, option], user=user,
+                              stdin=subprocess.PIPE)
+        self.addCleanup(self._end_process, process)
+        return process, int(read_line(process))
+
+    def owner(self, protocol, address):
+        code, out, err = self.brimo("--json", "process-lookup", protocol, address)
+        self.assertEqual(err, "")
+        self.assertEqual(code, 0 if "pid" in json.loads(out) else 4)
+        return json.loads(out)
+
+    def test_owners_of_every_kind_of_socket(self):
+        path = os.path.realpath(PYTHON)
+        for kind, family, bound, option, found, missed in [
+            ("STREAM", "AF_INET", "127.0.0.1", "", ["127.0.0.1", "0.0.0.0"], ["127.0.0.2", "[::1]", "[::]"]),
+            ("DGRAM", "AF_INET", "0.0.0.0", "", ["127.0.0.1", "192.0.2.1", "0.0.0.0"], ["[::1]"]),
+            ("DGRAM", "AF_INET6", "::1", "", ["[::1]", "[::]"], ["127.0.0.1", "[2001:db8::1]"]),
+            ("STREAM", "AF_INET6", "::", "dual", ["127.0.0.1", "0.0.0.0", "[::1]", "[2001:db8::1]"], []),
+            ("STREAM", "AF_INET6", "::", "only", ["[::1]"], ["127.0.0.1", "0.0.0.0"]),
+            ("DGRAM", "AF_INET6", "::ffff:127.0.0.1", "dual", ["127.0.0.1"], ["[::1]", "[::]"]),
+        ]:
+            process, port = self.serve(kind, family, bound, option)
+            protocol, other = ("tcp", "udp") if kind == "STREAM" else ("udp", "tcp")
+            with self.subTest(kind=kind, family=family, bound=bound, option=option):
+                for address in found:
+                    self.assertEqual(self.owner(protocol, f"{address}:{port}"), {"pid": process.pid, "path": path})
+                for address in missed:
+                    self.assertEqual(self.owner(protocol, f"{address}:{port}"), {})
+                self.assertEqual(self.owner(other, f"{found[0]}:{port}"), {})
+
+    def test_both_ends_of_a_connection(self):
+        process, port = self.serve("STREAM", "AF_INET", "127.0.0.1", "accept", user=2000)
+        client = socket.create_connection(("127.0.0.1", port))
+        own_port = client.getsockname()[1]
+        self.assertEqual(read_line(process), "accepted")
+        self.assertEqual(self.owner("tcp", f"127.0.0.1:{port}")["pid"], process.pid)
+        self.assertEqual(self.owner("tcp", f"127.0.0.1:{own_port}")["pid"], os.getpid())
+        client.close()
+        process.communicate("\n")
+        self.assertEqual(self.owner("tcp", f"127.0.0.1:{own_port}"), {})  # TIME_WAIT belongs to nobody
+
+    def test_a_socket_handed_on_belongs_to_who_holds_it_now(self):
+        handed = socket.socket(type=socket.SOCK_DGRAM)
+        handed.bind(("127.0.0.1", 0))
+        address = "127.0.0.1:%d" % handed.getsockname()[1]
+        self.assertEqual(self.owner("udp", address)["pid"], os.getpid())
+        heir = subprocess.Popen(["sleep", "1000"], pass_fds=[handed.fileno()])
+        self.addCleanup(heir.wait)
+        self.addCleanup(heir.kill)
+        handed.close()
+        self.assertEqual(self.owner("udp", address), {"pid": heir.pid, "path": os.path.realpath("/usr/bin/sleep")})
+
+    def test_other_network_namespaces_are_not_looked_at(self):
+        process = subprocess.Popen(
+            ["unshare", "--net", "sh", "-c", "ip link set lo up && exec \"$@\"", "-", PYTHON, "-c",
+             SERVER.replace("(address, 0)", "(address, 5555)"), "SOCK_DGRAM", "AF_INET", "127.0.0.1", ""],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True)
+        self.addCleanup(self._end_process, process)
+        self.assertEqual(read_line(process), "5555")
+        self.assertEqual(self.owner("udp", "127.0.0.1:5555"), {})
+
+
+class CommandLine(HelperTest):
+    def test_answers_and_exit_codes(self):
+        self.assertEqual(self.brimo("--json", "version"), (0, '{"version":618}\n', ""))
+        self.assertEqual(self.brimo("start-watchdog"), (0, "done\n", ""))
+        self.assertEqual(self.brimo("stop-watchdog"), (0, "done\n", ""))
+        self.assertEqual(self.brimo("process-lookup", "tcp", "127.0.0.1:1"), (4, "no process owns 127.0.0.1:1\n", ""))
+        self.assertEqual(self.brimo("json", '{"command": "version"}'), (0, '{"version":618}\n', ""))
+        self.assertEqual(self.brimo("json", '{"command": "Version"}'), (1, '{"error":"unknown command"}\n', ""))
+        for arguments in (["nonsense"], ["version", "x"], ["process-lookup", "tcp"], ["process-lookup", "sctp", "1.1.1.1:1"],
+                          ["process-lookup", "tcp", "localhost:80"], ["process-lookup", "tcp", "127.0.0.1:65536"],
+                          ["process-lookup", "tcp", "127.0.0.1:"], ["process-lookup", "tcp", "::1:80"], ["json", "[]"],
+                          ["json", "{"]):
+            code, out, err = self.brimo(*arguments)
+            self.assertEqual((code, out), (2, ""), arguments)
+            self.assertRegex(err, "^Brimo: .+\n$")
+
+    def test_lines_share_one_connection_and_outlive_errors(self):
+        process = run_as_user([BRIMO], stdin=subprocess.PIPE)
+        out, err = process.communicate('version\n\nnonsense\njson {"command": "start-watchdog"}\nversion\n',
+                                       timeout=harness.DEADLINE)
+        self.assertEqual(out, 'helper build 618\n{"result":"success"}\nhelper build 618\n')
+        self.assertEqual((process.returncode, err), (2, 'Brimo: unknown command "nonsense"\n'))
+        self.assertEqual(len([line for line in self.log() if "New connection" in line]), 1)
+        self.assertEqual(len([line for line in self.log() if "validation" in line]), 1)
+
+    def test_stop_and_the_absence_of_a_helper(self):
+        self.assertEqual(self.brimo("stop"), (0, "done\n", ""))
+        self.assertEqual(self.helper.wait(), 0)
+        code, out, err = self.brimo("version")
+        self.assertEqual((code, out), (3, ""))
+        self.assertEqual(err, f"Brimo: cannot reach the helper at {harness.ENDPOINT}: Connection refused\n")
+
+
+if __name__ == "__main__":
+    unittest.main()

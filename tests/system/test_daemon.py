@@ -1,0 +1,168 @@
+"""The life of the process: start, log file, endpoint, end, and many connections."""
+
+import os
+import signal
+import stat
+import subprocess
+import unittest
+from pathlib import Path
+
+import harness
+from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, Helper, HelperTest, LOG, PYTHON, TESTS, read_line, wait_until
+
+SANITIZED = any(name in (TESTS / "bin/BrimoHelper").read_bytes() for name in (b"__asan_init", b"__tsan_init"))
+# A sanitizer keeps freed memory for a while.
+ALLOWED_GROWTH = 400_000 if SANITIZED else 1_000  # kilobytes
+
+
+class Start(HelperTest):
+    def test_the_log_file_begins_with_the_banner(self):
+        self.assert_serves()
+        self.assertEqual(self.log()[0], "[Helper] Version: 618, Starting...")
+        self.assertRegex(LOG.read_text().splitlines()[0],
+                         r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6} \*\[Helper\] Version: 618, Starting\.\.\.$")
+        self.assertEqual(stat.S_IMODE(LOG.stat().st_mode), 0o644)
+        self.assertRegex(self.log()[1], r"\[Helper\] New connection: <connection from PID \d+, user 1000>")
+
+    def test_a_planted_log_file_is_replaced(self):
+        self.end_helper()
+        target = Path("/tmp/target")
+        for plant in (lambda: LOG.symlink_to(target), lambda: os.mkfifo(LOG), lambda: LOG.write_text("planted\n")):
+            LOG.unlink(missing_ok=True)
+            subprocess.run(["touch", target], check=True)
+            plant()
+            os.chown(LOG, harness.USER, harness.USER, follow_symlinks=False)
+            self.helper = Helper()
+            self.end_helper()
+            self.assertTrue(stat.S_ISREG(LOG.lstat().st_mode))
+            self.assertEqual(self.log()[0], "[Helper] Version: 618, Starting...")
+            self.assertEqual(target.read_text(), "")
+
+    def test_without_a_log_file_it_serves_all_the_same(self):
+        self.end_helper()
+        LOG.unlink()
+        LOG.mkdir()
+        self.helper = Helper()
+        self.end_helper()
+        LOG.rmdir()
+
+    def test_systemd_socket_activate(self):
+        self.end_helper()
+        os.unlink(ENDPOINT)
+        activator = subprocess.Popen(["systemd-socket-activate", "-l", ENDPOINT, TESTS / "bin/BrimoHelper"],
+                                     env=ENVIRONMENT, stderr=subprocess.DEVNULL)
+        self.addCleanup(activator.wait)
+        wait_until(lambda: os.path.exists(ENDPOINT), "it listens")
+        os.chmod(ENDPOINT, 0o666)
+        self.assert_serves()
+        self.assertEqual(os.readlink(f"/proc/{activator.pid}/exe"), str(TESTS / "bin/BrimoHelper"))
+        activator.terminate()  # by now the helper itself
+        self.assertEqual(activator.wait(DEADLINE), 0)
+
+
+class WithoutActivation(HelperTest):
+    helper_options = {"activated": False}
+
+    def setUp(self):
+        super().setUp()
+        wait_until(lambda: os.path.exists(ENDPOINT) and os.stat(ENDPOINT).st_mode & 0o777 == 0o666, "it listens")
+
+    def test_one_helper_serves_and_leftovers_are_replaced(self):
+        self.assert_serves()
+        second = os.fork()
+        if second == 0:
+            os.execve(TESTS / "bin/BrimoHelper", ["BrimoHelper"], ENVIRONMENT)
+        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(second, 0)[1]), 1)
+        self.assertIn("[Helper] Failed to create service.", self.log())
+        self.assert_serves()
+
+        self.helper.signal(signal.SIGKILL)
+        self.assertEqual(self.helper.wait(), -signal.SIGKILL)
+        left = os.stat(ENDPOINT).st_ino
+        self.helper.status = None
+        self.helper.pid = os.fork()
+        if self.helper.pid == 0:
+            os.execve(TESTS / "bin/BrimoHelper", ["BrimoHelper"], ENVIRONMENT)
+        wait_until(lambda: os.path.exists(ENDPOINT) and os.stat(ENDPOINT).st_ino != left, "it listens anew")
+
+
+class End(HelperTest):
+    def test_sigterm_is_told_to_every_connection(self):
+        clients = [self.genuine("""
+connection = connect_greeted()
+connection.sendall(frame(1, {"command": "x"}))
+receive_frame(connection)
+print("admitted", flush=True)
+print(was_hung_up(connection), flush=True)
+""") for _ in range(3)]
+        for client in clients:
+            self.assertEqual(read_line(client), "admitted")
+        self.helper.signal(signal.SIGTERM)
+        self.assertEqual(self.helper.wait(), 0)
+        self.assertEqual(self.log()[-3:], ["[BRHMain] XPC_ERROR_TERMINATION_IMMINENT"] * 3)
+        for client in clients:
+            self.assertEqual(read_line(client), "True")
+
+    def test_stop_ends_it_at_once_without_a_reply(self):
+        process = self.genuine("""
+connection = connect_greeted()
+connection.sendall(frame(1, {"json": b'{"command":"stop"}'}))
+print(was_hung_up(connection), flush=True)
+""")
+        self.assertEqual(self.helper.wait(), 0)
+        self.assertEqual(read_line(process), "True")
+        self.assertEqual(self.log()[-1], "[BRHMain] Shutdown")
+
+
+class Load(HelperTest):
+    def assert_as_before(self, descriptors, memory):
+        wait_until(lambda: self.helper.descriptors() <= descriptors, "the descriptors are closed")
+        self.assertLess(self.helper.resident_kilobytes(), memory + ALLOWED_GROWTH)
+
+    def test_ten_thousand_connections_in_a_row(self):
+        for interpreter, hammer in ((PYTHON, "connect()"), (harness.GENUINE_PYTHON, "connect_greeted()")):
+            script = f"for _ in range(int(sys.argv[1])):\n    {hammer}.close()"
+            run = lambda count: self.assert_succeeds(self.start_script(interpreter, "import sys\n" + script, str(count)))
+            run(500)
+            self.assert_serves()
+            descriptors, memory = self.helper.descriptors(), self.helper.resident_kilobytes()
+            run(10_000)
+            self.assert_serves()
+            self.assert_as_before(descriptors, memory)
+
+    def test_five_hundred_at_once_from_an_unadmitted_user(self):
+        script = """
+connections = [connect() for _ in range(500)]
+print("connected", flush=True)
+print(all(was_hung_up(connection) for connection in connections), flush=True)
+"""
+        self.assert_serves()
+        descriptors, memory = self.helper.descriptors(), self.helper.resident_kilobytes()
+        for _ in range(3):
+            self.helper.pause()
+            process = self.start_script(PYTHON, script)
+            self.assertEqual(read_line(process), "connected")
+            self.helper.go_on()
+            self.assert_serves()
+            self.assertEqual(read_line(process), "True")
+            self.assert_as_before(descriptors, memory)
+
+    def test_connections_are_capped_for_each_user(self):
+        process = self.genuine("""
+admitted = []
+try:
+    while len(admitted) < 200:
+        admitted.append(connect_greeted())
+except EOFError:
+    print(len(admitted), flush=True)
+input()
+""", stdin=subprocess.PIPE)
+        self.assertEqual(read_line(process), "64")
+        other = harness.run_as_user([BRIMO, "version"], user=2000)
+        self.assertEqual(other.communicate(timeout=DEADLINE)[0], "helper build 618\n")
+        process.communicate("\n")
+        self.assert_serves()
+
+
+if __name__ == "__main__":
+    unittest.main()

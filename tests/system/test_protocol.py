@@ -1,0 +1,129 @@
+"""Frames, payloads and connections of an admitted client, well-formed and not."""
+
+import os
+import shutil
+import subprocess
+import unittest
+from pathlib import Path
+
+import harness
+from harness import HelperTest, PYTHON, USER, read_line, run_as_user, wait_until
+
+
+class Frames(HelperTest):
+    def test_malformed_frames_end_the_connection(self):
+        self.assert_succeeds(self.genuine("""
+good = frame(1, {"command": "x"})
+framed = lambda item: struct.pack(">I", len(item)) + item
+for bad in [
+    struct.pack(">I", 0), struct.pack(">I", 16777217), b"\\xff\\xff\\xff\\xff",
+    framed(b"\\xff"), framed(b"not CBOR"), framed(b""), framed(cbor2.dumps({})), framed(cbor2.dumps([1])),
+    framed(cbor2.dumps([1, {}, 2])), framed(cbor2.dumps([-1, {}])), framed(cbor2.dumps(["1", {}])),
+    framed(cbor2.dumps([1, {2: "x"}])), framed(cbor2.dumps([1, {}]) + b"\\0"), framed(b"\\x82\\x01\\xa1aa\\x62\\xc0\\x80"),
+    framed(b"\\x82\\x01\\xa2aa\\x01aa\\x02"), framed(b"\\x82\\x01\\xa1aa" + b"\\x81" * 7 + b"\\x80"),
+]:
+    connection = connect_greeted()
+    connection.sendall(good + bad)
+    assert receive_frame(connection) == [1, {"error": "unknown command"}], bad  # what came whole is handled
+    assert was_hung_up(connection), bad
+"""))
+        wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 16, "every connection ended once")
+
+    def test_frames_may_arrive_in_any_pieces(self):
+        self.assert_succeeds(self.genuine("""
+connection = connect_greeted()
+for byte in frame(7, {"command": "x", "ignored": [1, {"a": None}], "f": 1.5}):
+    connection.sendall(bytes([byte]))
+assert receive_frame(connection) == [7, {"error": "unknown command"}]
+connection.sendall(b"".join(frame(number, {"command": "x"}) for number in range(1, 501)))
+assert [receive_frame(connection)[0] for _ in range(500)] == list(range(1, 501))
+"""))
+
+    def test_a_cut_frame_and_half_a_close(self):
+        self.assert_succeeds(self.genuine("""
+for rest in (b"", frame(3, {"command": "x"})[:-1], b"\\0"):
+    connection = connect_greeted()
+    connection.sendall(frame(2, {"command": "x"}) + rest)
+    connection.shutdown(socket.SHUT_WR)
+    assert receive_frame(connection) == [2, {"error": "unknown command"}]
+    assert was_hung_up(connection)
+"""))
+        wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 3, "every connection ended once")
+
+    def test_a_message_that_accepts_no_reply_gets_none(self):
+        self.assert_succeeds(self.genuine("""
+connection = connect_greeted()
+connection.sendall(frame(0, {"json": b'{"command":"version"}'}) + frame(2**64 - 1, {"command": "x"}))
+assert receive_frame(connection) == [2**64 - 1, {"error": "unknown command"}]
+"""))
+        self.assertIn("[BRHMain] JSON command does not accept a reply", self.log())
+
+    def test_a_client_that_leaves_its_replies_unread_is_let_go(self):
+        # Each reply carries a path of nearly 4,000 bytes.
+        folder = Path("/var/lib")
+        while len(str(folder)) < 3800:
+            folder /= "x" * 200
+            os.mkdir(folder)
+        shutil.copy(os.path.realpath(PYTHON), folder / "python")
+        owner = run_as_user([folder / "python", "-c", """
+import socket
+s = socket.socket(type=socket.SOCK_DGRAM)
+s.bind(("127.0.0.1", 4000))
+print("bound", flush=True)
+input()
+"""], stdin=subprocess.PIPE)
+        self.addCleanup(self._end_process, owner)
+        self.assertEqual(read_line(owner), "bound")
+        process = self.genuine("""
+connection = connect_greeted()
+request = frame(1, {"command": "process-lookup", "udp": True, "address": socket_address("127.0.0.1", 4000)})
+connection.sendall(request)
+size = len(frame(*receive_frame(connection)))
+assert size > 3800, size
+sent = 0
+try:
+    while sent * size < 2 * 32 * 1024 * 1024:
+        connection.sendall(request)
+        sent += 1
+    raise AssertionError("nobody minded")
+except (BrokenPipeError, ConnectionResetError):
+    assert sent * size > 32 * 1024 * 1024, sent
+""")
+        self.assert_succeeds(process)
+        self.wait_for_log(r"\[BRHMain\] XPC connection closed")
+
+
+class Payloads(HelperTest):
+    def test_json_of_every_kind(self):
+        self.assert_succeeds(self.genuine("""
+connection = connect_greeted()
+def ask(payload):
+    connection.sendall(frame(5, {"json": payload}))
+    request_id, reply = receive_frame(connection)
+    assert request_id == 5 and list(reply) == ["json"], reply
+    return reply["json"]
+version, invalid = b'{"version":618}', b'{"error":"invalid command payload"}'
+head, tail = b'{"command":"version","x":"', b'"}'
+full = head + b"x" * (4194304 - len(head) - len(tail)) + tail
+assert ask(full) == version
+assert ask(full + b" ") == b'{"error":"command payload is too large"}'
+nested = lambda depth: b'{"command":"version","x":' + b"[" * (depth - 1) + b"]" * (depth - 1) + b"}"
+assert ask(nested(512)) == version
+assert ask(nested(513)) == invalid
+assert ask(b"[" * 4194304) == invalid
+for bad in (b"", b"\\xff", b'{"command":"version"', b'{"command":"\\xc0\\x80"}', b"1", b'"version"', b"null", b"[]", b"{}",
+            b'{"command":7}', b'{"command":"version"}{}', b"\\0", b'{"command":"version",}'):
+    assert ask(bad) == invalid, bad
+assert ask(b'{"command":"nope","command":"version"}') == version
+assert ask(b'{"command":"version","n":' + b"9" * 100000 + b"}") == version
+assert ask(b'{"command":"version","n":1e999999999}') in (version, invalid)
+assert ask(b'{"command":"version","n":-1e-999999999}') in (version, invalid)
+assert ask('{"command":"\\\\ud800"}'.encode()) == invalid
+connection.sendall(frame(6, {}) + frame(7, {"json": "text"}))
+assert receive_frame(connection) == [6, {"json": b'{"error":"missing command"}'}]
+assert receive_frame(connection) == [7, {"json": b'{"error":"missing command"}'}]
+"""))
+
+
+if __name__ == "__main__":
+    unittest.main()
