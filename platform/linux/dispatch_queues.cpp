@@ -67,28 +67,22 @@ class SerialQueue : public Queue::Implementation, public std::enable_shared_from
       work_.push_back(std::move(work));
       if (std::exchange(isRunning_, true)) return;
     }
-    runSoon();
+    async(globalQueue(), [self = shared_from_this()] { self->run(); });
   }
 
  private:
-  void runSoon() {
-    async(globalQueue(), [self = shared_from_this()] { self->runWaiting(); });
-  }
-
-  // Only what waits now, so that a queue that always has more does not keep a worker to itself.
-  void runWaiting() {
-    std::deque<Work> waiting;
-    {
-      std::lock_guard lock(mutex_);
-      waiting.swap(work_);
+  void run() {
+    std::unique_lock lock(mutex_);
+    while (!work_.empty()) {
+      {
+        auto work = std::move(work_.front());
+        work_.pop_front();
+        lock.unlock();
+        work();
+      }
+      lock.lock();
     }
-    for (; !waiting.empty(); waiting.pop_front()) waiting.front()();
-    {
-      std::lock_guard lock(mutex_);
-      isRunning_ = !work_.empty();
-      if (!isRunning_) return;
-    }
-    runSoon();
+    isRunning_ = false;
   }
 
   std::mutex mutex_;
