@@ -74,14 +74,14 @@ json::object HelperClient::json(const json::object& command) {
   return std::move(value.get_object());
 }
 
-json::object HelperClient::command(const char* name) {
-  auto reply = json({{"command", name}});
+json::object HelperClient::command(const json::object& command) {
+  auto reply = json(command);
   throwError(reply);
   return reply;
 }
 
 std::int64_t HelperClient::version() {
-  auto reply = command("version");
+  auto reply = command({{"command", "version"}});
   const auto* version = reply.if_contains("version");
   if (!version || !version->is_int64()) throw HelperError("the helper's reply has no version");
   return version->get_int64();
@@ -97,11 +97,30 @@ std::optional<SocketOwner> HelperClient::processLookup(bool udp, const std::stri
   return owner;
 }
 
+std::vector<std::string> HelperClient::dhcpDiscover(const std::string& interface) {
+  auto reply = command({{"command", "dhcp-discover"}, {"interface", interface}});
+  const auto* addresses = reply.if_contains("serverAddresses");
+  auto list = addresses ? json::try_value_to<std::vector<std::string>>(*addresses) : json::error::exception;
+  if (!list) throw HelperError("the helper's reply has no list of servers");
+  return *list;
+}
+
+std::optional<RouterAdvertisement> HelperClient::raDetect(const std::string& interface) {
+  auto reply = send({{"command", "ra-detect"}, {"interface", interface}});
+  if (const auto* error = reply.get<std::string>("error")) throw HelperError(*error);
+  const auto* data = reply.get<ipc::Data>("data");
+  const auto* address = reply.get<ipc::Data>("addr");
+  if (!data || !address) return std::nullopt;
+  auto advertisement = decodeRouterAdvertisement(*data, *address);
+  if (!advertisement) throw HelperError("the router's advertisement is malformed");
+  return advertisement;
+}
+
 void HelperClient::startWatchdog() {
-  command("start-watchdog");
+  command({{"command", "start-watchdog"}});
 }
 void HelperClient::stopWatchdog() {
-  command("stop-watchdog");
+  command({{"command", "stop-watchdog"}});
 }
 
 void HelperClient::stop() {

@@ -7,7 +7,9 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "client/router_advertisement.h"
 #include "platform/ipc_client.h"
 
 namespace brimo {
@@ -41,6 +43,13 @@ class HelperClient {
   /// when there is none. Throws std::invalid_argument for anything else.
   std::optional<SocketOwner> processLookup(bool udp, const std::string& address);
 
+  /// The DHCP servers that answer on an interface, by address and in order of arrival. Takes two seconds.
+  std::vector<std::string> dhcpDiscover(const std::string& interface);
+
+  /// The first router that answers on an interface; absent when none did in five seconds, or there is no such
+  /// interface.
+  std::optional<RouterAdvertisement> raDetect(const std::string& interface);
+
   /// Has the helper watch, or no longer watch, the application.
   void startWatchdog();
   void stopWatchdog();
@@ -52,7 +61,7 @@ class HelperClient {
   boost::json::object json(const boost::json::object& command);
 
  private:
-  boost::json::object command(const char* name);
+  boost::json::object command(const boost::json::object& command);
   platform::ipc::Dictionary send(const platform::ipc::Dictionary& request);
 
   std::unique_ptr<platform::ipc::ClientConnection> connection_;

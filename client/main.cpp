@@ -1,5 +1,6 @@
 // Brimo: the main application in the small, a command line for everything that the helper does.
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
 #include <boost/json.hpp>
@@ -25,6 +26,8 @@ constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
 
   version                             build number of the helper
   process-lookup tcp|udp ADDRESS      owner of a local socket: 127.0.0.1:80, [::1]:80
+  dhcp-discover INTERFACE             DHCP servers that answer, after two seconds
+  ra-detect INTERFACE                 first IPv6 router that answers, within five seconds
   start-watchdog                      have the helper watch this application
   stop-watchdog                       no longer
   stop                                end the helper process
@@ -75,6 +78,24 @@ Answer processLookup(brimo::HelperClient& helper, const Arguments& arguments) {
   return {.object = object, .text = fmt::format("PID {} {}", owner->pid, owner->path.value_or("(unknown path)"))};
 }
 
+Answer dhcpDiscover(brimo::HelperClient& helper, const Arguments& arguments) {
+  auto servers = helper.dhcpDiscover(arguments[0]);
+  json::object object{{"serverAddresses", json::value_from(servers)}};
+  if (servers.empty()) {
+    auto text = fmt::format("no DHCP server answers on {}", arguments[0]);
+    return {.object = std::move(object), .text = std::move(text), .code = exitNotFound};
+  }
+  return {.object = std::move(object), .text = fmt::format("{}", fmt::join(servers, "\n"))};
+}
+
+Answer raDetect(brimo::HelperClient& helper, const Arguments& arguments) {
+  auto advertisement = helper.raDetect(arguments[0]);
+  if (!advertisement) {
+    return {.object = {}, .text = fmt::format("no IPv6 router answers on {}", arguments[0]), .code = exitNotFound};
+  }
+  return {.object = advertisement->json(), .text = advertisement->text()};
+}
+
 Answer sendJSON(brimo::HelperClient& helper, const Arguments& arguments) {
   json::error_code error;
   json::parse_options options;
@@ -90,6 +111,8 @@ Answer sendJSON(brimo::HelperClient& helper, const Arguments& arguments) {
 const std::map<std::string, Command> commands{
     {"version", {0, version}},
     {"process-lookup", {2, processLookup}},
+    {"dhcp-discover", {1, dhcpDiscover}},
+    {"ra-detect", {1, raDetect}},
     {"start-watchdog", {0, [](auto& helper, auto&) { return helper.startWatchdog(), done(); }}},
     {"stop-watchdog", {0, [](auto& helper, auto&) { return helper.stopWatchdog(), done(); }}},
     {"stop", {0, [](auto& helper, auto&) { return helper.stop(), done(); }}},

@@ -30,6 +30,8 @@ class BRHMain : public HXLogging<BRHMain> {
   void handleRequest(const platform::ipc::Message& request, std::int32_t pid);
   void handleRawCommand(const std::string& command, const platform::ipc::Message& request);
   void processLookup(const platform::ipc::Message& request);
+  void raDetect(const platform::ipc::Message& request);
+  void dhcpDiscover(const boost::json::object& command, const platform::ipc::Message& request);
   void cleanUpAfterLostClient();
 
   bool _watchdogStarted = false;

@@ -3,6 +3,8 @@
 
 #include "foundation/HXJSON.h"
 #include "helper/BRHMain.h"
+#include "helper/probes/BRHDHCPDetector.h"
+#include "helper/probes/BRHV6RADetector.h"
 #include "helper/probes/socket_owner_lookup.h"
 #include "platform/utf8.h"
 
@@ -13,15 +15,17 @@ namespace {
 
 constexpr std::size_t maximumPayload = 4'194'304;  // bytes
 
+using Reply = std::function<void(const ipc::Dictionary&)>;
+
 /// Sends a reply whose "json" value is the text of an object. The request must accept a reply.
-void sendJSON(const ipc::Message& request, const json::object& object) {
-  ipc::Dictionary reply;
-  if (auto text = HX_JSONData(object)) reply.set("json", ipc::Data(text->begin(), text->end()));
-  request.reply(reply);
+void sendJSON(const Reply& reply, const json::object& object) {
+  ipc::Dictionary dictionary;
+  if (auto text = HX_JSONData(object)) dictionary.set("json", ipc::Data(text->begin(), text->end()));
+  reply(dictionary);
 }
 
 void sendJSONError(const ipc::Message& request, const char* text) {
-  if (request.reply) sendJSON(request, {{"error", text}});
+  if (request.reply) sendJSON(request.reply, {{"error", text}});
 }
 
 }  // namespace
@@ -72,17 +76,19 @@ void BRHMain::handleRequest(const ipc::Message& request, std::int32_t pid) {
   }
   HX_log("Received command: {}", std::string_view(command->get_string()));
 
+  if (command->get_string() == "dhcp-discover") return dhcpDiscover(*object, request);
   auto reply = execCommand(*object, pid);
   if (!request.reply) {
     HX_log("JSON command does not accept a reply");
     return;
   }
-  sendJSON(request, reply);
+  sendJSON(request.reply, reply);
 }
 
 void BRHMain::handleRawCommand(const std::string& command, const ipc::Message& request) {
   HX_log("Received raw command: {}", command);
   if (command == "process-lookup") return processLookup(request);
+  if (command == "ra-detect") return raDetect(request);
   HX_log("Unknown raw command!");
   if (request.reply) request.reply({{"error", "unknown command"}});
 }
@@ -107,4 +113,43 @@ void BRHMain::processLookup(const ipc::Message& request) {
     if (owner->processPath) reply.set("path", *owner->processPath);
   }
   request.reply(reply);
+}
+
+void BRHMain::raDetect(const ipc::Message& request) {
+  if (!request.reply) {
+    HX_log("ra-detect request does not accept a reply");
+    return;
+  }
+  const auto* interface = request.dictionary.get<std::string>("interface");
+  if (!interface || interface->empty()) {
+    HX_log("Invalid ra-detect interface");
+    return request.reply({{"error", "invalid interface"}});
+  }
+  auto detector = std::make_shared<BRHV6RADetector>();
+  detector->setInterface(*interface);
+  // The handler keeps the detector until the probe has completed.
+  detector->setCompletionHandler([detector, reply = request.reply](const auto& data, const auto& address) {
+    ipc::Dictionary answer;
+    if (data && address) {
+      answer.set("data", *data);
+      answer.set("addr", *address);
+    }
+    reply(answer);
+  });
+  detector->start();
+}
+
+void BRHMain::dhcpDiscover(const json::object& command, const ipc::Message& request) {
+  if (!request.reply) {
+    HX_log("dhcp-discover request does not accept a reply");
+    return;
+  }
+  const auto* value = command.if_contains("interface");
+  const auto* interface = value ? value->if_string() : nullptr;
+  if (!interface || interface->empty()) return sendJSONError(request, "Invalid interface");
+  BRHDHCPDetector().startTestWithInterfaceName(
+      std::string(*interface), [reply = request.reply](const auto& error, const auto& serverAddresses) {
+        if (error) return sendJSON(reply, {{"error", error->localizedDescription}});
+        sendJSON(reply, {{"serverAddresses", json::value_from(*serverAddresses)}});
+      });
 }

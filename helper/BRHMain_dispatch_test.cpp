@@ -123,11 +123,35 @@ TEST_F(DispatchTest, ProcessLookup) {
   EXPECT_EQ(log.back(), "[BRHMain] Invalid process-lookup address length: 0");
 }
 
+TEST_F(DispatchTest, ProbesNeedAnInterface) {
+  for (const ipc::Dictionary& request :
+       {ipc::Dictionary{{"command", "ra-detect"}}, ipc::Dictionary{{"command", "ra-detect"}, {"interface", ""}},
+        ipc::Dictionary{{"command", "ra-detect"}, {"interface", bytesOf("lo")}}}) {
+    EXPECT_EQ(ask(request), (ipc::Dictionary{{"error", "invalid interface"}}));
+    EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: ra-detect", "[BRHMain] Invalid ra-detect interface"));
+  }
+  // An empty reply: nothing was found.
+  EXPECT_EQ(ask({{"command", "ra-detect"}, {"interface", "nothing0"}}).size(), 0u);
+  EXPECT_EQ(log.back(), "[BRHV6RADetector] Invalid interface: nothing0");
+
+  for (auto interface : {"", R"(,"interface":"")", R"(,"interface":1)", R"(,"interface":null)"}) {
+    EXPECT_EQ(askJSON(fmt::format(R"({{"command":"dhcp-discover"{}}})", interface)),
+              R"({"error":"Invalid interface"})");
+    EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: dhcp-discover"));
+  }
+}
+
 TEST_F(DispatchTest, RequestsThatAcceptNoReply) {
   tell({{"command", "process-lookup"}, {"address", ipc::Data(128)}});
   EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: process-lookup",
                                "[BRHMain] process-lookup request does not accept a reply"));
   EXPECT_THAT(machine().ownersAsked, IsEmpty());
+  tell({{"command", "ra-detect"}, {"interface", "lo"}});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: ra-detect",
+                               "[BRHMain] ra-detect request does not accept a reply"));
+  tell({{"json", bytesOf(R"({"command":"dhcp-discover","interface":"lo"})")}});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: dhcp-discover",
+                               "[BRHMain] dhcp-discover request does not accept a reply"));
   tell({{"command", "x"}});
   EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: x", "[BRHMain] Unknown raw command!"));
   tell({{"json", bytesOf(R"({"command":"nope"})")}});

@@ -1,3 +1,4 @@
+// The main queue, on the main thread's event loop.
 #include "platform/dispatch.h"
 
 #include <sys/epoll.h>
@@ -9,6 +10,7 @@
 #include <system_error>
 
 #include "platform/file_descriptor.h"
+#include "platform/linux/dispatch_queues.h"
 #include "platform/linux/event_loop.h"
 
 namespace platform::dispatch {
@@ -16,14 +18,13 @@ namespace platform::dispatch {
 namespace {
 
 /// Work on its way to the main thread, and the eventfd that wakes its loop.
-class MainQueue {
+class MainQueue : public Queue::Implementation {
  public:
-  static MainQueue& instance() {
-    static auto* queue = new MainQueue;  // never destroyed: other threads may hand over work while the process ends
-    return *queue;
+  MainQueue() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!wake_) throw std::system_error(errno, std::generic_category(), "cannot make the main queue");
   }
 
-  void add(std::function<void()> work) {
+  void add(Work work) override {
     std::lock_guard lock(mutex_);
     work_.push_back(std::move(work));
     if (work_.size() == 1) eventfd_write(wake_.get(), 1);
@@ -36,13 +37,9 @@ class MainQueue {
   }
 
  private:
-  MainQueue() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!wake_) throw std::system_error(errno, std::generic_category(), "cannot make the main queue");
-  }
-
   // Only what waits now: work that keeps handing over more does not keep descriptors from being served.
   void runWaiting() {
-    std::deque<std::function<void()>> waiting;
+    std::deque<Work> waiting;
     {
       std::lock_guard lock(mutex_);
       eventfd_t count;
@@ -55,13 +52,15 @@ class MainQueue {
   FileDescriptor wake_;
   EventSource source_;
   std::mutex mutex_;
-  std::deque<std::function<void()>> work_;
+  std::deque<Work> work_;
 };
 
 }  // namespace
 
-void asyncMain(std::function<void()> work) {
-  MainQueue::instance().add(std::move(work));
+Queue mainQueue() {
+  // Never destroyed: other threads may hand over work while the process ends.
+  static auto* queue = new Queue(std::make_shared<MainQueue>());
+  return *queue;
 }
 
 bool isMainThread() {
@@ -69,7 +68,7 @@ bool isMainThread() {
 }
 
 void dispatchMain() {
-  MainQueue::instance().serve();
+  static_cast<MainQueue&>(mainQueue().implementation()).serve();
   std::abort();  // not reached: serve() ends the process
 }
 

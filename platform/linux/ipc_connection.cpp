@@ -129,7 +129,7 @@ Message Connection::Implementation::messageOf(Frame frame) {
         if (auto self = weak.lock()) self->send({.id = id, .dictionary = dictionary});
       };
       if (dispatch::isMainThread()) return sendReply(reply);
-      dispatch::asyncMain([sendReply, reply] { sendReply(reply); });
+      dispatch::async(dispatch::mainQueue(), [sendReply, reply] { sendReply(reply); });
     };
   }
   return message;
@@ -174,8 +174,9 @@ void Connection::Implementation::cancel() {
   if (!socket_) return;
   close();
   if (auto handler = std::exchange(handler_, nullptr)) {
-    dispatch::asyncMain(
-        [handler] { (*handler)(Error{.kind = Error::Kind::connectionInvalid, .description = "Connection invalid"}); });
+    dispatch::async(dispatch::mainQueue(), [handler] {
+      (*handler)(Error{.kind = Error::Kind::connectionInvalid, .description = "Connection invalid"});
+    });
   }
 }
 

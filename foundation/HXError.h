@@ -1,0 +1,10 @@
+// Errors that are told in a sentence.
+#pragma once
+
+#include <string>
+
+struct HXError {
+  std::string domain = "HXSimpleError";
+  int code = 0;
+  std::string localizedDescription;
+};

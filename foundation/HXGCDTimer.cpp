@@ -1,0 +1,164 @@
+#include "foundation/HXGCDTimer.h"
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "foundation/HXNanoseconds.h"
+
+namespace dispatch = platform::dispatch;
+
+namespace {
+
+// The registries are never destroyed: timers may fire while the process ends.
+
+/// The timers that holdReference() keeps.
+struct HeldTimers {
+  std::mutex lock;
+  std::set<std::shared_ptr<HXGCDTimer>> timers;
+
+  static HeldTimers& instance() {
+    static auto* held = new HeldTimers;
+    return *held;
+  }
+};
+
+/// The debounce timers that have not fired yet.
+struct PendingTimers {
+  struct Pending {
+    std::uint64_t call;  // tells it from that of a later call with the same identifier
+    std::shared_ptr<HXGCDTimer> timer;
+  };
+  std::mutex lock;
+  std::uint64_t calls = 0;
+  std::map<std::string, Pending> timers;
+
+  static PendingTimers& instance() {
+    static auto* pending = new PendingTimers;
+    return *pending;
+  }
+};
+
+dispatch::Clock clockOf(bool usingWalltime) {
+  return usingWalltime ? dispatch::Clock::wall : dispatch::Clock::monotonic;
+}
+
+}  // namespace
+
+std::shared_ptr<HXGCDTimer> HXGCDTimer::repeatingTimerWithQueue(const Queue& queue, double interval, double leeway,
+                                                                bool invokeImmediately, Handler handler) {
+  return repeatingTimerWithQueue(queue, interval, leeway, invokeImmediately, false, std::move(handler));
+}
+
+std::shared_ptr<HXGCDTimer> HXGCDTimer::repeatingTimerWithQueue(const Queue& queue, double interval, double leeway,
+                                                                bool invokeImmediately, bool usingWalltime,
+                                                                Handler handler) {
+  dispatch::Schedule schedule{.clock = clockOf(usingWalltime),
+                              .start = HXNanoseconds(invokeImmediately ? 0 : interval),
+                              .period = HXNanoseconds(interval),
+                              .leeway = HXNanoseconds(leeway)};
+  std::shared_ptr<HXGCDTimer> timer(new HXGCDTimer);
+  timer->start({queue, schedule, std::move(handler)});
+  return timer;
+}
+
+std::shared_ptr<HXGCDTimer> HXGCDTimer::onetimeTimerWithQueue(const Queue& queue, double after, Handler handler) {
+  return onetimeTimerWithQueue(queue, after, false, std::move(handler));
+}
+
+std::shared_ptr<HXGCDTimer> HXGCDTimer::onetimeTimerWithQueue(const Queue& queue, double after, bool usingWalltime,
+                                                              Handler handler) {
+  std::shared_ptr<HXGCDTimer> timer(new HXGCDTimer);
+  auto fire = [handler = std::move(handler), weak = std::weak_ptr(timer)] {
+    handler();
+    auto self = weak.lock();
+    if (!self) return;
+    {
+      std::lock_guard guard(self->lock_);
+      self->_called = true;
+    }
+    self->invalidate();
+  };
+  timer->start({queue, {.clock = clockOf(usingWalltime), .start = HXNanoseconds(after)}, std::move(fire)});
+  return timer;
+}
+
+void HXGCDTimer::debounceWithDelay(double delay, const Queue& queue, const std::string& identifier, Handler action) {
+  dispatch::async(queue, [delay, queue, identifier, action = std::move(action)] {
+    auto& pending = PendingTimers::instance();
+    std::shared_ptr<HXGCDTimer> previous, replaced;  // destroyed outside the lock
+    {
+      std::lock_guard guard(pending.lock);
+      auto found = pending.timers.find(identifier);
+      if (found != pending.timers.end()) previous = found->second.timer;
+    }
+    if (previous) previous->invalidate();
+
+    std::lock_guard guard(pending.lock);
+    auto call = ++pending.calls;
+    auto fire = [&pending, call, identifier, action] {
+      {
+        std::shared_ptr<HXGCDTimer> fired;
+        std::lock_guard firing(pending.lock);
+        auto found = pending.timers.find(identifier);
+        if (found != pending.timers.end() && found->second.call == call) {
+          fired = std::move(found->second.timer);
+          pending.timers.erase(found);
+        }
+      }
+      action();
+    };
+    auto& entry = pending.timers[identifier];
+    replaced = std::move(entry.timer);
+    entry = {call, onetimeTimerWithQueue(queue, delay, std::move(fire))};
+  });
+}
+
+HXGCDTimer::~HXGCDTimer() {
+  invalidate();
+}
+
+void HXGCDTimer::start(dispatch::TimerSource source) {
+  std::lock_guard guard(lock_);
+  _timer = std::move(source);
+  _timer.resume();
+}
+
+void HXGCDTimer::invalidate() {
+  dispatch::TimerSource source;  // destroyed, and with it maybe the handler, outside the lock
+  {
+    std::lock_guard guard(lock_);
+    source = std::move(_timer);
+    if (std::exchange(_paused, false)) source.resume();
+  }
+  source.cancel();
+
+  auto& held = HeldTimers::instance();
+  std::shared_ptr<HXGCDTimer> self;  // let go outside the lock
+  std::lock_guard guard(held.lock);
+  if (!std::exchange(_hold, false)) return;
+  self = shared_from_this();
+  held.timers.erase(self);
+}
+
+void HXGCDTimer::holdReference() {
+  {
+    auto& held = HeldTimers::instance();
+    std::lock_guard guard(held.lock);
+    held.timers.insert(shared_from_this());
+    _hold = true;
+  }
+  // Whoever invalidated it before now may have found nothing to let go of.
+  if (!isValid()) invalidate();
+}
+
+bool HXGCDTimer::isValid() const {
+  std::lock_guard guard(lock_);
+  return static_cast<bool>(_timer);
+}
+
+bool HXGCDTimer::called() const {
+  std::lock_guard guard(lock_);
+  return _called;
+}

@@ -1,0 +1,228 @@
+#include "helper/probes/BRHDHCPDetector.h"
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <random>
+
+#include "foundation/HXSocketAddress.h"
+#include "helper/probes/dhcp_message.h"
+#include "helper/probes/socket_owner_lookup.h"
+#include "platform/dispatch.h"
+#include "platform/sockets.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint16_t clientPort = 68, serverPort = 67;
+constexpr std::chrono::seconds listeningTime(2);
+// Everybody on the network can send to the client port. Past this number, what adds nothing is dropped without a word:
+// a log that is synchronised to the disk is far slower than a network.
+constexpr int maximumLoggedRefusals = 50;
+
+/// Ends a probe; what() is for the client.
+struct ProbeFailure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// One probe, on one thread. Its sockets close with it.
+class Probe : public HXLogging<Probe> {
+ public:
+  static std::string HX_logModuleName() { return BRHDHCPDetector::HX_logModuleName(); }
+
+  explicit Probe(const std::string& interfaceName) : interfaceName_(interfaceName) {}
+
+  /// The addresses that offers came from. Throws ProbeFailure.
+  std::vector<std::string> run() {
+    if (interfaceName_.empty()) throw ProbeFailure("Error: Interface name is empty!");
+    openSockets();
+    bindToClientPort();
+    findHardwareAddress();
+    sendDiscover();
+    collectOffers();
+    return std::move(addresses_);
+  }
+
+ private:
+  [[noreturn]] static void fail(const char* message) {
+    HX_log("{}", message);
+    throw ProbeFailure(message);
+  }
+
+  void openSockets() {
+    socket_ = platform::openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+    if (!socket_) fail("Error: Could not create socket!");
+    HX_log("DHCP socket: {}", socket_.get());
+    if (!platform::allowReuseOfPort(socket_.get())) {
+      fail("Error: Could not set reuse address option on DHCP socket!");
+    }
+    int on = 1;
+    if (setsockopt(socket_.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0) {
+      fail("Error: Could not set broadcast option on DHCP socket!");
+    }
+    if (if_nametoindex(interfaceName_.c_str()) == 0) fail("Error: Interface doesn't exist!");
+    if (!platform::bindToInterface(socket_.get(), interfaceName_) ||
+        !(receiver_ = platform::openDatagramReceiver(socket_.get(), interfaceName_, clientPort))) {
+      fail("Error: Could not set IP_BOUND_IF on DHCP socket!");
+    }
+  }
+
+  void bindToClientPort() {
+    if (platform::bindToPort(socket_.get(), clientPort)) return;
+    HX_log("Error: Could not bind to DHCP socket (port {})! {}", clientPort, std::strerror(errno));
+    auto owner = BRUDPSocketOwner(BRSockAddrMakeIPv4({}, clientPort));
+    if (!owner) throw ProbeFailure("Error: Could not bind to DHCP socket!");
+    throw ProbeFailure(fmt::format("DHCP client port {} is used by {} (PID {})", clientPort,
+                                   owner->processPath.value_or("(null)"), owner->pid));
+  }
+
+  void findHardwareAddress() {
+    constexpr char failure[] = "Error: Couldn't get hardware address!";
+    auto address = platform::linkLayerAddress(interfaceName_);
+    if (!address) {
+      HX_log("Error: Couldn't enumerate interfaces: {}", std::strerror(errno));
+      throw ProbeFailure(failure);
+    }
+    if (address->size() < hardwareAddress_.size()) {
+      HX_log("Error: Couldn't get hardware address from {}.", interfaceName_);
+      throw ProbeFailure(failure);
+    }
+    std::copy_n(address->begin(), hardwareAddress_.size(), hardwareAddress_.begin());
+    HX_log("Hardware address: {:02x}", fmt::join(hardwareAddress_, ""));
+  }
+
+  void sendDiscover() {
+    transactionID_ = std::random_device()();
+    auto message = BRHMakeDHCPDiscover(hardwareAddress_, transactionID_);
+    HX_log("DHCPDISCOVER to {} port {}", "255.255.255.255", serverPort);
+    HX_log("DHCPDISCOVER XID: {} (0x{:X})", transactionID_, transactionID_);
+    HX_log("DHCDISCOVER ciaddr:  {}", BRHDHCPAddressText(message, BRHDHCPClientAddressOffset));
+    HX_log("DHCDISCOVER yiaddr:  {}", BRHDHCPAddressText(message, BRHDHCPYourAddressOffset));
+    HX_log("DHCDISCOVER siaddr:  {}", BRHDHCPAddressText(message, BRHDHCPServerAddressOffset));
+    HX_log("DHCDISCOVER giaddr:  {}", BRHDHCPAddressText(message, BRHDHCPRelayAddressOffset));
+
+    sockaddr_in destination{};
+    destination.sin_family = AF_INET;
+    destination.sin_port = htons(serverPort);
+    destination.sin_addr.s_addr = INADDR_BROADCAST;
+    auto sent = sendto(socket_.get(), message.data(), message.size(), 0,
+                       reinterpret_cast<const sockaddr*>(&destination), sizeof destination);
+    int error = errno;
+    HX_log("send_dhcp_packet result: {}", sent);
+    if (sent != static_cast<ssize_t>(message.size())) {
+      throw ProbeFailure(fmt::format("Error: Could not send DHCP discover: {}", std::strerror(error)));
+    }
+  }
+
+  void collectOffers() {
+    const auto deadline = Clock::now() + listeningTime;
+    while (true) {
+      auto remaining = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+      if (remaining.count() <= 0) break;
+      log("\n");
+      pollfd descriptor{.fd = receiver_.get(), .events = POLLIN, .revents = 0};
+      int ready = poll(&descriptor, 1, static_cast<int>(remaining.count()));
+      if (ready < 0 && errno == EINTR) continue;
+      if (ready < 0) {
+        HX_log("select() failed: {}", std::strerror(errno));
+        break;
+      }
+      if (ready == 0) {
+        HX_log("No (more) data received");
+        break;
+      }
+      if (!receive() && ++refusals_ == maximumLoggedRefusals) HX_log("Ignoring further packets without a log");
+    }
+    HX_log("Valid responses for this machine: {}", addresses_.size());
+  }
+
+  /// Takes one datagram; false when it adds nothing.
+  bool receive() {
+    BRHDHCPMessage message{};
+    auto datagram = platform::receiveDatagram(receiver_.get(), message);
+    if (!datagram) {
+      int error = errno;
+      log("recv_result: {}", -1);
+      log("recvfrom() failed, ");
+      log("errno: ({}) -> {}", error, std::strerror(error));
+      return false;
+    }
+    const sockaddr_in source = socketAddress(datagram->source);
+    std::array<char, INET_ADDRSTRLEN> sourceText{};
+    inet_ntop(AF_INET, &source.sin_addr, sourceText.data(), sourceText.size());
+    const auto transactionID = BRHDHCPTransactionID(message);
+    log("recv_result: {}", datagram->length);
+    log("receive_dhcp_packet() result: {}", datagram->length);
+    log("receive_dhcp_packet() source: {}", sourceText.data());
+    log("Result=OK");
+    log("DHCPOFFER from IP address {}", sourceText.data());
+    log("DHCPOFFER XID: {} (0x{:X})", transactionID, transactionID);
+
+    switch (BRHJudgeDHCPOffer(message, datagram->length, transactionID_, hardwareAddress_)) {
+      case BRHDHCPVerdict::malformedOrNoOffer:
+        log("Ignoring malformed or non-offer DHCP packet");
+        return false;
+      case BRHDHCPVerdict::otherTransaction:
+        log("DHCPOFFER XID ({}) did not match DHCPDISCOVER XID ({}) - ignoring packet", transactionID, transactionID_);
+        return false;
+      case BRHDHCPVerdict::otherHardwareAddress:
+        log("DHCPOFFER hardware address did not match our own - ignoring packet");
+        return false;
+      case BRHDHCPVerdict::offer:
+        break;
+    }
+    log("DHCPOFFER ciaddr: {}", BRHDHCPAddressText(message, BRHDHCPClientAddressOffset));
+    log("DHCPOFFER yiaddr: {}", BRHDHCPAddressText(message, BRHDHCPYourAddressOffset));
+    log("DHCPOFFER siaddr: {}", BRHDHCPAddressText(message, BRHDHCPServerAddressOffset));
+    log("DHCPOFFER giaddr: {}", BRHDHCPAddressText(message, BRHDHCPRelayAddressOffset));
+    auto address = stringWithIPAddressFromSockaddr(reinterpret_cast<const sockaddr*>(&source), sizeof source);
+    if (!address || std::find(addresses_.begin(), addresses_.end(), *address) != addresses_.end()) return false;
+    addresses_.push_back(*address);
+    return true;
+  }
+
+  static sockaddr_in socketAddress(const std::array<std::uint8_t, 4>& address) {
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    std::memcpy(&result.sin_addr, address.data(), address.size());
+    return result;
+  }
+
+  /// Logs about a packet, unless there have been too many.
+  template <class... Arguments>
+  void log(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+    if (refusals_ < maximumLoggedRefusals) HX_log(format, std::forward<Arguments>(arguments)...);
+  }
+
+  const std::string interfaceName_;
+  platform::FileDescriptor socket_;    // sends, and holds the client port
+  platform::FileDescriptor receiver_;  // gets what comes to that port
+  BRHHardwareAddress hardwareAddress_{};
+  std::uint32_t transactionID_ = 0;
+  std::vector<std::string> addresses_;
+  int refusals_ = 0;  // datagrams that added nothing
+};
+
+}  // namespace
+
+void BRHDHCPDetector::startTestWithInterfaceName(const std::string& interfaceName,
+                                                 CompletionHandler completionHandler) const {
+  platform::dispatch::async(platform::dispatch::globalQueue(), [interfaceName, completionHandler] {
+    std::optional<HXError> error;
+    std::optional<std::vector<std::string>> serverAddresses;
+    try {
+      serverAddresses = Probe(interfaceName).run();
+    } catch (const ProbeFailure& failure) {
+      error = HXError{.localizedDescription = failure.what()};
+    }
+    completionHandler(error, serverAddresses);
+  });
+}

@@ -1,0 +1,294 @@
+// Queues and timers under load, with blocked queues and cancelled timers.
+#include "platform/dispatch.h"
+
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "tests/eventually.h"
+
+namespace platform::dispatch {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+using testing::ElementsAre;
+
+std::ptrdiff_t threadCount() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+/// Holds whoever waits until it is opened.
+class Gate {
+ public:
+  void open() {
+    std::lock_guard lock(mutex_);
+    isOpen_ = true;
+    changed_.notify_all();
+  }
+  void wait() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return isOpen_; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool isOpen_ = false;
+};
+
+/// What happened, in order.
+class Record {
+ public:
+  void add(int event) {
+    std::lock_guard lock(mutex_);
+    events_.push_back(event);
+  }
+  std::vector<int> events() {
+    std::lock_guard lock(mutex_);
+    return events_;
+  }
+  bool reaches(std::size_t count) {
+    return eventually([&] { return events().size() >= count; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<int> events_;
+};
+
+class DispatchDeathTest : public testing::Test {
+ protected:
+  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+TEST_F(DispatchDeathTest, MainQueueRunsInOrderOnTheMainThreadAndNeedsNoOther) {
+  auto serve = [] {
+    auto order = std::make_shared<std::vector<int>>();
+    async(mainQueue(), [order] {
+      order->push_back(1);
+      async(mainQueue(), [order] {
+        order->push_back(3);
+        bool good = *order == std::vector{1, 2, 3} && isMainThread() && threadCount() == 1;
+        std::exit(good ? 42 : 1);
+      });
+    });
+    async(mainQueue(), [order] { order->push_back(2); });
+    dispatchMain();
+  };
+  EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
+}
+
+TEST_F(DispatchDeathTest, BusyMainQueueDelaysNobodyElse) {
+  auto serve = [] {
+    async(mainQueue(), [] {
+      Gate gate;
+      after(1ms, globalQueue(), [&gate] { gate.open(); });
+      gate.wait();
+      after(1ms, mainQueue(), [] { std::exit(isMainThread() ? 42 : 1); });
+    });
+    dispatchMain();
+  };
+  EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
+}
+
+TEST_F(DispatchDeathTest, ExceptionThatLeavesWorkEndsTheProcess) {
+  auto run = [] {
+    async(globalQueue(), [] { throw std::runtime_error("work failed"); });
+    eventually([] { return false; });
+  };
+  EXPECT_EXIT(run(), testing::KilledBySignal(SIGABRT), "work failed");
+}
+
+TEST(Dispatch, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemGo) {
+  Gate gate, first;
+  async(globalQueue(), [&] { first.open(); });
+  first.wait();
+  const auto threadsBefore = threadCount();
+  std::atomic<int> running = 0, done = 0, mostRunning = 0, signalled = 0;
+  for (int index = 0; index < 100; ++index) {
+    async(globalQueue(), [&] {
+      int now = ++running;
+      for (int most = mostRunning; now > most && !mostRunning.compare_exchange_weak(most, now);) {
+      }
+      sigset_t blocked;
+      pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+      for (int signal : {SIGTERM, SIGINT, SIGCHLD, SIGUSR1}) {
+        if (!sigismember(&blocked, signal)) ++signalled;
+      }
+      gate.wait();
+      --running;
+      ++done;
+    });
+  }
+  EXPECT_TRUE(eventually([&] { return running == 64; }));
+  gate.open();
+  EXPECT_TRUE(eventually([&] { return done == 100; }));
+  EXPECT_EQ(mostRunning, 64);
+  EXPECT_EQ(signalled, 0);
+  EXPECT_TRUE(eventually([&] { return threadCount() < threadsBefore; }));
+}
+
+TEST(Dispatch, SerialQueueRunsOneAtATimeInTheOrderOfEachThread) {
+  constexpr int threads = 4, pieces = 500;
+  std::vector<std::vector<int>> seen(threads);  // locked by nothing but the queue
+  int total = 0;
+  std::atomic<bool> finished = false;
+  {
+    auto queue = makeSerialQueue("test");
+    std::vector<std::thread> producers;
+    for (int thread = 0; thread < threads; ++thread) {
+      producers.emplace_back([&, thread] {
+        for (int piece = 0; piece < pieces; ++piece) {
+          async(queue, [&, thread, piece] {
+            seen[static_cast<std::size_t>(thread)].push_back(piece);
+            if (++total == threads * pieces) finished = true;
+          });
+        }
+      });
+    }
+    for (auto& producer : producers) producer.join();
+  }
+  ASSERT_TRUE(eventually([&] { return finished.load(); }));
+  for (const auto& pieceOfThread : seen) {
+    ASSERT_EQ(pieceOfThread.size(), std::size_t{pieces});
+    EXPECT_TRUE(std::is_sorted(pieceOfThread.begin(), pieceOfThread.end()));
+  }
+}
+
+TEST(Dispatch, AfterRunsByTimeAndNeverEarly) {
+  auto queue = makeSerialQueue("test");
+  Record record;
+  const auto start = steady_clock::now();
+  std::atomic<steady_clock::duration> elapsed{};
+  after(40ms, queue, [&] {
+    elapsed = steady_clock::now() - start;
+    record.add(3);
+  });
+  after(20ms, queue, [&] { record.add(2); });
+  after(-1s, queue, [&] { record.add(1); });
+  ASSERT_TRUE(record.reaches(3));
+  EXPECT_THAT(record.events(), ElementsAre(1, 2, 3));
+  EXPECT_GE(elapsed.load(), 40ms);
+}
+
+TEST(Dispatch, TimersOfBothClocksRepeatOnTheirGrid) {
+  auto queue = makeSerialQueue("test");
+  for (auto clock : {Clock::monotonic, Clock::wall}) {
+    std::atomic<int> fired = 0;
+    const auto start = steady_clock::now();
+    TimerSource timer(queue, {.clock = clock, .start = 10ms, .period = 5ms}, [&] { ++fired; });
+    timer.resume();
+    ASSERT_TRUE(eventually([&] { return fired >= 5; }));
+    // The wall clock may be slewed while this runs.
+    EXPECT_GE(steady_clock::now() - start, clock == Clock::monotonic ? 30ms : 25ms);
+  }
+}
+
+TEST(Dispatch, FiringsThatABusyQueueMissedComeAsOne) {
+  constexpr auto period = 5ms;
+  auto queue = makeSerialQueue("test");
+  Gate gate;
+  std::mutex mutex;
+  std::vector<steady_clock::time_point> calls;
+  async(queue, [&] { gate.wait(); });
+  const auto start = steady_clock::now();
+  TimerSource timer(queue, {.start = period, .period = period}, [&] {
+    std::lock_guard lock(mutex);
+    calls.push_back(steady_clock::now());
+  });
+  timer.resume();
+  ASSERT_TRUE(eventually([&] { return steady_clock::now() >= start + 10 * period; }));
+  gate.open();
+  ASSERT_TRUE(eventually([&] {
+    std::lock_guard lock(mutex);
+    return calls.size() >= 2;
+  }));
+  std::lock_guard lock(mutex);
+  EXPECT_GE(calls[1] - start, 11 * period);
+}
+
+TEST(Dispatch, CancelledTimerStaysSilentEvenWhenItsFiringWaitsInTheQueue) {
+  auto queue = makeSerialQueue("test");
+  Gate gate;
+  Record record;
+  async(queue, [&] { gate.wait(); });
+  TimerSource cancelled(queue, {}, [&] { record.add(1); });
+  auto captured = std::make_shared<int>();
+  TimerSource replaced(queue, {}, [&, captured] { record.add(2); });
+  TimerSource other(queue, {}, [&] { record.add(3); });
+  cancelled.resume();
+  replaced.resume();
+  other.resume();
+  Gate due;
+  after(1ms, globalQueue(), [&] { due.open(); });
+  due.wait();
+  cancelled.cancel();
+  EXPECT_FALSE(cancelled);
+  cancelled.cancel();
+  replaced = {};
+  gate.open();
+  ASSERT_TRUE(record.reaches(1));
+  EXPECT_THAT(record.events(), ElementsAre(3));
+  EXPECT_TRUE(eventually([&] { return captured.use_count() == 1; }));
+}
+
+TEST(Dispatch, HandlerMayCancelItsOwnTimer) {
+  auto queue = makeSerialQueue("test");
+  Record record;
+  TimerSource timer;
+  async(queue, [&] {
+    timer = TimerSource(queue, {.period = 1ms}, [&] {
+      record.add(1);
+      if (record.events().size() == 3) {
+        timer.cancel();
+        after(20ms, queue, [&] { record.add(2); });
+      }
+    });
+    timer.resume();
+  });
+  ASSERT_TRUE(record.reaches(4));
+  EXPECT_THAT(record.events(), ElementsAre(1, 1, 1, 2));
+}
+
+TEST(Dispatch, TimerWithLeewayWaitsForAnother) {
+  auto queue = makeSerialQueue("test");
+  Record record;
+  TimerSource patient(queue, {.start = 1ms, .leeway = 1h}, [&] { record.add(1); });
+  patient.resume();
+  after(30ms, queue, [&] { record.add(2); });
+  ASSERT_TRUE(record.reaches(2));
+  EXPECT_THAT(record.events(), ElementsAre(1, 2));
+}
+
+TEST(Dispatch, TimersMadeAndCancelledOnManyThreadsNeverOverlapThemselves) {
+  std::atomic<int> overlaps = 0;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < 100; ++round) {
+        auto inside = std::make_shared<std::atomic<int>>(0);
+        auto fired = std::make_shared<std::atomic<int>>(0);
+        TimerSource timer(globalQueue(), {.period = 10us}, [&overlaps, inside, fired] {
+          if (++*inside > 1) ++overlaps;
+          ++*fired;
+          --*inside;
+        });
+        timer.resume();
+        while (*fired < 3) std::this_thread::yield();
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(overlaps, 0);
+}
+
+}  // namespace
+}  // namespace platform::dispatch

@@ -1,0 +1,92 @@
+// Sockets that work on one interface.
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <netinet/in.h>
+#include <netpacket/packet.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cstring>
+#include <memory>
+
+#include "platform/linux/ancillary_data.h"
+#include "platform/sockets.h"
+
+namespace platform {
+
+FileDescriptor openSocket(int family, int type, int protocol) {
+  return FileDescriptor(socket(family, type | SOCK_CLOEXEC, protocol));
+}
+
+// Nothing to do for UDP: a port is free as soon as its socket is closed. SO_REUSEADDR would let a second socket bind a
+// port that another with the option holds (socket(7)).
+bool allowReuseOfPort(int) {
+  return true;
+}
+
+bool bindToInterface(int socket, const std::string& interfaceName) {
+  return setsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
+                    static_cast<socklen_t>(interfaceName.size())) == 0;
+}
+
+// Sockets that are bound to different interfaces can share a port, so for the length of bind() this one is bound to
+// none.
+bool bindToPort(int socket, std::uint16_t port) {
+  std::array<char, IF_NAMESIZE> name{};
+  socklen_t length = name.size();
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  return getsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, name.data(), &length) == 0 && bindToInterface(socket, "") &&
+         bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+         bindToInterface(socket, name.data());
+}
+
+std::optional<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceName) {
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return std::nullopt;
+  std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
+  for (const auto* entry = list; entry; entry = entry->ifa_next) {
+    if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_PACKET || interfaceName != entry->ifa_name) continue;
+    sockaddr_ll address;
+    std::memcpy(&address, entry->ifa_addr, sizeof address);
+    // The loopback interface shows six zeros that are nobody's address.
+    if (address.sll_hatype == ARPHRD_LOOPBACK) break;
+    return std::vector<std::uint8_t>(address.sll_addr, address.sll_addr + std::min<std::size_t>(address.sll_halen, 8));
+  }
+  return std::vector<std::uint8_t>();
+}
+
+bool requestHopLimit(int socket) {
+  int on = 1;
+  return setsockopt(socket, IPPROTO_IPV6, IPV6_2292HOPLIMIT, &on, sizeof on) == 0;
+}
+
+std::optional<ReceivedICMPv6> receiveICMPv6(int socket, std::span<std::uint8_t> buffer) {
+  sockaddr_in6 source{};
+  alignas(cmsghdr) std::array<std::uint8_t, CMSG_SPACE(sizeof(int))> ancillary;
+  iovec vector{.iov_base = buffer.data(), .iov_len = buffer.size()};
+  msghdr header{};
+  header.msg_name = &source;
+  header.msg_namelen = sizeof source;
+  header.msg_iov = &vector;
+  header.msg_iovlen = 1;
+  header.msg_control = ancillary.data();
+  header.msg_controllen = ancillary.size();
+  auto length = recvmsg(socket, &header, 0);
+  if (length < 0) return std::nullopt;
+
+  ReceivedICMPv6 received{.length = static_cast<std::size_t>(length),
+                          .hopLimit = hopLimitIn(std::span(ancillary).first(header.msg_controllen))};
+  constexpr std::uint8_t lengthByte = 28, familyByte = 30;
+  received.source[0] = lengthByte;
+  received.source[1] = familyByte;
+  std::memcpy(received.source.data() + 2, &source.sin6_port, 2);
+  std::memcpy(received.source.data() + 4, &source.sin6_flowinfo, 4);
+  std::memcpy(received.source.data() + 8, &source.sin6_addr, 16);
+  std::memcpy(received.source.data() + 24, &source.sin6_scope_id, 4);
+  return received;
+}
+
+}  // namespace platform

@@ -1,0 +1,210 @@
+"""A local network of namespaces with real and hostile servers on it, for the system tests of the probes.
+
+The interface "probe0" is in the namespace of the tests; its other end, "wire", is a port of a bridge in the namespace
+"lan", to which the namespaces of servers are connected by their "eth0"."""
+
+import ctypes
+import os
+import signal
+import socket
+import struct
+import subprocess
+from pathlib import Path
+
+from harness import wait_until
+
+ETH_P_ALL, ETH_P_IP, ETH_P_IPV6 = 3, 0x0800, 0x86DD
+BROADCAST = b"\xff" * 6
+OUR_MAC = bytes.fromhex("02000000aa01")
+INTERFACE = "probe0"
+
+
+def ip(*arguments):
+    subprocess.run(["ip", *arguments], check=True)
+
+
+def set_option(family, interface, option, value, namespace=None):
+    command = ["sh", "-c", f"echo {value} > /proc/sys/net/{family}/conf/{interface}/{option}"]
+    subprocess.run((["ip", "netns", "exec", namespace] if namespace else []) + command, check=True)
+
+
+class Namespace:
+    """Sockets made inside are of the network namespace."""
+
+    def __init__(self, name):
+        self.name = name
+
+    def _enter(self, path):
+        with open(path) as namespace:
+            if ctypes.CDLL(None, use_errno=True).setns(namespace.fileno(), 0x40000000):  # CLONE_NEWNET
+                raise OSError(ctypes.get_errno(), "setns")
+
+    def __enter__(self):
+        self.before = os.open("/proc/self/ns/net", os.O_RDONLY)
+        self._enter(f"/run/netns/{self.name}")
+
+    def __exit__(self, *_):
+        self._enter(f"/proc/self/fd/{self.before}")
+        os.close(self.before)
+
+
+class Lan:
+    """The network. `test` is told what to clean up."""
+
+    def __init__(self, test):
+        self.test = test
+        self.servers = 0
+        self.add_namespace("lan")
+        ip("-n", "lan", "link", "add", "bridge0", "type", "bridge", "stp_state", "0", "forward_delay", "0")
+        ip("link", "add", INTERFACE, "address", OUR_MAC.hex(":"), "type", "veth", "peer", "name", "wire", "netns", "lan")
+        set_option("ipv6", INTERFACE, "accept_dad", 0)
+        set_option("ipv6", INTERFACE, "accept_ra", 0)
+        ip("-n", "lan", "link", "set", "wire", "master", "bridge0", "up")
+        ip("-n", "lan", "link", "set", "bridge0", "up")
+        ip("link", "set", INTERFACE, "up")
+        test.addCleanup(ip, "link", "delete", INTERFACE)
+
+    def add_namespace(self, name):
+        ip("netns", "add", name)
+        self.test.addCleanup(ip, "netns", "delete", name)
+
+    def add_server(self, *addresses):
+        """A namespace with an interface of these addresses; returns its name."""
+        self.servers += 1
+        name = f"server{self.servers}"
+        self.add_namespace(name)
+        ip("-n", "lan", "link", "add", name, "type", "veth", "peer", "name", "eth0", "netns", name)
+        set_option("ipv6", "eth0", "accept_dad", 0, name)
+        ip("-n", "lan", "link", "set", name, "master", "bridge0", "up")
+        ip("-n", name, "link", "set", "eth0", "up")
+        for address in addresses:
+            ip("-n", name, "address", "add", address, "dev", "eth0")
+        return name
+
+    def run_in(self, name, arguments, ready):
+        """Runs a server in a namespace until the test ends; waits until its output says that it is ready."""
+        output = Path(f"/tmp/{name}.output")
+        with output.open("w") as file:
+            process = subprocess.Popen(["ip", "netns", "exec", name, *arguments], stdin=subprocess.DEVNULL, stdout=file,
+                                       stderr=subprocess.STDOUT)
+        self.test.addCleanup(process.wait)
+        self.test.addCleanup(process.terminate)
+
+        def is_ready():
+            if process.poll() is not None:
+                raise AssertionError(f"{arguments[0]} ended: {output.read_text()}")
+            return ready in output.read_text()
+        wait_until(is_ready, f"{arguments[0]} is ready")
+        return process
+
+    def add_dnsmasq(self, address="192.0.2.1"):
+        name = self.add_server(f"{address}/24")
+        self.run_in(name, ["dnsmasq", "--no-daemon", "--conf-file=/dev/null", "--port=0", "--bind-interfaces",
+                           "--interface=eth0", "--no-ping", "--user=root", "--group=root", "--log-facility=-",
+                           f"--dhcp-leasefile=/tmp/{name}.leases", "--dhcp-range=192.0.2.50,192.0.2.60,1h"],
+                    "DHCP, IP range")
+
+    def add_dhcpd(self, address="192.0.2.2"):
+        name = self.add_server(f"{address}/24")
+        Path(f"/tmp/{name}.conf").write_text("ping-check false;\n"
+                                             "subnet 192.0.2.0 netmask 255.255.255.0 { range 192.0.2.100 192.0.2.110; }\n")
+        Path(f"/tmp/{name}.leases").touch()
+        self.run_in(name, ["dhcpd", "-4", "-f", "-d", "--no-pid", "-user", "root", "-group", "root", "-cf",
+                           f"/tmp/{name}.conf", "-lf", f"/tmp/{name}.leases", "eth0"], "Server starting service.")
+
+    def add_radvd(self, options, address="fe80::1/64"):
+        name = self.add_server(address)
+        set_option("ipv6", "all", "forwarding", 1, name)
+        Path(f"/tmp/{name}.conf").write_text(f"interface eth0 {{ AdvSendAdvert on; {options} }};\n")
+        self.run_in(name, ["radvd", "-n", "-d", "1", "-m", "stderr", "-C", f"/tmp/{name}.conf", "-p", f"/tmp/{name}.pid"],
+                    "version")
+
+    def packet_socket(self, namespace=None, interface=INTERFACE):
+        """A socket that sees and sends whole frames on an interface."""
+        def make():
+            packets = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_ALL))
+            packets.bind((interface, ETH_P_ALL))
+            self.test.addCleanup(packets.close)
+            return packets
+        if namespace is None:
+            return make()
+        with Namespace(namespace):
+            return make()
+
+    def start_sending(self, frames, interval=None):
+        """Another process that sends frames to probe0 again and again, as fast as it can or by interval."""
+        wire = self.packet_socket("lan", "wire")
+        return self.start(lambda: send_for_ever(wire, frames, interval))
+
+    def start(self, body):
+        """Runs a function in another process until the test ends."""
+        pid = os.fork()
+        if pid == 0:
+            try:
+                body()
+            finally:
+                os._exit(1)
+
+        def end():
+            os.kill(pid, signal.SIGKILL)
+            os.waitpid(pid, 0)
+        self.test.addCleanup(end)
+        return pid
+
+
+def send_for_ever(wire, frames, interval):
+    import time
+    while True:
+        for frame in frames:
+            wire.send(frame)
+        if interval:
+            time.sleep(interval)
+
+
+def captured(packets):
+    """What a non-blocking packet socket has seen: (whether it went out, frame)."""
+    packets.setblocking(False)
+    frames = []
+    while True:
+        try:
+            frame, address = packets.recvfrom(65535)
+        except BlockingIOError:
+            return frames
+        frames.append((address[2] == socket.PACKET_OUTGOING, frame))
+
+
+def checksum(data):
+    data += b"\0" * (len(data) % 2)
+    total = sum(struct.unpack(f">{len(data) // 2}H", data))
+    while total > 0xFFFF:
+        total = (total >> 16) + (total & 0xFFFF)
+    return ~total & 0xFFFF
+
+
+def udp_frame(payload, source="192.0.2.9", ports=(67, 68), damaged=False, destination=BROADCAST, ttl=64):
+    addresses = socket.inet_aton(source) + b"\xff" * 4
+    length = 8 + len(payload)
+    udp = struct.pack(">HHHH", *ports, length, 0) + payload
+    total = checksum(addresses + struct.pack(">HH", 17, length) + udp) or 0xFFFF
+    udp = udp[:6] + struct.pack(">H", total ^ damaged) + payload
+    header = struct.pack(">BBHHHBBH", 0x45, 0, 20 + length, 1, 0, ttl, 17, 0) + addresses
+    header = header[:10] + struct.pack(">H", checksum(header)) + header[12:]
+    return destination + bytes.fromhex("02000000bb01") + struct.pack(">H", ETH_P_IP) + header + udp
+
+
+def dhcp_message(transaction, options=b"\x35\x01\x02\xff", op=2, hardware=OUR_MAC, cookie=b"\x63\x82\x53\x63"):
+    return struct.pack(">BBBBIHHIIII16s64s128s4s", op, 1, 6, 0, transaction, 0, 0x8000, 0, 0xC0000232, 0, 0, hardware, b"",
+                       b"", cookie) + options
+
+
+def icmpv6_frame(message, source="fe80::bad", hop_limit=255):
+    destination = socket.inet_pton(socket.AF_INET6, "ff02::1")
+    addresses = socket.inet_pton(socket.AF_INET6, source) + destination
+    total = checksum(addresses + struct.pack(">II", len(message), 58) + message)
+    message = message[:2] + struct.pack(">H", total) + message[4:]
+    header = struct.pack(">IHBB", 0x60000000, len(message), 58, hop_limit) + addresses
+    return bytes.fromhex("333300000001") + bytes.fromhex("02000000bb02") + struct.pack(">H", ETH_P_IPV6) + header + message
+
+
+def advertisement(lifetime=1800, kind=134, code=0, options=b""):
+    return struct.pack(">BBHBBHII", kind, code, 0, 64, 0, lifetime, 0, 0) + options
