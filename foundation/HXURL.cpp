@@ -18,7 +18,10 @@ bool isURL(std::string_view text) {
 bool isValidURL(std::string_view text) {
   if (!isURL(text)) return false;
   auto url = boost::urls::parse_uri({text.data(), text.size()});
-  return url && !url->encoded_host().empty();
+  if (!url || url->encoded_host().empty()) return false;
+  // Boost.URL 1.81 takes what follows the digits of a port for a path (boostorg/url issue 680).
+  auto path = url->encoded_path();
+  return path.empty() || path.front() == '/';
 }
 
 bool isValidHTTPURL(std::string_view text) {
