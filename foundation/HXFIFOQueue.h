@@ -40,7 +40,11 @@ class HXFIFOQueue {
 
   class Iterator;
 
-  HXFIFOQueue() : _buffer(initialCapacity), _capacity(initialCapacity) {}
+  HXFIFOQueue() = default;
+  ~HXFIFOQueue() {
+    removeAllObjects();
+    Allocator().deallocate(_buffer, _capacity);
+  }
   HXFIFOQueue(const HXFIFOQueue&) = delete;
   HXFIFOQueue& operator=(const HXFIFOQueue&) = delete;
 
@@ -49,7 +53,7 @@ class HXFIFOQueue {
     if (objects.empty()) return;
     std::lock_guard lock(_lock);
     const auto bound = maxQueueSize();
-    for (const auto& object : objects) {
+    for (std::span<const Object> rest = objects; !rest.empty();) {
       if (_count >= _capacity) {
         if (bound <= 0 || _count < static_cast<std::uint64_t>(bound)) {
           _growCapacity();
@@ -57,12 +61,15 @@ class HXFIFOQueue {
           dropOldest();
         }
       }
-      _buffer[_tail] = object;
-      _tail = (_tail + 1) & (_capacity - 1);
-      ++_count;
+      // As many as fit before the ring begins anew.
+      auto size = std::min({rest.size(), _capacity - _count, _capacity - _tail});
+      std::uninitialized_copy_n(rest.begin(), size, _buffer + _tail);
+      _tail = (_tail + size) & (_capacity - 1);
+      _count += size;
+      rest = rest.subspan(size);
     }
     while (bound > 0 && _count > static_cast<std::uint64_t>(bound)) dropOldest();
-    ++_mutationCounter;
+    countMutations(1);
   }
 
   std::uint64_t count() const {
@@ -127,7 +134,7 @@ class HXFIFOQueue {
     std::lock_guard lock(_lock);
     for (std::uint64_t index = 0; index < _count; ++index) {
       if (!block(slot(index), index)) continue;
-      Object object = slot(index);
+      Object object = std::move(slot(index));
       _removeObjectAtLogicalIndex(index);
       return object;
     }
@@ -156,9 +163,9 @@ class HXFIFOQueue {
 
   void removeAllObjects() {
     std::lock_guard lock(_lock);
-    for (std::uint64_t index = 0; index < _count; ++index) slot(index).reset();
+    for (auto run : runs()) std::destroy(run.begin(), run.end());
     _head = _tail = _count = 0;
-    ++_mutationCounter;
+    countMutations(1);
   }
 
   /// How many objects are kept; unbounded when 0, as at first, or negative. Takes effect with the next addition.
@@ -186,23 +193,40 @@ class HXFIFOQueue {
   std::default_sentinel_t end() const { return {}; }
 
  private:
+  using Allocator = std::allocator<Object>;
+
   /// A power of two, and so stays every capacity.
   static constexpr std::uint64_t initialCapacity = 1024;
 
   Object& slot(std::uint64_t logicalIndex) { return _buffer[(_head + logicalIndex) & (_capacity - 1)]; }
   const Object& slot(std::uint64_t logicalIndex) const { return _buffer[(_head + logicalIndex) & (_capacity - 1)]; }
 
+  /// The slots in use, the oldest first: two runs where the ring begins anew in between.
+  std::array<std::span<Object>, 2> runs() {
+    auto size = std::min(_count, _capacity - _head);
+    return {{{_buffer + _head, size}, {_buffer, _count - size}}};
+  }
+
+  /// Only the holder of the lock writes, so no atomic addition is needed.
+  void countMutations(std::uint64_t mutations) {
+    _mutationCounter.store(_mutationCounter.load(std::memory_order_relaxed) + mutations, std::memory_order_release);
+  }
+
   void _growCapacity() {
-    std::vector<Object> buffer(2 * _capacity);
-    for (std::uint64_t index = 0; index < _count; ++index) buffer[index] = std::move(slot(index));
-    _buffer.swap(buffer);
+    auto* buffer = Allocator().allocate(2 * _capacity);
+    auto* next = buffer;
+    for (auto run : runs()) {
+      next = std::uninitialized_move(run.begin(), run.end(), next);
+      std::destroy(run.begin(), run.end());
+    }
+    Allocator().deallocate(std::exchange(_buffer, buffer), _capacity);
     _capacity *= 2;
     _head = 0;
     _tail = _count;
   }
 
   void dropOldest() {
-    _buffer[_head].reset();
+    std::destroy_at(_buffer + _head);
     _head = (_head + 1) & (_capacity - 1);
     --_count;
   }
@@ -210,7 +234,7 @@ class HXFIFOQueue {
   void _removeObjectAtLogicalIndex(std::uint64_t index) {
     if (index != 0) return removeObjectsAtLogicalIndices({index});
     dropOldest();
-    ++_mutationCounter;
+    countMutations(1);
   }
 
   /// Closes all gaps in one pass. The indices ascend.
@@ -220,20 +244,21 @@ class HXFIFOQueue {
     auto kept = *removed;
     for (auto index = kept; index < _count; ++index) {
       if (removed != indices.end() && *removed == index) {
-        slot(index).reset();
         ++removed;
       } else {
         slot(kept++) = std::move(slot(index));
       }
     }
+    for (auto index = kept; index < _count; ++index) std::destroy_at(&slot(index));
     _count = kept;
     _tail = (_head + _count) & (_capacity - 1);
-    _mutationCounter += indices.size();
+    countMutations(indices.size());
   }
 
   mutable std::mutex _lock;
-  std::vector<Object> _buffer;
-  std::uint64_t _capacity;
+  /// Objects live in the slots of the queue alone; the others are raw memory.
+  Object* _buffer = Allocator().allocate(initialCapacity);
+  std::uint64_t _capacity = initialCapacity;
   std::uint64_t _head = 0;
   std::uint64_t _tail = 0;
   std::uint64_t _count = 0;
