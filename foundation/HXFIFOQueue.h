@@ -62,7 +62,7 @@ class HXFIFOQueue {
         }
       }
       // As many as fit before the ring begins anew.
-      auto size = std::min({rest.size(), _capacity - _count, _capacity - _tail});
+      auto size = std::min<std::uint64_t>({rest.size(), _capacity - _count, _capacity - _tail});
       std::uninitialized_copy_n(rest.begin(), size, _buffer + _tail);
       _tail = (_tail + size) & (_capacity - 1);
       _count += size;

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 
-#include <cstring>
+#include <algorithm>
 #include <vector>
 
 #include "foundation/HXSocketAddress.h"
@@ -13,7 +13,7 @@ namespace {
 template <class Address>
 std::vector<std::uint8_t> bytesOf(const Address& address, std::size_t size = sizeof(Address)) {
   std::vector<std::uint8_t> bytes(size);
-  std::memcpy(bytes.data(), &address, std::min(size, sizeof address));
+  std::copy_n(reinterpret_cast<const std::uint8_t*>(&address), std::min(size, sizeof address), bytes.begin());
   return bytes;
 }
 
