@@ -37,7 +37,7 @@ class HXData {
   }
 
  private:
-  explicit HXData(std::shared_ptr<const std::vector<std::uint8_t>> bytes) : HXData(std::span(*bytes), bytes) {}
+  explicit HXData(const std::shared_ptr<const std::vector<std::uint8_t>>& bytes) : HXData(std::span(*bytes), bytes) {}
 
   const std::shared_ptr<const void> owner_;
   const std::span<const std::uint8_t> bytes_;

@@ -37,7 +37,7 @@ TEST(SocketAddressData, TellsItsOwnSize) {
   auto shifted = bytesOf(six);
   shifted.insert(shifted.begin(), 0);
   EXPECT_EQ(stringWithIPAddressFromSockaddrData(std::span(shifted).subspan(1)), "::1");
-  for (std::size_t size : {0, 1, 2, 15, 17, 20, 28, 128, 1000})
+  for (std::size_t size : std::vector<std::size_t>{0, 1, 2, 15, 17, 20, 28, 128, 1000})
     EXPECT_FALSE(stringWithIPAddressFromSockaddrData(bytesOf(four, size))) << size;
   EXPECT_FALSE(stringWithIPAddressFromSockaddrData(bytesOf(six, 16)));
 }
