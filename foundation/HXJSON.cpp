@@ -28,15 +28,28 @@ bool isRepresentable(const json::value& value) {
 
 std::shared_ptr<const json::value> HX_JSONObject(const HXData& data) {
   if (auto cached = data.cachedJSON()) return cached;
+  auto parsed = HX_JSONObjectWithMutableContainers(data);
+  if (!parsed) return nullptr;
+  auto value = std::make_shared<const json::value>(std::move(*parsed));
+  data.cacheJSON(value);
+  return value;
+}
+
+std::shared_ptr<const json::value> HX_JSONObject(std::string_view text) {
+  return HX_JSONObject(HXData(text));
+}
+
+std::optional<json::value> HX_JSONObjectWithMutableContainers(const HXData& data) {
+  return HX_JSONObjectWithMutableContainers(data.view());
+}
+
+std::optional<json::value> HX_JSONObjectWithMutableContainers(std::string_view text) {
   json::error_code error;
   json::parse_options options;
   options.max_depth = HXJSONMaximumDepth;
-  auto text = data.view();
   auto parsed = json::parse({text.data(), text.size()}, error, {}, options);
-  if (error || !(parsed.is_object() || parsed.is_array())) return nullptr;
-  auto value = std::make_shared<const json::value>(std::move(parsed));
-  data.cacheJSON(value);
-  return value;
+  if (error || !(parsed.is_object() || parsed.is_array())) return std::nullopt;
+  return parsed;
 }
 
 std::optional<std::string> HX_JSONData(const json::value& value) {
@@ -53,4 +66,8 @@ std::optional<std::string> HX_JSONData(const json::value& value) {
     HXLog(moduleName, "Error occered when JSON serializate object to NSData: {}", error.what());
     return std::nullopt;
   }
+}
+
+std::optional<std::string> HX_JSONString(const json::value& value) {
+  return HX_JSONData(value);
 }

@@ -3,7 +3,23 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <array>
+#include <cstring>
+
+namespace {
+
+template <class Address>
+std::uint32_t ownSize(const Address& address) {
+  if constexpr (requires { address.sa_len; }) {
+    return address.sa_len;
+  } else {
+    if (address.sa_family == AF_INET6) return sizeof(sockaddr_in6);
+    return address.sa_family == AF_INET ? sizeof(sockaddr_in) : 0;
+  }
+}
+
+}  // namespace
 
 std::optional<std::string> stringWithIPAddressFromSockaddr(const sockaddr* address, std::uint32_t size) {
   if (!address) return std::nullopt;
@@ -16,4 +32,16 @@ std::optional<std::string> stringWithIPAddressFromSockaddr(const sockaddr* addre
     return std::nullopt;
   }
   return text.data();
+}
+
+std::optional<std::string> stringWithIPAddressFromSockaddr(const sockaddr* address) {
+  return address ? stringWithIPAddressFromSockaddr(address, ownSize(*address)) : std::nullopt;
+}
+
+std::optional<std::string> stringWithIPAddressFromSockaddrData(std::span<const std::uint8_t> data) {
+  if (data.empty()) return std::nullopt;
+  sockaddr_storage address{};
+  std::memcpy(&address, data.data(), std::min(data.size(), sizeof address));
+  return stringWithIPAddressFromSockaddr(reinterpret_cast<const sockaddr*>(&address),
+                                         static_cast<std::uint32_t>(data.size()));
 }

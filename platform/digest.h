@@ -8,7 +8,11 @@
 
 namespace platform {
 
+using MD5Digest = std::array<std::uint8_t, 16>;
 using SHA256Digest = std::array<std::uint8_t, 32>;
+
+/// The MD5 digest (RFC 1321) of a whole.
+MD5Digest md5(std::span<const std::uint8_t> bytes);
 
 /// Computes a SHA-256 digest (FIPS 180-4) piece by piece.
 class SHA256 {

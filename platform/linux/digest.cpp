@@ -13,10 +13,16 @@ EVP_MD_CTX* context(void* pointer) {
 }
 
 void require(int result) {
-  if (result != 1) throw std::runtime_error("SHA-256 is not available");
+  if (result != 1) throw std::runtime_error("a message digest is not available");
 }
 
 }  // namespace
+
+MD5Digest md5(std::span<const std::uint8_t> bytes) {
+  MD5Digest digest;
+  require(EVP_Digest(bytes.data(), bytes.size(), digest.data(), nullptr, EVP_md5(), nullptr));
+  return digest;
+}
 
 SHA256::SHA256() : context_(EVP_MD_CTX_new()) {
   require(EVP_DigestInit_ex(context(context_), EVP_sha256(), nullptr));

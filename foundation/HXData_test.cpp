@@ -1,0 +1,58 @@
+#include "foundation/HXData.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "foundation/HXJSON.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST(Hexadecimal, WritesTwoLowerCaseDigitsAByte) {
+  EXPECT_EQ(hexadecimalString(HXData(std::vector<std::uint8_t>{0x00, 0x0A, 0xFF, 0x7E}).bytes()), "000aff7e");
+  EXPECT_EQ(hexadecimalString({}), "");
+}
+
+TEST(Hexadecimal, ReadsPairsAndPassesOverTheRest) {
+  EXPECT_THAT(dataWithHEXString("0A:1b:zz:3"), ElementsAre(0x0A, 0x1B));
+  EXPECT_THAT(dataWithHEXString("0aFF"), ElementsAre(0x0A, 0xFF));
+  // What follows a lone digit goes with it, even where it could begin a pair.
+  EXPECT_THAT(dataWithHEXString("a:b1c2"), ElementsAre(0xB1, 0xC2));
+  EXPECT_THAT(dataWithHEXString("1 23"), ElementsAre(0x23));
+  EXPECT_THAT(dataWithHEXString("1g2h34"), ElementsAre(0x34));
+  EXPECT_THAT(dataWithHEXString("a\xC3\xA9\xF0\x9F\x98\x80"
+                                "1b"),
+              ElementsAre(0x1B));
+  EXPECT_THAT(dataWithHEXString(std::string_view("\0"
+                                                 "ab\0c",
+                                                 5)),
+              ElementsAre(0xAB));
+  for (auto text : {"", "a", "z", "zz", " ", "a ", "--f"}) EXPECT_THAT(dataWithHEXString(text), IsEmpty()) << text;
+}
+
+TEST(Digests, OfKnownTexts) {
+  HXData abc("abc"), empty("");
+  EXPECT_EQ(HX_MD5(abc.bytes()), "900150983cd24fb0d6963f7d28e17f72");
+  EXPECT_EQ(HX_MD5(empty.bytes()), "d41d8cd98f00b204e9800998ecf8427e");
+  EXPECT_EQ(hexadecimalString(HX_SHA256(abc.bytes())),
+            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  EXPECT_EQ(hexadecimalString(HX_SHA256({})), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+}
+
+TEST(DataNoCopy, RefersToTheCallersBuffer) {
+  char buffer[] = "{\"a\":1}";
+  auto borrowed = BR_dataWithBytesNoCopy(buffer, 7, false);
+  EXPECT_EQ(borrowed.view().data(), buffer);
+  EXPECT_EQ(HX_JSONObject(borrowed)->at("a").as_int64(), 1);
+  EXPECT_THAT(BR_dataWithBytesNoCopy(nullptr, 7, true).bytes(), IsEmpty());
+
+  // The leak and double-free checks of the asan build see whether it is freed once.
+  auto owned = BR_dataWithBytesNoCopy(strdup("text"), 4, true);
+  EXPECT_EQ(owned.view(), "text");
+}
+
+}  // namespace

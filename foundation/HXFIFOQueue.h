@@ -1,0 +1,299 @@
+// A thread-safe first-in-first-out queue of shared objects, with an optional bound.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <type_traits>
+#include <vector>
+
+#include "foundation/HXEnumerationMutation.h"
+
+/// Holds references to objects in the order in which they were added. Logical index 0 is the oldest.
+///
+/// Any thread. Every operation but the bound's accessors holds the queue's lock throughout: neither the functions
+/// handed to it nor the destructors of objects that it drops may call the same queue. An empty function does nothing,
+/// finds nothing and gives an empty array.
+///
+/// Adding takes amortised constant time, as do looking at an index and taking out the oldest object; removals take time
+/// in proportion to the number of later objects. Memory is never given back before the queue's end.
+template <class Element>
+class HXFIFOQueue {
+ public:
+  using Object = std::shared_ptr<Element>;
+
+  /// How far a fast enumeration has come; a fresh one starts it.
+  struct EnumerationState {
+    std::uint64_t state = 0;     ///< 0 before the first call
+    Object* items = nullptr;     ///< what the last call delivered
+    std::uint64_t position = 0;  ///< logical index of what the next call delivers
+    /// Changes whenever the queue does; set by the first call, valid as long as the queue.
+    const std::atomic<std::uint64_t>* mutations = nullptr;
+  };
+
+  class Iterator;
+
+  HXFIFOQueue() = default;
+  ~HXFIFOQueue() {
+    removeAllObjects();
+    Allocator().deallocate(_buffer, _capacity);
+  }
+  HXFIFOQueue(const HXFIFOQueue&) = delete;
+  HXFIFOQueue& operator=(const HXFIFOQueue&) = delete;
+
+  /// Appends objects, none of them null. Where a bound is set, the oldest objects make room.
+  void addObjectsFromArray(const std::vector<Object>& objects) {
+    if (objects.empty()) return;
+    std::lock_guard lock(_lock);
+    const auto bound = maxQueueSize();
+    for (std::span<const Object> rest = objects; !rest.empty();) {
+      if (_count >= _capacity) {
+        if (bound <= 0 || _count < static_cast<std::uint64_t>(bound)) {
+          _growCapacity();
+        } else {
+          dropOldest();
+        }
+      }
+      // As many as fit before the ring begins anew.
+      auto size = std::min<std::uint64_t>({rest.size(), _capacity - _count, _capacity - _tail});
+      std::uninitialized_copy_n(rest.begin(), size, _buffer + _tail);
+      _tail = (_tail + size) & (_capacity - 1);
+      _count += size;
+      rest = rest.subspan(size);
+    }
+    while (bound > 0 && _count > static_cast<std::uint64_t>(bound)) dropOldest();
+    countMutations(1);
+  }
+
+  std::uint64_t count() const {
+    std::lock_guard lock(_lock);
+    return _count;
+  }
+
+  /// The newest object; null when there is none.
+  Object peekRecentEnqueued() const { return peekObjectAtIndex(-1); }
+
+  /// 0 is the oldest object, -1 the newest. Null when out of range.
+  Object peekObjectAtIndex(std::int64_t index) const {
+    std::lock_guard lock(_lock);
+    if (index < 0) index += static_cast<std::int64_t>(_count);
+    if (index < 0 || static_cast<std::uint64_t>(index) >= _count) return nullptr;
+    return slot(static_cast<std::uint64_t>(index));
+  }
+
+  /// The oldest first.
+  std::vector<Object> allObjects() const {
+    std::lock_guard lock(_lock);
+    std::vector<Object> objects;
+    objects.reserve(_count);
+    for (std::uint64_t index = 0; index < _count; ++index) objects.push_back(slot(index));
+    return objects;
+  }
+
+  /// Called with an object, its logical index, and a flag, initially false, that ends the walk after this call.
+  using EnumerationBlock = std::function<void(const Object& object, std::uint64_t index, bool& stop)>;
+
+  void enumerateObjectsRecentEnqueuedLastUsingBlock(const EnumerationBlock& block) const {
+    if (!block) return;
+    std::lock_guard lock(_lock);
+    bool stop = false;
+    for (std::uint64_t index = 0; index < _count && !stop; ++index) block(slot(index), index, stop);
+  }
+
+  void enumerateObjectsRecentEnqueuedFirstUsingBlock(const EnumerationBlock& block) const {
+    if (!block) return;
+    std::lock_guard lock(_lock);
+    bool stop = false;
+    for (std::uint64_t index = _count; index > 0 && !stop; --index) block(slot(index - 1), index - 1, stop);
+  }
+
+  /// What the function gives for every object, the oldest first, less nulls.
+  template <class Result = Element>
+  std::vector<std::shared_ptr<Result>> arrayUsingMapEnumerateBlock(
+      const std::type_identity_t<std::function<std::shared_ptr<Result>(const Object& object, std::uint64_t index)>>&
+          block) const {
+    std::vector<std::shared_ptr<Result>> results;
+    if (!block) return results;
+    std::lock_guard lock(_lock);
+    for (std::uint64_t index = 0; index < _count; ++index) {
+      if (auto result = block(slot(index), index)) results.push_back(std::move(result));
+    }
+    return results;
+  }
+
+  /// Takes the oldest object out for which the function says true; null when there is none.
+  Object dequeueObjectWithFilter(const std::function<bool(const Object& object, std::uint64_t index)>& block) {
+    if (!block) return nullptr;
+    std::lock_guard lock(_lock);
+    for (std::uint64_t index = 0; index < _count; ++index) {
+      if (!block(slot(index), index)) continue;
+      Object object = std::move(slot(index));
+      _removeObjectAtLogicalIndex(index);
+      return object;
+    }
+    return nullptr;
+  }
+
+  /// Removes every object for which the function says true, once it has seen them all, or has set the flag; the answer
+  /// of the call that sets it counts.
+  void enumerateObjectsToDeleteUsingBlock(
+      const std::function<bool(const Object& object, std::uint64_t index, bool& stop)>& block) {
+    if (!block) return;
+    std::lock_guard lock(_lock);
+    std::vector<std::uint64_t> indices;
+    bool stop = false;
+    for (std::uint64_t index = 0; index < _count && !stop; ++index) {
+      if (block(slot(index), index, stop)) indices.push_back(index);
+    }
+    removeObjectsAtLogicalIndices(indices);
+  }
+
+  /// Removes every reference to this very object.
+  void removeObjectIdenticalTo(const Object& object) {
+    if (!object) return;
+    enumerateObjectsToDeleteUsingBlock([&](const Object& other, std::uint64_t, bool&) { return other == object; });
+  }
+
+  void removeAllObjects() {
+    std::lock_guard lock(_lock);
+    for (auto run : runs()) std::destroy(run.begin(), run.end());
+    _head = _tail = _count = 0;
+    countMutations(1);
+  }
+
+  /// How many objects are kept; unbounded when 0, as at first, or negative. Takes effect with the next addition.
+  std::int64_t maxQueueSize() const { return _maxQueueSize.load(std::memory_order_relaxed); }
+  void setMaxQueueSize(std::int64_t size) { _maxQueueSize.store(size, std::memory_order_relaxed); }
+
+  /// Copies the next references into a buffer and returns how many; 0 at the end. The lock is held within each call
+  /// alone: a caller that sees *state.mutations change between calls has objects of different states of the queue.
+  std::size_t countByEnumeratingWithState(EnumerationState& state, std::span<Object> objects) const {
+    std::lock_guard lock(_lock);
+    if (state.state == 0) {
+      state.state = 1;
+      state.mutations = &_mutationCounter;
+      state.position = 0;
+    }
+    std::size_t delivered = 0;
+    while (delivered < objects.size() && state.position < _count) objects[delivered++] = slot(state.position++);
+    state.items = objects.data();
+    return delivered;
+  }
+
+  /// Walks from the oldest to the newest object without keeping the lock. Throws HXEnumerationMutation when it has to
+  /// fetch more objects and the queue was changed since begin().
+  Iterator begin() const { return Iterator(*this); }
+  std::default_sentinel_t end() const { return {}; }
+
+ private:
+  using Allocator = std::allocator<Object>;
+
+  /// A power of two, and so stays every capacity.
+  static constexpr std::uint64_t initialCapacity = 1024;
+
+  Object& slot(std::uint64_t logicalIndex) { return _buffer[(_head + logicalIndex) & (_capacity - 1)]; }
+  const Object& slot(std::uint64_t logicalIndex) const { return _buffer[(_head + logicalIndex) & (_capacity - 1)]; }
+
+  /// The slots in use, the oldest first: two runs where the ring begins anew in between.
+  std::array<std::span<Object>, 2> runs() {
+    auto size = std::min(_count, _capacity - _head);
+    return {{{_buffer + _head, size}, {_buffer, _count - size}}};
+  }
+
+  /// Only the holder of the lock writes, so no atomic addition is needed.
+  void countMutations(std::uint64_t mutations) {
+    _mutationCounter.store(_mutationCounter.load(std::memory_order_relaxed) + mutations, std::memory_order_release);
+  }
+
+  void _growCapacity() {
+    auto* buffer = Allocator().allocate(2 * _capacity);
+    auto* next = buffer;
+    for (auto run : runs()) {
+      next = std::uninitialized_move(run.begin(), run.end(), next);
+      std::destroy(run.begin(), run.end());
+    }
+    Allocator().deallocate(std::exchange(_buffer, buffer), _capacity);
+    _capacity *= 2;
+    _head = 0;
+    _tail = _count;
+  }
+
+  void dropOldest() {
+    std::destroy_at(_buffer + _head);
+    _head = (_head + 1) & (_capacity - 1);
+    --_count;
+  }
+
+  void _removeObjectAtLogicalIndex(std::uint64_t index) {
+    if (index != 0) return removeObjectsAtLogicalIndices({index});
+    dropOldest();
+    countMutations(1);
+  }
+
+  /// Closes all gaps in one pass. The indices ascend.
+  void removeObjectsAtLogicalIndices(const std::vector<std::uint64_t>& indices) {
+    if (indices.empty()) return;
+    auto removed = indices.begin();
+    auto kept = *removed;
+    for (auto index = kept; index < _count; ++index) {
+      if (removed != indices.end() && *removed == index) {
+        ++removed;
+      } else {
+        slot(kept++) = std::move(slot(index));
+      }
+    }
+    for (auto index = kept; index < _count; ++index) std::destroy_at(&slot(index));
+    _count = kept;
+    _tail = (_head + _count) & (_capacity - 1);
+    countMutations(indices.size());
+  }
+
+  mutable std::mutex _lock;
+  /// Objects live in the slots of the queue alone; the others are raw memory.
+  Object* _buffer = Allocator().allocate(initialCapacity);
+  std::uint64_t _capacity = initialCapacity;
+  std::uint64_t _head = 0;
+  std::uint64_t _tail = 0;
+  std::uint64_t _count = 0;
+  std::atomic<std::uint64_t> _mutationCounter = 0;
+  std::atomic<std::int64_t> _maxQueueSize = 0;
+};
+
+/// An input iterator over a queue, which must outlive it. Used by one thread.
+template <class Element>
+class HXFIFOQueue<Element>::Iterator {
+ public:
+  using value_type = Object;
+  using difference_type = std::ptrdiff_t;
+
+  explicit Iterator(const HXFIFOQueue& queue) : queue_(&queue), mutations_(queue._mutationCounter) { fetch(); }
+
+  const Object& operator*() const { return batch_[position_]; }
+  Iterator& operator++() {
+    if (++position_ == size_) fetch();
+    return *this;
+  }
+  void operator++(int) { ++*this; }
+  bool operator==(std::default_sentinel_t) const { return size_ == 0; }
+
+ private:
+  void fetch() {
+    size_ = queue_->countByEnumeratingWithState(state_, batch_);
+    position_ = 0;
+    if (*state_.mutations != mutations_) throw HXEnumerationMutation();
+  }
+
+  const HXFIFOQueue* queue_;
+  std::uint64_t mutations_;
+  EnumerationState state_;
+  std::array<Object, 16> batch_;
+  std::size_t position_ = 0;
+  std::size_t size_ = 0;
+};

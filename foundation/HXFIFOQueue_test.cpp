@@ -1,0 +1,219 @@
+#include "foundation/HXFIFOQueue.h"
+
+#include <gmock/gmock.h>
+
+#include <future>
+#include <limits>
+#include <ranges>
+#include <string>
+
+namespace {
+
+using Queue = HXFIFOQueue<std::string>;
+static_assert(std::ranges::input_range<const Queue>);
+
+std::vector<Queue::Object> objects(std::initializer_list<const char*> texts) {
+  std::vector<Queue::Object> result;
+  for (const auto* text : texts) result.push_back(std::make_shared<std::string>(text));
+  return result;
+}
+
+std::string texts(const Queue& queue) {
+  std::string result;
+  for (const auto& object : queue.allObjects()) result += *object;
+  return result;
+}
+
+std::vector<std::shared_ptr<int>> numbers(int from, int to) {
+  std::vector<std::shared_ptr<int>> result;
+  for (int number = from; number < to; ++number) result.push_back(std::make_shared<int>(number));
+  return result;
+}
+
+TEST(FIFOQueue, GrowsInOrderWhereverTheRingBegins) {
+  HXFIFOQueue<int> queue;
+  // The head stands in the middle of the ring when it grows, twice.
+  queue.addObjectsFromArray(numbers(-700, 0));
+  queue.enumerateObjectsToDeleteUsingBlock([](const auto&, auto, bool&) { return true; });
+  EXPECT_EQ(queue.count(), 0u);
+  queue.addObjectsFromArray(numbers(-600, 900));
+  for (int number = -600; number < 0; ++number)
+    EXPECT_EQ(*queue.dequeueObjectWithFilter([](const auto&, auto) { return true; }), number);
+  queue.addObjectsFromArray(numbers(900, 5000));
+  EXPECT_EQ(queue.count(), 5000u);
+  int expected = 0;
+  for (const auto& number : queue) EXPECT_EQ(*number, expected++);
+  EXPECT_EQ(expected, 5000);
+}
+
+TEST(FIFOQueue, TheBoundDropsTheOldestAtAdditionsOnly) {
+  Queue queue;
+  queue.setMaxQueueSize(3);
+  queue.addObjectsFromArray(objects({"a", "b", "c", "d", "e"}));
+  EXPECT_EQ(texts(queue), "cde");
+  queue.addObjectsFromArray(objects({"f"}));
+  EXPECT_EQ(texts(queue), "def");
+  queue.setMaxQueueSize(-1);
+  queue.addObjectsFromArray(objects({"g", "h"}));
+  queue.setMaxQueueSize(3);
+  queue.addObjectsFromArray({});
+  EXPECT_EQ(texts(queue), "defgh");
+  queue.addObjectsFromArray(objects({"i"}));
+  EXPECT_EQ(texts(queue), "ghi");
+
+  // Within one call the ring does not grow beyond the bound, and what is dropped is let go.
+  HXFIFOQueue<int> ring;
+  ring.setMaxQueueSize(10);
+  auto many = numbers(0, 3000);
+  ring.addObjectsFromArray(many);
+  EXPECT_EQ(ring.count(), 10u);
+  EXPECT_EQ(*ring.peekObjectAtIndex(0), 2990);
+  EXPECT_EQ(many[2989].use_count(), 1);
+  EXPECT_EQ(many[2990].use_count(), 2);
+  ring.removeAllObjects();
+  EXPECT_EQ(many[2990].use_count(), 1);
+  EXPECT_EQ(ring.peekRecentEnqueued(), nullptr);
+}
+
+TEST(FIFOQueue, LooksFromBothEnds) {
+  Queue queue;
+  EXPECT_EQ(queue.peekObjectAtIndex(0), nullptr);
+  queue.addObjectsFromArray(objects({"a", "b", "c"}));
+  EXPECT_EQ(*queue.peekRecentEnqueued(), "c");
+  EXPECT_EQ(*queue.peekObjectAtIndex(0), "a");
+  EXPECT_EQ(*queue.peekObjectAtIndex(-1), "c");
+  EXPECT_EQ(*queue.peekObjectAtIndex(-3), "a");
+  for (std::int64_t index : {std::int64_t{3}, std::int64_t{-4}, std::numeric_limits<std::int64_t>::min(),
+                             std::numeric_limits<std::int64_t>::max()})
+    EXPECT_EQ(queue.peekObjectAtIndex(index), nullptr);
+}
+
+TEST(FIFOQueue, WalksWithIndicesUntilToldToStop) {
+  Queue queue;
+  queue.addObjectsFromArray(objects({"a", "b", "c"}));
+  std::string seen;
+  auto see = [&](const Queue::Object& object, std::uint64_t index, bool& stop) {
+    seen += *object + std::to_string(index);
+    stop = *object == "b";
+  };
+  queue.enumerateObjectsRecentEnqueuedLastUsingBlock(see);
+  EXPECT_EQ(std::exchange(seen, ""), "a0b1");
+  queue.enumerateObjectsRecentEnqueuedFirstUsingBlock(see);
+  EXPECT_EQ(std::exchange(seen, ""), "c2b1");
+
+  auto lengths = queue.arrayUsingMapEnumerateBlock<std::uint64_t>(
+      [](const auto& object, auto index) { return *object == "b" ? nullptr : std::make_shared<std::uint64_t>(index); });
+  EXPECT_THAT(lengths, testing::ElementsAre(testing::Pointee(0), testing::Pointee(2)));
+  EXPECT_EQ(queue.arrayUsingMapEnumerateBlock([](const auto& object, auto) { return object; }), queue.allObjects());
+
+  queue.enumerateObjectsRecentEnqueuedLastUsingBlock(nullptr);
+  queue.enumerateObjectsRecentEnqueuedFirstUsingBlock(nullptr);
+  queue.enumerateObjectsToDeleteUsingBlock(nullptr);
+  EXPECT_TRUE(queue.arrayUsingMapEnumerateBlock(nullptr).empty());
+  EXPECT_EQ(queue.dequeueObjectWithFilter(nullptr), nullptr);
+  EXPECT_EQ(texts(queue), "abc");
+}
+
+TEST(FIFOQueue, RemovesWhatItIsTold) {
+  Queue queue;
+  auto added = objects({"a", "b", "c", "d", "e"});
+  queue.addObjectsFromArray(added);
+  queue.enumerateObjectsToDeleteUsingBlock([](const auto&, auto index, bool&) { return index == 1 || index == 3; });
+  EXPECT_EQ(texts(queue), "ace");
+  EXPECT_EQ(added[1].use_count(), 1);
+  queue.enumerateObjectsToDeleteUsingBlock([](const auto& object, auto, bool& stop) {
+    stop = *object == "c";
+    return *object != "a";
+  });
+  EXPECT_EQ(texts(queue), "ae");
+  EXPECT_EQ(queue.dequeueObjectWithFilter([](const auto& object, auto) { return *object == "e"; }), added[4]);
+  EXPECT_EQ(queue.dequeueObjectWithFilter([](const auto&, auto) { return false; }), nullptr);
+  EXPECT_EQ(texts(queue), "a");
+
+  // The same object, not an equal one.
+  auto same = added[0], equal = std::make_shared<std::string>("a");
+  queue.addObjectsFromArray({equal, same, equal, same});
+  queue.removeObjectIdenticalTo(same);
+  queue.removeObjectIdenticalTo(nullptr);
+  EXPECT_EQ(queue.allObjects(), (std::vector{equal, equal}));
+
+  // A filter that throws leaves the queue usable and as it was.
+  EXPECT_THROW(queue.enumerateObjectsToDeleteUsingBlock([](const auto&, auto index, bool&) -> bool {
+    if (index == 1) throw std::runtime_error("");
+    return true;
+  }),
+               std::runtime_error);
+  EXPECT_EQ(queue.count(), 2u);
+}
+
+TEST(FIFOQueue, FastEnumerationDeliversBatchesAndSeesChanges) {
+  HXFIFOQueue<int> queue;
+  queue.addObjectsFromArray(numbers(0, 40));
+  HXFIFOQueue<int>::EnumerationState state;
+  std::array<std::shared_ptr<int>, 30> buffer;
+  EXPECT_EQ(queue.countByEnumeratingWithState(state, buffer), 30u);
+  EXPECT_EQ(state.items, buffer.data());
+  auto mutations = state.mutations->load();
+  EXPECT_EQ(queue.countByEnumeratingWithState(state, buffer), 10u);
+  EXPECT_EQ(*buffer[9], 39);
+  EXPECT_EQ(queue.countByEnumeratingWithState(state, buffer), 0u);
+  EXPECT_EQ(*state.mutations, mutations);
+
+  int sum = 0;
+  for (const auto& number : queue) sum += *number;
+  EXPECT_EQ(sum, 780);
+  EXPECT_TRUE(HXFIFOQueue<int>().begin() == std::default_sentinel);
+
+  auto walkAndChange = [&](auto change) {
+    for (const auto& number : queue) {
+      if (*number == 5) std::async(std::launch::async, change).get();
+    }
+  };
+  EXPECT_NO_THROW(walkAndChange([&] { queue.addObjectsFromArray({}); }));
+  EXPECT_NO_THROW(walkAndChange([&] { queue.dequeueObjectWithFilter([](auto&, auto) { return false; }); }));
+  EXPECT_THROW(walkAndChange([&] { queue.addObjectsFromArray(numbers(40, 41)); }), HXEnumerationMutation);
+  EXPECT_THROW(walkAndChange([&] { queue.dequeueObjectWithFilter([](auto&, auto) { return true; }); }),
+               HXEnumerationMutation);
+  EXPECT_THROW(walkAndChange([&] { queue.removeObjectIdenticalTo(queue.peekRecentEnqueued()); }),
+               HXEnumerationMutation);
+  EXPECT_THROW(walkAndChange([&] { queue.removeAllObjects(); }), HXEnumerationMutation);
+}
+
+TEST(FIFOQueue, ManyThreadsLoseNothing) {
+  HXFIFOQueue<int> queue;
+  constexpr int perThread = 5000;
+  std::vector<std::future<int>> producers, consumers;
+  std::atomic<int> taken = 0;
+  for (int thread = 0; thread < 2; ++thread) {
+    producers.push_back(std::async(std::launch::async, [&, thread] {
+      for (int number = 0; number < perThread; number += 10)
+        queue.addObjectsFromArray(numbers(thread * perThread + number, thread * perThread + number + 10));
+      return 0;
+    }));
+    consumers.push_back(std::async(std::launch::async, [&, thread] {
+      int last = -1, mine = 0;
+      while (taken < 2 * perThread) {
+        auto number =
+            queue.dequeueObjectWithFilter([&](const auto& object, auto) { return *object / perThread == thread; });
+        if (!number) {
+          for (int tries = 0; tries < 2; ++tries) {
+            try {
+              for (const auto& object : queue) mine += *object < 0;
+            } catch (const HXEnumerationMutation&) {
+            }
+          }
+          continue;
+        }
+        EXPECT_EQ(*number % perThread, last + 1);
+        last = *number % perThread;
+        ++mine;
+        ++taken;
+      }
+      return mine;
+    }));
+  }
+  for (auto& consumer : consumers) EXPECT_EQ(consumer.get(), perThread);
+  EXPECT_EQ(queue.count(), 0u);
+}
+
+}  // namespace

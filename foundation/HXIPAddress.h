@@ -1,0 +1,50 @@
+// IP addresses as text, numbers and bytes.
+//
+// An address in text form is what inet_pton(3) takes: IPv4 in four decimal parts, IPv6 without a scope. Any thread.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+bool isIPv4Address(std::string_view text);
+bool isIPv6Address(std::string_view text);
+/// Of either family.
+bool isIPAddress(std::string_view text);
+
+/// ::ffff:0:0/96
+bool isIPv4MappedIPv6Address(std::string_view text);
+/// 224.0.0.0/4
+bool isMulticastIPv4Address(std::string_view text);
+/// 2000::/3, the global unicast addresses
+bool isGUAIPv6Address(std::string_view text);
+/// fc00::/7, the unique local addresses (RFC 4193)
+bool isULAIPv6Address(std::string_view text);
+
+/// An IPv4 address other than 127.0.0.1 and outside of 0.0.0.0/8, 169.254.0.0/16 and 198.18.0.0/16.
+bool isValidAccessableIPv4Address(std::string_view text);
+
+/// An IPv4 address, "/" and a prefix length from 0 to 32 of one to three digits. No IPv6.
+bool isIPCIDRString(std::string_view text);
+
+/// The IPv4 address as a socket address stores it; 0 when it is none.
+std::uint32_t IPAddressUsingNetworkByteOrder(std::string_view text);
+/// The IPv4 address as a number; 0 when it is none.
+std::uint32_t IPAddressUsingHostByteOrder(std::string_view text);
+
+/// Back to text; absent when the system cannot convert.
+std::optional<std::string> stringWithIPAddressUsingNetworkByteOrder(std::uint32_t address);
+std::optional<std::string> stringWithIPAddressUsingHostByteOrder(std::uint32_t address);
+
+/// The IPv4 address in an IPv4-mapped IPv6 address; absent for every other text.
+std::optional<std::string> mappedIPv6AddressToIPv4Address(std::string_view text);
+
+/// The text of an IPv6 address in network order; absent when the system cannot convert.
+std::optional<std::string> stringWithIPv6Address(std::span<const std::uint8_t, 16> address);
+std::optional<std::string> stringWithIPv6AddressV(std::array<std::uint8_t, 16> address);
+
+/// "00:1A:2B:3C:4D:5E"
+std::string macAddressFromBuffer(std::span<const std::uint8_t, 6> buffer);

@@ -1,0 +1,193 @@
+#include "foundation/HXOrderedDictionary.h"
+
+#include <gmock/gmock.h>
+
+#include <limits>
+
+#include "foundation/HXEnumerationMutation.h"
+#include "foundation/HXLog.h"
+
+namespace json = boost::json;
+
+namespace {
+
+using testing::ElementsAre;
+using Dictionary = HXMutableOrderedDictionary;
+
+Dictionary abc() {
+  Dictionary dictionary;
+  dictionary.setObject(1, "a");
+  dictionary.setObject("two", "b");
+  dictionary.setObject(nullptr, "c");
+  return dictionary;
+}
+
+TEST(OrderedDictionary, KeepsItsOrder) {
+  auto dictionary = abc();
+  dictionary.setObject(4, "a");
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("a", "b", "c"));
+  EXPECT_THAT(dictionary.sortedValues(), ElementsAre(4, "two", nullptr));
+  dictionary.removeObjectForKey(dictionary.keyAtIndex(1));
+  dictionary.setObject(std::nullopt, "none");
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("a", "c"));
+  dictionary.reverseAllKeys();
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("c", "a"));
+  dictionary.addEntriesFromDictionary({{"z", 1}, {"c", 2}, {"y", 3}});
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("c", "a", "z", "y"));
+  EXPECT_EQ(dictionary.dictionary(), (json::object{{"a", 4}, {"c", 2}, {"y", 3}, {"z", 1}}));
+  dictionary.removeObjectAtIndex(0);
+  dictionary.setObject(std::nullopt, "z");
+  EXPECT_EQ(dictionary.description(), "{\n    a = 4\n    y = 3\n}");
+  EXPECT_EQ(Dictionary().description(), "{\n}");
+}
+
+TEST(OrderedDictionary, LooksUpByKeyAndPlace) {
+  const auto dictionary = abc();
+  EXPECT_EQ(*dictionary["b"], "two");
+  EXPECT_EQ(*dictionary[0], 1);
+  EXPECT_EQ(*dictionary.objectForKey("c"), nullptr);
+  EXPECT_EQ(dictionary.objectForKey("d"), nullptr);
+  EXPECT_EQ(dictionary.count(), 3u);
+  auto changeable = dictionary;
+  EXPECT_THROW(dictionary.keyAtIndex(3), std::out_of_range);
+  EXPECT_THROW(dictionary.objectAtIndex(3), std::out_of_range);
+  EXPECT_THROW(changeable.removeObjectAtIndex(3), std::out_of_range);
+  EXPECT_THROW(changeable.replaceObjectAtIndex(3, 0, "d"), std::out_of_range);
+  EXPECT_EQ(changeable, dictionary);
+
+  auto next = dictionary.keyEnumerator();
+  EXPECT_EQ(*next(), "a");
+  EXPECT_EQ(*next(), "b");
+  EXPECT_EQ(*next(), "c");
+  EXPECT_EQ(next(), nullptr);
+  EXPECT_EQ(next(), nullptr);
+  std::vector<json::value> values;
+  for (auto nextObject = dictionary.objectEnumerator(); const auto* object = nextObject();) values.push_back(*object);
+  EXPECT_THAT(values, testing::UnorderedElementsAre(1, "two", nullptr));
+}
+
+TEST(OrderedDictionary, ReplacesTheKeyAtAPlace) {
+  auto dictionary = abc();
+  dictionary.replaceObjectAtIndex(1, 5, "b");
+  EXPECT_EQ(dictionary.serializationData(), R"([["a","b","c"],{"a":1,"b":5,"c":null}])");
+  dictionary.replaceObjectAtIndex(0, 6, "new");
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("new", "b", "c"));
+  EXPECT_EQ(dictionary["a"], nullptr);
+  dictionary.replaceObjectAtIndex(2, 7, "new");  // from before the place
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("b", "new"));
+  EXPECT_EQ(*dictionary["new"], 7);
+  dictionary.replaceObjectAtIndex(0, 8, dictionary.keyAtIndex(1));  // from behind it
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("new"));
+  EXPECT_EQ(dictionary.dictionary(), (json::object{{"new", 8}}));
+}
+
+TEST(OrderedDictionary, EqualityKnowsOrderAndClass) {
+  auto dictionary = abc(), other = abc();
+  EXPECT_EQ(dictionary, other);
+  other.reverseAllKeys();
+  EXPECT_NE(dictionary, other);
+  other.reverseAllKeys();
+  other.setObject(2, "a");
+  EXPECT_FALSE(dictionary.isEqual(other));
+
+  auto fixed = dictionary.copyWithZone();
+  EXPECT_TRUE(fixed.isEqualToDictionary(dictionary));
+  EXPECT_TRUE(fixed.isEqual(dictionary));
+  EXPECT_FALSE(dictionary.isEqual(fixed));
+  EXPECT_TRUE(dictionary.isEqual(fixed.mutableCopyWithZone()));
+}
+
+TEST(OrderedDictionary, ConstructorsTakeKeyListsAsGiven) {
+  auto dictionary = Dictionary::initWithObjects({1, 2, 3}, {"a", "b", "a", "none"});
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("a", "b", "a", "none"));
+  EXPECT_THAT(dictionary.sortedValues(), ElementsAre(3, 2, 3, nullptr));
+  EXPECT_EQ(dictionary[3], nullptr);
+  dictionary.removeObjectForKey("a");
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("b", "none"));
+
+  EXPECT_THAT(HXOrderedDictionary::initWithDictionary({{"z", 1}, {"y", 2}}).sortedKeys(), ElementsAre("z", "y"));
+  EXPECT_EQ(HXOrderedDictionary::initWithDictionary(), HXOrderedDictionary());
+  EXPECT_EQ(Dictionary::initWithCapacity(100), Dictionary());
+}
+
+TEST(OrderedDictionary, SerializedFormKeepsTheOrder) {
+  HXSetLogDestinations(0);
+  Dictionary dictionary;
+  dictionary.setObject(2, "b");
+  dictionary.setObject(json::array{"é"}, "a");
+  auto data = dictionary.serializationData();
+  EXPECT_EQ(data, R"([["b","a"],{"b":2,"a":["é"]}])");
+  auto read = Dictionary::initWithSerializationData(*data);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(*read, dictionary);
+  read->setObject(3, "c");
+  EXPECT_EQ(read->keyAtIndex(2), "c");
+  EXPECT_EQ(Dictionary().serializationData(), "[[],{}]");
+
+  for (auto text : {"", "[]", "{}", "[[]]", "[[],{},[]]", "[{},[]]", "[[],[]]", "[[1],{}]", "[null,null]", "[[],{}",
+                    R"({"a":[],"b":{}})"})
+    EXPECT_FALSE(HXOrderedDictionary::initWithSerializationData(text)) << text;
+  dictionary.setObject(std::numeric_limits<double>::quiet_NaN(), "nan");
+  EXPECT_FALSE(dictionary.serializationData());
+}
+
+TEST(OrderedDictionary, EquationLines) {
+  Dictionary dictionary;
+  dictionary.setObject("x,y", "k");
+  EXPECT_EQ(dictionary.equationLinesWithSeparator(", "), "k=\"x,y\"");
+  EXPECT_EQ(dictionary.equationLinesWithSeparator("\n"), "k=x,y");
+  dictionary.setObject(json::array{1, true}, "a,b");
+  EXPECT_EQ(dictionary.equationLinesWithSeparator("\u00A0, "), "k=\"x,y\"\u00A0, \"a,b\"=[1,true]");
+  EXPECT_EQ(Dictionary().equationLinesWithSeparator(","), "");
+
+  Dictionary imported;
+  imported.importEquationLines({"k = v", "k2=\"a=b\"", "k3=a=b", "k4=", "no sign", R"("q" = "say \"hi\"")", "k=w"});
+  EXPECT_EQ(imported.serializationData(), R"([["k","k2","k3","q"],{"k":"w","k2":"a=b","k3":"a=b","q":"say \"hi\""}])");
+}
+
+TEST(OrderedDictionary, WalksBothWaysAndSeesChanges) {
+  auto dictionary = abc();
+  std::string seen;
+  auto see = [&](const std::string& key, std::size_t index, const json::value& object, bool& stop) {
+    EXPECT_FALSE(stop);
+    seen += key + std::to_string(index);
+    stop = object == "two";
+  };
+  dictionary.enumerateKeysAndObjectsUsingBlock(see);
+  EXPECT_EQ(std::exchange(seen, ""), "a0b1");
+  dictionary.enumerateKeysAndObjectsUsingBlock(see, true);
+  EXPECT_EQ(std::exchange(seen, ""), "c0b1");
+  dictionary.enumerateKeysAndObjectsUsingBlock(nullptr);
+
+  auto walkAnd = [&](auto change) {
+    dictionary.enumerateKeysAndObjectsUsingBlock([&](const auto&, auto index, const auto&, bool&) {
+      if (index == 0) change();
+    });
+  };
+  EXPECT_NO_THROW(walkAnd([&] { dictionary.setObject(9, "a"); }));
+  EXPECT_THROW(walkAnd([&] { dictionary.setObject(9, "new"); }), HXEnumerationMutation);
+  EXPECT_THROW(walkAnd([&] { dictionary.removeObjectForKey("new"); }), HXEnumerationMutation);
+  EXPECT_THROW(walkAnd([&] { dictionary.reverseAllKeys(); }), HXEnumerationMutation);
+  EXPECT_THROW(walkAnd([&] { dictionary.replaceObjectAtIndex(0, 0, "d"); }), HXEnumerationMutation);
+}
+
+TEST(OrderedDictionary, SortsByKeysAndByObjects) {
+  auto dictionary = Dictionary::initWithObjects({2, 1, 2, 1}, {"d", "c", "a", "b"});
+  auto byObject = [](const auto&, const auto&, const json::value& one, const json::value& two) {
+    return one.as_int64() <=> two.as_int64();
+  };
+  dictionary.sortWithOptions(HXSortStable, byObject);
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("c", "b", "d", "a"));
+  dictionary.sortUsingSelector([](const auto& one, const auto& two) { return two <=> one; });
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("d", "c", "b", "a"));
+  EXPECT_EQ(*dictionary["c"], 1);
+  int calls = 0;
+  EXPECT_THROW(dictionary.sortUsingSelector([&](const auto& one, const auto& two) {
+    if (++calls == 3) throw std::runtime_error("");
+    return one <=> two;
+  }),
+               std::runtime_error);
+  EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("d", "c", "b", "a"));
+}
+
+}  // namespace
