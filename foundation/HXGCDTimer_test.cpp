@@ -76,12 +76,12 @@ TEST_F(Timers, RepeatingTimerFiresAtOnceOrAfterItsInterval) {
 }
 
 TEST_F(Timers, TimerThatNobodyKeepsNeverFires) {
-  static_cast<void>(HXGCDTimer::onetimeTimerWithQueue(queue, 0, [this] { ++count; }));
-  static_cast<void>(HXGCDTimer::repeatingTimerWithQueue(queue, 0.001, 0, true, [this] { ++count; }));
-  static_cast<void>(
-      HXGCDSequenceTimer::timerWithQueue(queue, {0, 0}, 0, true, false, [this](double, bool) { ++count; }));
-  // Nobody keeps it while it fires: the work before it in the queue lets go of it.
+  // Let go of by the work before them in the queue, whether they are due by then or not.
   platform::dispatch::async(queue, [this] {
+    static_cast<void>(HXGCDTimer::onetimeTimerWithQueue(queue, 0, [this] { ++count; }));
+    static_cast<void>(HXGCDTimer::repeatingTimerWithQueue(queue, 0.001, 0, true, [this] { ++count; }));
+    static_cast<void>(
+        HXGCDSequenceTimer::timerWithQueue(queue, {0, 0}, 0, true, false, [this](double, bool) { ++count; }));
     auto timer = HXGCDTimer::onetimeTimerWithQueue(queue, 0, [this] { ++count; });
     EXPECT_TRUE(eventually([start = steady_clock::now()] { return steady_clock::now() > start + 5ms; }));
   });
