@@ -127,6 +127,7 @@ class Probe : public HXLogging<Probe> {
     while (true) {
       auto remaining = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
       if (remaining.count() <= 0) break;
+      isQuiet_ = refusals_ >= maximumLoggedRefusals;
       log("\n");
       pollfd descriptor{.fd = receiver_.get(), .events = POLLIN, .revents = 0};
       int ready = poll(&descriptor, 1, static_cast<int>(remaining.count()));
@@ -159,6 +160,11 @@ class Probe : public HXLogging<Probe> {
     std::array<char, INET_ADDRSTRLEN> sourceText{};
     inet_ntop(AF_INET, &source.sin_addr, sourceText.data(), sourceText.size());
     const auto transactionID = BRHDHCPTransactionID(message);
+    const auto verdict = BRHJudgeDHCPOffer(message, datagram->length, transactionID_, hardwareAddress_);
+    auto address = stringWithIPAddressFromSockaddr(reinterpret_cast<const sockaddr*>(&source), sizeof source);
+    const bool isNew = verdict == BRHDHCPVerdict::offer && address &&
+                       std::find(addresses_.begin(), addresses_.end(), *address) == addresses_.end();
+    isQuiet_ = isQuiet_ && !isNew;
     log("recv_result: {}", datagram->length);
     log("receive_dhcp_packet() result: {}", datagram->length);
     log("receive_dhcp_packet() source: {}", sourceText.data());
@@ -166,7 +172,7 @@ class Probe : public HXLogging<Probe> {
     log("DHCPOFFER from IP address {}", sourceText.data());
     log("DHCPOFFER XID: {} (0x{:X})", transactionID, transactionID);
 
-    switch (BRHJudgeDHCPOffer(message, datagram->length, transactionID_, hardwareAddress_)) {
+    switch (verdict) {
       case BRHDHCPVerdict::malformedOrNoOffer:
         log("Ignoring malformed or non-offer DHCP packet");
         return false;
@@ -183,10 +189,8 @@ class Probe : public HXLogging<Probe> {
     log("DHCPOFFER yiaddr: {}", BRHDHCPAddressText(message, BRHDHCPYourAddressOffset));
     log("DHCPOFFER siaddr: {}", BRHDHCPAddressText(message, BRHDHCPServerAddressOffset));
     log("DHCPOFFER giaddr: {}", BRHDHCPAddressText(message, BRHDHCPRelayAddressOffset));
-    auto address = stringWithIPAddressFromSockaddr(reinterpret_cast<const sockaddr*>(&source), sizeof source);
-    if (!address || std::find(addresses_.begin(), addresses_.end(), *address) != addresses_.end()) return false;
-    addresses_.push_back(*address);
-    return true;
+    if (isNew) addresses_.push_back(std::move(*address));
+    return isNew;
   }
 
   static sockaddr_in socketAddress(const std::array<std::uint8_t, 4>& address) {
@@ -196,10 +200,10 @@ class Probe : public HXLogging<Probe> {
     return result;
   }
 
-  /// Logs about a packet, unless there have been too many.
+  /// Logs about a packet that adds something, or is not yet one of too many that do not.
   template <class... Arguments>
   void log(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
-    if (refusals_ < maximumLoggedRefusals) HX_log(format, std::forward<Arguments>(arguments)...);
+    if (!isQuiet_) HX_log(format, std::forward<Arguments>(arguments)...);
   }
 
   const std::string interfaceName_;
@@ -209,6 +213,7 @@ class Probe : public HXLogging<Probe> {
   std::uint32_t transactionID_ = 0;
   std::vector<std::string> addresses_;
   int refusals_ = 0;  // datagrams that added nothing
+  bool isQuiet_ = false;
 };
 
 }  // namespace

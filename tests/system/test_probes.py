@@ -249,6 +249,7 @@ class DHCP(ProbeTest):
         for _ in range(3):
             self.assertEqual(self.servers(), ["192.0.2.1"])
         self.assertLess(self.helper.resident_kilobytes() - before, 20_000)
+        self.assertEqual(self.lines_of("BRHDHCPDetector").count("DHCPOFFER from IP address 192.0.2.1"), 3)
         # A thousandth of what the log would be otherwise.
         self.assertEqual(self.lines_of("BRHDHCPDetector").count("Ignoring further packets without a log"), 3)
         self.assertLess(len(self.lines_of("BRHDHCPDetector")), 3 * 50 * 10)
