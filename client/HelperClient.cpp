@@ -60,7 +60,14 @@ HelperClient::HelperClient() {
 
 ipc::Dictionary HelperClient::send(const ipc::Dictionary& request) {
   auto reply = connection_->sendWithReply(request);
+  // The first request is what has the helper look at the whole bundle.
+  if (!reply && !admitted_) {
+    throw HelperUnreachable(
+        "the helper refused this application's bundle: the executable and its frameworks must be signed, and only root "
+        "may be able to write them");
+  }
   if (!reply) throw HelperUnreachable("the helper closed the connection");
+  admitted_ = true;
   return std::move(*reply);
 }
 
@@ -124,6 +131,7 @@ void HelperClient::stopWatchdog() {
 }
 
 void HelperClient::stop() {
+  version();  // from here on, the end of the connection is the helper's, not a refusal
   constexpr std::string_view text = R"({"command":"stop"})";
   if (connection_->sendWithReply({{"json", ipc::Data(text.begin(), text.end())}})) {
     throw HelperError("the helper did not stop");

@@ -57,7 +57,8 @@ class HelperClient {
   /// Ends the helper process. It does not clean up, and is started again with the next connection.
   void stop();
 
-  /// Sends a JSON command and returns its reply, which may hold an "error".
+  /// Sends a JSON command and returns its reply, which may hold an "error". Throws std::invalid_argument when it is too
+  /// long to be sent.
   boost::json::object json(const boost::json::object& command);
 
  private:
@@ -65,6 +66,7 @@ class HelperClient {
   platform::ipc::Dictionary send(const platform::ipc::Dictionary& request);
 
   std::unique_ptr<platform::ipc::ClientConnection> connection_;
+  bool admitted_ = false;  // a request has been answered
 };
 
 }  // namespace brimo

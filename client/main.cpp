@@ -189,8 +189,7 @@ class Session {
 
 int main(int count, char** values) {
   Arguments arguments(values + 1, values + count);
-  bool printJSON = !arguments.empty() && arguments[0] == "--json";
-  if (printJSON) arguments.erase(arguments.begin());
+  bool printJSON = std::erase(arguments, "--json") > 0;
   if (!arguments.empty() && (arguments[0] == "--help" || arguments[0] == "-h" || arguments[0] == "help")) {
     std::cout << usage;
     return exitSuccess;

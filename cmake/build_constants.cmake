@@ -1,11 +1,12 @@
 # The constants of this build as a header.
 # The one text of each requirement, for the helper and for its property list.
-string(CONCAT BRH_FRAMEWORK_REQUIREMENT
-  "anchor apple generic and (certificate leaf[field.1.2.840.113635.100.6.1.9] /* exists */"
+string(CONCAT signers
+  "(certificate leaf[field.1.2.840.113635.100.6.1.9] /* exists */"
   " or certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */"
   " and certificate leaf[field.1.2.840.113635.100.6.1.13] /* exists */"
   " and certificate leaf[subject.OU] = \"${BRH_TEAM_IDENTIFIER}\")")
-set(BRH_CLIENT_REQUIREMENT "identifier \"${BRH_CLIENT_BUNDLE_IDENTIFIER}\" and ${BRH_FRAMEWORK_REQUIREMENT}")
+set(BRH_FRAMEWORK_REQUIREMENT "anchor apple generic and ${signers}")
+set(BRH_CLIENT_REQUIREMENT "anchor apple generic and identifier \"${BRH_CLIENT_BUNDLE_IDENTIFIER}\" and ${signers}")
 
 set(BRH_CERTIFICATES ${CMAKE_BINARY_DIR}/certificates)
 

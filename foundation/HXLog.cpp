@@ -66,7 +66,8 @@ std::string symbolText() {
   return fmt::format("(\n    {}\n)", fmt::join(platform::callStackSymbols(), "\n    "));
 }
 
-// Runs on top of the stack that threw: it is not unwound when no handler is found.
+// Runs on top of the stack that threw, which is not unwound when no handler is found (and no function on the way is
+// noexcept).
 void HXUncaughtExceptionHandler() {
   HXLog("HXLogger", "Uncaught Exception, description:{}, call stack:{}",
         HX_exceptionDescription(std::current_exception()), symbolText());
@@ -165,8 +166,12 @@ std::string HX_exceptionDescription(const std::exception_ptr& exception) {
   }
 }
 
+std::string HX_callStackLog(const std::exception_ptr&) {
+  return HXCallStackString();
+}
+
 std::string HX_exceptionReport(const std::exception_ptr& exception) {
-  return fmt::format("{}\n{}", HX_exceptionDescription(exception), HXCallStackString());
+  return fmt::format("{}\n{}", HX_exceptionDescription(exception), HX_callStackLog(exception));
 }
 
 std::string HX_logStyleCurrentDateTime() {

@@ -64,7 +64,10 @@ void HXLogCallStack();
 /// What an exception is, in words.
 std::string HX_exceptionDescription(const std::exception_ptr& exception);
 
-/// The description and, on the next line, the call stack of the caller: an exception keeps none of its own.
+/// The text of HXCallStackString(), of the caller: an exception keeps no stack of its own.
+std::string HX_callStackLog(const std::exception_ptr& exception);
+
+/// The description and, on the next line, HX_callStackLog().
 std::string HX_exceptionReport(const std::exception_ptr& exception);
 
 /// Local time as "2024-05-01 12:00:00.123456", "2024-05-01" and "12:00:00.123456".
@@ -87,12 +90,12 @@ class HXLogging {
 
   template <class... Arguments>
   static void HX_log(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
-    HX_logMessage(HXLogDefaultLevel, Class::HX_logModuleName(),
-                  fmt::format(format, std::forward<Arguments>(arguments)...));
+    HX_logWithLevel(HXLogDefaultLevel, format, std::forward<Arguments>(arguments)...);
   }
 
   template <class... Arguments>
   static void HX_logWithLevel(std::int8_t level, fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+    if (!HXLogIsEnabled()) return;
     HX_logMessage(level, Class::HX_logModuleName(), fmt::format(format, std::forward<Arguments>(arguments)...));
   }
 };

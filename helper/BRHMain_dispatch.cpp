@@ -6,7 +6,6 @@
 #include "helper/probes/BRHDHCPDetector.h"
 #include "helper/probes/BRHV6RADetector.h"
 #include "helper/probes/socket_owner_lookup.h"
-#include "platform/utf8.h"
 
 namespace ipc = platform::ipc;
 namespace json = boost::json;

@@ -142,7 +142,10 @@ TEST_F(DispatchTest, ProbesNeedAnInterface) {
 }
 
 TEST_F(DispatchTest, RequestsThatAcceptNoReply) {
-  tell({{"command", "process-lookup"}, {"address", ipc::Data(128)}});
+  auto query = BRSockAddrMakeIPv4({127, 0, 0, 1}, 80);
+  machine().sockets = {
+      {platform::SocketProtocol::tcp, {.localPort = 80, .isIPv4 = true, .isIPv6 = false, .localAddress = {}}}};
+  tell({{"command", "process-lookup"}, {"address", ipc::Data(query.begin(), query.end())}});
   EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: process-lookup",
                                "[BRHMain] process-lookup request does not accept a reply"));
   EXPECT_THAT(machine().ownersAsked, IsEmpty());
@@ -158,6 +161,7 @@ TEST_F(DispatchTest, RequestsThatAcceptNoReply) {
   EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: nope", "[BRHMain] Unknown command!",
                                "[BRHMain] JSON command does not accept a reply"));
   tell({});
+  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC dictionary contains no supported command"));
   tell({{"json", bytesOf("{")}});
   EXPECT_THAT(log, ElementsAre("[BRHMain] Invalid JSON command payload"));
 }

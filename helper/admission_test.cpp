@@ -7,7 +7,6 @@
 #include "helper/BRHMain.h"
 #include "platform/fake/ipc.h"
 #include "platform/fake/machine.h"
-#include "platform/linux/code_requirement.h"
 
 namespace {
 
@@ -115,10 +114,7 @@ TEST_F(AdmissionTest, AConnectionThatTheRequirementCannotBeInstalledOnIsCancelle
                                "[Helper] Listener received a non-connection object: accept: no room"));
 }
 
-TEST(Requirements, AreOfTheLanguage) {
-  std::string problem;
-  EXPECT_TRUE(code_signing::CodeRequirement::parse(ClientRequirement, &problem)) << problem;
-  EXPECT_TRUE(code_signing::CodeRequirement::parse(FrameworkRequirement, &problem)) << problem;
+TEST(MainApplication, HasAPath) {
   EXPECT_FALSE(BRHValidateMainApplication(""));
   EXPECT_FALSE(BRHValidateMainApplication("no/slashes"));
 }

@@ -88,6 +88,13 @@ TEST_F(LogFileTest, ReplacesWhatAnotherUserCouldHavePlanted) {
   EXPECT_TRUE(machine().systemLog.empty());
 }
 
+TEST_F(LogFileTest, AFullDiskIsReportedOnceAndTheFileLeftOut) {
+  HXSetLogFilePath("/dev/full");
+  HXLog("T", "one");
+  HXLog("T", "two");
+  EXPECT_THAT(machine().systemLog, testing::ElementsAre("Failed to write log: No space left on device"));
+}
+
 TEST_F(LogFileTest, GoesOnWithoutAFileThatCannotBeMadeSafe) {
   std::filesystem::create_directory(path);
   BRHOpenLogFile(path);

@@ -30,7 +30,7 @@ job = plistlib.loads((folder / "macos/launchd.plist").read_bytes())
 assert job == {"Label": service, "MachServices": {service: True}, "AssociatedBundleIdentifiers": client}, job
 
 units = {name: (folder / "systemd" / f"{service}.{name}").read_text() for name in ("socket", "service")}
-for line in (f"ListenStream=/run/{service}.socket", "SocketMode=0666", "Accept=no", "PassCredentials=yes"):
+for line in (f"ListenStream=/run/{service}.socket", "SocketMode=0666", "Accept=no", "PassCredentials=yes", "TriggerLimitIntervalSec=0"):
     assert line in units["socket"].splitlines(), line
 for line in ("KillMode=process", "StartLimitIntervalSec=0"):
     assert line in units["service"].splitlines(), line

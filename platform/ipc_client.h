@@ -21,10 +21,11 @@ class ClientConnection {
   explicit ClientConnection(std::unique_ptr<Implementation> implementation);
   ~ClientConnection();
 
-  /// Sends a request and waits for its reply; absent when the connection ended first.
+  /// Sends a request and waits for its reply; absent when the connection ended first. Throws std::invalid_argument,
+  /// with the connection intact, when the request is too long to be sent.
   std::optional<Dictionary> sendWithReply(const Dictionary& request);
 
-  /// Sends a message that accepts no reply; false when the connection has ended.
+  /// Sends a message that accepts no reply; false when the connection has ended. Throws like sendWithReply().
   bool send(const Dictionary& message);
 
  private:

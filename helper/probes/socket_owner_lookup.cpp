@@ -41,7 +41,8 @@ std::optional<BRProcess> socketOwner(platform::SocketProtocol protocol, const BR
   auto pid = found ? platform::socketOwner(*found) : std::nullopt;
   if (!pid || *pid == 0) return std::nullopt;
   auto path = platform::executablePath(*pid);
-  if (!path) return std::nullopt;
+  // The path is that of the owner only if the process is still the same.
+  if (!path || platform::socketOwner(*found) != pid) return std::nullopt;
   if (!platform::isUTF8(*path)) path.reset();
   return BRProcess{.pid = *pid, .processPath = std::move(path)};
 }

@@ -2,6 +2,7 @@
 
 #include <openssl/pem.h>
 
+#include "build_constants.h"
 #include "platform/linux/test_support.h"
 
 namespace platform::code_signing {
@@ -46,6 +47,16 @@ TEST_F(CodeRequirementTest, LooksAtTheCertificateThatIsNamed) {
   EXPECT_TRUE(holds("certificate root[subject.CN] = \"Brimo Development Root (throw-away)\""));
   EXPECT_TRUE(holds("certificate anchor[subject.CN] = \"Brimo Development Root (throw-away)\""));
   EXPECT_FALSE(holds("certificate root[subject.OU] = \"BRIMO00618\""));
+}
+
+TEST_F(CodeRequirementTest, TheBuildsOwnRequirementsHoldForTheRightSigner) {
+  signature.identifier = ClientBundleIdentifier;
+  EXPECT_TRUE(holds(ClientRequirement));
+  signature.identifier += ".other";
+  EXPECT_FALSE(holds(ClientRequirement));
+  EXPECT_TRUE(holds(FrameworkRequirement));
+  signature.chain.erase(signature.chain.begin() + 1);
+  EXPECT_FALSE(holds(FrameworkRequirement));
 }
 
 TEST_F(CodeRequirementTest, AndBindsTighterThanOr) {

@@ -1,8 +1,13 @@
-// Signatures of hostile files. The seed is signed under a root of its own, whose keys are gone.
+// Hostile files, and what their signatures would be. The seeds are signed under a root of their own, whose keys are
+// gone.
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 
+#include "platform/file_descriptor.h"
 #include "platform/linux/code_signature.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -11,11 +16,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     std::ifstream file(ANCHOR_FILE);
     return std::string(std::istreambuf_iterator<char>(file), {});
   }();
-  CodeSignature signature;
   // Whatever verifies is what was signed.
-  if (readSignature({bytes, size}, anchor, signature) == success &&
-      (signature.identifier != "com.example.brimo" || signature.payloadSize != 3)) {
-    std::abort();
-  }
+  auto check = [](Status status, const CodeSignature& signature) {
+    if (status == success && (signature.identifier != "com.example.brimo" || signature.payloadSize != 3)) std::abort();
+  };
+  CodeSignature alone, ofFile;
+  check(readSignature({bytes, size}, anchor, alone), alone);
+
+  platform::FileDescriptor file(memfd_create("fuzzed", MFD_CLOEXEC));
+  if (write(file.get(), bytes, size) != static_cast<ssize_t>(size)) std::abort();
+  check(readSignatureOfFile(file.get(), anchor, ofFile), ofFile);
+  payloadMatches(file.get(), ofFile);
   return 0;
 }

@@ -27,7 +27,8 @@ struct EventSource::State : std::enable_shared_from_this<State> {
 
   void detach() { source = sd_event_source_disable_unref(source); }
 
-  static void call(void* userdata, std::uint32_t events) noexcept {
+  // An exception ends the process all the same; without noexcept the stack that threw it is still there to be logged.
+  static void call(void* userdata, std::uint32_t events) {
     auto self = static_cast<State*>(userdata)->shared_from_this();
     self->handler(events);
   }
@@ -80,17 +81,21 @@ EventSource EventSource::signal(int number, std::function<void()> handler) {
   return EventSource(std::move(state));
 }
 
-EventSource EventSource::timer(std::uint64_t microseconds, std::function<void()> handler) {
+EventSource EventSource::timer(std::function<void()> handler) {
   auto state = std::make_shared<State>();
   state->handler = [handler = std::move(handler)](std::uint32_t) { handler(); };
   auto callback = [](sd_event_source*, std::uint64_t, void* userdata) {
     State::call(userdata, 0);
     return 0;
   };
-  require(sd_event_add_time_relative(mainEventLoop(), &state->source, CLOCK_MONOTONIC, microseconds, 0, callback,
-                                     state.get()),
-          "cannot start a timer");
+  require(sd_event_add_time(mainEventLoop(), &state->source, CLOCK_MONOTONIC, UINT64_MAX, 0, callback, state.get()),
+          "cannot make a timer");
   return EventSource(std::move(state));
+}
+
+void EventSource::startTimer(std::uint64_t microseconds) {
+  require(sd_event_source_set_time_relative(state_->source, microseconds), "cannot set a timer");
+  require(sd_event_source_set_enabled(state_->source, SD_EVENT_ONESHOT), "cannot start a timer");
 }
 
 void EventSource::setEvents(std::uint32_t events) {

@@ -23,13 +23,16 @@ class EventSource {
   /// Calls `handler` on delivery of a signal, which is blocked for ordinary delivery from here on.
   static EventSource signal(int number, std::function<void()> handler);
 
-  /// Calls `handler` once, `microseconds` from now on the monotonic clock.
-  static EventSource timer(std::uint64_t microseconds, std::function<void()> handler);
+  /// Calls `handler` once for each startTimer(). Made beforehand, since making one may fail.
+  static EventSource timer(std::function<void()> handler);
 
   EventSource() = default;
   EventSource(EventSource&&) = default;
   EventSource& operator=(EventSource&& other) noexcept;
   ~EventSource();
+
+  /// Has a timer() fire `microseconds` from now on the monotonic clock.
+  void startTimer(std::uint64_t microseconds);
 
   /// Changes which events an io() source waits for.
   void setEvents(std::uint32_t events);

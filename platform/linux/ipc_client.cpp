@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <stdexcept>
 
 #include "platform/file_descriptor.h"
 #include "platform/linux/ipc_endpoint.h"
@@ -18,7 +19,7 @@ class ClientConnection::Implementation {
 
   bool send(const Frame& frame) {
     auto bytes = encodeFrame(frame);
-    if (!bytes) return false;
+    if (!bytes) throw std::invalid_argument("the message is too long");
     for (std::size_t sent = 0; sent < bytes->size();) {
       auto length = ::send(socket_.get(), bytes->data() + sent, bytes->size() - sent, MSG_NOSIGNAL);
       if (length < 0 && errno == EINTR) continue;
@@ -69,9 +70,7 @@ std::unique_ptr<ClientConnection> ClientConnection::connect(const std::string& s
   // The service speaks first: what is said before its greeting would make it hang up.
   auto greeting = implementation->receive();
   if (!greeting) {
-    problem =
-        "the helper refused this application: it must be signed, and installed with its frameworks where only root can "
-        "write";
+    problem = "the helper refused this application: it must be signed, and installed where only root can write";
     return nullptr;
   }
   const auto* service = greeting->dictionary.get<std::string>("service");

@@ -1,6 +1,7 @@
 #include "platform/linux/ipc_connection.h"
 
 #include <fmt/format.h>
+#include <malloc.h>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -18,6 +19,7 @@ namespace platform::ipc {
 namespace {
 
 constexpr std::size_t receiveChunk = 65'536;
+constexpr std::size_t largeFrame = 1'048'576;
 constexpr std::size_t maximumUnreadReplies = std::size_t{32} * 1024 * 1024;
 
 /// The pid of the process that wrote what a recvmsg() brought, 0 when the kernel did not say.
@@ -111,6 +113,9 @@ void Connection::Implementation::handleFrames() {
     auto frame = reader_.next();
     if (!frame) return;
     deliver(messageOf(std::move(*frame)));
+    frame.reset();
+    // The helper idles for days; what a large message took is not to stay with it.
+    if (reader_.frameLength() > largeFrame) malloc_trim(0);
   }
 }
 

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <limits>
+#include <set>
 
 #include "platform/utf8.h"
 
@@ -109,12 +110,16 @@ class Decoder {
   Dictionary dictionary(const Token& head) {
     if (head.type != Token::Type::map) throw Malformed();
     Dictionary result;
-    std::map<std::string, bool> seen;
+    std::set<std::string> keysLeftOut;
     forEach(head, [&](const Token& keyHead) {
       if (keyHead.type != Token::Type::text) throw Malformed();
       std::string key = text(keyHead);
-      if (!seen.emplace(key, true).second) throw Malformed();
-      if (auto read = value(next())) result.set(std::move(key), std::move(*read));
+      if (result.contains(key) || keysLeftOut.contains(key)) throw Malformed();
+      if (auto read = value(next())) {
+        result.set(std::move(key), std::move(*read));
+      } else {
+        keysLeftOut.insert(std::move(key));
+      }
     });
     return result;
   }
@@ -276,6 +281,7 @@ std::optional<Frame> FrameReader::next() {
 
   auto frame = decodeFrame(available.subspan(lengthSize, length));
   malformed_ = !frame;
+  frameLength_ = length;
   consumed_ += lengthSize + length;
   if (consumed_ == buffer_.size()) {
     // A large frame's memory goes back at once: connections may be idle for days.

@@ -33,12 +33,16 @@ class FrameReader {
   /// The next frame that is whole. Absent when more bytes are needed, and from the first malformed frame on.
   std::optional<Frame> next();
 
+  /// Length of the frame that next() gave last.
+  std::size_t frameLength() const { return frameLength_; }
+
   /// Whether a malformed frame was met.
   bool malformed() const { return malformed_; }
 
  private:
   Data buffer_;
   std::size_t consumed_ = 0;
+  std::size_t frameLength_ = 0;
   bool malformed_ = false;
 };
 

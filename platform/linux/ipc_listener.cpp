@@ -14,6 +14,7 @@
 #include <map>
 
 #include "build_constants.h"
+#include "platform/dispatch.h"
 #include "platform/linux/ipc_connection.h"
 #include "platform/linux/ipc_endpoint.h"
 #include "platform/system_log.h"
@@ -81,6 +82,7 @@ class Listener::Implementation {
   void setEventHandler(std::function<void(const ListenerEvent&)> handler) { handler_ = std::move(handler); }
 
   void resume() {
+    pause_ = EventSource::timer([this] { readiness_.setEvents(EPOLLIN); });
     readiness_ = EventSource::io(socket_.get(), EPOLLIN, [this](std::uint32_t) { accept(); });
     termination_ = EventSource::signal(SIGTERM, [this] { terminate(); });
   }
@@ -93,7 +95,7 @@ class Listener::Implementation {
       // Out of descriptors or memory: the caller stays in the queue, and asking for it at once again would not help.
       std::string problem = fmt::format("accept: {}", std::strerror(errno));
       readiness_.setEvents(0);
-      pause_ = EventSource::timer(pauseAfterFailedAccept, [this] { readiness_.setEvents(EPOLLIN); });
+      pause_.startTimer(pauseAfterFailedAccept);
       return handler_(Error{.kind = Error::Kind::other, .description = problem});
     }
     // Connections that were made before this process came up have not had it from the listening socket.
@@ -118,7 +120,8 @@ class Listener::Implementation {
         connection->deliver(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
       }
     }
-    sd_event_exit(mainEventLoop(), 0);
+    // What is on its way on the main queue, the end of a connection for one, is still delivered.
+    dispatch::async(dispatch::mainQueue(), [] { sd_event_exit(mainEventLoop(), 0); });
   }
 
   FileDescriptor socket_;

@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+
 extern "C" {  // which glibc 2.36's header forgets
 #include <sys/pidfd.h>
 }
@@ -38,9 +40,9 @@ bool Sender::takePidfd(int socket) {
   socklen_t length = sizeof descriptor;
   if (getsockopt(socket, SOL_SOCKET, peerPidfdOption, &descriptor, &length) == 0) {
     pidfd_.reset(descriptor);
-  } else {
-    // The pid may have gone to another process since the peer connected. That process has no part in this socket, so
-    // nothing that it sends can arrive here, and what others send carries their own pid.
+  } else if (errno == ENOPROTOOPT) {
+    // The pid may have gone to another process since the peer connected. Then it is that process whose image is checked
+    // and whose writing is wanted.
     pidfd_.reset(pidfd_open(pid_, 0));
   }
   return static_cast<bool>(pidfd_);

@@ -2,11 +2,16 @@
 
 #include <syslog.h>
 
+#include <algorithm>
+
 namespace platform {
 
 // The journal listens on the syslog socket too, so one call serves machines with either.
 void systemLog(const std::string& line) {
-  syslog(LOG_DAEMON | LOG_NOTICE, "%s", line.c_str());
+  // A zero byte would end the line for syslog(3).
+  std::string text = line;
+  std::replace(text.begin(), text.end(), '\0', ' ');
+  syslog(LOG_DAEMON | LOG_NOTICE, "%s", text.c_str());
 }
 
 }  // namespace platform

@@ -251,10 +251,11 @@ class HelperTest(unittest.TestCase):
         self.assertEqual((code, out), (3, ""), err)
 
     def genuine(self, script, *arguments, **options):
-        """Runs a script in an admitted client; `from harness import *` is done for it."""
+        """Runs a script in an admitted client."""
         return self.start_script(GENUINE_PYTHON, script, *arguments, **options)
 
     def start_script(self, interpreter, script, *arguments, **options):
+        """Runs a script as a user; `from harness import *` is done for it."""
         process = run_as_user([interpreter, "-B", "-c", "from harness import *\n" + script, *arguments], **options)
         self.addCleanup(self._end_process, process)
         return process

@@ -45,7 +45,7 @@ class Signatures(HelperTest):
                 executable.write_bytes(content)
                 executable.chmod(0o755)
                 self.assert_refused(executable)
-        self.assertFalse([line for line in self.log() if "Received" in line and "version" not in line])
+        self.assertEqual(len([line for line in self.log() if "Received" in line]), 1)
 
     def test_only_the_right_signer_and_identifier_count(self):
         bundle, executable = copy_bundle("Copy.app")
@@ -83,6 +83,7 @@ class Signatures(HelperTest):
                     (bundle / framework).unlink()
                     spoil(bundle / framework)
                     self.assert_refused(executable)
+                    self.assertEqual(self.brimo("stop", executable=executable)[0], 3)
                     self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67050")
                     self.assertRegex(self.log()[-1], r"\[Helper\] Reject connection from PID \d+")
 

@@ -1,6 +1,7 @@
 """The life of the process: start, log file, endpoint, end, and many connections."""
 
 import os
+import resource
 import signal
 import stat
 import subprocess
@@ -103,6 +104,23 @@ print(was_hung_up(connection), flush=True)
         for client in clients:
             self.assertEqual(read_line(client), "True")
 
+    def test_a_client_that_leaves_before_sigterm_is_read_is_still_cleaned_up_after(self):
+        client = self.genuine("""
+connection = connect_greeted()
+connection.sendall(frame(1, {"command": "x"}))
+receive_frame(connection)
+print("admitted", flush=True)
+input()
+""", stdin=subprocess.PIPE)
+        self.assertEqual(read_line(client), "admitted")
+        self.helper.pause()
+        client.communicate("\n")
+        self.helper.signal(signal.SIGTERM)
+        self.helper.go_on()
+        self.assertEqual(self.helper.wait(), 0)
+        ends = [line for line in self.log() if "closed" in line or "IMMINENT" in line]
+        self.assertEqual(len(ends), 1, ends)
+
     def test_stop_ends_it_at_once_without_a_reply(self):
         process = self.genuine("""
 connection = connect_greeted()
@@ -147,21 +165,50 @@ print(all(was_hung_up(connection) for connection in connections), flush=True)
             self.assertEqual(read_line(process), "True")
             self.assert_as_before(descriptors, memory)
 
-    def test_connections_are_capped_for_each_user(self):
+    def hold_connections(self, user):
+        """An admitted client of a user that holds all the connections that it can get, and their number."""
         process = self.genuine("""
 admitted = []
 try:
-    while len(admitted) < 200:
+    while True:
         admitted.append(connect_greeted())
 except EOFError:
     print(len(admitted), flush=True)
 input()
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(process), "64")
-        other = harness.run_as_user([BRIMO, "version"], user=2000)
-        self.assertEqual(other.communicate(timeout=DEADLINE)[0], "helper build 618\n")
-        process.communicate("\n")
+""", stdin=subprocess.PIPE, user=user)
+        return process, int(read_line(process))
+
+    def test_connections_are_capped_for_each_user_and_in_all(self):
+        holders = []
+        for user in range(2000, 2004):
+            process, number = self.hold_connections(user)
+            self.assertEqual(number, 64)
+            holders.append(process)
+        self.assertEqual(self.brimo("version")[0], 3)
+        holders.pop().communicate("\n")
+        wait_until(lambda: self.brimo("version")[0] == 0, "there is room again")
+
+    def test_out_of_descriptors_it_waits_and_goes_on(self):
         self.assert_serves()
+        limit = resource.prlimit(self.helper.pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(self.helper.pid, resource.RLIMIT_NOFILE, (0, limit[1]))
+        client = harness.run_as_user([BRIMO, "version"])
+        self.wait_for_log(r"\[Helper\] Listener received a non-connection object: accept: Too many open files")
+        resource.prlimit(self.helper.pid, resource.RLIMIT_NOFILE, limit)
+        self.assertEqual(client.communicate(timeout=DEADLINE)[0], "helper build 618\n")
+
+    def test_a_message_of_many_keys_costs_no_memory_afterwards(self):
+        self.assert_serves()
+        memory = self.helper.resident_kilobytes()
+        self.assert_succeeds(self.genuine("""
+keys = b"".join(b"\\x64" + b"%04x" % number + b"\\x01" for number in range(65536))
+item = b"\\x82\\x01\\xba\\x00\\x01\\x00\\x00" + keys[:-6] + b"\\x63xxx\\x5a" + struct.pack(">I", 8 << 20) + bytes(8 << 20)
+connection = connect_greeted()
+connection.sendall(struct.pack(">I", len(item)) + item)
+assert receive_frame(connection)[0] == 1
+print("done")
+"""))
+        self.assertLess(self.helper.resident_kilobytes(), memory + 3 * ALLOWED_GROWTH)
 
 
 if __name__ == "__main__":
