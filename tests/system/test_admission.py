@@ -161,11 +161,7 @@ print(was_hung_up(connection), flush=True)
         # In a user namespace of its own a process may put any pid of its pid namespace into its credentials: here that
         # of its parent, which holds the same connection and has become the application.
         process = self.start_script(PYTHON, """
-libc = ctypes.CDLL(None, use_errno=True)
-assert libc.unshare(0x10000000 | 0x20000000) == 0, ctypes.get_errno()  # CLONE_NEWUSER | CLONE_NEWPID
-Path("/proc/self/setgroups").write_text("deny")
-Path("/proc/self/uid_map").write_text("0 1000 1")
-Path("/proc/self/gid_map").write_text("0 1000 1")
+enter_user_namespace(0x20000000)  # CLONE_NEWPID
 first = os.fork()
 if first:
     print(first, flush=True)
@@ -192,11 +188,7 @@ if os.fork() == 0:
 
     def test_the_application_on_an_overlay_of_its_own(self):
         process = self.start_script(PYTHON, """
-libc = ctypes.CDLL(None, use_errno=True)
-assert libc.unshare(0x10000000 | 0x00020000) == 0, ctypes.get_errno()  # CLONE_NEWUSER | CLONE_NEWNS
-Path("/proc/self/setgroups").write_text("deny")
-Path("/proc/self/uid_map").write_text("0 1000 1")
-Path("/proc/self/gid_map").write_text("0 1000 1")
+libc = enter_user_namespace(0x00020000)  # CLONE_NEWNS
 mount = lambda *a: libc.mount(*a) and (_ for _ in ()).throw(OSError(ctypes.get_errno(), "mount"))
 mount(b"tmpfs", b"/var/lib", b"tmpfs", 0, None)
 for name in ("upper", "work"):
