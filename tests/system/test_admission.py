@@ -257,7 +257,7 @@ if os.fork() == 0:
     print(was_hung_up(connection), flush=True)
 """)
         self.assertEqual(read_line(process), "True")
-        self.assertIn("[BRHMain] XPC connection closed", self.log())
+        self.wait_for_log(r"\[BRHMain\] XPC connection closed")
 
 
 class ClientGroup(HelperTest):
