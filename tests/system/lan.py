@@ -5,6 +5,7 @@ The interface "probe0" is in the namespace of the tests; its other end, "wire", 
 
 import ctypes
 import os
+import shutil
 import signal
 import socket
 import struct
@@ -109,7 +110,8 @@ class Lan:
         Path(f"/tmp/{name}.conf").write_text("ping-check false;\n"
                                              "subnet 192.0.2.0 netmask 255.255.255.0 { range 192.0.2.100 192.0.2.110; }\n")
         Path(f"/tmp/{name}.leases").touch()
-        self.run_in(name, ["dhcpd", "-4", "-f", "-d", "--no-pid", "-user", "root", "-group", "root", "-cf",
+        dhcpd = shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), "/run")  # AppArmor lets the original read Debian's files
+        self.run_in(name, [dhcpd, "-4", "-f", "-d", "--no-pid", "-user", "root", "-group", "root", "-cf",
                            f"/tmp/{name}.conf", "-lf", f"/tmp/{name}.leases", "eth0"], "Server starting service.")
 
     def add_radvd(self, options, address="fe80::1/64"):

@@ -1,0 +1,91 @@
+"""The network probes beside nmap and rdisc6, on the system tests' network of namespaces with dnsmasq and radvd.
+
+The kernel stamps the packets on the interface, whichever program sends and receives them. Programs are stamped on the
+same clock: bench_probes tells when it called a probe and had its first answer in hand, the others start and end."""
+
+import socket
+import statistics
+import struct
+import subprocess
+import sys
+import time
+import unittest
+from pathlib import Path
+
+sys.path.append(str(Path(__file__).resolve().parent.parent / "tests/system"))
+from lan import INTERFACE, Lan, ip
+
+SO_TIMESTAMPNS = 35
+ROUNDS = {"dhcp": 5, "ra": 25}
+PROGRAMS = {
+    "DHCP probe": ("dhcp", "./bench_probes", "dhcp", INTERFACE),
+    "nmap": ("dhcp", "nmap", "-e", INTERFACE, "--script", "broadcast-dhcp-discover", "--script-args",
+             "broadcast-dhcp-discover.timeout=2"),
+    "router probe": ("ra", "./bench_probes", "ra", INTERFACE),
+    "rdisc6 -1": ("ra", "rdisc6", "-1", INTERFACE),
+}
+
+
+def kind_of(frame):
+    """Whether a frame is what a probe sends or what it waits for."""
+    if frame[12:14] == b"\x08\0" and frame[23] == 17:
+        return {b"\0\x43": "request", b"\0\x44": "answer"}.get(frame[36:38])
+    if frame[12:14] == b"\x86\xdd" and frame[20] == 58:
+        return {133: "request", 134: "answer"}.get(frame[54])
+    return None
+
+
+def packet_times(wire):
+    """When the first request and the first answer after it were on the wire."""
+    times = {}
+    while len(times) < 2:
+        frame, ((_, _, stamp),), *_ = wire.recvmsg(65535, 100, socket.MSG_DONTWAIT)
+        kind, (seconds, nanoseconds) = kind_of(frame), struct.unpack("qq", stamp)
+        if kind == "request" or kind == "answer" and times:
+            times.setdefault(kind, 10**9 * seconds + nanoseconds)
+    return times
+
+
+def observe(lan, command):
+    """Runs a program and returns how long each step took, in milliseconds."""
+    with lan.packet_socket() as wire:
+        wire.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
+        times = {"call": time.time_ns()}
+        output = subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True).stdout
+        times["end"] = time.time_ns()
+        times |= packet_times(wire)
+    if command[0] == "./bench_probes":
+        times |= {line.split()[0]: int(line.split()[1]) for line in output.splitlines() if not line.startswith("Sent")}
+    else:
+        assert "Server Identifier: 192.0.2.1" in output or "from fe80::1" in output, output
+        if command[0] == "rdisc6":
+            times["seen"] = times["end"]
+    steps = (("call", "request"), ("request", "answer"), ("answer", "seen"), ("call", "seen"), ("call", "end"))
+    return {step: (times[step[1]] - times[step[0]]) / 1e6 for step in steps if step[1] in times}
+
+
+def measure():
+    """The steps of every round, by program."""
+    lan = Lan(unittest.TestCase())  # nothing is cleaned up: all ends with the namespaces
+    lan.add_dnsmasq()
+    lan.add_radvd("prefix 2001:db8:1::/64 {};")
+    ip("address", "add", "192.0.2.20/24", "dev", INTERFACE)  # nmap takes no interface without one
+    return {name: [observe(lan, command) for _ in range(ROUNDS[kind])] for name, (kind, *command) in PROGRAMS.items()}
+
+
+def print_table(measured):
+    print(f"""
+the first offer of dnsmasq ({ROUNDS["dhcp"]} rounds) and the advertisement of radvd ({ROUNDS["ra"]} rounds), medians in ms
+(The probes are timed from the call, in a process that has made none, with the log in memory; an offer is seen when it is
+about to be logged, an advertisement when it is handed over. nmap and rdisc6 are timed from the start of their process.
+The DHCP probe and nmap, by its script's timeout (10 s unless told), collect for two seconds; nmap does not tell when it
+sees an offer. rdisc6 ends with the first advertisement: seen is its end. Request and answer are the first on the wire:
+the time between them is the server's.)""")
+    columns = {("call", "request"): "to request", ("request", "answer"): "to answer", ("answer", "seen"): "to seen",
+               ("call", "seen"): "call to seen", ("call", "end"): "call to end"}
+    print(f"{'':16}" + "".join(f"{text:>14}" for text in columns.values()) + f"{'slowest seen':>16}{'slowest end':>14}")
+    for name, rounds in measured.items():
+        values = [statistics.median(each[step] for each in rounds) if step in rounds[0] else None for step in columns]
+        values += [max(each[step] for each in rounds) if step in rounds[0] else None
+                   for step in (("call", "seen"), ("call", "end"))]
+        print(f"{name:16}" + "".join(f"{'-' if value is None else format(value, '.2f'):>14}" for value in values))
