@@ -76,7 +76,7 @@ bool addOption(RouterAdvertisement& result, Bytes option) {
       result.linkLayerAddress = fmt::format("{:02x}", fmt::join(option.subspan(2), ":"));
       return true;
     case prefixInformation: {
-      if (option.size() < 32) return false;
+      if (option.size() < 32 || option[2] > 128) return false;
       constexpr std::uint8_t onLink = 0x80, autonomous = 0x40;
       result.prefixes.push_back({.prefix = fmt::format("{}/{}", addressText(option, 16), option[2]),
                                  .onLink = (option[3] & onLink) != 0,

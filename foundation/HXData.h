@@ -31,9 +31,11 @@ class HXData {
     std::lock_guard lock(mutex_);
     return json_;
   }
-  void cacheJSON(std::shared_ptr<const boost::json::value> value) const {
+  /// Keeps the value, unless one is kept already; returns the one that is kept.
+  std::shared_ptr<const boost::json::value> cacheJSON(std::shared_ptr<const boost::json::value> value) const {
     std::lock_guard lock(mutex_);
-    json_ = std::move(value);
+    if (!json_) json_ = std::move(value);
+    return json_;
   }
 
  private:

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <span>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "foundation/HXEnumerationMutation.h"
@@ -36,6 +37,7 @@ class HXFIFOQueue {
     std::uint64_t position = 0;  ///< logical index of what the next call delivers
     /// Changes whenever the queue does; set by the first call, valid as long as the queue.
     const std::atomic<std::uint64_t>* mutations = nullptr;
+    std::uint64_t observed = 0;  ///< *mutations at the last call
   };
 
   class Iterator;
@@ -181,6 +183,7 @@ class HXFIFOQueue {
       state.mutations = &_mutationCounter;
       state.position = 0;
     }
+    state.observed = _mutationCounter;
     std::size_t delivered = 0;
     while (delivered < objects.size() && state.position < _count) objects[delivered++] = slot(state.position++);
     state.items = objects.data();
@@ -273,11 +276,16 @@ class HXFIFOQueue<Element>::Iterator {
   using value_type = Object;
   using difference_type = std::ptrdiff_t;
 
-  explicit Iterator(const HXFIFOQueue& queue) : queue_(&queue), mutations_(queue._mutationCounter) { fetch(); }
+  explicit Iterator(const HXFIFOQueue& queue) : queue_(&queue) {
+    fetch();
+    mutations_ = state_.observed;
+  }
 
   const Object& operator*() const { return batch_[position_]; }
   Iterator& operator++() {
-    if (++position_ == size_) fetch();
+    if (++position_ < size_) return *this;
+    fetch();
+    if (state_.observed != mutations_) throw HXEnumerationMutation();
     return *this;
   }
   void operator++(int) { ++*this; }
@@ -287,11 +295,10 @@ class HXFIFOQueue<Element>::Iterator {
   void fetch() {
     size_ = queue_->countByEnumeratingWithState(state_, batch_);
     position_ = 0;
-    if (*state_.mutations != mutations_) throw HXEnumerationMutation();
   }
 
   const HXFIFOQueue* queue_;
-  std::uint64_t mutations_;
+  std::uint64_t mutations_ = 0;
   EnumerationState state_;
   std::array<Object, 16> batch_;
   std::size_t position_ = 0;

@@ -165,8 +165,9 @@ TEST_F(Timers, HeldTimerLivesUntilItIsInvalidated) {
 
 TEST_F(Timers, DebounceRunsTheLastActionOfEachIdentifier) {
   std::vector<int> actions;  // used on the queue only
-  for (int index = 1; index <= 3; ++index) {
-    platform::dispatch::async(queue, [this, &actions, index] {
+  // From within the queue: the calls stand in it one after the other, whatever the machine is busy with.
+  platform::dispatch::async(queue, [this, &actions] {
+    for (int index = 1; index <= 3; ++index) {
       for (auto* identifier : {"a", "b"}) {
         int action = index * 10 + (*identifier == 'b');
         HXGCDTimer::debounceWithDelay(0.01, queue, identifier, [this, &actions, action] {
@@ -174,8 +175,8 @@ TEST_F(Timers, DebounceRunsTheLastActionOfEachIdentifier) {
           ++count;
         });
       }
-    });
-  }
+    }
+  });
   ASSERT_TRUE(eventually([this] { return count == 2; }));
   waitUntilFired(0.02);
   EXPECT_THAT(actions, ElementsAre(30, 31));

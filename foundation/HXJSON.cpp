@@ -30,9 +30,7 @@ std::shared_ptr<const json::value> HX_JSONObject(const HXData& data) {
   if (auto cached = data.cachedJSON()) return cached;
   auto parsed = HX_JSONObjectWithMutableContainers(data);
   if (!parsed) return nullptr;
-  auto value = std::make_shared<const json::value>(std::move(*parsed));
-  data.cacheJSON(value);
-  return value;
+  return data.cacheJSON(std::make_shared<const json::value>(std::move(*parsed)));
 }
 
 std::shared_ptr<const json::value> HX_JSONObject(std::string_view text) {

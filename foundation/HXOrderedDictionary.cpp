@@ -84,6 +84,13 @@ std::string HXOrderedDictionary::description() const {
   return lines + '}';
 }
 
+HXOrderedDictionary::HXOrderedDictionary(std::vector<std::string> keys, json::object dictionary)
+    : _array(std::move(keys)), _dictionary(std::move(dictionary)) {
+  mayLackEntries_ =
+      _array.size() != _dictionary.size() ||
+      !std::all_of(_array.begin(), _array.end(), [this](const auto& key) { return _dictionary.contains(key); });
+}
+
 std::optional<std::string> HXOrderedDictionary::serializationData() const {
   return HX_JSONData(json::array{json::array(_array.begin(), _array.end()), _dictionary});
 }
@@ -105,10 +112,10 @@ std::string HXOrderedDictionary::equationLinesWithSeparator(std::string_view sep
 void HXOrderedDictionary::enumerateKeysAndObjectsUsingBlock(const EnumerationBlock& block, bool reverse) const {
   if (!block) return;
   const auto size = _array.size();
-  const auto changes = orderChanges_;
+  const auto changes = orderChanges_.count();
   bool stop = false;
   for (std::size_t index = 0; index < size && !stop; ++index) {
-    if (orderChanges_ != changes) throw HXEnumerationMutation();
+    if (orderChanges_.count() != changes) throw HXEnumerationMutation();
     const auto& key = _array[reverse ? size - 1 - index : index];
     block(key, index, objectOrNull(key), stop);
   }
@@ -116,6 +123,8 @@ void HXOrderedDictionary::enumerateKeysAndObjectsUsingBlock(const EnumerationBlo
 
 HXMutableOrderedDictionary HXMutableOrderedDictionary::initWithCapacity(std::size_t capacity) {
   HXMutableOrderedDictionary dictionary;
+  // A hint, and not to be taken at its word.
+  capacity = std::min<std::size_t>(capacity, 65'536);
   dictionary._array.reserve(capacity);
   dictionary._dictionary.reserve(capacity);
   return dictionary;
@@ -143,6 +152,7 @@ bool HXMutableOrderedDictionary::isEqual(const HXOrderedDictionary& other) const
 void HXMutableOrderedDictionary::setObject(std::optional<json::value> object, std::string_view key) {
   if (!object) return removeObjectForKey(key);
   if (_dictionary.insert_or_assign(key, std::move(*object)).second) {
+    if (mayLackEntries_ && std::find(_array.begin(), _array.end(), key) != _array.end()) return;
     _array.emplace_back(key);
     ++orderChanges_;
   }
@@ -168,8 +178,9 @@ void HXMutableOrderedDictionary::removeObjectAtIndex(std::size_t index) {
 void HXMutableOrderedDictionary::replaceObjectAtIndex(std::size_t index, json::value object, std::string_view key) {
   auto& place = _array.at(index);
   if (std::string newKey(key); newKey != place) {
-    // Only a key with an entry is looked for: that keeps the usual case constant.
-    auto earlier = _dictionary.contains(newKey) ? std::find(_array.begin(), _array.end(), newKey) : _array.end();
+    // A key that is nowhere is not looked for: that keeps the usual case constant.
+    auto earlier = mayLackEntries_ || _dictionary.contains(newKey) ? std::find(_array.begin(), _array.end(), newKey)
+                                                                   : _array.end();
     _dictionary.erase(place);
     _dictionary.insert_or_assign(newKey, std::move(object));
     place = std::move(newKey);
@@ -182,6 +193,7 @@ void HXMutableOrderedDictionary::replaceObjectAtIndex(std::size_t index, json::v
 
 void HXMutableOrderedDictionary::sortUsingSelector(
     const std::function<std::weak_ordering(const std::string&, const std::string&)>& comparator) {
+  if (!comparator) return;
   // A copy: a comparison may throw, and may read this dictionary.
   auto sorted = _array;
   std::stable_sort(sorted.begin(), sorted.end(),
@@ -193,6 +205,7 @@ void HXMutableOrderedDictionary::sortUsingSelector(
 void HXMutableOrderedDictionary::sortWithOptions(
     HXSortOptions, const std::function<std::weak_ordering(const std::string&, const std::string&, const json::value&,
                                                           const json::value&)>& comparator) {
+  if (!comparator) return;
   sortUsingSelector([&](const std::string& key1, const std::string& key2) {
     return comparator(key1, key2, objectOrNull(key1), objectOrNull(key2));
   });

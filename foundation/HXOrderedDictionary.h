@@ -2,7 +2,8 @@
 //
 // Not thread-safe: callers take turns. With n keys, a lookup, and setting or replacing an object in place, take
 // constant time on average; adding a key does so amortised. Removing a key, and giving a place a key that another place
-// has, take time in proportion to n; sorting n log n.
+// has, take time in proportion to n, as does setting a key that is new when a constructor was given keys without
+// entries; sorting n log n.
 #pragma once
 
 #include <boost/json/object.hpp>
@@ -97,14 +98,36 @@ class HXOrderedDictionary {
   void enumerateKeysAndObjectsUsingBlock(const EnumerationBlock& block, bool reverse = false) const;
 
  protected:
-  HXOrderedDictionary(std::vector<std::string> keys, boost::json::object dictionary)
-      : _array(std::move(keys)), _dictionary(std::move(dictionary)) {}
+  /// Counts changes of the order of the keys; assigning to a dictionary and moving from it are such changes.
+  class OrderChanges {
+   public:
+    OrderChanges() = default;
+    OrderChanges(const OrderChanges&) {}
+    OrderChanges(OrderChanges&& other) noexcept { ++other; }
+    OrderChanges& operator=(const OrderChanges&) { return ++*this; }
+    OrderChanges& operator=(OrderChanges&& other) noexcept {
+      ++other;
+      return ++*this;
+    }
+    OrderChanges& operator++() {
+      ++count_;
+      return *this;
+    }
+    std::uint64_t count() const { return count_; }
+
+   private:
+    std::uint64_t count_ = 0;
+  };
+
+  HXOrderedDictionary(std::vector<std::string> keys, boost::json::object dictionary);
 
   const boost::json::value& objectOrNull(const std::string& key) const;
 
   std::vector<std::string> _array;
   boost::json::object _dictionary;
-  std::uint64_t orderChanges_ = 0;
+  OrderChanges orderChanges_;
+  /// Whether keys may stand in the order without an entry, as a constructor was given them.
+  bool mayLackEntries_ = false;
 };
 
 /// Sort options, a bit mask. Every sort here is stable, and none runs on several threads.

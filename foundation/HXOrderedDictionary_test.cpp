@@ -190,4 +190,24 @@ TEST(OrderedDictionary, SortsByKeysAndByObjects) {
   EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("d", "c", "b", "a"));
 }
 
+TEST(OrderedDictionary, IsNotReadOnPastAnAssignmentOrAMove) {
+  auto dictionary = HXOrderedDictionary::initWithObjects({1, 2, 3}, {"a", "b", "c"});
+  auto walk = [&](const std::function<void()>& change) {
+    dictionary = HXOrderedDictionary::initWithObjects({1, 2, 3}, {"a", "b", "c"});
+    dictionary.enumerateKeysAndObjectsUsingBlock([&](const auto&, auto, const auto&, bool&) { change(); });
+  };
+  EXPECT_THROW(walk([&] { dictionary = {}; }), HXEnumerationMutation);
+  EXPECT_THROW(walk([&] { auto moved = std::move(dictionary); }), HXEnumerationMutation);
+}
+
+TEST(OrderedDictionary, KeysWithoutEntriesOrTwiceKeepOnePlace) {
+  auto lacking = *HXMutableOrderedDictionary::initWithSerializationData(R"([["a","b"],{"a":1}])");
+  lacking.replaceObjectAtIndex(0, 5, "b");
+  EXPECT_EQ(lacking.serializationData(), R"([["b"],{"b":5}])");
+  auto twice = HXMutableOrderedDictionary::initWithObjects({1, 2, 3}, {"a", "b", "a"});
+  twice.replaceObjectAtIndex(0, 4, "c");
+  twice.replaceObjectAtIndex(1, 5, "a");
+  EXPECT_EQ(twice.sortedKeys(), (std::vector<std::string>{"c", "a"}));
+}
+
 }  // namespace

@@ -1,5 +1,6 @@
 // Tells errors from requests, and raw commands from JSON commands.
 #include <algorithm>
+#include <atomic>
 
 #include "foundation/HXJSON.h"
 #include "helper/BRHMain.h"
@@ -13,6 +14,7 @@ namespace json = boost::json;
 namespace {
 
 constexpr std::size_t maximumPayload = 4'194'304;  // bytes
+constexpr int maximumRouterProbes = 128;
 
 using Reply = std::function<void(const ipc::Dictionary&)>;
 
@@ -124,10 +126,18 @@ void BRHMain::raDetect(const ipc::Message& request) {
     HX_log("Invalid ra-detect interface");
     return request.reply({{"error", "invalid interface"}});
   }
+  // Each takes two threads and two sockets for some seconds.
+  static std::atomic<int> running = 0;
+  if (running >= maximumRouterProbes) {
+    HX_log("Too many ra-detect requests at once");
+    return request.reply({});
+  }
+  ++running;
   auto detector = std::make_shared<BRHV6RADetector>();
   detector->setInterface(*interface);
   // The handler keeps the detector until the probe has completed.
   detector->setCompletionHandler([detector, reply = request.reply](const auto& data, const auto& address) {
+    --running;
     ipc::Dictionary answer;
     if (data && address) {
       answer.set("data", *data);

@@ -49,6 +49,9 @@ FileDescriptor openSocket(int family, int type, int protocol);
 /// Has an IPv4 or IPv6 socket send by one interface and receive from it alone; false on failure.
 [[nodiscard]] bool bindToInterface(int socket, const std::string& interfaceName);
 
+/// Gives a socket, as far as the system allows, a receive buffer that a flood of packets does not fill at once.
+void enlargeReceiveBuffer(int socket);
+
 /// Binds an IPv4 socket to a port (host byte order) on all addresses; false on failure. Fails with EADDRINUSE while any
 /// other socket holds the port, even one that is bound to another interface.
 [[nodiscard]] bool bindToPort(int socket, std::uint16_t port);

@@ -7,10 +7,12 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <random>
+#include <stdexcept>
 
 #include "foundation/HXSocketAddress.h"
 #include "helper/probes/dhcp_message.h"
@@ -24,9 +26,10 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::uint16_t clientPort = 68, serverPort = 67;
 constexpr std::chrono::seconds listeningTime(2);
-// Everybody on the network can send to the client port. Past this number, what adds nothing is dropped without a word:
-// a log that is synchronised to the disk is far slower than a network.
-constexpr int maximumLoggedRefusals = 50;
+// Everybody on the network can send to the client port, and forge the addresses of servers. Past this number, neither
+// what adds nothing nor further servers are logged: a log that is synchronised to the disk is far slower than a
+// network.
+constexpr std::size_t maximumLogged = 20;
 
 /// Ends a probe; what() is for the client.
 struct ProbeFailure : std::runtime_error {
@@ -77,8 +80,10 @@ class Probe : public HXLogging<Probe> {
 
   void bindToClientPort() {
     if (platform::bindToPort(socket_.get(), clientPort)) return;
+    const bool inUse = errno == EADDRINUSE;
     HX_log("Error: Could not bind to DHCP socket (port {})! {}", clientPort, std::strerror(errno));
-    auto owner = BRUDPSocketOwner(BRSockAddrMakeIPv4({}, clientPort));
+    // An interface that vanishes under the bind leaves the port to this very socket, which is not to blame.
+    auto owner = inUse ? BRUDPSocketOwner(BRSockAddrMakeIPv4({}, clientPort)) : std::nullopt;
     if (!owner) throw ProbeFailure("Error: Could not bind to DHCP socket!");
     throw ProbeFailure(fmt::format("DHCP client port {} is used by {} (PID {})", clientPort,
                                    owner->processPath.value_or("(null)"), owner->pid));
@@ -127,7 +132,7 @@ class Probe : public HXLogging<Probe> {
     while (true) {
       auto remaining = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
       if (remaining.count() <= 0) break;
-      isQuiet_ = refusals_ >= maximumLoggedRefusals;
+      isQuiet_ = refusals_ >= maximumLogged || addresses_.size() >= maximumLogged;
       log("\n");
       pollfd descriptor{.fd = receiver_.get(), .events = POLLIN, .revents = 0};
       int ready = poll(&descriptor, 1, static_cast<int>(remaining.count()));
@@ -140,7 +145,7 @@ class Probe : public HXLogging<Probe> {
         HX_log("No (more) data received");
         break;
       }
-      if (!receive() && ++refusals_ == maximumLoggedRefusals) HX_log("Ignoring further packets without a log");
+      if (!receive() && ++refusals_ == maximumLogged) HX_log("Ignoring further packets without a log");
     }
     HX_log("Valid responses for this machine: {}", addresses_.size());
   }
@@ -164,7 +169,7 @@ class Probe : public HXLogging<Probe> {
     auto address = stringWithIPAddressFromSockaddr(reinterpret_cast<const sockaddr*>(&source), sizeof source);
     const bool isNew = verdict == BRHDHCPVerdict::offer && address &&
                        std::find(addresses_.begin(), addresses_.end(), *address) == addresses_.end();
-    isQuiet_ = isQuiet_ && !isNew;
+    isQuiet_ = isQuiet_ && !(isNew && addresses_.size() < maximumLogged);
     log("recv_result: {}", datagram->length);
     log("receive_dhcp_packet() result: {}", datagram->length);
     log("receive_dhcp_packet() source: {}", sourceText.data());
@@ -212,7 +217,7 @@ class Probe : public HXLogging<Probe> {
   BRHHardwareAddress hardwareAddress_{};
   std::uint32_t transactionID_ = 0;
   std::vector<std::string> addresses_;
-  int refusals_ = 0;  // datagrams that added nothing
+  std::size_t refusals_ = 0;  // datagrams that added nothing
   bool isQuiet_ = false;
 };
 

@@ -119,6 +119,7 @@ int BRHV6RADetector::recvRA() {
   if (!setOption(socket.get(), SOL_SOCKET, SO_RCVTIMEO, timeval{.tv_sec = 1, .tv_usec = 0})) {
     return fail("setsockopt(SO_RCVTIMEO)");
   }
+  platform::enlargeReceiveBuffer(socket.get());
   icmp6_filter onlyAdvertisements;
   ICMP6_FILTER_SETBLOCKALL(&onlyAdvertisements);
   ICMP6_FILTER_SETPASS(ND_ROUTER_ADVERT, &onlyAdvertisements);

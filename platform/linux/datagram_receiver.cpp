@@ -19,7 +19,6 @@ namespace platform {
 namespace {
 
 // Room for what comes in while the receiver is busy: others can send at full speed too.
-constexpr int receiveBuffer = 16 << 20;
 
 /// Has the kernel pass over packets that are not whole UDP datagrams to the port, or not for this machine.
 bool setFilter(int socket, std::uint16_t port) {
@@ -58,6 +57,7 @@ FileDescriptor openDatagramReceiver(int, const std::string& interfaceName, std::
   // Of no protocol, and so without packets, until the filter is in place.
   auto receiver = openSocket(AF_PACKET, SOCK_DGRAM, 0);
   if (!receiver) return {};
+  enlargeReceiveBuffer(receiver.get());
   int on = 1;
   sockaddr_ll address{};
   address.sll_family = AF_PACKET;
@@ -65,7 +65,6 @@ FileDescriptor openDatagramReceiver(int, const std::string& interfaceName, std::
   address.sll_ifindex = static_cast<int>(if_nametoindex(interfaceName.c_str()));
   if (address.sll_ifindex == 0 || !setFilter(receiver.get(), port) ||
       setsockopt(receiver.get(), SOL_PACKET, PACKET_AUXDATA, &on, sizeof on) != 0 ||
-      setsockopt(receiver.get(), SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer) != 0 ||
       bind(receiver.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
     return {};
   }

@@ -6,6 +6,7 @@
 #include <netpacket/packet.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
@@ -28,6 +29,12 @@ bool allowReuseOfPort(int) {
 bool bindToInterface(int socket, const std::string& interfaceName) {
   return setsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
                     static_cast<socklen_t>(interfaceName.size())) == 0;
+}
+
+void enlargeReceiveBuffer(int socket) {
+  constexpr int size = 16 << 20;
+  if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) == 0) return;
+  setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
 }
 
 // Sockets that are bound to different interfaces can share a port, so for the length of bind() this one is bound to

@@ -78,7 +78,7 @@ class RecentOwners {
 }  // namespace
 
 std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
-  static RecentOwners recent;
+  static auto& recent = *new RecentOwners;  // never destroyed: probes may run while the process ends
   const auto link = fmt::format("socket:[{}]", socket.identity);
   auto search = [&](const auto& pids) -> std::optional<std::int32_t> {
     for (auto pid : pids) {

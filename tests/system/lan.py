@@ -4,6 +4,7 @@ The interface "probe0" is in the namespace of the tests; its other end, "wire", 
 "lan", to which the namespaces of servers are connected by their "eth0"."""
 
 import ctypes
+import errno
 import os
 import shutil
 import signal
@@ -148,6 +149,8 @@ class Lan:
                 os._exit(1)
 
         def end():
+            ended, _ = os.waitpid(pid, os.WNOHANG)
+            self.test.assertEqual(ended, 0, "it ended before its time")
             os.kill(pid, signal.SIGKILL)
             os.waitpid(pid, 0)
         self.test.addCleanup(end)
@@ -158,7 +161,11 @@ def send_for_ever(wire, frames, interval):
     import time
     while True:
         for frame in frames:
-            wire.send(frame)
+            try:
+                wire.send(frame)
+            except OSError as error:  # a queue on the way is full
+                if error.errno != errno.ENOBUFS:
+                    raise
         if interval:
             time.sleep(interval)
 
@@ -188,7 +195,7 @@ def udp_frame(payload, source="192.0.2.9", ports=(67, 68), damaged=False, destin
     length = 8 + len(payload)
     udp = struct.pack(">HHHH", *ports, length, 0) + payload
     total = checksum(addresses + struct.pack(">HH", 17, length) + udp) or 0xFFFF
-    udp = udp[:6] + struct.pack(">H", total ^ damaged) + payload
+    udp = udp[:6] + struct.pack(">H", total ^ (0x0101 if damaged and total != 0x0101 else 2 * damaged)) + payload
     header = struct.pack(">BBHHHBBH", 0x45, 0, 20 + length, 1, 0, ttl, 17, 0) + addresses
     header = header[:10] + struct.pack(">H", checksum(header)) + header[12:]
     return destination + bytes.fromhex("02000000bb01") + struct.pack(">H", ETH_P_IP) + header + udp

@@ -50,6 +50,7 @@ class ProbeTest(HelperTest):
             os.dup2(file.fileno(), 2)
         try:
             super().setUp()
+            self.wait_for_log(r"\[Helper\] Version: .*")
         finally:
             for number, descriptor in enumerate(saved, 1):
                 os.dup2(descriptor, number)
@@ -252,7 +253,7 @@ class DHCP(ProbeTest):
         self.assertEqual(self.lines_of("BRHDHCPDetector").count("DHCPOFFER from IP address 192.0.2.1"), 3)
         # A thousandth of what the log would be otherwise.
         self.assertEqual(self.lines_of("BRHDHCPDetector").count("Ignoring further packets without a log"), 3)
-        self.assertLess(len(self.lines_of("BRHDHCPDetector")), 3 * 50 * 10)
+        self.assertLess(len(self.lines_of("BRHDHCPDetector")), 3 * 20 * 10)
 
 
 class Router(ProbeTest):
@@ -303,7 +304,7 @@ class Router(ProbeTest):
         self.assertGreaterEqual(seconds, 4.99)
         self.assertIn(len(times), (5, 6))
         for earlier, later in zip(times, times[1:]):
-            self.assertAlmostEqual(later - earlier, 1, delta=0.5)
+            self.assertAlmostEqual(later - earlier, 1, delta=0.7)
         self.assertEqual(self.lines_of("BRHV6RADetector"), ["start", "timeout"])
         self.assertIn(f"Sent RS (8\u202fbytes) on {INTERFACE}\n", self.output.read_text())
         # The main queue's timers have made three descriptors.
@@ -338,6 +339,9 @@ class Router(ProbeTest):
         (_, reply, seconds), = self.replies_of(probe)
         self.assertEqual(reply, {})
         self.assertGreaterEqual(seconds, 4.99)
+        # Sent in the same way, one that counts is found.
+        self.lan.start_sending([icmpv6_frame(advertisement(), source="fe80::1")], interval=0.01)
+        self.assertEqual(self.detect()[0]["data"][0], 134)
 
     def test_of_two_routers_one_is_reported(self):
         frames = [icmpv6_frame(advertisement(), source=f"fe80::{number}") for number in (1, 2)]
