@@ -1,6 +1,7 @@
 // Tells errors from requests, and raw commands from JSON commands.
 #include <algorithm>
 #include <atomic>
+#include <boost/json.hpp>
 
 #include "foundation/HXJSON.h"
 #include "helper/BRHMain.h"

@@ -225,14 +225,15 @@ class Probe : public HXLogging<Probe> {
 
 void BRHDHCPDetector::startTestWithInterfaceName(const std::string& interfaceName,
                                                  CompletionHandler completionHandler) const {
-  platform::dispatch::async(platform::dispatch::globalQueue(), [interfaceName, completionHandler] {
-    std::optional<HXError> error;
-    std::optional<std::vector<std::string>> serverAddresses;
-    try {
-      serverAddresses = Probe(interfaceName).run();
-    } catch (const ProbeFailure& failure) {
-      error = HXError{.localizedDescription = failure.what()};
-    }
-    completionHandler(error, serverAddresses);
-  });
+  platform::dispatch::async(platform::dispatch::globalQueue(),
+                            [interfaceName, completionHandler = std::move(completionHandler)] {
+                              std::optional<HXError> error;
+                              std::optional<std::vector<std::string>> serverAddresses;
+                              try {
+                                serverAddresses = Probe(interfaceName).run();
+                              } catch (const ProbeFailure& failure) {
+                                error = HXError{.localizedDescription = failure.what()};
+                              }
+                              completionHandler(error, serverAddresses);
+                            });
 }
