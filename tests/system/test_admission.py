@@ -46,6 +46,8 @@ class Signatures(HelperTest):
                 executable.chmod(0o755)
                 self.assert_refused(executable)
         self.assertEqual(len([line for line in self.log() if "Received" in line]), 1)
+        # None of them was even greeted, so that nothing of theirs was read.
+        self.assertEqual(len([line for line in self.log() if "Client validation" in line]), 1)
 
     def test_only_the_right_signer_and_identifier_count(self):
         bundle, executable = copy_bundle("Copy.app")
