@@ -29,7 +29,7 @@ unsigned sum(std::span<const std::uint8_t> bytes, unsigned start = 0) {
 
 std::optional<UDPPacket> readUDPPacket(std::span<const std::uint8_t> packet, bool trustChecksum) {
   if (packet.size() < minimumIPHeader || packet[0] >> 4 != 4) return std::nullopt;
-  const std::size_t headerLength = (packet[0] & 0x0Fu) * 4;
+  const std::size_t headerLength = std::size_t{4} * (packet[0] & 0x0Fu);
   const std::size_t packetLength = word(packet, 2);
   constexpr unsigned fragment = 0x3FFF;  // more to follow, or not the first
   if (headerLength < minimumIPHeader || packetLength < headerLength + udpHeader || packetLength > packet.size() ||

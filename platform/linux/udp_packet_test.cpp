@@ -32,7 +32,7 @@ Bytes summed(Bytes packet) {
     }
     return result;
   };
-  const std::size_t header = (packet[0] & 15u) * 4;
+  const std::size_t header = std::size_t{4} * (packet[0] & 15u);
   put(10, 0);
   put(10, fold(total(0, header)));
   put(header + 6, 0);
