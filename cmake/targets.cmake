@@ -45,3 +45,20 @@ function(brh_fuzzer name source)
   add_test(NAME ${name} COMMAND ${name} -runs=0 ${CMAKE_SOURCE_DIR}/tests/fuzz_corpus/${name})
   set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 120)
 endfunction()
+
+# brh_development_bundle(name bundle executable): an application bundle around the executable and two frameworks, signed
+# with the development leaf, since the helper answers no other client. Nothing where the anchor is a given one.
+function(brh_development_bundle name bundle executable)
+  if(BRH_CODE_SIGNING_ANCHOR)
+    return()
+  endif()
+  add_custom_command(
+    OUTPUT ${bundle}/signed
+    COMMAND ${CMAKE_SOURCE_DIR}/tools/make-development-bundle ${bundle} $<TARGET_FILE:${executable}> ${BRH_CERTIFICATES}
+            ${BRH_CLIENT_BUNDLE_IDENTIFIER}
+    DEPENDS ${executable} ${CMAKE_SOURCE_DIR}/tools/make-development-bundle ${CMAKE_SOURCE_DIR}/tools/sign-code
+            certificates
+    COMMENT "Signing ${bundle}"
+    VERBATIM)
+  add_custom_target(${name} ALL DEPENDS ${bundle}/signed)
+endfunction()

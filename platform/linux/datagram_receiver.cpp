@@ -18,8 +18,6 @@ namespace platform {
 
 namespace {
 
-// Room for what comes in while the receiver is busy: others can send at full speed too.
-
 /// Has the kernel pass over packets that are not whole UDP datagrams to the port, or not for this machine.
 bool setFilter(int socket, std::uint16_t port) {
   // Jumps count from the next instruction: to the last one when a test fails.
