@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -42,11 +43,8 @@ class HXFIFOQueue {
 
   class Iterator;
 
-  HXFIFOQueue() = default;
-  ~HXFIFOQueue() {
-    removeAllObjects();
-    Allocator().deallocate(_buffer, _capacity);
-  }
+  HXFIFOQueue() { _buffer.push_back(makeBlock()); }
+  ~HXFIFOQueue() { removeAllObjects(); }
   HXFIFOQueue(const HXFIFOQueue&) = delete;
   HXFIFOQueue& operator=(const HXFIFOQueue&) = delete;
 
@@ -63,9 +61,9 @@ class HXFIFOQueue {
           dropOldest();
         }
       }
-      // As many as fit before the ring begins anew.
-      auto size = std::min<std::uint64_t>({rest.size(), _capacity - _count, _capacity - _tail});
-      std::uninitialized_copy_n(rest.begin(), size, _buffer + _tail);
+      // As many as fit into the tail's block.
+      auto size = std::min<std::uint64_t>({rest.size(), _capacity - _count, blockSize - _tail % blockSize});
+      std::uninitialized_copy_n(rest.begin(), size, &object(_tail));
       _tail = (_tail + size) & (_capacity - 1);
       _count += size;
       rest = rest.subspan(size);
@@ -87,7 +85,7 @@ class HXFIFOQueue {
     std::lock_guard lock(_lock);
     if (index < 0) index += static_cast<std::int64_t>(_count);
     if (index < 0 || static_cast<std::uint64_t>(index) >= _count) return nullptr;
-    return slot(static_cast<std::uint64_t>(index));
+    return objectAtLogicalIndex(static_cast<std::uint64_t>(index));
   }
 
   /// The oldest first.
@@ -95,7 +93,7 @@ class HXFIFOQueue {
     std::lock_guard lock(_lock);
     std::vector<Object> objects;
     objects.reserve(_count);
-    for (std::uint64_t index = 0; index < _count; ++index) objects.push_back(slot(index));
+    for (std::uint64_t index = 0; index < _count; ++index) objects.push_back(objectAtLogicalIndex(index));
     return objects;
   }
 
@@ -106,14 +104,15 @@ class HXFIFOQueue {
     if (!block) return;
     std::lock_guard lock(_lock);
     bool stop = false;
-    for (std::uint64_t index = 0; index < _count && !stop; ++index) block(slot(index), index, stop);
+    for (std::uint64_t index = 0; index < _count && !stop; ++index) block(objectAtLogicalIndex(index), index, stop);
   }
 
   void enumerateObjectsRecentEnqueuedFirstUsingBlock(const EnumerationBlock& block) const {
     if (!block) return;
     std::lock_guard lock(_lock);
     bool stop = false;
-    for (std::uint64_t index = _count; index > 0 && !stop; --index) block(slot(index - 1), index - 1, stop);
+    for (std::uint64_t index = _count; index > 0 && !stop; --index)
+      block(objectAtLogicalIndex(index - 1), index - 1, stop);
   }
 
   /// What the function gives for every object, the oldest first, less nulls.
@@ -125,7 +124,7 @@ class HXFIFOQueue {
     if (!block) return results;
     std::lock_guard lock(_lock);
     for (std::uint64_t index = 0; index < _count; ++index) {
-      if (auto result = block(slot(index), index)) results.push_back(std::move(result));
+      if (auto result = block(objectAtLogicalIndex(index), index)) results.push_back(std::move(result));
     }
     return results;
   }
@@ -135,8 +134,8 @@ class HXFIFOQueue {
     if (!block) return nullptr;
     std::lock_guard lock(_lock);
     for (std::uint64_t index = 0; index < _count; ++index) {
-      if (!block(slot(index), index)) continue;
-      Object object = std::move(slot(index));
+      if (!block(objectAtLogicalIndex(index), index)) continue;
+      Object object = std::move(objectAtLogicalIndex(index));
       _removeObjectAtLogicalIndex(index);
       return object;
     }
@@ -152,7 +151,7 @@ class HXFIFOQueue {
     std::vector<std::uint64_t> indices;
     bool stop = false;
     for (std::uint64_t index = 0; index < _count && !stop; ++index) {
-      if (block(slot(index), index, stop)) indices.push_back(index);
+      if (block(objectAtLogicalIndex(index), index, stop)) indices.push_back(index);
     }
     removeObjectsAtLogicalIndices(indices);
   }
@@ -165,7 +164,7 @@ class HXFIFOQueue {
 
   void removeAllObjects() {
     std::lock_guard lock(_lock);
-    for (auto run : runs()) std::destroy(run.begin(), run.end());
+    destroyFrom(0);
     _head = _tail = _count = 0;
     countMutations(1);
   }
@@ -185,7 +184,8 @@ class HXFIFOQueue {
     }
     state.observed = _mutationCounter;
     std::size_t delivered = 0;
-    while (delivered < objects.size() && state.position < _count) objects[delivered++] = slot(state.position++);
+    while (delivered < objects.size() && state.position < _count)
+      objects[delivered++] = objectAtLogicalIndex(state.position++);
     state.items = objects.data();
     return delivered;
   }
@@ -196,18 +196,27 @@ class HXFIFOQueue {
   std::default_sentinel_t end() const { return {}; }
 
  private:
-  using Allocator = std::allocator<Object>;
+  /// Slots of a block. Blocks of a size that malloc() keeps for reuse, and a growth that moves none of them, are what
+  /// makes a new queue as quick to fill as a used one: one large buffer is fresh pages from the kernel every time.
+  static constexpr std::uint64_t blockSize = 1024;
+  static_assert(std::has_single_bit(blockSize), "the capacity is a power of two");
 
-  /// A power of two, and so stays every capacity.
-  static constexpr std::uint64_t initialCapacity = 1024;
+  /// Raw memory: an object lives in each slot that is in use.
+  struct Block {
+    alignas(Object) std::byte slots[blockSize * sizeof(Object)];
+  };
 
-  Object& slot(std::uint64_t logicalIndex) { return _buffer[(_head + logicalIndex) & (_capacity - 1)]; }
-  const Object& slot(std::uint64_t logicalIndex) const { return _buffer[(_head + logicalIndex) & (_capacity - 1)]; }
+  /// Not make_unique(), which would write zeros into it.
+  static std::unique_ptr<Block> makeBlock() { return std::unique_ptr<Block>(new Block); }
 
-  /// The slots in use, the oldest first: two runs where the ring begins anew in between.
-  std::array<std::span<Object>, 2> runs() {
-    auto size = std::min(_count, _capacity - _head);
-    return {{{_buffer + _head, size}, {_buffer, _count - size}}};
+  Object& object(std::uint64_t slot) const {
+    return reinterpret_cast<Object*>(_buffer[slot / blockSize]->slots)[slot % blockSize];
+  }
+  Object& objectAtLogicalIndex(std::uint64_t index) const { return object((_head + index) & (_capacity - 1)); }
+
+  /// Destroys the objects from a logical index on.
+  void destroyFrom(std::uint64_t index) {
+    for (; index < _count; ++index) std::destroy_at(&objectAtLogicalIndex(index));
   }
 
   /// Only the holder of the lock writes, so no atomic addition is needed.
@@ -215,21 +224,22 @@ class HXFIFOQueue {
     _mutationCounter.store(_mutationCounter.load(std::memory_order_relaxed) + mutations, std::memory_order_release);
   }
 
+  /// Doubles a full ring. The head's block becomes the first; what the ring had come to hold in it before the head
+  /// follows the last block.
   void _growCapacity() {
-    auto* buffer = Allocator().allocate(2 * _capacity);
-    auto* next = buffer;
-    for (auto run : runs()) {
-      next = std::uninitialized_move(run.begin(), run.end(), next);
-      std::destroy(run.begin(), run.end());
-    }
-    Allocator().deallocate(std::exchange(_buffer, buffer), _capacity);
+    const auto blocks = static_cast<std::ptrdiff_t>(_capacity / blockSize);
+    while (_buffer.size() < 2 * _capacity / blockSize) _buffer.push_back(makeBlock());
+    std::rotate(_buffer.begin(), _buffer.begin() + static_cast<std::ptrdiff_t>(_head / blockSize),
+                _buffer.begin() + blocks);
+    _head %= blockSize;
+    std::uninitialized_move_n(&object(0), _head, &object(_capacity));
+    std::destroy_n(&object(0), _head);
+    _tail = _head + _count;
     _capacity *= 2;
-    _head = 0;
-    _tail = _count;
   }
 
   void dropOldest() {
-    std::destroy_at(_buffer + _head);
+    std::destroy_at(&object(_head));
     _head = (_head + 1) & (_capacity - 1);
     --_count;
   }
@@ -249,19 +259,18 @@ class HXFIFOQueue {
       if (removed != indices.end() && *removed == index) {
         ++removed;
       } else {
-        slot(kept++) = std::move(slot(index));
+        objectAtLogicalIndex(kept++) = std::move(objectAtLogicalIndex(index));
       }
     }
-    for (auto index = kept; index < _count; ++index) std::destroy_at(&slot(index));
+    destroyFrom(kept);
     _count = kept;
     _tail = (_head + _count) & (_capacity - 1);
     countMutations(indices.size());
   }
 
   mutable std::mutex _lock;
-  /// Objects live in the slots of the queue alone; the others are raw memory.
-  Object* _buffer = Allocator().allocate(initialCapacity);
-  std::uint64_t _capacity = initialCapacity;
+  std::vector<std::unique_ptr<Block>> _buffer;
+  std::uint64_t _capacity = blockSize;  ///< in slots
   std::uint64_t _head = 0;
   std::uint64_t _tail = 0;
   std::uint64_t _count = 0;

@@ -53,7 +53,7 @@ void HXGCDSequenceTimer::armNext() {
 }
 
 void HXGCDSequenceTimer::fire(double interval, bool isLast) {
-  _handler(interval, isLast);
+  if (_handler) _handler(interval, isLast);
   std::lock_guard guard(lock_);
   // Without a source it was invalidated during the call.
   if (_timer) armNext();

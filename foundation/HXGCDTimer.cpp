@@ -59,7 +59,7 @@ std::shared_ptr<HXGCDTimer> HXGCDTimer::repeatingTimerWithQueue(const Queue& que
                               .period = HXNanoseconds(interval),
                               .leeway = HXNanoseconds(leeway)};
   std::shared_ptr<HXGCDTimer> timer(new HXGCDTimer);
-  timer->start({queue, schedule, std::move(handler)});
+  timer->start({queue, schedule, handler ? std::move(handler) : [] {}});
   return timer;
 }
 
@@ -70,8 +70,46 @@ std::shared_ptr<HXGCDTimer> HXGCDTimer::onetimeTimerWithQueue(const Queue& queue
 std::shared_ptr<HXGCDTimer> HXGCDTimer::onetimeTimerWithQueue(const Queue& queue, double after, bool usingWalltime,
                                                               Handler handler) {
   std::shared_ptr<HXGCDTimer> timer(new HXGCDTimer);
-  auto fire = [handler = std::move(handler), weak = std::weak_ptr(timer)] {
-    handler();
+  timer->startOnce(queue, after, usingWalltime, std::move(handler));
+  return timer;
+}
+
+void HXGCDTimer::debounceWithDelay(double delay, const Queue& queue, const std::string& identifier, Handler action) {
+  dispatch::async(queue, [delay, queue, identifier, action = std::move(action)] {
+    auto& pending = PendingTimers::instance();
+    std::shared_ptr<HXGCDTimer> timer(new HXGCDTimer);
+    std::shared_ptr<HXGCDTimer> previous;  // invalidated and destroyed outside the lock
+    std::uint64_t call;
+    {
+      std::lock_guard guard(pending.lock);
+      call = ++pending.calls;
+      auto& entry = pending.timers[identifier];
+      previous = std::exchange(entry, {call, timer}).timer;
+    }
+    if (previous) previous->invalidate();
+
+    timer->startOnce(queue, delay, false, [&pending, call, identifier, action] {
+      std::shared_ptr<HXGCDTimer> fired;
+      {
+        std::lock_guard guard(pending.lock);
+        auto found = pending.timers.find(identifier);
+        // On a concurrent queue a later call may have come between.
+        if (found == pending.timers.end() || found->second.call != call) return;
+        fired = std::move(found->second.timer);
+        pending.timers.erase(found);
+      }
+      if (action) action();
+    });
+  });
+}
+
+HXGCDTimer::~HXGCDTimer() {
+  invalidate();
+}
+
+void HXGCDTimer::startOnce(const Queue& queue, double after, bool usingWalltime, Handler handler) {
+  auto fire = [handler = std::move(handler), weak = weak_from_this()] {
+    if (handler) handler();
     auto self = weak.lock();
     if (!self) return;
     {
@@ -80,43 +118,7 @@ std::shared_ptr<HXGCDTimer> HXGCDTimer::onetimeTimerWithQueue(const Queue& queue
     }
     self->invalidate();
   };
-  timer->start({queue, {.clock = clockOf(usingWalltime), .start = HXNanoseconds(after)}, std::move(fire)});
-  return timer;
-}
-
-void HXGCDTimer::debounceWithDelay(double delay, const Queue& queue, const std::string& identifier, Handler action) {
-  dispatch::async(queue, [delay, queue, identifier, action = std::move(action)] {
-    auto& pending = PendingTimers::instance();
-    std::shared_ptr<HXGCDTimer> previous, replaced;  // destroyed outside the lock
-    {
-      std::lock_guard guard(pending.lock);
-      auto found = pending.timers.find(identifier);
-      if (found != pending.timers.end()) previous = found->second.timer;
-    }
-    if (previous) previous->invalidate();
-
-    std::lock_guard guard(pending.lock);
-    auto call = ++pending.calls;
-    auto fire = [&pending, call, identifier, action] {
-      {
-        std::shared_ptr<HXGCDTimer> fired;
-        std::lock_guard firing(pending.lock);
-        auto found = pending.timers.find(identifier);
-        if (found != pending.timers.end() && found->second.call == call) {
-          fired = std::move(found->second.timer);
-          pending.timers.erase(found);
-        }
-      }
-      action();
-    };
-    auto& entry = pending.timers[identifier];
-    replaced = std::move(entry.timer);
-    entry = {call, onetimeTimerWithQueue(queue, delay, std::move(fire))};
-  });
-}
-
-HXGCDTimer::~HXGCDTimer() {
-  invalidate();
+  start({queue, {.clock = clockOf(usingWalltime), .start = HXNanoseconds(after)}, std::move(fire)});
 }
 
 void HXGCDTimer::start(dispatch::TimerSource source) {
@@ -126,7 +128,8 @@ void HXGCDTimer::start(dispatch::TimerSource source) {
 }
 
 void HXGCDTimer::invalidate() {
-  dispatch::TimerSource source;  // destroyed, and with it maybe the handler, outside the lock
+  auto self = weak_from_this().lock();  // which only the handler may have kept; null in the destructor
+  dispatch::TimerSource source;         // destroyed, and with it maybe the handler, outside the lock
   {
     std::lock_guard guard(lock_);
     source = std::move(_timer);
@@ -135,11 +138,8 @@ void HXGCDTimer::invalidate() {
   source.cancel();
 
   auto& held = HeldTimers::instance();
-  std::shared_ptr<HXGCDTimer> self;  // let go outside the lock
   std::lock_guard guard(held.lock);
-  if (!std::exchange(_hold, false)) return;
-  self = shared_from_this();
-  held.timers.erase(self);
+  if (std::exchange(_hold, false)) held.timers.erase(self);
 }
 
 void HXGCDTimer::holdReference() {

@@ -10,7 +10,7 @@
 
 /// A repeating or one-shot timer, armed when it is made. Whoever made it keeps it: a timer that nobody keeps is
 /// destroyed and never fires. All times are in seconds and cut to whole nanoseconds. A timer that uses the wall clock
-/// goes on while the machine sleeps. Any thread may use it, its own handler included.
+/// goes on while the machine sleeps. An empty handler does nothing. Any thread may use it, its own handler included.
 class HXGCDTimer : public std::enable_shared_from_this<HXGCDTimer> {
  public:
   using Queue = platform::dispatch::Queue;
@@ -51,6 +51,7 @@ class HXGCDTimer : public std::enable_shared_from_this<HXGCDTimer> {
 
  private:
   HXGCDTimer() = default;
+  void startOnce(const Queue& queue, double after, bool usingWalltime, Handler handler);
   void start(platform::dispatch::TimerSource source);
 
   mutable std::mutex lock_;  // of _timer, _called and _paused
