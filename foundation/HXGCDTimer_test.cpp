@@ -112,6 +112,16 @@ TEST_F(Timers, HandlerMayInvalidateOrDropItsTimer) {
   EXPECT_TRUE(eventually([this] { return count == 4; }));
   waitUntilFired(0);
   EXPECT_TRUE(dropped.expired());
+
+  // Kept by its handler alone.
+  auto box = std::make_shared<std::shared_ptr<HXGCDTimer>>();
+  *box = HXGCDTimer::repeatingTimerWithQueue(queue, 3600, 0, false, [box] {});
+  dropped = *box;
+  std::exchange(box, nullptr)->get()->invalidate();
+  EXPECT_TRUE(eventually([&] { return dropped.expired(); }));
+
+  auto empty = HXGCDTimer::onetimeTimerWithQueue(queue, 0, nullptr);
+  EXPECT_TRUE(eventually([&] { return empty->called(); }));
 }
 
 TEST_F(Timers, MayBeInvalidatedFromAnyThreadWhileFiring) {
