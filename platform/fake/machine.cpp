@@ -34,6 +34,19 @@ std::optional<std::string> executablePath(std::int32_t pid) {
   return find(fake::machine().executables, pid);
 }
 
+std::optional<std::uint32_t> effectiveUserID(std::int32_t pid) {
+  return find(fake::machine().users, pid);
+}
+
+std::optional<Process> Process::find(std::int32_t pid) {
+  if (!fake::machine().executables.contains(pid)) return std::nullopt;
+  return Process(pid, {});
+}
+
+void Process::kill() const {
+  fake::machine().killed.push_back(pid_);
+}
+
 void visitSockets(SocketProtocol protocol, std::uint16_t, bool, const std::function<bool(const SocketEntry&)>& visit) {
   for (const auto& [kind, socket] : fake::machine().sockets) {
     if (kind == protocol && !visit(socket)) return;

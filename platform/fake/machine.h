@@ -18,6 +18,8 @@ struct Machine {
   std::vector<std::pair<std::string, std::string>> checks;
 
   std::map<std::int32_t, std::string> executables;
+  std::map<std::int32_t, std::uint32_t> users;  ///< effective
+  std::vector<std::int32_t> killed;
 
   std::vector<std::pair<SocketProtocol, SocketEntry>> sockets;
   std::map<std::uint64_t, std::int32_t> owners;  ///< by the sockets' identity

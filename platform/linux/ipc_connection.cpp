@@ -199,6 +199,10 @@ Connection::~Connection() = default;
 std::string Connection::description() const {
   return implementation_->description();
 }
+Process Connection::peer() const {
+  return implementation_->peer();
+}
+
 std::int32_t Connection::peerPID() const {
   return implementation_->peerPID();
 }

@@ -1,0 +1,6 @@
+// Keeping the machine awake, and the DNS cache.
+#include "helper/BRHMain.h"
+
+void BRHMain::preventSleepTemporarily() {}
+
+void BRHMain::flushSystemDNS() {}

@@ -1,0 +1,3 @@
+#include "helper/external_process_watchdog.h"
+
+void BRHKillWatchedExternalProcesses() {}
