@@ -68,6 +68,7 @@ class BRHMain : public HXLogging<BRHMain> {
   void relaunchAfterLostClient();
 
   void preventSleepTemporarily();
+  void holdAssertion(const char* type, const char* nameSuffix, const char* whatFailed);
 
   std::shared_ptr<platform::ChildTask> _spindumpTask;
   std::shared_ptr<platform::ChildTask> _dhcpdTask;

@@ -6,6 +6,7 @@
 #include "platform/code_signing.h"
 #include "platform/processes.h"
 #include "platform/utf8.h"
+#include "platform/workspace.h"
 
 namespace ipc = platform::ipc;
 namespace code_signing = platform::code_signing;
@@ -66,6 +67,8 @@ void BRHConnectionMessageHandler(const std::shared_ptr<ipc::Connection>& connect
       return;
     }
     validated = true;
+    // Together: an application is launched again as the user who ran it.
+    platform::noteRunningApplication(connection->peer(), connection->peerUserID());
     BRHMain::sharedInstance().setMainAppImagePath(path);
   }
   if (validated) BRHMain::sharedInstance().handleXPCEvent(*connection, event);

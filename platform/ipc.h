@@ -52,6 +52,9 @@ class Connection {
   /// The peer's process ID, 0 when it cannot be told.
   std::int32_t peerPID() const;
 
+  /// Effective user ID of the peer at the moment when it connected.
+  std::uint32_t peerUserID() const;
+
   /// The peer's process, held for as long as the result is.
   Process peer() const;
 

@@ -17,6 +17,9 @@ std::string Connection::description() const {
 std::int32_t Connection::peerPID() const {
   return implementation_->state->peerPID;
 }
+std::uint32_t Connection::peerUserID() const {
+  return implementation_->state->peerUserID;
+}
 Process Connection::peer() const {
   return {implementation_->state->peerPID, {}};
 }

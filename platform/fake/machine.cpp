@@ -1,7 +1,10 @@
 #include "platform/fake/machine.h"
 
+#include "platform/clock.h"
+#include "platform/dispatch.h"
 #include "platform/processes.h"
 #include "platform/system_log.h"
+#include "platform/workspace.h"
 
 namespace platform {
 
@@ -45,6 +48,33 @@ std::optional<Process> Process::find(std::int32_t pid) {
 
 void Process::kill() const {
   fake::machine().killed.push_back(pid_);
+}
+
+double continuousSeconds() {
+  return std::exchange(fake::machine().continuousSeconds,
+                       fake::machine().continuousSeconds + fake::machine().secondsPerReading);
+}
+
+void noteRunningApplication(const Process& process, std::uint32_t userID) {
+  fake::machine().notedApplications.emplace_back(process.pid(), userID);
+}
+
+void openApplication(const std::string& path, const std::vector<std::string>& arguments,
+                     std::function<void(std::optional<std::string> error)> completion) {
+  fake::machine().launches.emplace_back(path, arguments);
+  dispatch::async(dispatch::mainQueue(), [completion] { completion(fake::machine().launchError); });
+}
+
+power::Status power::createAssertion(const std::string& type, const std::string& name, AssertionID& assertion) {
+  if (auto status = find(fake::machine().assertionStatus, type).value_or(0)) return status;
+  static AssertionID last = 0;
+  assertion = ++last;
+  fake::machine().assertions[assertion] = {type, name};
+  return 0;
+}
+
+power::Status power::releaseAssertion(AssertionID assertion) {
+  return fake::machine().assertions.erase(assertion) > 0 ? fake::machine().releaseStatus : -1;
 }
 
 void visitSockets(SocketProtocol protocol, std::uint16_t, bool, const std::function<bool(const SocketEntry&)>& visit) {

@@ -1,12 +1,15 @@
-// The facts that unit tests steer in place of the machine's: signatures, processes, sockets, the system log.
+// The facts that unit tests steer in place of the machine's: signatures, processes, applications, power, the clock,
+// sockets, the system log.
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/code_signing.h"
+#include "platform/power.h"
 #include "platform/sockets.h"
 
 namespace platform::fake {
@@ -20,6 +23,18 @@ struct Machine {
   std::map<std::int32_t, std::string> executables;
   std::map<std::int32_t, std::uint32_t> users;  ///< effective
   std::vector<std::int32_t> killed;
+
+  /// Clock of platform/clock.h, and by how much each reading moves it on.
+  double continuousSeconds = 0;
+  double secondsPerReading = 0;
+
+  std::vector<std::pair<std::int32_t, std::uint32_t>> notedApplications;  ///< pid and user
+  std::vector<std::pair<std::string, std::vector<std::string>>> launches;
+  std::optional<std::string> launchError;
+
+  std::map<std::string, power::Status> assertionStatus;  ///< by type; others succeed
+  power::Status releaseStatus = 0;
+  std::map<power::AssertionID, std::pair<std::string, std::string>> assertions;  ///< held ones: type and name
 
   std::vector<std::pair<SocketProtocol, SocketEntry>> sockets;
   std::map<std::uint64_t, std::int32_t> owners;  ///< by the sockets' identity

@@ -202,7 +202,9 @@ std::string Connection::description() const {
 Process Connection::peer() const {
   return implementation_->peer();
 }
-
+std::uint32_t Connection::peerUserID() const {
+  return implementation_->peerUserID();
+}
 std::int32_t Connection::peerPID() const {
   return implementation_->peerPID();
 }
