@@ -11,9 +11,7 @@
 #include <sstream>
 #include <string_view>
 
-extern "C" {  // which glibc 2.36's header forgets
-#include <sys/pidfd.h>
-}
+#include "platform/linux/pidfd.h"
 
 namespace platform {
 
