@@ -34,4 +34,7 @@ void BRHMain::holdAssertion(const char* type, const char* nameSuffix, const char
   });
 }
 
-void BRHMain::flushSystemDNS() {}
+void BRHMain::flushSystemDNS() {
+  HX_log("Flush system DNS");
+  platform::runShellCommand("killall -HUP mDNSResponder");
+}

@@ -33,6 +33,9 @@ class Process {
 
   std::int32_t pid() const { return pid_; }
 
+  /// Whether it has not ended. What was read about its number before is then true of it. Only where it has a handle.
+  bool isAlive() const;
+
   /// Sends SIGKILL. Nothing happens when the process has ended.
   void kill() const;
 
