@@ -17,6 +17,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
+constexpr std::size_t maximumAssertions = 256;  // each takes a descriptor
 constexpr std::chrono::seconds patience(2);  // with the bus and with logind, since the main queue waits
 
 struct CloseBus {
@@ -79,6 +80,7 @@ std::map<AssertionID, FileDescriptor>& inhibitors() {
 
 // Both types come to the same here: what would sleep is the idle machine, its network connections with it.
 Status createAssertion(const std::string&, const std::string& name, AssertionID& assertion) {
+  if (inhibitors().size() >= maximumAssertions) return EMFILE;
   FileDescriptor inhibitor;
   if (auto status = inhibitIdle(name, inhibitor); status != 0) return status;
   static AssertionID last = 0;

@@ -141,9 +141,9 @@ def read_line(process):
     return line.rstrip("\n")
 
 
-def run_as_user(arguments, user=USER, **options):
+def run_as_user(arguments, user=USER, groups=(), **options):
     options.setdefault("env", ENVIRONMENT)
-    return subprocess.Popen([str(argument) for argument in arguments], user=user, group=user, extra_groups=[], text=True,
+    return subprocess.Popen([str(argument) for argument in arguments], user=user, group=user, extra_groups=groups, text=True,
                             start_new_session=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
 
 

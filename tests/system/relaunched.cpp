@@ -1,6 +1,6 @@
 // An application that the helper launches again, and that writes down from inside how it finds itself.
 //
-// Started by a user it arms the watchdog, says so and waits for its end. Started by the helper it does the same, but
+// It arms the watchdog, says so, sends the commands that it reads and waits for its end. Launched again by the helper it
 // leaves its report in /tmp, in a file named after its argument and process ID.
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -54,5 +54,6 @@ int main(int count, char** arguments) {
   } else {
     std::cout << "armed" << std::endl;
   }
+  for (std::string command; std::getline(std::cin, command);) helper.json({{"command", command}});
   while (true) pause();
 }
