@@ -130,6 +130,15 @@ void HelperClient::stopWatchdog() {
   command({{"command", "stop-watchdog"}});
 }
 
+void HelperClient::defunctRestart() {
+  command({{"command", "defunct-restart"}});
+  throw HelperError("the helper did not end this application");
+}
+
+void HelperClient::preventSleepTemporarily() {
+  command({{"command", "prevent-sleep-temp"}});
+}
+
 void HelperClient::stop() {
   version();  // from here on, the end of the connection is the helper's, not a refusal
   constexpr std::string_view text = R"({"command":"stop"})";

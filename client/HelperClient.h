@@ -54,6 +54,12 @@ class HelperClient {
   void startWatchdog();
   void stopWatchdog();
 
+  /// Has the helper kill the application and launch it again a second later. Returns only by an error.
+  void defunctRestart();
+
+  /// Keeps the machine from falling asleep while idle, for 30 seconds.
+  void preventSleepTemporarily();
+
   /// Ends the helper process. It does not clean up, and is started again with the next connection.
   void stop();
 

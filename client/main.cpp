@@ -30,11 +30,16 @@ constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
   ra-detect INTERFACE                 first IPv6 router that answers, within five seconds
   start-watchdog                      have the helper watch this application
   stop-watchdog                       no longer
+  defunct-restart                     kill this application and launch it again
+  prevent-sleep-temp                  keep the idle machine awake for 30 seconds
   stop                                end the helper process
   json OBJECT                         send a JSON command as it is
 
 Without a command, reads one a line from standard input and keeps its connection open, since the helper undoes what a
 client did when the client leaves. With --json, prints one JSON object a command.
+
+The helper launches a watched application that died with the argument -crashWatchDog, and one that asked for its restart
+with -crashDefunctRestart. Brimo then says so, and to the helper that it is back, and goes on as without a command.
 
 Exit status: 0 done; 1 the helper answered with an error; 2 wrong usage; 3 no connection to the helper; 4 not found.
 Of several commands, the last one's that failed.
@@ -115,6 +120,8 @@ const std::map<std::string, Command> commands{
     {"ra-detect", {1, raDetect}},
     {"start-watchdog", {0, [](auto& helper, auto&) { return helper.startWatchdog(), done(); }}},
     {"stop-watchdog", {0, [](auto& helper, auto&) { return helper.stopWatchdog(), done(); }}},
+    {"defunct-restart", {0, [](auto& helper, auto&) { return helper.defunctRestart(), done(); }}},
+    {"prevent-sleep-temp", {0, [](auto& helper, auto&) { return helper.preventSleepTemporarily(), done(); }}},
     {"stop", {0, [](auto& helper, auto&) { return helper.stop(), done(); }}},
     {"json", {1, sendJSON}},
 };
@@ -195,6 +202,11 @@ int main(int count, char** values) {
     return exitSuccess;
   }
   Session session(printJSON);
+  if (!arguments.empty() && (arguments[0] == "-crashWatchDog" || arguments[0] == "-crashDefunctRestart")) {
+    std::cout << "launched again by the helper (" << arguments[0] << ")" << std::endl;
+    session.run("version", {});
+    return session.runLines();
+  }
   if (arguments.empty()) return session.runLines();
   std::string name = arguments[0];
   arguments.erase(arguments.begin());

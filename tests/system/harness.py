@@ -58,8 +58,8 @@ def copy_bundle(name, source="/opt/Brimo.app"):
     return bundle, bundle / "Contents/MacOS/Brimo"
 
 
-def wait_until(condition, what):
-    end = time.monotonic() + DEADLINE
+def wait_until(condition, what, seconds=DEADLINE):
+    end = time.monotonic() + seconds
     while not (result := condition()):
         if time.monotonic() > end:
             raise AssertionError(f"waited in vain until {what}\n{LOG.read_text() if LOG.exists() else 'no log'}")
