@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,7 +15,9 @@
 #include <cerrno>
 #include <system_error>
 
+#include "build_constants.h"
 #include "platform/file_descriptor.h"
+#include "platform/linux/system_bus.h"
 
 namespace platform {
 
@@ -56,10 +59,11 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-/// What a child tells of its failure. The step is a literal, which has the same address in both processes.
-struct Failure {
-  const char* step;
-  int error;
+/// What a child tells: that a step failed, and with which errno, or, without a step, the process ID of the application.
+/// The step is a literal, which has the same address in both processes.
+struct Report {
+  const char* failedStep;
+  int number;
 };
 
 /// All that the child needs, made ready before the fork: other threads may hold any lock at that moment, so that
@@ -75,30 +79,24 @@ class Launch {
     environmentPointers_ = pointersTo(identity_.environment);
   }
 
-  std::optional<Failure> run() {
+  Report run() {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return Failure{"pipe", errno};
+    if (pipe2(ends, O_CLOEXEC) != 0) return {"pipe", errno};
     FileDescriptor reading(ends[0]), writing(ends[1]), null(open("/dev/null", O_RDWR | O_CLOEXEC));
     // Away from the numbers of the standard descriptors, should those be free.
     null_.reset(fcntl(null.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     report_.reset(fcntl(writing.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    if (!null_ || !report_) return Failure{"open", errno};
+    if (!null_ || !report_) return {"open", errno};
 
     // A child's child belongs to process 1 as soon as the child has ended: nobody here need await its end.
     pid_t child = fork();
     if (child == 0) startGrandchild();
-    if (child < 0) return Failure{"fork", errno};
+    if (child < 0) return {"fork", errno};
     writing.reset();
     report_.reset();
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
-    // The successful execve() closes the other end without a word.
-    Failure failure;
-    ssize_t length;
-    while ((length = read(reading.get(), &failure, sizeof failure)) < 0 && errno == EINTR) {
-    }
-    if (length == 0) return std::nullopt;
-    return length == sizeof failure ? failure : Failure{"read", EIO};
+    return readReports(reading.get());
   }
 
  private:
@@ -106,6 +104,7 @@ class Launch {
     pid_t grandchild = _Fork();  // which is safe here, other than fork()
     if (grandchild == 0) becomeApplication();
     if (grandchild < 0) fail("fork");
+    tell({nullptr, grandchild});
     _exit(0);
   }
 
@@ -136,9 +135,23 @@ class Launch {
   }
 
   [[noreturn]] void fail(const char* step) const {
-    Failure failure{step, errno};
-    [[maybe_unused]] auto length = write(report_.get(), &failure, sizeof failure);
+    tell({step, errno});
     _exit(127);
+  }
+
+  void tell(const Report& report) const { [[maybe_unused]] auto length = write(report_.get(), &report, sizeof report); }
+
+  /// Reads what both children tell, in whatever order, to its end, which a successful execve() brings about.
+  static Report readReports(int descriptor) {
+    Report result{"fork", ECHILD};
+    while (true) {
+      Report report;
+      auto length = read(descriptor, &report, sizeof report);
+      if (length < 0 && errno == EINTR) continue;
+      if (length != sizeof report) return result;
+      if (report.failedStep) return report;
+      result = report;
+    }
   }
 
   std::vector<std::string> arguments_;
@@ -148,13 +161,33 @@ class Launch {
   FileDescriptor null_, report_;
 };
 
+/// Has systemd, where it is there, take the application out of this service into a scope among the user's processes:
+/// there it is counted, limited and ended as they are. Where that fails it goes on all the same.
+void moveToUsersSlice(pid_t application, uid_t user) {
+  if (sd_booted() <= 0) return;
+  constexpr BusMethod startTransientUnit{"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
+                                         "org.freedesktop.systemd1.Manager", "StartTransientUnit"};
+  auto scope = fmt::format("app-{}-{}.scope", ClientBundleIdentifier, application);
+  auto slice = fmt::format("user-{}.slice", user);
+  auto writeArguments = [&](sd_bus_message* call) {
+    return sd_bus_message_append(call, "ssa(sv)a(sa(sv))", scope.c_str(), "fail", 3, "Slice", "s", slice.c_str(),
+                                 "PIDs", "au", 1, static_cast<std::uint32_t>(application), "CollectMode", "s",
+                                 "inactive-or-failed", 0);
+  };
+  callSystemBus(startTransientUnit, writeArguments, [](sd_bus_message*) { return 0; });
+}
+
 }  // namespace
 
 std::optional<std::string> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
                                              ApplicationIdentity identity) {
-  auto failure = Launch(path, arguments, std::move(identity)).run();
-  if (!failure) return std::nullopt;
-  return fmt::format("{}: {}", failure->step, std::generic_category().message(failure->error));
+  auto user = identity.user;
+  auto report = Launch(path, arguments, std::move(identity)).run();
+  if (report.failedStep) {
+    return fmt::format("{}: {}", report.failedStep, std::generic_category().message(report.number));
+  }
+  moveToUsersSlice(report.number, user);
+  return std::nullopt;
 }
 
 }  // namespace platform

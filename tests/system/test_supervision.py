@@ -11,6 +11,7 @@ import unittest
 from pathlib import Path
 
 from harness import DEADLINE, ENVIRONMENT, FRAMEWORKS, Helper, HelperTest, TESTS, USER, copy_bundle, read_line, run_as_user, sign, wait_until
+from system_bus import SystemBus
 
 DIED, RELAUNCHING = "[BRHMain] Main process died unexpectedly", "[BRHMain] Relaunching"
 NOBODY_IN_PARTICULAR = 4321  # a user whom no user database knows
@@ -112,6 +113,24 @@ class Relaunch(HelperTest):
                          ["HOME=/var/www", "LOGNAME=www-data", "PATH=/usr/local/bin:/usr/bin:/bin", "SHELL=/usr/sbin/nologin", "USER=www-data"])
         self.assertEqual(report["folder"], "/var/www" if os.path.isdir("/var/www") else "/")
 
+    def test_systemd_is_asked_to_take_it_to_the_users_processes(self):
+        # Who answers here is only the bus: nobody has that name, and the application runs all the same.
+        SystemBus(self)
+        os.makedirs("/run/systemd/system", exist_ok=True)  # says that systemd runs
+        self.addCleanup(os.rmdir, "/run/systemd/system")
+        monitor = subprocess.Popen(["busctl", "--system", "--json=short", "monitor", "org.freedesktop.systemd1"], text=True,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
+        self.addCleanup(self._end_process, monitor)
+        wait_until(lambda: "Monitoring" in monitor.stderr.readline(), "it looks on")
+        self.command(self.start(), "defunct-restart")
+        report, pid = self.report("-crashDefunctRestart")
+        while (message := json.loads(read_line(monitor))).get("member") != "StartTransientUnit":
+            pass
+        name, mode, properties, others = message["payload"]["data"]
+        self.assertEqual((name, mode, others), (f"app-com.example.brimo-{pid}.scope", "fail", []))
+        values = {key: value["data"] for key, value in properties}
+        self.assertEqual(values, {"Slice": f"user-{USER}.slice", "PIDs": [pid], "CollectMode": "inactive-or-failed"})
+
     def check_who_comes_back(self, user, groups, other):
         self.assertEqual(self.brimo("version", user=other)[0], 0)  # was admitted before
         process = self.start(user=user, groups=groups)
@@ -148,6 +167,7 @@ class Relaunch(HelperTest):
     def test_an_application_that_is_not_watched_stays_away(self):
         process = self.start()
         self.command(process, "stop-watchdog")
+        self.wait_for_log(r"\[BRHMain\] Received command: stop-watchdog")
         process.kill()
         self.wait_for_log(r"\[BRHMain\] XPC connection closed")
         self.assertNotIn(DIED, self.log())
