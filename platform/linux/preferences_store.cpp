@@ -60,6 +60,9 @@ void PreferencesStore::lock(bool wait) {
   locked_ = true;
   try {
     read();
+    auto projected = folder_.read(projectedName);
+    projected_.clear();
+    if (projected) projected_ = json::value_to<std::set<std::string>>(parse(projected->text, projectedName));
   } catch (...) {
     unlock();
     throw;
@@ -128,14 +131,9 @@ const json::value* PreferencesStore::find(const std::string& path) {
   return value;
 }
 
-std::set<std::string> PreferencesStore::projectedServices() const {
-  auto content = folder_.read(projectedName);
-  if (!content) return {};
-  return json::value_to<std::set<std::string>>(parse(content->text, projectedName));
-}
-
-void PreferencesStore::setProjectedServices(const std::set<std::string>& services) {
+void PreferencesStore::setProjectedServices(std::set<std::string> services) {
   folder_.replace(projectedName, json::serialize(json::value_from(services)));
+  projected_ = std::move(services);
 }
 
 }  // namespace platform

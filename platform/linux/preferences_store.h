@@ -19,7 +19,7 @@ class PreferencesStore {
  public:
   explicit PreferencesStore(const std::string& folder);
 
-  /// Takes the lock and reads the file. Fails when the file has changed since this session read it, and, unless it is
+  /// Takes the lock and reads the files. Fails when the file has changed since this session read it, and, unless it is
   /// to wait, when somebody else has the lock.
   void lock(bool wait);
   void unlock();
@@ -36,8 +36,9 @@ class PreferencesStore {
   /// Null when there is none.
   const boost::json::value* find(const std::string& path);
 
-  std::set<std::string> projectedServices() const;
-  void setProjectedServices(const std::set<std::string>& services);
+  /// What has been handed on, as it was when this session took the lock, which it must hold to change it.
+  const std::set<std::string>& projectedServices() const { return projected_; }
+  void setProjectedServices(std::set<std::string> services);
 
  private:
   boost::json::object& values();
@@ -48,7 +49,8 @@ class PreferencesStore {
   bool locked_ = false;
   bool changed_ = false;
   std::optional<boost::json::object> values_;  ///< absent until they are read
-  std::optional<struct stat> state_;           ///< of the file that was read; absent: there was none
+  std::set<std::string> projected_;
+  std::optional<struct stat> state_;  ///< of the file that was read; absent: there was none
 };
 
 }  // namespace platform

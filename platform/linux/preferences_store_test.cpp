@@ -77,9 +77,13 @@ TEST_F(PreferencesStoreTest, IsMadeForItsUserAloneAndKeepsValuesAsTheyAre) {
   EXPECT_EQ(*store.find("/NetworkServices/A/Proxies"), value);
   EXPECT_EQ(store.find("/NetworkServices/B/Proxies"), nullptr);
   EXPECT_EQ(store.find("/NetworkServices/A/IPv4/Deeper"), nullptr);
+  store.lock(true);
   EXPECT_TRUE(store.projectedServices().empty());
   store.setProjectedServices({"A", "B"});
-  EXPECT_EQ(PreferencesStore(folder).projectedServices(), (std::set<std::string>{"A", "B"}));
+  store.unlock();
+  PreferencesStore second(folder);
+  second.lock(true);
+  EXPECT_EQ(second.projectedServices(), (std::set<std::string>{"A", "B"}));
 }
 
 TEST_F(PreferencesStoreTest, WhatCannotBeSetIsRefused) {

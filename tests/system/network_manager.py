@@ -36,13 +36,12 @@ CONNECTION = """[connection]
 id={name}
 uuid={uuid}
 type=ethernet
-autoconnect={autoconnect}
+autoconnect=false
 interface-name={interface}
 [ipv4]
-{ipv4}
+method=disabled
 [ipv6]
 method=disabled
-{proxy}
 """
 
 
@@ -56,10 +55,10 @@ class Bus:
     def __init__(self, test):
         PLACE.mkdir(exist_ok=True)
         BUS.parent.mkdir(exist_ok=True)
-        BUS.unlink(missing_ok=True)
         (PLACE / "bus.conf").write_text(BUS_CONFIGURATION)
         self.process = subprocess.Popen(["dbus-daemon", "--nofork", "--nopidfile", f"--config-file={PLACE}/bus.conf"],
                                         stderr=subprocess.DEVNULL)
+        test.addCleanup(BUS.unlink)
         test.addCleanup(self.process.wait)
         test.addCleanup(self.process.kill)
         wait_until(BUS.exists, "the bus listens")
@@ -108,13 +107,12 @@ class NetworkManager:
             self.process.wait()
         self.process = None
 
-    def add_connection(self, name, interface, active=True, ipv4="method=disabled", proxy=""):
+    def add_connection(self, name, interface, active=True):
         """Returns its UUID, once it is active if it is to be."""
         identifier = str(uuid.uuid4())
         file = CONNECTIONS / f"{identifier}.nmconnection"
         file.touch(mode=0o600)
-        file.write_text(CONNECTION.format(name=name, uuid=identifier, interface=interface, ipv4=ipv4, proxy=proxy,
-                                          autoconnect="false"))
+        file.write_text(CONNECTION.format(name=name, uuid=identifier, interface=interface))
         run("nmcli", "connection", "load", file)
         if active:
             run("nmcli", "connection", "up", identifier)
@@ -124,6 +122,15 @@ class NetworkManager:
     def setting(identifier, name):
         """A connection's setting as it is stored, "proxy.method" for example."""
         return run("nmcli", "--escape", "no", "-g", name, "connection", "show", identifier).rstrip("\n")
+
+    @staticmethod
+    def applied(interface):
+        """The settings that an interface uses, as they stand on D-Bus."""
+        bus = "org.freedesktop.NetworkManager"
+        def call(*arguments):
+            return json.loads(run("busctl", "--json=short", "call", bus, *arguments))["data"]
+        (device,) = call("/org/freedesktop/NetworkManager", bus, "GetDeviceByIpIface", "s", interface)
+        return call(device, f"{bus}.Device", "GetAppliedConnection", "u", "0")[0]
 
     @staticmethod
     def active():
