@@ -107,13 +107,19 @@ class NetworkManager:
             self.process.wait()
         self.process = None
 
+    def add_connections(self, count, interface, name="Idle"):
+        """Connections that are not active; returns their UUIDs."""
+        identifiers = [str(uuid.uuid4()) for _ in range(count)]
+        files = [CONNECTIONS / f"{identifier}.nmconnection" for identifier in identifiers]
+        for file, identifier in zip(files, identifiers):
+            file.touch(mode=0o600)
+            file.write_text(CONNECTION.format(name=name, uuid=identifier, interface=interface))
+        run("nmcli", "connection", "load", *files)
+        return identifiers
+
     def add_connection(self, name, interface, active=True):
         """Returns its UUID, once it is active if it is to be."""
-        identifier = str(uuid.uuid4())
-        file = CONNECTIONS / f"{identifier}.nmconnection"
-        file.touch(mode=0o600)
-        file.write_text(CONNECTION.format(name=name, uuid=identifier, interface=interface))
-        run("nmcli", "connection", "load", file)
+        (identifier,) = self.add_connections(1, interface, name)
         if active:
             run("nmcli", "connection", "up", identifier)
         return identifier
