@@ -139,6 +139,18 @@ void HelperClient::preventSleepTemporarily() {
   command({{"command", "prevent-sleep-temp"}});
 }
 
+void HelperClient::setProxies(const json::object& proxiesByService, std::optional<bool> cleanup) {
+  json::object request{{"command", "set-proxy"}, {"payload", proxiesByService}};
+  if (cleanup) request["cleanup"] = *cleanup;
+  command(request);
+}
+
+void HelperClient::setStaticIP(const std::string& service, const std::string& address, const std::string& mask,
+                               const std::string& router) {
+  command(
+      {{"command", "set-static-ip"}, {"serviceID", service}, {"address", address}, {"mask", mask}, {"router", router}});
+}
+
 void HelperClient::stop() {
   version();  // from here on, the end of the connection is the helper's, not a refusal
   constexpr std::string_view text = R"({"command":"stop"})";

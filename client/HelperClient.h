@@ -60,6 +60,15 @@ class HelperClient {
   /// Keeps the machine from falling asleep while idle, for 30 seconds.
   void preventSleepTemporarily();
 
+  /// Writes proxies dictionaries (SCSchemaDefinitions.h) by service ID; an empty one switches a service's proxies off.
+  /// With `cleanup` false the helper switches them off when a client leaves, with true it forgets all that it was to
+  /// switch off, absent they stay as they are.
+  void setProxies(const boost::json::object& proxiesByService, std::optional<bool> cleanup);
+
+  /// Gives a service a manual IPv4 configuration, all addresses in dotted form. Nothing undoes it.
+  void setStaticIP(const std::string& service, const std::string& address, const std::string& mask,
+                   const std::string& router);
+
   /// Ends the helper process. It does not clean up, and is started again with the next connection.
   void stop();
 

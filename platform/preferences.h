@@ -32,7 +32,7 @@ class Session {
   /// Sets the value at a path of "/"-separated keys that begins with "/"; makes what is missing on the way.
   [[nodiscard]] bool setValue(const std::string& path, const boost::json::value& value);
 
-  /// Writes the changes to the store, all or none.
+  /// Writes the changes to the store, all or none. The session must hold the lock.
   [[nodiscard]] bool commit();
 
   /// Has the running system use what was committed.

@@ -1,0 +1,71 @@
+// NetworkManager, over the system bus (nm-dbus-interface, nm-settings-dbus(5)).
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/network_projection.h"
+
+namespace platform {
+
+/// A connection to the bus of its own. Every call blocks for some seconds at most. A failure that only concerns what a
+/// call is about is a std::runtime_error with a sentence; a NetworkManager that is not there, or does not answer,
+/// throws one of the other two from any call.
+class NetworkManager {
+ public:
+  struct Absent : std::runtime_error {
+    using std::runtime_error::runtime_error;
+  };
+  struct Silent : std::runtime_error {
+    using std::runtime_error::runtime_error;
+  };
+
+  using Path = std::string;  ///< of a D-Bus object
+
+  NetworkManager();
+
+  /// All connections, which are what people know as its network profiles.
+  std::vector<Path> connections();
+
+  /// Absent when there is none of that UUID.
+  std::optional<Path> findConnection(const std::string& uuid);
+
+  /// The UUID and the name of a connection.
+  struct Identity {
+    std::string uuid, name;
+  };
+  Identity identity(const Path& connection);
+
+  /// The devices that run a connection, by connection.
+  std::multimap<Path, Path> activeDevices();
+
+  /// A network interface's name.
+  std::string interfaceName(const Path& device);
+
+  /// Changes and stores a connection's proxy and IPv4 settings, as far as they are given. What is active goes on as it
+  /// is.
+  void update(const Path& connection, const std::optional<ProxySetting>& proxy, const std::optional<IPv4Setting>& ipv4);
+
+  /// Has an active device use its connection's settings as they are now; does nothing on one that is no longer active.
+  void reapply(const Path& device);
+
+ private:
+  struct Release {
+    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+  };
+  using Message = std::unique_ptr<sd_bus_message, Release>;
+
+  Message makeCall(const Path& object, const char* interface, const char* method);
+  Message call(const Message& request);
+  std::string property(const Path& object, const char* interface, const char* name);
+
+  std::unique_ptr<sd_bus, Release> bus_;
+};
+
+}  // namespace platform
