@@ -174,7 +174,7 @@ def enter_user_namespace(flags):
 class Helper:
     """The helper under socket activation."""
 
-    def __init__(self, executable="BrimoHelper", old_kernel=False, activated=True):
+    def __init__(self, executable="BrimoHelper", old_kernel=False, activated=True, quiet=False):
         Path(ENDPOINT).unlink(missing_ok=True)
         listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         if activated:
@@ -189,6 +189,8 @@ class Helper:
                     os.dup2(listener.fileno(), 3)
                     os.set_inheritable(3, True)  # dup2 does not, if it was 3 before
                     environment |= {"LISTEN_FDS": "1", "LISTEN_PID": str(os.getpid())}
+                if quiet:  # the router advertisement probe prints what it does
+                    os.dup2(os.open(os.devnull, os.O_WRONLY), 1)
                 if old_kernel:
                     refuse_option(77)  # SO_PEERPIDFD
                 os.execve(TESTS / "bin" / executable, [executable], environment)
