@@ -5,6 +5,7 @@
 
 #include <boost/json.hpp>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -15,6 +16,7 @@
 
 #include "build_constants.h"
 #include "client/HelperClient.h"
+#include "platform/processes.h"
 
 namespace json = boost::json;
 
@@ -30,6 +32,11 @@ constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
   ra-detect INTERFACE                 first IPv6 router that answers, within five seconds
   start-watchdog                      have the helper watch this application
   stop-watchdog                       no longer
+  start-dhcpd INTERFACE CONFIG LEASES OUTPUT PIDFILE
+                                      start the DHCP server of this bundle (Contents/Applications/brimo-dhcpd) for as
+                                      long as this application runs; LEASES and OUTPUT must exist
+  stop-dhcpd                          stop it
+  spindump FILE                       sample this application into FILE
   stop                                end the helper process
   json OBJECT                         send a JSON command as it is
 
@@ -96,6 +103,22 @@ Answer raDetect(brimo::HelperClient& helper, const Arguments& arguments) {
   return {.object = advertisement->json(), .text = advertisement->text()};
 }
 
+/// The helper has a working folder of its own.
+std::string absolute(const std::string& path) {
+  return std::filesystem::absolute(path);
+}
+
+Answer startDHCPServer(brimo::HelperClient& helper, const Arguments& arguments) {
+  auto executable = std::filesystem::path(platform::executablePath(getpid()).value_or(""));
+  auto pid = helper.startDHCPServer({.executable = executable.parent_path().parent_path() / "Applications/brimo-dhcpd",
+                                     .interface = arguments[0],
+                                     .configuration = absolute(arguments[1]),
+                                     .leases = absolute(arguments[2]),
+                                     .output = absolute(arguments[3]),
+                                     .pidFile = absolute(arguments[4])});
+  return {.object = {{"result", "success"}, {"pid", pid}}, .text = fmt::format("DHCP server runs as PID {}", pid)};
+}
+
 Answer sendJSON(brimo::HelperClient& helper, const Arguments& arguments) {
   json::error_code error;
   json::parse_options options;
@@ -115,6 +138,9 @@ const std::map<std::string, Command> commands{
     {"ra-detect", {1, raDetect}},
     {"start-watchdog", {0, [](auto& helper, auto&) { return helper.startWatchdog(), done(); }}},
     {"stop-watchdog", {0, [](auto& helper, auto&) { return helper.stopWatchdog(), done(); }}},
+    {"start-dhcpd", {5, startDHCPServer}},
+    {"stop-dhcpd", {0, [](auto& helper, auto&) { return helper.stopDHCPServer(), done(); }}},
+    {"spindump", {1, [](auto& helper, auto& arguments) { return helper.spindump(absolute(arguments[0])), done(); }}},
     {"stop", {0, [](auto& helper, auto&) { return helper.stop(), done(); }}},
     {"json", {1, sendJSON}},
 };

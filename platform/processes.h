@@ -33,6 +33,10 @@ class Process {
 
   std::int32_t pid() const { return pid_; }
 
+  /// Whether the process has ended. While it has not, its number is no other process's: asked after something else
+  /// about the number, it says whom the answer was about. False where there is no handle.
+  bool hasEnded() const;
+
   /// Sends SIGKILL. Nothing happens when the process has ended.
   void kill() const;
 

@@ -51,6 +51,10 @@ std::optional<Process> Process::find(std::int32_t pid) {
   return Process(pid, std::move(handle));
 }
 
+bool Process::hasEnded() const {
+  return handle_ && waitForEnd(handle_.get(), {});
+}
+
 void Process::kill() const {
   if (handle_) pidfd_send_signal(handle_.get(), SIGKILL, nullptr, 0);
 }
