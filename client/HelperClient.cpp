@@ -151,6 +151,27 @@ void HelperClient::setStaticIP(const std::string& service, const std::string& ad
       {{"command", "set-static-ip"}, {"serviceID", service}, {"address", address}, {"mask", mask}, {"router", router}});
 }
 
+std::int32_t HelperClient::startDHCPServer(const DHCPServerSettings& settings) {
+  auto reply = command({{"command", "start-dhcpd"},
+                        {"config", settings.configuration},
+                        {"lease", settings.leases},
+                        {"dhcpd", settings.executable},
+                        {"interface", settings.interface},
+                        {"output", settings.output},
+                        {"pid", settings.pidFile}});
+  const auto* pid = reply.if_contains("pid");
+  if (!pid || !pid->is_int64()) throw HelperError("the helper's reply has no process ID");
+  return static_cast<std::int32_t>(pid->get_int64());
+}
+
+void HelperClient::stopDHCPServer() {
+  command({{"command", "stop-dhcpd"}});
+}
+
+void HelperClient::spindump(const std::string& path) {
+  command({{"command", "spindump"}, {"path", path}});
+}
+
 void HelperClient::stop() {
   version();  // from here on, the end of the connection is the helper's, not a refusal
   constexpr std::string_view text = R"({"command":"stop"})";

@@ -5,6 +5,7 @@
 
 #include <boost/json.hpp>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -17,6 +18,7 @@
 #include "client/HelperClient.h"
 #include "client/proxy_arguments.h"
 #include "platform/network_services.h"
+#include "platform/processes.h"
 
 namespace json = boost::json;
 
@@ -43,6 +45,11 @@ constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
   stop-watchdog                       no longer
   defunct-restart                     kill this application and launch it again
   prevent-sleep-temp                  keep the idle machine awake for 30 seconds
+  start-dhcpd INTERFACE CONFIG LEASES OUTPUT PIDFILE
+                                      start the DHCP server of this bundle (Contents/Applications/brimo-dhcpd) for as
+                                      long as this application runs; LEASES and OUTPUT must exist
+  stop-dhcpd                          stop it
+  spindump FILE                       sample this application into FILE
   stop                                end the helper process
   json OBJECT                         send a JSON command as it is
 
@@ -154,6 +161,22 @@ Answer setStaticIP(brimo::HelperClient& helper, const Arguments& arguments) {
   return {.object = {{"result", "success"}}, .text = std::move(outcome)};
 }
 
+/// The helper has a working folder of its own.
+std::string absolute(const std::string& path) {
+  return std::filesystem::absolute(path);
+}
+
+Answer startDHCPServer(brimo::HelperClient& helper, const Arguments& arguments) {
+  auto executable = std::filesystem::path(platform::executablePath(getpid()).value_or(""));
+  auto pid = helper.startDHCPServer({.executable = executable.parent_path().parent_path() / "Applications/brimo-dhcpd",
+                                     .interface = arguments[0],
+                                     .configuration = absolute(arguments[1]),
+                                     .leases = absolute(arguments[2]),
+                                     .output = absolute(arguments[3]),
+                                     .pidFile = absolute(arguments[4])});
+  return {.object = {{"result", "success"}, {"pid", pid}}, .text = fmt::format("DHCP server runs as PID {}", pid)};
+}
+
 Answer sendJSON(brimo::HelperClient& helper, const Arguments& arguments) {
   json::error_code error;
   json::parse_options options;
@@ -178,6 +201,9 @@ const std::map<std::string, Command> commands{
     {"stop-watchdog", {0, [](auto& helper, auto&) { return helper.stopWatchdog(), done(); }}},
     {"defunct-restart", {0, [](auto& helper, auto&) { return helper.defunctRestart(), done(); }}},
     {"prevent-sleep-temp", {0, [](auto& helper, auto&) { return helper.preventSleepTemporarily(), done(); }}},
+    {"start-dhcpd", {5, startDHCPServer}},
+    {"stop-dhcpd", {0, [](auto& helper, auto&) { return helper.stopDHCPServer(), done(); }}},
+    {"spindump", {1, [](auto& helper, auto& arguments) { return helper.spindump(absolute(arguments[0])), done(); }}},
     {"stop", {0, [](auto& helper, auto&) { return helper.stop(), done(); }}},
     {"json", {1, sendJSON}},
 };

@@ -59,6 +59,7 @@ class BRHMain : public HXLogging<BRHMain> {
   boost::json::object setStaticIP(const boost::json::object& request);
 
   boost::json::object startDHCP(const boost::json::object& request, const platform::Process& peer);
+  void killOwnerOfDHCPPort();
   void stopAllDHCP();
   void dhcpdCompleted(const platform::ChildTask* task);
   boost::json::object startSpindump(const boost::json::object& request, const platform::Process& peer);

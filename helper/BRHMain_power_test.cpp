@@ -78,4 +78,10 @@ TEST_F(PowerTest, AFailedReleaseTellsWhich) {
                                  "Failed to release network IOPMAssertion: 5"));
 }
 
+TEST_F(PowerTest, TheDNSCacheIsDropped) {
+  helper.flushSystemDNS();
+  EXPECT_THAT(log(), ElementsAre("Flush system DNS"));
+  EXPECT_THAT(machine().steps, ElementsAre("sh killall -HUP mDNSResponder"));
+}
+
 }  // namespace

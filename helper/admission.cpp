@@ -15,12 +15,6 @@ namespace {
 
 constexpr char moduleName[] = "Helper";
 
-/// The path with its last `count` components removed.
-std::string removeComponents(std::string path, int count) {
-  for (; count > 0; --count) path.resize(std::min(path.rfind('/'), path.size()));
-  return path;
-}
-
 /// Validates the sender of a connection's first message. On success `path` is its executable's.
 code_signing::Status validateClient(const ipc::Message& message, std::int32_t peerPID, std::string& path) {
   if (auto status = code_signing::checkSender(*message.sender, ClientRequirement); status != code_signing::success) {
@@ -78,9 +72,16 @@ bool BRHValidateStaticCode(const std::string& path, const std::string& requireme
   return !path.empty() && !requirement.empty() && code_signing::checkFile(path, requirement) == code_signing::success;
 }
 
+std::string BRHBundleOfExecutable(std::string executablePath) {
+  for (int component = 0; component < 3; ++component) {
+    executablePath.resize(std::min(executablePath.rfind('/'), executablePath.size()));
+  }
+  return executablePath;
+}
+
 bool BRHValidateMainApplication(const std::string& executablePath) {
   if (executablePath.empty() || !BRHValidateStaticCode(executablePath, ClientRequirement)) return false;
-  auto bundle = removeComponents(executablePath, 3);
+  auto bundle = BRHBundleOfExecutable(executablePath);
   return BRHValidateStaticCode(bundle + "/Contents/Frameworks/Bugsnag.framework/Bugsnag", FrameworkRequirement) &&
          BRHValidateStaticCode(bundle + "/Contents/Frameworks/Sparkle.framework/Sparkle", FrameworkRequirement);
 }

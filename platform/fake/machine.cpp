@@ -1,5 +1,7 @@
 #include "platform/fake/machine.h"
 
+#include <fmt/format.h>
+
 #include "platform/clock.h"
 #include "platform/dispatch.h"
 #include "platform/processes.h"
@@ -34,19 +36,27 @@ code_signing::Status code_signing::checkFile(const std::string& path, const std:
 }
 
 std::optional<std::string> executablePath(std::int32_t pid) {
+  fake::machine().steps.push_back(fmt::format("path {}", pid));
   return find(fake::machine().executables, pid);
 }
 
 std::optional<std::uint32_t> effectiveUserID(std::int32_t pid) {
+  fake::machine().steps.push_back(fmt::format("user {}", pid));
   return find(fake::machine().users, pid);
 }
 
 std::optional<Process> Process::find(std::int32_t pid) {
+  fake::machine().steps.push_back(fmt::format("find {}", pid));
   if (!fake::machine().executables.contains(pid)) return std::nullopt;
   return Process(pid, {});
 }
 
+bool Process::hasEnded() const {
+  return fake::machine().ended.contains(pid_);
+}
+
 void Process::kill() const {
+  fake::machine().steps.push_back(fmt::format("kill {}", pid_));
   fake::machine().killed.push_back(pid_);
 }
 

@@ -51,8 +51,8 @@ std::optional<Process> Process::find(std::int32_t pid) {
   return Process(pid, std::move(handle));
 }
 
-bool Process::isAlive() const {
-  return handle_ && !waitForEnd(handle_.get(), {});
+bool Process::hasEnded() const {
+  return handle_ && waitForEnd(handle_.get(), {});
 }
 
 void Process::kill() const {

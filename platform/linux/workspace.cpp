@@ -65,7 +65,7 @@ std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint3
                                .groups = numbersOf(*status, "Groups:"),
                                .environment = applicationEnvironment(*environment)};
   // What was read is true of the process only if it lives.
-  if (!process.isAlive()) return std::nullopt;
+  if (process.hasEnded()) return std::nullopt;
   return identity;
 }
 

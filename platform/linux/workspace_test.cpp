@@ -43,7 +43,7 @@ TEST_F(WorkspaceDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
   EXPECT_EXIT(launchAfter([&] {
                 noteRunningApplication(process, getuid());
                 kill(application.pid(), SIGKILL);
-                EXPECT_TRUE(eventually([&] { return !process.isAlive(); }));
+                EXPECT_TRUE(eventually([&] { return process.hasEnded(); }));
                 noteRunningApplication(process, getuid());
               }),
               end, unknown);
