@@ -18,7 +18,7 @@ import unittest
 from pathlib import Path
 
 import lan
-from harness import GENUINE_PYTHON, SERVICE, USER, HelperTest, sign, wait_until
+from harness import GENUINE_PYTHON, SERVICE, USER, HelperTest, sign
 from network_manager import NetworkManager
 from system_bus import SystemBus
 
@@ -230,9 +230,19 @@ class Soak(HelperTest):
         """What is left of clients, of applications launched again and of processes listed to die."""
         return subprocess.run(["pgrep", "-u", str(USER), "-r", "R,S,D,T", "-a"], capture_output=True, text=True).stdout
 
+    def inhibitors(self):
+        return [inhibitor for inhibitor in self.bus.inhibitors() if inhibitor[-1] == self.helper.pid]
+
+    def assert_nothing_left(self, what, left, seconds=20):
+        """Waits until left() is empty."""
+        end = time.monotonic() + seconds
+        while rest := left():
+            self.assertLess(time.monotonic(), end, f"{what} left: {rest}")
+            time.sleep(0.02)
+
     def wait_until_quiet(self):
-        wait_until(lambda: not self.helper_children(), "the children are gone", 20)
-        wait_until(lambda: not self.processes_of_user(), "the processes of the user are gone", 20)
+        self.assert_nothing_left("children", self.helper_children)
+        self.assert_nothing_left("the user's processes", self.processes_of_user)
 
     def proxies_left(self):
         store = json.loads(Path(f"/var/lib/{SERVICE}/preferences.json").read_text())["NetworkServices"]
@@ -252,11 +262,9 @@ class Soak(HelperTest):
         took = time.monotonic() - start
         self.wait_until_quiet()
 
-        end = time.monotonic()
-        wait_until(lambda: "[BRHMain] XPC connection closed" in self.log()[-4:], "the last client has been cleaned up after")
-        wait_until(lambda: self.descriptors() <= descriptors, f"no descriptor is left beyond {descriptors}")
+        self.assert_nothing_left("descriptors", lambda: self.descriptors() - descriptors)
         self.assertEqual(self.proxies_left(), {})
-        wait_until(lambda: not self.bus.inhibitors(), "the inhibitors are gone", 45)
+        self.assert_nothing_left("inhibitors", self.inhibitors, 45)
         grown = self.helper.resident_kilobytes() - memory
         print(f"{sum(self.commands.values())} commands of {sum(self.ends.values())} clients ({dict(self.ends)}) in "
               f"{took + WARM_UP:.0f} s:", *(f"  {count:6} {name}" for name, count in sorted(self.commands.items())),

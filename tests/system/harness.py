@@ -189,8 +189,10 @@ class Helper:
                     os.dup2(listener.fileno(), 3)
                     os.set_inheritable(3, True)  # dup2 does not, if it was 3 before
                     environment |= {"LISTEN_FDS": "1", "LISTEN_PID": str(os.getpid())}
-                if quiet:  # the router advertisement probe prints what it does
-                    os.dup2(os.open(os.devnull, os.O_WRONLY), 1)
+                if quiet:  # about what the probes and children print
+                    output = os.open("/tmp/helper.output", os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o600)
+                    os.dup2(output, 1)
+                    os.dup2(output, 2)
                 if old_kernel:
                     refuse_option(77)  # SO_PEERPIDFD
                 os.execve(TESTS / "bin" / executable, [executable], environment)
