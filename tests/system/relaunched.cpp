@@ -1,7 +1,7 @@
 // An application that the helper launches again, and that writes down from inside how it finds itself.
 //
-// It arms the watchdog, says so, sends the commands that it reads and waits for its end. Launched again by the helper it
-// leaves its report in /tmp, in a file named after its argument and process ID.
+// It arms the watchdog, says so, sends the commands that it reads and waits for its end. Launched again by the helper
+// it leaves its report in /tmp, in a file named after its argument and process ID.
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
