@@ -175,7 +175,7 @@ TEST_F(PreferencesStoreTest, WhatOthersCouldHaveChangedIsRefusedAndLeftAsItIs) {
 
 TEST_F(PreferencesStoreTest, WhatIsNoJSONObjectIsRefusedAndLeftAsItIs) {
   change("/a", 1);
-  for (std::string text : {std::string(), std::string("{"), std::string("[]"), std::string("1"), std::string("{}x"),
+  for (const auto& text : {std::string(), std::string("{"), std::string("[]"), std::string("1"), std::string("{}x"),
                            std::string("{\"a\":\"\xFF\"}"), std::string(4, '\0'), std::string(2000, '[')}) {
     test::writeFile(file, text);
     EXPECT_TRUE(refusal().starts_with("preferences.json is not ")) << refusal();
