@@ -29,23 +29,23 @@ class NetworkManager {
 
   NetworkManager();
 
-  /// All connections, which are what people know as its network profiles.
-  std::vector<Path> connections();
+  /// A network profile, in NetworkManager's words a connection.
+  struct Connection {
+    Path path;
+    std::string uuid, name;
+  };
+  /// Those that this process may see.
+  std::vector<Connection> connections();
 
   /// Absent when there is none of that UUID.
   std::optional<Path> findConnection(const std::string& uuid);
 
-  /// The UUID and the name of a connection.
-  struct Identity {
-    std::string uuid, name;
+  struct Device {
+    Path path;
+    std::string interface;
   };
-  Identity identity(const Path& connection);
-
-  /// The devices that run a connection, by connection.
-  std::multimap<Path, Path> activeDevices();
-
-  /// A network interface's name.
-  std::string interfaceName(const Path& device);
+  /// The devices that run a connection, by its path.
+  std::multimap<Path, Device> activeDevices();
 
   /// Changes and stores a connection's proxy and IPv4 settings, as far as they are given. What is active goes on as it
   /// is.
@@ -56,13 +56,14 @@ class NetworkManager {
 
  private:
   struct Release {
-    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }  // nothing is sent without being waited for
     void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
   };
   using Message = std::unique_ptr<sd_bus_message, Release>;
 
   Message makeCall(const Path& object, const char* interface, const char* method);
   Message call(const Message& request);
+  std::vector<Path> list(const Path& object, const char* interface, const char* method);
   std::string property(const Path& object, const char* interface, const char* name);
 
   std::unique_ptr<sd_bus, Release> bus_;

@@ -116,7 +116,7 @@ void Session::Implementation::project(NetworkManager& manager, const std::map<st
       if (!proxy && !ipv4) continue;
       manager.update(connection, proxy, ipv4);
       auto [first, last] = active.equal_range(connection);
-      for (auto device = first; device != last; ++device) manager.reapply(device->second);
+      for (auto device = first; device != last; ++device) manager.reapply(device->second.path);
     } catch (const NetworkManager::Absent&) {
       throw;
     } catch (const NetworkManager::Silent&) {
