@@ -116,7 +116,7 @@ NetworkManager::NetworkManager() {
     result = sd_bus_process(bus, nullptr);
     auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
     if (result == 0 && left.count() > 0) result = sd_bus_wait(bus, static_cast<std::uint64_t>(left.count()));
-    if (left.count() <= 0 || (result < 0 && result != -EINTR)) throw Silent("the system bus does not answer");
+    if (left.count() <= 0 || (result < 0 && result != -EINTR)) throw Unavailable("the system bus does not answer");
   }
 }
 
@@ -140,7 +140,7 @@ NetworkManager::Message NetworkManager::call(const Message& request) {
   // What did not come over the bus: time-outs, and the end of the bus or of NetworkManager.
   if (!sd_bus_error_is_set(&error) ||
       sd_bus_error_has_names(&error, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_TIMEOUT, SD_BUS_ERROR_DISCONNECTED)) {
-    throw Silent(fmt::format("NetworkManager does not answer: {}", std::strerror(-result)));
+    throw Unavailable(fmt::format("NetworkManager does not answer: {}", std::strerror(-result)));
   }
   throw Refusal(error);
 }

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,16 +14,17 @@
 
 namespace platform {
 
-/// A connection to the bus of its own. Every call blocks for some seconds at most. A failure that only concerns what a
-/// call is about is a std::runtime_error with a sentence; a NetworkManager that is not there, or does not answer,
-/// throws one of the other two from any call.
+/// A connection to the bus of its own. Every call blocks for some seconds at most. Where NetworkManager cannot be had,
+/// any call throws Unavailable; a failure that only concerns what a call is about is another std::runtime_error. Both
+/// have a sentence for people.
 class NetworkManager {
  public:
-  struct Absent : std::runtime_error {
+  struct Unavailable : std::runtime_error {
     using std::runtime_error::runtime_error;
   };
-  struct Silent : std::runtime_error {
-    using std::runtime_error::runtime_error;
+  /// It does not run, or there is no bus; otherwise it does not answer.
+  struct Absent : Unavailable {
+    using Unavailable::Unavailable;
   };
 
   using Path = std::string;  ///< of a D-Bus object
