@@ -54,13 +54,14 @@ constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
   json OBJECT                         send a JSON command as it is
 
 Without a command, reads one a line from standard input and keeps its connection open, since the helper undoes what a
-client did when the client leaves. With --json, prints one JSON object a command. SERVICE is an ID, an interface or a name.
+client did when the client leaves. With --json, prints one JSON object a command. A SERVICE is told by its ID, the
+interface that it is active on, or its name.
 
 The helper launches a watched application that died with the argument -crashWatchDog, and one that asked for its restart
 with -crashDefunctRestart. Brimo then says so, and to the helper that it is back, and goes on as without a command.
 
-Exit status: 0 done; 1 the helper or the system answered with an error; 2 wrong usage; 3 no connection to the helper; 4 not found.
-Of several commands, the last one's that failed.
+Exit status: 0 done; 1 the helper, or the system, answered with an error; 2 wrong usage; 3 no connection to the helper;
+4 not found. Of several commands, the last one's that failed.
 )";
 
 struct UsageError : std::runtime_error {

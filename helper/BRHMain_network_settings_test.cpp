@@ -103,7 +103,7 @@ TEST_F(NetworkSettingsTest, InvalidEntriesDoNotStopTheOthers) {
 }
 
 TEST_F(NetworkSettingsTest, NoStepThatFailsStopsTheLaterOnes) {
-  for (auto step : {setProxies("A"), std::string("commit"), std::string("apply")}) {
+  for (const auto& step : {setProxies("A"), std::string("commit"), std::string("apply")}) {
     preferences().failing = {step};
     EXPECT_EQ(setProxy(R"({"A":{},"B":{}})"), failure) << step;
     EXPECT_EQ(preferences().calls, calls({setProxies("A"), setProxies("B")}));
@@ -186,7 +186,7 @@ TEST_F(NetworkSettingsTest, WhatCleanupMeans) {
 
 TEST_F(NetworkSettingsTest, AnIncompleteCleanupKeepsTheWholeList) {
   setProxy(R"({"A":{},"B":{}})", R"(,"cleanup":false)");
-  for (auto step : {setProxies("A"), std::string("commit"), std::string("apply")}) {
+  for (const auto& step : {setProxies("A"), std::string("commit"), std::string("apply")}) {
     preferences() = {};
     preferences().failing = {step};
     preferences().errorText = "No space";

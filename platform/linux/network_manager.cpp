@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <set>
@@ -20,8 +21,8 @@ constexpr char connectionInterface[] = "org.freedesktop.NetworkManager.Settings.
 constexpr char activeInterface[] = "org.freedesktop.NetworkManager.Connection.Active";
 constexpr char deviceInterface[] = "org.freedesktop.NetworkManager.Device";
 
-constexpr std::uint64_t timeout = 5'000'000;  // microseconds; a re-application takes 40 ms
-constexpr std::uint32_t updateToDisk = 1;     // NM_SETTINGS_UPDATE2_FLAG_TO_DISK
+constexpr std::chrono::microseconds timeout = std::chrono::seconds(5);  // of one call, which take some milliseconds
+constexpr std::uint32_t updateToDisk = 1;                               // NM_SETTINGS_UPDATE2_FLAG_TO_DISK
 
 /// An answer that says no.
 struct Refusal : std::runtime_error {
@@ -39,6 +40,10 @@ const char* readString(sd_bus_message* message, char type) {
   const char* text = nullptr;
   check(sd_bus_message_read_basic(message, type, &text));
   return text;
+}
+
+void skip(sd_bus_message* message, const char* type) {
+  check(sd_bus_message_skip(message, type));
 }
 
 /// Walks the entries of the dictionary that comes next. `visit` gets each key and must read or skip its value.
@@ -104,7 +109,15 @@ NetworkManager::NetworkManager() {
   int result = sd_bus_open_system(&bus);
   bus_.reset(bus);
   if (result < 0) throw Absent(fmt::format("no system bus: {}", std::strerror(-result)));
-  sd_bus_set_method_call_timeout(bus, timeout);
+  sd_bus_set_method_call_timeout(bus, static_cast<std::uint64_t>(timeout.count()));
+  // By itself the first call would wait for a minute and a half to be let in.
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (sd_bus_is_ready(bus) == 0) {
+    result = sd_bus_process(bus, nullptr);
+    auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
+    if (result == 0 && left.count() > 0) result = sd_bus_wait(bus, static_cast<std::uint64_t>(left.count()));
+    if (left.count() <= 0 || (result < 0 && result != -EINTR)) throw Unavailable("the system bus does not answer");
+  }
 }
 
 NetworkManager::Message NetworkManager::makeCall(const Path& object, const char* interface, const char* method) {
@@ -127,7 +140,7 @@ NetworkManager::Message NetworkManager::call(const Message& request) {
   // What did not come over the bus: time-outs, and the end of the bus or of NetworkManager.
   if (!sd_bus_error_is_set(&error) ||
       sd_bus_error_has_names(&error, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_TIMEOUT, SD_BUS_ERROR_DISCONNECTED)) {
-    throw Silent(fmt::format("NetworkManager does not answer: {}", std::strerror(-result)));
+    throw Unavailable(fmt::format("NetworkManager does not answer: {}", std::strerror(-result)));
   }
   throw Refusal(error);
 }
@@ -142,12 +155,35 @@ std::string NetworkManager::property(const Path& object, const char* interface, 
   return readString(reply.get(), *type);
 }
 
-std::vector<NetworkManager::Path> NetworkManager::connections() {
-  auto reply = call(makeCall(settingsPath, settingsInterface, "ListConnections"));
+std::vector<NetworkManager::Path> NetworkManager::list(const Path& object, const char* interface, const char* method) {
+  auto reply = call(makeCall(object, interface, method));
   std::vector<Path> paths;
   check(sd_bus_message_enter_container(reply.get(), 'a', "o"));
   while (!check(sd_bus_message_at_end(reply.get(), 0))) paths.emplace_back(readString(reply.get(), 'o'));
   return paths;
+}
+
+std::vector<NetworkManager::Connection> NetworkManager::connections() {
+  std::vector<Connection> connections;
+  for (auto& path : list(settingsPath, settingsInterface, "ListConnections")) {
+    try {
+      auto reply = call(makeCall(path, connectionInterface, "GetSettings"));
+      Connection connection{.path = std::move(path), .uuid = {}, .name = {}};
+      forEachEntry(reply.get(), "sa{sv}", [&](std::string_view setting) {
+        forEachEntry(reply.get(), "sv", [&](std::string_view key) {
+          bool isID = key == "uuid";
+          if (setting != "connection" || (!isID && key != "id")) return skip(reply.get(), "v");
+          check(sd_bus_message_enter_container(reply.get(), 'v', "s"));
+          (isID ? connection.uuid : connection.name) = readString(reply.get(), 's');
+          check(sd_bus_message_exit_container(reply.get()));
+        });
+      });
+      connections.push_back(std::move(connection));
+    } catch (const Refusal&) {
+      continue;  // another user's, or gone since it was listed
+    }
+  }
+  return connections;
 }
 
 std::optional<NetworkManager::Path> NetworkManager::findConnection(const std::string& uuid) {
@@ -162,45 +198,19 @@ std::optional<NetworkManager::Path> NetworkManager::findConnection(const std::st
   }
 }
 
-NetworkManager::Identity NetworkManager::identity(const Path& connection) {
-  auto reply = call(makeCall(connection, connectionInterface, "GetSettings"));
-  Identity identity;
-  forEachEntry(reply.get(), "sa{sv}", [&](std::string_view setting) {
-    forEachEntry(reply.get(), "sv", [&](std::string_view key) {
-      auto* text = setting != "connection" ? nullptr
-                   : key == "uuid"         ? &identity.uuid
-                   : key == "id"           ? &identity.name
-                                           : nullptr;
-      if (!text) {
-        check(sd_bus_message_skip(reply.get(), "v"));
-        return;
-      }
-      check(sd_bus_message_enter_container(reply.get(), 'v', "s"));
-      *text = readString(reply.get(), 's');
-      check(sd_bus_message_exit_container(reply.get()));
-    });
-  });
-  return identity;
-}
-
-std::multimap<NetworkManager::Path, NetworkManager::Path> NetworkManager::activeDevices() {
-  auto reply = call(makeCall(root, service, "GetDevices"));
-  std::multimap<Path, Path> active;
-  check(sd_bus_message_enter_container(reply.get(), 'a', "o"));
-  while (!check(sd_bus_message_at_end(reply.get(), 0))) {
-    Path device = readString(reply.get(), 'o');
+std::multimap<NetworkManager::Path, NetworkManager::Device> NetworkManager::activeDevices() {
+  std::multimap<Path, Device> active;
+  for (const auto& device : list(root, service, "GetDevices")) {
     try {
       auto activation = property(device, deviceInterface, "ActiveConnection");
-      if (activation != "/") active.emplace(property(activation, activeInterface, "Connection"), device);
+      if (activation == "/") continue;
+      active.emplace(property(activation, activeInterface, "Connection"),
+                     Device{.path = device, .interface = property(device, deviceInterface, "Interface")});
     } catch (const Refusal&) {
       continue;  // gone since it was listed
     }
   }
   return active;
-}
-
-std::string NetworkManager::interfaceName(const Path& device) {
-  return property(device, deviceInterface, "Interface");
 }
 
 void NetworkManager::update(const Path& connection, const std::optional<ProxySetting>& proxy,
@@ -214,12 +224,12 @@ void NetworkManager::update(const Path& connection, const std::optional<ProxySet
   bool hasIPv4 = false;
   forEachEntry(from, "sa{sv}", [&](const char* setting) {
     const std::string_view name = setting;
-    if (name == "proxy" && proxy) return void(check(sd_bus_message_skip(from, "a{sv}")));
+    if (name == "proxy" && proxy) return skip(from, "a{sv}");
     addSetting(to, setting, [&] {
       bool isIPv4 = name == "ipv4" && ipv4;
       hasIPv4 = hasIPv4 || isIPv4;
       forEachEntry(from, "sv", [&](const char* key) {
-        if (isIPv4 && isReplacedInIPv4(key)) return void(check(sd_bus_message_skip(from, "v")));
+        if (isIPv4 && isReplacedInIPv4(key)) return skip(from, "v");
         check(sd_bus_message_open_container(to, 'e', "sv"));
         check(sd_bus_message_append(to, "s", key));
         check(sd_bus_message_copy(to, from, 0));

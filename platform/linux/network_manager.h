@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,39 +14,40 @@
 
 namespace platform {
 
-/// A connection to the bus of its own. Every call blocks for some seconds at most. A failure that only concerns what a
-/// call is about is a std::runtime_error with a sentence; a NetworkManager that is not there, or does not answer,
-/// throws one of the other two from any call.
+/// A connection to the bus of its own. Every call blocks for some seconds at most. Where NetworkManager cannot be had,
+/// any call throws Unavailable; a failure that only concerns what a call is about is another std::runtime_error. Both
+/// have a sentence for people.
 class NetworkManager {
  public:
-  struct Absent : std::runtime_error {
+  struct Unavailable : std::runtime_error {
     using std::runtime_error::runtime_error;
   };
-  struct Silent : std::runtime_error {
-    using std::runtime_error::runtime_error;
+  /// It does not run, or there is no bus; otherwise it does not answer.
+  struct Absent : Unavailable {
+    using Unavailable::Unavailable;
   };
 
   using Path = std::string;  ///< of a D-Bus object
 
   NetworkManager();
 
-  /// All connections, which are what people know as its network profiles.
-  std::vector<Path> connections();
+  /// A network profile, in NetworkManager's words a connection.
+  struct Connection {
+    Path path;
+    std::string uuid, name;
+  };
+  /// Those that this process may see.
+  std::vector<Connection> connections();
 
   /// Absent when there is none of that UUID.
   std::optional<Path> findConnection(const std::string& uuid);
 
-  /// The UUID and the name of a connection.
-  struct Identity {
-    std::string uuid, name;
+  struct Device {
+    Path path;
+    std::string interface;
   };
-  Identity identity(const Path& connection);
-
-  /// The devices that run a connection, by connection.
-  std::multimap<Path, Path> activeDevices();
-
-  /// A network interface's name.
-  std::string interfaceName(const Path& device);
+  /// The devices that run a connection, by its path.
+  std::multimap<Path, Device> activeDevices();
 
   /// Changes and stores a connection's proxy and IPv4 settings, as far as they are given. What is active goes on as it
   /// is.
@@ -56,13 +58,14 @@ class NetworkManager {
 
  private:
   struct Release {
-    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }  // nothing is sent without being waited for
     void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
   };
   using Message = std::unique_ptr<sd_bus_message, Release>;
 
   Message makeCall(const Path& object, const char* interface, const char* method);
   Message call(const Message& request);
+  std::vector<Path> list(const Path& object, const char* interface, const char* method);
   std::string property(const Path& object, const char* interface, const char* name);
 
   std::unique_ptr<sd_bus, Release> bus_;

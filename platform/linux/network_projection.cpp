@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <bit>
 #include <boost/json.hpp>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 
@@ -68,9 +69,10 @@ ProxySetting projectProxies(const json::object& proxies) {
                    .exceptions = {},
                    .excludeSimpleHostnames = isOn(proxies, "ExcludeSimpleHostnames")};
   if (rules.http.empty() && rules.https.empty() && rules.socks.empty()) return {};
-  const auto* exceptions = proxies.if_contains("ExceptionsList");
-  if (exceptions && exceptions->is_array()) {
-    for (const auto& exception : exceptions->get_array()) rules.exceptions.push_back(text(&exception));
+  const auto* list = proxies.if_contains("ExceptionsList");
+  if (const auto* exceptions = list ? list->if_array() : nullptr) {
+    std::transform(exceptions->begin(), exceptions->end(), std::back_inserter(rules.exceptions),
+                   [](const json::value& exception) { return text(&exception); });
   }
   return {.automatic = true, .pacURL = {}, .pacScript = proxyScript(rules)};
 }

@@ -8,12 +8,11 @@ std::vector<NetworkService> networkServices() {
   NetworkManager manager;
   auto active = manager.activeDevices();
   std::vector<NetworkService> services;
-  for (const auto& connection : manager.connections()) {
-    auto [uuid, name] = manager.identity(connection);
-    auto device = active.find(connection);
+  for (auto& [path, uuid, name] : manager.connections()) {
+    auto device = active.find(path);
     services.push_back({.id = std::move(uuid),
                         .name = std::move(name),
-                        .interface = device == active.end() ? "" : manager.interfaceName(device->second)});
+                        .interface = device == active.end() ? "" : device->second.interface});
   }
   return services;
 }

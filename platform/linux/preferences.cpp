@@ -6,6 +6,7 @@
 #include <boost/json.hpp>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <set>
 
 #include "build_constants.h"
@@ -91,9 +92,9 @@ void Session::Implementation::apply() {
     for (const auto& [service, entity] : committed) {
       if (projected.contains(service)) throw;
     }
-    static bool isLogged = false;
-    if (!isLogged) systemLog(fmt::format("Network preferences are only stored: {}", absence.what()));
-    isLogged = true;
+    static std::once_flag isLogged;
+    std::call_once(isLogged,
+                   [&] { systemLog(fmt::format("Network preferences are only stored: {}", absence.what())); });
   }
   committed.clear();
 }
@@ -116,11 +117,9 @@ void Session::Implementation::project(NetworkManager& manager, const std::map<st
       if (!proxy && !ipv4) continue;
       manager.update(connection, proxy, ipv4);
       auto [first, last] = active.equal_range(connection);
-      for (auto device = first; device != last; ++device) manager.reapply(device->second);
-    } catch (const NetworkManager::Absent&) {
-      throw;
-    } catch (const NetworkManager::Silent&) {
-      throw;  // the others would not be answered either
+      for (auto device = first; device != last; ++device) manager.reapply(device->second.path);
+    } catch (const NetworkManager::Unavailable&) {
+      throw;  // so it would be for the others
     } catch (const std::exception& error) {
       problems += fmt::format("{}{}: {}", problems.empty() ? "" : "; ", service, error.what());
     }

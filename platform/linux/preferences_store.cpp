@@ -9,6 +9,8 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/linux/exact_json.h"
+
 namespace platform {
 
 namespace json = boost::json;
@@ -18,7 +20,8 @@ namespace {
 constexpr char storeName[] = "preferences.json", lockName[] = "preferences.lock", projectedName[] = "projected.json";
 
 // A value of a request is at most 512 deep, so all of these can be read again.
-constexpr std::size_t maximumPathDepth = 64, maximumDepth = 1024;
+constexpr std::size_t maximumPathDepth = 64;
+static_assert(maximumPathDepth + 512 < exactJSONMaximumDepth);
 
 std::vector<std::string_view> keysOf(std::string_view path) {
   std::vector<std::string_view> keys;
@@ -32,12 +35,11 @@ std::vector<std::string_view> keysOf(std::string_view path) {
 }
 
 json::value parse(const std::string& text, const char* name) {
-  json::error_code error;
-  json::parse_options options;
-  options.max_depth = maximumDepth;
-  auto value = json::parse(text, error, {}, options);
-  if (error) throw std::runtime_error(fmt::format("{} is not JSON: {}", name, error.message()));
-  return value;
+  try {
+    return parseExactJSON(text);
+  } catch (const boost::system::system_error& error) {
+    throw std::runtime_error(fmt::format("{} is not JSON: {}", name, error.code().message()));
+  }
 }
 
 bool isSameState(const std::optional<struct stat>& one, const std::optional<struct stat>& other) {

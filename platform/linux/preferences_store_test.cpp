@@ -11,6 +11,7 @@
 #include <functional>
 #include <thread>
 
+#include "platform/linux/exact_json.h"
 #include "platform/linux/test_support.h"
 
 namespace platform {
@@ -61,14 +62,13 @@ TEST_F(PreferencesStoreTest, IsMadeForItsUserAloneAndKeepsValuesAsTheyAre) {
   mode_t before = umask(0);
   auto value = json::parse(R"({"int":-1,"large":18446744073709551615,"real":1.0,"half":0.5,"true":true,"null":null,
                                "text":"é\u0000\"","list":[[],{}]})");
+  value.get_object()["long"] = 1.3927926388013963E-143;  // which Boost 1.81 itself would not read back
   change("/NetworkServices/A/Proxies", value);
   change("/NetworkServices/A/IPv4", "second");
   change("/NetworkServices//Proxies", 3);
   umask(before);
-  EXPECT_EQ(
-      json::parse(content()),
-      json::value({{"NetworkServices", {{"A", {{"Proxies", value}, {"IPv4", "second"}}}, {"", {{"Proxies", 3}}}}}}));
-  EXPECT_EQ(content().find("\"real\":1E0") != std::string::npos, true) << content();
+  const json::object services{{"A", {{"Proxies", value}, {"IPv4", "second"}}}, {"", {{"Proxies", 3}}}};
+  EXPECT_EQ(parseExactJSON(content()), json::value({{"NetworkServices", services}}));
   EXPECT_EQ(mode(folder), S_IFDIR | 0700u);
   EXPECT_EQ(mode(file), S_IFREG | 0600u);
   EXPECT_EQ(mode(lockFile), S_IFREG | 0600u);
@@ -175,7 +175,7 @@ TEST_F(PreferencesStoreTest, WhatOthersCouldHaveChangedIsRefusedAndLeftAsItIs) {
 
 TEST_F(PreferencesStoreTest, WhatIsNoJSONObjectIsRefusedAndLeftAsItIs) {
   change("/a", 1);
-  for (std::string text : {std::string(), std::string("{"), std::string("[]"), std::string("1"), std::string("{}x"),
+  for (const auto& text : {std::string(), std::string("{"), std::string("[]"), std::string("1"), std::string("{}x"),
                            std::string("{\"a\":\"\xFF\"}"), std::string(4, '\0'), std::string(2000, '[')}) {
     test::writeFile(file, text);
     EXPECT_TRUE(refusal().starts_with("preferences.json is not ")) << refusal();
