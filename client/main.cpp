@@ -103,9 +103,10 @@ Answer raDetect(brimo::HelperClient& helper, const Arguments& arguments) {
   return {.object = advertisement->json(), .text = advertisement->text()};
 }
 
-/// The helper has a working folder of its own.
+/// The helper has a working folder of its own. Empty stays empty.
 std::string absolute(const std::string& path) {
-  return std::filesystem::absolute(path);
+  std::error_code error;
+  return std::filesystem::absolute(path, error);
 }
 
 Answer startDHCPServer(brimo::HelperClient& helper, const Arguments& arguments) {
