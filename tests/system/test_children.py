@@ -34,17 +34,24 @@ for line in sys.stdin:
 """
 
 
+def state(pid):
+    """Name and state letter of a process; None when there is none."""
+    try:
+        name, _, rest = Path(f"/proc/{pid}/stat").read_text().partition("(")[2].rpartition(")")
+        return name, rest.split()[0]
+    except (FileNotFoundError, ProcessLookupError):
+        return None
+
+
 def is_running(pid):
     """Whether there is such a process, not counting zombies."""
-    try:
-        return Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0] != "Z"
-    except (FileNotFoundError, ProcessLookupError):
-        return False
+    found = state(pid)
+    return found is not None and found[1] != "Z"
 
 
 def processes_named(name):
-    return [pid for pid in map(int, filter(str.isdigit, os.listdir("/proc")))
-            if is_running(pid) and Path(f"/proc/{pid}/comm").read_text() == name + "\n"]
+    found = {int(pid): state(pid) for pid in os.listdir("/proc") if pid.isdigit()}
+    return [pid for pid, known in found.items() if known and known[0] == name and known[1] != "Z"]
 
 
 class ChildTest(HelperTest):
