@@ -162,9 +162,10 @@ Answer setStaticIP(brimo::HelperClient& helper, const Arguments& arguments) {
   return {.object = {{"result", "success"}}, .text = std::move(outcome)};
 }
 
-/// The helper has a working folder of its own.
+/// The helper has a working folder of its own. Empty stays empty.
 std::string absolute(const std::string& path) {
-  return std::filesystem::absolute(path);
+  std::error_code error;
+  return std::filesystem::absolute(path, error);
 }
 
 Answer startDHCPServer(brimo::HelperClient& helper, const Arguments& arguments) {

@@ -196,9 +196,9 @@ TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
   fs::remove(output);
   fs::copy_file(target, output);
   ASSERT_EQ(chown(output.c_str(), user, user), 0);
-  for (auto damage : std::initializer_list<std::function<void()>>{[] { machine().users[client] = 1001; },
-                                                                  [] { machine().users.erase(client); },
-                                                                  [] { machine().ended.insert(client); }}) {
+  for (const auto& damage : std::initializer_list<std::function<void()>>{[] { machine().users[client] = 1001; },
+                                                                         [] { machine().users.erase(client); },
+                                                                         [] { machine().ended.insert(client); }}) {
     damage();
     EXPECT_EQ(start(), R"({"error":"invalid dhcpd output path"})");
     machine().users[client] = user;
