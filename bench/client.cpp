@@ -5,15 +5,20 @@
 //   version COUNT  round trip of "version" (µs)
 //   lookup COUNT   look-ups of the cases on standard input (µs), COUNT each: "cold/NAME" in a fresh helper,
 //                  "warm/NAME" with the owner found just before
+//   proxies COUNT  "set-proxy" of the services on standard input, a name and their IDs a line (µs), COUNT each:
+//                  "together/NAME" in one command; with a COUNT of 2 or more, "singly/NAME" in a command for each
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 
+#include <boost/json.hpp>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <sstream>
 #include <stdexcept>
 
 #include "bench/measure.h"
@@ -120,6 +125,30 @@ void measureLookups(int count) {
   }
 }
 
+void setProxies(brimo::HelperClient& client, const std::vector<std::string>& services) {
+  static int port = 0;
+  port = port % 60'000 + 1;  // another value each time
+  boost::json::object proxies{{"HTTPEnable", 1}, {"HTTPProxy", "127.0.0.1"}, {"HTTPPort", port}}, payload;
+  for (const auto& service : services) payload[service] = proxies;
+  client.setProxies(payload, std::nullopt);
+}
+
+void measureProxies(int count) {
+  Helper helper;
+  brimo::HelperClient client;
+  for (std::string line; std::getline(std::cin, line);) {
+    std::istringstream words(line);
+    std::string name;
+    words >> name;
+    const std::vector<std::string> services(std::istream_iterator<std::string>(words), {});
+    print("together/" + name, bench::medianMicroseconds(count, [&] { setProxies(client, services); }));
+    if (count < 2) continue;
+    print("singly/" + name, bench::medianMicroseconds(count, [&] {
+            for (const auto& service : services) setProxies(client, {service});
+          }));
+  }
+}
+
 }  // namespace
 
 int main(int count, char** values) try {
@@ -133,8 +162,10 @@ int main(int count, char** values) try {
     print("version", bench::medianMicroseconds(std::atoi(values[3]), [&] { client.version(); }));
   } else if (what == "lookup") {
     measureLookups(std::atoi(values[3]));
+  } else if (what == "proxies") {
+    measureProxies(std::atoi(values[3]));
   } else {
-    throw std::invalid_argument("usage: bench_client HELPER start|version|lookup COUNT");
+    throw std::invalid_argument("usage: bench_client HELPER start|version|lookup|proxies COUNT");
   }
 } catch (const std::exception& error) {
   fmt::print(stderr, "bench_client: {}\n", error.what());

@@ -15,6 +15,7 @@ import subprocess
 import sys
 import time
 
+import network_settings
 import probes
 
 PROCESSES, DESCRIPTORS, TCP_SOCKETS, UDP_SOCKETS = 300, 50, 5000, 500
@@ -37,6 +38,7 @@ def prepare(build):
         shutil.copy(f"{build}/bin/{program}", PLACE)
     os.chdir(PLACE)
     run("mount", "-t", "tmpfs", "-o", "mode=1777", "tmpfs", "/tmp")
+    run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", "/var/lib")
     run("ip", "link", "set", "lo", "up")
 
 
@@ -127,8 +129,8 @@ def in_process(cases):
     return results
 
 
-def client(*arguments, **options):
-    return medians("./Bench.app/Contents/MacOS/Brimo", f"{PLACE}/BrimoHelper", *arguments, **options)
+def client(*arguments, helper=f"{PLACE}/BrimoHelper", **options):
+    return medians("./Bench.app/Contents/MacOS/Brimo", helper, *arguments, **options)
 
 
 def start_bus(path):
@@ -224,6 +226,7 @@ def main():
     start = client("start", "21")
     fifo = queues()
     probed = probes.measure()
+    settings = network_settings.measure(f"{PLACE}/BrimoHelper", client)
     cases = populate()
     own = in_process(cases)
     cases = [case for case in cases if "/other" not in case[0]]
@@ -253,6 +256,7 @@ def main():
     print("  " + goal("first reply in less than 50 ms", start["start"] < 50_000))
     print("  " + goal("VmRSS less than 12 MiB", start["VmRSS"] < 12 * 1024))
     probes.print_table(probed)
+    network_settings.print_table(settings, goal)
     print_queues(fifo)
 
 

@@ -130,6 +130,48 @@ void HelperClient::stopWatchdog() {
   command({{"command", "stop-watchdog"}});
 }
 
+void HelperClient::defunctRestart() {
+  command({{"command", "defunct-restart"}});
+  throw HelperError("the helper did not end this application");
+}
+
+void HelperClient::preventSleepTemporarily() {
+  command({{"command", "prevent-sleep-temp"}});
+}
+
+void HelperClient::setProxies(const json::object& proxiesByService, std::optional<bool> cleanup) {
+  json::object request{{"command", "set-proxy"}, {"payload", proxiesByService}};
+  if (cleanup) request["cleanup"] = *cleanup;
+  command(request);
+}
+
+void HelperClient::setStaticIP(const std::string& service, const std::string& address, const std::string& mask,
+                               const std::string& router) {
+  command(
+      {{"command", "set-static-ip"}, {"serviceID", service}, {"address", address}, {"mask", mask}, {"router", router}});
+}
+
+std::int32_t HelperClient::startDHCPServer(const DHCPServerSettings& settings) {
+  auto reply = command({{"command", "start-dhcpd"},
+                        {"config", settings.configuration},
+                        {"lease", settings.leases},
+                        {"dhcpd", settings.executable},
+                        {"interface", settings.interface},
+                        {"output", settings.output},
+                        {"pid", settings.pidFile}});
+  const auto* pid = reply.if_contains("pid");
+  if (!pid || !pid->is_int64()) throw HelperError("the helper's reply has no process ID");
+  return static_cast<std::int32_t>(pid->get_int64());
+}
+
+void HelperClient::stopDHCPServer() {
+  command({{"command", "stop-dhcpd"}});
+}
+
+void HelperClient::spindump(const std::string& path) {
+  command({{"command", "spindump"}, {"path", path}});
+}
+
 void HelperClient::stop() {
   version();  // from here on, the end of the connection is the helper's, not a refusal
   constexpr std::string_view text = R"({"command":"stop"})";

@@ -29,6 +29,16 @@ struct SocketOwner {
   std::optional<std::string> path;  ///< absent when the helper does not know it
 };
 
+/// What the DHCP server of the application's bundle is started with. Paths are absolute.
+struct DHCPServerSettings {
+  std::string executable;  ///< must be the bundle's Contents/Applications/brimo-dhcpd, or a link to it
+  std::string interface;
+  std::string configuration;
+  std::string leases;   ///< file of leases, which must exist
+  std::string output;   ///< file that its output is appended to; must exist and belong to the user
+  std::string pidFile;  ///< written by the server
+};
+
 /// A connection to the helper. The helper undoes the work of a client that has left, so an application keeps one for as
 /// long as it wants its settings to stay. Blocking; used by one thread at a time. Every call may throw the errors
 /// above.
@@ -53,6 +63,30 @@ class HelperClient {
   /// Has the helper watch, or no longer watch, the application.
   void startWatchdog();
   void stopWatchdog();
+
+  /// Has the helper kill the application and launch it again a second later. Returns only by an error.
+  void defunctRestart();
+
+  /// Keeps the machine from falling asleep while idle, for 30 seconds.
+  void preventSleepTemporarily();
+
+  /// Writes proxies dictionaries (SCSchemaDefinitions.h) by service ID; an empty one switches a service's proxies off.
+  /// With `cleanup` false the helper switches them off when a client leaves, with true it forgets all that it was to
+  /// switch off, absent they stay as they are.
+  void setProxies(const boost::json::object& proxiesByService, std::optional<bool> cleanup);
+
+  /// Gives a service a manual IPv4 configuration, all addresses in dotted form. Nothing undoes it.
+  void setStaticIP(const std::string& service, const std::string& address, const std::string& mask,
+                   const std::string& router);
+
+  /// Starts the DHCP server in place of a previous one, and kills whatever else holds UDP port 67. Returns its process
+  /// ID. It ends with the connection.
+  std::int32_t startDHCPServer(const DHCPServerSettings& settings);
+  /// Stops the DHCP server, and every process named brimo-dhcpd or brimo-ra.
+  void stopDHCPServer();
+
+  /// Has spindump sample the application into a file, unless it does so already. Returns at once.
+  void spindump(const std::string& path);
 
   /// Ends the helper process. It does not clean up, and is started again with the next connection.
   void stop();

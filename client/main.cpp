@@ -5,6 +5,7 @@
 
 #include <boost/json.hpp>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -15,6 +16,9 @@
 
 #include "build_constants.h"
 #include "client/HelperClient.h"
+#include "client/proxy_arguments.h"
+#include "platform/network_services.h"
+#include "platform/processes.h"
 
 namespace json = boost::json;
 
@@ -28,16 +32,36 @@ constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
   process-lookup tcp|udp ADDRESS      owner of a local socket: 127.0.0.1:80, [::1]:80
   dhcp-discover INTERFACE             DHCP servers that answer, after two seconds
   ra-detect INTERFACE                 first IPv6 router that answers, within five seconds
+  services                            network services of this machine: ID, interface, name
+  set-proxy SERVICE SETTING…          give a service these proxies, and no others:
+                                        http=HOST:PORT https=HOST:PORT socks=HOST:PORT, or pac=URL
+                                        except=HOST,*.DOMAIN,ADDRESS/BITS…   go there directly
+                                        except-simple                        to names without a dot, too
+                                        temporary      only until this client leaves; else they stay
+  set-proxy SERVICE off               take its proxies off
+  set-static-ip SERVICE ADDRESS MASK ROUTER
+                                      give a service a manual IPv4 configuration, which stays
   start-watchdog                      have the helper watch this application
   stop-watchdog                       no longer
+  defunct-restart                     kill this application and launch it again
+  prevent-sleep-temp                  keep the idle machine awake for 30 seconds
+  start-dhcpd INTERFACE CONFIG LEASES OUTPUT PIDFILE
+                                      start the DHCP server of this bundle (Contents/Applications/brimo-dhcpd) for as
+                                      long as this application runs; LEASES and OUTPUT must exist
+  stop-dhcpd                          stop it
+  spindump FILE                       sample this application into FILE
   stop                                end the helper process
   json OBJECT                         send a JSON command as it is
 
 Without a command, reads one a line from standard input and keeps its connection open, since the helper undoes what a
-client did when the client leaves. With --json, prints one JSON object a command.
+client did when the client leaves. With --json, prints one JSON object a command. A SERVICE is told by its ID, the
+interface that it is active on, or its name.
 
-Exit status: 0 done; 1 the helper answered with an error; 2 wrong usage; 3 no connection to the helper; 4 not found.
-Of several commands, the last one's that failed.
+The helper launches a watched application that died with the argument -crashWatchDog, and one that asked for its restart
+with -crashDefunctRestart. Brimo then says so, and to the helper that it is back, and goes on as without a command.
+
+Exit status: 0 done; 1 the helper, or the system, answered with an error; 2 wrong usage; 3 no connection to the helper;
+4 not found. Of several commands, the last one's that failed.
 )";
 
 struct UsageError : std::runtime_error {
@@ -54,8 +78,10 @@ struct Answer {
 using Arguments = std::vector<std::string>;
 
 struct Command {
-  std::size_t arguments;
-  std::function<Answer(brimo::HelperClient&, const Arguments&)> run;
+  std::size_t arguments = 0;
+  std::function<Answer(brimo::HelperClient&, const Arguments&)> run = {};
+  bool takesMore = false;              ///< arguments
+  std::function<Answer()> local = {};  ///< in place of `run`: for what needs no helper
 };
 
 Answer done() {
@@ -96,6 +122,63 @@ Answer raDetect(brimo::HelperClient& helper, const Arguments& arguments) {
   return {.object = advertisement->json(), .text = advertisement->text()};
 }
 
+Answer services() {
+  json::array list;
+  std::string text;
+  for (const auto& [id, name, interface] : platform::networkServices()) {
+    list.push_back({{"id", id}, {"interface", interface}, {"name", name}});
+    text += fmt::format("{}{}  {:15}  {}", text.empty() ? "" : "\n", id, interface.empty() ? "-" : interface, name);
+  }
+  if (list.empty()) return {.object = {{"services", list}}, .text = "no network services", .code = exitNotFound};
+  return {.object = {{"services", list}}, .text = std::move(text)};
+}
+
+/// What a person called a service, as its ID, and what to say when it was changed.
+struct Service {
+  std::string id, outcome;
+};
+
+Service findService(const std::string& text) {
+  try {
+    for (const auto& service : platform::networkServices()) {
+      if (text == service.id || text == service.interface || text == service.name) return {service.id, "done"};
+    }
+    return {text, fmt::format("done; but no service of this machine is called {}, so this is only stored", text)};
+  } catch (const std::runtime_error&) {
+    return {text, "done"};  // the system does not tell its services: the helper may know better
+  }
+}
+
+Answer setProxy(brimo::HelperClient& helper, const Arguments& arguments) {
+  auto [proxies, cleanup] = brimo::parseProxyArguments({arguments.begin() + 1, arguments.end()});
+  auto [id, outcome] = findService(arguments[0]);
+  helper.setProxies({{id, proxies}}, cleanup);
+  return {.object = {{"result", "success"}}, .text = std::move(outcome)};
+}
+
+Answer setStaticIP(brimo::HelperClient& helper, const Arguments& arguments) {
+  auto [id, outcome] = findService(arguments[0]);
+  helper.setStaticIP(id, arguments[1], arguments[2], arguments[3]);
+  return {.object = {{"result", "success"}}, .text = std::move(outcome)};
+}
+
+/// The helper has a working folder of its own. Empty stays empty.
+std::string absolute(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::absolute(path, error);
+}
+
+Answer startDHCPServer(brimo::HelperClient& helper, const Arguments& arguments) {
+  auto executable = std::filesystem::path(platform::executablePath(getpid()).value_or(""));
+  auto pid = helper.startDHCPServer({.executable = executable.parent_path().parent_path() / "Applications/brimo-dhcpd",
+                                     .interface = arguments[0],
+                                     .configuration = absolute(arguments[1]),
+                                     .leases = absolute(arguments[2]),
+                                     .output = absolute(arguments[3]),
+                                     .pidFile = absolute(arguments[4])});
+  return {.object = {{"result", "success"}, {"pid", pid}}, .text = fmt::format("DHCP server runs as PID {}", pid)};
+}
+
 Answer sendJSON(brimo::HelperClient& helper, const Arguments& arguments) {
   json::error_code error;
   json::parse_options options;
@@ -113,8 +196,16 @@ const std::map<std::string, Command> commands{
     {"process-lookup", {2, processLookup}},
     {"dhcp-discover", {1, dhcpDiscover}},
     {"ra-detect", {1, raDetect}},
+    {"services", {.local = services}},
+    {"set-proxy", {2, setProxy, true}},
+    {"set-static-ip", {4, setStaticIP}},
     {"start-watchdog", {0, [](auto& helper, auto&) { return helper.startWatchdog(), done(); }}},
     {"stop-watchdog", {0, [](auto& helper, auto&) { return helper.stopWatchdog(), done(); }}},
+    {"defunct-restart", {0, [](auto& helper, auto&) { return helper.defunctRestart(), done(); }}},
+    {"prevent-sleep-temp", {0, [](auto& helper, auto&) { return helper.preventSleepTemporarily(), done(); }}},
+    {"start-dhcpd", {5, startDHCPServer}},
+    {"stop-dhcpd", {0, [](auto& helper, auto&) { return helper.stopDHCPServer(), done(); }}},
+    {"spindump", {1, [](auto& helper, auto& arguments) { return helper.spindump(absolute(arguments[0])), done(); }}},
     {"stop", {0, [](auto& helper, auto&) { return helper.stop(), done(); }}},
     {"json", {1, sendJSON}},
 };
@@ -128,11 +219,12 @@ class Session {
     try {
       auto command = commands.find(name);
       if (command == commands.end()) throw UsageError(fmt::format("unknown command \"{}\"", name));
-      if (arguments.size() != command->second.arguments) {
-        throw UsageError(fmt::format("{} takes {} argument(s)", name, command->second.arguments));
+      const auto& [count, work, takesMore, local] = command->second;
+      if (arguments.size() < count || (arguments.size() > count && !takesMore)) {
+        throw UsageError(fmt::format("{} takes {} argument(s){}", name, count, takesMore ? " or more" : ""));
       }
-      if (!helper_) helper_.emplace();
-      auto answer = command->second.run(*helper_, arguments);
+      if (!local && !helper_) helper_.emplace();
+      auto answer = local ? local() : work(*helper_, arguments);
       std::cout << (printJSON_ ? json::serialize(answer.object) : answer.text) << std::endl;
       return answer.code;
     } catch (const UsageError& error) {
@@ -142,7 +234,7 @@ class Session {
     } catch (const brimo::HelperUnreachable& error) {
       helper_.reset();
       return fail(exitUnreachable, error.what());
-    } catch (const brimo::HelperError& error) {
+    } catch (const std::runtime_error& error) {  // brimo::HelperError, or the system's
       return fail(exitRefused, error.what());
     }
   }
@@ -195,6 +287,11 @@ int main(int count, char** values) {
     return exitSuccess;
   }
   Session session(printJSON);
+  if (!arguments.empty() && (arguments[0] == "-crashWatchDog" || arguments[0] == "-crashDefunctRestart")) {
+    std::cout << "launched again by the helper (" << arguments[0] << ")" << std::endl;
+    session.run("version", {});
+    return session.runLines();
+  }
   if (arguments.empty()) return session.runLines();
   std::string name = arguments[0];
   arguments.erase(arguments.begin());

@@ -5,6 +5,7 @@
 
 #include "foundation/HXJSON.h"
 #include "helper/BRHMain.h"
+#include "helper/external_process_watchdog.h"
 #include "helper/probes/BRHDHCPDetector.h"
 #include "helper/probes/BRHV6RADetector.h"
 #include "helper/probes/socket_owner_lookup.h"
@@ -38,7 +39,7 @@ BRHMain& BRHMain::sharedInstance() {
 }
 
 void BRHMain::handleXPCEvent(ipc::Connection& connection, const ipc::Event& event) {
-  if (const auto* request = std::get_if<ipc::Message>(&event)) return handleRequest(*request, connection.peerPID());
+  if (const auto* request = std::get_if<ipc::Message>(&event)) return handleRequest(*request, connection.peer());
   const auto& error = std::get<ipc::Error>(event);
   switch (error.kind) {
     case ipc::Error::Kind::connectionInvalid:
@@ -55,9 +56,14 @@ void BRHMain::handleXPCEvent(ipc::Connection& connection, const ipc::Event& even
 }
 
 // Undoes what the client had done to the system. The order of the steps matters.
-void BRHMain::cleanUpAfterLostClient() {}
+void BRHMain::cleanUpAfterLostClient() {
+  cleanupProxySettings();
+  BRHKillWatchedExternalProcesses();
+  stopDHCP();
+  relaunchAfterLostClient();
+}
 
-void BRHMain::handleRequest(const ipc::Message& request, std::int32_t pid) {
+void BRHMain::handleRequest(const ipc::Message& request, const platform::Process& peer) {
   if (const auto* command = request.dictionary.get<std::string>("command")) return handleRawCommand(*command, request);
 
   const auto* payload = request.dictionary.get<ipc::Data>("json");
@@ -79,7 +85,7 @@ void BRHMain::handleRequest(const ipc::Message& request, std::int32_t pid) {
   HX_log("Received command: {}", std::string_view(command->get_string()));
 
   if (command->get_string() == "dhcp-discover") return dhcpDiscover(*object, request);
-  auto reply = execCommand(*object, pid);
+  auto reply = execCommand(*object, peer);
   if (!request.reply) {
     HX_log("JSON command does not accept a reply");
     return;

@@ -6,6 +6,7 @@
 #include "platform/code_signing.h"
 #include "platform/processes.h"
 #include "platform/utf8.h"
+#include "platform/workspace.h"
 
 namespace ipc = platform::ipc;
 namespace code_signing = platform::code_signing;
@@ -13,12 +14,6 @@ namespace code_signing = platform::code_signing;
 namespace {
 
 constexpr char moduleName[] = "Helper";
-
-/// The path with its last `count` components removed.
-std::string removeComponents(std::string path, int count) {
-  for (; count > 0; --count) path.resize(std::min(path.rfind('/'), path.size()));
-  return path;
-}
 
 /// Validates the sender of a connection's first message. On success `path` is its executable's.
 code_signing::Status validateClient(const ipc::Message& message, std::int32_t peerPID, std::string& path) {
@@ -66,6 +61,8 @@ void BRHConnectionMessageHandler(const std::shared_ptr<ipc::Connection>& connect
       return;
     }
     validated = true;
+    // Together: an application is launched again as the user who ran it.
+    platform::noteRunningApplication(connection->peer(), connection->peerUserID());
     BRHMain::sharedInstance().setMainAppImagePath(path);
   }
   if (validated) BRHMain::sharedInstance().handleXPCEvent(*connection, event);
@@ -75,9 +72,16 @@ bool BRHValidateStaticCode(const std::string& path, const std::string& requireme
   return !path.empty() && !requirement.empty() && code_signing::checkFile(path, requirement) == code_signing::success;
 }
 
+std::string BRHBundleOfExecutable(std::string executablePath) {
+  for (int component = 0; component < 3; ++component) {
+    executablePath.resize(std::min(executablePath.rfind('/'), executablePath.size()));
+  }
+  return executablePath;
+}
+
 bool BRHValidateMainApplication(const std::string& executablePath) {
   if (executablePath.empty() || !BRHValidateStaticCode(executablePath, ClientRequirement)) return false;
-  auto bundle = removeComponents(executablePath, 3);
+  auto bundle = BRHBundleOfExecutable(executablePath);
   return BRHValidateStaticCode(bundle + "/Contents/Frameworks/Bugsnag.framework/Bugsnag", FrameworkRequirement) &&
          BRHValidateStaticCode(bundle + "/Contents/Frameworks/Sparkle.framework/Sparkle", FrameworkRequirement);
 }

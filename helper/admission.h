@@ -21,6 +21,10 @@ void BRHConnectionMessageHandler(const std::shared_ptr<platform::ipc::Connection
 /// Whether the file at the path is signed as the requirement says.
 bool BRHValidateStaticCode(const std::string& path, const std::string& requirement);
 
+/// The bundle around an application's executable: "/Name.app" of "/Name.app/Contents/MacOS/Name". Empty when the path
+/// is too short to lie in one.
+std::string BRHBundleOfExecutable(std::string executablePath);
+
 /// Whether the executable at the path and the frameworks Bugsnag and Sparkle of the bundle around it are signed as they
 /// must be.
 bool BRHValidateMainApplication(const std::string& executablePath);

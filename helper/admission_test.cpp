@@ -57,7 +57,9 @@ TEST_F(AdmissionTest, TheFirstMessageIsValidatedInOrderAndThenDispatched) {
   EXPECT_THAT(machine().checks, ElementsAre(Pair("", ClientRequirement), Pair(executable, ClientRequirement),
                                             Pair(bugsnag, FrameworkRequirement), Pair(sparkle, FrameworkRequirement)));
   EXPECT_EQ(BRHMain::sharedInstance().mainAppImagePath(), executable);
+  EXPECT_THAT(machine().notedApplications, ElementsAre(Pair(42, 1000)));
   EXPECT_TRUE(answered());
+  EXPECT_EQ(machine().notedApplications.size(), 1u);
   EXPECT_THAT(log, ElementsAre("[Helper] New connection: <fake connection>", "[Helper] Client validation status: 0",
                                "[BRHMain] Received raw command: x", "[BRHMain] Unknown raw command!",
                                "[BRHMain] Received raw command: x", "[BRHMain] Unknown raw command!"));
@@ -91,6 +93,7 @@ TEST_F(AdmissionTest, EveryFailedStepRejectsTheConnection) {
     state->handler(ipc::Error{.kind = ipc::Error::Kind::connectionInvalid, .description = ""});
     EXPECT_EQ(log.size(), 2u);
     EXPECT_EQ(BRHMain::sharedInstance().mainAppImagePath(), "/none");
+    EXPECT_TRUE(machine().notedApplications.empty());
     machine() = intact;
   }
 }

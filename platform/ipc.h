@@ -11,6 +11,7 @@
 #include <variant>
 
 #include "platform/ipc_dictionary.h"
+#include "platform/processes.h"
 
 namespace platform::ipc {
 
@@ -50,6 +51,12 @@ class Connection {
 
   /// The peer's process ID, 0 when it cannot be told.
   std::int32_t peerPID() const;
+
+  /// Effective user ID of the peer at the moment when it connected.
+  std::uint32_t peerUserID() const;
+
+  /// The peer's process, held for as long as the result is.
+  Process peer() const;
 
   /// From resume() on, only a peer whose running image satisfies the requirement is heard. Returns 0, or the status
   /// (see code_signing.h) with which the requirement text or the peer's process ID was refused.

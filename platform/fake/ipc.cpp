@@ -17,6 +17,12 @@ std::string Connection::description() const {
 std::int32_t Connection::peerPID() const {
   return implementation_->state->peerPID;
 }
+std::uint32_t Connection::peerUserID() const {
+  return implementation_->state->peerUserID;
+}
+Process Connection::peer() const {
+  return {implementation_->state->peerPID, {}};
+}
 std::int32_t Connection::setPeerCodeSigningRequirement(const std::string& requirement) {
   implementation_->state->requirement = requirement;
   return implementation_->state->requirementStatus;

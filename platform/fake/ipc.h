@@ -8,6 +8,7 @@ namespace platform::fake {
 /// What happened to a connection, and what it is to answer.
 struct ConnectionState {
   std::int32_t peerPID = 42;
+  std::uint32_t peerUserID = 1000;
   std::int32_t requirementStatus = 0;
   std::string requirement;
   bool resumed = false;

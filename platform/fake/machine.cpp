@@ -1,7 +1,12 @@
 #include "platform/fake/machine.h"
 
+#include <fmt/format.h>
+
+#include "platform/clock.h"
+#include "platform/dispatch.h"
 #include "platform/processes.h"
 #include "platform/system_log.h"
+#include "platform/workspace.h"
 
 namespace platform {
 
@@ -31,7 +36,55 @@ code_signing::Status code_signing::checkFile(const std::string& path, const std:
 }
 
 std::optional<std::string> executablePath(std::int32_t pid) {
+  fake::machine().steps.push_back(fmt::format("path {}", pid));
   return find(fake::machine().executables, pid);
+}
+
+std::optional<std::uint32_t> effectiveUserID(std::int32_t pid) {
+  fake::machine().steps.push_back(fmt::format("user {}", pid));
+  return find(fake::machine().users, pid);
+}
+
+std::optional<Process> Process::find(std::int32_t pid) {
+  fake::machine().steps.push_back(fmt::format("find {}", pid));
+  if (!fake::machine().executables.contains(pid)) return std::nullopt;
+  return Process(pid, {});
+}
+
+bool Process::hasEnded() const {
+  return fake::machine().ended.contains(pid_);
+}
+
+void Process::kill() const {
+  fake::machine().steps.push_back(fmt::format("kill {}", pid_));
+  fake::machine().killed.push_back(pid_);
+}
+
+double continuousSeconds() {
+  return std::exchange(fake::machine().continuousSeconds,
+                       fake::machine().continuousSeconds + fake::machine().secondsPerReading);
+}
+
+void noteRunningApplication(const Process& process, std::uint32_t userID) {
+  fake::machine().notedApplications.emplace_back(process.pid(), userID);
+}
+
+void openApplication(const std::string& path, const std::vector<std::string>& arguments,
+                     std::function<void(std::optional<std::string> error)> completion) {
+  fake::machine().launches.emplace_back(path, arguments);
+  dispatch::async(dispatch::mainQueue(), [completion] { completion(fake::machine().launchError); });
+}
+
+power::Status power::createAssertion(const std::string& type, const std::string& name, AssertionID& assertion) {
+  if (auto status = find(fake::machine().assertionStatus, type).value_or(0)) return status;
+  static AssertionID last = 0;
+  assertion = ++last;
+  fake::machine().assertions[assertion] = {type, name};
+  return 0;
+}
+
+power::Status power::releaseAssertion(AssertionID assertion) {
+  return fake::machine().assertions.erase(assertion) > 0 ? fake::machine().releaseStatus : -1;
 }
 
 void visitSockets(SocketProtocol protocol, std::uint16_t, bool, const std::function<bool(const SocketEntry&)>& visit) {

@@ -1,12 +1,18 @@
-// The facts that unit tests steer in place of the machine's: signatures, processes, sockets, the system log.
+// The facts that unit tests steer in place of the machine's: signatures, processes, children, applications, power, the
+// clock, sockets, the system log.
 #pragma once
 
 #include <map>
+#include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/code_signing.h"
+#include "platform/power.h"
+#include "platform/processes.h"
 #include "platform/sockets.h"
 
 namespace platform::fake {
@@ -18,6 +24,28 @@ struct Machine {
   std::vector<std::pair<std::string, std::string>> checks;
 
   std::map<std::int32_t, std::string> executables;
+  std::map<std::int32_t, std::uint32_t> users;  ///< effective
+  std::set<std::int32_t> ended;                 ///< processes that are held although they have ended
+  std::vector<std::int32_t> killed;
+
+  /// Clock of platform/clock.h, and by how much each reading moves it on.
+  double continuousSeconds = 0;
+  double secondsPerReading = 0;
+
+  std::vector<std::pair<std::int32_t, std::uint32_t>> notedApplications;  ///< pid and user
+  std::vector<std::pair<std::string, std::vector<std::string>>> launches;
+  std::optional<std::string> launchError;
+
+  std::map<std::string, power::Status> assertionStatus;  ///< by type; others succeed
+  power::Status releaseStatus = 0;
+  std::map<power::AssertionID, std::pair<std::string, std::string>> assertions;  ///< held ones: type and name
+
+  std::optional<std::string> launchFailure;  ///< reason with which every launch fails
+  bool childrenIgnoreTermination = false;
+  /// By PID, which are 1001 and so on. A launched child writes "output" and a line end to its output, if it has one.
+  std::map<std::int32_t, std::shared_ptr<ChildTask::Implementation>> children;
+  /// What was done to processes and children and asked about them, in order.
+  std::vector<std::string> steps;
 
   std::vector<std::pair<SocketProtocol, SocketEntry>> sockets;
   std::map<std::uint64_t, std::int32_t> owners;  ///< by the sockets' identity
@@ -28,5 +56,8 @@ struct Machine {
 
 /// The machine that the code under test sees. A test begins by assigning a fresh one.
 Machine& machine();
+
+/// Ends a child by itself, as the main queue would tell it.
+void endChild(std::int32_t pid);
 
 }  // namespace platform::fake

@@ -199,6 +199,12 @@ Connection::~Connection() = default;
 std::string Connection::description() const {
   return implementation_->description();
 }
+Process Connection::peer() const {
+  return implementation_->peer();
+}
+std::uint32_t Connection::peerUserID() const {
+  return implementation_->peerUserID();
+}
 std::int32_t Connection::peerPID() const {
   return implementation_->peerPID();
 }

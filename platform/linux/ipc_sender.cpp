@@ -1,15 +1,12 @@
 #include "platform/linux/ipc_sender.h"
 
 #include <fmt/format.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 
-extern "C" {  // which glibc 2.36's header forgets
-#include <sys/pidfd.h>
-}
+#include "platform/linux/pidfd.h"
 
 namespace platform::ipc {
 
@@ -49,8 +46,7 @@ bool Sender::takePidfd(int socket) {
 }
 
 bool Sender::isAlive() const {
-  pollfd state{.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
-  return pidfd_ && poll(&state, 1, 0) == 0;
+  return pidfd_ && !waitForEnd(pidfd_.get(), {});
 }
 
 bool Sender::sharesNamespaces() const {

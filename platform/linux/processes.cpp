@@ -2,11 +2,16 @@
 
 #include <fmt/format.h>
 #include <limits.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <fstream>
+#include <sstream>
 #include <string_view>
+
+#include "platform/linux/pidfd.h"
 
 namespace platform {
 
@@ -26,6 +31,32 @@ std::optional<std::string> executablePath(std::int32_t pid) {
     path.resize(path.size() - mark.size());
   }
   return path;
+}
+
+std::optional<std::uint32_t> effectiveUserID(std::int32_t pid) {
+  // The owner of the folder is the effective user, but root's for a process that may not be dumped (proc(5)).
+  std::ifstream status(fmt::format("/proc/{}/status", pid));
+  for (std::string line; std::getline(status, line);) {
+    std::istringstream words(line);
+    std::string key;
+    std::uint32_t real, effective;
+    if (words >> key && key == "Uid:" && words >> real >> effective) return effective;
+  }
+  return std::nullopt;
+}
+
+std::optional<Process> Process::find(std::int32_t pid) {
+  FileDescriptor handle(pidfd_open(pid, 0));
+  if (!handle) return std::nullopt;
+  return Process(pid, std::move(handle));
+}
+
+bool Process::hasEnded() const {
+  return handle_ && waitForEnd(handle_.get(), {});
+}
+
+void Process::kill() const {
+  if (handle_) pidfd_send_signal(handle_.get(), SIGKILL, nullptr, 0);
 }
 
 }  // namespace platform

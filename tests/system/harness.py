@@ -58,8 +58,8 @@ def copy_bundle(name, source="/opt/Brimo.app"):
     return bundle, bundle / "Contents/MacOS/Brimo"
 
 
-def wait_until(condition, what):
-    end = time.monotonic() + DEADLINE
+def wait_until(condition, what, seconds=DEADLINE):
+    end = time.monotonic() + seconds
     while not (result := condition()):
         if time.monotonic() > end:
             raise AssertionError(f"waited in vain until {what}\n{LOG.read_text() if LOG.exists() else 'no log'}")
@@ -141,9 +141,9 @@ def read_line(process):
     return line.rstrip("\n")
 
 
-def run_as_user(arguments, user=USER, **options):
+def run_as_user(arguments, user=USER, groups=(), **options):
     options.setdefault("env", ENVIRONMENT)
-    return subprocess.Popen([str(argument) for argument in arguments], user=user, group=user, extra_groups=[], text=True,
+    return subprocess.Popen([str(argument) for argument in arguments], user=user, group=user, extra_groups=groups, text=True,
                             start_new_session=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
 
 
@@ -174,7 +174,7 @@ def enter_user_namespace(flags):
 class Helper:
     """The helper under socket activation."""
 
-    def __init__(self, executable="BrimoHelper", old_kernel=False, activated=True):
+    def __init__(self, executable="BrimoHelper", old_kernel=False, activated=True, quiet=False):
         Path(ENDPOINT).unlink(missing_ok=True)
         listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         if activated:
@@ -189,6 +189,10 @@ class Helper:
                     os.dup2(listener.fileno(), 3)
                     os.set_inheritable(3, True)  # dup2 does not, if it was 3 before
                     environment |= {"LISTEN_FDS": "1", "LISTEN_PID": str(os.getpid())}
+                if quiet:  # about what the probes and children print
+                    output = os.open("/tmp/helper.output", os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o600)
+                    os.dup2(output, 1)
+                    os.dup2(output, 2)
                 if old_kernel:
                     refuse_option(77)  # SO_PEERPIDFD
                 os.execve(TESTS / "bin" / executable, [executable], environment)

@@ -1,0 +1,59 @@
+"""set-proxy for 1, 10 and 100 services, without and with a NetworkManager that has a connection for each."""
+
+import re
+import sys
+import unittest
+from pathlib import Path
+
+sys.path.append(str(Path(__file__).resolve().parent.parent / "tests/system"))
+from network_manager import Bus, NetworkManager
+
+COUNTS = (1, 10, 100)
+ROUNDS = 15
+
+
+def synchronisations(helper, client, lines):
+    """How often one set-proxy of each case has the kernel write to the disk: the store, and the log."""
+    trace, traced = Path("trace"), Path("traced_helper")
+    # The tracer is the helper's grandchild, so that the helper keeps the pid that its socket is for.
+    traced.write_text(f"#!/bin/sh\nexec strace -D -f -y -e trace=fsync,fdatasync -o trace {helper}\n")
+    traced.chmod(0o755)
+    counts = {}
+    for line in lines:
+        client("proxies", "1", helper="./traced_helper", input=line)
+        paths = re.findall(r"f(?:data)?sync\(\d+<([^>]*)>\)\s*= 0", trace.read_text())
+        in_store = sum(path.startswith("/var/lib/") for path in paths)
+        counts[line.split()[0]] = in_store, len(paths) - in_store
+    return counts
+
+
+def measure(helper, client):
+    """By "without" and "with": the times of bench_client and the synchronisations."""
+    test = unittest.TestCase()  # nothing is cleaned up: all ends with the namespaces
+    results = {}
+    identifiers = [f"service{number}" for number in range(max(COUNTS))]
+    for where in ("without", "with"):
+        if where == "with":
+            Bus(test)
+            manager = NetworkManager(test)
+            identifiers = manager.add_connections(max(COUNTS), "nm0")
+        lines = [" ".join([str(count), *identifiers[:count]]) + "\n" for count in COUNTS]
+        times = client("proxies", str(ROUNDS), input="".join(lines))
+        results[where] = times, synchronisations(helper, client, lines)
+    return results
+
+
+def print_table(results, goal):
+    print(f"""
+set-proxy through the endpoint, medians of {ROUNDS} in ms; store and log lie in memory, NetworkManager's connections are idle
+(singly: a command for each service. fsync: calls of one command for the store, and for the log, which is synchronised
+line by line.)""")
+    print(f"{'':34}{'together':>10}{'singly':>10}{'fsync: store':>14}{'log':>6}")
+    stores = set()
+    for where, (times, counts) in results.items():
+        for count in map(str, COUNTS):
+            name = f"{count} service{'s' * (count != '1')}, {where} NetworkManager"
+            store, log = counts[count]
+            stores.add(store)
+            print(f"{name:34}{times[f'together/{count}'] / 1000:10.2f}{times[f'singly/{count}'] / 1000:10.2f}{store:14}{log:6}")
+    print("  " + goal("one commit whatever the number of services: two fsync calls", stores == {2}))

@@ -1,0 +1,283 @@
+"""One hour of commands in two minutes, by four clients that come, misbehave and die at random; then nothing may be left.
+
+Run by scripts/bench soak, among the system tests' modules and in their namespaces. A failure is an exit status; what was
+done is printed either way. The environment's SOAK_SEED repeats a run's choices, SOAK_SECONDS sets its length."""
+
+import collections
+import faulthandler
+import json
+import os
+import random
+import re
+import select
+import shutil
+import signal
+import subprocess
+import time
+import unittest
+from pathlib import Path
+
+import lan
+from harness import GENUINE_PYTHON, SERVICE, USER, HelperTest, sign
+from network_manager import NetworkManager
+from system_bus import SystemBus
+
+SECONDS = int(os.environ.get("SOAK_SECONDS", 120))
+WARM_UP = 15  # seconds after which memory and descriptors are what they should come back to
+CLIENTS = 4
+ALLOWED_GROWTH = 2_000  # kilobytes
+DHCPD = GENUINE_PYTHON.parent.parent / "Applications/brimo-dhcpd"
+FILES = Path("/opt/soak")
+DHCPD_INTERFACE = "soak0"
+WATCHDOG_FILE = "/tmp/Brimo-External-Processes-Watchdog.json"
+
+# What a client does. Arguments: a seed, and the network services as JSON.
+CLIENT = """
+import json, random, sys
+chance = random.Random(sys.argv[1])
+services = json.loads(sys.argv[2])
+connection = connect_greeted()
+last_id = 0
+
+def send(dictionary, wants_reply=True):
+    global last_id
+    last_id += 1
+    connection.sendall(frame(last_id if wants_reply else 0, dictionary))
+
+def ask(dictionary):
+    send(dictionary)
+    while receive_frame(connection)[0] != last_id:  # late answers of probes come in between
+        pass
+
+def command(name, **rest):
+    print(name, flush=True)
+    message = {"json": json.dumps({"command": name, **rest}).encode()}
+    send(message, False) if chance.random() < 0.05 else ask(message)
+
+def probe(message):
+    print("probe", flush=True)
+    send(message)
+
+def proxies():
+    port = chance.randrange(1, 65536)
+    return chance.choice([{"HTTPEnable": 1, "HTTPProxy": "192.0.2.7", "HTTPPort": port}, {},
+                          {"ProxyAutoConfigEnable": 1, "ProxyAutoConfigURLString": f"http://192.0.2.7:{port}/p.pac"}])
+
+def start_dhcpd():
+    command("start-dhcpd", config="/opt/soak/dhcpd.conf", lease="/opt/soak/leases", dhcpd=DHCPD, interface="soak0",
+            output=chance.choice(["/opt/soak/output", "/opt/soak/missing"]), pid="/opt/soak/pid")
+
+def list_a_process():
+    victim = subprocess.Popen(["/usr/bin/sleep", "1000"], start_new_session=True)
+    own = f"/tmp/list.{os.getpid()}"
+    Path(own).write_text(json.dumps([[victim.pid, os.path.realpath("/usr/bin/sleep")]]))
+    try:
+        os.link(own, FILE)
+        print("watchdog-file", flush=True)
+    except FileExistsError:  # another client's, which the next loss of any client uses up
+        victim.kill()
+    os.unlink(own)
+
+def large():
+    print("large", flush=True)
+    ask({"json": b'{"command":"version","x":"' + b"x" * chance.choice([100_000, 4_000_000, 5_000_000]) + b'"}'})
+
+usual = [
+    (20, lambda: command("version")),
+    (15, lambda: command("set-proxy", payload={chance.choice(services): proxies() for _ in range(2)}, cleanup=False)),
+    (4, lambda: command("set-static-ip", serviceID=services[-1], address="198.51.100.7", mask="255.255.255.0",
+                        router="198.51.100.1")),
+    (4, lambda: command("set-static-ip", serviceID="a/b", address="x", mask="y", router="z")),
+    (10, lambda: command(chance.choice(["start-watchdog", "stop-watchdog"]))),
+    (2, lambda: command("prevent-sleep-temp")),
+    (5, start_dhcpd),
+    (3, lambda: command("stop-dhcpd")),
+    (3, lambda: command("spindump", path="/opt/soak/spindump")),
+    (15, lambda: (print("process-lookup", flush=True), ask({"command": "process-lookup", "address": socket_address(
+        "127.0.0.1", chance.randrange(1, 65536)), "udp": chance.random() < 0.5}))),
+    (1, lambda: probe({"command": "ra-detect", "interface": "probe0"})),
+    (1, lambda: probe({"json": b'{"command":"dhcp-discover","interface":"probe0"}'})),
+    (4, list_a_process),
+    (4, lambda: command(chance.choice(["nonsense", ""]))),
+    (2, large),
+]
+
+def leave():
+    sys.exit(0)
+
+def die():
+    os.kill(os.getpid(), 9)
+
+def garbage():
+    connection.sendall(chance.randbytes(chance.randrange(1, 100)))
+    die()
+
+def half_a_frame():
+    connection.sendall(frame(1, {"command": "x" * 1000})[:500])
+    die()
+
+def flood():
+    for number in range(2000):
+        send({"command": "process-lookup", "address": bytes(128)})
+    die()
+
+def leave_a_child_behind():
+    if os.fork() == 0:
+        time.sleep(1)
+        os._exit(0)
+    die()
+
+def half_close():
+    connection.shutdown(socket.SHUT_WR)
+    while True:
+        receive_frame(connection)
+
+ends = [leave, die, die, garbage, half_a_frame, flood, leave_a_child_behind, half_close,
+        lambda: command("defunct-restart")]
+try:
+    for _ in range(chance.randrange(200)):
+        chance.choices([action for _, action in usual], [weight for weight, _ in usual])[0]()
+        time.sleep(chance.expovariate(1 / 0.02))
+    chance.choice(ends)()
+    time.sleep(DEADLINE)  # defunct-restart ends this
+except (EOFError, OSError):
+    sys.exit(0)  # the helper hung up
+""".replace("DHCPD,", f"{str(DHCPD)!r},").replace("FILE)", f"{WATCHDOG_FILE!r})")
+
+
+class Soak(HelperTest):
+    helper_options = {"quiet": True}
+
+    def setUp(self):
+        super().setUp()
+        faulthandler.dump_traceback_later(SECONDS + 120, exit=True)
+        self.seed = os.environ.get("SOAK_SEED", str(random.randrange(1 << 32)))
+        self.chance = random.Random(self.seed)
+        self.commands, self.ends = collections.Counter(), collections.Counter()
+        self.bus = SystemBus(self)
+        self.bus.start_logind()
+        self.manager = NetworkManager(self)
+        self.connections = [self.manager.add_connection("One", "nm0"), self.manager.add_connection("Two", "nm1")]
+        network = lan.Lan(self)
+        network.add_dnsmasq()
+        network.add_radvd("prefix 2001:db8:1::/64 {};")
+        self.prepare_dhcpd()
+
+    def prepare_dhcpd(self):
+        """A signed server in the clients' bundle, and an interface for it."""
+        FILES.mkdir(exist_ok=True)
+        DHCPD.parent.mkdir(exist_ok=True)
+        shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), DHCPD)
+        sign(DHCPD, "com.example.brimo.dhcpd")
+        (FILES / "dhcpd.conf").write_text("subnet 198.51.100.0 netmask 255.255.255.0 { range 198.51.100.50 198.51.100.60; }\n")
+        (FILES / "leases").touch()
+        (FILES / "output").touch()
+        os.chown(FILES / "output", USER, USER)
+        lan.ip("link", "add", DHCPD_INTERFACE, "type", "veth", "peer", "name", "soak1")
+        self.addCleanup(lan.ip, "link", "delete", DHCPD_INTERFACE)
+        for interface in (DHCPD_INTERFACE, "soak1"):
+            lan.ip("link", "set", interface, "up")
+        lan.ip("address", "add", "198.51.100.1/24", "dev", DHCPD_INTERFACE)
+
+    def run_clients(self, seconds):
+        end = time.monotonic() + seconds
+        clients = []
+        while time.monotonic() < end:
+            while len(clients) < CLIENTS:
+                services = json.dumps(["EN0", "EN1", *self.connections])
+                clients.append(self.genuine(CLIENT, str(self.chance.random()), services))
+            time.sleep(0.05)
+            if self.chance.random() < 0.01:
+                self.chance.choice(clients).kill()
+            for client in [client for client in clients if client.poll() is not None]:
+                self.take_leave(client)
+                clients.remove(client)
+        for client in clients:
+            client.kill()
+            client.wait()
+            self.take_leave(client)
+
+    def take_leave(self, client):
+        self.ends["killed" if client.returncode == -signal.SIGKILL else "left"] += 1
+        self.commands.update(self.what_it_printed(client.stdout).split())
+        self.assertEqual(self.what_it_printed(client.stderr), "")
+        self.assertIn(client.returncode, (0, -signal.SIGKILL))
+
+    @staticmethod
+    def what_it_printed(pipe):
+        """Not to the pipe's end, which a child may keep open."""
+        with pipe:
+            ready = select.select([pipe], [], [], 0)[0]
+            return os.read(pipe.fileno(), 1 << 16).decode() if ready else ""
+
+    def descriptors(self):
+        """What the helper has open, other than inhibitors, which have 30 seconds."""
+        folder = f"/proc/{self.helper.pid}/fd"
+        kinds = collections.Counter()
+        for name in os.listdir(folder):
+            try:
+                target = os.readlink(f"{folder}/{name}")
+            except FileNotFoundError:
+                continue
+            if "/systemd/inhibit/" not in target:
+                kinds[re.sub(r"\[\d+\]", "", target)] += 1
+        return kinds
+
+    def helper_children(self):
+        return Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children").read_text().split()
+
+    def processes_of_user(self):
+        """What is left of clients, of applications launched again and of processes listed to die."""
+        return subprocess.run(["pgrep", "-u", str(USER), "-r", "R,S,D,T", "-a"], capture_output=True, text=True).stdout
+
+    def inhibitors(self):
+        return [inhibitor for inhibitor in self.bus.inhibitors() if inhibitor[-1] == self.helper.pid]
+
+    def assert_nothing_left(self, what, left, seconds=20):
+        """Waits until left() is empty."""
+        end = time.monotonic() + seconds
+        while rest := left():
+            self.assertLess(time.monotonic(), end, f"{what} left: {rest}")
+            time.sleep(0.02)
+
+    def wait_until_quiet(self):
+        self.assert_nothing_left("children", self.helper_children)
+        self.assert_nothing_left("the user's processes", self.processes_of_user)
+
+    def proxies_left(self):
+        store = json.loads(Path(f"/var/lib/{SERVICE}/preferences.json").read_text())["NetworkServices"]
+        left = {name: service["Proxies"] for name, service in store.items() if service.get("Proxies")}
+        for connection in self.connections:
+            if (method := self.manager.setting(connection, "proxy.method")) != "none":
+                left[connection] = method
+        return left
+
+    def test_nothing_is_left(self):
+        print(f"\nseed {self.seed}", flush=True)
+        self.run_clients(WARM_UP)
+        self.wait_until_quiet()
+        memory, descriptors = self.helper.resident_kilobytes(), self.descriptors()
+        start = time.monotonic()
+        self.run_clients(SECONDS)
+        took = time.monotonic() - start
+        self.wait_until_quiet()
+
+        self.assert_nothing_left("descriptors", lambda: self.descriptors() - descriptors)
+        self.assertEqual(self.proxies_left(), {})
+        self.assert_nothing_left("inhibitors", self.inhibitors, 45)
+        grown = self.helper.resident_kilobytes() - memory
+        print(f"{sum(self.commands.values())} commands of {sum(self.ends.values())} clients ({dict(self.ends)}) in "
+              f"{took + WARM_UP:.0f} s:", *(f"  {count:6} {name}" for name, count in sorted(self.commands.items())),
+              f"log lines: {len(self.log())}; relaunches: {self.log().count('[BRHMain] Relaunching')}; memory: {memory} kB "
+              f"after {WARM_UP} s, {grown:+} kB in the end; processor time of the helper: {self.processor_time():.1f} s",
+              sep="\n", flush=True)
+        self.assertLess(grown, ALLOWED_GROWTH)
+        self.assertEqual(self.helper_children(), [])
+
+    def processor_time(self):
+        fields = Path(f"/proc/{self.helper.pid}/stat").read_text().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+if __name__ == "__main__":
+    unittest.main()

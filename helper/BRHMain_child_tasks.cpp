@@ -1,0 +1,143 @@
+// The children: the DHCP server and spindump.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/json.hpp>
+#include <filesystem>
+
+#include "build_constants.h"
+#include "helper/BRHMain.h"
+#include "helper/admission.h"
+#include "helper/probes/socket_owner_lookup.h"
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr std::uint16_t dhcpServerPort = 67;
+constexpr std::chrono::seconds terminationTime(1);  // before a child that was told to end is killed
+
+json::object error(std::string_view text) {
+  return {{"error", text}};
+}
+
+/// The value of a key when it is a text that is not empty.
+std::optional<std::string> nonEmptyText(const json::object& request, std::string_view key) {
+  const auto* value = request.if_contains(key);
+  const auto* text = value ? value->if_string() : nullptr;
+  if (!text || text->empty()) return std::nullopt;
+  return std::string(*text);
+}
+
+/// An absolute path without symbolic links and dots; empty when there is no such file.
+std::string resolved(const std::string& path) {
+  std::error_code failure;
+  return path.starts_with('/') ? std::filesystem::canonical(path, failure).string() : "";
+}
+
+/// Opens the file that a child appends its output to. Empty unless it is a regular file that belongs to the client's
+/// user and has no other name: root is not to be led to another's file, nor to wait at a FIFO.
+platform::FileDescriptor openOutput(const std::string& path, const platform::Process& client) {
+  platform::FileDescriptor file(
+      open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  auto user = platform::effectiveUserID(client.pid());
+  if (!file || !user || client.hasEnded()) return {};  // once it has ended, the user may be another process's
+  struct stat status;
+  bool isSafe =
+      fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == *user && status.st_nlink == 1;
+  return isSafe ? std::move(file) : platform::FileDescriptor();
+}
+
+}  // namespace
+
+json::object BRHMain::startDHCP(const json::object& request, const platform::Process& peer) {
+  auto config = nonEmptyText(request, "config"), lease = nonEmptyText(request, "lease"),
+       dhcpd = nonEmptyText(request, "dhcpd"), interface = nonEmptyText(request, "interface"),
+       outputPath = nonEmptyText(request, "output"), pidFile = nonEmptyText(request, "pid");
+  if (!config || !lease || !dhcpd || !interface || !outputPath || !pidFile) return error("invalid dhcpd arguments");
+
+  auto bundle = BRHBundleOfExecutable(resolved(_mainAppImagePath.value_or("")));
+  auto candidate = resolved(*dhcpd);
+  if (bundle.empty() || candidate != bundle + "/Contents/Applications/brimo-dhcpd" ||
+      !BRHValidateStaticCode(candidate, FrameworkRequirement)) {
+    HX_log("Reject invalid dhcpd executable at {}", *dhcpd);
+    return error("invalid dhcpd executable");
+  }
+  if (_dhcpdTask) {
+    HX_log("Terminate previous dhcpd");
+    stopDHCP();
+  }
+  killOwnerOfDHCPPort();
+  HX_log("Start dhcpd");
+  if (_dhcpdTask) {
+    HX_log("Previous dhcpd task is still present, refusing to start another");
+    return error("dhcpd is already running");
+  }
+  auto output = openOutput(*outputPath, peer);
+  if (!output) return error("invalid dhcpd output path");
+  _dhcpdTask = std::make_shared<platform::ChildTask>(
+      candidate, std::vector<std::string>{"-4", "-f", "-d", "-cf", *config, "-lf", *lease, "-pf", *pidFile, *interface},
+      std::move(output));
+  _dhcpdTask->setTerminationHandler([this, task = _dhcpdTask.get()] { dhcpdCompleted(task); });
+  if (auto reason = _dhcpdTask->launch()) {
+    HX_log("Failed to start dhcpd: {}", *reason);
+    _dhcpdTask.reset();
+    return error(reason->empty() ? "failed to start dhcpd" : *reason);
+  }
+  HX_log("dhcpd started");
+  return {{"result", "success"}, {"pid", _dhcpdTask->processIdentifier()}};
+}
+
+void BRHMain::killOwnerOfDHCPPort() {
+  const auto anyAddress = BRSockAddrMakeIPv4({0, 0, 0, 0}, dhcpServerPort);
+  auto owner = BRUDPSocketOwner(anyAddress);
+  if (!owner || owner->pid == getpid()) return;
+  HX_log("Port 67 is already used: {}, kill", owner->description());
+  // Its number may have gone to another process by now; a process that is held and then found to be the owner is it.
+  auto process = platform::Process::find(owner->pid);
+  if (process && BRUDPSocketOwner(anyAddress) == owner) process->kill();
+}
+
+void BRHMain::stopDHCP() {
+  if (!_dhcpdTask) return;
+  _dhcpdTask->setTerminationHandler({});
+  if (_dhcpdTask->isRunning()) {
+    _dhcpdTask->terminate();
+    if (!_dhcpdTask->waitForExit(terminationTime)) _dhcpdTask->kill();
+    _dhcpdTask->waitUntilExit();
+  }
+  _dhcpdTask.reset();
+}
+
+void BRHMain::stopAllDHCP() {
+  stopDHCP();
+  platform::runShellCommand("killall -9 brimo-dhcpd");
+  platform::runShellCommand("killall -9 brimo-ra");
+}
+
+void BRHMain::dhcpdCompleted(const platform::ChildTask* task) {
+  HX_log("dhcpd completed");
+  if (task == _dhcpdTask.get()) _dhcpdTask.reset();
+}
+
+json::object BRHMain::startSpindump(const json::object& request, const platform::Process& peer) {
+  auto path = nonEmptyText(request, "path");
+  if (!path) return error("invalid spindump path");
+  if (_spindumpTask) return {{"result", "success"}};
+  _spindumpTask = std::make_shared<platform::ChildTask>(
+      "/usr/sbin/spindump", std::vector<std::string>{std::to_string(peer.pid()), "-o", *path});
+  _spindumpTask->setTerminationHandler([this] { spindumpCompleted(); });
+  if (auto reason = _spindumpTask->launch()) {
+    HX_log("Failed to start spindump: {}", *reason);
+    _spindumpTask.reset();
+    return error(reason->empty() ? "failed to start spindump" : *reason);
+  }
+  HX_log("spindump started");
+  return {{"result", "success"}};
+}
+
+void BRHMain::spindumpCompleted() {
+  HX_log("spindump completed");
+  _spindumpTask.reset();
+}

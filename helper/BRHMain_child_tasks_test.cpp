@@ -1,0 +1,253 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/json.hpp>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "build_constants.h"
+#include "helper/BRHMain.h"
+#include "platform/fake/machine.h"
+
+namespace {
+
+using platform::fake::endChild;
+using platform::fake::machine;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace json = boost::json;
+namespace fs = std::filesystem;
+
+constexpr std::int32_t client = 42;
+constexpr std::uint32_t user = 1000;
+
+/// Steps of the helper: what it logs, and what it does to processes.
+class ChildTasksTest : public testing::Test {
+ protected:
+  ChildTasksTest() {
+    machine() = {};
+    machine().users[client] = user;
+    fs::create_directories(folder + "/Brimo.app/Contents/Applications");
+    fs::create_directories(folder + "/Brimo.app/Contents/MacOS");
+    for (const auto& path : {executable, dhcpd, output}) std::ofstream(path) << "before\n";
+    EXPECT_EQ(chown(output.c_str(), user, user), 0) << "run as root";
+    machine().files[dhcpd] = platform::code_signing::success;
+    helper.setMainAppImagePath(executable);
+    HXSetLogDestinations(0);
+    HXSetLogLineHook([](const std::string& line) { machine().steps.push_back(line.substr(line.find("] ") + 2)); });
+  }
+  ~ChildTasksTest() override {
+    HXSetLogLineHook(nullptr);
+    helper.stopDHCP();
+    fs::remove_all(folder);
+  }
+
+  std::string execute(const json::object& command) {
+    machine().steps.clear();
+    return json::serialize(helper.execCommand(command, {client, {}}));
+  }
+
+  std::string start() { return execute(request); }
+
+  std::string written() const {
+    std::ifstream file(output);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  BRHMain& helper = BRHMain::sharedInstance();
+  std::string folder = [] {
+    std::string name = fs::canonical(fs::temp_directory_path()) / "child_tasks.XXXXXX";
+    if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
+    return name;
+  }();
+  std::string executable = folder + "/Brimo.app/Contents/MacOS/Brimo";
+  std::string dhcpd = folder + "/Brimo.app/Contents/Applications/brimo-dhcpd";
+  std::string output = folder + "/output";
+  json::object request{{"command", "start-dhcpd"}, {"config", "/c"},   {"lease", "/l"}, {"dhcpd", dhcpd},
+                       {"interface", "eth0"},      {"output", output}, {"pid", "/p"}};
+  std::string launch = "launch " + dhcpd + " -4 -f -d -cf /c -lf /l -pf /p eth0";
+};
+
+constexpr char started[] = R"({"result":"success","pid":1001})";
+
+TEST_F(ChildTasksTest, DHCPServerIsStartedAndItsEndNoticed) {
+  EXPECT_EQ(start(), started);
+  EXPECT_THAT(machine().steps, ElementsAre("Start dhcpd", "user 42", launch, "dhcpd started"));
+  EXPECT_THAT(machine().checks, ElementsAre(testing::Pair(dhcpd, FrameworkRequirement)));
+  EXPECT_EQ(written(), "before\noutput\n");
+  machine().steps.clear();
+  endChild(1001);
+  EXPECT_THAT(machine().steps, ElementsAre("dhcpd completed"));
+  machine().steps.clear();
+  helper.stopDHCP();
+  EXPECT_THAT(machine().steps, IsEmpty());
+}
+
+TEST_F(ChildTasksTest, EveryArgumentIsATextThatIsNotEmpty) {
+  for (auto key : {"config", "lease", "dhcpd", "interface", "output", "pid"}) {
+    for (const json::value& value : {json::value(), json::value(""), json::value(5)}) {
+      auto damaged = request;
+      damaged[key] = value;
+      EXPECT_EQ(execute(damaged), R"({"error":"invalid dhcpd arguments"})") << key;
+    }
+    auto without = request;
+    without.erase(key);
+    EXPECT_EQ(execute(without), R"({"error":"invalid dhcpd arguments"})") << key;
+    EXPECT_THAT(machine().steps, IsEmpty());
+  }
+}
+
+TEST_F(ChildTasksTest, OnlyTheSignedServerOfTheBundleIsStarted) {
+  const std::string refused = R"({"error":"invalid dhcpd executable"})";
+  auto refuses = [&](const std::string& path) {
+    request["dhcpd"] = path;
+    EXPECT_EQ(start(), refused) << path;
+    EXPECT_THAT(machine().steps, ElementsAre("Reject invalid dhcpd executable at " + path));
+  };
+  auto copy = folder + "/Brimo.app/Contents/Applications/copy";
+  std::ofstream(copy) << "copy";
+  machine().files[copy] = machine().files["/brimo-dhcpd"] = platform::code_signing::success;
+  for (const auto& path : {copy, folder + "/missing", std::string("brimo-dhcpd"), std::string("/"),
+                           std::string("/Contents/Applications/brimo-dhcpd")}) {
+    refuses(path);
+  }
+  EXPECT_THAT(machine().checks, IsEmpty());  // another path's signature is not even looked at
+
+  machine().files[dhcpd] = platform::code_signing::unsignedCode;
+  refuses(dhcpd);
+  machine().files[dhcpd] = platform::code_signing::success;
+  for (auto application : {"", "/bin/sh", "/missing/Brimo.app/Contents/MacOS/Brimo"}) {
+    helper.setMainAppImagePath(application);
+    refuses(dhcpd);
+  }
+}
+
+TEST_F(ChildTasksTest, LinksAreResolvedOnBothSides) {
+  auto link = folder + "/link", bundle = folder + "/Linked.app";
+  fs::create_symlink(dhcpd, link);
+  fs::create_directory_symlink(folder + "/Brimo.app", bundle);
+  request["dhcpd"] = link;
+  EXPECT_EQ(start(), started);
+  EXPECT_EQ(machine().steps[2], launch);
+  helper.setMainAppImagePath(bundle + "/Contents/MacOS/Brimo");
+  request["dhcpd"] = bundle + "/Contents/MacOS/.././/Applications/brimo-dhcpd";
+  EXPECT_EQ(start(), R"({"result":"success","pid":1002})");
+}
+
+TEST_F(ChildTasksTest, APreviousServerIsStoppedFirst) {
+  start();
+  EXPECT_EQ(start(), R"({"result":"success","pid":1002})");
+  EXPECT_THAT(machine().steps, ElementsAre("Terminate previous dhcpd", "terminate 1001", "wait 1000 ms",
+                                           "wait until exit", "Start dhcpd", "user 42", launch, "dhcpd started"));
+  machine().childrenIgnoreTermination = true;
+  EXPECT_EQ(start(), R"({"result":"success","pid":1003})");
+  machine().steps.resize(5);
+  EXPECT_THAT(machine().steps, ElementsAre("Terminate previous dhcpd", "terminate 1002", "wait 1000 ms",
+                                           "kill child 1002", "wait until exit"));
+  machine().steps.clear();
+  endChild(1002);  // nobody listens any more
+  EXPECT_THAT(machine().steps, IsEmpty());
+  helper.stopDHCP();
+  EXPECT_THAT(machine().steps, ElementsAre("terminate 1003", "wait 1000 ms", "kill child 1003", "wait until exit"));
+}
+
+TEST_F(ChildTasksTest, TheHolderOfPort67IsKilledIfItStillIsTheHolder) {
+  using platform::SocketProtocol;
+  machine().sockets = {{SocketProtocol::udp, {.localPort = 67, .isIPv4 = true, .localAddress = {}, .identity = 1}}};
+  machine().owners[1] = 77;
+  machine().executables[77] = "/usr/sbin/other";
+  EXPECT_EQ(start(), started);
+  EXPECT_THAT(machine().steps,
+              ElementsAre("path 77", "Port 67 is already used: PID 77 /usr/sbin/other, kill", "find 77", "path 77",
+                          "kill 77", "Start dhcpd", "user 42", launch, "dhcpd started"));
+  machine().owners[1] = getpid();
+  machine().executables[getpid()] = "/ourselves";
+  start();
+  EXPECT_THAT(machine().killed, ElementsAre(77));
+}
+
+TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
+  auto target = folder + "/target";
+  auto plants = std::initializer_list<std::function<void()>>{
+      [] {},
+      [&] { fs::create_symlink(target, output); },
+      [&] { fs::create_hard_link(target, output); },
+      [&] {
+        fs::create_directory(output);
+        ASSERT_EQ(chown(output.c_str(), user, user), 0);
+      },
+      [&] {
+        ASSERT_EQ(mkfifo(output.c_str(), 0666), 0);
+        ASSERT_EQ(chown(output.c_str(), user, user), 0);
+      },
+      [&] { std::ofstream(output) << "root's"; },
+  };
+  std::ofstream(target) << "target";
+  ASSERT_EQ(chown(target.c_str(), user, user), 0);
+  for (const auto& plant : plants) {
+    fs::remove(output);
+    plant();
+    EXPECT_EQ(start(), R"({"error":"invalid dhcpd output path"})");
+    EXPECT_EQ(machine().steps.front(), "Start dhcpd");
+    EXPECT_THAT(machine().children, IsEmpty());
+  }
+  fs::remove(output);
+  fs::copy_file(target, output);
+  ASSERT_EQ(chown(output.c_str(), user, user), 0);
+  for (const auto& damage : std::initializer_list<std::function<void()>>{[] { machine().users[client] = 1001; },
+                                                                         [] { machine().users.erase(client); },
+                                                                         [] { machine().ended.insert(client); }}) {
+    damage();
+    EXPECT_EQ(start(), R"({"error":"invalid dhcpd output path"})");
+    machine().users[client] = user;
+  }
+  machine().ended.clear();
+  EXPECT_EQ(start(), started);
+}
+
+TEST_F(ChildTasksTest, AFailedLaunchIsToldAndForgotten) {
+  for (const auto& [reason, reply] :
+       {std::pair{"Exec format error", "Exec format error"}, {"", "failed to start dhcpd"}}) {
+    machine().launchFailure = reason;
+    EXPECT_EQ(start(), fmt::format(R"({{"error":"{}"}})", reply));
+    EXPECT_EQ(machine().steps.back(), fmt::format("Failed to start dhcpd: {}", reason));
+  }
+  for (const auto& [reason, reply] : {std::pair{"No such file", "No such file"}, {"", "failed to start spindump"}}) {
+    machine().launchFailure = reason;
+    EXPECT_EQ(execute({{"command", "spindump"}, {"path", "/x"}}), fmt::format(R"({{"error":"{}"}})", reply));
+    EXPECT_EQ(machine().steps.back(), fmt::format("Failed to start spindump: {}", reason));
+  }
+  machine().launchFailure.reset();
+  EXPECT_EQ(start(), started);
+}
+
+TEST_F(ChildTasksTest, StopKillsByNameToo) {
+  const json::object stop{{"command", "stop-dhcpd"}};
+  EXPECT_EQ(execute(stop), R"({"result":"success"})");
+  EXPECT_THAT(machine().steps, ElementsAre("sh killall -9 brimo-dhcpd", "sh killall -9 brimo-ra"));
+  start();
+  EXPECT_EQ(execute(stop), R"({"result":"success"})");
+  EXPECT_THAT(machine().steps, ElementsAre("terminate 1001", "wait 1000 ms", "wait until exit",
+                                           "sh killall -9 brimo-dhcpd", "sh killall -9 brimo-ra"));
+}
+
+TEST_F(ChildTasksTest, OneSpindumpAtATime) {
+  for (const json::value& path : {json::value(), json::value(""), json::value(5)}) {
+    EXPECT_EQ(execute({{"command", "spindump"}, {"path", path}}), R"({"error":"invalid spindump path"})");
+    EXPECT_THAT(machine().steps, IsEmpty());
+  }
+  const json::object spindump{{"command", "spindump"}, {"path", "/tmp/dump of it"}};
+  EXPECT_EQ(execute(spindump), R"({"result":"success"})");
+  EXPECT_THAT(machine().steps, ElementsAre("launch /usr/sbin/spindump 42 -o /tmp/dump of it", "spindump started"));
+  EXPECT_EQ(execute(spindump), R"({"result":"success"})");
+  EXPECT_THAT(machine().steps, IsEmpty());
+  endChild(1001);
+  EXPECT_THAT(machine().steps, ElementsAre("spindump completed"));
+  EXPECT_EQ(execute(spindump), R"({"result":"success"})");
+  EXPECT_EQ(machine().steps.back(), "spindump started");
+  endChild(1002);
+}
+
+}  // namespace

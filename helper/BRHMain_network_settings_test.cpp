@@ -1,0 +1,239 @@
+#include <gmock/gmock.h>
+
+#include <boost/json.hpp>
+
+#include "helper/BRHMain.h"
+#include "platform/fake/preferences.h"
+
+namespace {
+
+using platform::fake::preferences;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+namespace json = boost::json;
+
+using Lines = std::vector<std::string>;
+
+std::string setProxies(const std::string& service) {
+  return "set /NetworkServices/" + service + "/Proxies";
+}
+
+/// What a session goes through that sets these paths.
+Lines calls(const Lines& sets) {
+  Lines all{"create BrimoHelper", "lock waiting"};
+  all.insert(all.end(), sets.begin(), sets.end());
+  for (auto last : {"commit", "apply", "synchronize", "unlock", "release"}) all.emplace_back(last);
+  return all;
+}
+
+class NetworkSettingsTest : public testing::Test {
+ protected:
+  NetworkSettingsTest() {
+    preferences() = {};
+    HXSetLogDestinations(0);
+    HXSetLogLineHook([this](const std::string& line) { log.push_back(line.substr(line.find('[') + 10)); });
+  }
+  ~NetworkSettingsTest() override { HXSetLogLineHook(nullptr); }
+
+  std::string run(std::string_view request) {
+    preferences().calls.clear();
+    preferences().values.clear();
+    log.clear();
+    return json::serialize(main.execCommand(json::parse(request).get_object(), {42, {}}));
+  }
+
+  /// Sets proxies of the services "A" and so on.
+  std::string setProxy(std::string_view payload, std::string_view rest = "") {
+    return run(fmt::format(R"({{"command":"set-proxy","payload":{}{}}})", payload, rest));
+  }
+
+  std::string setStaticIP(std::string_view members) {
+    return run(fmt::format(R"({{"command":"set-static-ip",{}}})", members));
+  }
+
+  /// The services that a clean-up finds in the list; "none" when there is no list.
+  Lines listAtCleanup() {
+    preferences() = {};
+    log.clear();
+    main.cleanupProxySettings();
+    if (log.empty()) return {"none"};
+    Lines services;
+    for (const auto& [path, value] : preferences().values) {
+      EXPECT_EQ(value, json::object());
+      services.push_back(path.substr(17, path.size() - 17 - 8));
+    }
+    return services;
+  }
+
+  const std::string success = R"({"result":"success"})", failure = R"({"error":"failed to apply proxy settings"})";
+  BRHMain main;
+  Lines log;
+};
+
+TEST_F(NetworkSettingsTest, ProxiesAreWrittenAsTheyCome) {
+  EXPECT_EQ(setProxy(R"({"B":{"HTTPEnable":1,"HTTPPort":8080,"X":[true,null,0.5]},"A":{}})"), success);
+  EXPECT_EQ(preferences().calls, calls({setProxies("B"), setProxies("A")}));
+  EXPECT_THAT(preferences().values,
+              ElementsAre(Pair("/NetworkServices/B/Proxies",
+                               json::parse(R"({"HTTPEnable":1,"HTTPPort":8080,"X":[true,null,0.5]})")),
+                          Pair("/NetworkServices/A/Proxies", json::object())));
+  EXPECT_THAT(log, ElementsAre(R"(Update service B proxy settings to: {"HTTPEnable":1,"HTTPPort":8080,)"
+                               R"("X":[true,null,5E-1]}, result: 1)",
+                               "Update service A proxy settings to: {}, result: 1"));
+  EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
+}
+
+TEST_F(NetworkSettingsTest, APayloadThatIsNoObjectOpensNoSession) {
+  for (auto request : {R"({"command":"set-proxy"})", R"({"command":"set-proxy","payload":[],"cleanup":false})",
+                       R"({"command":"set-proxy","payload":"A"})", R"({"command":"set-proxy","payload":null})"}) {
+    EXPECT_EQ(run(request), failure);
+    EXPECT_THAT(log, ElementsAre("Invalid proxy settings payload"));
+    EXPECT_THAT(preferences().calls, IsEmpty());
+  }
+  EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
+}
+
+TEST_F(NetworkSettingsTest, InvalidEntriesDoNotStopTheOthers) {
+  EXPECT_EQ(setProxy(R"({"A/B":{},"C":1,"D":[],"E":{}})", R"(,"cleanup":false)"), failure);
+  EXPECT_EQ(preferences().calls, calls({setProxies("E")}));
+  EXPECT_THAT(log, ElementsAre("Invalid proxy settings entry: A/B", "Invalid proxy settings entry: C",
+                               "Invalid proxy settings entry: D", "Update service E proxy settings to: {}, result: 1"));
+  EXPECT_THAT(listAtCleanup(), ElementsAre("A/B", "C", "D", "E"));
+}
+
+TEST_F(NetworkSettingsTest, NoStepThatFailsStopsTheLaterOnes) {
+  for (const auto& step : {setProxies("A"), std::string("commit"), std::string("apply")}) {
+    preferences().failing = {step};
+    EXPECT_EQ(setProxy(R"({"A":{},"B":{}})"), failure) << step;
+    EXPECT_EQ(preferences().calls, calls({setProxies("A"), setProxies("B")}));
+    EXPECT_EQ(log[0], fmt::format("Update service A proxy settings to: {{}}, result: {:d}", step != setProxies("A")));
+    EXPECT_EQ(log[1], "Update service B proxy settings to: {}, result: 1");
+  }
+}
+
+TEST_F(NetworkSettingsTest, SessionsThatCannotBeHad) {
+  ASSERT_EQ(setProxy(R"({"A":{}})", R"(,"cleanup":false)"), success);
+  const std::string staticIP = R"("address":"1","mask":"2","router":"3","serviceID":"A")";
+
+  preferences().failing = {"create BrimoHelper"};
+  EXPECT_EQ(setProxy(R"({"B":{}})", R"(,"cleanup":false)"), failure);
+  EXPECT_THAT(log, ElementsAre("Failed to create SCPreferences session"));
+  EXPECT_THAT(preferences().calls, ElementsAre("create BrimoHelper"));
+  EXPECT_EQ(setStaticIP(staticIP), R"({"error":"failed to create preferences session"})");
+  EXPECT_THAT(log, IsEmpty());
+  main.cleanupProxySettings();
+  EXPECT_THAT(log, ElementsAre("cleanupProxySettings", "Failed to create SCPreferences session for cleanup"));
+
+  preferences().failing = {"lock waiting"};
+  preferences().errorText = "Busy";
+  const Lines tried{"create BrimoHelper", "lock waiting", "release"};
+  EXPECT_EQ(setProxy(R"({"B":{}})", R"(,"cleanup":false)"), failure);
+  EXPECT_THAT(log, ElementsAre("Failed to lock SCPreferences: Busy"));
+  EXPECT_EQ(preferences().calls, tried);
+  EXPECT_EQ(setStaticIP(staticIP), R"({"error":"failed to lock preferences"})");
+  EXPECT_THAT(log, IsEmpty());
+  EXPECT_EQ(preferences().calls, tried);
+  preferences().calls.clear();
+  main.cleanupProxySettings();
+  EXPECT_THAT(log, ElementsAre("cleanupProxySettings", "Failed to lock SCPreferences for cleanup: Busy"));
+  EXPECT_EQ(preferences().calls, tried);
+
+  EXPECT_THAT(listAtCleanup(), ElementsAre("A"));
+}
+
+TEST_F(NetworkSettingsTest, TheListKeepsTheOrderInWhichServicesWereFirstSeen) {
+  setProxy(R"({"B":{},"A":{}})", R"(,"cleanup":false)");
+  setProxy(R"({"C":{},"A":{}})", R"(,"cleanup":0)");
+  preferences().failing = {"commit"};
+  setProxy(R"({"D":{}})", R"(,"cleanup":0.0)");
+  setProxy(R"({"E":{}})");
+  EXPECT_THAT(listAtCleanup(), ElementsAre("B", "A", "C", "D"));
+  EXPECT_EQ(preferences().calls, calls({setProxies("B"), setProxies("A"), setProxies("C"), setProxies("D")}));
+  EXPECT_EQ(log[0], "cleanupProxySettings");
+  EXPECT_EQ(log[1], "Remove service B proxy settings, result: 1");
+  EXPECT_EQ(log.size(), 5u);
+  EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
+}
+
+TEST_F(NetworkSettingsTest, AnEmptyListIsCleanedUpLikeAnyOther) {
+  EXPECT_EQ(setProxy("{}", R"(,"cleanup":false)"), success);
+  EXPECT_THAT(listAtCleanup(), IsEmpty());
+  EXPECT_EQ(preferences().calls, calls({}));
+  EXPECT_THAT(log, ElementsAre("cleanupProxySettings"));
+  EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
+}
+
+TEST_F(NetworkSettingsTest, WhatCleanupMeans) {
+  for (auto truth : {"true", "1", "-1", "0.5", "1e-300", "18446744073709551615"}) {
+    setProxy(R"({"A":{}})", R"(,"cleanup":false)");
+    preferences().failing = {"apply"};
+    EXPECT_EQ(setProxy(R"({"B":{}})", fmt::format(R"(,"cleanup":{})", truth)), failure);
+    preferences().failing = {};
+    EXPECT_EQ(setProxy(R"({"A/B":{}})", fmt::format(R"(,"cleanup":{})", truth)), failure);
+    EXPECT_THAT(listAtCleanup(), ElementsAre("A")) << "a failure keeps the list: " << truth;
+
+    setProxy(R"({"A":{}})", R"(,"cleanup":false)");
+    EXPECT_EQ(setProxy(R"({"B":{}})", fmt::format(R"(,"cleanup":{})", truth)), success);
+    EXPECT_THAT(listAtCleanup(), ElementsAre("none")) << truth;
+  }
+  for (auto neither : {"null", R"("true")", R"("")", "[]", "{}"}) {
+    setProxy(R"({"A":{}})", R"(,"cleanup":false)");
+    EXPECT_EQ(setProxy(R"({"B":{}})", fmt::format(R"(,"cleanup":{})", neither)), success);
+    EXPECT_THAT(listAtCleanup(), ElementsAre("A")) << neither;
+  }
+}
+
+TEST_F(NetworkSettingsTest, AnIncompleteCleanupKeepsTheWholeList) {
+  setProxy(R"({"A":{},"B":{}})", R"(,"cleanup":false)");
+  for (const auto& step : {setProxies("A"), std::string("commit"), std::string("apply")}) {
+    preferences() = {};
+    preferences().failing = {step};
+    preferences().errorText = "No space";
+    log.clear();
+    main.cleanupProxySettings();
+    EXPECT_EQ(preferences().calls, calls({setProxies("A"), setProxies("B")}));
+    EXPECT_THAT(log, ElementsAre("cleanupProxySettings",
+                                 fmt::format("Remove service A proxy settings, result: {:d}", step != setProxies("A")),
+                                 "Remove service B proxy settings, result: 1",
+                                 "Proxy settings cleanup was incomplete: No space"));
+  }
+  EXPECT_THAT(listAtCleanup(), ElementsAre("A", "B"));
+}
+
+TEST_F(NetworkSettingsTest, StaticIP) {
+  const std::string request =
+      R"("address":"not an address","mask":"255.255.255.0","router":"192.0.2.1","serviceID":"A")";
+  EXPECT_EQ(setStaticIP(request), success);
+  const std::string path = "/NetworkServices/A/IPv4";
+  EXPECT_EQ(preferences().calls, calls({"set " + path}));
+  EXPECT_THAT(preferences().values,
+              ElementsAre(Pair(path, json::parse(R"({"Addresses":["not an address"],"ConfigMethod":"Manual",)"
+                                                 R"("Router":"192.0.2.1","SubnetMasks":["255.255.255.0"]})"))));
+  EXPECT_THAT(log, ElementsAre("SCPreferencesPathSetValue result: 1"));
+  for (const auto& step : {"set " + path, std::string("commit"), std::string("apply")}) {
+    preferences().failing = {step};
+    EXPECT_EQ(setStaticIP(request), R"({"error":"failed to apply static IP configuration"})");
+    EXPECT_EQ(preferences().calls, calls({"set " + path}));
+    EXPECT_THAT(log, ElementsAre(fmt::format("SCPreferencesPathSetValue result: {:d}", !step.starts_with("set"))));
+  }
+  EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
+}
+
+TEST_F(NetworkSettingsTest, StaticIPTakesFourTexts) {
+  for (auto key : {"address", "mask", "router", "serviceID"}) {
+    for (const json::value& value : {json::value(""), json::value(1), json::value(nullptr), json::value("a/b")}) {
+      if (value == "a/b" && std::string_view(key) != "serviceID") continue;
+      json::object request{
+          {"command", "set-static-ip"}, {"address", "1"}, {"mask", "2"}, {"router", "3"}, {"serviceID", "4"}};
+      request[key] = value;
+      EXPECT_EQ(run(json::serialize(request)), R"({"error":"invalid static IP configuration"})") << request;
+      request.erase(key);
+      EXPECT_EQ(run(json::serialize(request)), R"({"error":"invalid static IP configuration"})") << request;
+      EXPECT_THAT(preferences().calls, IsEmpty());
+      EXPECT_THAT(log, IsEmpty());
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,87 @@
+#include "build_constants.h"
+#include "helper/command_test.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using platform::fake::machine;
+using platform::fake::passTime;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+const std::string idle = "PreventUserIdleSystemSleep", network = "NetworkClientActive";
+const std::string idleName = std::string(HelperServiceName) + ".idle";
+const std::string networkName = std::string(HelperServiceName) + ".network";
+
+class PowerTest : public CommandTest {
+ protected:
+  void preventSleep() { EXPECT_EQ(run("prevent-sleep-temp"), R"({"result":"success"})"); }
+
+  std::vector<std::string> heldTypes() {
+    std::vector<std::string> types;
+    for (const auto& [id, assertion] : machine().assertions) types.push_back(assertion.first);
+    return types;
+  }
+};
+
+TEST_F(PowerTest, TwoAssertionsAreHeldForThirtySeconds) {
+  preventSleep();
+  EXPECT_THAT(log(), ElementsAre("Prevent system sleeping"));
+  EXPECT_THAT(machine().assertions,
+              ElementsAre(Pair(testing::_, Pair(idle, idleName)), Pair(testing::_, Pair(network, networkName))));
+  passTime(30s - 1ns);
+  EXPECT_EQ(machine().assertions.size(), 2u);
+  EXPECT_THAT(log(), IsEmpty());
+  passTime(1ns);
+  EXPECT_THAT(machine().assertions, IsEmpty());
+  EXPECT_THAT(log(), ElementsAre("Release IOPMAssertion", "Release IOPMAssertion"));
+}
+
+TEST_F(PowerTest, CommandsOverlap) {
+  for (int count = 0; count < 3; ++count) {
+    preventSleep();
+    passTime(10s);
+  }
+  for (std::size_t held : {4, 2, 0}) {
+    EXPECT_EQ(machine().assertions.size(), held);
+    EXPECT_THAT(heldTypes(), testing::Each(testing::AnyOf(idle, network)));
+    passTime(10s);
+  }
+  EXPECT_EQ(log().size(), 3u + 6u);
+}
+
+TEST_F(PowerTest, OneAssertionMayFailWithoutTheOther) {
+  struct Case {
+    std::string fails, held;
+  };
+  for (const auto& [fails, held] : {Case{idle, network}, Case{network, idle}}) {
+    machine().assertionStatus = {{fails, -536870206}};
+    preventSleep();
+    EXPECT_THAT(log(), ElementsAre("Prevent system sleeping", "Failed to prevent system sleeping: -536870206"));
+    EXPECT_THAT(heldTypes(), ElementsAre(held));
+    passTime(30s);
+    EXPECT_THAT(log(), ElementsAre("Release IOPMAssertion"));
+    EXPECT_THAT(machine().assertions, IsEmpty());
+  }
+  machine().assertionStatus = {{idle, 1}, {network, 2}};
+  preventSleep();
+  EXPECT_THAT(log(), ElementsAre("Prevent system sleeping", "Failed to prevent system sleeping: 1",
+                                 "Failed to prevent system sleeping: 2"));
+}
+
+TEST_F(PowerTest, AFailedReleaseTellsWhich) {
+  machine().releaseStatus = 5;
+  preventSleep();
+  passTime(30s);
+  EXPECT_THAT(log(), ElementsAre("Prevent system sleeping", "Failed to release IOPMAssertion: 5",
+                                 "Failed to release network IOPMAssertion: 5"));
+}
+
+TEST_F(PowerTest, TheDNSCacheIsDropped) {
+  helper.flushSystemDNS();
+  EXPECT_THAT(log(), ElementsAre("Flush system DNS"));
+  EXPECT_THAT(machine().steps, ElementsAre("sh killall -HUP mDNSResponder"));
+}
+
+}  // namespace

@@ -1,0 +1,45 @@
+// Launching the main application again.
+#include "helper/BRHMain.h"
+#include "helper/admission.h"
+#include "platform/clock.h"
+#include "platform/dispatch.h"
+#include "platform/workspace.h"
+
+namespace dispatch = platform::dispatch;
+
+namespace {
+
+constexpr std::chrono::seconds relaunchDelay(1);
+constexpr double relaunchInterval = 30;  // seconds that must have passed since the relaunch before
+
+}  // namespace
+
+void BRHMain::defunctRestart(const platform::Process& peer) {
+  // The death that follows is not to have the application launched a second time.
+  _watchdogStarted = false;
+  peer.kill();
+  dispatch::after(relaunchDelay, dispatch::mainQueue(),
+                  [this] { launchMainApplicationWithArguments({"-crashDefunctRestart"}); });
+}
+
+void BRHMain::relaunchAfterLostClient() {
+  if (!_watchdogStarted || !_mainAppImagePath) return;
+  HX_log("Main process died unexpectedly");
+  _watchdogStarted = false;
+  if (platform::continuousSeconds() - _watchdogLastTime <= relaunchInterval) return;
+  HX_log("Relaunching");
+  _watchdogLastTime = platform::continuousSeconds();
+  dispatch::after(relaunchDelay, dispatch::mainQueue(),
+                  [this] { launchMainApplicationWithArguments({"-crashWatchDog"}); });
+}
+
+void BRHMain::launchMainApplicationWithArguments(const std::vector<std::string>& arguments) {
+  auto path = mainAppImagePath().value_or("");
+  if (!BRHValidateMainApplication(path)) {
+    HX_log("Refuse to launch invalid main application at {}", path);
+    return;
+  }
+  platform::openApplication(path, arguments, [](const std::optional<std::string>& error) {
+    if (error) HX_log("Failed to launch main application: {}", *error);
+  });
+}

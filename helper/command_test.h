@@ -1,0 +1,47 @@
+// What tests of the commands share: a helper, its log, and a client that it can lose.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <boost/json.hpp>
+#include <string>
+#include <vector>
+
+#include "helper/BRHMain.h"
+#include "platform/fake/dispatch.h"
+#include "platform/fake/ipc.h"
+#include "platform/fake/machine.h"
+
+/// Runs each test on a fresh machine, with a helper of its own whose log begins empty.
+class CommandTest : public testing::Test {
+ protected:
+  CommandTest() {
+    platform::fake::machine() = {};
+    platform::fake::resetQueues();
+    HXSetLogDestinations(0);
+    HXSetLogLineHook([this](const std::string& line) { log_.push_back(line.substr(line.find(']') + 2)); });
+  }
+  ~CommandTest() override {
+    HXSetLogLineHook(nullptr);
+    platform::fake::resetQueues();
+  }
+
+  /// Carries out a command that the process with the ID 42 sent; returns the reply's text.
+  std::string run(const char* command) {
+    return boost::json::serialize(helper.execCommand({{"command", command}}, {42, {}}));
+  }
+
+  void loseClient() {
+    using Error = platform::ipc::Error;
+    auto connection = platform::fake::makeConnection(std::make_shared<platform::fake::ConnectionState>());
+    helper.handleXPCEvent(*connection, Error{.kind = Error::Kind::connectionInvalid, .description = ""});
+  }
+
+  /// Messages logged since the last call.
+  std::vector<std::string> log() { return std::exchange(log_, {}); }
+
+  BRHMain helper;
+
+ private:
+  std::vector<std::string> log_;
+};

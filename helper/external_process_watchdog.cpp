@@ -1,0 +1,92 @@
+#include "helper/external_process_watchdog.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/json.hpp>
+#include <cerrno>
+
+#include "foundation/HXJSON.h"
+#include "foundation/HXLog.h"
+#include "platform/file_descriptor.h"
+#include "platform/processes.h"
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr char moduleName[] = "Helper";
+constexpr std::uint64_t maximumSize = 0x100000;  // bytes
+
+/// Whether nobody but its owner can have written it.
+bool isSafe(const struct stat& status) {
+  return (status.st_mode & (S_IFMT | S_IWGRP | S_IWOTH)) == S_IFREG &&
+         static_cast<std::uint64_t>(status.st_size) <= maximumSize;
+}
+
+/// Reads as much as the buffer holds; false when there is less.
+bool readAll(int file, std::string& buffer) {
+  for (std::size_t length = 0; length < buffer.size();) {
+    auto count = read(file, buffer.data() + length, buffer.size() - length);
+    if (count == 0 || (count < 0 && errno != EINTR)) return false;
+    if (count > 0) length += static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+std::optional<BRHWatchedProcess> watchedProcess(const json::value& element) {
+  const auto* pair = element.if_array();
+  if (!pair || pair->size() != 2) return std::nullopt;
+  json::error_code error;
+  auto number = pair->at(0).to_number<double>(error);  // which holds each 32-bit integer exactly
+  const auto* path = pair->at(1).if_string();
+  if (error || !(number >= 2 && number < 0x80000000p0) || !path || path->empty()) return std::nullopt;
+  return BRHWatchedProcess{.pid = static_cast<std::int32_t>(number), .path = std::string(*path)};
+}
+
+/// Kills the process that is listed, unless it has ended or its number is another's by now.
+void killIfStillTheSame(const BRHWatchedProcess& listed, std::uint32_t user) {
+  // Held before it is looked at: what is killed is what was looked at.
+  auto process = platform::Process::find(listed.pid);
+  if (process && platform::effectiveUserID(listed.pid) == user && platform::executablePath(listed.pid) == listed.path) {
+    process->kill();
+  }
+}
+
+}  // namespace
+
+std::optional<std::vector<BRHWatchedProcess>> BRHParseWatchedProcesses(std::string_view text) {
+  auto value = HX_JSONObject(text);
+  const auto* list = value ? value->if_array() : nullptr;
+  if (!list) return std::nullopt;
+  std::vector<BRHWatchedProcess> processes;
+  for (const auto& element : *list) {
+    if (auto process = watchedProcess(element)) processes.push_back(std::move(*process));
+  }
+  return processes;
+}
+
+void BRHKillWatchedExternalProcesses(const std::string& watchdogFile) {
+  // Without O_NONBLOCK a FIFO would be waited for.
+  platform::FileDescriptor file(open(watchdogFile.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file) return;
+  struct stat status;
+  if (fstat(file.get(), &status) != 0 || !isSafe(status)) {
+    HXLog(moduleName, "Reject unsafe external-process watchdog file");
+    return;
+  }
+  std::string content(static_cast<std::size_t>(status.st_size), '\0');
+  if (!readAll(file.get(), content)) {
+    HXLog(moduleName, "Failed to read external-process watchdog file");
+    return;
+  }
+  file.reset();
+
+  if (auto processes = BRHParseWatchedProcesses(content)) {
+    for (const auto& process : *processes) killIfStillTheSame(process, status.st_uid);
+  } else {
+    HXLog(moduleName, "Invalid external-process watchdog payload");
+  }
+  unlink(watchdogFile.c_str());
+}

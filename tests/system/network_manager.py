@@ -1,0 +1,155 @@
+"""A real NetworkManager on a system bus of its own, for the system tests, the demonstration and the benchmark.
+
+It manages the interfaces "nm0" and "nm1", one end each of two pairs, and leaves all others alone."""
+
+import json
+import os
+import subprocess
+import uuid
+from pathlib import Path
+
+from harness import wait_until
+
+PLACE = Path("/run/network_manager")
+CONNECTIONS = PLACE / "connections"
+BUS = Path("/run/dbus/system_bus_socket")  # where every program looks for it
+INTERFACES = ("nm0", "nm1")
+
+BUS_CONFIGURATION = f"""<busconfig><listen>unix:path={BUS}</listen><auth>EXTERNAL</auth><policy context="default">
+    <allow user="*"/><allow own="*"/><allow send_destination="*"/><allow receive_sender="*"/></policy></busconfig>"""
+
+CONFIGURATION = f"""[main]
+plugins=keyfile
+no-auto-default=*
+dns=none
+rc-manager=unmanaged
+hostname-mode=none
+auth-polkit=root-only
+[keyfile]
+path={CONNECTIONS}
+unmanaged-devices=*,except:interface-name:nm0,except:interface-name:nm1
+[connectivity]
+enabled=false
+"""
+
+CONNECTION = """[connection]
+id={name}
+uuid={uuid}
+type=ethernet
+autoconnect=false
+interface-name={interface}
+[ipv4]
+method=disabled
+[ipv6]
+method=disabled
+"""
+
+
+def run(*command):
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout
+
+
+class Bus:
+    """The system bus. `test` is told what to clean up."""
+
+    def __init__(self, test):
+        PLACE.mkdir(exist_ok=True)
+        BUS.parent.mkdir(exist_ok=True)
+        (PLACE / "bus.conf").write_text(BUS_CONFIGURATION)
+        self.process = subprocess.Popen(["dbus-daemon", "--nofork", "--nopidfile", f"--config-file={PLACE}/bus.conf"],
+                                        stderr=subprocess.DEVNULL)
+        test.addCleanup(BUS.unlink)
+        test.addCleanup(self.process.wait)
+        test.addCleanup(self.process.kill)
+        wait_until(BUS.exists, "the bus listens")
+
+
+class NetworkManager:
+    """NetworkManager on a bus that has been started."""
+
+    def __init__(self, test):
+        self.test = test
+        CONNECTIONS.mkdir(parents=True, exist_ok=True)
+        Path("/run/NetworkManager").mkdir(exist_ok=True)
+        Path("/var/lib/NetworkManager").mkdir(exist_ok=True)
+        (PLACE / "manager.conf").write_text(CONFIGURATION)
+        run("mount", "-o", "remount,bind,ro", "/sys")  # else it waits for udev
+        for name in INTERFACES:
+            run("ip", "link", "add", name, "type", "veth", "peer", "name", f"{name}-peer")
+            run("ip", "link", "set", f"{name}-peer", "up")
+            test.addCleanup(run, "ip", "link", "delete", name)
+        test.addCleanup(self._forget)
+        self.process = None
+        test.addCleanup(self.stop)
+        self.start()
+
+    @staticmethod
+    def _forget():
+        for file in CONNECTIONS.iterdir():
+            file.unlink()
+
+    def start(self):
+        with (PLACE / "log").open("a") as log:
+            self.process = subprocess.Popen(
+                ["NetworkManager", "--debug", f"--config={PLACE}/manager.conf", f"--config-dir={PLACE}/none",
+                 f"--system-config-dir={PLACE}/none", f"--intern-config={PLACE}/intern.conf",
+                 f"--state-file={PLACE}/state", f"--pid-file={PLACE}/pid"], stdout=log, stderr=log)
+
+        def is_ready():
+            assert self.process.poll() is None, (PLACE / "log").read_text()
+            return subprocess.run(["nmcli", "-t", "-f", "STARTUP", "general"], capture_output=True,
+                                  text=True).stdout == "started\n"
+        wait_until(is_ready, "NetworkManager is ready")
+
+    def stop(self):
+        if self.process:
+            self.process.kill()
+            self.process.wait()
+        self.process = None
+
+    def add_connections(self, count, interface, name="Idle"):
+        """Connections that are not active; returns their UUIDs."""
+        identifiers = [str(uuid.uuid4()) for _ in range(count)]
+        files = [CONNECTIONS / f"{identifier}.nmconnection" for identifier in identifiers]
+        for file, identifier in zip(files, identifiers):
+            file.touch(mode=0o600)
+            file.write_text(CONNECTION.format(name=name, uuid=identifier, interface=interface))
+        run("nmcli", "connection", "load", *files)
+        return identifiers
+
+    def add_connection(self, name, interface, active=True):
+        """Returns its UUID, once it is active if it is to be."""
+        (identifier,) = self.add_connections(1, interface, name)
+        if active:
+            run("nmcli", "connection", "up", identifier)
+        return identifier
+
+    @staticmethod
+    def setting(identifier, name):
+        """A connection's setting as it is stored, "proxy.method" for example."""
+        return run("nmcli", "--escape", "no", "-g", name, "connection", "show", identifier).rstrip("\n")
+
+    @staticmethod
+    def applied(interface):
+        """The settings that an interface uses, as they stand on D-Bus."""
+        bus = "org.freedesktop.NetworkManager"
+        def call(*arguments):
+            return json.loads(run("busctl", "--json=short", "call", bus, *arguments))["data"]
+        (device,) = call("/org/freedesktop/NetworkManager", bus, "GetDeviceByIpIface", "s", interface)
+        return call(device, f"{bus}.Device", "GetAppliedConnection", "u", "0")[0]
+
+    @staticmethod
+    def active():
+        """UUIDs of the active connections."""
+        return run("nmcli", "-g", "UUID", "connection", "show", "--active").split()
+
+
+def addresses(interface):
+    """The IPv4 addresses of an interface."""
+    (link,) = json.loads(run("ip", "-j", "-4", "address", "show", "dev", interface)) or [{"addr_info": []}]
+    return [f"{entry['local']}/{entry['prefixlen']}" for entry in link.get("addr_info", [])]
+
+
+def routers(interface):
+    """The gateways of an interface's default routes."""
+    return [route["gateway"] for route in json.loads(run("ip", "-j", "-4", "route", "show", "default", "dev", interface))]

@@ -1,0 +1,59 @@
+"""A system bus of the tests' own, and logind on it."""
+
+import json
+import os
+import signal
+import subprocess
+from pathlib import Path
+
+from harness import wait_until
+
+SOCKET = "/run/dbus/system_bus_socket"
+LOGIND = "org.freedesktop.login1"
+ALLOW_ALL = """<allow user="*"/><allow own="*"/><allow send_destination="*"/><allow send_type="*"/>
+    <allow receive_sender="*"/><allow receive_type="*"/><allow eavesdrop="true"/>"""
+
+
+def end(process):
+    process.send_signal(signal.SIGCONT)
+    process.kill()
+    process.wait()
+
+
+class SystemBus:
+    """A bus where everybody may do everything but what `policy` forbids. `test` is told what to clean up."""
+
+    def __init__(self, test, policy=""):
+        os.makedirs("/run/dbus", exist_ok=True)
+        Path("/run/dbus/test.conf").write_text(
+            f'<busconfig><listen>unix:path={SOCKET}</listen><auth>EXTERNAL</auth>'
+            f'<policy context="default">{ALLOW_ALL}{policy}</policy></busconfig>')
+        self.test = test
+        self.daemon = subprocess.Popen(["dbus-daemon", "--nofork", "--nopidfile", "--config-file=/run/dbus/test.conf"],
+                                       stderr=subprocess.DEVNULL)
+        test.addCleanup(lambda: Path(SOCKET).unlink(missing_ok=True))
+        test.addCleanup(end, self.daemon)
+        wait_until(lambda: os.path.exists(SOCKET), "the bus listens")
+        self.logind = None
+
+    def start_logind(self):
+        if self.logind:
+            end(self.logind)
+            wait_until(lambda: LOGIND not in self.call("ListNames", "org.freedesktop.DBus", "/", "org.freedesktop.DBus")[0],
+                       "the old one's name is free")
+        os.makedirs("/run/systemd", exist_ok=True)  # as process 1 would have made it
+        self.logind = subprocess.Popen(["/lib/systemd/systemd-logind"], stderr=subprocess.DEVNULL)
+        self.test.addCleanup(end, self.logind)
+        wait_until(lambda: LOGIND in self.call("ListNames", "org.freedesktop.DBus", "/", "org.freedesktop.DBus")[0],
+                   "logind is there")
+
+    def call(self, method, *where):
+        """Data of the reply to a call without arguments."""
+        destination, path, interface = where or (LOGIND, "/org/freedesktop/login1", LOGIND + ".Manager")
+        reply = subprocess.run(["busctl", "--system", "--json=short", "call", destination, path, interface, method],
+                               check=True, capture_output=True, text=True).stdout
+        return json.loads(reply)["data"]
+
+    def inhibitors(self):
+        """Who inhibits what and how, and with which user and process ID: (what, who, mode, uid, pid)."""
+        return sorted((what, who, mode, uid, pid) for what, who, _, mode, uid, pid in self.call("ListInhibitors")[0])

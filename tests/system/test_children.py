@@ -1,0 +1,304 @@
+"""The helper's children: a real DHCP server with a real client, stand-ins that misbehave, spindump."""
+
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import time
+import unittest
+from pathlib import Path
+
+import harness
+from harness import (DEADLINE, ENVIRONMENT, PYTHON, USER, Helper, HelperTest, copy_bundle, make_bundles, read_line, run_as_user,
+                     sign, wait_until)
+from lan import INTERFACE, Lan, ip
+
+# Perl ignores what follows __END__, such as a signature.
+STAND_IN = """#!/usr/bin/perl
+$SIG{TERM} = 'IGNORE' if -e '/tmp/dhcp/ignore-termination';
+$| = 1;
+print "stand-in: @ARGV\\n";
+sleep 1000 while 1;
+__END__
+"""
+
+# Sends each line that it reads as a JSON command and prints the reply.
+RELAY = """
+import sys
+connection = connect_greeted()
+for line in sys.stdin:
+    connection.sendall(frame(1, {"json": line.encode()}))
+    print(receive_frame(connection)[1]["json"].decode(), flush=True)
+"""
+
+
+def state(pid):
+    """Name and state letter of a process; None when there is none."""
+    try:
+        name, _, rest = Path(f"/proc/{pid}/stat").read_text().partition("(")[2].rpartition(")")
+        return name, rest.split()[0]
+    except (FileNotFoundError, ProcessLookupError):
+        return None
+
+
+def is_running(pid):
+    """Whether there is such a process, not counting zombies."""
+    found = state(pid)
+    return found is not None and found[1] != "Z"
+
+
+def processes_named(name):
+    found = {int(pid): state(pid) for pid in os.listdir("/proc") if pid.isdigit()}
+    return [pid for pid, known in found.items() if known and known[0] == name and known[1] != "Z"]
+
+
+class ChildTest(HelperTest):
+    def setUp(self):
+        make_bundles()
+        self.bundle, self.executable = copy_bundle("Server.app", "/opt/Python.app")
+        self.dhcpd = self.bundle / "Contents/Applications/brimo-dhcpd"
+        self.dhcpd.parent.mkdir()
+        self.folder = Path("/tmp/dhcp")
+        shutil.rmtree(self.folder, ignore_errors=True)
+        self.folder.mkdir()
+        self.output = self.folder / "output"
+        self.output.write_text("before\n")
+        for path in (self.folder, self.output):
+            os.chown(path, USER, USER)
+        super().setUp()
+        self.addCleanup(self.end_strays)
+
+    @staticmethod
+    def end_strays():
+        for pid in processes_named("brimo-dhcpd"):
+            os.kill(pid, signal.SIGKILL)
+
+    def install(self, source=None):
+        """Puts a signed file, or the stand-in, into the bundle as its DHCP server."""
+        if source:
+            shutil.copy(source, self.dhcpd)
+        else:
+            self.dhcpd.write_text(STAND_IN)
+        self.dhcpd.chmod(0o755)
+        sign(self.dhcpd, "com.example.brimo.dhcpd")
+
+    def client(self):
+        return self.start_script(self.executable, RELAY, stdin=subprocess.PIPE)
+
+    @staticmethod
+    def ask(client, command):
+        client.stdin.write(json.dumps(command) + "\n")
+        client.stdin.flush()
+        return json.loads(read_line(client))
+
+    def start_command(self, **changes):
+        return {"command": "start-dhcpd", "config": str(self.folder / "conf"), "lease": str(self.folder / "leases"),
+                "dhcpd": str(self.dhcpd), "interface": INTERFACE, "output": str(self.output),
+                "pid": str(self.folder / "pid")} | changes
+
+    def start(self, client, **changes):
+        """Has the server started; returns its PID, once it has said something."""
+        known = self.output.read_text()
+        reply = self.ask(client, self.start_command(**changes))
+        self.assertEqual(reply.get("result"), "success", reply)
+        wait_until(lambda: self.output.read_text() != known, "the server speaks")
+        return reply["pid"]
+
+    def wait_for_end(self, pid):
+        wait_until(lambda: not is_running(pid), f"PID {pid} has ended")
+
+    def assert_no_child(self):
+        """Not even a zombie."""
+        path = Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children")
+        wait_until(lambda: path.read_text() == "", "the helper has no child")
+
+
+class DHCPServer(ChildTest):
+    def test_a_real_client_gets_an_address_as_long_as_the_application_stays(self):
+        lan = Lan(self)
+        ip("address", "add", "192.0.2.1/24", "dev", INTERFACE)
+        guest = lan.add_server()
+        (self.folder / "conf").write_text("ping-check false;\n"
+                                          "subnet 192.0.2.0 netmask 255.255.255.0 { range 192.0.2.100 192.0.2.110; }\n")
+        (self.folder / "leases").touch()
+        shutil.copy(harness.BRIMO, self.executable)
+        self.install(shutil.which("dhcpd", path="/usr/sbin"))
+        client = run_as_user([self.executable], stdin=subprocess.PIPE, cwd=self.folder)
+        self.addCleanup(self._end_process, client)
+        client.stdin.write(f"start-dhcpd {INTERFACE} conf leases output pid\n")
+        client.stdin.flush()
+        pid = int(re.fullmatch(r"DHCP server runs as PID (\d+)", read_line(client))[1])
+        wait_until(lambda: "Server starting service." in self.output.read_text(), "the server is ready")
+
+        lan.run_in(guest, ["dhclient", "-4", "-d", "-1", "-sf", "/bin/true", "-cf", "/dev/null", "-lf", "/run/dhclient.leases",
+                           "-pf", "/run/dhclient.pid", "eth0"], "bound to 192.0.2.1")
+        self.assertRegex(self.output.read_text(), r"(?s)^before\n.*DHCPACK on 192\.0\.2\.1\d\d to ")
+        self.assertEqual((self.folder / "pid").read_text(), f"{pid}\n")
+        self.assertEqual(Path(f"/proc/{pid}/cmdline").read_bytes().split(b"\0")[:-1],
+                         [str(argument).encode() for argument in
+                          [self.dhcpd, "-4", "-f", "-d", "-cf", self.folder / "conf", "-lf", self.folder / "leases", "-pf",
+                           self.folder / "pid", INTERFACE]])
+        self.assertTrue(is_running(pid))
+        client.stdin.close()
+        self.wait_for_end(pid)
+        self.assert_no_child()
+        self.assertIn("[BRHMain] dhcpd started", self.log())
+        self.assertNotIn("[BRHMain] dhcpd completed", self.log())  # a deliberate stop
+
+    def test_only_the_signed_server_of_the_bundle_is_started(self):
+        self.install()
+        client = self.client()
+        link, copy = Path("/tmp/link"), self.dhcpd.with_name("copy")
+        link.symlink_to(self.dhcpd)
+        self.addCleanup(link.unlink)
+        shutil.copy(self.dhcpd, copy)
+        refused = {"error": "invalid dhcpd executable"}
+        for path in (copy, "/bin/sh", "/tmp/missing", "brimo-dhcpd"):
+            self.assertEqual(self.ask(client, self.start_command(dhcpd=str(path))), refused)
+            self.assertEqual(self.log()[-1], f"[BRHMain] Reject invalid dhcpd executable at {path}")
+        pid = self.start(client, dhcpd=str(link))
+        self.assertIn(str(self.dhcpd), Path(f"/proc/{pid}/cmdline").read_text())
+        self.dhcpd.write_text(STAND_IN)
+        self.assertEqual(self.ask(client, self.start_command()), refused)
+        self.install()
+        os.chown(self.dhcpd, USER, USER)  # signed, but the user may change it
+        self.assertEqual(self.ask(client, self.start_command()), refused)
+        self.assertTrue(is_running(pid))
+
+    def test_a_previous_server_is_stopped_with_patience_and_then_without(self):
+        self.install()
+        client = self.client()
+        first = self.start(client)
+        (self.folder / "ignore-termination").touch()
+        second = self.start(client)
+        self.assertFalse(is_running(first))
+        start = time.monotonic()
+        third = self.start(client)
+        self.assertGreater(time.monotonic() - start, 1)
+        self.assertFalse(is_running(second))
+        self.assertTrue(is_running(third))
+        self.assertEqual(self.log().count("[BRHMain] Terminate previous dhcpd"), 2)
+        self.assertEqual(self.ask(client, {"command": "stop-dhcpd"}), {"result": "success"})
+        self.assertFalse(is_running(third))
+        self.assert_no_child()
+
+    def test_a_server_that_ends_is_noticed(self):
+        self.install()
+        client = self.client()
+        os.kill(self.start(client), signal.SIGKILL)
+        self.wait_for_log(r"\[BRHMain\] dhcpd completed")
+        self.assert_no_child()
+        self.start(client)
+        self.assertNotIn("[BRHMain] Terminate previous dhcpd", self.log())
+
+    def test_who_holds_port_67_is_killed(self):
+        self.install()
+        holder = subprocess.Popen([PYTHON, "-c", "import socket; s = socket.socket(type=socket.SOCK_DGRAM)\n"
+                                   "s.bind(('127.0.0.1', 67)); print('bound', flush=True); input()"],
+                                  stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                                  start_new_session=True)
+        self.addCleanup(self._end_process, holder)
+        self.assertEqual(read_line(holder), "bound")
+        self.start(self.client())
+        self.assertEqual(holder.wait(DEADLINE), -signal.SIGKILL)
+        self.assertIn(f"[BRHMain] Port 67 is already used: PID {holder.pid} {os.path.realpath(PYTHON)}, kill", self.log())
+
+    def test_the_output_is_a_file_of_the_users_own(self):
+        self.install()
+        client = self.client()
+        others = self.folder / "others"
+        others.write_text("root's\n")
+
+        def plant(make):
+            self.output.unlink(missing_ok=True)
+            make()
+            self.assertEqual(self.ask(client, self.start_command()), {"error": "invalid dhcpd output path"})
+        plant(lambda: None)
+        plant(lambda: self.output.symlink_to(others))
+        plant(lambda: os.link(others, self.output))
+        plant(lambda: os.mkfifo(self.output))
+        plant(lambda: self.output.write_text("root's"))
+        self.assertEqual(others.read_text(), "root's\n")
+        self.assertEqual(processes_named("brimo-dhcpd"), [])
+        self.assert_no_child()
+
+    def test_nothing_of_the_helpers_comes_along(self):
+        self.install()
+        pid = self.start(self.client())
+        environment = Path(f"/proc/{pid}/environ").read_bytes()
+        self.assertEqual(environment, b"PATH=/usr/sbin:/usr/bin:/sbin:/bin\0")
+        targets = {os.readlink(f"/proc/{pid}/fd/{number}") for number in os.listdir(f"/proc/{pid}/fd")}
+        self.assertEqual(targets - {str(self.dhcpd)}, {"/dev/null", str(self.output)})  # Perl keeps its script open
+        self.assertRegex(Path(f"/proc/{pid}/status").read_text(), r"SigBlk:\t0{16}")
+        self.assertEqual(os.getsid(pid), pid)
+        self.assertEqual(os.readlink(f"/proc/{pid}/cwd"), "/")
+
+    def test_sigterm_stops_the_server_and_stop_leaves_it_until_its_name_is_called(self):
+        self.install()
+        pid = self.start(self.client())
+        self.helper.signal(signal.SIGTERM)
+        self.assertEqual(self.helper.wait(), 0)
+        self.assertFalse(is_running(pid))
+
+        self.helper = Helper()
+        client = self.client()
+        pid = self.start(client)
+        client.stdin.write('{"command": "stop"}\n')
+        client.stdin.flush()
+        self.assertEqual(self.helper.wait(), 0)
+        self.assertTrue(is_running(pid))
+
+        self.helper = Helper()
+        self.assertEqual(self.brimo("stop-dhcpd"), (0, "done\n", ""))
+        self.wait_for_end(pid)
+
+
+class Spindump(ChildTest):
+    def setUp(self):
+        super().setUp()
+        self.dump = self.folder / "dump of it"
+        self.gate = self.folder / "gate"
+
+    def add_stand_in(self):
+        """Lays a folder with a spindump over /usr/sbin, for the tests' own mount namespace."""
+        folder = Path("/run/sbin")
+        folder.mkdir()
+        self.addCleanup(shutil.rmtree, folder)
+        stand_in = folder / "spindump"
+        stand_in.write_text(f'#!/bin/sh\nfor argument; do echo "$argument"; done >"$3"\nread -r line <{self.gate}\n')
+        stand_in.chmod(0o755)
+        subprocess.run(["mount", "-t", "overlay", "-o", f"ro,lowerdir={folder}:/usr/sbin", "overlay", "/usr/sbin"], check=True)
+        self.addCleanup(subprocess.run, ["umount", "/usr/sbin"], check=True)
+
+    def test_one_at_a_time_samples_the_application(self):
+        self.add_stand_in()
+        os.mkfifo(self.gate)
+        client = self.client()
+        command = {"command": "spindump", "path": str(self.dump)}
+        for round in (1, 2):
+            self.assertEqual(self.ask(client, command), {"result": "success"})
+            self.assertEqual(self.ask(client, command), {"result": "success"})
+            wait_until(lambda: self.dump.exists() and self.dump.read_text().count("\n") == 3, "the dump is written")
+            self.assertEqual(self.dump.read_text(), f"{client.pid}\n-o\n{self.dump}\n")
+            self.assertEqual(len(processes_named("spindump")), 1)
+            self.gate.write_text("go on\n")
+            wait_until(lambda: self.log().count("[BRHMain] spindump completed") == round, "the end is noticed")
+            self.dump.unlink()
+        self.assertEqual(self.log().count("[BRHMain] spindump started"), 2)
+        self.assert_no_child()
+        self.assertEqual(self.brimo("spindump", "dump", cwd=self.folder), (0, "done\n", ""))
+        wait_until(lambda: (self.folder / "dump").exists(), "the dump is written")
+        self.gate.write_text("go on\n")
+        self.assert_no_child()
+
+    def test_without_it_the_reply_carries_the_reason(self):
+        for _ in range(2):
+            self.assertEqual(self.brimo("spindump", self.dump), (1, "", "Brimo: No such file or directory\n"))
+            self.wait_for_log(r"\[BRHMain\] Failed to start spindump: No such file or directory")
+        self.assertEqual(self.brimo("spindump", ""), (1, "", "Brimo: invalid spindump path\n"))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,333 @@
+"""System proxies and static IPv4: the store, a real NetworkManager, and what happens when either is out of order."""
+
+import json
+import os
+import shutil
+import signal
+import socket
+import stat
+import subprocess
+from pathlib import Path
+
+from harness import BRIMO, SERVICE, Helper, HelperTest, read_line, run_as_user, wait_until
+from network_manager import BUS, Bus, NetworkManager, addresses, routers, run
+
+FOLDER = Path("/var/lib") / SERVICE
+STORE = FOLDER / "preferences.json"
+UNKNOWN = "00000000-0000-0000-0000-000000000000"
+SUCCESS, FAILURE = {"result": "success"}, {"error": "failed to apply proxy settings"}
+
+
+def http_proxy(port):
+    return {"HTTPEnable": 1, "HTTPProxy": "127.0.0.1", "HTTPPort": port, "ExceptionsList": ["*.local", "169.254/16"]}
+
+
+def stored():
+    """The services in the store."""
+    return json.loads(STORE.read_text())["NetworkServices"]
+
+
+class Client:
+    """An admitted client that stays connected."""
+
+    def __init__(self, test):
+        self.process = run_as_user([BRIMO], stdin=subprocess.PIPE)
+        test.addCleanup(test._end_process, self.process)
+
+    def send(self, **command):
+        print("json", json.dumps(command), file=self.process.stdin, flush=True)
+
+    def ask(self, **command):
+        self.send(**command)
+        return json.loads(read_line(self.process))
+
+    def set_proxy(self, services, **options):
+        return self.ask(command="set-proxy", payload=services, **options)
+
+    def kill(self):
+        self.process.kill()
+
+
+class NetworkSettingsTest(HelperTest):
+    def setUp(self):
+        super().setUp()
+        self.addCleanup(shutil.rmtree, FOLDER, ignore_errors=True)
+
+    def client(self):
+        return Client(self)
+
+    def wait_for_cleanup(self, result=1, count=1):
+        """Until the helper has handled the last of so many clean-ups."""
+        line = "[BRHMain] XPC connection closed" if result else "[BRHMain] Proxy settings cleanup was incomplete"
+        wait_until(lambda: len([entry for entry in self.log() if entry.startswith(line)]) >= count, line)
+
+
+class WithNetworkManager(NetworkSettingsTest):
+    def setUp(self):
+        super().setUp()
+        self.bus = Bus(self)
+        self.manager = NetworkManager(self)
+        self.active = self.manager.add_connection("Wired", "nm0")
+        self.idle = self.manager.add_connection("Idle one", "nm1", active=False)
+
+    def method(self, service):
+        return self.manager.setting(service, "proxy.method")
+
+    def assert_proxied(self, service, port):
+        self.assertEqual(self.method(service), "auto")
+        self.assertIn(f'"PROXY 127.0.0.1:{port}"', self.manager.setting(service, "proxy.pac-script"))
+
+    def wait_until_off(self, service):
+        wait_until(lambda: self.method(service) == "none", "the proxy is off")
+
+    def test_a_static_address_reaches_the_interface_and_leaves_the_rest_alone(self):
+        run("nmcli", "connection", "modify", self.active, "ipv4.method", "manual", "ipv4.addresses", "198.51.100.1/16",
+            "ipv4.routes", "203.0.113.0/24 198.51.100.9", "ipv4.dns", "198.51.100.53", "proxy.method", "auto",
+            "proxy.pac-url", "http://own.example/")
+        static = dict(command="set-static-ip", serviceID=self.active, mask="255.255.255.128", router="192.0.2.1")
+        client = self.client()
+        self.assertEqual(client.ask(address="192.0.2.7", **static), SUCCESS)
+        wait_until(lambda: addresses("nm0") == ["192.0.2.7/25"], "the address is there")
+        wait_until(lambda: routers("nm0") == ["192.0.2.1"], "the router is there")
+        self.assertEqual(self.manager.setting(self.active, "ipv4.dns"), "198.51.100.53")
+        self.assertIn("203.0.113.0/24", self.manager.setting(self.active, "ipv4.routes"))
+        self.assertEqual(self.manager.setting(self.active, "proxy.pac-url"), "http://own.example/")
+        self.assertEqual(stored(), {self.active: {"IPv4": {"Addresses": ["192.0.2.7"], "ConfigMethod": "Manual",
+                                                           "Router": "192.0.2.1", "SubnetMasks": ["255.255.255.128"]}}})
+        # What is no address is stored all the same, and NetworkManager keeps what it has.
+        self.assertEqual(client.ask(address="nonsense", **static), {"error": "failed to apply static IP configuration"})
+        self.assertEqual(stored()[self.active]["IPv4"]["Addresses"], ["nonsense"])
+        self.assertEqual(addresses("nm0"), ["192.0.2.7/25"])
+        # Proxies alone do not bring an address back that has been changed since.
+        run("nmcli", "connection", "modify", self.active, "ipv4.addresses", "192.0.2.99/24")
+        self.assertEqual(client.set_proxy({self.active: http_proxy(1)}), SUCCESS)
+        self.assertEqual(self.manager.setting(self.active, "ipv4.addresses"), "192.0.2.99/24")
+
+    def test_proxies_are_set_on_connections_and_in_use(self):
+        client = self.client()
+        pac = {"ProxyAutoConfigEnable": 1, "ProxyAutoConfigURLString": "http://pac.example/"}
+        proxies = {self.active: http_proxy(8080), self.idle: pac}
+        self.assertEqual(client.set_proxy(proxies), SUCCESS)
+        self.assert_proxied(self.active, 8080)
+        self.assertEqual(self.manager.setting(self.idle, "proxy.pac-url"), "http://pac.example/")
+        self.assertIn("127.0.0.1:8080", self.manager.applied("nm0")["proxy"]["pac-script"]["data"])
+        self.assertEqual(self.manager.active(), [self.active], "an idle connection stays idle")
+        self.assertEqual(stored(), {service: {"Proxies": entity} for service, entity in proxies.items()})
+        self.assertEqual([stat.S_IMODE(path.stat().st_mode) for path in (FOLDER, STORE)], [0o700, 0o600])
+        # They outlive the client that did not say to clean up, and a restart of NetworkManager.
+        client.kill()
+        self.wait_for_cleanup()
+        self.manager.stop()
+        self.manager.start()
+        self.assert_proxied(self.active, 8080)
+        self.assertEqual(self.client().set_proxy({self.active: {}, self.idle: {}}, cleanup=True), SUCCESS)
+        self.assertEqual([self.method(self.active), self.method(self.idle)], ["none", "none"])
+        self.assertEqual(stored(), {self.active: {"Proxies": {}}, self.idle: {"Proxies": {}}})
+
+    def test_one_bad_entry_does_not_keep_the_others_back(self):
+        before = self.helper.descriptors()
+        client = self.client()
+        bad = {"HTTPEnable": 1, "HTTPProxy": "a; DIRECT", "HTTPPort": 1}
+        for entry in ({self.idle: bad}, {f"{self.idle}/": {}}, {self.idle: 1}):
+            self.assertEqual(client.set_proxy({self.active: {}}), SUCCESS)
+            self.assertEqual(client.set_proxy(entry | {self.active: http_proxy(8080)}), FAILURE)
+            self.assert_proxied(self.active, 8080)
+            self.assertEqual(self.method(self.idle), "none")
+        self.assertEqual(client.set_proxy({UNKNOWN: bad, "": {}, "\0": {}}), SUCCESS, "no connection: only stored")
+        self.assertEqual(stored()[UNKNOWN], {"Proxies": bad})
+        client.process.stdin.close()
+        wait_until(lambda: self.helper.descriptors() <= before + 1, "no descriptor is left")  # the log file is one
+
+    def test_the_proxies_of_a_client_that_dies_go_with_it(self):
+        client = self.client()
+        self.assertEqual(client.set_proxy({self.active: http_proxy(1), self.idle: http_proxy(2)}, cleanup=False), SUCCESS)
+        self.assert_proxied(self.idle, 2)
+        client.kill()
+        self.wait_until_off(self.active)
+        self.wait_until_off(self.idle)
+        self.assertEqual(stored(), {self.active: {"Proxies": {}}, self.idle: {"Proxies": {}}})
+        self.assertNotIn("incomplete", str(self.log()))
+
+    def test_the_proxies_go_when_the_helper_is_told_to_end(self):
+        self.assertEqual(self.client().set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
+        self.helper.signal(signal.SIGTERM)
+        self.assertEqual(self.helper.wait(), 0)
+        self.assertEqual(self.method(self.active), "none")
+        self.assertEqual(stored()[self.active], {"Proxies": {}})
+
+    def test_what_a_killed_helper_leaves_behind_stays_until_it_is_undone(self):
+        self.assertEqual(self.client().set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
+        self.helper.signal(signal.SIGKILL)
+        self.helper.wait()
+        self.helper = Helper()
+        self.assert_serves()
+        self.assert_proxied(self.active, 1)
+        self.assertEqual(self.client().set_proxy({self.active: {}}, cleanup=True), SUCCESS)
+        self.assertEqual(self.method(self.active), "none")
+
+    def test_two_clients_at_once(self):
+        clients = [self.client(), self.client()]
+        services = [self.active, self.idle]
+        for number in range(20):
+            for client, service in zip(clients, services):
+                client.send(command="set-proxy", payload={service: http_proxy(100 + number), f"x{number}-{service}": {}},
+                            cleanup=False)
+        for client in clients:
+            for _ in range(20):
+                self.assertEqual(json.loads(client.process.stdout.readline()), SUCCESS)
+        self.assertEqual(len(stored()), 42)
+        for service in services:
+            self.assert_proxied(service, 119)
+        # There is one list: who leaves first takes the proxies of both along.
+        clients[0].kill()
+        self.wait_until_off(self.active)
+        self.wait_until_off(self.idle)
+        self.assertEqual(clients[1].set_proxy({self.idle: http_proxy(5)}, cleanup=False), SUCCESS)
+        clients[1].kill()
+        self.wait_until_off(self.idle)
+
+    def test_a_clean_up_without_network_manager_is_tried_again(self):
+        client = self.client()
+        self.assertEqual(client.set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
+        self.manager.stop()
+        self.assertEqual(client.set_proxy({UNKNOWN: {}}), SUCCESS, "never projected")
+        client.kill()
+        self.wait_for_log(r"\[BRHMain\] Proxy settings cleanup was incomplete: NetworkManager is not running")
+        self.manager.start()
+        self.assert_proxied(self.active, 1)
+        self.assert_serves()  # whose client leaves, too
+        self.wait_until_off(self.active)
+        self.assertEqual(stored()[self.active], {"Proxies": {}})
+
+    def test_who_hangs_holds_nobody_up_for_ever(self):
+        client = self.client()
+        for process in (self.manager.process, self.bus.process):
+            process.send_signal(signal.SIGSTOP)
+            self.assertEqual(client.set_proxy({self.active: http_proxy(1), self.idle: http_proxy(1)}), FAILURE)
+            process.send_signal(signal.SIGCONT)
+            self.assertEqual(client.set_proxy({self.active: http_proxy(2), self.idle: {}}), SUCCESS)
+            self.assert_proxied(self.active, 2)
+
+    def test_the_command_line(self):
+        self.assertEqual(self.brimo("services"), (0, f"{self.active}  nm0              Wired\n"
+                                                     f"{self.idle}  -                Idle one\n", ""))
+        self.assertEqual(self.brimo("set-proxy", "nm0", "http=127.0.0.1:8080", "except=*.local"), (0, "done\n", ""))
+        self.assertEqual(stored(), {self.active: {"Proxies": {
+            "HTTPEnable": 1, "HTTPProxy": "127.0.0.1", "HTTPPort": 8080, "ExceptionsList": ["*.local"]}}})
+        self.assert_proxied(self.active, 8080)
+        self.assertEqual(self.brimo("set-proxy", "Wired", "off"), (0, "done\n", ""))
+        self.assertEqual(self.method(self.active), "none")
+        self.assertEqual(self.brimo("set-static-ip", self.active, "192.0.2.7", "255.255.255.0", "192.0.2.1"), (0, "done\n", ""))
+        wait_until(lambda: addresses("nm0") == ["192.0.2.7/24"], "the address is there")
+        self.assertEqual(self.brimo("set-proxy", "nm7", "off"), (
+            0, "done; but no service of this machine is called nm7, so this is only stored\n", ""))
+        self.assertEqual(self.brimo("set-static-ip", "nm0", "x", "y", "z"),
+                         (1, "", "Brimo: failed to apply static IP configuration\n"))
+        for arguments in (["set-proxy", "nm0"], ["set-proxy", "nm0", "on"], ["set-static-ip", "nm0", "192.0.2.7"]):
+            self.assertEqual(self.brimo(*arguments)[0], 2)
+        client = self.client()
+        print("set-proxy nm0 http=127.0.0.1:1 temporary", file=client.process.stdin, flush=True)
+        self.assertEqual(read_line(client.process), "done")
+        self.assert_proxied(self.active, 1)
+        client.process.stdin.close()
+        self.wait_until_off(self.active)
+
+
+class StoreOutOfOrder(NetworkSettingsTest):
+    """Refused, with nothing lost and nothing projected; afterwards all is as before."""
+
+    def setUp(self):
+        super().setUp()
+        Bus(self)
+        self.manager = NetworkManager(self)
+        self.service = self.manager.add_connection("Wired", "nm0")
+        self.admitted = self.client()
+
+    def assert_refused(self):
+        before = STORE.read_bytes()
+        self.assertEqual(self.admitted.set_proxy({self.service: http_proxy(1)}), FAILURE)
+        self.assertEqual(STORE.read_bytes(), before)
+        self.assertEqual(self.manager.setting(self.service, "proxy.method"), "none")
+
+    def assert_accepted(self):
+        self.assertEqual(self.admitted.set_proxy({self.service: http_proxy(1)}), SUCCESS)
+        self.assertEqual(self.admitted.set_proxy({self.service: {}}), SUCCESS)
+
+    def test_a_full_disk(self):
+        FOLDER.mkdir(mode=0o700)
+        run("mount", "-t", "tmpfs", "-o", "size=64k,mode=0700", "tmpfs", FOLDER)
+        self.addCleanup(run, "umount", FOLDER)
+        self.assert_accepted()
+        with (FOLDER / "filler").open("wb", buffering=0) as filler:
+            self.assertRaises(OSError, lambda: [filler.write(bytes(4096)) for _ in range(100)])
+        self.assert_refused()
+        (FOLDER / "filler").unlink()
+        self.assert_accepted()
+
+    def test_a_read_only_folder(self):
+        self.assert_accepted()
+        run("mount", "--bind", FOLDER, FOLDER)
+        run("mount", "-o", "remount,bind,ro", FOLDER)
+        self.assert_refused()
+        run("umount", FOLDER)
+        self.assert_accepted()
+
+    def test_a_store_that_is_not_json_or_not_its_own(self):
+        self.assert_accepted()
+        good = STORE.read_bytes()
+        STORE.write_bytes(good[:-1])
+        self.assert_refused()
+        self.wait_for_log(r"\[BRHMain\] Failed to lock SCPreferences: preferences.json is not JSON: .*")
+        STORE.write_bytes(good)
+        for path in (FOLDER, STORE, FOLDER / "preferences.lock", FOLDER / "projected.json"):
+            mode = path.stat().st_mode
+            for spoil, mend in ((lambda: path.chmod(mode | 0o002), lambda: path.chmod(mode)),
+                                (lambda: os.chown(path, 1000, 1000), lambda: os.chown(path, 0, 0))):
+                spoil()
+                self.assert_refused()
+                mend()
+        self.assert_accepted()
+
+
+class WithoutNetworkManager(NetworkSettingsTest):
+    def listen_to_the_system_log(self):
+        """A folder in the place of /dev with a socket for the system log; returns the socket."""
+        folder = Path("/run/dev")
+        folder.mkdir()
+        run("mount", "-t", "tmpfs", "tmpfs", folder)
+        run("cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder)
+        log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(log.close)
+        log.bind(str(folder / "log"))
+        log.setblocking(False)
+        run("mount", "--move", folder, "/dev")
+        self.addCleanup(run, "umount", "--lazy", "/dev")
+        return log
+
+    def test_the_store_alone_changes_and_the_system_log_says_so_once(self):
+        self.end_helper()
+        log = self.listen_to_the_system_log()
+        self.helper = Helper()
+        client = self.client()
+        self.assertFalse(BUS.exists())
+        self.assertEqual(client.set_proxy({UNKNOWN: http_proxy(1)}, cleanup=False), SUCCESS)
+        Bus(self)
+        self.assertEqual(client.ask(command="set-static-ip", serviceID="other", address="a", mask="b", router="c"), SUCCESS)
+        self.assertEqual(stored(), {UNKNOWN: {"Proxies": http_proxy(1)}, "other": {"IPv4": {
+            "Addresses": ["a"], "ConfigMethod": "Manual", "Router": "c", "SubnetMasks": ["b"]}}})
+        client.kill()
+        wait_until(lambda: stored()[UNKNOWN] == {"Proxies": {}}, "the clean-up is done")
+        lines = []
+        while True:
+            try:
+                lines.append(log.recv(4096).decode())
+            except BlockingIOError:
+                break
+        self.assertEqual(len([line for line in lines if "Network preferences are only stored" in line]), 1, lines)
+
+    def test_the_command_line(self):
+        code, out, err = self.brimo("services")
+        self.assertEqual((code, out), (1, ""))
+        self.assertRegex(err, "^Brimo: no system bus: .+\n$")
+        self.assertEqual(self.brimo("set-proxy", "eth0", "pac=http://a/"), (0, "done\n", ""))
+        self.assertEqual(stored()["eth0"]["Proxies"]["ProxyAutoConfigURLString"], "http://a/")

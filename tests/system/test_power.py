@@ -1,0 +1,112 @@
+"""The machine stays awake: inhibitors of a real logind, and what happens without one."""
+
+import os
+import signal
+import time
+import unittest
+
+from harness import SERVICE, HelperTest, wait_until
+from system_bus import LOGIND, SystemBus
+
+DONE = (0, "done\n", "")
+FAILED = r"[BRHMain] Failed to prevent system sleeping: {}"
+RELEASED = "[BRHMain] Release IOPMAssertion"
+
+
+class Power(HelperTest):
+    def setUp(self):
+        super().setUp()
+        self.assert_serves()
+        self.wait_for_log(r"\[BRHMain\] XPC connection closed")
+        self.descriptors = self.helper.descriptors()
+
+    def inhibitor_descriptors(self):
+        folder = f"/proc/{self.helper.pid}/fd"
+        return len([name for name in os.listdir(folder) if "/systemd/inhibit/" in os.readlink(f"{folder}/{name}")])
+
+    def assert_no_descriptor_is_left(self, more=0):
+        wait_until(lambda: self.helper.descriptors() <= self.descriptors + more, "all other descriptors are closed")
+
+    def prevent_sleep(self):
+        self.assertEqual(self.brimo("prevent-sleep-temp"), DONE)
+
+    def expected(self, commands):
+        return sorted(("idle", f"{SERVICE}.{name}", "block", 0, self.helper.pid)
+                      for name in ("idle", "network") for _ in range(commands))
+
+    def failures(self):
+        return [line for line in self.log() if "Failed" in line]
+
+    def test_thirty_seconds_of_two_inhibitors_for_each_command(self):
+        bus = SystemBus(self)
+        bus.start_logind()
+        start = time.monotonic()
+        self.prevent_sleep()
+        self.assertEqual(bus.inhibitors(), self.expected(1))
+        # They outlive the client, and logind, which is started anew and has them as before.
+        bus.start_logind()
+        self.assertEqual(bus.inhibitors(), self.expected(1))
+        time.sleep(2)  # lies between the commands, and so between their ends
+        second = time.monotonic()
+        self.prevent_sleep()
+        self.assertEqual(bus.inhibitors(), self.expected(2))
+        self.assertEqual(self.inhibitor_descriptors(), 4)
+
+        for since, released, left in ((start, 2, 1), (second, 4, 0)):
+            wait_until(lambda: self.log().count(RELEASED) == released, f"{released} have been released", 60)
+            self.assertGreaterEqual(time.monotonic() - since, 30)
+            wait_until(lambda: bus.inhibitors() == self.expected(left), "logind has seen it")
+        self.assertEqual(self.failures(), [])
+        self.assert_no_descriptor_is_left(more=2)  # the timers'
+
+    def test_the_end_of_the_helper_releases_them(self):
+        bus = SystemBus(self)
+        bus.start_logind()
+        self.prevent_sleep()
+        self.end_helper()
+        wait_until(lambda: not bus.inhibitors(), "they are gone")
+
+    def test_without_a_bus_and_without_logind(self):
+        self.prevent_sleep()
+        self.assertEqual(self.failures(), [FAILED.format(2)] * 2)  # ENOENT
+        SystemBus(self)
+        self.prevent_sleep()
+        self.assertEqual(self.failures()[2:], [FAILED.format(113)] * 2)  # EHOSTUNREACH: nobody has that name
+        self.assert_no_descriptor_is_left()
+
+    def test_denied(self):
+        bus = SystemBus(self, policy=f'<deny send_interface="{LOGIND}.Manager" send_member="Inhibit"/>')
+        bus.start_logind()
+        self.prevent_sleep()
+        self.assertEqual(self.failures(), [FAILED.format(13)] * 2)  # EACCES
+        self.assertEqual(bus.inhibitors(), [])
+
+    def test_who_does_not_answer_is_not_waited_for(self):
+        bus = SystemBus(self)
+        bus.start_logind()
+        for count, process in enumerate((bus.logind, bus.daemon), 1):
+            process.send_signal(signal.SIGSTOP)
+            self.prevent_sleep()
+            self.assertEqual(self.failures(), [FAILED.format(110)] * 2 * count)  # ETIMEDOUT
+            self.assert_no_descriptor_is_left()
+            process.send_signal(signal.SIGCONT)
+        self.prevent_sleep()
+        # What logind was asked for in vain it had granted, and let go of with the connection.
+        wait_until(lambda: bus.inhibitors() == self.expected(1), "only the last two are left")
+
+    def test_however_often_it_is_asked_descriptors_are_left(self):
+        bus = SystemBus(self)
+        bus.start_logind()
+        script = """
+connection = connect_greeted()
+for _ in range(200):
+    connection.sendall(frame(1, {"json": b'{"command":"prevent-sleep-temp"}'}))
+    assert receive_frame(connection) == [1, {"json": b'{"result":"success"}'}]
+"""
+        self.assert_succeeds(self.genuine(script))
+        self.assertEqual(len(bus.inhibitors()), 256)
+        self.assertEqual(self.failures(), [FAILED.format(24)] * (400 - 256))  # EMFILE
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,224 @@
+"""The application dies and is launched again: as whom, with what, how often, and when not."""
+
+import glob
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import unittest
+from pathlib import Path
+
+from harness import DEADLINE, ENVIRONMENT, FRAMEWORKS, Helper, HelperTest, TESTS, USER, copy_bundle, read_line, run_as_user, sign, wait_until
+from system_bus import SystemBus
+
+DIED, RELAUNCHING = "[BRHMain] Main process died unexpectedly", "[BRHMain] Relaunching"
+NOBODY_IN_PARTICULAR = 4321  # a user whom no user database knows
+
+
+class Relaunch(HelperTest):
+    def setUp(self):
+        # Applications end after the helper, which would launch them again.
+        self.started, self.relaunched = [], []
+        self.addCleanup(self.end_applications)
+        super().setUp()
+        self.make_bundle()
+
+    def make_bundle(self):
+        self.bundle, self.executable = copy_bundle("Relaunched.app")
+        self.executable.unlink()  # which may be running
+        shutil.copy(TESTS / "bin/relaunched", self.executable)
+        sign(self.executable)
+
+    def end_applications(self):
+        for process in self.started:
+            self._end_process(process)
+        for pid in self.relaunched:
+            try:
+                os.kill(pid, signal.SIGKILL)
+                os.waitpid(pid, 0)  # its parent is this process, the first of its namespace
+            except (ProcessLookupError, ChildProcessError):
+                pass
+
+    def start(self, **options):
+        """The application, admitted and with the watchdog armed."""
+        process = run_as_user([self.executable], stdin=subprocess.PIPE, **options)
+        self.started.append(process)
+        self.assertEqual(read_line(process), "armed")
+        return process
+
+    @staticmethod
+    def command(process, command):
+        print(command, file=process.stdin, flush=True)
+
+    def kill(self, pid):
+        """Kills the application; returns when the helper has seen to that."""
+        before = self.log().count(DIED)
+        os.kill(pid, signal.SIGKILL)
+        wait_until(lambda: self.log().count(DIED) == before + 1, "the helper has noticed")
+
+    def report(self, argument):
+        """What the one application that was launched with the argument has written down, and its pid."""
+        path, = wait_until(lambda: [p for p in glob.glob(f"/tmp/{argument}.*") if not p.endswith(".part")], "it runs")
+        report = json.loads(Path(path).read_text())
+        Path(path).unlink()
+        pid = int(path.rpartition(".")[2])
+        self.relaunched.append(pid)
+        return report, pid
+
+    def assert_runs_as(self, report, user, groups):
+        status = dict(re.findall(r"^(\w+):[ \t]*(.*?)[ \t]*$", report["status"], re.M))
+        self.assertEqual(status["Uid"].split(), [str(user)] * 4)
+        self.assertEqual(status["Gid"].split(), [str(user)] * 4)
+        self.assertEqual(status["Groups"].split(), [str(group) for group in groups])
+        if user:
+            self.assertEqual({status[name] for name in ("CapInh", "CapPrm", "CapEff", "CapAmb")}, {"0" * 16})
+        self.assertEqual({int(status[name], 16) for name in ("SigBlk", "SigIgn")}, {0})
+        return status
+
+    def test_it_comes_back_as_the_user_it_was(self):
+        home = Path("/opt/home")
+        home.mkdir(mode=0o700, exist_ok=True)
+        os.chown(home, NOBODY_IN_PARTICULAR, 0)
+        kept = {"HOME": str(home), "USER": "somebody", "DISPLAY": ":7", "WAYLAND_DISPLAY": "wayland-1",
+                "XAUTHORITY": "/run/user/1000/.Xauthority", "DBUS_SESSION_BUS_ADDRESS": "unix:path=/run/user/1000/bus",
+                "XDG_SESSION_ID": "2", "LANG": "de_DE.UTF-8", "LC_ALL": "C.UTF-8"}
+        other = {"SECRET": "1", "LD_LIBRARY_PATH": "/tmp", "PYTHONPATH": "/tmp", "BASH_ENV": "/tmp/x", "IFS": "x"}
+        process = self.start(env=ENVIRONMENT | kept | other, user=NOBODY_IN_PARTICULAR, groups=[4, 2000, 3000])
+        self.kill(process.pid)
+        self.assertEqual(self.log()[-3:], ["[BRHMain] XPC connection closed", DIED, RELAUNCHING])
+        report, pid = self.report("-crashWatchDog")
+
+        self.assertEqual(report["arguments"], [str(self.executable), "-crashWatchDog"])
+        status = self.assert_runs_as(report, NOBODY_IN_PARTICULAR, [4, 2000, 3000])
+        environment = dict(entry.split("=", 1) for entry in report["environment"].rstrip("\0").split("\0"))
+        self.assertEqual(environment, kept | {"PATH": ENVIRONMENT["PATH"]})
+        self.assertEqual(report["folder"], str(home))
+        self.assertEqual(report["descriptors"], {"0": "/dev/null", "1": "/dev/null", "2": "/dev/null"})
+        self.assertEqual(report["umask"], 0o022)
+        self.assertEqual(report["session"], pid)
+        self.assertNotEqual(int(status["PPid"]), self.helper.pid)
+        self.assertEqual(self.helper_children(), [])
+
+    def helper_children(self):
+        return Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children").read_text().split()
+
+    def test_what_the_application_lacks_is_filled_in(self):
+        process = self.start(env={}, user=33)  # www-data, whom every Debian machine has
+        self.kill(process.pid)
+        report, pid = self.report("-crashWatchDog")
+        self.assert_runs_as(report, 33, [])
+        self.assertEqual(sorted(report["environment"].rstrip("\0").split("\0")),
+                         ["HOME=/var/www", "LOGNAME=www-data", "PATH=/usr/local/bin:/usr/bin:/bin", "SHELL=/usr/sbin/nologin", "USER=www-data"])
+        self.assertEqual(report["folder"], "/var/www" if os.path.isdir("/var/www") else "/")
+
+    def test_systemd_is_asked_to_take_it_to_the_users_processes(self):
+        # Who answers here is only the bus: nobody has that name, and the application runs all the same.
+        SystemBus(self)
+        os.makedirs("/run/systemd/system", exist_ok=True)  # says that systemd runs
+        self.addCleanup(os.rmdir, "/run/systemd/system")
+        monitor = subprocess.Popen(["busctl", "--system", "--json=short", "monitor", "org.freedesktop.systemd1"], text=True,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
+        self.addCleanup(self._end_process, monitor)
+        wait_until(lambda: "Monitoring" in monitor.stderr.readline(), "it looks on")
+        self.command(self.start(), "defunct-restart")
+        report, pid = self.report("-crashDefunctRestart")
+        while (message := json.loads(read_line(monitor))).get("member") != "StartTransientUnit":
+            pass
+        name, mode, properties, others = message["payload"]["data"]
+        self.assertEqual((name, mode, others), (f"app-com.example.brimo-{pid}.scope", "fail", []))
+        values = {key: value["data"] for key, value in properties}
+        self.assertEqual(values, {"Slice": f"user-{USER}.slice", "PIDs": [pid], "CollectMode": "inactive-or-failed"})
+
+    def check_who_comes_back(self, user, groups, other):
+        self.assertEqual(self.brimo("version", user=other)[0], 0)  # was admitted before
+        process = self.start(user=user, groups=groups)
+        self.command(process, "defunct-restart")
+        report, pid = self.report("-crashDefunctRestart")
+        self.assert_runs_as(report, user, groups)
+
+    def test_an_application_of_root_comes_back_as_root(self):
+        self.check_who_comes_back(0, [0, 7], USER)
+
+    def test_no_other_application_comes_back_as_root(self):
+        self.check_who_comes_back(USER, [], 0)
+
+    def test_once_in_thirty_seconds(self):
+        process = self.start()
+        self.kill(process.pid)
+        report, pid = self.report("-crashWatchDog")  # which has armed the watchdog again
+        self.kill(pid)
+        self.assertEqual([self.log().count(line) for line in (DIED, RELAUNCHING)], [2, 1])
+        # What is scheduled later on the same queue comes, and nothing before it.
+        self.command(self.start(), "defunct-restart")
+        self.report("-crashDefunctRestart")
+        self.assertEqual(glob.glob("/tmp/-crashWatchDog*"), [])
+
+    def test_defunct_restart_kills_and_relaunches(self):
+        for _ in range(2):  # without a limit
+            process = self.start()
+            self.command(process, "defunct-restart")
+            self.assertEqual(process.wait(DEADLINE), -signal.SIGKILL)
+            report, pid = self.report("-crashDefunctRestart")
+            self.assertEqual(report["arguments"], [str(self.executable), "-crashDefunctRestart"])
+        self.assertNotIn(DIED, self.log())
+
+    def test_an_application_that_is_not_watched_stays_away(self):
+        process = self.start()
+        self.command(process, "stop-watchdog")
+        self.wait_for_log(r"\[BRHMain\] Received command: stop-watchdog")
+        process.kill()
+        self.wait_for_log(r"\[BRHMain\] XPC connection closed")
+        self.assertNotIn(DIED, self.log())
+
+    def test_an_application_that_was_changed_is_not_launched(self):
+        refusal = f"[BRHMain] Refuse to launch invalid main application at {self.executable}"
+        spoil = {
+            "unsigned": lambda: (self.executable.unlink(), shutil.copy(TESTS / "bin/relaunched", self.executable)),
+            "framework": lambda: (self.bundle / FRAMEWORKS[1]).write_text("changed"),
+            "writable": lambda: os.chmod(self.bundle, 0o777),
+            "gone": lambda: self.executable.unlink(),
+        }
+        for count, (name, change) in enumerate(spoil.items(), 1):
+            with self.subTest(name):
+                self.make_bundle()
+                process = self.start()
+                change()
+                self.command(process, "defunct-restart")
+                wait_until(lambda: self.log().count(refusal) == count, "it is refused")
+        self.assertEqual(glob.glob("/tmp/-crash*"), [])
+
+    def test_a_launch_that_fails_is_logged(self):
+        process = self.start()
+        self.executable.unlink()
+        self.executable.write_bytes(b"no program\n")
+        self.executable.chmod(0o755)
+        sign(self.executable)
+        self.command(process, "defunct-restart")
+        self.wait_for_log(r"\[BRHMain\] Failed to launch main application: execve: Exec format error")
+        self.assertEqual(self.helper_children(), [])
+        self.assert_serves()
+
+    def test_sigterm_drops_a_relaunch_that_is_pending(self):
+        process = self.start()
+        self.kill(process.pid)
+        self.assertEqual(self.log()[-1], RELAUNCHING)
+        self.helper.signal(signal.SIGTERM)
+        self.assertEqual(self.helper.wait(), 0)
+        # The next helper's relaunch would come later than that one.
+        self.helper = Helper()
+        self.command(self.start(), "defunct-restart")
+        self.report("-crashDefunctRestart")
+        self.assertEqual(glob.glob("/tmp/-crashWatchDog*"), [])
+
+    def test_sigterm_with_the_watchdog_armed_ends_the_helper_at_once(self):
+        process = self.start()
+        self.helper.signal(signal.SIGTERM)
+        self.assertEqual(self.helper.wait(), 0)
+        self.assertEqual(self.log()[-3:], ["[BRHMain] XPC_ERROR_TERMINATION_IMMINENT", DIED, RELAUNCHING])
+        self.assertIsNone(process.poll())
+
+
+if __name__ == "__main__":
+    unittest.main()
