@@ -2,13 +2,12 @@
 #pragma once
 
 #include <os/availability.h>
-#include <os/object.h>
 #include <stdbool.h>
 #include <stdint.h>
 
 __BEGIN_DECLS
 
-OS_OBJECT_DECL(os_log);
+typedef struct os_log_s* os_log_t;
 
 typedef uint8_t os_log_type_t;
 enum : os_log_type_t {
@@ -21,7 +20,7 @@ enum : os_log_type_t {
 
 extern struct mach_header __dso_handle;
 extern struct os_log_s _os_log_default;
-#define OS_LOG_DEFAULT OS_OBJECT_GLOBAL_OBJECT(os_log_t, _os_log_default)
+#define OS_LOG_DEFAULT (&_os_log_default)
 
 bool os_log_type_enabled(os_log_t log, os_log_type_t type);
 void _os_log_impl(void* image, os_log_t log, os_log_type_t type, const char* format, uint8_t* buffer, uint32_t size);
