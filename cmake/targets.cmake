@@ -47,9 +47,9 @@ function(brh_fuzzer name source)
 endfunction()
 
 # brh_development_bundle(name bundle executable): an application bundle around the executable and two frameworks, signed
-# with the development leaf, since the helper answers no other client. Nothing where the anchor is a given one.
+# with the development leaf, since the helper answers no other client. Nothing where the anchor is a given one, or Apple's.
 function(brh_development_bundle name bundle executable)
-  if(BRH_CODE_SIGNING_ANCHOR)
+  if(APPLE OR BRH_CODE_SIGNING_ANCHOR)
     return()
   endif()
   add_custom_command(

@@ -53,7 +53,7 @@ TEST(BRSockAddrObject, HashAndIgnoredPortServeAsKey) {
   EXPECT_EQ(four({1, 2, 3, 4}, 80).hash(), four({1, 2, 3, 4}, 81).hash());
   auto words = BRSockAddrMakeIPv6({1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, 255, 255, 255, 255}, 5);
   std::uint32_t expected = 0, word;
-  for (std::size_t offset : {8, 12, 16, 20}) {
+  for (auto offset : {8u, 12u, 16u, 20u}) {
     std::memcpy(&word, words.data() + offset, 4);
     expected += word;
   }

@@ -1,4 +1,5 @@
 // Children, each with a thread that waits for its end.
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -40,11 +41,15 @@ struct Attributes {
 /// Starts a program; an empty `output` leaves it ours. Throws std::system_error.
 pid_t spawn(const std::string& path, const std::vector<std::string>& arguments, const FileDescriptor& output) {
   FileActions actions;
-  check(posix_spawn_file_actions_addopen(&actions.value, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
-  for (int stream : {STDOUT_FILENO, STDERR_FILENO}) {
-    check(output ? posix_spawn_file_actions_adddup2(&actions.value, output.get(), stream)
-                 : posix_spawn_file_actions_addinherit_np(&actions.value, stream));
+  if (output) {
+    // First of all: it may itself have a number below 3.
+    check(posix_spawn_file_actions_adddup2(&actions.value, output.get(), STDOUT_FILENO));
+    check(posix_spawn_file_actions_adddup2(&actions.value, STDOUT_FILENO, STDERR_FILENO));
+  } else {
+    check(posix_spawn_file_actions_addinherit_np(&actions.value, STDOUT_FILENO));
+    check(posix_spawn_file_actions_addinherit_np(&actions.value, STDERR_FILENO));
   }
+  check(posix_spawn_file_actions_addopen(&actions.value, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
   check(posix_spawn_file_actions_addchdir_np(&actions.value, "/"));
 
   Attributes attributes;
@@ -55,15 +60,14 @@ pid_t spawn(const std::string& path, const std::vector<std::string>& arguments, 
   sigdelset(&ordinary, SIGSTOP);
   check(posix_spawnattr_setsigmask(&attributes.value, &none));
   check(posix_spawnattr_setsigdefault(&attributes.value, &ordinary));
-  // In a process group of its own, since launchd ends the group of a job together with the job (launchd.plist(5)).
-  check(posix_spawnattr_setpgroup(&attributes.value, 0));
+  // With a session comes a process group: launchd ends that of a job together with the job (launchd.plist(5)).
   check(posix_spawnattr_setflags(&attributes.value, POSIX_SPAWN_CLOEXEC_DEFAULT | POSIX_SPAWN_SETSIGMASK |
-                                                        POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP));
+                                                        POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID));
 
   std::vector<char*> argumentList{const_cast<char*>(path.c_str())};
   for (const auto& argument : arguments) argumentList.push_back(const_cast<char*>(argument.c_str()));
   argumentList.push_back(nullptr);
-  char searchPath[] = "PATH=/usr/bin:/bin:/usr/sbin:/sbin";
+  char searchPath[] = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
   char* environment[] = {searchPath, nullptr};
   pid_t pid = 0;
   check(posix_spawn(&pid, path.c_str(), &actions.value, &attributes.value, argumentList.data(), environment));
@@ -87,6 +91,12 @@ struct Child {
     std::lock_guard lock(mutex);
     if (isRunning) ::kill(pid, number);
   }
+
+  /// Whether the child does not run, at the latest when `limit` has passed.
+  bool waitForEnd(std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex);
+    return end.wait_for(lock, limit, [this] { return !isRunning; });
+  }
 };
 
 void awaitEnd(const std::shared_ptr<Child>& child) {
@@ -109,69 +119,75 @@ void awaitEnd(const std::shared_ptr<Child>& child) {
 class ChildTask::Implementation {
  public:
   Implementation(std::string launchPath, std::vector<std::string> arguments, FileDescriptor output)
-      : launchPath(std::move(launchPath)), arguments(std::move(arguments)), output(std::move(output)) {}
+      : launchPath_(std::move(launchPath)), arguments_(std::move(arguments)), output_(std::move(output)) {}
+
+  Child& child() const { return *child_; }
 
   void launch() {
-    child->pid = spawn(launchPath, arguments, std::exchange(output, {}));
-    child->isRunning = true;
+    child_->pid = spawn(launchPath_, arguments_, output_);
+    output_.reset();
+    child_->isRunning = true;
     try {
-      startThread([child = child] { awaitEnd(child); }).detach();
+      startThread([child = child_] { awaitEnd(child); }).detach();
     } catch (const std::system_error&) {
-      child->signal(SIGKILL);
-      reap(child->pid);
-      child->isRunning = false;
+      // What nobody can watch is not left running.
+      ::kill(child_->pid, SIGKILL);
+      reap(std::exchange(child_->pid, 0));
+      child_->isRunning = false;
       throw;
     }
   }
 
-  const std::string launchPath;
-  const std::vector<std::string> arguments;
-  FileDescriptor output;
-  const std::shared_ptr<Child> child = std::make_shared<Child>();
+ private:
+  const std::string launchPath_;
+  const std::vector<std::string> arguments_;
+  FileDescriptor output_;
+  const std::shared_ptr<Child> child_ = std::make_shared<Child>();
 };
 
 ChildTask::ChildTask(std::string launchPath, std::vector<std::string> arguments, FileDescriptor output)
     : implementation_(
-          std::make_unique<Implementation>(std::move(launchPath), std::move(arguments), std::move(output))) {}
+          std::make_shared<Implementation>(std::move(launchPath), std::move(arguments), std::move(output))) {}
 
 ChildTask::~ChildTask() {
-  setTerminationHandler(nullptr);
+  setTerminationHandler({});
 }
 
 void ChildTask::setTerminationHandler(std::function<void()> handler) {
-  implementation_->child->terminationHandler = std::move(handler);
+  implementation_->child().terminationHandler = std::move(handler);
 }
 
 std::optional<std::string> ChildTask::launch() {
   try {
     implementation_->launch();
     return std::nullopt;
-  } catch (const std::system_error& error) {
-    return error.code().message();
+  } catch (const std::system_error& failure) {
+    return failure.code().message();
   }
 }
 
 std::int32_t ChildTask::processIdentifier() const {
-  return implementation_->child->pid;
+  return implementation_->child().pid;
 }
 
 bool ChildTask::isRunning() const {
-  std::lock_guard lock(implementation_->child->mutex);
-  return implementation_->child->isRunning;
+  return !implementation_->child().waitForEnd({});
 }
 
 void ChildTask::terminate() {
-  implementation_->child->signal(SIGTERM);
+  implementation_->child().signal(SIGTERM);
 }
 
 void ChildTask::kill() {
-  implementation_->child->signal(SIGKILL);
+  implementation_->child().signal(SIGKILL);
+}
+
+bool ChildTask::waitForExit(std::chrono::milliseconds limit) {
+  return implementation_->child().waitForEnd(limit);
 }
 
 void ChildTask::waitUntilExit() {
-  auto& child = *implementation_->child;
-  std::unique_lock lock(child.mutex);
-  child.end.wait(lock, [&] { return !child.isRunning; });
+  while (!waitForExit(std::chrono::hours(1))) continue;
 }
 
 void runShellCommand(const std::string& command) {

@@ -23,9 +23,14 @@ std::optional<std::uint32_t> effectiveUserID(std::int32_t pid) {
 }
 
 std::optional<Process> Process::find(std::int32_t pid) {
-  // Numbers below stand for groups of processes.
-  if (pid < 1 || (::kill(pid, 0) != 0 && errno != EPERM)) return std::nullopt;
-  return Process(pid, {});
+  Process process(pid, {});
+  if (!process.isAlive()) return std::nullopt;
+  return process;
+}
+
+// Numbers below 1 stand for groups of processes (kill(2)).
+bool Process::isAlive() const {
+  return pid_ > 0 && (::kill(pid_, 0) == 0 || errno == EPERM);
 }
 
 void Process::kill() const {

@@ -33,7 +33,7 @@ std::optional<std::string> launch(const std::string& path, const std::vector<std
 
 }  // namespace
 
-void noteRunningApplication(std::int32_t) {}
+void noteRunningApplication(const Process&, std::uint32_t) {}
 
 void openApplication(const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(std::optional<std::string> error)> completion) {
