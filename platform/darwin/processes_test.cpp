@@ -1,6 +1,7 @@
 // Real processes: this one, and children.
 #include "platform/processes.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/wait.h>

@@ -10,8 +10,12 @@ namespace json = boost::json;
 
 namespace {
 
-CFOwner<CFTypeRef> number(CFNumberType type, const void* value) {
-  return CFOwner<CFTypeRef>(CFNumberCreate(kCFAllocatorDefault, type, value));
+CFOwner<CFTypeRef> number(std::int64_t value) {
+  return CFOwner<CFTypeRef>(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value));
+}
+
+CFOwner<CFTypeRef> number(double value) {
+  return CFOwner<CFTypeRef>(CFNumberCreate(kCFAllocatorDefault, kCFNumberFloat64Type, &value));
 }
 
 CFOwner<CFTypeRef> listOf(const json::array& array) {
@@ -79,12 +83,12 @@ CFOwner<CFTypeRef> propertyList(const json::value& value) {
     case json::kind::bool_:
       return CFOwner<CFTypeRef>(CFRetain(value.get_bool() ? kCFBooleanTrue : kCFBooleanFalse));
     case json::kind::int64:
-      return number(kCFNumberSInt64Type, &value.get_int64());
+      return number(value.get_int64());
     case json::kind::uint64:
       if (value.get_uint64() > INT64_MAX) return nullptr;
-      return number(kCFNumberSInt64Type, &value.get_uint64());
+      return number(static_cast<std::int64_t>(value.get_uint64()));
     case json::kind::double_:
-      return number(kCFNumberFloat64Type, &value.get_double());
+      return number(value.get_double());
     case json::kind::string:
       return makeString(value.get_string());
     case json::kind::array:

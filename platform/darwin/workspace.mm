@@ -26,8 +26,8 @@ std::optional<std::string> launch(const std::string& path, const std::vector<std
       return std::nullopt;
     }
 #pragma clang diagnostic pop
-    const char* text = error.description.UTF8String;
-    return text ? text : "";
+    NSString* text = error.description;
+    return text ? text.UTF8String : "";
   }
 }
 

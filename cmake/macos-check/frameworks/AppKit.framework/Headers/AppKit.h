@@ -5,7 +5,7 @@
 
 #pragma clang assume_nonnull begin
 
-typedef CF_OPTIONS(NSUInteger, NSWorkspaceLaunchOptions){NSWorkspaceLaunchAsync = 0x00010000};
+enum NSWorkspaceLaunchOptions : NSUInteger { NSWorkspaceLaunchAsync = 0x00010000 };
 typedef NSString* NSWorkspaceLaunchConfigurationKey;
 extern "C" NSWorkspaceLaunchConfigurationKey const NSWorkspaceLaunchConfigurationArguments
     API_DEPRECATED("Use NSWorkspaceOpenConfiguration", macos(10.6, 11.0));

@@ -8,7 +8,7 @@
 
 @interface NSString : NSObject
 + (nullable instancetype)stringWithUTF8String:(const char*)text;
-@property(nullable, readonly) const char* UTF8String NS_RETURNS_INNER_POINTER;
+@property(nullable, readonly) const char* UTF8String __attribute__((objc_returns_inner_pointer));
 @end
 
 @interface NSArray<__covariant ObjectType> : NSObject
