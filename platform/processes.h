@@ -1,6 +1,7 @@
 // Processes: facts about them, signals to them, and children.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -13,7 +14,8 @@
 namespace platform {
 
 /// Full path of the executable that a process runs, in bytes as the file system has them; absent when there is no such
-/// process or it runs no file. An executable that was replaced or deleted keeps the path that it had.
+/// process or it runs no file. An executable that was replaced or deleted keeps the path that it had; macOS may know
+/// none.
 std::optional<std::string> executablePath(std::int32_t pid);
 
 /// Effective user ID of a process; absent when there is no such process.
@@ -32,6 +34,9 @@ class Process {
 
   std::int32_t pid() const { return pid_; }
 
+  /// Whether it has not ended. What was read about its number before is then true of it. Only where it has a handle.
+  bool isAlive() const;
+
   /// Sends SIGKILL. Nothing happens when the process has ended.
   void kill() const;
 
@@ -41,8 +46,8 @@ class Process {
 };
 
 /// A child process: started with the arguments given, a minimal fixed environment, default signal handling, "/" as its
-/// folder, /dev/null as its input and no descriptor of ours but its output. Used on the main thread only. A child
-/// outlives its object.
+/// folder, /dev/null as its input, a session of its own and no descriptor of ours but its output. Used on the main
+/// thread only. A child outlives its object, and is cleared away by the main queue when it ends.
 class ChildTask {
  public:
   class Implementation;
@@ -50,28 +55,34 @@ class ChildTask {
   /// `output` becomes standard output and standard error of the child; empty: it has ours.
   ChildTask(std::string launchPath, std::vector<std::string> arguments, FileDescriptor output = {});
   ~ChildTask();
+  ChildTask(const ChildTask&) = delete;
+  ChildTask& operator=(const ChildTask&) = delete;
 
-  /// Has `handler` called on the main queue once the child has ended; empty: nothing. To be set before launch(); may be
-  /// emptied at any time, and is then not called any more.
+  /// Has `handler` called on the main queue, once, when the child has ended; empty: nothing. May be changed at any
+  /// time; one that was replaced is not called any more, nor is any when this object is gone.
   void setTerminationHandler(std::function<void()> handler);
 
   /// Starts the child. Absent on success, else the reason, empty where the system gives none. Called once.
   [[nodiscard]] std::optional<std::string> launch();
 
-  /// Process ID of the launched child.
+  /// Process ID of the launched child; 0 when none was.
   std::int32_t processIdentifier() const;
 
-  /// Whether the launched child has not ended yet.
+  /// Whether the child was launched and has not ended yet.
   bool isRunning() const;
 
-  void terminate();  ///< Sends SIGTERM; nothing happens when the child has ended.
-  void kill();       ///< Sends SIGKILL; nothing happens when the child has ended.
+  void terminate();  ///< Sends SIGTERM; nothing happens when the child does not run.
+  void kill();       ///< Sends SIGKILL; nothing happens when the child does not run.
+
+  /// Blocks until the child has ended, at most as long as `limit`. Whether it has. The termination handler is called
+  /// all the same, afterwards.
+  [[nodiscard]] bool waitForExit(std::chrono::milliseconds limit);
 
   /// Blocks until the child has ended.
   void waitUntilExit();
 
  private:
-  std::unique_ptr<Implementation> implementation_;
+  std::shared_ptr<Implementation> implementation_;
 };
 
 /// Runs a command of the shell (sh(1)), as a child like the above, and waits for its end; its result is ignored.

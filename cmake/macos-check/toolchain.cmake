@@ -23,6 +23,9 @@ endforeach()
 foreach(kind EXE MODULE SHARED)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT -fuse-ld=lld)
 endforeach()
+# What a Mac's compiler links by itself: for __builtin_available, for integers of 128 bits.
+set(CMAKE_CXX_STANDARD_LIBRARIES -lcompiler_rt)
+set(CMAKE_OBJCXX_STANDARD_LIBRARIES -lcompiler_rt)
 
 # The libraries that a Mac has from elsewhere.
 foreach(library Boost fmt GTest)

@@ -14,34 +14,45 @@ static_assert(success == errSecSuccess && requirementFailed == errSecCSReqFailed
 
 namespace {
 
-using Requirement = darwin::CFReference<SecRequirementRef>;
+/// Has `create` make an object of Security's. Returns its status; `object` is owned from here on, null on failure.
+template <class Reference, class Create>
+Status make(CFOwner<Reference>& object, Create create) {
+  Reference reference = nullptr;
+  Status status = create(&reference);
+  object.reset(reference);
+  return status;
+}
 
-/// Reads a requirement; on failure it stays empty.
-Status parse(const std::string& text, Requirement& requirement) {
-  auto string = darwin::makeCFString(text);
+Status parse(const std::string& text, CFOwner<SecRequirementRef>& requirement) {
+  auto string = makeString(text);
   if (!string) return requirementInvalid;
-  return SecRequirementCreateWithString(string.get(), kSecCSDefaultFlags, requirement.out());
+  return make<SecRequirementRef>(requirement, [&](auto* result) {
+    return SecRequirementCreateWithString(string.get(), kSecCSDefaultFlags, result);
+  });
 }
 
 }  // namespace
 
 Status checkSender(const ipc::Sender& sender, const std::string& requirementText) {
-  darwin::CFReference<SecCodeRef> code;
-  if (auto status = SecCodeCreateWithXPCMessage(sender.message(), kSecCSDefaultFlags, code.out())) return status;
-  Requirement requirement;
-  if (auto status = parse(requirementText, requirement)) return status;
-  return SecCodeCheckValidity(code.get(), kSecCSDefaultFlags, requirement.get());
+  CFOwner<SecCodeRef> code;
+  CFOwner<SecRequirementRef> requirement;
+  auto status = make<SecCodeRef>(
+      code, [&](auto* result) { return SecCodeCreateWithXPCMessage(sender.message(), kSecCSDefaultFlags, result); });
+  if (status == success) status = parse(requirementText, requirement);
+  return status == success ? SecCodeCheckValidity(code.get(), kSecCSDefaultFlags, requirement.get()) : status;
 }
 
 Status checkFile(const std::string& path, const std::string& requirementText) {
-  auto url = darwin::CFReference<CFURLRef>::adopt(CFURLCreateFromFileSystemRepresentation(
+  CFOwner<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), false));
   if (!url) return noSuchFile;
-  darwin::CFReference<SecStaticCodeRef> code;
-  if (auto status = SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, code.out())) return status;
-  Requirement requirement;
-  if (auto status = parse(requirementText, requirement)) return status;
-  return SecStaticCodeCheckValidity(code.get(), kSecCSDoNotValidateResources, requirement.get());
+  CFOwner<SecStaticCodeRef> code;
+  CFOwner<SecRequirementRef> requirement;
+  auto status = make<SecStaticCodeRef>(
+      code, [&](auto* result) { return SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, result); });
+  if (status == success) status = parse(requirementText, requirement);
+  return status == success ? SecStaticCodeCheckValidity(code.get(), kSecCSDoNotValidateResources, requirement.get())
+                           : status;
 }
 
 }  // namespace platform::code_signing

@@ -1,4 +1,4 @@
-// The one way to own a counted object of the system's: XPC, libdispatch and CoreFoundation have aliases of this.
+// The owner of XPC's and libdispatch's counted objects, which have several owners; CoreFoundation's have one.
 #pragma once
 
 #include <utility>
@@ -31,9 +31,6 @@ class Reference {
 
   explicit operator bool() const { return object_ != nullptr; }
   Object get() const { return object_; }
-
-  /// Where a function that returns retained may put its object. To be called on an empty reference.
-  Object* out() { return &object_; }
 
  private:
   explicit Reference(Object object) : object_(object) {}

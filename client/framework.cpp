@@ -1,0 +1,1 @@
+// A framework with nothing in it.

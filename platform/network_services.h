@@ -1,0 +1,19 @@
+// The network services of this machine, by the IDs that the network preferences know them by.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace platform {
+
+/// On Linux a NetworkManager connection: its UUID, its name, and the interface that it is active on.
+struct NetworkService {
+  std::string id;
+  std::string name;
+  std::string interface;  ///< empty when it is not active, or bound to none
+};
+
+/// All services. Needs no privilege. Throws std::runtime_error when the system does not tell.
+std::vector<NetworkService> networkServices();
+
+}  // namespace platform
