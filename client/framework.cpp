@@ -1,1 +1,0 @@
-// A framework with nothing in it.
