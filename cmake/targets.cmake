@@ -52,7 +52,7 @@ function(brh_sign target identifier path)
   if(NOT CMAKE_HOST_APPLE)
     return()
   endif()
-  set(options --force --sign ${BRH_SIGNING_IDENTITY} --identifier ${identifier})
+  set(options --force --sign "${BRH_SIGNING_IDENTITY}" --identifier ${identifier})
   if(NOT BRH_SIGNING_IDENTITY STREQUAL "-")
     # What notarisation asks for.
     list(APPEND options --options runtime --timestamp)

@@ -22,8 +22,8 @@ class Queue {
   std::shared_ptr<Implementation> implementation_;
 };
 
-/// Runs work one piece after the other, from when the main thread is in dispatchMain(): on Linux on that thread, on macOS
-/// on any.
+/// Runs work one piece after the other, from when the main thread is in dispatchMain(): on Linux on that thread, on
+/// macOS on any.
 Queue mainQueue();
 
 /// Runs work on up to 64 threads at once, begun in the order in which it was handed over.

@@ -74,7 +74,8 @@ class Connection {
 
 using ListenerEvent = std::variant<std::shared_ptr<Connection>, Error>;
 
-/// The endpoint of a service. Used on the main queue only, and before that is served. A new connection delivers nothing before its resume().
+/// The endpoint of a service. Used on the main queue, or before that is served. A new connection delivers nothing
+/// before its resume().
 class Listener {
  public:
   class Implementation;
