@@ -63,8 +63,8 @@ ipc::Dictionary HelperClient::send(const ipc::Dictionary& request) {
   // The first request is what has the helper look at the whole bundle.
   if (!reply && !admitted_) {
     throw HelperUnreachable(
-        "the helper refused this application's bundle: the executable and its frameworks must be signed, and only root "
-        "may be able to write them");
+        "the helper refused this application's bundle, or (macOS) is not installed: the executable and its frameworks "
+        "must be signed, and (Linux) only root may be able to write them");
   }
   if (!reply) throw HelperUnreachable("the helper closed the connection");
   admitted_ = true;

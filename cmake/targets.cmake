@@ -3,13 +3,13 @@
 # Standard and library headers that nearly every file uses, compiled once.
 add_library(brh_common OBJECT ${CMAKE_SOURCE_DIR}/cmake/precompiled.cpp)
 target_include_directories(brh_common PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
-target_link_libraries(brh_common PUBLIC Boost::json fmt::fmt Threads::Threads)
+target_link_libraries(brh_common PUBLIC Boost::json ${BRH_FMT} Threads::Threads)
 target_precompile_headers(brh_common PRIVATE <fmt/format.h> <boost/json.hpp> <functional> <map> <memory> <mutex>
   <optional> <span> <string> <string_view> <variant> <vector>)
 
 function(brh_use_common target)
   target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
-  target_link_libraries(${target} PUBLIC Boost::json fmt::fmt Threads::Threads)
+  target_link_libraries(${target} PUBLIC Boost::json ${BRH_FMT} Threads::Threads)
   target_precompile_headers(${target} REUSE_FROM brh_common)
 endfunction()
 
@@ -46,10 +46,24 @@ function(brh_fuzzer name source)
   set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 120)
 endfunction()
 
+# brh_sign(target identifier path): has codesign sign what a target has built, ad hoc or with the identity given. Other
+# systems have no codesign.
+function(brh_sign target identifier path)
+  if(NOT CMAKE_HOST_APPLE)
+    return()
+  endif()
+  set(options --force --sign "${BRH_SIGNING_IDENTITY}" --identifier ${identifier})
+  if(NOT BRH_SIGNING_IDENTITY STREQUAL "-")
+    # What notarisation asks for.
+    list(APPEND options --options runtime --timestamp)
+  endif()
+  add_custom_command(TARGET ${target} POST_BUILD COMMAND codesign ${options} ${path} VERBATIM)
+endfunction()
+
 # brh_development_bundle(name bundle executable): an application bundle around the executable and two frameworks, signed
-# with the development leaf, since the helper answers no other client. Nothing where the anchor is a given one.
+# with the development leaf, since the helper answers no other client. Nothing where the anchor is a given one, or Apple's.
 function(brh_development_bundle name bundle executable)
-  if(BRH_CODE_SIGNING_ANCHOR)
+  if(APPLE OR BRH_CODE_SIGNING_ANCHOR)
     return()
   endif()
   add_custom_command(

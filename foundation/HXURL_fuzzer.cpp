@@ -1,6 +1,7 @@
 // URLs of anybody: the kinds contain each other.
 #include <cstdint>
 #include <cstdlib>
+#include <span>
 
 #include "foundation/HXURL.h"
 
@@ -9,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   if (isValidHTTPURL(text) && !isValidURL(text)) std::abort();
   if (isValidURL(text) && !isURL(text)) std::abort();
   // No URL holds a blank, a control character or a byte above ASCII.
-  for (auto byte : std::basic_string_view(bytes, size)) {
+  for (auto byte : std::span(bytes, size)) {
     if ((byte <= ' ' || byte >= 0x7F) && isValidURL(text)) std::abort();
   }
   return 0;

@@ -114,7 +114,7 @@ TEST_F(DispatchTest, ProcessLookup) {
   EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}, {"udp", std::int64_t{1}}}).size(), 0u);
   EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}}).size(), 0u);
 
-  for (std::size_t length : {0, 127, 129}) {
+  for (auto length : {0u, 127u, 129u}) {
     EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", ipc::Data(length)}}),
               (ipc::Dictionary{{"error", "invalid address"}}));
     EXPECT_EQ(log.back(), fmt::format("[BRHMain] Invalid process-lookup address length: {}", length));

@@ -10,6 +10,7 @@
 
 #include "foundation/HXLog.h"
 #include "platform/fake/machine.h"
+#include "tests/this_machine.h"
 
 namespace {
 
@@ -89,10 +90,14 @@ TEST_F(LogFileTest, ReplacesWhatAnotherUserCouldHavePlanted) {
 }
 
 TEST_F(LogFileTest, AFullDiskIsReportedOnceAndTheFileLeftOut) {
-  HXSetLogFilePath("/dev/full");
-  HXLog("T", "one");
+  HXSetLogFilePath(path);
+  {
+    FullDisk full;
+    HXLog("T", "one");
+  }
   HXLog("T", "two");
-  EXPECT_THAT(machine().systemLog, testing::ElementsAre("Failed to write log: No space left on device"));
+  EXPECT_THAT(machine().systemLog, testing::ElementsAre("Failed to write log: File too large"));
+  EXPECT_EQ(std::filesystem::file_size(path), 0u);
 }
 
 TEST_F(LogFileTest, GoesOnWithoutAFileThatCannotBeMadeSafe) {

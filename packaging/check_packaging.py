@@ -29,6 +29,15 @@ assert len(authorized) == 1 and authorized[0].encode() in helper.read_bytes(), a
 job = plistlib.loads((folder / "macos/launchd.plist").read_bytes())
 assert job == {"Label": service, "MachServices": {service: True}, "AssociatedBundleIdentifiers": client}, job
 
+if helper.read_bytes().startswith(b"\xcf\xfa\xed\xfe"):  # Mach-O of 64 bits
+    # The executable carries both lists in sections of their own; launchd is told besides where it lies.
+    for section, name in (("__info_plist", "Info"), ("__launchd_plist", "launchd")):
+        assert section.encode() in helper.read_bytes(), section
+        assert (folder / f"macos/{name}.plist").read_bytes() in helper.read_bytes(), name
+    daemon = plistlib.loads((folder / "macos/LaunchDaemon.plist").read_bytes())
+    assert daemon == job | {"Program": f"/Library/PrivilegedHelperTools/{service}"}, daemon
+    sys.exit()
+
 units = {name: (folder / "systemd" / f"{service}.{name}").read_text() for name in ("socket", "service")}
 for line in (f"ListenStream=/run/{service}.socket", "SocketMode=0666", "Accept=no", "PassCredentials=yes", "TriggerLimitIntervalSec=0"):
     assert line in units["socket"].splitlines(), line

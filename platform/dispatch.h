@@ -22,7 +22,8 @@ class Queue {
   std::shared_ptr<Implementation> implementation_;
 };
 
-/// Runs work one piece after the other on the main thread, while that is in dispatchMain().
+/// Runs work one piece after the other, from when the main thread is in dispatchMain(): on Linux on that thread, on
+/// macOS on any.
 Queue mainQueue();
 
 /// Runs work on up to 64 threads at once, begun in the order in which it was handed over.
@@ -82,7 +83,7 @@ class TimerSource {
   std::shared_ptr<State> state_;
 };
 
-/// Whether the caller runs on the process's main thread.
+/// Whether the caller runs on the process's main thread; on macOS nothing does any more once that is in dispatchMain().
 bool isMainThread();
 
 /// Serves the main queue for ever. Called once, on the main thread; the process ends through exit().

@@ -39,7 +39,7 @@ struct Error {
 
 using Event = std::variant<Message, Error>;
 
-/// One accepted connection. Used on the main thread only.
+/// One accepted connection. Used on the main queue only.
 class Connection {
  public:
   class Implementation;
@@ -77,7 +77,8 @@ class Connection {
 
 using ListenerEvent = std::variant<std::shared_ptr<Connection>, Error>;
 
-/// The endpoint of a service. Used on the main thread only. A new connection delivers nothing before its resume().
+/// The endpoint of a service. Used on the main queue, or before that is served. A new connection delivers nothing
+/// before its resume().
 class Listener {
  public:
   class Implementation;

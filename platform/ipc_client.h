@@ -15,7 +15,8 @@ class ClientConnection {
   class Implementation;
 
   /// Connects and waits until the service admits the caller to speak. On failure null, with a sentence for people in
-  /// `problem`.
+  /// `problem`. On macOS a connection is had at once, and ends with the first request when there is no service or it
+  /// refuses the caller.
   static std::unique_ptr<ClientConnection> connect(const std::string& serviceName, std::string& problem);
 
   explicit ClientConnection(std::unique_ptr<Implementation> implementation);

@@ -14,7 +14,8 @@
 namespace platform {
 
 /// Full path of the executable that a process runs, in bytes as the file system has them; absent when there is no such
-/// process or it runs no file. An executable that was replaced or deleted keeps the path that it had.
+/// process or it runs no file. An executable that was replaced or deleted keeps the path that it had; macOS may know
+/// none.
 std::optional<std::string> executablePath(std::int32_t pid);
 
 /// Effective user ID of a process; absent when there is no such process.

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <unordered_set>
 
+#include "tests/this_machine.h"
+
 namespace {
 
 BRSockAddrObject four(std::array<std::uint8_t, 4> address, std::uint16_t port) {
@@ -53,7 +55,7 @@ TEST(BRSockAddrObject, HashAndIgnoredPortServeAsKey) {
   EXPECT_EQ(four({1, 2, 3, 4}, 80).hash(), four({1, 2, 3, 4}, 81).hash());
   auto words = BRSockAddrMakeIPv6({1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, 255, 255, 255, 255}, 5);
   std::uint32_t expected = 0, word;
-  for (std::size_t offset : {8, 12, 16, 20}) {
+  for (auto offset : {8u, 12u, 16u, 20u}) {
     std::memcpy(&word, words.data() + offset, 4);
     expected += word;
   }
@@ -89,9 +91,10 @@ TEST(BRSockAddrObject, Text) {
   EXPECT_EQ(BRSockAddrText(BRSockAddrMakeIPv4({1, 2, 3, 4}, 0), true), "1.2.3.4:0");
   EXPECT_EQ(BRSockAddrText({16, 99}, true), "");
   auto scoped = BRSockAddrMakeIPv6({0xFE, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 80);
-  std::uint32_t index = if_nametoindex("lo");
+  auto loopback = loopbackInterface();
+  std::uint32_t index = if_nametoindex(loopback.c_str());
   std::memcpy(scoped.data() + 24, &index, sizeof index);
-  EXPECT_EQ(BRSockAddrText(scoped, true), "[fe80::1%lo]:80");
+  EXPECT_EQ(BRSockAddrText(scoped, true), "[fe80::1%" + loopback + "]:80");
   index = 0x7FFFFFFF;
   std::memcpy(scoped.data() + 24, &index, sizeof index);
   EXPECT_EQ(BRSockAddrText(scoped, false), "fe80::1");

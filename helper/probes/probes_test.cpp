@@ -1,7 +1,6 @@
 // What the probes do on every machine: refuse, complete once, and leave nothing behind.
 #include <gmock/gmock.h>
 
-#include <filesystem>
 #include <mutex>
 #include <thread>
 
@@ -9,16 +8,13 @@
 #include "helper/probes/BRHV6RADetector.h"
 #include "platform/dispatch.h"
 #include "tests/eventually.h"
+#include "tests/this_machine.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::MatchesRegex;
-
-std::ptrdiff_t entriesOf(const char* folder) {
-  return std::distance(std::filesystem::directory_iterator(folder), {});
-}
 
 class Probes : public testing::Test {
  protected:
@@ -59,9 +55,9 @@ TEST_F(Probes, DHCPProbeNeedsAnInterface) {
   EXPECT_THAT(log(), IsEmpty());
   for (std::string name : {"no-such-if", "a-name-that-is-too-long-for-an-interface"}) {
     lines.clear();
-    const auto descriptors = entriesOf("/proc/self/fd");
+    const auto descriptors = openDescriptors();
     EXPECT_EQ(dhcpError(name), "Error: Interface doesn't exist!");
-    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_THAT(log(), ElementsAre(MatchesRegex("BRHDHCPDetector: DHCP socket: [0-9]+"),
                                    "BRHDHCPDetector: Error: Interface doesn't exist!"));
   }
@@ -88,13 +84,13 @@ TEST_F(Probes, RouterProbeWithoutAnInterfaceCompletesAtOnce) {
 TEST_F(Probes, AHundredRouterProbesCompleteOnceEachAndLeaveNothing) {
   const BRHV6RADetector::Data data{134}, address{28};
   static_cast<void>(HXGCDTimer::onetimeTimerWithQueue(platform::dispatch::mainQueue(), 3600, [] {}));
-  const auto descriptors = entriesOf("/proc/self/fd"), running = entriesOf("/proc/self/task");
+  const auto descriptors = openDescriptors(), running = threadCount();
   std::atomic<int> completions = 0;
   std::vector<std::shared_ptr<BRHV6RADetector>> detectors;
   std::vector<std::weak_ptr<BRHV6RADetector>> all;
   for (int index = 0; index < 100; ++index) {
     auto detector = std::make_shared<BRHV6RADetector>();
-    detector->setInterface("lo");
+    detector->setInterface(loopbackInterface());
     detector->setCompletionHandler([&, detector](const auto& gotData, const auto& gotAddress) {
       EXPECT_EQ(gotData.has_value(), gotAddress.has_value());
       ++completions;
@@ -121,8 +117,8 @@ TEST_F(Probes, AHundredRouterProbesCompleteOnceEachAndLeaveNothing) {
   detectors.clear();
   EXPECT_TRUE(eventually(
       [&] { return std::all_of(all.begin(), all.end(), [](const auto& detector) { return detector.expired(); }); }));
-  EXPECT_TRUE(eventually([&] { return entriesOf("/proc/self/task") <= running; }));
-  EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+  EXPECT_TRUE(eventually([&] { return threadCount() <= running; }));
+  EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <memory>
 
-#include "platform/linux/ancillary_data.h"
 #include "platform/sockets.h"
 
 namespace platform {
@@ -63,37 +62,6 @@ std::optional<std::vector<std::uint8_t>> linkLayerAddress(const std::string& int
     return std::vector<std::uint8_t>(address.sll_addr, address.sll_addr + std::min<std::size_t>(address.sll_halen, 8));
   }
   return std::vector<std::uint8_t>();
-}
-
-bool requestHopLimit(int socket) {
-  int on = 1;
-  return setsockopt(socket, IPPROTO_IPV6, IPV6_2292HOPLIMIT, &on, sizeof on) == 0;
-}
-
-std::optional<ReceivedICMPv6> receiveICMPv6(int socket, std::span<std::uint8_t> buffer) {
-  sockaddr_in6 source{};
-  alignas(cmsghdr) std::array<std::uint8_t, CMSG_SPACE(sizeof(int))> ancillary;
-  iovec vector{.iov_base = buffer.data(), .iov_len = buffer.size()};
-  msghdr header{};
-  header.msg_name = &source;
-  header.msg_namelen = sizeof source;
-  header.msg_iov = &vector;
-  header.msg_iovlen = 1;
-  header.msg_control = ancillary.data();
-  header.msg_controllen = ancillary.size();
-  auto length = recvmsg(socket, &header, 0);
-  if (length < 0) return std::nullopt;
-
-  ReceivedICMPv6 received{.length = static_cast<std::size_t>(length),
-                          .hopLimit = hopLimitIn(std::span(ancillary).first(header.msg_controllen))};
-  constexpr std::uint8_t lengthByte = 28, familyByte = 30;
-  received.source[0] = lengthByte;
-  received.source[1] = familyByte;
-  std::memcpy(received.source.data() + 2, &source.sin6_port, 2);
-  std::memcpy(received.source.data() + 4, &source.sin6_flowinfo, 4);
-  std::memcpy(received.source.data() + 8, &source.sin6_addr, 16);
-  std::memcpy(received.source.data() + 24, &source.sin6_scope_id, 4);
-  return received;
 }
 
 }  // namespace platform

@@ -1,5 +1,5 @@
 // Ancillary data, well-formed and not.
-#include "platform/linux/ancillary_data.h"
+#include "platform/ancillary_data.h"
 
 #include <gmock/gmock.h>
 #include <netinet/in.h>
@@ -17,7 +17,7 @@ using Bytes = std::vector<std::uint8_t>;
 Bytes entry(int level, int type, const Bytes& data, std::optional<std::size_t> length = {}) {
   Bytes bytes(CMSG_SPACE(data.size()), 0xEE);
   cmsghdr header{};
-  header.cmsg_len = length.value_or(CMSG_LEN(data.size()));
+  header.cmsg_len = static_cast<decltype(header.cmsg_len)>(length.value_or(CMSG_LEN(data.size())));
   header.cmsg_level = level;
   header.cmsg_type = type;
   std::memcpy(bytes.data(), &header, sizeof header);

@@ -1,4 +1,4 @@
-#include "platform/linux/ancillary_data.h"
+#include "platform/ancillary_data.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -6,6 +6,15 @@
 #include <cstring>
 
 namespace platform {
+
+namespace {
+
+/// From the start of a header to that of the next. (CMSG_ALIGN is not on every system.)
+constexpr std::size_t step(std::size_t length) {
+  return CMSG_SPACE(length) - CMSG_SPACE(0);
+}
+
+}  // namespace
 
 std::optional<int> hopLimitIn(std::span<const std::uint8_t> ancillary) {
   while (ancillary.size() >= sizeof(cmsghdr)) {
@@ -18,8 +27,8 @@ std::optional<int> hopLimitIn(std::span<const std::uint8_t> ancillary) {
       std::memcpy(&hopLimit, ancillary.data() + CMSG_LEN(0), sizeof hopLimit);
       return hopLimit;
     }
-    if (CMSG_ALIGN(header.cmsg_len) > ancillary.size()) return std::nullopt;
-    ancillary = ancillary.subspan(CMSG_ALIGN(header.cmsg_len));
+    if (step(header.cmsg_len) > ancillary.size()) return std::nullopt;
+    ancillary = ancillary.subspan(step(header.cmsg_len));
   }
   return std::nullopt;
 }

@@ -1,0 +1,15 @@
+// What the helper uses of <netinet/icmp6.h>; see the README of the check.
+#pragma once
+
+#include <stdint.h>
+#include <string.h>
+
+#define ND_ROUTER_SOLICIT 133
+#define ND_ROUTER_ADVERT 134
+
+#define ICMP6_FILTER 18
+struct icmp6_filter {
+  uint32_t icmp6_filt[8];
+};
+#define ICMP6_FILTER_SETBLOCKALL(filter) memset(filter, 0, sizeof(struct icmp6_filter))
+#define ICMP6_FILTER_SETPASS(type, filter) (((filter)->icmp6_filt[(type) >> 5]) |= (1u << ((type) & 31)))

@@ -1,0 +1,11 @@
+# Boost.JSON and Boost.URL from Debian's headers, which hold the sources too.
+set(Boost_VERSION 1.81.0)
+foreach(name json url)
+  file(CONFIGURE OUTPUT boost_${name}.cpp CONTENT "#include <boost/${name}/src.hpp>\n")
+  add_library(boost_${name} STATIC ${CMAKE_CURRENT_BINARY_DIR}/boost_${name}.cpp)
+  target_include_directories(boost_${name} SYSTEM PUBLIC ${BRH_MACOS_SYSROOT}/libraries/include)
+  target_compile_definitions(boost_${name} PUBLIC BOOST_ALL_NO_LIB BOOST_CONTAINER_NO_LIB)
+  target_compile_options(boost_${name} PRIVATE -w)
+  add_library(Boost::${name} ALIAS boost_${name})
+  set(Boost_${name}_FOUND TRUE)
+endforeach()

@@ -1,0 +1,1 @@
+// A framework that is nothing but signed.
