@@ -33,7 +33,7 @@ class PrivateFolder {
   /// is on the disk, and the file's new state is returned. Two processes must not replace one file at the same time.
   struct stat replace(const std::string& name, const std::string& text) const;
 
-  static constexpr std::size_t maximumSize = 64 << 20;  ///< bytes
+  static constexpr std::size_t maximumSize = 16 << 20;  ///< bytes
 
  private:
   [[noreturn]] void fail(int error, const std::string& name) const;
