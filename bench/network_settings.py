@@ -6,7 +6,8 @@ import unittest
 from pathlib import Path
 
 sys.path.append(str(Path(__file__).resolve().parent.parent / "tests/system"))
-from network_manager import Bus, NetworkManager
+from network_manager import NetworkManager
+from system_bus import SystemBus
 
 COUNTS = (1, 10, 100)
 ROUNDS = 15
@@ -34,7 +35,7 @@ def measure(helper, client):
     identifiers = [f"service{number}" for number in range(max(COUNTS))]
     for where in ("without", "with"):
         if where == "with":
-            Bus(test)
+            SystemBus(test)
             manager = NetworkManager(test)
             identifiers = manager.add_connections(max(COUNTS), "nm0")
         lines = [" ".join([str(count), *identifiers[:count]]) + "\n" for count in COUNTS]

@@ -54,14 +54,14 @@ int callSystemBus(const BusMethod& method, const std::function<int(sd_bus_messag
   if (result >= 0) result = writeArguments(call.get());
   if (result >= 0) result = sd_bus_call_async(bus.get(), nullptr, call.get(), handleAnswer, &answer, 0);
 
-  while (result >= 0 && !answer.arrived) {
+  while ((result >= 0 || result == -EINTR) && !answer.arrived) {
     result = sd_bus_process(bus.get(), nullptr);
     if (result != 0) continue;
     auto left = std::chrono::ceil<std::chrono::microseconds>(deadline - steady_clock::now());
     if (left.count() <= 0) return ETIMEDOUT;
     result = sd_bus_wait(bus.get(), static_cast<std::uint64_t>(left.count()));
   }
-  return result < 0 ? -result : answer.result;
+  return answer.arrived ? answer.result : -result;
 }
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-"""A real NetworkManager on a system bus of its own, for the system tests, the demonstration and the benchmark.
+"""A real NetworkManager, for the system tests, the demonstration and the benchmark.
 
 It manages the interfaces "nm0" and "nm1", one end each of two pairs, and leaves all others alone."""
 
@@ -12,11 +12,7 @@ from harness import wait_until
 
 PLACE = Path("/run/network_manager")
 CONNECTIONS = PLACE / "connections"
-BUS = Path("/run/dbus/system_bus_socket")  # where every program looks for it
 INTERFACES = ("nm0", "nm1")
-
-BUS_CONFIGURATION = f"""<busconfig><listen>unix:path={BUS}</listen><auth>EXTERNAL</auth><policy context="default">
-    <allow user="*"/><allow own="*"/><allow send_destination="*"/><allow receive_sender="*"/></policy></busconfig>"""
 
 CONFIGURATION = f"""[main]
 plugins=keyfile
@@ -47,21 +43,6 @@ method=disabled
 
 def run(*command):
     return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout
-
-
-class Bus:
-    """The system bus. `test` is told what to clean up."""
-
-    def __init__(self, test):
-        PLACE.mkdir(exist_ok=True)
-        BUS.parent.mkdir(exist_ok=True)
-        (PLACE / "bus.conf").write_text(BUS_CONFIGURATION)
-        self.process = subprocess.Popen(["dbus-daemon", "--nofork", "--nopidfile", f"--config-file={PLACE}/bus.conf"],
-                                        stderr=subprocess.DEVNULL)
-        test.addCleanup(BUS.unlink)
-        test.addCleanup(self.process.wait)
-        test.addCleanup(self.process.kill)
-        wait_until(BUS.exists, "the bus listens")
 
 
 class NetworkManager:

@@ -8,7 +8,7 @@ from pathlib import Path
 
 from harness import wait_until
 
-SOCKET = "/run/dbus/system_bus_socket"
+BUS = Path("/run/dbus/system_bus_socket")  # where every program looks for it
 LOGIND = "org.freedesktop.login1"
 ALLOW_ALL = """<allow user="*"/><allow own="*"/><allow send_destination="*"/><allow send_type="*"/>
     <allow receive_sender="*"/><allow receive_type="*"/><allow eavesdrop="true"/>"""
@@ -24,16 +24,16 @@ class SystemBus:
     """A bus where everybody may do everything but what `policy` forbids. `test` is told what to clean up."""
 
     def __init__(self, test, policy=""):
-        os.makedirs("/run/dbus", exist_ok=True)
-        Path("/run/dbus/test.conf").write_text(
-            f'<busconfig><listen>unix:path={SOCKET}</listen><auth>EXTERNAL</auth>'
+        BUS.parent.mkdir(exist_ok=True)
+        (BUS.parent / "test.conf").write_text(
+            f'<busconfig><listen>unix:path={BUS}</listen><auth>EXTERNAL</auth>'
             f'<policy context="default">{ALLOW_ALL}{policy}</policy></busconfig>')
         self.test = test
-        self.daemon = subprocess.Popen(["dbus-daemon", "--nofork", "--nopidfile", "--config-file=/run/dbus/test.conf"],
-                                       stderr=subprocess.DEVNULL)
-        test.addCleanup(lambda: Path(SOCKET).unlink(missing_ok=True))
-        test.addCleanup(end, self.daemon)
-        wait_until(lambda: os.path.exists(SOCKET), "the bus listens")
+        self.process = subprocess.Popen(["dbus-daemon", "--nofork", "--nopidfile", f"--config-file={BUS.parent}/test.conf"],
+                                        stderr=subprocess.DEVNULL)
+        test.addCleanup(lambda: BUS.unlink(missing_ok=True))
+        test.addCleanup(end, self.process)
+        wait_until(BUS.exists, "the bus listens")
         self.logind = None
 
     def start_logind(self):

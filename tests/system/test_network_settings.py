@@ -10,7 +10,8 @@ import subprocess
 from pathlib import Path
 
 from harness import BRIMO, SERVICE, Helper, HelperTest, read_line, run_as_user, wait_until
-from network_manager import BUS, Bus, NetworkManager, addresses, routers, run
+from network_manager import NetworkManager, addresses, routers, run
+from system_bus import BUS, SystemBus
 
 FOLDER = Path("/var/lib") / SERVICE
 STORE = FOLDER / "preferences.json"
@@ -65,7 +66,7 @@ class NetworkSettingsTest(HelperTest):
 class WithNetworkManager(NetworkSettingsTest):
     def setUp(self):
         super().setUp()
-        self.bus = Bus(self)
+        self.bus = SystemBus(self)
         self.manager = NetworkManager(self)
         self.active = self.manager.add_connection("Wired", "nm0")
         self.idle = self.manager.add_connection("Idle one", "nm1", active=False)
@@ -238,7 +239,7 @@ class StoreOutOfOrder(NetworkSettingsTest):
 
     def setUp(self):
         super().setUp()
-        Bus(self)
+        SystemBus(self)
         self.manager = NetworkManager(self)
         self.service = self.manager.add_connection("Wired", "nm0")
         self.admitted = self.client()
@@ -311,7 +312,7 @@ class WithoutNetworkManager(NetworkSettingsTest):
         client = self.client()
         self.assertFalse(BUS.exists())
         self.assertEqual(client.set_proxy({UNKNOWN: http_proxy(1)}, cleanup=False), SUCCESS)
-        Bus(self)
+        SystemBus(self)
         self.assertEqual(client.ask(command="set-static-ip", serviceID="other", address="a", mask="b", router="c"), SUCCESS)
         self.assertEqual(stored(), {UNKNOWN: {"Proxies": http_proxy(1)}, "other": {"IPv4": {
             "Addresses": ["a"], "ConfigMethod": "Manual", "Router": "c", "SubnetMasks": ["b"]}}})

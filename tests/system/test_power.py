@@ -84,7 +84,7 @@ class Power(HelperTest):
     def test_who_does_not_answer_is_not_waited_for(self):
         bus = SystemBus(self)
         bus.start_logind()
-        for count, process in enumerate((bus.logind, bus.daemon), 1):
+        for count, process in enumerate((bus.logind, bus.process), 1):
             process.send_signal(signal.SIGSTOP)
             self.prevent_sleep()
             self.assertEqual(self.failures(), [FAILED.format(110)] * 2 * count)  # ETIMEDOUT

@@ -164,6 +164,12 @@ class Relaunch(HelperTest):
             self.assertEqual(report["arguments"], [str(self.executable), "-crashDefunctRestart"])
         self.assertNotIn(DIED, self.log())
 
+    def test_brimo_comes_back_and_says_so(self):
+        self.assertEqual(self.brimo("defunct-restart"), (-signal.SIGKILL, "", ""))
+        self.wait_for_log(r"\[BRHMain\] Received command: version")
+        for argument in ("-crashWatchDog", "-crashDefunctRestart"):
+            self.assertEqual(self.brimo(argument), (0, f"launched again by the helper ({argument})\nhelper build 618\n", ""))
+
     def test_an_application_that_is_not_watched_stays_away(self):
         process = self.start()
         self.command(process, "stop-watchdog")
