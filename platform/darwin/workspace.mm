@@ -26,8 +26,9 @@ std::optional<std::string> launch(const std::string& path, const std::vector<std
       return std::nullopt;
     }
 #pragma clang diagnostic pop
-    NSString* text = error.description;
-    return text ? text.UTF8String : "";
+    NSString* description = error.description;
+    const char* text = description.UTF8String;
+    return text ? text : "";
   }
 }
 
