@@ -34,8 +34,9 @@ class Process {
 
   std::int32_t pid() const { return pid_; }
 
-  /// Whether it has not ended. What was read about its number before is then true of it. Only where it has a handle.
-  bool isAlive() const;
+  /// Whether the process has ended. While it has not, its number is no other process's: asked after something else
+  /// about the number, it says whom the answer was about. False where there is no handle.
+  bool hasEnded() const;
 
   /// Sends SIGKILL. Nothing happens when the process has ended.
   void kill() const;
