@@ -29,7 +29,7 @@ std::optional<Process> Process::find(std::int32_t pid) {
 }
 
 bool Process::hasEnded() const {
-  return false;
+  return false;  // nobody can tell without a handle
 }
 
 void Process::kill() const {

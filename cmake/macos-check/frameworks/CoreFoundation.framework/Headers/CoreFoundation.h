@@ -19,9 +19,6 @@ __BEGIN_DECLS
 
 typedef long CFIndex;
 typedef unsigned long CFTypeID;
-typedef unsigned long CFOptionFlags;
-typedef unsigned long CFHashCode;
-typedef double CFTimeInterval;
 typedef const void* CFTypeRef;
 typedef const struct __CFAllocator* CFAllocatorRef;
 typedef const struct __attribute__((objc_bridge(NSString))) __CFString* CFStringRef;
@@ -32,9 +29,7 @@ typedef const struct __attribute__((objc_bridge(NSDictionary))) __CFDictionary* 
 typedef struct __attribute__((objc_bridge_mutable(NSMutableDictionary))) __CFDictionary* CFMutableDictionaryRef;
 typedef const struct __attribute__((objc_bridge(NSNumber))) __CFBoolean* CFBooleanRef;
 typedef const struct __attribute__((objc_bridge(NSNumber))) __CFNumber* CFNumberRef;
-typedef const struct __attribute__((objc_bridge(NSNull))) __CFNull* CFNullRef;
 typedef const struct __attribute__((objc_bridge(NSURL))) __CFURL* CFURLRef;
-typedef struct __attribute__((objc_bridge(NSError))) __CFError* CFErrorRef;
 typedef struct {
   CFIndex location;
   CFIndex length;
@@ -44,9 +39,7 @@ extern const CFAllocatorRef _Nonnull kCFAllocatorDefault;
 
 CFTypeRef CFRetain(CFTypeRef object);
 void CFRelease(CFTypeRef object);
-Boolean CFEqual(CFTypeRef first, CFTypeRef second);
 CFTypeID CFGetTypeID(CFTypeRef object);
-CFStringRef _Nullable CFCopyDescription(CFTypeRef _Null_unspecified object);
 
 typedef UInt32 CFStringEncoding;
 enum : CFStringEncoding { kCFStringEncodingUTF8 = 0x08000100 };
@@ -54,16 +47,11 @@ CFTypeID CFStringGetTypeID(void);
 CFStringRef _Null_unspecified CFStringCreateWithBytes(CFAllocatorRef _Nullable allocator, const UInt8* bytes, CFIndex length,
                                                       CFStringEncoding encoding, Boolean isExternalRepresentation);
 CFIndex CFStringGetLength(CFStringRef string);
-const char* _Nullable CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding);
-CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding);
 CFIndex CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding, UInt8 lossByte,
                          Boolean isExternalRepresentation, UInt8* _Nullable buffer, CFIndex maximum, CFIndex* _Nullable used);
 #define CFSTR(text) ((CFStringRef)__builtin___CFStringMakeConstantString("" text ""))
 
-CFTypeID CFDataGetTypeID(void);
 CFDataRef _Null_unspecified CFDataCreate(CFAllocatorRef _Nullable allocator, const UInt8* _Null_unspecified bytes, CFIndex length);
-CFIndex CFDataGetLength(CFDataRef data);
-const UInt8* _Null_unspecified CFDataGetBytePtr(CFDataRef data);
 
 extern const CFBooleanRef _Nonnull kCFBooleanTrue;
 extern const CFBooleanRef _Nonnull kCFBooleanFalse;
@@ -75,12 +63,8 @@ typedef CF_ENUM(CFIndex, CFNumberType){
     kCFNumberLongLongType = 11, kCFNumberDoubleType = 13};
 CFTypeID CFNumberGetTypeID(void);
 CFNumberRef _Null_unspecified CFNumberCreate(CFAllocatorRef _Nullable allocator, CFNumberType type, const void* value);
-CFNumberType CFNumberGetType(CFNumberRef number);
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* _Null_unspecified value);
 Boolean CFNumberIsFloatType(CFNumberRef number);
-
-extern const CFNullRef _Nonnull kCFNull;
-CFTypeID CFNullGetTypeID(void);
 
 typedef struct {
   CFIndex version;
@@ -118,20 +102,13 @@ CFTypeID CFDictionaryGetTypeID(void);
 CFMutableDictionaryRef _Null_unspecified CFDictionaryCreateMutable(CFAllocatorRef _Nullable allocator, CFIndex capacity,
                                                                    const CFDictionaryKeyCallBacks* _Nullable keyCallBacks,
                                                                    const CFDictionaryValueCallBacks* _Nullable valueCallBacks);
-CFMutableDictionaryRef _Null_unspecified CFDictionaryCreateMutableCopy(CFAllocatorRef _Nullable allocator, CFIndex capacity,
-                                                                       CFDictionaryRef dictionary);
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* _Null_unspecified key, const void* _Null_unspecified value);
-const void* _Nullable CFDictionaryGetValue(CFDictionaryRef dictionary, const void* _Null_unspecified key);
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
 void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void* _Nullable* _Nullable keys,
                                   const void* _Nullable* _Nullable values);
 
-CFTypeID CFURLGetTypeID(void);
 CFURLRef _Nullable CFURLCreateFromFileSystemRepresentation(CFAllocatorRef _Nullable allocator, const UInt8* buffer, CFIndex length,
                                                            Boolean isDirectory);
-
-CFIndex CFErrorGetCode(CFErrorRef error);
-CFStringRef _Null_unspecified CFErrorCopyDescription(CFErrorRef error);
 
 __END_DECLS
 #pragma clang assume_nonnull end
