@@ -22,8 +22,8 @@ class BRHMain : public HXLogging<BRHMain> {
   /// (BRHMain_dispatch)
   void handleXPCEvent(platform::ipc::Connection& connection, const platform::ipc::Event& event);
 
-  /// Carries out a JSON command that the process `peer` sent, and returns the reply. Throws nothing. (BRHMain_commands)
-  boost::json::object execCommand(const boost::json::object& request, const platform::Process& peer);
+  /// Carries out a JSON command of a client, and returns the reply. Throws nothing. (BRHMain_commands)
+  boost::json::object execCommand(const boost::json::object& request, const platform::ipc::Connection& client);
 
   /// Writes the proxies of the network services that a "set-proxy" request names, and keeps the list of services that
   /// are to be cleaned up. False when anything failed; the other services are written all the same.
@@ -49,7 +49,7 @@ class BRHMain : public HXLogging<BRHMain> {
   void setMainAppImagePath(std::string path) { _mainAppImagePath = std::move(path); }
 
  private:
-  void handleRequest(const platform::ipc::Message& request, const platform::Process& peer);
+  void handleRequest(const platform::ipc::Message& request, const platform::ipc::Connection& client);
   void handleRawCommand(const std::string& command, const platform::ipc::Message& request);
   void processLookup(const platform::ipc::Message& request);
   void raDetect(const platform::ipc::Message& request);
@@ -58,14 +58,14 @@ class BRHMain : public HXLogging<BRHMain> {
 
   boost::json::object setStaticIP(const boost::json::object& request);
 
-  boost::json::object startDHCP(const boost::json::object& request, const platform::Process& peer);
+  boost::json::object startDHCP(const boost::json::object& request, const platform::ipc::Connection& client);
   void killOwnerOfDHCPPort();
   void stopAllDHCP();
   void dhcpdCompleted(const platform::ChildTask* task);
-  boost::json::object startSpindump(const boost::json::object& request, const platform::Process& peer);
+  boost::json::object startSpindump(const boost::json::object& request, const platform::ipc::Connection& client);
   void spindumpCompleted();
 
-  void defunctRestart(const platform::Process& peer);
+  void defunctRestart(const platform::ipc::Connection& client);
   void relaunchAfterLostClient();
 
   void preventSleepTemporarily();

@@ -38,20 +38,18 @@ std::string resolved(const std::string& path) {
 
 /// Opens the file that a child appends its output to. Empty unless it is a regular file that belongs to the client's
 /// user and has no other name: root is not to be led to another's file, nor to wait at a FIFO.
-platform::FileDescriptor openOutput(const std::string& path, const platform::Process& client) {
+platform::FileDescriptor openOutput(const std::string& path, std::uint32_t user) {
   platform::FileDescriptor file(
       open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  auto user = platform::effectiveUserID(client.pid());
-  if (!file || !user || client.hasEnded()) return {};  // once it has ended, the user may be another process's
   struct stat status;
-  bool isSafe =
-      fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == *user && status.st_nlink == 1;
+  bool isSafe = file && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == user &&
+                status.st_nlink == 1;
   return isSafe ? std::move(file) : platform::FileDescriptor();
 }
 
 }  // namespace
 
-json::object BRHMain::startDHCP(const json::object& request, const platform::Process& peer) {
+json::object BRHMain::startDHCP(const json::object& request, const platform::ipc::Connection& client) {
   auto config = nonEmptyText(request, "config"), lease = nonEmptyText(request, "lease"),
        dhcpd = nonEmptyText(request, "dhcpd"), interface = nonEmptyText(request, "interface"),
        outputPath = nonEmptyText(request, "output"), pidFile = nonEmptyText(request, "pid");
@@ -74,7 +72,7 @@ json::object BRHMain::startDHCP(const json::object& request, const platform::Pro
     HX_log("Previous dhcpd task is still present, refusing to start another");
     return error("dhcpd is already running");
   }
-  auto output = openOutput(*outputPath, peer);
+  auto output = openOutput(*outputPath, client.peerUserID());
   if (!output) return error("invalid dhcpd output path");
   _dhcpdTask = std::make_shared<platform::ChildTask>(
       candidate, std::vector<std::string>{"-4", "-f", "-d", "-cf", *config, "-lf", *lease, "-pf", *pidFile, *interface},
@@ -121,12 +119,12 @@ void BRHMain::dhcpdCompleted(const platform::ChildTask* task) {
   if (task == _dhcpdTask.get()) _dhcpdTask.reset();
 }
 
-json::object BRHMain::startSpindump(const json::object& request, const platform::Process& peer) {
+json::object BRHMain::startSpindump(const json::object& request, const platform::ipc::Connection& client) {
   auto path = nonEmptyText(request, "path");
   if (!path) return error("invalid spindump path");
   if (_spindumpTask) return {{"result", "success"}};
   _spindumpTask = std::make_shared<platform::ChildTask>(
-      "/usr/sbin/spindump", std::vector<std::string>{std::to_string(peer.pid()), "-o", *path});
+      "/usr/sbin/spindump", std::vector<std::string>{std::to_string(client.peerPID()), "-o", *path});
   _spindumpTask->setTerminationHandler([this] { spindumpCompleted(); });
   if (auto reason = _spindumpTask->launch()) {
     HX_log("Failed to start spindump: {}", *reason);

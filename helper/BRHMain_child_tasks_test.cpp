@@ -9,6 +9,7 @@
 
 #include "build_constants.h"
 #include "helper/BRHMain.h"
+#include "platform/fake/ipc.h"
 #include "platform/fake/machine.h"
 
 namespace {
@@ -20,15 +21,13 @@ using testing::IsEmpty;
 namespace json = boost::json;
 namespace fs = std::filesystem;
 
-constexpr std::int32_t client = 42;
-constexpr std::uint32_t user = 1000;
+const std::uint32_t user = platform::fake::ConnectionState().peerUserID;
 
 /// Steps of the helper: what it logs, and what it does to processes.
 class ChildTasksTest : public testing::Test {
  protected:
   ChildTasksTest() {
     machine() = {};
-    machine().users[client] = user;
     fs::create_directories(folder + "/Brimo.app/Contents/Applications");
     fs::create_directories(folder + "/Brimo.app/Contents/MacOS");
     for (const auto& path : {executable, dhcpd, output}) std::ofstream(path) << "before\n";
@@ -46,7 +45,7 @@ class ChildTasksTest : public testing::Test {
 
   std::string execute(const json::object& command) {
     machine().steps.clear();
-    return json::serialize(helper.execCommand(command, {client, {}}));
+    return json::serialize(helper.execCommand(command, *platform::fake::makeConnection(peer)));
   }
 
   std::string start() { return execute(request); }
@@ -56,6 +55,7 @@ class ChildTasksTest : public testing::Test {
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
+  std::shared_ptr<platform::fake::ConnectionState> peer = std::make_shared<platform::fake::ConnectionState>();
   BRHMain& helper = BRHMain::sharedInstance();
   std::string folder = [] {
     std::string name = fs::canonical(fs::temp_directory_path()) / "child_tasks.XXXXXX";
@@ -74,7 +74,7 @@ constexpr char started[] = R"({"result":"success","pid":1001})";
 
 TEST_F(ChildTasksTest, DHCPServerIsStartedAndItsEndNoticed) {
   EXPECT_EQ(start(), started);
-  EXPECT_THAT(machine().steps, ElementsAre("Start dhcpd", "user 42", launch, "dhcpd started"));
+  EXPECT_THAT(machine().steps, ElementsAre("Start dhcpd", launch, "dhcpd started"));
   EXPECT_THAT(machine().checks, ElementsAre(testing::Pair(dhcpd, FrameworkRequirement)));
   EXPECT_EQ(written(), "before\noutput\n");
   machine().steps.clear();
@@ -130,7 +130,7 @@ TEST_F(ChildTasksTest, LinksAreResolvedOnBothSides) {
   fs::create_directory_symlink(folder + "/Brimo.app", bundle);
   request["dhcpd"] = link;
   EXPECT_EQ(start(), started);
-  EXPECT_EQ(machine().steps[2], launch);
+  EXPECT_EQ(machine().steps[1], launch);
   helper.setMainAppImagePath(bundle + "/Contents/MacOS/Brimo");
   request["dhcpd"] = bundle + "/Contents/MacOS/.././/Applications/brimo-dhcpd";
   EXPECT_EQ(start(), R"({"result":"success","pid":1002})");
@@ -140,7 +140,7 @@ TEST_F(ChildTasksTest, APreviousServerIsStoppedFirst) {
   start();
   EXPECT_EQ(start(), R"({"result":"success","pid":1002})");
   EXPECT_THAT(machine().steps, ElementsAre("Terminate previous dhcpd", "terminate 1001", "wait 1000 ms",
-                                           "wait until exit", "Start dhcpd", "user 42", launch, "dhcpd started"));
+                                           "wait until exit", "Start dhcpd", launch, "dhcpd started"));
   machine().childrenIgnoreTermination = true;
   EXPECT_EQ(start(), R"({"result":"success","pid":1003})");
   machine().steps.resize(5);
@@ -159,9 +159,8 @@ TEST_F(ChildTasksTest, TheHolderOfPort67IsKilledIfItStillIsTheHolder) {
   machine().owners[1] = 77;
   machine().executables[77] = "/usr/sbin/other";
   EXPECT_EQ(start(), started);
-  EXPECT_THAT(machine().steps,
-              ElementsAre("path 77", "Port 67 is already used: PID 77 /usr/sbin/other, kill", "find 77", "path 77",
-                          "kill 77", "Start dhcpd", "user 42", launch, "dhcpd started"));
+  EXPECT_THAT(machine().steps, ElementsAre("path 77", "Port 67 is already used: PID 77 /usr/sbin/other, kill",
+                                           "find 77", "path 77", "kill 77", "Start dhcpd", launch, "dhcpd started"));
   machine().owners[1] = getpid();
   machine().executables[getpid()] = "/ourselves";
   start();
@@ -196,14 +195,9 @@ TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
   fs::remove(output);
   fs::copy_file(target, output);
   ASSERT_EQ(chown(output.c_str(), user, user), 0);
-  for (const auto& damage : std::initializer_list<std::function<void()>>{[] { machine().users[client] = 1001; },
-                                                                         [] { machine().users.erase(client); },
-                                                                         [] { machine().ended.insert(client); }}) {
-    damage();
-    EXPECT_EQ(start(), R"({"error":"invalid dhcpd output path"})");
-    machine().users[client] = user;
-  }
-  machine().ended.clear();
+  peer->peerUserID = 1001;
+  EXPECT_EQ(start(), R"({"error":"invalid dhcpd output path"})");
+  peer->peerUserID = user;
   EXPECT_EQ(start(), started);
 }
 

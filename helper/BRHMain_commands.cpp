@@ -13,7 +13,7 @@ const json::object success{{"result", "success"}};
 
 }  // namespace
 
-json::object BRHMain::execCommand(const json::object& request, const platform::Process& peer) {
+json::object BRHMain::execCommand(const json::object& request, const platform::ipc::Connection& client) {
   const auto* value = request.if_contains("command");
   const auto* text = value ? value->if_string() : nullptr;
   std::string_view command = text ? std::string_view(*text) : std::string_view();
@@ -27,8 +27,8 @@ json::object BRHMain::execCommand(const json::object& request, const platform::P
     HX_log("Shutdown");
     std::exit(EXIT_SUCCESS);
   }
-  if (command == "spindump") return startSpindump(request, peer);
-  if (command == "start-dhcpd") return startDHCP(request, peer);
+  if (command == "spindump") return startSpindump(request, client);
+  if (command == "start-dhcpd") return startDHCP(request, client);
   if (command == "stop-dhcpd") {
     stopAllDHCP();
     return success;
@@ -43,7 +43,7 @@ json::object BRHMain::execCommand(const json::object& request, const platform::P
     return success;
   }
   if (command == "defunct-restart") {
-    defunctRestart(peer);
+    defunctRestart(client);
     return success;
   }
   if (command == "prevent-sleep-temp") {

@@ -39,7 +39,7 @@ BRHMain& BRHMain::sharedInstance() {
 }
 
 void BRHMain::handleXPCEvent(ipc::Connection& connection, const ipc::Event& event) {
-  if (const auto* request = std::get_if<ipc::Message>(&event)) return handleRequest(*request, connection.peer());
+  if (const auto* request = std::get_if<ipc::Message>(&event)) return handleRequest(*request, connection);
   const auto& error = std::get<ipc::Error>(event);
   switch (error.kind) {
     case ipc::Error::Kind::connectionInvalid:
@@ -63,7 +63,7 @@ void BRHMain::cleanUpAfterLostClient() {
   relaunchAfterLostClient();
 }
 
-void BRHMain::handleRequest(const ipc::Message& request, const platform::Process& peer) {
+void BRHMain::handleRequest(const ipc::Message& request, const ipc::Connection& client) {
   if (const auto* command = request.dictionary.get<std::string>("command")) return handleRawCommand(*command, request);
 
   const auto* payload = request.dictionary.get<ipc::Data>("json");
@@ -85,7 +85,7 @@ void BRHMain::handleRequest(const ipc::Message& request, const platform::Process
   HX_log("Received command: {}", std::string_view(command->get_string()));
 
   if (command->get_string() == "dhcp-discover") return dhcpDiscover(*object, request);
-  auto reply = execCommand(*object, peer);
+  auto reply = execCommand(*object, client);
   if (!request.reply) {
     HX_log("JSON command does not accept a reply");
     return;

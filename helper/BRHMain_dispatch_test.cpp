@@ -67,7 +67,8 @@ TEST_F(DispatchTest, JSONCommands) {
     EXPECT_EQ(log.back(), "[BRHMain] Unknown command!");
   }
   boost::json::object noCommand{{"command", 1}};
-  EXPECT_EQ(BRHMain::sharedInstance().execCommand(noCommand, {42, {}}).at("error"), "unknown command");
+  EXPECT_EQ(BRHMain::sharedInstance().execCommand(noCommand, *platform::fake::makeConnection()).at("error"),
+            "unknown command");
 }
 
 TEST_F(DispatchTest, StopEndsTheProcessWithoutAReply) {

@@ -3,6 +3,7 @@
 #include <boost/json.hpp>
 
 #include "helper/BRHMain.h"
+#include "platform/fake/ipc.h"
 #include "platform/fake/preferences.h"
 
 namespace {
@@ -40,7 +41,7 @@ class NetworkSettingsTest : public testing::Test {
     preferences().calls.clear();
     preferences().values.clear();
     log.clear();
-    return json::serialize(main.execCommand(json::parse(request).get_object(), {42, {}}));
+    return json::serialize(main.execCommand(json::parse(request).get_object(), *platform::fake::makeConnection()));
   }
 
   /// Sets proxies of the services "A" and so on.

@@ -14,10 +14,10 @@ constexpr double relaunchInterval = 30;  // seconds that must have passed since 
 
 }  // namespace
 
-void BRHMain::defunctRestart(const platform::Process& peer) {
+void BRHMain::defunctRestart(const platform::ipc::Connection& client) {
   // The death that follows is not to have the application launched a second time.
   _watchdogStarted = false;
-  peer.kill();
+  client.peer().kill();
   dispatch::after(relaunchDelay, dispatch::mainQueue(),
                   [this] { launchMainApplicationWithArguments({"-crashDefunctRestart"}); });
 }

@@ -28,12 +28,12 @@ class CommandTest : public testing::Test {
 
   /// Carries out a command that the process with the ID 42 sent; returns the reply's text.
   std::string run(const char* command) {
-    return boost::json::serialize(helper.execCommand({{"command", command}}, {42, {}}));
+    return boost::json::serialize(helper.execCommand({{"command", command}}, *platform::fake::makeConnection()));
   }
 
   void loseClient() {
     using Error = platform::ipc::Error;
-    auto connection = platform::fake::makeConnection(std::make_shared<platform::fake::ConnectionState>());
+    auto connection = platform::fake::makeConnection();
     helper.handleXPCEvent(*connection, Error{.kind = Error::Kind::connectionInvalid, .description = ""});
   }
 

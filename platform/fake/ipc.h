@@ -16,7 +16,8 @@ struct ConnectionState {
   std::function<void(const ipc::Event&)> handler;
 };
 
-std::shared_ptr<ipc::Connection> makeConnection(std::shared_ptr<ConnectionState> state);
+std::shared_ptr<ipc::Connection> makeConnection(
+    std::shared_ptr<ConnectionState> state = std::make_shared<ConnectionState>());
 
 /// A message from a sender that checkSender() of the fake code signing judges.
 ipc::Message makeMessage(ipc::Dictionary dictionary, std::function<void(const ipc::Dictionary&)> reply = {});
