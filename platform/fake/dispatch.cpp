@@ -1,9 +1,8 @@
 #include "platform/fake/dispatch.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <map>
+#include <thread>
 #include <utility>
 
 #include "platform/dispatch.h"
@@ -14,6 +13,7 @@ using std::chrono::nanoseconds;
 
 namespace {
 
+const auto mainThread = std::this_thread::get_id();  // which makes what is made before main()
 nanoseconds now{0};
 std::multimap<nanoseconds, std::function<void()>> waiting;  // by when it is due
 
@@ -95,7 +95,7 @@ void TimerSource::cancel() {
 }
 
 bool isMainThread() {
-  return gettid() == getpid();
+  return std::this_thread::get_id() == mainThread;
 }
 
 void dispatchMain() {
