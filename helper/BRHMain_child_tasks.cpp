@@ -22,11 +22,11 @@ json::object error(std::string_view text) {
   return {{"error", text}};
 }
 
-/// The value of a key when it is a text that is not empty.
+/// The value of a key when it is a text that is not empty, and can be an argument of a program.
 std::optional<std::string> nonEmptyText(const json::object& request, std::string_view key) {
   const auto* value = request.if_contains(key);
   const auto* text = value ? value->if_string() : nullptr;
-  if (!text || text->empty()) return std::nullopt;
+  if (!text || text->empty() || text->find('\0') != text->npos) return std::nullopt;
   return std::string(*text);
 }
 
@@ -37,13 +37,14 @@ std::string resolved(const std::string& path) {
 }
 
 /// Opens the file that a child appends its output to. Empty unless it is a regular file that belongs to the client's
-/// user and has no other name: root is not to be led to another's file, nor to wait at a FIFO.
+/// user and has no other name: root is not to be led to another's file, nor to wait at a FIFO. Files of the kernel, who
+/// judges the writer by the opener, mostly have no end to move to.
 platform::FileDescriptor openOutput(const std::string& path, std::uint32_t user) {
   platform::FileDescriptor file(
       open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat status;
   bool isSafe = file && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == user &&
-                status.st_nlink == 1;
+                status.st_nlink == 1 && lseek(file.get(), 0, SEEK_END) >= 0;
   return isSafe ? std::move(file) : platform::FileDescriptor();
 }
 

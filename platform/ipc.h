@@ -55,11 +55,12 @@ class Connection {
   /// Effective user ID of the peer at the moment when it connected.
   std::uint32_t peerUserID() const;
 
-  /// The peer's process, held for as long as the result is.
-  Process peer() const;
+  /// The peer's process; from resume() on it is held.
+  const Process& peer() const;
 
   /// From resume() on, only a peer whose running image satisfies the requirement is heard. Returns 0, or the status
-  /// (see code_signing.h) with which the requirement text or the peer's process ID was refused.
+  /// with which the requirement text or the peer's process ID was refused: of code_signing.h on Linux, of XPC's own on
+  /// macOS.
   [[nodiscard]] std::int32_t setPeerCodeSigningRequirement(const std::string& requirement);
 
   void setEventHandler(std::function<void(const Event&)> handler);

@@ -33,6 +33,7 @@ class Process {
   Process(std::int32_t pid, FileDescriptor handle) : pid_(pid), handle_(std::move(handle)) {}
 
   std::int32_t pid() const { return pid_; }
+  int handle() const { return handle_.get(); }  ///< negative when there is none
 
   /// Whether the process has ended. While it has not, its number is no other process's: asked after something else
   /// about the number, it says whom the answer was about. False where there is no handle.

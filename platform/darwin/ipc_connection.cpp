@@ -48,7 +48,9 @@ void Connection::Implementation::Delivery::deliver(xpc_object_t object) {
 }
 
 Connection::Implementation::Implementation(xpc_connection_t connection)
-    : connection_(darwin::XPCConnection::share(connection)), delivery_(std::make_shared<Delivery>()) {}
+    : connection_(darwin::XPCConnection::share(connection)),
+      peer_(xpc_connection_get_pid(connection), {}),
+      delivery_(std::make_shared<Delivery>()) {}
 
 Connection::Implementation::~Implementation() {
   if (isCancelled_) return;
@@ -60,8 +62,8 @@ std::string Connection::Implementation::description() const {
   return descriptionOf(connection_.get());
 }
 
-std::int32_t Connection::Implementation::peerPID() const {
-  return xpc_connection_get_pid(connection_.get());
+std::uint32_t Connection::Implementation::peerUserID() const {
+  return xpc_connection_get_euid(connection_.get());
 }
 
 std::int32_t Connection::Implementation::setPeerCodeSigningRequirement(const std::string& requirement) {
@@ -86,6 +88,12 @@ void Connection::Implementation::cancel() {
   xpc_connection_cancel(connection_.get());
 }
 
+void Connection::Implementation::deliver(xpc_object_t error) {
+  // Kept: the handler may let go of this connection.
+  auto delivery = delivery_;
+  delivery->deliver(error);
+}
+
 Connection::Connection(std::shared_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
 Connection::~Connection() = default;
 std::string Connection::description() const {
@@ -94,8 +102,11 @@ std::string Connection::description() const {
 std::int32_t Connection::peerPID() const {
   return implementation_->peerPID();
 }
-Process Connection::peer() const {
-  return {peerPID(), {}};
+std::uint32_t Connection::peerUserID() const {
+  return implementation_->peerUserID();
+}
+const Process& Connection::peer() const {
+  return implementation_->peer();
 }
 std::int32_t Connection::setPeerCodeSigningRequirement(const std::string& requirement) {
   return implementation_->setPeerCodeSigningRequirement(requirement);

@@ -17,17 +17,23 @@ class Connection::Implementation {
   Implementation& operator=(const Implementation&) = delete;
 
   std::string description() const;
-  std::int32_t peerPID() const;
+  std::int32_t peerPID() const { return peer_.pid(); }
+  const Process& peer() const { return peer_; }
+  std::uint32_t peerUserID() const;
   std::int32_t setPeerCodeSigningRequirement(const std::string& requirement);
   void setEventHandler(std::function<void(const Event&)> handler);
   void resume();
   void cancel();
+
+  /// Hands an error to the handler.
+  void deliver(xpc_object_t error);
 
  private:
   /// Kept by XPC as well, for as long as events may come.
   struct Delivery;
 
   darwin::XPCConnection connection_;
+  Process peer_;
   std::shared_ptr<Delivery> delivery_;
   bool isCancelled_ = false;
 };

@@ -6,7 +6,10 @@ class Sender {};
 
 class Connection::Implementation {
  public:
+  explicit Implementation(std::shared_ptr<fake::ConnectionState> connection) : state(std::move(connection)) {}
+
   std::shared_ptr<fake::ConnectionState> state;
+  Process peer{state->peerPID, {}};
 };
 
 Connection::Connection(std::shared_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
@@ -20,8 +23,8 @@ std::int32_t Connection::peerPID() const {
 std::uint32_t Connection::peerUserID() const {
   return implementation_->state->peerUserID;
 }
-Process Connection::peer() const {
-  return {implementation_->state->peerPID, {}};
+const Process& Connection::peer() const {
+  return implementation_->peer;
 }
 std::int32_t Connection::setPeerCodeSigningRequirement(const std::string& requirement) {
   implementation_->state->requirement = requirement;
@@ -42,9 +45,7 @@ void Connection::cancel() {
 namespace platform::fake {
 
 std::shared_ptr<ipc::Connection> makeConnection(std::shared_ptr<ConnectionState> state) {
-  auto implementation = std::make_shared<ipc::Connection::Implementation>();
-  implementation->state = std::move(state);
-  return std::make_shared<ipc::Connection>(std::move(implementation));
+  return std::make_shared<ipc::Connection>(std::make_shared<ipc::Connection::Implementation>(std::move(state)));
 }
 
 ipc::Message makeMessage(ipc::Dictionary dictionary, std::function<void(const ipc::Dictionary&)> reply) {

@@ -83,10 +83,11 @@ class Launch {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return {"pipe", errno};
     FileDescriptor reading(ends[0]), writing(ends[1]), null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    if (!null) return {"open", errno};
     // Away from the numbers of the standard descriptors, should those be free.
     null_.reset(fcntl(null.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     report_.reset(fcntl(writing.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    if (!null_ || !report_) return {"open", errno};
+    if (!null_ || !report_) return {"fcntl", errno};
 
     // A child's child belongs to process 1 as soon as the child has ended: nobody here need await its end.
     pid_t child = fork();

@@ -74,7 +74,7 @@ void Connection::Implementation::resume() {
       if (received == Received::end || reader_.malformed()) cancel();
     }
   });
-  peerEnd_ = EventSource::io(sender_->pidfd(), EPOLLIN, [this](std::uint32_t) { drain(); });
+  peerEnd_ = EventSource::io(sender_->process().handle(), EPOLLIN, [this](std::uint32_t) { drain(); });
   send({.id = 0, .dictionary = endpoint_->greeting});
 }
 
@@ -199,7 +199,7 @@ Connection::~Connection() = default;
 std::string Connection::description() const {
   return implementation_->description();
 }
-Process Connection::peer() const {
+const Process& Connection::peer() const {
   return implementation_->peer();
 }
 std::uint32_t Connection::peerUserID() const {

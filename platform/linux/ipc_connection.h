@@ -1,8 +1,6 @@
 // A connection of the Linux endpoint.
 #pragma once
 
-#include <fcntl.h>
-
 #include <functional>
 #include <memory>
 #include <optional>
@@ -31,7 +29,7 @@ class Connection::Implementation : public std::enable_shared_from_this<Implement
   std::string description() const;
   std::int32_t peerPID() const { return sender_->pid(); }
   std::uint32_t peerUserID() const { return sender_->uid(); }
-  Process peer() const { return {sender_->pid(), FileDescriptor(fcntl(sender_->pidfd(), F_DUPFD_CLOEXEC, 0))}; }
+  const Process& peer() const { return sender_->process(); }
   std::int32_t setPeerCodeSigningRequirement(const std::string& requirement);
   void setEventHandler(std::function<void(const Event&)> handler);
   void resume();

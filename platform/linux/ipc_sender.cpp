@@ -27,7 +27,7 @@ Sender::Sender(int socket) {
   ucred credentials{};
   socklen_t length = sizeof credentials;
   if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) return;
-  pid_ = credentials.pid;
+  process_ = Process(credentials.pid, {});
   uid_ = credentials.uid;
   gid_ = credentials.gid;
 }
@@ -36,21 +36,21 @@ bool Sender::takePidfd(int socket) {
   int descriptor = -1;
   socklen_t length = sizeof descriptor;
   if (getsockopt(socket, SOL_SOCKET, peerPidfdOption, &descriptor, &length) == 0) {
-    pidfd_.reset(descriptor);
+    process_ = Process(pid(), FileDescriptor(descriptor));
   } else if (errno == ENOPROTOOPT) {
     // The pid may have gone to another process since the peer connected. Then it is that process whose image is checked
     // and whose writing is wanted.
-    pidfd_.reset(pidfd_open(pid_, 0));
+    process_ = Process(pid(), FileDescriptor(pidfd_open(pid(), 0)));
   }
-  return static_cast<bool>(pidfd_);
+  return process_.handle() >= 0;
 }
 
 bool Sender::isAlive() const {
-  return pidfd_ && !waitForEnd(pidfd_.get(), {});
+  return process_.handle() >= 0 && !process_.hasEnded();
 }
 
 bool Sender::sharesNamespaces() const {
-  return sameNamespace(pid_, "user") && sameNamespace(pid_, "pid") && isAlive();
+  return sameNamespace(pid(), "user") && sameNamespace(pid(), "pid") && isAlive();
 }
 
 }  // namespace platform::ipc

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "platform/file_descriptor.h"
 #include "platform/ipc.h"
+#include "platform/processes.h"
 
 namespace platform::ipc {
 
@@ -15,13 +15,14 @@ class Sender {
   /// What the kernel recorded when the peer connected (SO_PEERCRED, unix(7)).
   explicit Sender(int socket);
 
-  std::int32_t pid() const { return pid_; }  ///< 0: not in this process's pid namespace
+  std::int32_t pid() const { return process_.pid(); }  ///< 0: not in this process's pid namespace
   uid_t uid() const { return uid_; }
   gid_t gid() const { return gid_; }
 
   /// Takes a pidfd of the peer, from here on the one handle on it that no other process can come to stand behind.
   [[nodiscard]] bool takePidfd(int socket);
-  int pidfd() const { return pidfd_.get(); }
+  /// The peer behind its pidfd; without one before that was taken.
+  const Process& process() const { return process_; }
 
   /// Whether the process has not ended. What was read under /proc/PID before is true of it if it still lives.
   bool isAlive() const;
@@ -30,10 +31,9 @@ class Sender {
   bool sharesNamespaces() const;
 
  private:
-  std::int32_t pid_ = 0;
+  Process process_{0, {}};
   uid_t uid_ = 0;
   gid_t gid_ = 0;
-  FileDescriptor pidfd_;
 };
 
 }  // namespace platform::ipc
