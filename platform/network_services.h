@@ -10,7 +10,7 @@ namespace platform {
 struct NetworkService {
   std::string id;
   std::string name;
-  std::string interface;  ///< empty when it is not active, or bound to none
+  std::string interface;  ///< empty when there is none; on Linux only that of an active one is known
 };
 
 /// All services. Needs no privilege. Throws std::runtime_error when the system does not tell.

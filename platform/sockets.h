@@ -43,8 +43,8 @@ std::optional<std::int32_t> socketOwner(const SocketEntry& socket);
 /// Makes a socket (socket(2)) that is closed on exec; empty on failure.
 FileDescriptor openSocket(int family, int type, int protocol);
 
-/// Lets a port be bound that is only left over from a closed socket, but never one that a socket holds; false on
-/// failure.
+/// Lets a port be bound that is only left over from a closed socket, but never one that a socket holds (on macOS:
+/// holds on the same address); false on failure.
 [[nodiscard]] bool allowReuseOfPort(int socket);
 
 /// Has an IPv4 or IPv6 socket send by one interface and receive from it alone; false on failure.
@@ -54,7 +54,7 @@ FileDescriptor openSocket(int family, int type, int protocol);
 void enlargeReceiveBuffer(int socket);
 
 /// Binds an IPv4 socket to a port (host byte order) on all addresses; false on failure. Fails with EADDRINUSE while any
-/// other socket holds the port, even one that is bound to another interface.
+/// other socket holds the port (on macOS: on all addresses), even one that is bound to another interface.
 [[nodiscard]] bool bindToPort(int socket, std::uint16_t port);
 
 /// The link-layer address of an interface, in network order; empty when there is no such interface or it has none.

@@ -1,6 +1,7 @@
 #include "helper/probes/BRHDHCPDetector.h"
 
 #include <arpa/inet.h>
+#include <fmt/ranges.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>

@@ -90,7 +90,7 @@ TEST(ChildTask, ItsEndIsSeenWithoutAMainQueue) {
   char byte;
   ASSERT_EQ(read(pipe.reading.get(), &byte, 1), 1);
   const auto pid = task.processIdentifier();
-  EXPECT_EQ(executablePath(pid), "/bin/sleep");
+  EXPECT_TRUE(eventually([&] { return executablePath(pid) == "/bin/sleep"; }));
   task.terminate();
   EXPECT_FALSE(task.waitForExit(100ms));
   EXPECT_TRUE(task.isRunning());

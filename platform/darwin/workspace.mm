@@ -28,7 +28,7 @@ std::optional<std::string> launch(const std::string& path, const std::vector<std
 #pragma clang diagnostic pop
     NSString* description = error.description;
     const char* text = description.UTF8String;
-    return text ? text : "";
+    return text ? text : "(null)";
   }
 }
 

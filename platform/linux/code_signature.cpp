@@ -1,6 +1,7 @@
 #include "platform/linux/code_signature.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <openssl/bio.h>
 #include <openssl/cms.h>
 #include <openssl/err.h>
