@@ -43,7 +43,7 @@ TEST_F(PowerTest, CommandsOverlap) {
     preventSleep();
     passTime(10s);
   }
-  for (std::size_t held : {4, 2, 0}) {
+  for (std::size_t held : {4U, 2U, 0U}) {
     EXPECT_EQ(machine().assertions.size(), held);
     EXPECT_THAT(heldTypes(), testing::Each(testing::AnyOf(idle, network)));
     passTime(10s);

@@ -88,10 +88,8 @@ void Connection::Implementation::cancel() {
   xpc_connection_cancel(connection_.get());
 }
 
-void Connection::Implementation::deliver(xpc_object_t error) {
-  // Kept: the handler may let go of this connection.
-  auto delivery = delivery_;
-  delivery->deliver(error);
+void Connection::Implementation::deliver(const Event& event) {
+  if (auto handler = delivery_->handler) (*handler)(event);
 }
 
 Connection::Connection(std::shared_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}

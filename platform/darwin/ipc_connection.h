@@ -25,8 +25,8 @@ class Connection::Implementation {
   void resume();
   void cancel();
 
-  /// Hands an error to the handler.
-  void deliver(xpc_object_t error);
+  /// Hands an event to the handler.
+  void deliver(const Event& event);
 
  private:
   /// Kept by XPC as well, for as long as events may come.

@@ -56,7 +56,8 @@ class Listener::Implementation {
     // A handler may close any of the connections.
     auto connections = connections_;
     for (const auto& weak : connections) {
-      if (auto connection = weak.lock()) connection->deliver(XPC_ERROR_TERMINATION_IMMINENT);
+      if (auto connection = weak.lock())
+        connection->deliver(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
     }
     // What is on its way on the main queue, the end of a connection for one, is still delivered.
     dispatch_async(dispatch_get_main_queue(), ^{
