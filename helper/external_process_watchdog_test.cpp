@@ -103,7 +103,7 @@ TEST_F(WatchdogTest, AnUnsafeFileIsRefusedAndLeft) {
     EXPECT_THAT(machine().steps, IsEmpty());
     fs::remove(path);
   };
-  for (mode_t mode : {0664u, 0646u, 0620u, 0602u}) {
+  for (mode_t mode : std::initializer_list<mode_t>{0664, 0646, 0620, 0602}) {
     put(list, mode);
     refuses();
   }
