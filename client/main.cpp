@@ -3,6 +3,7 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/json.hpp>
 #include <cstdio>
 #include <filesystem>
@@ -17,6 +18,7 @@
 #include "build_constants.h"
 #include "client/HelperClient.h"
 #include "client/proxy_arguments.h"
+#include "platform/exact_json.h"
 #include "platform/network_services.h"
 #include "platform/processes.h"
 
@@ -54,8 +56,8 @@ constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
   json OBJECT                         send a JSON command as it is
 
 Without a command, reads one a line from standard input and keeps its connection open, since the helper undoes what a
-client did when the client leaves. With --json, prints one JSON object a command. A SERVICE is told by its ID, the
-interface that it is active on, or its name.
+client did when the client leaves. With --json, prints one JSON object a command. A SERVICE is told by its ID, else the
+interface that it is active on, else its name; one that several have is refused.
 
 The helper launches a watched application that died with the argument -crashWatchDog, and one that asked for its restart
 with -crashDefunctRestart. Brimo then says so, and to the helper that it is back, and goes on as without a command.
@@ -135,31 +137,42 @@ Answer services() {
 
 /// What a person called a service, as its ID, and what to say when it was changed.
 struct Service {
-  std::string id, outcome;
+  std::string id;
+  Answer outcome;
 };
 
 Service findService(const std::string& text) {
+  std::vector<platform::NetworkService> services;
   try {
-    for (const auto& service : platform::networkServices()) {
-      if (text == service.id || text == service.interface || text == service.name) return {service.id, "done"};
-    }
-    return {text, fmt::format("done; but no service of this machine is called {}, so this is only stored", text)};
+    services = platform::networkServices();
   } catch (const std::runtime_error&) {
-    return {text, "done"};  // the system does not tell its services: the helper may know better
+    return {text, done()};  // the system does not tell its services: the helper may know better
   }
+  using platform::NetworkService;
+  for (auto member : {&NetworkService::id, &NetworkService::interface, &NetworkService::name}) {
+    auto isCalled = [&](const NetworkService& service) { return !text.empty() && service.*member == text; };
+    auto found = std::find_if(services.begin(), services.end(), isCalled);
+    if (found == services.end()) continue;
+    if (std::any_of(found + 1, services.end(), isCalled)) {
+      throw UsageError(fmt::format("more than one service is called {}; \"services\" lists their IDs", text));
+    }
+    return {found->id, done()};
+  }
+  auto warning = fmt::format("no service of this machine is called {}, so this is only stored", text);
+  return {text, {.object = {{"result", "success"}, {"warning", warning}}, .text = "done; but " + warning}};
 }
 
 Answer setProxy(brimo::HelperClient& helper, const Arguments& arguments) {
   auto [proxies, cleanup] = brimo::parseProxyArguments({arguments.begin() + 1, arguments.end()});
   auto [id, outcome] = findService(arguments[0]);
   helper.setProxies({{id, proxies}}, cleanup);
-  return {.object = {{"result", "success"}}, .text = std::move(outcome)};
+  return outcome;
 }
 
 Answer setStaticIP(brimo::HelperClient& helper, const Arguments& arguments) {
   auto [id, outcome] = findService(arguments[0]);
   helper.setStaticIP(id, arguments[1], arguments[2], arguments[3]);
-  return {.object = {{"result", "success"}}, .text = std::move(outcome)};
+  return outcome;
 }
 
 /// The helper has a working folder of its own. Empty stays empty.
@@ -181,9 +194,7 @@ Answer startDHCPServer(brimo::HelperClient& helper, const Arguments& arguments) 
 
 Answer sendJSON(brimo::HelperClient& helper, const Arguments& arguments) {
   json::error_code error;
-  json::parse_options options;
-  options.max_depth = 512;
-  auto command = json::parse(arguments[0], error, {}, options);
+  auto command = platform::parseExactJSON(arguments[0], 512, error);
   if (error || !command.is_object()) throw UsageError("json takes one JSON object");
   auto reply = helper.json(command.get_object());
   auto code = reply.contains("error") ? exitRefused : exitSuccess;

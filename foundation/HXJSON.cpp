@@ -1,10 +1,10 @@
 #include "foundation/HXJSON.h"
 
 #include <boost/json.hpp>
-#include <cmath>
 #include <stdexcept>
 
 #include "foundation/HXLog.h"
+#include "platform/exact_json.h"
 #include "platform/utf8.h"
 
 namespace json = boost::json;
@@ -12,17 +12,6 @@ namespace json = boost::json;
 namespace {
 
 constexpr char moduleName[] = "JSONHelper";
-
-/// Whether JSON has a text for all that a value holds.
-bool isRepresentable(const json::value& value) {
-  if (const auto* number = value.if_double()) return std::isfinite(*number);
-  if (const auto* array = value.if_array()) return std::all_of(array->begin(), array->end(), isRepresentable);
-  if (const auto* object = value.if_object()) {
-    return std::all_of(object->begin(), object->end(),
-                       [](const auto& member) { return isRepresentable(member.value()); });
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -43,15 +32,13 @@ std::optional<json::value> HX_JSONObjectWithMutableContainers(const HXData& data
 
 std::optional<json::value> HX_JSONObjectWithMutableContainers(std::string_view text) {
   json::error_code error;
-  json::parse_options options;
-  options.max_depth = HXJSONMaximumDepth;
-  auto parsed = json::parse({text.data(), text.size()}, error, {}, options);
+  auto parsed = platform::parseExactJSON(text, HXJSONMaximumDepth, error);
   if (error || !(parsed.is_object() || parsed.is_array())) return std::nullopt;
   return parsed;
 }
 
 std::optional<std::string> HX_JSONData(const json::value& value) {
-  if (!(value.is_object() || value.is_array()) || !isRepresentable(value)) {
+  if (!(value.is_object() || value.is_array()) || !platform::isFiniteJSON(value)) {
     auto kind = json::to_string(value.kind());
     HXLog(moduleName, "Not a valid JSON object: {}", std::string_view(kind.data(), kind.size()));
     return std::nullopt;

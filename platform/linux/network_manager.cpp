@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <functional>
 #include <set>
@@ -21,8 +20,7 @@ constexpr char connectionInterface[] = "org.freedesktop.NetworkManager.Settings.
 constexpr char activeInterface[] = "org.freedesktop.NetworkManager.Connection.Active";
 constexpr char deviceInterface[] = "org.freedesktop.NetworkManager.Device";
 
-constexpr std::chrono::microseconds timeout = std::chrono::seconds(5);  // of one call, which take some milliseconds
-constexpr std::uint32_t updateToDisk = 1;                               // NM_SETTINGS_UPDATE2_FLAG_TO_DISK
+constexpr std::chrono::seconds patience(5);  // a call takes some milliseconds
 
 /// An answer that says no.
 struct Refusal : std::runtime_error {
@@ -96,44 +94,66 @@ void writeIPv4(sd_bus_message* to, const IPv4Setting& ipv4) {
   });
 }
 
-/// The keys of "ipv4" that writeIPv4() writes, and the old forms of such keys, which would be preferred to them.
+/// The keys of "ipv4" that writeIPv4() writes, and the one that would keep its gateway from being used.
 bool isReplacedInIPv4(std::string_view key) {
-  static const std::set<std::string_view> keys{"method", "gateway", "address-data", "addresses", "routes"};
+  static const std::set<std::string_view> keys{"method", "gateway", "address-data", "never-default"};
   return keys.contains(key);
+}
+
+/// The old forms of "address-data" and "route-data", which would be preferred to them and hold less.
+bool isOldForm(std::string_view setting, std::string_view key) {
+  return (setting == "ipv4" || setting == "ipv6") && (key == "addresses" || key == "routes");
+}
+
+/// Copies the settings that come next in `from`, with a change in them.
+void writeChanged(sd_bus_message* to, sd_bus_message* from, const NetworkManager::Change& change) {
+  check(sd_bus_message_open_container(to, 'a', "{sa{sv}}"));
+  if (change.proxy) addSetting(to, "proxy", [&] { writeProxy(to, *change.proxy); });
+  bool hasIPv4 = false;
+  forEachEntry(from, "sa{sv}", [&](const char* setting) {
+    const std::string_view name = setting;
+    if (name == "proxy" && change.proxy) return skip(from, "a{sv}");
+    addSetting(to, setting, [&] {
+      bool isChanged = name == "ipv4" && change.ipv4;
+      hasIPv4 = hasIPv4 || isChanged;
+      forEachEntry(from, "sv", [&](const char* key) {
+        if (isOldForm(name, key) || (isChanged && isReplacedInIPv4(key))) return skip(from, "v");
+        check(sd_bus_message_open_container(to, 'e', "sv"));
+        check(sd_bus_message_append(to, "s", key));
+        check(sd_bus_message_copy(to, from, 0));
+        check(sd_bus_message_close_container(to));
+      });
+      if (isChanged) writeIPv4(to, *change.ipv4);
+    });
+  });
+  if (change.ipv4 && !hasIPv4) addSetting(to, "ipv4", [&] { writeIPv4(to, *change.ipv4); });
+  check(sd_bus_message_close_container(to));
 }
 
 }  // namespace
 
-NetworkManager::NetworkManager() {
-  sd_bus* bus = nullptr;
-  int result = sd_bus_open_system(&bus);
-  bus_.reset(bus);
-  if (result < 0) throw Absent(fmt::format("no system bus: {}", std::strerror(-result)));
-  sd_bus_set_method_call_timeout(bus, static_cast<std::uint64_t>(timeout.count()));
-  // By itself the first call would wait for a minute and a half to be let in.
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (sd_bus_is_ready(bus) == 0) {
-    result = sd_bus_process(bus, nullptr);
-    auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
-    if (result == 0 && left.count() > 0) result = sd_bus_wait(bus, static_cast<std::uint64_t>(left.count()));
-    if (left.count() <= 0 || (result < 0 && result != -EINTR)) throw Unavailable("the system bus does not answer");
+NetworkManager::NetworkManager() : deadline_(std::chrono::steady_clock::now() + patience) {
+  int result = openSystemBus(bus_, deadline_);
+  if (result == -ENOENT || result == -ECONNREFUSED) {
+    throw Absent(fmt::format("no system bus: {}", std::strerror(-result)));
   }
+  if (result < 0) throw Unavailable(fmt::format("the system bus cannot be had: {}", std::strerror(-result)));
 }
 
-NetworkManager::Message NetworkManager::makeCall(const Path& object, const char* interface, const char* method) {
+BusMessage NetworkManager::makeCall(const Path& object, const char* interface, const char* method) {
   sd_bus_message* message = nullptr;
   check(sd_bus_message_new_method_call(bus_.get(), &message, service, object.c_str(), interface, method));
-  Message owner(message);
+  BusMessage owner(message);
   check(sd_bus_message_set_auto_start(message, 0));  // who does not run NetworkManager does not want it started
   return owner;
 }
 
-NetworkManager::Message NetworkManager::call(const Message& request) {
+BusMessage NetworkManager::call(const BusMessage& request) {
   sd_bus_error error{};
-  sd_bus_message* reply = nullptr;
-  int result = sd_bus_call(bus_.get(), request.get(), 0, &error, &reply);
+  BusMessage reply;
+  int result = callUntil(deadline_, bus_.get(), request.get(), &error, reply);
   std::unique_ptr<sd_bus_error, decltype(&sd_bus_error_free)> owner(&error, &sd_bus_error_free);
-  if (result >= 0) return Message(reply);
+  if (result >= 0) return reply;
   if (sd_bus_error_has_names(&error, SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) {
     throw Absent("NetworkManager is not running");
   }
@@ -189,7 +209,9 @@ std::vector<NetworkManager::Connection> NetworkManager::connections() {
 std::optional<NetworkManager::Path> NetworkManager::findConnection(const std::string& uuid) {
   if (uuid.find('\0') != uuid.npos) return std::nullopt;
   auto request = makeCall(settingsPath, settingsInterface, "GetConnectionByUuid");
-  check(sd_bus_message_append(request.get(), "s", uuid.c_str()));
+  int result = sd_bus_message_append(request.get(), "s", uuid.c_str());
+  if (result == -EINVAL) return std::nullopt;  // D-Bus carries no such text
+  check(result);
   try {
     return readString(call(request).get(), 'o');
   } catch (const Refusal& refusal) {
@@ -213,41 +235,24 @@ std::multimap<NetworkManager::Path, NetworkManager::Device> NetworkManager::acti
   return active;
 }
 
-void NetworkManager::update(const Path& connection, const std::optional<ProxySetting>& proxy,
-                            const std::optional<IPv4Setting>& ipv4) {
+void NetworkManager::update(const Path& connection, const Change& change) {
   auto settings = call(makeCall(connection, connectionInterface, "GetSettings"));
   auto request = makeCall(connection, connectionInterface, "Update2");
-  auto *from = settings.get(), *to = request.get();
-
-  check(sd_bus_message_open_container(to, 'a', "{sa{sv}}"));
-  if (proxy) addSetting(to, "proxy", [&] { writeProxy(to, *proxy); });
-  bool hasIPv4 = false;
-  forEachEntry(from, "sa{sv}", [&](const char* setting) {
-    const std::string_view name = setting;
-    if (name == "proxy" && proxy) return skip(from, "a{sv}");
-    addSetting(to, setting, [&] {
-      bool isIPv4 = name == "ipv4" && ipv4;
-      hasIPv4 = hasIPv4 || isIPv4;
-      forEachEntry(from, "sv", [&](const char* key) {
-        if (isIPv4 && isReplacedInIPv4(key)) return skip(from, "v");
-        check(sd_bus_message_open_container(to, 'e', "sv"));
-        check(sd_bus_message_append(to, "s", key));
-        check(sd_bus_message_copy(to, from, 0));
-        check(sd_bus_message_close_container(to));
-      });
-      if (isIPv4) writeIPv4(to, *ipv4);
-    });
-  });
-  if (ipv4 && !hasIPv4) addSetting(to, "ipv4", [&] { writeIPv4(to, *ipv4); });
-  check(sd_bus_message_close_container(to));
-  check(sd_bus_message_append(to, "ua{sv}", updateToDisk, 0));
+  writeChanged(request.get(), settings.get(), change);
+  check(sd_bus_message_append(request.get(), "ua{sv}", 0, 0));  // no flags: it stays on the disk, or off it
   call(request);
 }
 
-void NetworkManager::reapply(const Path& device) {
+void NetworkManager::reapply(const Path& device, const Change& change) {
+  auto question = makeCall(device, deviceInterface, "GetAppliedConnection");
+  check(sd_bus_message_append(question.get(), "u", 0));
   auto request = makeCall(device, deviceInterface, "Reapply");
-  check(sd_bus_message_append(request.get(), "a{sa{sv}}tu", 0, std::uint64_t{0}, std::uint32_t{0}));
   try {
+    auto applied = call(question);
+    writeChanged(request.get(), applied.get(), change);
+    std::uint64_t version = 0;
+    check(sd_bus_message_read(applied.get(), "t", &version));
+    check(sd_bus_message_append(request.get(), "tu", version, 0));
     call(request);
   } catch (const Refusal& refusal) {
     if (refusal.name != "org.freedesktop.NetworkManager.Device.NotActive") throw;

@@ -1,28 +1,26 @@
 // NetworkManager, over the system bus (nm-dbus-interface, nm-settings-dbus(5)).
 #pragma once
 
-#include <systemd/sd-bus.h>
-
 #include <map>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "platform/linux/network_projection.h"
+#include "platform/linux/system_bus.h"
 
 namespace platform {
 
-/// A connection to the bus of its own. Every call blocks for some seconds at most. Where NetworkManager cannot be had,
-/// any call throws Unavailable; a failure that only concerns what a call is about is another std::runtime_error. Both
-/// have a sentence for people.
+/// A connection to the bus of its own. All calls together, with the constructor, have five seconds. Where
+/// NetworkManager cannot be had, any call throws Unavailable; a failure that only concerns what a call is about is
+/// another std::runtime_error. Both have a sentence for people.
 class NetworkManager {
  public:
   struct Unavailable : std::runtime_error {
     using std::runtime_error::runtime_error;
   };
-  /// It does not run, or there is no bus; otherwise it does not answer.
+  /// It does not run, or there is no bus; otherwise it does not answer, or the bus cannot be had now.
   struct Absent : Unavailable {
     using Unavailable::Unavailable;
   };
@@ -49,26 +47,26 @@ class NetworkManager {
   /// The devices that run a connection, by its path.
   std::multimap<Path, Device> activeDevices();
 
-  /// Changes and stores a connection's proxy and IPv4 settings, as far as they are given. What is active goes on as it
-  /// is.
-  void update(const Path& connection, const std::optional<ProxySetting>& proxy, const std::optional<IPv4Setting>& ipv4);
+  /// New settings in the place of a connection's; what is absent stays.
+  struct Change {
+    std::optional<ProxySetting> proxy;
+    std::optional<IPv4Setting> ipv4;
+  };
 
-  /// Has an active device use its connection's settings as they are now; does nothing on one that is no longer active.
-  void reapply(const Path& device);
+  /// Changes a connection, where it is stored. What is active goes on as it is.
+  void update(const Path& connection, const Change& change);
+
+  /// Changes what an active device uses, and nothing else of it; does nothing on one that is no longer active.
+  void reapply(const Path& device, const Change& change);
 
  private:
-  struct Release {
-    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }  // nothing is sent without being waited for
-    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
-  };
-  using Message = std::unique_ptr<sd_bus_message, Release>;
-
-  Message makeCall(const Path& object, const char* interface, const char* method);
-  Message call(const Message& request);
+  BusMessage makeCall(const Path& object, const char* interface, const char* method);
+  BusMessage call(const BusMessage& request);
   std::vector<Path> list(const Path& object, const char* interface, const char* method);
   std::string property(const Path& object, const char* interface, const char* name);
 
-  std::unique_ptr<sd_bus, Release> bus_;
+  BusDeadline deadline_;
+  SystemBus bus_;
 };
 
 }  // namespace platform

@@ -59,6 +59,12 @@ std::optional<std::uint32_t> addressNumber(const std::string& text) {
 ProxySetting projectProxies(const json::object& proxies) {
   if (isOn(proxies, "ProxyAutoConfigEnable")) {
     auto url = text(proxies.if_contains("ProxyAutoConfigURLString"));
+    auto script = text(proxies.if_contains("ProxyAutoConfigJavaScript"));
+    if (url.empty() && !script.empty()) {
+      bool isScript = script.find("FindProxyForURL") != script.npos && script.find('\0') == script.npos;
+      if (!isScript) throw std::invalid_argument("ProxyAutoConfigJavaScript does not define FindProxyForURL");
+      return {.automatic = true, .pacURL = {}, .pacScript = std::move(script)};
+    }
     bool isPlain = std::all_of(url.begin(), url.end(), [](char c) { return c > ' ' && c < '\x7F'; });
     if (url.empty() || !isPlain) throw std::invalid_argument("ProxyAutoConfigURLString is not a URL");
     return {.automatic = true, .pacURL = std::move(url), .pacScript = {}};
@@ -82,7 +88,7 @@ IPv4Setting projectIPv4(const json::object& entity) {
   auto address = onlyText(entity, "Addresses"), router = text(entity.if_contains("Router"));
   auto mask = addressNumber(onlyText(entity, "SubnetMasks"));
   if (!addressNumber(address)) throw std::invalid_argument("Addresses does not hold one IPv4 address");
-  if (!addressNumber(router)) throw std::invalid_argument("Router is not an IPv4 address");
+  if (addressNumber(router).value_or(0) == 0) throw std::invalid_argument("Router is not a router's IPv4 address");
   auto prefix = static_cast<std::uint32_t>(std::countl_one(mask.value_or(0)));
   if (!mask || static_cast<std::uint32_t>(std::popcount(*mask)) != prefix) {
     throw std::invalid_argument("SubnetMasks does not hold one IPv4 mask");

@@ -11,14 +11,15 @@ namespace platform {
 struct ProxySetting {
   bool automatic = false;  ///< then one of the two is not empty
   std::string pacURL;
-  std::string pacScript;  ///< ASCII
+  std::string pacScript;  ///< holds "FindProxyForURL"
   bool operator==(const ProxySetting&) const = default;
 };
 
-/// What a proxies dictionary comes to (SCSchemaDefinitions.h): a URL of a PAC script when one is switched on; else,
-/// when proxies for HTTP, HTTPS or SOCKS are, a script that tells them (proxy_script.h); else nothing.
+/// What a proxies dictionary comes to (SCSchemaDefinitions.h): a PAC script's URL, or where there is none the script
+/// itself, when automatic configuration is switched on; else, when proxies for HTTP, HTTPS or SOCKS are, a script that
+/// tells them (proxy_script.h); else nothing.
 ///
-/// A proxy that is switched on and cannot be used, since its host or port is missing or none, throws
+/// A proxy that is switched on and cannot be used, since its host, port or script is missing or none, throws
 /// std::invalid_argument with a sentence: to go without it would send what was to be proxied over the open network.
 ProxySetting projectProxies(const boost::json::object& proxies);
 

@@ -48,13 +48,20 @@ TEST(NetworkProjection, WhatIsOffIsNoProxy) {
   }
 }
 
-TEST(NetworkProjection, AURLOfAScriptStaysOneAndComesFirst) {
+TEST(NetworkProjection, AScriptOfTheApplicationComesFirstAndStaysWhatItIs) {
   EXPECT_EQ(project(R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"http://a.example/x?y=\"z\"",
                         "HTTPEnable":1,"HTTPProxy":"b","HTTPPort":80})"),
             (ProxySetting{.automatic = true, .pacURL = "http://a.example/x?y=\"z\"", .pacScript = ""}));
   for (auto url : {R"(1)", R"("")", R"("http://a/\u0000")", R"("http://a b/")", R"("http://é/")"}) {
     EXPECT_EQ(problem(fmt::format(R"({{"ProxyAutoConfigEnable":true,"ProxyAutoConfigURLString":{}}})", url)),
               "ProxyAutoConfigURLString is not a URL");
+  }
+  EXPECT_EQ(project(R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigJavaScript":"/* é */ FindProxyForURL = x;",
+                        "HTTPEnable":1})"),
+            (ProxySetting{.automatic = true, .pacURL = "", .pacScript = "/* é */ FindProxyForURL = x;"}));
+  for (auto script : {R"("x")", R"("FindProxyForURL\u0000")"}) {
+    EXPECT_EQ(problem(fmt::format(R"({{"ProxyAutoConfigEnable":1,"ProxyAutoConfigJavaScript":{}}})", script)),
+              "ProxyAutoConfigJavaScript does not define FindProxyForURL");
   }
 }
 
@@ -95,8 +102,8 @@ TEST(NetworkProjection, TheScriptTellsEachSchemeItsProxies) {
 
 TEST(NetworkProjection, ExceptionsGoDirect) {
   auto setting = project(R"({"HTTPEnable":1,"HTTPProxy":"p","HTTPPort":1,"ExcludeSimpleHostnames":1,"ExceptionsList":[
-      "*.Local","exact.example","a*b*c.example","one?.example","169.254/16","10.1.2.3","192.0.2.128/25","fe80::/10",
-      "2001:DB8::1",1,null,"","\"];alert(1);//","a\\","é.example","10.0.0.0/33","10.0.0.0/","x/8","0.0.0.1/-1"]})");
+      " *.Local\t","exact.example.","a*b*c.example","one?.example","169.254/16","10.1.2.3","192.0.2.128/25","fe80::/10",
+      "[2001:DB8::1]",1,null,""," ",".","[","[]","\"];alert(1);//","a\\","é.example","10.0.0.0/33","10.0.0.0/","x/8","0.0.0.1/-1"]})");
   const std::vector<std::string> direct{
       "http://a.local/",        "http://b.a.LOCAL:8080/",      "http://exact.example/",       "http://exact.example./",
       "http://a1b2bc.example/", "http://abc.example/",         "http://one1.example/",        "http://169.254.255.1/",
@@ -129,7 +136,7 @@ TEST(NetworkProjection, IPv4) {
   };
   EXPECT_EQ(projectIPv4(entity(R"(["192.0.2.7"])", R"(["255.255.255.0"])", R"("192.0.2.1")")),
             (IPv4Setting{.address = "192.0.2.7", .prefix = 24, .gateway = "192.0.2.1"}));
-  EXPECT_EQ(projectIPv4(entity(R"(["192.0.2.7"])", R"(["255.255.255.255"])", R"("0.0.0.0")")).prefix, 32u);
+  EXPECT_EQ(projectIPv4(entity(R"(["192.0.2.7"])", R"(["255.255.255.255"])", R"("1.1.1.1")")).prefix, 32u);
   EXPECT_EQ(projectIPv4(entity(R"(["192.0.2.7"])", R"(["0.0.0.0"])", R"("1.1.1.1")")).prefix, 0u);
   const std::string address = R"(["192.0.2.7"])", mask = R"(["255.255.255.0"])", router = R"("192.0.2.1")";
   for (auto other : {R"([])", R"([1])", R"("192.0.2")", R"(["192.0.2.7","192.0.2.8"])", R"(["192.0.2"])",
@@ -140,6 +147,7 @@ TEST(NetworkProjection, IPv4) {
   }
   EXPECT_THROW(projectIPv4(entity(address, R"(["255.0.255.0"])", router)), std::invalid_argument);
   EXPECT_THROW(projectIPv4(entity(address, R"(["0.0.0.255"])", router)), std::invalid_argument);
+  EXPECT_THROW(projectIPv4(entity(address, mask, R"("0.0.0.0")")), std::invalid_argument);
   EXPECT_THROW(projectIPv4({}), std::invalid_argument);
 }
 

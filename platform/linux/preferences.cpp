@@ -2,8 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include <atomic>
 #include <boost/json.hpp>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -19,6 +20,11 @@ namespace platform::preferences {
 namespace {
 
 thread_local std::string lastError = "Success!";
+
+// Until when a NetworkManager that did not answer is not asked again: else each of many clients that leave would cost
+// the whole wait.
+std::atomic<std::chrono::steady_clock::time_point> leftAloneUntil{};
+constexpr std::chrono::seconds rest(5);
 
 void fail(const std::string& text) {
   lastError = text;
@@ -43,15 +49,14 @@ std::string pathOf(const Entity& entity) {
   return fmt::format("/{}/{}/{}", networkServices, entity.first, entity.second);
 }
 
-/// The entity that a path leads to or into; absent when it leads elsewhere.
+/// The entity that a path leads to; absent when it leads elsewhere.
 std::optional<Entity> entityOf(std::string_view path) {
   const std::string start = fmt::format("/{}/", networkServices);
   if (!path.starts_with(start)) return std::nullopt;
   path.remove_prefix(start.size());
   auto slash = path.find('/');
-  if (slash == path.npos) return std::nullopt;
-  auto entity = path.substr(slash + 1);
-  return Entity(path.substr(0, slash), entity.substr(0, entity.find('/')));
+  if (slash == path.npos || slash != path.rfind('/')) return std::nullopt;
+  return Entity(path.substr(0, slash), path.substr(slash + 1));
 }
 
 }  // namespace
@@ -67,64 +72,80 @@ class Session::Implementation {
   std::set<Entity> committed;  ///< and not yet applied
 
  private:
-  void project(NetworkManager& manager, const std::map<std::string, std::string>& connections);
+  void project(const std::string& service, const NetworkManager::Path& connection, NetworkManager& manager,
+               const std::multimap<NetworkManager::Path, NetworkManager::Device>& active);
 };
 
 // NetworkManager is a mirror of the store: without it, there is nothing more to apply to than the store itself. But
 // what a service once had there is not undone by its absence.
 void Session::Implementation::apply() {
   if (committed.empty()) return;
-  auto projected = store.projectedServices();
-  try {
-    NetworkManager manager;
-    std::map<std::string, std::string> connections;  // by service
-    auto known = projected.size();
-    for (const auto& [service, entity] : committed) {
-      auto connection = manager.findConnection(service);
-      if (!connection) continue;
-      connections.emplace(service, *connection);
-      projected.insert(service);
-    }
-    // Before anything is projected: afterwards it would be unknown to a helper that ended in between.
-    if (projected.size() > known) store.setProjectedServices(projected);
-    project(manager, connections);
-  } catch (const NetworkManager::Absent& absence) {
-    for (const auto& [service, entity] : committed) {
-      if (projected.contains(service)) throw;
-    }
-    static std::once_flag isLogged;
-    std::call_once(isLogged,
-                   [&] { systemLog(fmt::format("Network preferences are only stored: {}", absence.what())); });
+  if (std::chrono::steady_clock::now() < leftAloneUntil.load()) {
+    throw std::runtime_error("NetworkManager did not answer a moment ago");
   }
-  committed.clear();
-}
-
-void Session::Implementation::project(NetworkManager& manager, const std::map<std::string, std::string>& connections) {
-  if (connections.empty()) return;
-  auto active = manager.activeDevices();
+  std::set<std::string> services;
+  for (const auto& [service, entity] : committed) services.insert(service);
+  auto projected = store.projectedServices();
   std::string problems;
-  for (const auto& [service, connection] : connections) {
+  auto attempt = [&](const std::string& service, const std::function<void()>& step) {
     try {
-      // Only what was set: the rest may have been changed in NetworkManager since.
-      auto value = [&, &id = service](const char* entity) {
-        const auto* found = committed.contains({id, entity}) ? store.find(pathOf({id, entity})) : nullptr;
-        return found ? found->if_object() : nullptr;
-      };
-      std::optional<ProxySetting> proxy;
-      std::optional<IPv4Setting> ipv4;
-      if (const auto* proxies = value(proxiesEntity)) proxy = projectProxies(*proxies);
-      if (const auto* entity = value(ipv4Entity)) ipv4 = projectIPv4(*entity);
-      if (!proxy && !ipv4) continue;
-      manager.update(connection, proxy, ipv4);
-      auto [first, last] = active.equal_range(connection);
-      for (auto device = first; device != last; ++device) manager.reapply(device->second.path);
+      step();
     } catch (const NetworkManager::Unavailable&) {
       throw;  // so it would be for the others
     } catch (const std::exception& error) {
       problems += fmt::format("{}{}: {}", problems.empty() ? "" : "; ", service, error.what());
     }
+  };
+  try {
+    NetworkManager manager;
+    std::map<std::string, NetworkManager::Path> connections;  // by service
+    for (const auto& service : services) {
+      attempt(service, [&] {
+        auto connection = manager.findConnection(service);
+        if (connection) {
+          connections.emplace(service, *connection);
+          projected.insert(service);
+        } else {
+          projected.erase(service);
+        }
+      });
+    }
+    // Before anything is projected: afterwards it would be unknown to a helper that ended in between.
+    if (projected != store.projectedServices()) store.setProjectedServices(projected);
+    auto active = connections.empty() ? decltype(manager.activeDevices()){} : manager.activeDevices();
+    for (const auto& found : connections) {
+      attempt(found.first, [&] { project(found.first, found.second, manager, active); });
+    }
+  } catch (const NetworkManager::Absent& absence) {
+    for (const auto& service : services) {
+      if (projected.contains(service)) throw;
+    }
+    static std::once_flag isLogged;
+    std::call_once(isLogged,
+                   [&] { systemLog(fmt::format("Network preferences are only stored: {}", absence.what())); });
+  } catch (const NetworkManager::Unavailable&) {
+    leftAloneUntil = std::chrono::steady_clock::now() + rest;
+    throw;
   }
   if (!problems.empty()) throw std::runtime_error(problems);
+  committed.clear();
+}
+
+void Session::Implementation::project(const std::string& service, const NetworkManager::Path& connection,
+                                      NetworkManager& manager,
+                                      const std::multimap<NetworkManager::Path, NetworkManager::Device>& active) {
+  // Only what was set: the rest may have been changed in NetworkManager since.
+  auto value = [&](const char* entity) {
+    const auto* found = committed.contains({service, entity}) ? store.find(pathOf({service, entity})) : nullptr;
+    return found ? found->if_object() : nullptr;
+  };
+  NetworkManager::Change change;
+  if (const auto* proxies = value(proxiesEntity)) change.proxy = projectProxies(*proxies);
+  if (const auto* ipv4 = value(ipv4Entity)) change.ipv4 = projectIPv4(*ipv4);
+  if (!change.proxy && !change.ipv4) return;
+  manager.update(connection, change);
+  auto [first, last] = active.equal_range(connection);
+  for (auto device = first; device != last; ++device) manager.reapply(device->second.path, change);
 }
 
 std::unique_ptr<Session> Session::create(const std::string&) {

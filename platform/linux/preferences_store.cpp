@@ -9,7 +9,7 @@
 #include <system_error>
 #include <vector>
 
-#include "platform/linux/exact_json.h"
+#include "platform/exact_json.h"
 
 namespace platform {
 
@@ -19,9 +19,8 @@ namespace {
 
 constexpr char storeName[] = "preferences.json", lockName[] = "preferences.lock", projectedName[] = "projected.json";
 
-// A value of a request is at most 512 deep, so all of these can be read again.
-constexpr std::size_t maximumPathDepth = 64;
-static_assert(maximumPathDepth + 512 < exactJSONMaximumDepth);
+// A value of a request is at most 512 deep, so all can be read again.
+constexpr std::size_t maximumPathDepth = 64, maximumDepth = 1024;
 
 std::vector<std::string_view> keysOf(std::string_view path) {
   std::vector<std::string_view> keys;
@@ -35,11 +34,11 @@ std::vector<std::string_view> keysOf(std::string_view path) {
 }
 
 json::value parse(const std::string& text, const char* name) {
-  try {
-    return parseExactJSON(text);
-  } catch (const boost::system::system_error& error) {
-    throw std::runtime_error(fmt::format("{} is not JSON: {}", name, error.code().message()));
-  }
+  json::error_code error;
+  auto value = parseExactJSON(text, maximumDepth, error);
+  if (error) throw std::runtime_error(fmt::format("{} is not JSON: {}", name, error.message()));
+  if (!isFiniteJSON(value)) throw std::runtime_error(fmt::format("{} holds a number that is too large", name));
+  return value;
 }
 
 bool isSameState(const std::optional<struct stat>& one, const std::optional<struct stat>& other) {

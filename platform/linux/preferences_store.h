@@ -11,7 +11,7 @@
 namespace platform {
 
 /// One session's view of the store. A failed step throws a std::exception with a sentence for people, and leaves the
-/// file as it was. Used by one thread.
+/// file as it was, but for the end of a commit (PrivateFolder::replace()). Used by one thread.
 ///
 /// Beside the file "preferences.json" lies "preferences.lock", which the holder of the lock has locked by flock(2), and
 /// "projected.json", a list of the services whose settings have been handed on to NetworkManager.

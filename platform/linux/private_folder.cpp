@@ -25,7 +25,12 @@ bool writeAll(int file, std::string_view text) {
 }  // namespace
 
 PrivateFolder::PrivateFolder(std::string path) : path_(std::move(path)) {
-  if (mkdir(path_.c_str(), 0700) != 0 && errno != EEXIST) fail(errno, "");
+  if (mkdir(path_.c_str(), 0700) == 0) {
+    FileDescriptor parent(open((path_ + "/..").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!parent || fsync(parent.get()) != 0) fail(errno, "..");
+  } else if (errno != EEXIST) {
+    fail(errno, "");
+  }
   folder_.reset(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder_) fail(errno, "");
   check(folder_, "", S_IFDIR);
@@ -72,7 +77,8 @@ struct stat PrivateFolder::replace(const std::string& name, const std::string& t
     fail(error, draft);
   }
   // After the renaming, which counts as a change of the file.
-  if (fsync(folder_.get()) != 0 || fstat(file.get(), &status) != 0) fail(errno, name);
+  if (fsync(folder_.get()) != 0) fail(errno, name, " is replaced, but maybe not on the disk");
+  if (fstat(file.get(), &status) != 0) fail(errno, name);
   return status;
 }
 
@@ -81,14 +87,12 @@ struct stat PrivateFolder::check(const FileDescriptor& file, const std::string& 
   if (fstat(file.get(), &status) != 0) fail(errno, name);
   bool isPrivate =
       (status.st_mode & S_IFMT) == type && status.st_uid == geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
-  if (!isPrivate) fail(EPERM, name);
+  if (!isPrivate) fail(EPERM, name, " does not belong to this user alone");
   return status;
 }
 
-void PrivateFolder::fail(int error, const std::string& name) const {
-  std::string what = path_ + (name.empty() ? "" : "/") + name;
-  if (error == EPERM) what += " does not belong to this user alone";
-  throw std::system_error(error, std::generic_category(), what);
+void PrivateFolder::fail(int error, const std::string& name, const char* why) const {
+  throw std::system_error(error, std::generic_category(), path_ + (name.empty() ? "" : "/") + name + why);
 }
 
 }  // namespace platform

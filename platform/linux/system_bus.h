@@ -3,10 +3,25 @@
 
 #include <systemd/sd-bus.h>
 
+#include <chrono>
 #include <functional>
-#include <string>
+#include <memory>
 
 namespace platform {
+
+struct BusRelease {
+  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }  // nothing is sent without being waited for
+  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using SystemBus = std::unique_ptr<sd_bus, BusRelease>;
+using BusMessage = std::unique_ptr<sd_bus_message, BusRelease>;
+using BusDeadline = std::chrono::steady_clock::time_point;
+
+/// Opens a connection of its own and waits to be let in. Returns 0 or a negative errno: -ETIMEDOUT at the deadline.
+int openSystemBus(SystemBus& bus, BusDeadline deadline);
+
+/// sd_bus_call(3) over an open connection, with -ETIMEDOUT at the deadline. `error` may be null.
+int callUntil(BusDeadline deadline, sd_bus* bus, sd_bus_message* request, sd_bus_error* error, BusMessage& reply);
 
 struct BusMethod {
   const char* service;

@@ -106,6 +106,19 @@ class NetworkManager:
         return identifier
 
     @staticmethod
+    def add_temporary_connection(name, interface):
+        """A connection that is not to outlive the machine's next start; returns its UUID."""
+        run("nmcli", "connection", "add", "save", "no", "type", "ethernet", "con-name", name, "ifname", interface,
+            "autoconnect", "no", "ipv4.method", "disabled", "ipv6.method", "disabled")
+        return NetworkManager.setting(name, "connection.uuid")
+
+    @staticmethod
+    def file(identifier):
+        """Where a connection is stored."""
+        lines = run("nmcli", "--escape", "no", "-g", "UUID,FILENAME", "connection", "show").splitlines()
+        return dict(line.split(":", 1) for line in lines)[identifier]
+
+    @staticmethod
     def setting(identifier, name):
         """A connection's setting as it is stored, "proxy.method" for example."""
         return run("nmcli", "--escape", "no", "-g", name, "connection", "show", identifier).rstrip("\n")

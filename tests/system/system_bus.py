@@ -3,6 +3,7 @@
 import json
 import os
 import signal
+import socket
 import subprocess
 from pathlib import Path
 
@@ -33,8 +34,13 @@ class SystemBus:
                                         stderr=subprocess.DEVNULL)
         test.addCleanup(lambda: BUS.unlink(missing_ok=True))
         test.addCleanup(end, self.process)
-        wait_until(BUS.exists, "the bus listens")
+        wait_until(self.listens, "the bus listens")
         self.logind = None
+
+    @staticmethod
+    def listens():
+        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as connection:
+            return connection.connect_ex(str(BUS)) == 0
 
     def start_logind(self):
         if self.logind:

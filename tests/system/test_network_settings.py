@@ -45,9 +45,6 @@ class Client:
     def set_proxy(self, services, **options):
         return self.ask(command="set-proxy", payload=services, **options)
 
-    def kill(self):
-        self.process.kill()
-
 
 class NetworkSettingsTest(HelperTest):
     def setUp(self):
@@ -57,10 +54,13 @@ class NetworkSettingsTest(HelperTest):
     def client(self):
         return Client(self)
 
-    def wait_for_cleanup(self, result=1, count=1):
-        """Until the helper has handled the last of so many clean-ups."""
-        line = "[BRHMain] XPC connection closed" if result else "[BRHMain] Proxy settings cleanup was incomplete"
-        wait_until(lambda: len([entry for entry in self.log() if entry.startswith(line)]) >= count, line)
+    def kill(self, client):
+        """Kills a client and waits until the helper has cleaned up after it."""
+        line = "[BRHMain] XPC connection closed"
+        before = self.log().count(line)
+        client.process.kill()
+        wait_until(lambda: self.log().count(line) > before, line)
+        self.assert_serves()  # which it does not before it has cleaned up
 
 
 class WithNetworkManager(NetworkSettingsTest):
@@ -83,15 +83,15 @@ class WithNetworkManager(NetworkSettingsTest):
 
     def test_a_static_address_reaches_the_interface_and_leaves_the_rest_alone(self):
         run("nmcli", "connection", "modify", self.active, "ipv4.method", "manual", "ipv4.addresses", "198.51.100.1/16",
-            "ipv4.routes", "203.0.113.0/24 198.51.100.9", "ipv4.dns", "198.51.100.53", "proxy.method", "auto",
-            "proxy.pac-url", "http://own.example/")
+            "ipv4.never-default", "yes", "ipv4.dns", "198.51.100.53", "proxy.method", "auto", "proxy.pac-url",
+            "http://own.example/")
+        run("nmcli", "connection", "up", self.active)
         static = dict(command="set-static-ip", serviceID=self.active, mask="255.255.255.128", router="192.0.2.1")
         client = self.client()
         self.assertEqual(client.ask(address="192.0.2.7", **static), SUCCESS)
         wait_until(lambda: addresses("nm0") == ["192.0.2.7/25"], "the address is there")
         wait_until(lambda: routers("nm0") == ["192.0.2.1"], "the router is there")
         self.assertEqual(self.manager.setting(self.active, "ipv4.dns"), "198.51.100.53")
-        self.assertIn("203.0.113.0/24", self.manager.setting(self.active, "ipv4.routes"))
         self.assertEqual(self.manager.setting(self.active, "proxy.pac-url"), "http://own.example/")
         self.assertEqual(stored(), {self.active: {"IPv4": {"Addresses": ["192.0.2.7"], "ConfigMethod": "Manual",
                                                            "Router": "192.0.2.1", "SubnetMasks": ["255.255.255.128"]}}})
@@ -103,6 +103,23 @@ class WithNetworkManager(NetworkSettingsTest):
         run("nmcli", "connection", "modify", self.active, "ipv4.addresses", "192.0.2.99/24")
         self.assertEqual(client.set_proxy({self.active: http_proxy(1)}), SUCCESS)
         self.assertEqual(self.manager.setting(self.active, "ipv4.addresses"), "192.0.2.99/24")
+        self.assertEqual(addresses("nm0"), ["192.0.2.7/25"], "a change that its author has not applied yet")
+
+    def test_routes_keep_their_attributes(self):
+        run("nmcli", "connection", "modify", self.idle, "ipv4.method", "manual", "ipv4.addresses", "198.51.100.1/16",
+            "ipv4.routes", "203.0.113.0/24 198.51.100.9 table=7 mtu=1400, 203.0.113.128/25 type=blackhole",
+            "ipv6.method", "manual", "ipv6.addresses", "2001:db8::1/64", "ipv6.routes", "2001:db8:1::/48 2001:db8::9 table=7")
+        def routes():
+            return [self.manager.setting(self.idle, name) for name in ("ipv4.routes", "ipv6.routes", "ipv6.addresses")]
+        before = routes()
+        self.assertIn("table=7", before[1])
+        client = self.client()
+        self.assertEqual(client.set_proxy({self.idle: http_proxy(1)}), SUCCESS)
+        self.assertEqual(routes(), before)
+        self.assertEqual(client.ask(command="set-static-ip", serviceID=self.idle, address="192.0.2.7", mask="255.255.255.0",
+                                    router="192.0.2.1"), SUCCESS)
+        self.assertEqual(self.manager.setting(self.idle, "ipv4.addresses"), "192.0.2.7/24")
+        self.assertEqual(routes(), before)
 
     def test_proxies_are_set_on_connections_and_in_use(self):
         client = self.client()
@@ -116,14 +133,25 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(stored(), {service: {"Proxies": entity} for service, entity in proxies.items()})
         self.assertEqual([stat.S_IMODE(path.stat().st_mode) for path in (FOLDER, STORE)], [0o700, 0o600])
         # They outlive the client that did not say to clean up, and a restart of NetworkManager.
-        client.kill()
-        self.wait_for_cleanup()
+        self.kill(client)
         self.manager.stop()
         self.manager.start()
         self.assert_proxied(self.active, 8080)
         self.assertEqual(self.client().set_proxy({self.active: {}, self.idle: {}}, cleanup=True), SUCCESS)
         self.assertEqual([self.method(self.active), self.method(self.idle)], ["none", "none"])
         self.assertEqual(stored(), {self.active: {"Proxies": {}}, self.idle: {"Proxies": {}}})
+
+    def test_a_temporary_connection_stays_one(self):
+        temporary = self.manager.add_temporary_connection("Passing", "nm1")
+        file = self.manager.file(temporary)
+        client = self.client()
+        self.assertEqual(client.set_proxy({temporary: http_proxy(1)}), SUCCESS)
+        self.assert_proxied(temporary, 1)
+        self.assertEqual(self.manager.file(temporary), file)
+        self.assertEqual(json.loads((FOLDER / "projected.json").read_text()), [temporary])
+        run("nmcli", "connection", "delete", temporary)
+        self.assertEqual(client.set_proxy({temporary: {}}), SUCCESS)
+        self.assertEqual(json.loads((FOLDER / "projected.json").read_text()), [])
 
     def test_one_bad_entry_does_not_keep_the_others_back(self):
         before = self.helper.descriptors()
@@ -134,16 +162,28 @@ class WithNetworkManager(NetworkSettingsTest):
             self.assertEqual(client.set_proxy(entry | {self.active: http_proxy(8080)}), FAILURE)
             self.assert_proxied(self.active, 8080)
             self.assertEqual(self.method(self.idle), "none")
-        self.assertEqual(client.set_proxy({UNKNOWN: bad, "": {}, "\0": {}}), SUCCESS, "no connection: only stored")
+        odd = {UNKNOWN: bad, "": {}, "\0": {}, "\ufffe": {}}
+        self.assertEqual(client.set_proxy(odd | {self.active: http_proxy(9)}, cleanup=False), SUCCESS,
+                         "no connection: only stored")
+        self.assert_proxied(self.active, 9)
         self.assertEqual(stored()[UNKNOWN], {"Proxies": bad})
+        # What is no ID is cleaned up all the same, and leads to no other setting.
+        self.assertEqual(client.ask(command="set-static-ip", serviceID=self.idle, address="192.0.2.7", mask="255.255.255.0",
+                                    router="192.0.2.1"), SUCCESS)
+        run("nmcli", "connection", "modify", self.idle, "ipv4.addresses", "192.0.2.99/24")
+        self.assertEqual(client.set_proxy({f"{self.idle}/IPv4": {}}, cleanup=False), FAILURE)
         client.process.stdin.close()
         wait_until(lambda: self.helper.descriptors() <= before + 1, "no descriptor is left")  # the log file is one
+        self.wait_until_off(self.active)
+        self.assert_serves()
+        self.assertEqual(self.manager.setting(self.idle, "ipv4.addresses"), "192.0.2.99/24")
+        self.assertNotIn("incomplete", str(self.log()))
 
     def test_the_proxies_of_a_client_that_dies_go_with_it(self):
         client = self.client()
         self.assertEqual(client.set_proxy({self.active: http_proxy(1), self.idle: http_proxy(2)}, cleanup=False), SUCCESS)
         self.assert_proxied(self.idle, 2)
-        client.kill()
+        self.kill(client)
         self.wait_until_off(self.active)
         self.wait_until_off(self.idle)
         self.assertEqual(stored(), {self.active: {"Proxies": {}}, self.idle: {"Proxies": {}}})
@@ -180,11 +220,11 @@ class WithNetworkManager(NetworkSettingsTest):
         for service in services:
             self.assert_proxied(service, 119)
         # There is one list: who leaves first takes the proxies of both along.
-        clients[0].kill()
+        self.kill(clients[0])
         self.wait_until_off(self.active)
         self.wait_until_off(self.idle)
         self.assertEqual(clients[1].set_proxy({self.idle: http_proxy(5)}, cleanup=False), SUCCESS)
-        clients[1].kill()
+        self.kill(clients[1])
         self.wait_until_off(self.idle)
 
     def test_a_clean_up_without_network_manager_is_tried_again(self):
@@ -192,7 +232,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(client.set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
         self.manager.stop()
         self.assertEqual(client.set_proxy({UNKNOWN: {}}), SUCCESS, "never projected")
-        client.kill()
+        client.process.kill()
         self.wait_for_log(r"\[BRHMain\] Proxy settings cleanup was incomplete: NetworkManager is not running")
         self.manager.start()
         self.assert_proxied(self.active, 1)
@@ -204,9 +244,11 @@ class WithNetworkManager(NetworkSettingsTest):
         client = self.client()
         for process in (self.manager.process, self.bus.process):
             process.send_signal(signal.SIGSTOP)
-            self.assertEqual(client.set_proxy({self.active: http_proxy(1), self.idle: http_proxy(1)}), FAILURE)
+            self.assertEqual(client.set_proxy({self.active: http_proxy(1), self.idle: http_proxy(1)}, cleanup=False), FAILURE)
+            self.assert_serves()  # whose client leaves, and no others wait in full for its clean-up
+            self.wait_for_log(r"\[BRHMain\] Proxy settings cleanup was incomplete: NetworkManager did not answer a moment ago")
             process.send_signal(signal.SIGCONT)
-            self.assertEqual(client.set_proxy({self.active: http_proxy(2), self.idle: {}}), SUCCESS)
+            wait_until(lambda: client.set_proxy({self.active: http_proxy(2), self.idle: {}}) == SUCCESS, "it is asked again")
             self.assert_proxied(self.active, 2)
 
     def test_the_command_line(self):
@@ -220,8 +262,10 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(self.method(self.active), "none")
         self.assertEqual(self.brimo("set-static-ip", self.active, "192.0.2.7", "255.255.255.0", "192.0.2.1"), (0, "done\n", ""))
         wait_until(lambda: addresses("nm0") == ["192.0.2.7/24"], "the address is there")
-        self.assertEqual(self.brimo("set-proxy", "nm7", "off"), (
-            0, "done; but no service of this machine is called nm7, so this is only stored\n", ""))
+        warning = "no service of this machine is called nm7, so this is only stored"
+        self.assertEqual(self.brimo("set-proxy", "nm7", "off"), (0, f"done; but {warning}\n", ""))
+        self.assertEqual(self.brimo("--json", "set-proxy", "nm7", "off"), (
+            0, f'{{"result":"success","warning":"{warning}"}}\n', ""))
         self.assertEqual(self.brimo("set-static-ip", "nm0", "x", "y", "z"),
                          (1, "", "Brimo: failed to apply static IP configuration\n"))
         for arguments in (["set-proxy", "nm0"], ["set-proxy", "nm0", "on"], ["set-static-ip", "nm0", "192.0.2.7"]):
@@ -232,6 +276,12 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assert_proxied(self.active, 1)
         client.process.stdin.close()
         self.wait_until_off(self.active)
+        self.manager.add_connection("nm0", "nm1", active=False)  # an interface comes before a name
+        self.manager.add_connection("Idle one", "nm1", active=False)
+        self.assertEqual(self.brimo("set-proxy", "nm0", "http=127.0.0.1:3"), (0, "done\n", ""))
+        self.assert_proxied(self.active, 3)
+        self.assertEqual(self.brimo("set-proxy", "Idle one", "off"), (
+            2, "", 'Brimo: more than one service is called Idle one; "services" lists their IDs\n'))
 
 
 class StoreOutOfOrder(NetworkSettingsTest):
@@ -316,7 +366,7 @@ class WithoutNetworkManager(NetworkSettingsTest):
         self.assertEqual(client.ask(command="set-static-ip", serviceID="other", address="a", mask="b", router="c"), SUCCESS)
         self.assertEqual(stored(), {UNKNOWN: {"Proxies": http_proxy(1)}, "other": {"IPv4": {
             "Addresses": ["a"], "ConfigMethod": "Manual", "Router": "c", "SubnetMasks": ["b"]}}})
-        client.kill()
+        client.process.kill()
         wait_until(lambda: stored()[UNKNOWN] == {"Proxies": {}}, "the clean-up is done")
         lines = []
         while True:

@@ -1,5 +1,6 @@
-#include "platform/linux/exact_json.h"
+#include "platform/exact_json.h"
 
+#include <algorithm>
 #include <boost/json.hpp>
 #include <boost/json/basic_parser_impl.hpp>
 #include <cmath>
@@ -34,11 +35,8 @@ struct Handler {
   bool on_number_part(Text, Error&) { return true; }
   bool on_int64(std::int64_t number, Text, Error&) { return values.push_int64(number), true; }
   bool on_uint64(std::uint64_t number, Text, Error&) { return values.push_uint64(number), true; }
-  bool on_double(double, Text text, Error& error) {
-    double number = std::strtod(std::string(text).c_str(), nullptr);
-    if (!std::isfinite(number)) error = json::error::exponent_overflow;
-    values.push_double(number);
-    return !error;
+  bool on_double(double, Text text, Error&) {
+    return values.push_double(std::strtod(std::string(text).c_str(), nullptr)), true;
   }
   bool on_bool(bool truth, Error&) { return values.push_bool(truth), true; }
   bool on_null(Error&) { return values.push_null(), true; }
@@ -50,17 +48,24 @@ struct Handler {
 
 }  // namespace
 
-json::value parseExactJSON(std::string_view text) {
+json::value parseExactJSON(std::string_view text, std::size_t maximumDepth, json::error_code& error) {
   json::parse_options options;
-  options.max_depth = exactJSONMaximumDepth;
+  options.max_depth = maximumDepth;
   json::basic_parser<Handler> parser(options);
   parser.handler().values.reset();
-  json::error_code error;
   // The whole text at once, so that every number comes in one piece.
   auto length = parser.write_some(false, text.data(), text.size(), error);
   if (!error && length < text.size()) error = json::error::extra_data;
-  if (error) throw boost::system::system_error(error);
-  return parser.handler().values.release();
+  return error ? nullptr : parser.handler().values.release();
+}
+
+bool isFiniteJSON(const json::value& value) {
+  if (const auto* number = value.if_double()) return std::isfinite(*number);
+  if (const auto* array = value.if_array()) return std::all_of(array->begin(), array->end(), isFiniteJSON);
+  if (const auto* object = value.if_object()) {
+    return std::all_of(object->begin(), object->end(), [](const auto& member) { return isFiniteJSON(member.value()); });
+  }
+  return true;
 }
 
 }  // namespace platform
