@@ -1,7 +1,7 @@
 """The helper's children: a real DHCP server with a real client, stand-ins that misbehave, spindump."""
 
-import json
 import contextlib
+import json
 import os
 import re
 import shutil
