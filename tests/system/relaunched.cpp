@@ -1,8 +1,10 @@
 // An application that the helper launches again, and that writes down from inside how it finds itself.
 //
 // It arms the watchdog, says so, sends the commands that it reads and waits for its end. Launched again by the helper
-// it leaves its report in /tmp, in a file named after its argument and process ID.
+// it leaves its report in /tmp, in a file named after its argument and process ID. Given another program's path and
+// arguments, it connects and becomes that program.
 #include <fmt/format.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,7 +14,9 @@
 #include <iostream>
 #include <iterator>
 
+#include "build_constants.h"
 #include "client/HelperClient.h"
+#include "platform/linux/ipc_endpoint.h"
 
 namespace {
 
@@ -40,9 +44,24 @@ boost::json::object report(int count, char** arguments) {
           {"umask", mask}};
 }
 
+/// Runs a program in this one's place once the helper has admitted it; the connection is the program's descriptor 3,
+/// with the greeting still to be read. Returns when that failed.
+int becomeAnother(char** program) {
+  auto address = platform::ipc::endpointAddress(platform::ipc::endpointPath(HelperServiceName));
+  int connection = socket(AF_UNIX, SOCK_STREAM, 0);
+  char byte;
+  if (connection == 3 && address &&
+      connect(connection, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0 &&
+      recv(connection, &byte, 1, MSG_PEEK) == 1) {
+    execv(program[0], program);
+  }
+  return 1;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
+  if (count > 1 && arguments[1][0] == '/') return becomeAnother(arguments + 1);
   bool relaunched = count > 1 && std::string_view(arguments[1]).starts_with("-crash");
   auto found = relaunched ? report(count, arguments) : boost::json::object();  // before a connection is among it
   brimo::HelperClient helper;

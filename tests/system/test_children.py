@@ -12,8 +12,8 @@ import unittest
 from pathlib import Path
 
 import harness
-from harness import (DEADLINE, ENVIRONMENT, PYTHON, USER, Helper, HelperTest, copy_bundle, make_bundles, read_line, run_as_user,
-                     sign, wait_until)
+from harness import (DEADLINE, ENVIRONMENT, PYTHON, USER, Helper, HelperTest, add_spindump, copy_bundle, make_bundles, read_line,
+                     run_as_user, sign, wait_until)
 from lan import INTERFACE, Lan, ip
 
 # Perl ignores what follows __END__, such as a signature.
@@ -263,19 +263,8 @@ class Spindump(ChildTest):
         self.dump = self.folder / "dump of it"
         self.gate = self.folder / "gate"
 
-    def add_stand_in(self):
-        """Lays a folder with a spindump over /usr/sbin, for the tests' own mount namespace."""
-        folder = Path("/run/sbin")
-        folder.mkdir()
-        self.addCleanup(shutil.rmtree, folder)
-        stand_in = folder / "spindump"
-        stand_in.write_text(f'#!/bin/sh\nfor argument; do echo "$argument"; done >"$3"\nread -r line <{self.gate}\n')
-        stand_in.chmod(0o755)
-        subprocess.run(["mount", "-t", "overlay", "-o", f"ro,lowerdir={folder}:/usr/sbin", "overlay", "/usr/sbin"], check=True)
-        self.addCleanup(subprocess.run, ["umount", "/usr/sbin"], check=True)
-
     def test_one_at_a_time_samples_the_application(self):
-        self.add_stand_in()
+        add_spindump(self, f'for argument; do echo "$argument"; done >"$3"\nread -r line <{self.gate}')
         os.mkfifo(self.gate)
         client = self.client()
         command = {"command": "spindump", "path": str(self.dump)}
