@@ -207,25 +207,6 @@ class DHCPServer(ChildTest):
         self.assertEqual(holder.wait(DEADLINE), -signal.SIGKILL)
         self.assertIn(f"[BRHMain] Port 67 is already used: PID {holder.pid} {os.path.realpath(PYTHON)}, kill", self.log())
 
-    def test_the_output_is_a_file_of_the_users_own(self):
-        self.install()
-        client = self.client()
-        others = self.folder / "others"
-        others.write_text("root's\n")
-
-        def plant(make):
-            self.output.unlink(missing_ok=True)
-            make()
-            self.assertEqual(self.ask(client, self.start_command()), {"error": "invalid dhcpd output path"})
-        plant(lambda: None)
-        plant(lambda: self.output.symlink_to(others))
-        plant(lambda: os.link(others, self.output))
-        plant(lambda: os.mkfifo(self.output))
-        plant(lambda: self.output.write_text("root's"))
-        self.assertEqual(others.read_text(), "root's\n")
-        self.assertEqual(processes_named("brimo-dhcpd"), [])
-        self.assert_no_child()
-
     def test_nothing_of_the_helpers_comes_along(self):
         self.install()
         pid = self.start(self.client())
