@@ -3,8 +3,8 @@
 // It arms the watchdog, says so, sends the commands that it reads and waits for its end. Launched again by the helper
 // it leaves its report in /tmp, in a file named after its argument and process ID. Given another program's path and
 // arguments, it connects and becomes that program.
+#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,9 +14,7 @@
 #include <iostream>
 #include <iterator>
 
-#include "build_constants.h"
 #include "client/HelperClient.h"
-#include "platform/linux/ipc_endpoint.h"
 
 namespace {
 
@@ -44,18 +42,12 @@ boost::json::object report(int count, char** arguments) {
           {"umask", mask}};
 }
 
-/// Runs a program in this one's place once the helper has admitted it; the connection is the program's descriptor 3,
-/// with the greeting still to be read. Returns when that failed.
+/// Runs a program in this one's place once the helper has admitted it, with the connection as descriptor 3.
 int becomeAnother(char** program) {
-  auto address = platform::ipc::endpointAddress(platform::ipc::endpointPath(HelperServiceName));
-  int connection = socket(AF_UNIX, SOCK_STREAM, 0);
-  char byte;
-  if (connection == 3 && address &&
-      connect(connection, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0 &&
-      recv(connection, &byte, 1, MSG_PEEK) == 1) {
-    execv(program[0], program);
-  }
-  return 1;
+  brimo::HelperClient helper;
+  static_cast<void>(helper.version());  // a process is looked at once more when its first message comes
+  fcntl(3, F_SETFD, 0);
+  return execv(program[0], program);
 }
 
 }  // namespace
