@@ -5,6 +5,7 @@ done is printed either way. The environment's SOAK_SEED repeats a run's choices,
 
 import collections
 import faulthandler
+import glob
 import json
 import os
 import random
@@ -18,7 +19,7 @@ import unittest
 from pathlib import Path
 
 import lan
-from harness import GENUINE_PYTHON, SERVICE, USER, HelperTest, sign
+from harness import PYTHON, SERVICE, TESTS, USER, HelperTest, add_spindump, copy_bundle, run_as_user, sign
 from network_manager import NetworkManager
 from system_bus import SystemBus
 
@@ -26,37 +27,53 @@ SECONDS = int(os.environ.get("SOAK_SECONDS", 120))
 WARM_UP = 15  # seconds after which memory and descriptors are what they should come back to
 CLIENTS = 4
 ALLOWED_GROWTH = 2_000  # kilobytes
-DHCPD = GENUINE_PYTHON.parent.parent / "Applications/brimo-dhcpd"
 FILES = Path("/opt/soak")
 DHCPD_INTERFACE = "soak0"
 WATCHDOG_FILE = "/tmp/Brimo-External-Processes-Watchdog.json"
 
-# What a client does. Arguments: a seed, and the network services as JSON.
+# Each must have been logged: that the commands did what they are for.
+WANTED_LINES = ["[BRHMain] " + line for line in (
+    "dhcpd started", "Terminate previous dhcpd", "spindump started", "spindump completed", "Release IOPMAssertion",
+    "Relaunching", "cleanupProxySettings", "SCPreferencesPathSetValue result: 1")]
+WANTED_LINES += ["[BRHV6RADetector] completed", "[BRHDHCPDetector] Valid responses for this machine: 1"]
+# These are what a client must have been told, and all that it may be told.
+SUCCESSFUL = ("set-proxy", "start-watchdog", "stop-watchdog", "prevent-sleep-temp", "start-dhcpd", "stop-dhcpd", "spindump")
+WANTED_REPLIES = {f"{command}: success" for command in SUCCESSFUL} | {
+    "version: 618", "set-static-ip: success", "set-static-ip: invalid static IP configuration",
+    "start-dhcpd: invalid dhcpd output path", "nonsense: unknown command", ": unknown command", "large: 618",
+    "large: command payload is too large", "process-lookup: found", "process-lookup: nothing", "watchdog-file: listed"}
+
+# What a client does, and prints: what it was answered. Arguments: a seed, the network services as JSON, the DHCP server.
+# Its connection is descriptor 3.
 CLIENT = """
+from harness import *
 import json, random, sys
 chance = random.Random(sys.argv[1])
 services = json.loads(sys.argv[2])
-connection = connect_greeted()
-last_id = 0
+connection = socket.socket(fileno=3)
+connection.settimeout(DEADLINE)
+last_id = 1000  # what it was before has used the first
 
 def send(dictionary, wants_reply=True):
     global last_id
     last_id += 1
     connection.sendall(frame(last_id if wants_reply else 0, dictionary))
 
-def ask(dictionary):
+def ask(name, dictionary):
     send(dictionary)
-    while receive_frame(connection)[0] != last_id:  # late answers of probes come in between
-        pass
+    id, reply = None, None
+    while id != last_id:  # late answers of probes come in between
+        id, reply = receive_frame(connection)
+    if "json" in reply:
+        text = json.loads(reply["json"])
+        outcome = text.get("error") or text.get("result") or text["version"]
+    else:
+        outcome = "found" if reply.get("path") else reply.get("error", "nothing")
+    print(f"{name}: {outcome}", flush=True)
 
 def command(name, **rest):
-    print(name, flush=True)
     message = {"json": json.dumps({"command": name, **rest}).encode()}
-    send(message, False) if chance.random() < 0.05 else ask(message)
-
-def probe(message):
-    print("probe", flush=True)
-    send(message)
+    send(message, False) if chance.random() < 0.05 else ask(name, message)
 
 def proxies():
     port = chance.randrange(1, 65536)
@@ -64,7 +81,7 @@ def proxies():
                           {"ProxyAutoConfigEnable": 1, "ProxyAutoConfigURLString": f"http://192.0.2.7:{port}/p.pac"}])
 
 def start_dhcpd():
-    command("start-dhcpd", config="/opt/soak/dhcpd.conf", lease="/opt/soak/leases", dhcpd=DHCPD, interface="soak0",
+    command("start-dhcpd", config="/opt/soak/dhcpd.conf", lease="/opt/soak/leases", dhcpd=sys.argv[3], interface="soak0",
             output=chance.choice(["/opt/soak/output", "/opt/soak/missing"]), pid="/opt/soak/pid")
 
 def list_a_process():
@@ -73,15 +90,17 @@ def list_a_process():
     Path(own).write_text(json.dumps([[victim.pid, os.path.realpath("/usr/bin/sleep")]]))
     try:
         os.link(own, FILE)
-        print("watchdog-file", flush=True)
+        print("watchdog-file: listed", flush=True)
     except FileExistsError:  # another client's, which the next loss of any client uses up
         victim.kill()
     os.unlink(own)
 
 def large():
-    print("large", flush=True)
-    ask({"json": b'{"command":"version","x":"' + b"x" * chance.choice([100_000, 4_000_000, 5_000_000]) + b'"}'})
+    ask("large", {"json": b'{"command":"version","x":"' + b"x" * chance.choice([100_000, 4_000_000, 5_000_000]) + b'"}'})
 
+holder = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+holder.bind(("127.0.0.1", 0))
+held = holder.getsockname()[1]
 usual = [
     (20, lambda: command("version")),
     (15, lambda: command("set-proxy", payload={chance.choice(services): proxies() for _ in range(2)}, cleanup=False)),
@@ -93,10 +112,10 @@ usual = [
     (5, start_dhcpd),
     (3, lambda: command("stop-dhcpd")),
     (3, lambda: command("spindump", path="/opt/soak/spindump")),
-    (15, lambda: (print("process-lookup", flush=True), ask({"command": "process-lookup", "address": socket_address(
-        "127.0.0.1", chance.randrange(1, 65536)), "udp": chance.random() < 0.5}))),
-    (1, lambda: probe({"command": "ra-detect", "interface": "probe0"})),
-    (1, lambda: probe({"json": b'{"command":"dhcp-discover","interface":"probe0"}'})),
+    (15, lambda: ask("process-lookup", {"command": "process-lookup", "address": socket_address(
+        "127.0.0.1", chance.choice([held, chance.randrange(1, 65536)])), "udp": chance.random() < 0.5})),
+    (1, lambda: send({"command": "ra-detect", "interface": "probe0"})),
+    (1, lambda: send({"json": b'{"command":"dhcp-discover","interface":"probe0"}'})),
     (4, list_a_process),
     (4, lambda: command(chance.choice(["nonsense", ""]))),
     (2, large),
@@ -134,15 +153,15 @@ def half_close():
 
 ends = [leave, die, die, garbage, half_a_frame, flood, leave_a_child_behind, half_close,
         lambda: command("defunct-restart")]
+for _ in range(chance.randrange(200)):
+    chance.choices([action for _, action in usual], [weight for weight, _ in usual])[0]()
+    time.sleep(chance.expovariate(1 / 0.02))
 try:
-    for _ in range(chance.randrange(200)):
-        chance.choices([action for _, action in usual], [weight for weight, _ in usual])[0]()
-        time.sleep(chance.expovariate(1 / 0.02))
     chance.choice(ends)()
     time.sleep(DEADLINE)  # defunct-restart ends this
 except (EOFError, OSError):
     sys.exit(0)  # the helper hung up
-""".replace("DHCPD,", f"{str(DHCPD)!r},").replace("FILE)", f"{WATCHDOG_FILE!r})")
+""".replace("FILE)", f"{WATCHDOG_FILE!r})")
 
 
 class Soak(HelperTest):
@@ -153,7 +172,7 @@ class Soak(HelperTest):
         faulthandler.dump_traceback_later(SECONDS + 120, exit=True)
         self.seed = os.environ.get("SOAK_SEED", str(random.randrange(1 << 32)))
         self.chance = random.Random(self.seed)
-        self.commands, self.ends = collections.Counter(), collections.Counter()
+        self.replies, self.ends, self.relaunched = (collections.Counter() for _ in range(3))
         self.bus = SystemBus(self)
         self.bus.start_logind()
         self.manager = NetworkManager(self)
@@ -161,14 +180,24 @@ class Soak(HelperTest):
         network = lan.Lan(self)
         network.add_dnsmasq()
         network.add_radvd("prefix 2001:db8:1::/64 {};")
+        self.prepare_application()
+        add_spindump(self, 'echo "$1" >"$3"')
+        self.addCleanup(self.end_relaunched)
+
+    def prepare_application(self):
+        """Genuine, and able to come back; most of what runs as it, though, becomes a script once it is admitted."""
+        self.bundle, self.executable = copy_bundle("Soak.app")
+        shutil.copy(TESTS / "bin/relaunched", self.executable)
+        sign(self.executable)
+        self.dhcpd = self.bundle / "Contents/Applications/brimo-dhcpd"
         self.prepare_dhcpd()
 
     def prepare_dhcpd(self):
-        """A signed server in the clients' bundle, and an interface for it."""
+        """A signed server in the bundle, and an interface for it."""
         FILES.mkdir(exist_ok=True)
-        DHCPD.parent.mkdir(exist_ok=True)
-        shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), DHCPD)
-        sign(DHCPD, "com.example.brimo.dhcpd")
+        self.dhcpd.parent.mkdir(exist_ok=True)
+        shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), self.dhcpd)
+        sign(self.dhcpd, "com.example.brimo.dhcpd")
         (FILES / "dhcpd.conf").write_text("subnet 198.51.100.0 netmask 255.255.255.0 { range 198.51.100.50 198.51.100.60; }\n")
         (FILES / "leases").touch()
         (FILES / "output").touch()
@@ -185,8 +214,11 @@ class Soak(HelperTest):
         while time.monotonic() < end:
             while len(clients) < CLIENTS:
                 services = json.dumps(["EN0", "EN1", *self.connections])
-                clients.append(self.genuine(CLIENT, str(self.chance.random()), services))
+                clients.append(run_as_user([self.executable, PYTHON, "-B", "-c", CLIENT, self.chance.random(), services,
+                                            self.dhcpd]))
             time.sleep(0.05)
+            if self.chance.random() < 0.02:
+                self.end_relaunched()
             if self.chance.random() < 0.01:
                 self.chance.choice(clients).kill()
             for client in [client for client in clients if client.poll() is not None]:
@@ -199,7 +231,7 @@ class Soak(HelperTest):
 
     def take_leave(self, client):
         self.ends["killed" if client.returncode == -signal.SIGKILL else "left"] += 1
-        self.commands.update(self.what_it_printed(client.stdout).split())
+        self.replies.update(self.what_it_printed(client.stdout).splitlines())
         self.assertEqual(self.what_it_printed(client.stderr), "")
         self.assertIn(client.returncode, (0, -signal.SIGKILL))
 
@@ -209,6 +241,15 @@ class Soak(HelperTest):
         with pipe:
             ready = select.select([pipe], [], [], 0)[0]
             return os.read(pipe.fileno(), 1 << 16).decode() if ready else ""
+
+    def end_relaunched(self):
+        """Ends the applications that were launched again; theirs is the last word, the argument."""
+        for path in glob.glob("/tmp/-crash*[0-9]"):
+            argument, _, pid = Path(path).name.rpartition(".")
+            os.unlink(path)
+            os.kill(int(pid), signal.SIGKILL)
+            os.waitpid(int(pid), 0)  # its parent is this process, the first of its namespace
+            self.relaunched[argument] += 1
 
     def descriptors(self):
         """What the helper has open, other than inhibitors, which have 30 seconds."""
@@ -237,6 +278,7 @@ class Soak(HelperTest):
         """Waits until left() is empty."""
         end = time.monotonic() + seconds
         while rest := left():
+            self.end_relaunched()
             self.assertLess(time.monotonic(), end, f"{what} left: {rest}")
             time.sleep(0.02)
 
@@ -266,13 +308,19 @@ class Soak(HelperTest):
         self.assertEqual(self.proxies_left(), {})
         self.assert_nothing_left("inhibitors", self.inhibitors, 45)
         grown = self.helper.resident_kilobytes() - memory
-        print(f"{sum(self.commands.values())} commands of {sum(self.ends.values())} clients ({dict(self.ends)}) in "
-              f"{took + WARM_UP:.0f} s:", *(f"  {count:6} {name}" for name, count in sorted(self.commands.items())),
-              f"log lines: {len(self.log())}; relaunches: {self.log().count('[BRHMain] Relaunching')}; memory: {memory} kB "
-              f"after {WARM_UP} s, {grown:+} kB in the end; processor time of the helper: {self.processor_time():.1f} s",
-              sep="\n", flush=True)
+        lines = collections.Counter(self.log())
+        print(f"{self.replies.total()} replies to {self.ends.total()} clients ({dict(self.ends)}) in {took + WARM_UP:.0f} s:",
+              *(f"  {count:6} {name}" for name, count in sorted(self.replies.items())),
+              f"of {lines.total()} lines of the log:", *(f"  {lines[line]:6} {line}" for line in WANTED_LINES),
+              f"launched again: {dict(self.relaunched)}; memory: {memory} kB after {WARM_UP} s, {grown:+} kB in the end; "
+              f"processor time of the helper: {self.processor_time():.1f} s", sep="\n", flush=True)
         self.assertLess(grown, ALLOWED_GROWTH)
-        self.assertEqual(self.helper_children(), [])
+        self.wait_until_quiet()
+        self.assertEqual(set(self.replies), WANTED_REPLIES)
+        self.assertEqual([line for line in WANTED_LINES if not lines[line]], [])
+        self.assertEqual([line for line in lines if re.search("Fail|Refuse", line)], [])
+        self.assertEqual(lines["[BRHMain] Release IOPMAssertion"], 2 * lines["[BRHMain] Prevent system sleeping"])
+        self.assertEqual(set(self.relaunched), {"-crashWatchDog", "-crashDefunctRestart"})
 
     def processor_time(self):
         fields = Path(f"/proc/{self.helper.pid}/stat").read_text().rpartition(")")[2].split()

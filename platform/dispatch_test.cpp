@@ -177,24 +177,6 @@ TEST(Dispatch, CancelledTimerStaysSilentEvenWhenItsFiringWaitsInTheQueue) {
   EXPECT_TRUE(eventually([&] { return captured.use_count() == 1; }));
 }
 
-TEST(Dispatch, HandlerMayCancelItsOwnTimer) {
-  auto queue = makeSerialQueue("test");
-  Record record;
-  TimerSource timer;
-  async(queue, [&] {
-    timer = TimerSource(queue, {.period = 1ms}, [&] {
-      record.add(1);
-      if (record.events().size() == 3) {
-        timer.cancel();
-        after(20ms, queue, [&] { record.add(2); });
-      }
-    });
-    timer.resume();
-  });
-  ASSERT_TRUE(record.reaches(4));
-  EXPECT_THAT(record.events(), ElementsAre(1, 1, 1, 2));
-}
-
 TEST(Dispatch, TimersMadeAndCancelledOnManyThreadsNeverOverlapThemselves) {
   std::atomic<int> overlaps = 0;
   std::vector<std::thread> threads;

@@ -52,7 +52,7 @@ std::optional<Process> Process::find(std::int32_t pid) {
 }
 
 bool Process::hasEnded() const {
-  return fake::machine().ended.contains(pid_);
+  return false;
 }
 
 void Process::kill() const {

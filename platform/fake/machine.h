@@ -5,7 +5,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,7 +24,6 @@ struct Machine {
 
   std::map<std::int32_t, std::string> executables;
   std::map<std::int32_t, std::uint32_t> users;  ///< effective
-  std::set<std::int32_t> ended;                 ///< processes that are held although they have ended
   std::vector<std::int32_t> killed;
 
   /// Clock of platform/clock.h, and by how much each reading moves it on.

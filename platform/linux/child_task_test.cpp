@@ -7,16 +7,13 @@
 #include "platform/linux/event_loop.h"
 #include "platform/linux/test_support.h"
 #include "platform/processes.h"
+#include "tests/this_machine.h"
 
 namespace platform {
 namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-
-std::ptrdiff_t descriptorCount() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
 
 bool exists(std::int32_t pid) {
   return kill(pid, 0) == 0;
@@ -144,7 +141,7 @@ TEST_F(ChildTaskTest, AnOutputMayHaveAnyNumber) {
 
 TEST_F(ChildTaskTest, ItsEndIsToldOnceOnTheMainLoopAndNothingIsLeft) {
   serveWhatWaits();
-  const auto descriptors = descriptorCount();
+  const auto descriptors = openDescriptors();
   std::int32_t pid = 0;
   {
     int told = 0;
@@ -165,7 +162,7 @@ TEST_F(ChildTaskTest, ItsEndIsToldOnceOnTheMainLoopAndNothingIsLeft) {
     task->waitUntilExit();
     EXPECT_FALSE(task->isRunning());
   }
-  EXPECT_EQ(descriptorCount(), descriptors);
+  EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 TEST_F(ChildTaskTest, KillEndsWhatIgnoresTermination) {
@@ -203,7 +200,7 @@ TEST_F(ChildTaskTest, HandlersMayBeReplacedAndMayLetTheirTaskGo) {
 
 TEST_F(ChildTaskTest, AChildOutlivesItsObjectAndIsClearedAwayAllTheSame) {
   serveWhatWaits();
-  const auto descriptors = descriptorCount();
+  const auto descriptors = openDescriptors();
   auto task = start(false);
   auto pid = task->processIdentifier();
   task.reset();
@@ -211,7 +208,7 @@ TEST_F(ChildTaskTest, AChildOutlivesItsObjectAndIsClearedAwayAllTheSame) {
   ASSERT_TRUE(exists(pid));
   kill(pid, SIGKILL);
   EXPECT_TRUE(serveUntil([&] { return !exists(pid); }));
-  EXPECT_EQ(descriptorCount(), descriptors);
+  EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 TEST_F(ChildTaskTest, AFailedLaunchSaysWhy) {
@@ -219,7 +216,7 @@ TEST_F(ChildTaskTest, AFailedLaunchSaysWhy) {
   test::writeFile(executable, "neither a program nor a script");
   test::writeFile(plain, "");
   std::filesystem::permissions(executable, std::filesystem::perms::owner_all);
-  const auto descriptors = descriptorCount();
+  const auto descriptors = openDescriptors();
   const std::pair<std::string, std::string> launches[] = {{"/nowhere/at/all", "No such file or directory"},
                                                           {"", "No such file or directory"},
                                                           {"/etc", "Permission denied"},
@@ -237,7 +234,7 @@ TEST_F(ChildTaskTest, AFailedLaunchSaysWhy) {
     task.waitUntilExit();
     serveWhatWaits();
   }
-  EXPECT_EQ(descriptorCount(), descriptors);
+  EXPECT_EQ(openDescriptors(), descriptors);
 }
 
 TEST_F(ChildTaskTest, AChildThatCannotBeWatchedIsNotLeftRunning) {

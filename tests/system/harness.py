@@ -58,6 +58,17 @@ def copy_bundle(name, source="/opt/Brimo.app"):
     return bundle, bundle / "Contents/MacOS/Brimo"
 
 
+def add_spindump(test, script):
+    """Lays a folder with a shell script as spindump over /usr/sbin, for the tests' own mount namespace."""
+    folder = Path("/run/sbin")
+    folder.mkdir()
+    test.addCleanup(shutil.rmtree, folder)
+    (folder / "spindump").write_text(f"#!/bin/sh\n{script}\n")
+    (folder / "spindump").chmod(0o755)
+    subprocess.run(["mount", "-t", "overlay", "-o", f"ro,lowerdir={folder}:/usr/sbin", "overlay", "/usr/sbin"], check=True)
+    test.addCleanup(subprocess.run, ["umount", "/usr/sbin"], check=True)
+
+
 def wait_until(condition, what, seconds=DEADLINE):
     end = time.monotonic() + seconds
     while not (result := condition()):

@@ -1,7 +1,7 @@
 """The helper's children: a real DHCP server with a real client, stand-ins that misbehave, spindump."""
 
-import json
 import contextlib
+import json
 import os
 import re
 import shutil
@@ -12,8 +12,8 @@ import unittest
 from pathlib import Path
 
 import harness
-from harness import (DEADLINE, ENVIRONMENT, PYTHON, USER, Helper, HelperTest, copy_bundle, make_bundles, read_line, run_as_user,
-                     sign, wait_until)
+from harness import (DEADLINE, ENVIRONMENT, PYTHON, USER, Helper, HelperTest, add_spindump, copy_bundle, make_bundles, read_line,
+                     run_as_user, sign, wait_until)
 from lan import INTERFACE, Lan, ip
 
 # Perl ignores what follows __END__, such as a signature.
@@ -207,25 +207,6 @@ class DHCPServer(ChildTest):
         self.assertEqual(holder.wait(DEADLINE), -signal.SIGKILL)
         self.assertIn(f"[BRHMain] Port 67 is already used: PID {holder.pid} {os.path.realpath(PYTHON)}, kill", self.log())
 
-    def test_the_output_is_a_file_of_the_users_own(self):
-        self.install()
-        client = self.client()
-        others = self.folder / "others"
-        others.write_text("root's\n")
-
-        def plant(make):
-            self.output.unlink(missing_ok=True)
-            make()
-            self.assertEqual(self.ask(client, self.start_command()), {"error": "invalid dhcpd output path"})
-        plant(lambda: None)
-        plant(lambda: self.output.symlink_to(others))
-        plant(lambda: os.link(others, self.output))
-        plant(lambda: os.mkfifo(self.output))
-        plant(lambda: self.output.write_text("root's"))
-        self.assertEqual(others.read_text(), "root's\n")
-        self.assertEqual(processes_named("brimo-dhcpd"), [])
-        self.assert_no_child()
-
     def test_nothing_of_the_helpers_comes_along(self):
         self.install()
         pid = self.start(self.client())
@@ -263,19 +244,8 @@ class Spindump(ChildTest):
         self.dump = self.folder / "dump of it"
         self.gate = self.folder / "gate"
 
-    def add_stand_in(self):
-        """Lays a folder with a spindump over /usr/sbin, for the tests' own mount namespace."""
-        folder = Path("/run/sbin")
-        folder.mkdir()
-        self.addCleanup(shutil.rmtree, folder)
-        stand_in = folder / "spindump"
-        stand_in.write_text(f'#!/bin/sh\nfor argument; do echo "$argument"; done >"$3"\nread -r line <{self.gate}\n')
-        stand_in.chmod(0o755)
-        subprocess.run(["mount", "-t", "overlay", "-o", f"ro,lowerdir={folder}:/usr/sbin", "overlay", "/usr/sbin"], check=True)
-        self.addCleanup(subprocess.run, ["umount", "/usr/sbin"], check=True)
-
     def test_one_at_a_time_samples_the_application(self):
-        self.add_stand_in()
+        add_spindump(self, f'for argument; do echo "$argument"; done >"$3"\nread -r line <{self.gate}')
         os.mkfifo(self.gate)
         client = self.client()
         command = {"command": "spindump", "path": str(self.dump)}
