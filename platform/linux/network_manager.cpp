@@ -153,7 +153,11 @@ BusMessage NetworkManager::call(const BusMessage& request) {
   BusMessage reply;
   int result = callUntil(deadline_, bus_.get(), request.get(), &error, reply);
   std::unique_ptr<sd_bus_error, decltype(&sd_bus_error_free)> owner(&error, &sd_bus_error_free);
-  if (result >= 0) return reply;
+  if (result >= 0) {
+    // Only silence is not waited for: many services may take longer on a busy machine.
+    deadline_ = std::chrono::steady_clock::now() + patience;
+    return reply;
+  }
   if (sd_bus_error_has_names(&error, SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) {
     throw Absent("NetworkManager is not running");
   }

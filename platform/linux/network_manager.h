@@ -12,9 +12,9 @@
 
 namespace platform {
 
-/// A connection to the bus of its own. All calls together, with the constructor, have five seconds. Where
-/// NetworkManager cannot be had, any call throws Unavailable; a failure that only concerns what a call is about is
-/// another std::runtime_error. Both have a sentence for people.
+/// A connection to the bus of its own. The constructor and the first call together wait for five seconds at most, and
+/// each further call for five. Where NetworkManager cannot be had, any call throws Unavailable; a failure that only
+/// concerns what a call is about is another std::runtime_error. Both have a sentence for people.
 class NetworkManager {
  public:
   struct Unavailable : std::runtime_error {
