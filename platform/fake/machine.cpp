@@ -72,7 +72,8 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
 void openApplication(const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(std::optional<std::string> error)> completion) {
   fake::machine().launches.emplace_back(path, arguments);
-  dispatch::async(dispatch::mainQueue(), [completion] { completion(fake::machine().launchError); });
+  dispatch::async(dispatch::mainQueue(),
+                  [completion = std::move(completion)] { completion(fake::machine().launchError); });
 }
 
 power::Status power::createAssertion(const std::string& type, const std::string& name, AssertionID& assertion) {
