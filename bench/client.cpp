@@ -24,8 +24,8 @@
 #include "bench/measure.h"
 #include "build_constants.h"
 #include "client/HelperClient.h"
-#include "platform/file_descriptor.h"
-#include "platform/linux/ipc_endpoint.h"
+#include "platform/base/file_descriptor.h"
+#include "platform/ipc/linux/endpoint.h"
 
 namespace {
 

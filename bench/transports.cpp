@@ -16,7 +16,7 @@
 
 #include "bench/measure.h"
 #include "build_constants.h"
-#include "platform/linux/ipc_frames.h"
+#include "platform/ipc/linux/frames.h"
 
 namespace ipc = platform::ipc;
 

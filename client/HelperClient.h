@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "client/router_advertisement.h"
-#include "platform/ipc_client.h"
+#include "platform/ipc/client.h"
 
 namespace brimo {
 

@@ -4,7 +4,7 @@ file(READ ${PEM} text)
 if(NOT text MATCHES "(-----BEGIN CERTIFICATE-----[A-Za-z0-9+/=\r\n]+-----END CERTIFICATE-----)")
   message(FATAL_ERROR "No certificate in ${PEM}")
 endif()
-file(WRITE ${OUTPUT} "#include \"platform/linux/code_signature.h\"
+file(WRITE ${OUTPUT} "#include \"platform/code_signing/linux/signature.h\"
 
 const char platform::code_signing::anchorPEM[] = R\"(${CMAKE_MATCH_1}
 )\";

@@ -39,7 +39,7 @@ function(brh_fuzzer name source)
   if(BRH_FUZZ)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   else()
-    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/fuzz_replay_main.cpp)
+    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/fuzz_replay_main.cpp)
   endif()
   add_dependencies(fuzzers ${name})
   add_test(NAME ${name} COMMAND ${name} -runs=0 ${CMAKE_SOURCE_DIR}/tests/fuzz_corpus/${name})
@@ -75,4 +75,18 @@ function(brh_development_bundle name bundle executable)
     COMMENT "Signing ${bundle}"
     VERBATIM)
   add_custom_target(${name} ALL DEPENDS ${bundle}/signed)
+endfunction()
+
+# brh_room([PORTABLE file…] [LINUX file…] [DARWIN file…]): adds a room's sources to the platform library; those of a system
+# lie in its folder.
+function(brh_room)
+  cmake_parse_arguments(arg "" "" "PORTABLE;LINUX;DARWIN" ${ARGN})
+  string(TOUPPER ${BRH_PLATFORM} system)
+  list(TRANSFORM arg_${system} PREPEND ${BRH_PLATFORM}/)
+  target_sources(platform PRIVATE ${arg_PORTABLE} ${arg_${system}})
+endfunction()
+
+# brh_needs_tools(test): the test signs files with the project's own tools.
+function(brh_needs_tools name)
+  target_compile_definitions(${name} PRIVATE TOOLS_FOLDER="${PROJECT_SOURCE_DIR}/tools")
 endfunction()

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/digest.h"
+#include "platform/system/digest.h"
 
 /// Holds bytes that never change, and a slot for the JSON value that they were found to be; see HX_JSONObject(). Any
 /// thread.

@@ -1,6 +1,6 @@
 #include "foundation/HXEquationLine.h"
 
-#include "foundation/HXUnicode.h"
+#include "foundation/detail/HXUnicode.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "foundation/HXEquationLine.h"
-#include "foundation/HXUnicode.h"
+#include "foundation/detail/HXUnicode.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   std::string_view line(reinterpret_cast<const char*>(bytes), size);

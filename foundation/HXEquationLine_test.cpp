@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "foundation/HXUnicode.h"
+#include "foundation/detail/HXUnicode.h"
 
 namespace {
 

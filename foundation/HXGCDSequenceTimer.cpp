@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "foundation/HXNanoseconds.h"
+#include "foundation/detail/HXNanoseconds.h"
 
 namespace dispatch = platform::dispatch;
 

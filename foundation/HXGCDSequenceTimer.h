@@ -7,7 +7,7 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/dispatch.h"
+#include "platform/dispatch/dispatch.h"
 
 /// Fires once after each delay of a list, the delays being counted from the end of the handler's call before. Whoever
 /// made it keeps it: one that nobody keeps is destroyed and never fires. Any thread may use it, its own handler

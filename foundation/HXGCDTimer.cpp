@@ -5,7 +5,7 @@
 #include <set>
 #include <utility>
 
-#include "foundation/HXNanoseconds.h"
+#include "foundation/detail/HXNanoseconds.h"
 
 namespace dispatch = platform::dispatch;
 

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/dispatch.h"
+#include "platform/dispatch/dispatch.h"
 
 /// A repeating or one-shot timer, armed when it is made. Whoever made it keeps it: a timer that nobody keeps is
 /// destroyed and never fires. All times are in seconds and cut to whole nanoseconds. A timer that uses the wall clock

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "foundation/HXGCDSequenceTimer.h"
-#include "foundation/HXNanoseconds.h"
-#include "tests/eventually.h"
+#include "foundation/detail/HXNanoseconds.h"
+#include "tests/support/eventually.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 #include <fnmatch.h>
 
-#include "foundation/HXDecimalNumber.h"
 #include "foundation/HXIPAddress.h"
-#include "foundation/HXUnicode.h"
+#include "foundation/detail/HXDecimalNumber.h"
+#include "foundation/detail/HXUnicode.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "foundation/HXDecimalNumber.h"
+#include "foundation/detail/HXDecimalNumber.h"
 
 namespace {
 

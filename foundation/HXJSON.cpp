@@ -4,8 +4,8 @@
 #include <stdexcept>
 
 #include "foundation/HXLog.h"
-#include "platform/exact_json.h"
-#include "platform/utf8.h"
+#include "platform/base/exact_json.h"
+#include "platform/base/utf8.h"
 
 namespace json = boost::json;
 

@@ -12,10 +12,10 @@
 #include <ctime>
 #include <mutex>
 
-#include "platform/call_stack.h"
-#include "platform/dispatch.h"
-#include "platform/file_descriptor.h"
-#include "platform/system_log.h"
+#include "platform/base/file_descriptor.h"
+#include "platform/dispatch/dispatch.h"
+#include "platform/system/call_stack.h"
+#include "platform/system/system_log.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <iterator>
 #include <thread>
 
-#include "tests/this_machine.h"
+#include "tests/support/this_machine.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "foundation/HXEnumerationMutation.h"
 #include "foundation/HXEquationLine.h"
 #include "foundation/HXJSON.h"
-#include "foundation/HXUnicode.h"
+#include "foundation/detail/HXUnicode.h"
 
 namespace json = boost::json;
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "foundation/HXLog.h"
-#include "platform/ipc.h"
-#include "platform/processes.h"
+#include "platform/ipc/service.h"
+#include "platform/process/child_task.h"
 
 /// Confined to the main queue; nothing in it is locked. One source file per concern implements it.
 class BRHMain : public HXLogging<BRHMain> {

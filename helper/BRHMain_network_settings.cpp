@@ -4,7 +4,7 @@
 
 #include "foundation/HXJSON.h"
 #include "helper/BRHMain.h"
-#include "platform/preferences.h"
+#include "platform/network_settings/preferences.h"
 
 namespace json = boost::json;
 namespace preferences = platform::preferences;

@@ -1,8 +1,8 @@
 // Keeping the machine awake, and the DNS cache.
 #include "build_constants.h"
 #include "helper/BRHMain.h"
-#include "platform/dispatch.h"
-#include "platform/power.h"
+#include "platform/dispatch/dispatch.h"
+#include "platform/system/power.h"
 
 namespace dispatch = platform::dispatch;
 namespace power = platform::power;

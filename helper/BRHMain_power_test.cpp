@@ -1,5 +1,5 @@
 #include "build_constants.h"
-#include "helper/command_test.h"
+#include "helper/command_fixture.h"
 
 namespace {
 

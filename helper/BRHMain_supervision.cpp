@@ -1,9 +1,9 @@
 // Launching the main application again.
 #include "helper/BRHMain.h"
 #include "helper/admission.h"
-#include "platform/clock.h"
-#include "platform/dispatch.h"
-#include "platform/workspace.h"
+#include "platform/application/application.h"
+#include "platform/dispatch/dispatch.h"
+#include "platform/system/clock.h"
 
 namespace dispatch = platform::dispatch;
 

@@ -1,4 +1,4 @@
-#include "helper/command_test.h"
+#include "helper/command_fixture.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include "build_constants.h"
 #include "foundation/HXLog.h"
 #include "helper/BRHMain.h"
-#include "platform/code_signing.h"
-#include "platform/processes.h"
-#include "platform/utf8.h"
-#include "platform/workspace.h"
+#include "platform/application/application.h"
+#include "platform/base/utf8.h"
+#include "platform/code_signing/code_signing.h"
+#include "platform/process/process.h"
 
 namespace ipc = platform::ipc;
 namespace code_signing = platform::code_signing;
@@ -17,7 +17,7 @@ constexpr char moduleName[] = "Helper";
 
 /// Validates the sender of a connection's first message. On success `path` is its executable's.
 code_signing::Status validateClient(const ipc::Message& message, std::int32_t peerPID, std::string& path) {
-  if (auto status = code_signing::checkSender(*message.sender, ClientRequirement); status != code_signing::success) {
+  if (auto status = ipc::checkSender(*message.sender, ClientRequirement); status != code_signing::success) {
     return status;
   }
   path = platform::executablePath(peerPID).value_or("");

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/ipc.h"
+#include "platform/ipc/service.h"
 
 /// Handles the events of the listener: prepares each new connection, and has BRHConnectionMessageHandler hear it.
 void BRHListenerEventHandler(const platform::ipc::ListenerEvent& object);

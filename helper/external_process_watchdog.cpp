@@ -9,8 +9,8 @@
 
 #include "foundation/HXJSON.h"
 #include "foundation/HXLog.h"
-#include "platform/file_descriptor.h"
-#include "platform/processes.h"
+#include "platform/base/file_descriptor.h"
+#include "platform/process/process.h"
 
 namespace json = boost::json;
 

@@ -7,8 +7,8 @@
 #include <cerrno>
 
 #include "foundation/HXLog.h"
-#include "platform/file_descriptor.h"
-#include "platform/system_log.h"
+#include "platform/base/file_descriptor.h"
+#include "platform/system/system_log.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "foundation/HXLog.h"
 #include "platform/fake/machine.h"
-#include "tests/this_machine.h"
+#include "tests/support/this_machine.h"
 
 namespace {
 

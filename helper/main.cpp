@@ -5,8 +5,8 @@
 #include "foundation/HXLog.h"
 #include "helper/admission.h"
 #include "helper/log_file.h"
-#include "platform/dispatch.h"
-#include "platform/ipc.h"
+#include "platform/dispatch/dispatch.h"
+#include "platform/ipc/service.h"
 
 int main() {
   BRHOpenLogFile(BRHLogFilePath);

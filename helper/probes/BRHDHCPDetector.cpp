@@ -18,8 +18,8 @@
 #include "foundation/HXSocketAddress.h"
 #include "helper/probes/dhcp_message.h"
 #include "helper/probes/socket_owner_lookup.h"
-#include "platform/dispatch.h"
-#include "platform/sockets.h"
+#include "platform/dispatch/dispatch.h"
+#include "platform/sockets/interface_socket.h"
 
 namespace {
 

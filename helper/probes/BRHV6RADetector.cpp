@@ -15,8 +15,8 @@
 #include <utility>
 
 #include "helper/probes/router_advertisement.h"
-#include "platform/sockets.h"
-#include "platform/thread.h"
+#include "platform/base/thread.h"
+#include "platform/sockets/interface_socket.h"
 
 namespace {
 

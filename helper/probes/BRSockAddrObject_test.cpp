@@ -6,7 +6,7 @@
 #include <cstring>
 #include <unordered_set>
 
-#include "tests/this_machine.h"
+#include "tests/support/this_machine.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 
 #include "helper/probes/BRHDHCPDetector.h"
 #include "helper/probes/BRHV6RADetector.h"
-#include "platform/dispatch.h"
-#include "tests/eventually.h"
-#include "tests/this_machine.h"
+#include "platform/dispatch/dispatch.h"
+#include "tests/support/eventually.h"
+#include "tests/support/this_machine.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "platform/processes.h"
-#include "platform/sockets.h"
-#include "platform/utf8.h"
+#include "platform/base/utf8.h"
+#include "platform/process/process.h"
+#include "platform/sockets/socket_table.h"
 
 namespace {
 

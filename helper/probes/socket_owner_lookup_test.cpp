@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/fake/machine.h"
-#include "platform/socket_table.h"
+#include "platform/sockets/pcblist.h"
 
 namespace {
 

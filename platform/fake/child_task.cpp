@@ -1,10 +1,11 @@
 // Children that are only recorded; see machine.h for how a test steers them.
+#include "platform/process/child_task.h"
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <unistd.h>
 
 #include "platform/fake/machine.h"
-#include "platform/processes.h"
 
 namespace platform {
 

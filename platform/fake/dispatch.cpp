@@ -5,7 +5,7 @@
 #include <thread>
 #include <utility>
 
-#include "platform/dispatch.h"
+#include "platform/dispatch/dispatch.h"
 
 namespace platform {
 

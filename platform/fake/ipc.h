@@ -1,7 +1,7 @@
 // Connections without a transport, for unit tests.
 #pragma once
 
-#include "platform/ipc.h"
+#include "platform/ipc/service.h"
 
 namespace platform::fake {
 

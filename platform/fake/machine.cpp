@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 
-#include "platform/clock.h"
-#include "platform/dispatch.h"
-#include "platform/processes.h"
-#include "platform/system_log.h"
-#include "platform/workspace.h"
+#include "platform/application/application.h"
+#include "platform/dispatch/dispatch.h"
+#include "platform/process/process.h"
+#include "platform/system/clock.h"
+#include "platform/system/system_log.h"
 
 namespace platform {
 
@@ -25,7 +25,7 @@ fake::Machine& fake::machine() {
   return machine;
 }
 
-code_signing::Status code_signing::checkSender(const ipc::Sender&, const std::string& requirement) {
+code_signing::Status ipc::checkSender(const ipc::Sender&, const std::string& requirement) {
   fake::machine().checks.emplace_back("", requirement);
   return fake::machine().senderStatus;
 }

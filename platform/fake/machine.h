@@ -9,10 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "platform/code_signing.h"
-#include "platform/power.h"
-#include "platform/processes.h"
-#include "platform/sockets.h"
+#include "platform/code_signing/code_signing.h"
+#include "platform/ipc/service.h"
+#include "platform/process/child_task.h"
+#include "platform/sockets/socket_table.h"
+#include "platform/system/power.h"
 
 namespace platform::fake {
 

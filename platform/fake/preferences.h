@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/preferences.h"
+#include "platform/network_settings/preferences.h"
 
 namespace platform::fake {
 

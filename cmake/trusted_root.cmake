@@ -1,0 +1,24 @@
+# The trusted root as a source file: the given one, or a throw-away one made here.
+if(NOT BRH_CODE_SIGNING_ANCHOR)
+  set(BRH_ANCHOR_FILE ${BRH_CERTIFICATES}/root.pem)
+  add_custom_command(
+    OUTPUT ${BRH_ANCHOR_FILE} ${BRH_CERTIFICATES}/leaf.pem ${BRH_CERTIFICATES}/leaf.key ${BRH_CERTIFICATES}/intermediate.pem
+    COMMAND ${PROJECT_SOURCE_DIR}/tools/make-development-certificates ${BRH_CERTIFICATES} ${BRH_TEAM_IDENTIFIER}
+    DEPENDS ${PROJECT_SOURCE_DIR}/tools/make-development-certificates
+    COMMENT "Making a throw-away code signing root"
+    VERBATIM)
+  add_custom_target(certificates DEPENDS ${BRH_ANCHOR_FILE})
+else()
+  get_filename_component(BRH_ANCHOR_FILE ${BRH_CODE_SIGNING_ANCHOR} ABSOLUTE BASE_DIR ${PROJECT_SOURCE_DIR})
+  if(NOT EXISTS ${BRH_ANCHOR_FILE})
+    message(FATAL_ERROR "BRH_CODE_SIGNING_ANCHOR names no file: ${BRH_ANCHOR_FILE}")
+  endif()
+endif()
+
+set(BRH_ANCHOR_SOURCE ${CMAKE_BINARY_DIR}/generated/code_signing_anchor.cpp)
+add_custom_command(
+  OUTPUT ${BRH_ANCHOR_SOURCE}
+  COMMAND ${CMAKE_COMMAND} -DPEM=${BRH_ANCHOR_FILE} -DOUTPUT=${BRH_ANCHOR_SOURCE} -P ${PROJECT_SOURCE_DIR}/cmake/embed_anchor.cmake
+  DEPENDS ${BRH_ANCHOR_FILE} ${PROJECT_SOURCE_DIR}/cmake/embed_anchor.cmake
+  VERBATIM)
+

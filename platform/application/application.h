@@ -1,0 +1,25 @@
+// Launching the main application again, as the user whose application it was.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/process/process.h"
+
+namespace platform {
+
+/// Remembers as whom and in which environment the process runs, for openApplication(); replaces what was remembered
+/// before. `userID` is the user who is known to stand behind the process: one that runs as somebody else by now, as it
+/// does after executing a set-user-ID program, or that has ended, leaves nothing remembered. On the main thread. On
+/// macOS the system knows.
+void noteRunningApplication(const Process& process, std::uint32_t userID);
+
+/// Launches the application whose executable lies at `path`, as the remembered process ran. On the main thread. Returns
+/// at once; `completion` is called on the main queue, with the error's text when the launch failed.
+void openApplication(const std::string& path, const std::vector<std::string>& arguments,
+                     std::function<void(std::optional<std::string> error)> completion);
+
+}  // namespace platform

@@ -1,0 +1,194 @@
+#include "platform/application/linux/launch.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <grp.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include "build_constants.h"
+#include "platform/base/file_descriptor.h"
+#include "platform/base/linux/system_bus.h"
+
+namespace platform {
+
+namespace {
+
+/// Value of a variable; empty when the environment lacks it.
+std::string_view valueOf(const std::vector<std::string>& environment, std::string_view name) {
+  for (std::string_view variable : environment) {
+    if (variable.starts_with(name) && variable.substr(name.size()).starts_with('=')) {
+      return variable.substr(name.size() + 1);
+    }
+  }
+  return {};
+}
+
+void fillIn(std::vector<std::string>& environment, const char* name, const char* value) {
+  if (valueOf(environment, name).empty()) environment.push_back(fmt::format("{}={}", name, value));
+}
+
+/// Fills in what the user database knows of the user, who need not be in it.
+void completeEnvironment(std::vector<std::string>& environment, uid_t user) {
+  std::array<char, 16'384> buffer;
+  passwd entry;
+  passwd* found = nullptr;
+  if (getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) == 0 && found) {
+    fillIn(environment, "HOME", found->pw_dir);
+    fillIn(environment, "USER", found->pw_name);
+    fillIn(environment, "LOGNAME", found->pw_name);
+    fillIn(environment, "SHELL", found->pw_shell);
+  }
+  fillIn(environment, "PATH", "/usr/local/bin:/usr/bin:/bin");
+}
+
+/// Pointers to the texts, as execve(2) takes them.
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (auto& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+/// What a child tells: that a step failed, and with which errno, or, without a step, the process ID of the application.
+/// The step is a literal, which has the same address in both processes.
+struct Report {
+  const char* failedStep;
+  int number;
+};
+
+/// All that the child needs, made ready before the fork: other threads may hold any lock at that moment, so that
+/// allocating is out of the question in the child, as is whatever else signal-safety(7) does not list.
+class Launch {
+ public:
+  Launch(const std::string& path, const std::vector<std::string>& arguments, ApplicationIdentity identity)
+      : arguments_(arguments), identity_(std::move(identity)) {
+    arguments_.insert(arguments_.begin(), path);
+    completeEnvironment(identity_.environment, identity_.user);
+    home_ = valueOf(identity_.environment, "HOME");
+    argumentPointers_ = pointersTo(arguments_);
+    environmentPointers_ = pointersTo(identity_.environment);
+  }
+
+  Report run() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return {"pipe", errno};
+    FileDescriptor reading(ends[0]), writing(ends[1]), null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    if (!null) return {"open", errno};
+    // Away from the numbers of the standard descriptors, should those be free.
+    null_.reset(fcntl(null.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    report_.reset(fcntl(writing.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!null_ || !report_) return {"fcntl", errno};
+
+    // A child's child belongs to process 1 as soon as the child has ended: nobody here need await its end.
+    pid_t child = fork();
+    if (child == 0) startGrandchild();
+    if (child < 0) return {"fork", errno};
+    writing.reset();
+    report_.reset();
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    return readReports(reading.get());
+  }
+
+ private:
+  [[noreturn]] void startGrandchild() const {
+    pid_t grandchild = _Fork();  // which is safe here, other than fork()
+    if (grandchild == 0) becomeApplication();
+    if (grandchild < 0) fail("fork");
+    tell({nullptr, grandchild});
+    _exit(0);
+  }
+
+  [[noreturn]] void becomeApplication() const {
+    if (setsid() < 0) fail("setsid");
+    for (int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+      if (dup2(null_.get(), standard) < 0) fail("dup2");
+    }
+    if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0) fail("close_range");
+    for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
+
+    if (setgroups(identity_.groups.size(), identity_.groups.data()) != 0) fail("setgroups");
+    if (setresgid(identity_.group, identity_.group, identity_.group) != 0) fail("setresgid");
+    if (setresuid(identity_.user, identity_.user, identity_.user) != 0) fail("setresuid");
+    if (identity_.user != 0 && setuid(0) == 0) {
+      errno = EPERM;
+      fail("the user's IDs do not stay");
+    }
+
+    umask(S_IWGRP | S_IWOTH);
+    // As the user, who may be able to reach what root is not.
+    if (chdir(home_.c_str()) != 0 && chdir("/") != 0) fail("chdir");
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    execve(argumentPointers_[0], argumentPointers_.data(), environmentPointers_.data());
+    fail("execve");
+  }
+
+  [[noreturn]] void fail(const char* step) const {
+    tell({step, errno});
+    _exit(127);
+  }
+
+  void tell(const Report& report) const { [[maybe_unused]] auto length = write(report_.get(), &report, sizeof report); }
+
+  /// Reads what both children tell, in whatever order, to its end, which a successful execve() brings about.
+  static Report readReports(int descriptor) {
+    Report result{"fork", ECHILD};
+    while (true) {
+      Report report;
+      auto length = read(descriptor, &report, sizeof report);
+      if (length < 0 && errno == EINTR) continue;
+      if (length != sizeof report) return result;
+      if (report.failedStep) return report;
+      result = report;
+    }
+  }
+
+  std::vector<std::string> arguments_;
+  ApplicationIdentity identity_;
+  std::string home_;
+  std::vector<char*> argumentPointers_, environmentPointers_;
+  FileDescriptor null_, report_;
+};
+
+/// Has systemd, where it is there, take the application out of this service into a scope among the user's processes:
+/// there it is counted, limited and ended as they are. Where that fails it goes on all the same.
+void moveToUsersSlice(pid_t application, uid_t user) {
+  if (sd_booted() <= 0) return;
+  constexpr BusMethod startTransientUnit{"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
+                                         "org.freedesktop.systemd1.Manager", "StartTransientUnit"};
+  auto scope = fmt::format("app-{}-{}.scope", ClientBundleIdentifier, application);
+  auto slice = fmt::format("user-{}.slice", user);
+  auto writeArguments = [&](sd_bus_message* call) {
+    return sd_bus_message_append(call, "ssa(sv)a(sa(sv))", scope.c_str(), "fail", 3, "Slice", "s", slice.c_str(),
+                                 "PIDs", "au", 1, static_cast<std::uint32_t>(application), "CollectMode", "s",
+                                 "inactive-or-failed", 0);
+  };
+  callSystemBus(startTransientUnit, writeArguments, [](sd_bus_message*) { return 0; });
+}
+
+}  // namespace
+
+std::optional<std::string> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
+                                             ApplicationIdentity identity) {
+  auto user = identity.user;
+  auto report = Launch(path, arguments, std::move(identity)).run();
+  if (report.failedStep) {
+    return fmt::format("{}: {}", report.failedStep, std::generic_category().message(report.number));
+  }
+  moveToUsersSlice(report.number, user);
+  return std::nullopt;
+}
+
+}  // namespace platform

@@ -1,0 +1,32 @@
+#include "platform/base/thread.h"
+
+#include <signal.h>
+
+namespace platform {
+
+namespace {
+
+/// Blocks all signals for the calling thread and the threads that it starts meanwhile.
+class BlockedSignals {
+ public:
+  BlockedSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before_);
+  }
+  ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  BlockedSignals(const BlockedSignals&) = delete;
+  BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+}  // namespace
+
+std::thread startThread(std::function<void()> body) {
+  BlockedSignals blocked;
+  return std::thread(std::move(body));
+}
+
+}  // namespace platform

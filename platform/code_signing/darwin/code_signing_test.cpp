@@ -1,0 +1,19 @@
+// Signatures of files that every Mac has.
+#include "platform/code_signing/code_signing.h"
+
+#include <gtest/gtest.h>
+
+namespace platform::code_signing {
+namespace {
+
+TEST(CodeSigning, FilesAreCheckedAgainstTheRequirement) {
+  EXPECT_EQ(checkFile("/bin/ls", "anchor apple"), success);
+  EXPECT_EQ(checkFile("/bin/ls", R"(anchor apple and identifier "com.example.other")"), requirementFailed);
+  EXPECT_EQ(checkFile("/bin/ls", "anchor anchor"), requirementInvalid);
+  EXPECT_EQ(checkFile("/bin/ls", "\xFF"), requirementInvalid);
+  EXPECT_EQ(checkFile("/etc/hosts", "anchor apple"), unsignedCode);
+  EXPECT_NE(checkFile("/no/such/file", "anchor apple"), success);
+}
+
+}  // namespace
+}  // namespace platform::code_signing

@@ -1,0 +1,35 @@
+// Requirements on code signatures, in the part of Apple's requirement language that reads
+//
+//     expression  = expression "or" expression | expression "and" expression | "!" expression | "(" expression ")"
+//                 | "anchor apple generic" | "identifier" string
+//                 | "certificate" position "[field." OID "]" ["/* exists */"]
+//                 | "certificate" position "[subject." attribute "]" "=" string
+//     position    = "leaf" | "anchor" | "root" | number        (0: leaf; -1: anchor)
+//
+// where "!" binds tightest and "or" loosest. The anchor is the compiled-in root.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/code_signing/linux/signature.h"
+
+namespace platform::code_signing {
+
+class CodeRequirement {
+ public:
+  /// Absent when the text is not of the language; `problem`, where given, then says what is wrong at which byte.
+  static std::optional<CodeRequirement> parse(std::string_view text, std::string* problem = nullptr);
+
+  bool isSatisfiedBy(const CodeSignature& signature) const { return predicate_(signature); }
+
+ private:
+  using Predicate = std::function<bool(const CodeSignature&)>;
+  friend class RequirementParser;
+  explicit CodeRequirement(Predicate predicate) : predicate_(std::move(predicate)) {}
+  Predicate predicate_;
+};
+
+}  // namespace platform::code_signing

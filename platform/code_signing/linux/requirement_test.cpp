@@ -1,0 +1,100 @@
+#include "platform/code_signing/linux/requirement.h"
+
+#include <openssl/pem.h>
+
+#include "build_constants.h"
+#include "tests/support/linux/signed_files.h"
+
+namespace platform::code_signing {
+namespace {
+
+class CodeRequirementTest : public test::SigningFixture {
+ protected:
+  void SetUp() override {
+    signature.identifier = "com.example.test";
+    for (const char* name : {"leaf", "intermediate", "root"}) {
+      auto text = test::readFile(*folder / fmt::format("own/{}.pem", name));
+      std::shared_ptr<BIO> bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), BIO_free);
+      signature.chain.emplace_back(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr), X509_free);
+    }
+  }
+
+  bool holds(const std::string& text) {
+    std::string problem;
+    auto requirement = CodeRequirement::parse(text, &problem);
+    EXPECT_TRUE(requirement) << text << ": " << problem;
+    return requirement && requirement->isSatisfiedBy(signature);
+  }
+
+  CodeSignature signature;
+};
+
+TEST_F(CodeRequirementTest, LooksAtTheCertificateThatIsNamed) {
+  EXPECT_TRUE(holds("anchor apple generic"));
+  EXPECT_TRUE(holds("identifier \"com.example.test\""));
+  EXPECT_FALSE(holds("identifier \"com.example.tes\""));
+  EXPECT_TRUE(holds("certificate leaf[field.1.2.840.113635.100.6.1.13]"));
+  EXPECT_TRUE(holds("certificate leaf [ field.1.2.840.113635.100.6.1.13 ] /* exists */"));
+  EXPECT_TRUE(holds("certificate 0[field.1.2.840.113635.100.6.1.13] /* exists */"));
+  EXPECT_FALSE(holds("certificate 1[field.1.2.840.113635.100.6.1.13] /* exists */"));
+  EXPECT_TRUE(holds("certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */"));
+  EXPECT_TRUE(holds("certificate -2[field.1.2.840.113635.100.6.2.6] /* exists */"));
+  EXPECT_FALSE(holds("certificate 7[field.1.2.840.113635.100.6.2.6] /* exists */"));
+  EXPECT_FALSE(holds("certificate -4[field.1.2.840.113635.100.6.2.6] /* exists */"));
+  EXPECT_FALSE(holds("certificate leaf[field.1.2.840.113635.100.6.1.9] /* exists */"));
+  EXPECT_TRUE(holds("certificate leaf[subject.OU] = \"BRIMO00618\""));
+  EXPECT_FALSE(holds("certificate leaf[subject.OU] = \"BRIMO0061\""));
+  EXPECT_TRUE(holds("certificate root[subject.CN] = \"Brimo Development Root (throw-away)\""));
+  EXPECT_TRUE(holds("certificate anchor[subject.CN] = \"Brimo Development Root (throw-away)\""));
+  EXPECT_FALSE(holds("certificate root[subject.OU] = \"BRIMO00618\""));
+}
+
+TEST_F(CodeRequirementTest, TheBuildsOwnRequirementsHoldForTheRightSigner) {
+  signature.identifier = ClientBundleIdentifier;
+  EXPECT_TRUE(holds(ClientRequirement));
+  signature.identifier += ".other";
+  EXPECT_FALSE(holds(ClientRequirement));
+  EXPECT_TRUE(holds(FrameworkRequirement));
+  signature.chain.erase(signature.chain.begin() + 1);
+  EXPECT_FALSE(holds(FrameworkRequirement));
+}
+
+TEST_F(CodeRequirementTest, AndBindsTighterThanOr) {
+  const std::string yes = "identifier \"com.example.test\"", no = "identifier \"x\"";
+  EXPECT_TRUE(holds(yes + " or " + no + " and " + no));
+  EXPECT_FALSE(holds("(" + yes + " or " + no + ") and " + no));
+  EXPECT_TRUE(holds("!" + no + " and " + yes));
+  EXPECT_FALSE(holds("!(" + no + " or " + yes + ")"));
+  EXPECT_TRUE(holds("! ! " + yes));
+  EXPECT_TRUE(holds("\t" + yes + "\nand(" + yes + ")"));
+}
+
+TEST_F(CodeRequirementTest, AnythingElseIsAnErrorWithItsPlace) {
+  for (auto [text, place] : std::initializer_list<std::pair<std::string, const char*>>{
+           {"", "byte 0:"},
+           {"anchor apple", "byte 12:"},
+           {"anchor trusted", "byte 7:"},
+           {"identifier com.example", "byte 11:"},
+           {"identifier \"com.example", "byte 11:"},
+           {"identifier \"a\" identifier \"b\"", "byte 15:"},
+           {"identifier \"a\" and", "byte 18:"},
+           {"(identifier \"a\"", "byte 15:"},
+           {"cdhash H\"00\"", "byte 0:"},
+           {"certificate middle[subject.OU] = \"x\"", "byte 12:"},
+           {"certificate 1x[subject.OU] = \"x\"", "byte 12:"},
+           {"certificate leaf[subject.Nonsense] = \"x\"", "byte 17:"},
+           {"certificate leaf[field.commonName]", "byte 17:"},
+           {"certificate leaf[field.9.9.9]", "byte 17:"},
+           {"certificate leaf[subject.OU]", "byte 28:"},
+           {"certificate leaf trusted", "byte 17:"},
+           {std::string(100'000, '('), "byte"},
+           {std::string(100'000, '!'), "byte"},
+       }) {
+    std::string problem;
+    EXPECT_FALSE(CodeRequirement::parse(text, &problem)) << text;
+    EXPECT_TRUE(problem.starts_with(place)) << text << ": " << problem;
+  }
+}
+
+}  // namespace
+}  // namespace platform::code_signing

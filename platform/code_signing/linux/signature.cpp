@@ -1,0 +1,174 @@
+#include "platform/code_signing/linux/signature.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <openssl/bio.h>
+#include <openssl/cms.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/x509_vfy.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <boost/json.hpp>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/system/digest.h"
+
+namespace platform::code_signing {
+
+namespace {
+
+constexpr std::string_view magic = "BRHCodeSignature";
+constexpr std::size_t trailerSize = 8 + magic.size();
+constexpr std::uint64_t maximumCMSLength = 65'536;
+
+template <auto release>
+struct Release {
+  template <class Type>
+  void operator()(Type* object) const {
+    release(object);
+  }
+};
+using BIOPointer = std::unique_ptr<BIO, Release<BIO_free>>;
+using CMSPointer = std::unique_ptr<CMS_ContentInfo, Release<CMS_ContentInfo_free>>;
+using StorePointer = std::unique_ptr<X509_STORE, Release<X509_STORE_free>>;
+using StoreContextPointer = std::unique_ptr<X509_STORE_CTX, Release<X509_STORE_CTX_free>>;
+
+void freeCertificates(STACK_OF(X509) * certificates) {
+  sk_X509_pop_free(certificates, X509_free);
+}
+using CertificatesPointer = std::unique_ptr<STACK_OF(X509), Release<freeCertificates>>;
+
+BIOPointer bioOf(const void* bytes, std::size_t size) {
+  return BIOPointer(BIO_new_mem_buf(bytes, static_cast<int>(size)));
+}
+
+/// The chain of the leaf up to the anchor; empty when there is none.
+std::vector<std::shared_ptr<X509>> verifiedChain(X509* leaf, STACK_OF(X509) * untrusted,
+                                                 const std::string& anchorText) {
+  auto text = bioOf(anchorText.data(), anchorText.size());
+  std::shared_ptr<X509> anchor(PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr), X509_free);
+  StorePointer store(X509_STORE_new());
+  StoreContextPointer context(X509_STORE_CTX_new());
+  if (!anchor || !store || !context || X509_STORE_add_cert(store.get(), anchor.get()) != 1 ||
+      X509_STORE_CTX_init(context.get(), store.get(), leaf, untrusted) != 1) {
+    return {};
+  }
+  // There is no trusted time stamp, and an installed application must not stop working on a date.
+  X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_NO_CHECK_TIME);
+  if (X509_verify_cert(context.get()) != 1) return {};
+
+  CertificatesPointer certificates(X509_STORE_CTX_get1_chain(context.get()));
+  std::vector<std::shared_ptr<X509>> chain;
+  for (int index = 0; index < sk_X509_num(certificates.get()); ++index) {
+    auto* certificate = sk_X509_value(certificates.get(), index);
+    X509_up_ref(certificate);
+    chain.emplace_back(certificate, X509_free);
+  }
+  return chain;
+}
+
+/// Reads the code directory; false unless it is exactly of its form.
+bool readCodeDirectory(std::string_view text, CodeSignature& signature) {
+  boost::json::error_code error;
+  auto parsed = boost::json::parse({text.data(), text.size()}, error);
+  const auto* object = error ? nullptr : parsed.if_object();
+  if (!object || object->size() != 3) return false;
+  const auto* identifier = object->if_contains("identifier");
+  const auto* size = object->if_contains("size");
+  const auto* digest = object->if_contains("sha256");
+  if (!identifier || !identifier->is_string() || !size || !size->is_int64() || size->get_int64() < 0 || !digest ||
+      !digest->is_string()) {
+    return false;
+  }
+  signature.identifier = identifier->get_string();
+  signature.payloadSize = static_cast<std::uint64_t>(size->get_int64());
+  signature.payloadSHA256 = digest->get_string();
+  return signature.payloadSHA256.size() == 64 &&
+         signature.payloadSHA256.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+bool verifySignature(std::span<const std::uint8_t> bytes, const std::string& anchor, CodeSignature& signature) {
+  if (bytes.empty() || bytes.size() > maximumCMSLength) return false;
+  const auto* position = bytes.data();
+  CMSPointer cms(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(bytes.size())));
+  if (!cms || position != bytes.data() + bytes.size()) return false;
+  if (OBJ_obj2nid(CMS_get0_type(cms.get())) != NID_pkcs7_signed) return false;
+
+  auto* signers = CMS_get0_SignerInfos(cms.get());
+  if (sk_CMS_SignerInfo_num(signers) != 1) return false;
+  X509_ALGOR* digest = nullptr;
+  CMS_SignerInfo_get0_algs(sk_CMS_SignerInfo_value(signers, 0), nullptr, nullptr, &digest, nullptr);
+  if (!digest || OBJ_obj2nid(digest->algorithm) != NID_sha256) return false;
+
+  BIOPointer content(BIO_new(BIO_s_mem()));
+  constexpr unsigned flags = CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY;  // the chain is verified below, to be kept
+  if (!content || CMS_verify(cms.get(), nullptr, nullptr, nullptr, content.get(), flags) != 1) return false;
+  STACK_OF(X509)* found = CMS_get0_signers(cms.get());
+  X509* leaf = found && sk_X509_num(found) == 1 ? sk_X509_value(found, 0) : nullptr;
+  CertificatesPointer carried(CMS_get1_certs(cms.get()));
+  if (leaf) signature.chain = verifiedChain(leaf, carried.get(), anchor);
+  sk_X509_free(found);
+  if (signature.chain.empty()) return false;
+
+  char* text = nullptr;
+  auto length = BIO_get_mem_data(content.get(), &text);
+  return readCodeDirectory({text, static_cast<std::size_t>(length)}, signature);
+}
+
+bool readAt(int descriptor, std::span<std::uint8_t> bytes, std::uint64_t offset) {
+  while (!bytes.empty()) {
+    auto length = pread(descriptor, bytes.data(), bytes.size(), static_cast<off_t>(offset));
+    if (length < 0 && errno == EINTR) continue;
+    if (length <= 0) return false;
+    bytes = bytes.subspan(static_cast<std::size_t>(length));
+    offset += static_cast<std::uint64_t>(length);
+  }
+  return true;
+}
+
+}  // namespace
+
+Status readSignature(std::span<const std::uint8_t> cms, const std::string& anchor, CodeSignature& signature) {
+  bool valid = verifySignature(cms, anchor, signature);
+  ERR_clear_error();
+  return valid ? success : signatureFailed;
+}
+
+Status readSignatureOfFile(int descriptor, const std::string& anchor, CodeSignature& signature) {
+  struct stat status;
+  std::array<std::uint8_t, trailerSize> trailer;
+  if (fstat(descriptor, &status) != 0) return noSuchFile;
+  auto size = static_cast<std::uint64_t>(status.st_size);
+  if (size < trailerSize || !readAt(descriptor, trailer, size - trailerSize) ||
+      std::memcmp(trailer.data() + 8, magic.data(), magic.size()) != 0) {
+    return unsignedCode;
+  }
+  std::uint64_t length = 0;
+  for (std::size_t index = 0; index < 8; ++index) length = length << 8 | trailer[index];
+  if (length > maximumCMSLength || length > size - trailerSize) return signatureFailed;
+
+  std::vector<std::uint8_t> cms(length);
+  std::uint64_t payloadSize = size - trailerSize - length;
+  if (!readAt(descriptor, cms, payloadSize)) return signatureFailed;
+  auto result = readSignature(cms, anchor, signature);
+  return result == success && signature.payloadSize != payloadSize ? signatureFailed : result;
+}
+
+bool payloadMatches(int descriptor, const CodeSignature& signature) {
+  SHA256 digest;
+  std::vector<std::uint8_t> buffer(std::size_t{1} << 18);
+  for (std::uint64_t offset = 0; offset < signature.payloadSize;) {
+    auto piece = std::span(buffer).first(std::min<std::uint64_t>(buffer.size(), signature.payloadSize - offset));
+    if (!readAt(descriptor, piece, offset)) return false;
+    digest.update(piece);
+    offset += piece.size();
+  }
+  return fmt::format("{:02x}", fmt::join(digest.finish(), "")) == signature.payloadSHA256;
+}
+
+}  // namespace platform::code_signing

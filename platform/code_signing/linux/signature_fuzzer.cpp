@@ -1,0 +1,31 @@
+// Hostile files, and what their signatures would be. The seeds are signed under a root of their own, whose keys are
+// gone.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include "platform/base/file_descriptor.h"
+#include "platform/code_signing/linux/signature.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  using namespace platform::code_signing;
+  static const std::string anchor = [] {
+    std::ifstream file(ANCHOR_FILE);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  }();
+  // Whatever verifies is what was signed.
+  auto check = [](Status status, const CodeSignature& signature) {
+    if (status == success && (signature.identifier != "com.example.brimo" || signature.payloadSize != 3)) std::abort();
+  };
+  CodeSignature alone, ofFile;
+  check(readSignature({bytes, size}, anchor, alone), alone);
+
+  platform::FileDescriptor file(memfd_create("fuzzed", MFD_CLOEXEC));
+  if (write(file.get(), bytes, size) != static_cast<ssize_t>(size)) std::abort();
+  check(readSignatureOfFile(file.get(), anchor, ofFile), ofFile);
+  payloadMatches(file.get(), ofFile);
+  return 0;
+}

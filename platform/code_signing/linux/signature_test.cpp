@@ -1,0 +1,128 @@
+#include "platform/code_signing/linux/signature.h"
+
+#include <fcntl.h>
+
+#include "platform/base/file_descriptor.h"
+#include "tests/support/linux/signed_files.h"
+
+namespace platform::code_signing {
+namespace {
+
+using test::readFile;
+using test::run;
+using test::writeFile;
+
+class CodeSignatureTest : public test::SigningFixture {
+ protected:
+  /// Verifies a file of the given content as admission does, payload last.
+  Status check(const std::string& content, CodeSignature& signature, const std::string& root = anchor) {
+    writeFile(*folder / "checked", content);
+    FileDescriptor file(open((*folder / "checked").c_str(), O_RDONLY | O_CLOEXEC));
+    auto status = readSignatureOfFile(file.get(), root, signature);
+    return status == success && !payloadMatches(file.get(), signature) ? signatureFailed : status;
+  }
+  Status check(const std::string& content) {
+    CodeSignature signature;
+    return check(content, signature);
+  }
+
+  /// A payload signed by the openssl command with options of the test's choice.
+  std::string signedWith(const std::string& payload, const std::string& directory, const std::string& options) {
+    writeFile(*folder / "directory", directory);
+    run(fmt::format("cd {} && openssl cms -sign -binary -in {} -outform DER -out {} -inkey leaf.key {}",
+                    *folder / "own", *folder / "directory", *folder / "cms", options));
+    auto cms = readFile(*folder / "cms");
+    std::string length;
+    for (int shift = 56; shift >= 0; shift -= 8) length.push_back(static_cast<char>(cms.size() >> shift & 0xFF));
+    return payload + cms + length + "BRHCodeSignature";
+  }
+};
+
+constexpr char usual[] = "-nodetach -md sha256 -signer leaf.pem -certfile intermediate.pem";
+const std::string directoryOfABC =
+    R"({"identifier": "x", "size": 3, "sha256": "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"})";
+
+TEST_F(CodeSignatureTest, TellsWhoSignedWhat) {
+  CodeSignature signature;
+  ASSERT_EQ(check(readFile(*folder / "signed"), signature), success);
+  EXPECT_EQ(signature.identifier, "com.example.test");
+  EXPECT_EQ(signature.payloadSize, 100'000u);
+  EXPECT_EQ(signature.chain.size(), 3u);
+  EXPECT_EQ(check(signedWith("abc", directoryOfABC, usual)), success);
+}
+
+TEST_F(CodeSignatureTest, OtherAnchorsDoNotCount) {
+  CodeSignature signature;
+  EXPECT_EQ(check(readFile(*folder / "signed"), signature, readFile(*folder / "other/root.pem")), signatureFailed);
+  EXPECT_EQ(check(readFile(*folder / "signed"), signature, readFile(*folder / "own/intermediate.pem")),
+            signatureFailed);
+  EXPECT_EQ(check(readFile(*folder / "signed"), signature, "no certificate"), signatureFailed);
+}
+
+TEST_F(CodeSignatureTest, NoChangedByteGoesUnnoticed) {
+  auto original = readFile(*folder / "signed");
+  CodeSignature genuine;
+  ASSERT_EQ(check(original, genuine), success);
+  // All of the signature, and some of the payload. What CMS leaves unsigned may differ; who signed what may not.
+  for (std::size_t position = 0; position < original.size(); position += position < 100'000 ? 9'999 : 1) {
+    auto changed = original;
+    changed[position] = static_cast<char>(changed[position] ^ 0x01);
+    CodeSignature signature;
+    if (check(changed, signature) == success) {
+      EXPECT_GE(position, 100'000u);
+      EXPECT_EQ(signature.identifier, genuine.identifier) << position;
+      EXPECT_EQ(signature.payloadSHA256, genuine.payloadSHA256) << position;
+    }
+  }
+}
+
+TEST_F(CodeSignatureTest, LengthsAreChecked) {
+  auto original = readFile(*folder / "signed");
+  for (std::size_t size : {0, 1, 23, 24, 99'999, 100'000, 100'024}) {
+    EXPECT_NE(check(original.substr(0, size)), success) << size;
+    EXPECT_NE(check(original.substr(original.size() - size)), success) << size;
+  }
+  EXPECT_EQ(check("BRHCodeSignature"), unsignedCode);
+  EXPECT_EQ(check(original + "x"), unsignedCode);
+  EXPECT_EQ(check("x" + original), signatureFailed);
+  auto trailer = [](const std::string& length) { return length + "BRHCodeSignature"; };
+  EXPECT_EQ(check(trailer(std::string(8, '\0'))), signatureFailed);
+  EXPECT_EQ(check(trailer(std::string(8, '\xFF'))), signatureFailed);
+  EXPECT_EQ(check(std::string(70'000, '0') + trailer({0, 0, 0, 0, 0, 1, 0, 1})), signatureFailed);  // 65,537 bytes
+}
+
+TEST_F(CodeSignatureTest, TheCMSMustBeOfItsForm) {
+  for (const char* options : {
+           "-nodetach -md sha384 -signer leaf.pem -certfile intermediate.pem",  // another digest
+           "-nodetach -md sha1 -signer leaf.pem -certfile intermediate.pem",
+           "-md sha256 -signer leaf.pem -certfile intermediate.pem",  // detached content
+           "-nodetach -md sha256 -signer leaf.pem",                   // no intermediate
+           "-nodetach -md sha256 -signer leaf.pem -certfile intermediate.pem -nocerts",
+           "-nodetach -md sha256 -signer leaf.pem -signer ../other/leaf.pem -inkey ../other/leaf.key "
+           "-certfile intermediate.pem",  // two signers
+       }) {
+    EXPECT_EQ(check(signedWith("abc", directoryOfABC, options)), signatureFailed) << options;
+  }
+}
+
+TEST_F(CodeSignatureTest, TheCodeDirectoryMustBeOfItsForm) {
+  const std::string digest = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+  for (
+      const std::string& directory : {
+          std::string("{}"),
+          std::string("[]"),
+          std::string("not JSON"),
+          R"({"identifier": 1, "size": 3, "sha256": ")" + digest + "\"}",
+          R"({"identifier": "x", "size": 4, "sha256": ")" + digest + "\"}",
+          R"({"identifier": "x", "size": -3, "sha256": ")" + digest + "\"}",
+          R"({"identifier": "x", "size": 3, "sha256": ")" + digest.substr(1) + "\"}",
+          R"({"identifier": "x", "size": 3, "more": 1, "sha256": ")" + digest + "\"}",
+          std::string(
+              R"({"identifier": "x", "size": 3, "sha256": "BA7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"})"),
+      }) {
+    EXPECT_EQ(check(signedWith("abc", directory, usual)), signatureFailed) << directory;
+  }
+}
+
+}  // namespace
+}  // namespace platform::code_signing

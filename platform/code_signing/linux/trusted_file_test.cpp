@@ -1,0 +1,100 @@
+#include "platform/code_signing/linux/trusted_file.h"
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "tests/support/linux/signed_files.h"
+
+namespace platform {
+namespace {
+
+/// Files below a folder that only root may write, on the way from "/" too. Needs root, as does the helper.
+class TrustedFileTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(geteuid(), 0u) << "run as root";
+    std::filesystem::create_directory(folder / "inner");
+    test::writeFile(file, "content");
+  }
+
+  int openError(const std::string& path) {
+    errno = 0;
+    return openTrustedFile(path) ? 0 : errno;
+  }
+
+  test::TemporaryFolder folder{std::filesystem::path("/opt")};
+  std::string file = folder / "inner/file";
+};
+
+TEST_F(TrustedFileTest, OpensWhatOnlyRootCanChange) {
+  EXPECT_EQ(openError(file), 0);
+  EXPECT_EQ(openError(folder / "inner/../inner//./file"), 0);
+  EXPECT_EQ(openError(folder / "inner/none"), ENOENT);
+  EXPECT_EQ(openError("relative"), EINVAL);
+  EXPECT_EQ(openError(""), EINVAL);
+}
+
+TEST_F(TrustedFileTest, RefusesWhatOthersCouldChange) {
+  for (mode_t mode : {0666u, 0646u, 0664u}) {
+    chmod(file.c_str(), mode);
+    EXPECT_EQ(openError(file), EPERM) << mode;
+  }
+  chmod(file.c_str(), 0755);
+  ASSERT_EQ(chown(file.c_str(), 1000, 0), 0);
+  EXPECT_EQ(openError(file), EPERM);
+  ASSERT_EQ(chown(file.c_str(), 0, 1000), 0);
+  EXPECT_EQ(openError(file), 0);
+  for (mode_t mode : {0775u, 0757u, 01777u}) {
+    chmod((folder / "inner").c_str(), mode);
+    EXPECT_EQ(openError(file), EPERM) << mode;
+  }
+  chmod((folder / "inner").c_str(), 0755);
+  ASSERT_EQ(chown((folder / "inner").c_str(), 1000, 0), 0);
+  EXPECT_EQ(openError(file), EPERM);
+}
+
+TEST_F(TrustedFileTest, RefusesAnythingButFilesWithoutWaiting) {
+  ASSERT_EQ(mkfifo((folder / "inner/fifo").c_str(), 0644), 0);
+  ASSERT_EQ(mknod((folder / "inner/device").c_str(), S_IFCHR | 0644, 5 << 8 | 2), 0);
+  EXPECT_EQ(openError(folder / "inner/fifo"), EPERM);
+  EXPECT_EQ(openError(folder / "inner/device"), EPERM);
+  EXPECT_EQ(openError(folder / "inner"), EPERM);
+  EXPECT_EQ(openError(file + "/below"), EPERM);
+}
+
+TEST_F(TrustedFileTest, FollowsLinksOnlyThroughTrustedFolders) {
+  std::filesystem::create_symlink("inner", folder / "relative");
+  std::filesystem::create_symlink(file, folder / "absolute");
+  std::filesystem::create_symlink("loop", folder / "loop");
+  EXPECT_EQ(openError(folder / "relative/file"), 0);
+  EXPECT_EQ(openError(folder / "absolute"), 0);
+  EXPECT_EQ(openError(folder / "loop"), ELOOP);
+
+  // A link in a folder of another's, and one that leads through such a folder, may point elsewhere tomorrow.
+  std::filesystem::create_directory(folder / "theirs");
+  std::filesystem::create_symlink(file, folder / "theirs/link");
+  std::filesystem::create_symlink("theirs/link", folder / "detour");
+  EXPECT_EQ(openError(folder / "detour"), 0);
+  ASSERT_EQ(chown((folder / "theirs").c_str(), 1000, 0), 0);
+  EXPECT_EQ(openError(folder / "theirs/link"), EPERM);
+  EXPECT_EQ(openError(folder / "detour"), EPERM);
+}
+
+TEST_F(TrustedFileTest, OpensTheImageOfAProcess) {
+  test::RunningCopy process(folder / "inner/image");
+  EXPECT_TRUE(openTrustedImage(process.pid()));
+  // Its path may name another file by now, but the folders must be in order.
+  std::filesystem::remove(folder / "inner/image");
+  EXPECT_TRUE(openTrustedImage(process.pid()));
+  chmod((folder / "inner").c_str(), 0777);
+  EXPECT_FALSE(openTrustedImage(process.pid()));
+  chmod((folder / "inner").c_str(), 0755);
+  ASSERT_EQ(chown(fmt::format("/proc/{}/exe", process.pid()).c_str(), 1000, 0), 0);
+  EXPECT_FALSE(openTrustedImage(process.pid()));
+  EXPECT_FALSE(openTrustedImage(0));
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,203 @@
+// Queues and timers under load, with blocked queues and cancelled timers.
+#include "platform/dispatch/dispatch.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "tests/support/gate.h"
+
+namespace platform::dispatch {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+using testing::ElementsAre;
+
+class DispatchDeathTest : public testing::Test {
+ protected:
+  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+TEST_F(DispatchDeathTest, MainQueueRunsInOrder) {
+  auto serve = [] {
+    auto order = std::make_shared<std::vector<int>>();
+    async(mainQueue(), [order] {
+      order->push_back(1);
+      async(mainQueue(), [order] {
+        order->push_back(3);
+        std::exit(*order == std::vector{1, 2, 3} ? 42 : 1);
+      });
+    });
+    async(mainQueue(), [order] { order->push_back(2); });
+    dispatchMain();
+  };
+  EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
+}
+
+TEST_F(DispatchDeathTest, BusyMainQueueDelaysNobodyElse) {
+  auto serve = [] {
+    async(mainQueue(), [] {
+      Gate gate;
+      after(1ms, globalQueue(), [&gate] { gate.open(); });
+      gate.wait();
+      after(1ms, mainQueue(), [] { std::exit(42); });
+    });
+    dispatchMain();
+  };
+  EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
+}
+
+TEST_F(DispatchDeathTest, ExceptionThatLeavesWorkEndsTheProcess) {
+  auto run = [] {
+    async(globalQueue(), [] { throw std::runtime_error("work failed"); });
+    eventually([] { return false; });
+  };
+  EXPECT_EXIT(run(), testing::KilledBySignal(SIGABRT), "work failed");
+}
+
+TEST(Dispatch, SerialQueueRunsOneAtATimeInTheOrderOfEachThread) {
+  constexpr int threads = 4, pieces = 500;
+  std::vector<std::vector<int>> seen(threads);  // locked by nothing but the queue
+  int total = 0;
+  std::atomic<bool> finished = false;
+  {
+    auto queue = makeSerialQueue("test");
+    std::vector<std::thread> producers;
+    for (int thread = 0; thread < threads; ++thread) {
+      producers.emplace_back([&, thread] {
+        for (int piece = 0; piece < pieces; ++piece) {
+          async(queue, [&, thread, piece] {
+            seen[static_cast<std::size_t>(thread)].push_back(piece);
+            if (++total == threads * pieces) finished = true;
+          });
+        }
+      });
+    }
+    for (auto& producer : producers) producer.join();
+  }
+  ASSERT_TRUE(eventually([&] { return finished.load(); }));
+  for (const auto& pieceOfThread : seen) {
+    ASSERT_EQ(pieceOfThread.size(), std::size_t{pieces});
+    EXPECT_TRUE(std::is_sorted(pieceOfThread.begin(), pieceOfThread.end()));
+  }
+}
+
+TEST(Dispatch, AfterRunsByTimeAndNeverEarly) {
+  auto queue = makeSerialQueue("test");
+  Record record;
+  const auto start = steady_clock::now();
+  std::atomic<steady_clock::duration> elapsed{};
+  after(40ms, queue, [&] {
+    elapsed = steady_clock::now() - start;
+    record.add(3);
+  });
+  after(20ms, queue, [&] { record.add(2); });
+  after(-1s, queue, [&] { record.add(1); });
+  ASSERT_TRUE(record.reaches(3));
+  EXPECT_THAT(record.events(), ElementsAre(1, 2, 3));
+  EXPECT_GE(elapsed.load(), 40ms);
+}
+
+/// Returns when what stands in a serial queue has run.
+void drain(const Queue& queue) {
+  Gate done;
+  async(queue, [&] { done.open(); });
+  done.wait();
+}
+
+TEST(Dispatch, TimersOfBothClocksRepeatOnTheirGrid) {
+  auto queue = makeSerialQueue("test");
+  for (auto clock : {Clock::monotonic, Clock::wall}) {
+    std::atomic<int> fired = 0;
+    const auto start = steady_clock::now();
+    TimerSource timer(queue, {.clock = clock, .start = 10ms, .period = 5ms}, [&] { ++fired; });
+    timer.resume();
+    ASSERT_TRUE(eventually([&] { return fired >= 5; }));
+    // The wall clock may be slewed while this runs.
+    EXPECT_GE(steady_clock::now() - start, clock == Clock::monotonic ? 30ms : 25ms);
+    timer.cancel();
+    drain(queue);
+  }
+}
+
+TEST(Dispatch, FiringsThatABusyQueueMissedComeAsOne) {
+  constexpr auto period = 5ms;
+  auto queue = makeSerialQueue("test");
+  Gate gate;
+  std::mutex mutex;
+  std::vector<steady_clock::time_point> calls;
+  async(queue, [&] { gate.wait(); });
+  const auto start = steady_clock::now();
+  TimerSource timer(queue, {.start = period, .period = period}, [&] {
+    std::lock_guard lock(mutex);
+    calls.push_back(steady_clock::now());
+  });
+  timer.resume();
+  ASSERT_TRUE(eventually([&] { return steady_clock::now() >= start + 10 * period; }));
+  const auto opened = steady_clock::now();
+  gate.open();
+  ASSERT_TRUE(eventually([&] {
+    std::lock_guard lock(mutex);
+    return calls.size() >= 4;
+  }));
+  timer.cancel();
+  drain(queue);
+  // Ten firings are one call; those after it keep to the grid.
+  EXPECT_GE(calls[3] - opened, 2 * period);
+}
+
+TEST(Dispatch, CancelledTimerStaysSilentEvenWhenItsFiringWaitsInTheQueue) {
+  auto queue = makeSerialQueue("test");
+  Gate gate;
+  Record record;
+  async(queue, [&] { gate.wait(); });
+  TimerSource cancelled(queue, {}, [&] { record.add(1); });
+  auto captured = std::make_shared<int>();
+  TimerSource replaced(queue, {}, [&, captured] { record.add(2); });
+  TimerSource other(queue, {}, [&] { record.add(3); });
+  cancelled.resume();
+  replaced.resume();
+  other.resume();
+  Gate due;
+  after(1ms, globalQueue(), [&] { due.open(); });
+  due.wait();
+  cancelled.cancel();
+  EXPECT_FALSE(cancelled);
+  cancelled.cancel();
+  replaced = {};
+  gate.open();
+  ASSERT_TRUE(record.reaches(1));
+  EXPECT_THAT(record.events(), ElementsAre(3));
+  EXPECT_TRUE(eventually([&] { return captured.use_count() == 1; }));
+}
+
+TEST(Dispatch, TimersMadeAndCancelledOnManyThreadsNeverOverlapThemselves) {
+  std::atomic<int> overlaps = 0;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < 100; ++round) {
+        auto inside = std::make_shared<std::atomic<int>>(0);
+        auto fired = std::make_shared<std::atomic<int>>(0);
+        TimerSource timer(globalQueue(), {.period = 10us}, [&overlaps, inside, fired] {
+          if (++*inside > 1) ++overlaps;
+          ++*fired;
+          --*inside;
+        });
+        timer.resume();
+        while (*fired < 3) std::this_thread::yield();
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(overlaps, 0);
+}
+
+}  // namespace
+}  // namespace platform::dispatch

@@ -1,0 +1,105 @@
+#include "platform/dispatch/linux/event_loop.h"
+
+#include <signal.h>
+
+#include <stdexcept>
+#include <system_error>
+
+namespace platform {
+
+namespace {
+
+void require(int result, const char* what) {
+  if (result < 0) throw std::system_error(-result, std::generic_category(), what);
+}
+
+}  // namespace
+
+// The state outlives its source for the length of a call, so that a handler may destroy the source that runs it.
+struct EventSource::State : std::enable_shared_from_this<State> {
+  std::function<void(std::uint32_t)> handler;
+  sd_event_source* source = nullptr;
+
+  State() = default;
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+  ~State() { detach(); }
+
+  void detach() { source = sd_event_source_disable_unref(source); }
+
+  // An exception ends the process all the same; without noexcept the stack that threw it is still there to be logged.
+  static void call(void* userdata, std::uint32_t events) {
+    auto self = static_cast<State*>(userdata)->shared_from_this();
+    self->handler(events);
+  }
+};
+
+// Detaches at once, also under a running handler: the descriptor may be closed next, and its number given to another.
+EventSource::~EventSource() {
+  if (state_) state_->detach();
+}
+
+EventSource& EventSource::operator=(EventSource&& other) noexcept {
+  EventSource old(std::move(*this));
+  state_ = std::move(other.state_);
+  return *this;
+}
+
+sd_event* mainEventLoop() {
+  static sd_event* loop = [] {
+    sd_event* made = nullptr;
+    require(sd_event_default(&made), "cannot make the main event loop");
+    return made;
+  }();
+  return loop;
+}
+
+EventSource EventSource::io(int descriptor, std::uint32_t events, std::function<void(std::uint32_t)> handler) {
+  auto state = std::make_shared<State>();
+  state->handler = std::move(handler);
+  auto callback = [](sd_event_source*, int, std::uint32_t ready, void* userdata) {
+    State::call(userdata, ready);
+    return 0;
+  };
+  require(sd_event_add_io(mainEventLoop(), &state->source, descriptor, events, callback, state.get()),
+          "cannot watch a descriptor");
+  return EventSource(std::move(state));
+}
+
+EventSource EventSource::signal(int number, std::function<void()> handler) {
+  auto state = std::make_shared<State>();
+  state->handler = [handler = std::move(handler)](std::uint32_t) { handler(); };
+  auto callback = [](sd_event_source*, const signalfd_siginfo*, void* userdata) {
+    State::call(userdata, 0);
+    return 0;
+  };
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, number);
+  require(-pthread_sigmask(SIG_BLOCK, &set, nullptr), "cannot block a signal");
+  require(sd_event_add_signal(mainEventLoop(), &state->source, number, callback, state.get()), "cannot watch a signal");
+  return EventSource(std::move(state));
+}
+
+EventSource EventSource::timer(std::function<void()> handler) {
+  auto state = std::make_shared<State>();
+  state->handler = [handler = std::move(handler)](std::uint32_t) { handler(); };
+  auto callback = [](sd_event_source*, std::uint64_t, void* userdata) {
+    State::call(userdata, 0);
+    return 0;
+  };
+  require(sd_event_add_time(mainEventLoop(), &state->source, CLOCK_MONOTONIC, UINT64_MAX, 0, callback, state.get()),
+          "cannot make a timer");
+  return EventSource(std::move(state));
+}
+
+void EventSource::startTimer(std::uint64_t microseconds) {
+  require(sd_event_source_set_time_relative(state_->source, microseconds), "cannot set a timer");
+  require(sd_event_source_set_enabled(state_->source, SD_EVENT_ONESHOT), "cannot start a timer");
+}
+
+void EventSource::setEvents(std::uint32_t events) {
+  require(sd_event_source_set_io_events(state_->source, events), "cannot watch a descriptor");
+}
+
+}  // namespace platform

@@ -1,0 +1,74 @@
+// The main queue, on the main thread's event loop.
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+
+#include <cstdlib>
+#include <deque>
+#include <mutex>
+#include <system_error>
+
+#include "platform/base/file_descriptor.h"
+#include "platform/dispatch/dispatch.h"
+#include "platform/dispatch/linux/event_loop.h"
+#include "platform/dispatch/linux/queues.h"
+
+namespace platform::dispatch {
+
+namespace {
+
+/// Work on its way to the main thread, and the eventfd that wakes its loop.
+class MainQueue : public Queue::Implementation {
+ public:
+  MainQueue() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!wake_) throw std::system_error(errno, std::generic_category(), "cannot make the main queue");
+  }
+
+  void add(Work work) override {
+    std::lock_guard lock(mutex_);
+    work_.push_back(std::move(work));
+    if (work_.size() == 1) eventfd_write(wake_.get(), 1);
+  }
+
+  void serve() {
+    source_ = EventSource::io(wake_.get(), EPOLLIN, [this](std::uint32_t) { runWaiting(); });
+    int status = sd_event_loop(mainEventLoop());
+    std::exit(status < 0 ? EXIT_FAILURE : status);
+  }
+
+ private:
+  // Only what waits now: work that keeps handing over more does not keep descriptors from being served.
+  void runWaiting() {
+    std::deque<Work> waiting;
+    {
+      std::lock_guard lock(mutex_);
+      eventfd_t count;
+      eventfd_read(wake_.get(), &count);
+      waiting.swap(work_);
+    }
+    for (auto& work : waiting) work();
+  }
+
+  FileDescriptor wake_;
+  EventSource source_;
+  std::mutex mutex_;
+  std::deque<Work> work_;
+};
+
+}  // namespace
+
+Queue mainQueue() {
+  // Never destroyed: other threads may hand over work while the process ends.
+  static auto* queue = new Queue(std::make_shared<MainQueue>());
+  return *queue;
+}
+
+bool isMainThread() {
+  return gettid() == getpid();
+}
+
+void dispatchMain() {
+  static_cast<MainQueue&>(mainQueue().implementation()).serve();
+  std::abort();  // not reached: serve() ends the process
+}
+
+}  // namespace platform::dispatch

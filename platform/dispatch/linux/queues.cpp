@@ -1,0 +1,109 @@
+// The global queue and the serial queues.
+#include "platform/dispatch/linux/queues.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+#include "platform/base/thread.h"
+
+namespace platform::dispatch {
+
+namespace {
+
+constexpr std::size_t maximumWorkers = 64;
+constexpr std::chrono::seconds idleTime(1);  // how long a worker waits for more before its thread ends
+
+class GlobalQueue : public Queue::Implementation {
+ public:
+  void add(Work work) override {
+    std::lock_guard lock(mutex_);
+    work_.push_back(std::move(work));
+    if (work_.size() <= idle_) return wake_.notify_one();
+    if (workers_ < maximumWorkers) addWorker();
+  }
+
+ private:
+  void addWorker() {
+    try {
+      startThread([this] { serve(); }).detach();
+      ++workers_;
+    } catch (const std::system_error&) {
+      if (workers_ == 0) throw;  // else the work waits for one of the others
+    }
+  }
+
+  void serve() noexcept {
+    std::unique_lock lock(mutex_);
+    while (true) {
+      ++idle_;
+      bool found = wake_.wait_for(lock, idleTime, [this] { return !work_.empty(); });
+      --idle_;
+      if (!found) break;
+      {
+        auto work = std::move(work_.front());
+        work_.pop_front();
+        lock.unlock();
+        work();
+      }
+      lock.lock();
+    }
+    --workers_;
+  }
+
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<Work> work_;
+  std::size_t workers_ = 0;
+  std::size_t idle_ = 0;  // workers that wait, or were woken and have not taken work yet
+};
+
+class SerialQueue : public Queue::Implementation, public std::enable_shared_from_this<SerialQueue> {
+ public:
+  void add(Work work) override {
+    {
+      std::lock_guard lock(mutex_);
+      work_.push_back(std::move(work));
+      if (std::exchange(isRunning_, true)) return;
+    }
+    async(globalQueue(), [self = shared_from_this()] { self->run(); });
+  }
+
+ private:
+  void run() {
+    std::unique_lock lock(mutex_);
+    while (!work_.empty()) {
+      {
+        auto work = std::move(work_.front());
+        work_.pop_front();
+        lock.unlock();
+        work();
+      }
+      lock.lock();
+    }
+    isRunning_ = false;
+  }
+
+  std::mutex mutex_;
+  std::deque<Work> work_;
+  bool isRunning_ = false;  // or about to
+};
+
+}  // namespace
+
+Queue globalQueue() {
+  // Never destroyed: its threads go on while the process ends.
+  static auto* queue = new Queue(std::make_shared<GlobalQueue>());
+  return *queue;
+}
+
+Queue makeSerialQueue(const std::string&) {
+  return Queue(std::make_shared<SerialQueue>());
+}
+
+void async(const Queue& queue, std::function<void()> work) {
+  queue.implementation().add(std::move(work));
+}
+
+}  // namespace platform::dispatch

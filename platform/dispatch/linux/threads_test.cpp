@@ -1,0 +1,72 @@
+// What queues and timers do on Linux beyond what the header promises: their threads.
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <atomic>
+#include <cstdlib>
+
+#include "platform/dispatch/dispatch.h"
+#include "tests/support/gate.h"
+#include "tests/support/this_machine.h"
+
+namespace platform::dispatch {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+TEST(DispatchThreadsDeathTest, MainQueueIsServedByTheMainThreadAndNeedsNoOther) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto serve = [] {
+    async(mainQueue(), [] { std::exit(isMainThread() && threadCount() == 1 ? 42 : 1); });
+    dispatchMain();
+  };
+  EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
+}
+
+TEST(DispatchThreads, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemGo) {
+  Gate gate, first;
+  async(globalQueue(), [&] { first.open(); });
+  first.wait();
+  const auto threadsBefore = threadCount();
+  std::atomic<int> running = 0, done = 0, mostRunning = 0, signalled = 0;
+  for (int index = 0; index < 100; ++index) {
+    async(globalQueue(), [&] {
+      int now = ++running;
+      for (int most = mostRunning; now > most && !mostRunning.compare_exchange_weak(most, now);) {
+      }
+      sigset_t blocked;
+      pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+      for (int signal : {SIGTERM, SIGINT, SIGCHLD, SIGUSR1}) {
+        if (!sigismember(&blocked, signal)) ++signalled;
+      }
+      gate.wait();
+      --running;
+      ++done;
+    });
+  }
+  EXPECT_TRUE(eventually([&] { return running == 64; }));
+  gate.open();
+  EXPECT_TRUE(eventually([&] { return done == 100; }));
+  EXPECT_EQ(mostRunning, 64);
+  EXPECT_EQ(signalled, 0);
+  EXPECT_TRUE(eventually([&] { return threadCount() < threadsBefore; }));
+}
+
+TEST(DispatchThreads, TimerWithLeewayWaitsForAnother) {
+  auto queue = makeSerialQueue("test");
+  Record record;
+  const auto start = steady_clock::now();
+  std::atomic<steady_clock::duration> waited{};
+  TimerSource patient(queue, {.start = 1ms, .leeway = 1h}, [&] {
+    waited = steady_clock::now() - start;
+    record.add(1);
+  });
+  patient.resume();
+  after(30ms, queue, [&] { record.add(2); });
+  ASSERT_TRUE(record.reaches(2));
+  EXPECT_GE(waited.load(), 30ms);
+}
+
+}  // namespace
+}  // namespace platform::dispatch

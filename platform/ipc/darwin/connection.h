@@ -1,0 +1,41 @@
+// A connection that the listener was handed by XPC.
+#pragma once
+
+#include "platform/ipc/darwin/xpc_reference.h"
+#include "platform/ipc/service.h"
+
+namespace platform::ipc {
+
+/// The error that an XPC object stands for; `other` for an object that is none.
+Error errorOf(xpc_object_t object);
+
+class Connection::Implementation {
+ public:
+  explicit Implementation(xpc_connection_t connection);
+  ~Implementation();
+  Implementation(const Implementation&) = delete;
+  Implementation& operator=(const Implementation&) = delete;
+
+  std::string description() const;
+  std::int32_t peerPID() const { return peer_.pid(); }
+  const Process& peer() const { return peer_; }
+  std::uint32_t peerUserID() const;
+  std::int32_t setPeerCodeSigningRequirement(const std::string& requirement);
+  void setEventHandler(std::function<void(const Event&)> handler);
+  void resume();
+  void cancel();
+
+  /// Hands an event to the handler.
+  void deliver(const Event& event);
+
+ private:
+  /// Kept by XPC as well, for as long as events may come.
+  struct Delivery;
+
+  darwin::XPCConnection connection_;
+  Process peer_;
+  std::shared_ptr<Delivery> delivery_;
+  bool isCancelled_ = false;
+};
+
+}  // namespace platform::ipc

@@ -1,0 +1,224 @@
+#include "platform/ipc/linux/connection.h"
+
+#include <fmt/format.h>
+#include <malloc.h>
+#include <sys/epoll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/code_signing/code_signing.h"
+#include "platform/code_signing/linux/requirement.h"
+#include "platform/dispatch/dispatch.h"
+
+namespace platform::ipc {
+
+namespace {
+
+constexpr std::size_t receiveChunk = 65'536;
+constexpr std::size_t largeFrame = 1'048'576;
+constexpr std::size_t maximumUnreadReplies = std::size_t{32} * 1024 * 1024;
+
+/// The pid of the process that wrote what a recvmsg() brought, 0 when the kernel did not say.
+pid_t writerOf(msghdr& header) {
+  for (auto* control = CMSG_FIRSTHDR(&header); control; control = CMSG_NXTHDR(&header, control)) {
+    if (control->cmsg_level == SOL_SOCKET && control->cmsg_type == SCM_CREDENTIALS) {
+      ucred credentials;
+      std::memcpy(&credentials, CMSG_DATA(control), sizeof credentials);
+      return credentials.pid;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+Connection::Implementation::Implementation(FileDescriptor socket, std::shared_ptr<const Endpoint> endpoint,
+                                           std::function<void()> closed)
+    : socket_(std::move(socket)),
+      endpoint_(std::move(endpoint)),
+      closed_(std::move(closed)),
+      sender_(std::make_shared<Sender>(socket_.get())) {}
+
+Connection::Implementation::~Implementation() {
+  close();
+}
+
+std::string Connection::Implementation::description() const {
+  return fmt::format("<connection from PID {}, user {}>", sender_->pid(), sender_->uid());
+}
+
+std::int32_t Connection::Implementation::setPeerCodeSigningRequirement(const std::string& requirement) {
+  if (!code_signing::CodeRequirement::parse(requirement)) return code_signing::requirementInvalid;
+  if (sender_->pid() <= 0) return code_signing::noSuchCode;
+  requirement_ = requirement;
+  return code_signing::success;
+}
+
+void Connection::Implementation::setEventHandler(std::function<void(const Event&)> handler) {
+  handler_ = std::make_shared<const std::function<void(const Event&)>>(std::move(handler));
+}
+
+void Connection::Implementation::resume() {
+  if (!socket_) return;
+  if (!admitPeer()) return cancel();
+  readiness_ = EventSource::io(socket_.get(), EPOLLIN, [this](std::uint32_t events) {
+    auto keep = shared_from_this();
+    if (events & EPOLLOUT) flush();
+    if (socket_ && events & (EPOLLIN | EPOLLHUP | EPOLLERR)) {
+      auto received = receive();
+      handleFrames();
+      if (received == Received::end || reader_.malformed()) cancel();
+    }
+  });
+  peerEnd_ = EventSource::io(sender_->process().handle(), EPOLLIN, [this](std::uint32_t) { drain(); });
+  send({.id = 0, .dictionary = endpoint_->greeting});
+}
+
+// The order matters: each step makes sure of what the next one relies on, and nothing of the peer's is read.
+bool Connection::Implementation::admitPeer() {
+  if (requirement_.empty() || !sender_->takePidfd(socket_.get())) return false;
+  // With namespaces of its own a process could forge its credentials and what /proc/PID/exe shows.
+  if (!sender_->sharesNamespaces()) return false;
+  if (endpoint_->requiredGroup && sender_->gid() != *endpoint_->requiredGroup) return false;
+  if (checkSender(*sender_, requirement_) != code_signing::success) return false;
+  // What was sent by now may have been sent before the process became the one that was checked.
+  int waiting = 0;
+  return ioctl(socket_.get(), FIONREAD, &waiting) == 0 && waiting == 0;
+}
+
+/// Reads once.
+Connection::Implementation::Received Connection::Implementation::receive() {
+  std::array<std::uint8_t, receiveChunk> chunk;
+  // No room for more than the credentials: descriptors that a peer passes are dropped by the kernel.
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(ucred))> control;
+  iovec vector{.iov_base = chunk.data(), .iov_len = chunk.size()};
+  msghdr header{};
+  header.msg_iov = &vector;
+  header.msg_iovlen = 1;
+  header.msg_control = control.data();
+  header.msg_controllen = control.size();
+  auto length = recvmsg(socket_.get(), &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+  if (length < 0 && (errno == EAGAIN || errno == EINTR)) return Received::nothing;
+  if (length <= 0 || writerOf(header) != sender_->pid()) return Received::end;
+  reader_.append({chunk.data(), static_cast<std::size_t>(length)});
+  return Received::bytes;
+}
+
+void Connection::Implementation::handleFrames() {
+  while (socket_) {
+    auto frame = reader_.next();
+    if (!frame) return;
+    deliver(messageOf(std::move(*frame)));
+    frame.reset();
+    // The helper idles for days; what a large message took is not to stay with it.
+    if (reader_.frameLength() > largeFrame) malloc_trim(0);
+  }
+}
+
+/// The peer has ended; what it had sent still counts.
+void Connection::Implementation::drain() {
+  auto keep = shared_from_this();
+  while (socket_ && receive() == Received::bytes) handleFrames();
+  cancel();
+}
+
+Message Connection::Implementation::messageOf(Frame frame) {
+  Message message{.dictionary = std::move(frame.dictionary), .sender = sender_, .reply = {}};
+  if (frame.id != 0) {
+    message.reply = [weak = weak_from_this(), id = frame.id](const Dictionary& reply) {
+      auto sendReply = [weak, id](const Dictionary& dictionary) {
+        if (auto self = weak.lock()) self->send({.id = id, .dictionary = dictionary});
+      };
+      if (dispatch::isMainThread()) return sendReply(reply);
+      dispatch::async(dispatch::mainQueue(), [sendReply, reply] { sendReply(reply); });
+    };
+  }
+  return message;
+}
+
+void Connection::Implementation::deliver(const Event& event) {
+  if (auto handler = handler_) (*handler)(event);
+}
+
+void Connection::Implementation::send(const Frame& frame) {
+  if (!socket_) return;
+  auto bytes = encodeFrame(frame);
+  if (!bytes) return cancel();
+  outgoing_.insert(outgoing_.end(), bytes->begin(), bytes->end());
+  flush();
+  if (outgoing_.size() - sent_ > maximumUnreadReplies) cancel();
+}
+
+void Connection::Implementation::flush() {
+  while (sent_ < outgoing_.size()) {
+    auto length =
+        ::send(socket_.get(), outgoing_.data() + sent_, outgoing_.size() - sent_, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0 && errno == EAGAIN) {
+      // Drops what was sent only now and then: each time costs a move of the rest.
+      if (sent_ > outgoing_.size() / 2) {
+        outgoing_.erase(outgoing_.begin(), outgoing_.begin() + static_cast<std::ptrdiff_t>(sent_));
+        sent_ = 0;
+      }
+      return readiness_.setEvents(EPOLLIN | EPOLLOUT);
+    }
+    // A peer that no longer reads is noticed when reading from it, after what it sent has been handled.
+    if (length < 0) break;
+    sent_ += static_cast<std::size_t>(length);
+  }
+  Data().swap(outgoing_);
+  sent_ = 0;
+  readiness_.setEvents(EPOLLIN);
+}
+
+void Connection::Implementation::cancel() {
+  if (!socket_) return;
+  close();
+  if (auto handler = std::exchange(handler_, nullptr)) {
+    dispatch::async(dispatch::mainQueue(), [handler] {
+      (*handler)(Error{.kind = Error::Kind::connectionInvalid, .description = "Connection invalid"});
+    });
+  }
+}
+
+void Connection::Implementation::close() {
+  if (!socket_) return;
+  readiness_ = {};
+  peerEnd_ = {};
+  socket_.reset();
+  Data().swap(outgoing_);
+  closed_();
+}
+
+Connection::Connection(std::shared_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
+Connection::~Connection() = default;
+std::string Connection::description() const {
+  return implementation_->description();
+}
+const Process& Connection::peer() const {
+  return implementation_->peer();
+}
+std::uint32_t Connection::peerUserID() const {
+  return implementation_->peerUserID();
+}
+std::int32_t Connection::peerPID() const {
+  return implementation_->peerPID();
+}
+std::int32_t Connection::setPeerCodeSigningRequirement(const std::string& requirement) {
+  return implementation_->setPeerCodeSigningRequirement(requirement);
+}
+void Connection::setEventHandler(std::function<void(const Event&)> handler) {
+  implementation_->setEventHandler(std::move(handler));
+}
+void Connection::resume() {
+  implementation_->resume();
+}
+void Connection::cancel() {
+  implementation_->cancel();
+}
+
+}  // namespace platform::ipc

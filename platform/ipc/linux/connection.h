@@ -1,0 +1,66 @@
+// A connection of the Linux endpoint.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/dispatch/linux/event_loop.h"
+#include "platform/ipc/linux/frames.h"
+#include "platform/ipc/linux/sender.h"
+#include "platform/ipc/service.h"
+
+namespace platform::ipc {
+
+/// What a listener gives its connections.
+struct Endpoint {
+  Dictionary greeting;
+  /// Group that a peer must have connected with; absent: any.
+  std::optional<gid_t> requiredGroup;
+};
+
+class Connection::Implementation : public std::enable_shared_from_this<Implementation> {
+ public:
+  /// Takes over an accepted, non-blocking socket. `closed` is called once, when the socket is given back.
+  Implementation(FileDescriptor socket, std::shared_ptr<const Endpoint> endpoint, std::function<void()> closed);
+  ~Implementation();
+
+  std::string description() const;
+  std::int32_t peerPID() const { return sender_->pid(); }
+  std::uint32_t peerUserID() const { return sender_->uid(); }
+  const Process& peer() const { return sender_->process(); }
+  std::int32_t setPeerCodeSigningRequirement(const std::string& requirement);
+  void setEventHandler(std::function<void(const Event&)> handler);
+  void resume();
+  void cancel();
+
+  /// Hands an event to the handler.
+  void deliver(const Event& event);
+
+ private:
+  bool admitPeer();
+  enum class Received { bytes, nothing, end };
+  Received receive();
+  void handleFrames();
+  void drain();
+  void send(const Frame& frame);
+  void flush();
+  void close();
+  Message messageOf(Frame frame);
+
+  FileDescriptor socket_;
+  std::shared_ptr<const Endpoint> endpoint_;
+  std::function<void()> closed_;
+  std::shared_ptr<Sender> sender_;
+  std::string requirement_;
+  // Shared, so that a handler that cancels its own connection outlives its call.
+  std::shared_ptr<const std::function<void(const Event&)>> handler_;
+  EventSource readiness_;
+  EventSource peerEnd_;
+  FrameReader reader_;
+  Data outgoing_;
+  std::size_t sent_ = 0;  // of outgoing_
+};
+
+}  // namespace platform::ipc

@@ -1,0 +1,127 @@
+#include "platform/ipc/linux/frames.h"
+
+#include <gmock/gmock.h>
+
+namespace platform::ipc {
+namespace {
+
+using testing::Eq;
+using testing::Optional;
+
+Data bytes(std::initializer_list<int> values) {
+  return Data(values.begin(), values.end());
+}
+
+Data framed(Data item) {
+  auto size = item.size();
+  Data frame = bytes({static_cast<int>(size >> 24), static_cast<int>(size >> 16 & 255),
+                      static_cast<int>(size >> 8 & 255), static_cast<int>(size & 255)});
+  frame.insert(frame.end(), item.begin(), item.end());
+  return frame;
+}
+
+TEST(IPCFrames, EncodesToKnownBytes) {
+  // [5, {"a": h'01ff', "b": true, "c": "é", "d": -2, "e": 618}]
+  Frame frame{5, {{"e", std::int64_t{618}}, {"d", std::int64_t{-2}}, {"c", "é"}, {"b", true}, {"a", bytes({1, 255})}}};
+  Data expected = framed(bytes({0x82, 0x05, 0xA5, 0x61, 'a',  0x42, 1,    255,  0x61, 'b',  0xF5, 0x61,
+                                'c',  0x62, 0xC3, 0xA9, 0x61, 'd',  0x21, 0x61, 'e',  0x19, 0x02, 0x6A}));
+  EXPECT_THAT(encodeFrame(frame), Optional(Eq(expected)));
+
+  auto decoded = decodeFrame(std::span(expected).subspan(4));
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->id, 5u);
+  EXPECT_EQ(decoded->dictionary, frame.dictionary);
+}
+
+TEST(IPCFrames, RefusesToEncodeWhatNoPeerWouldRead) {
+  EXPECT_TRUE(encodeFrame({1, {{"k", Data(maximumFrameLength - 10)}}}));
+  EXPECT_FALSE(encodeFrame({1, {{"k", Data(maximumFrameLength)}}}));
+}
+
+TEST(IPCFrames, ValuesOfOtherTypesReadAsAbsent) {
+  // [1, {"f": 1.5, "n": null, "l": [1, {}], "t": 1(2), "u": 2^64-1, "s": simple(16), "x": simple(255), "i": (_ "a",
+  // "b")}]
+  auto frame =
+      decodeFrame(bytes({0x82, 1,    0xA8, 0x61, 'f',  0xF9, 0x3E, 0x00, 0x61, 'n',  0xF6, 0x61, 'l', 0x82, 1,   0xA0,
+                         0x61, 't',  0xC1, 2,    0x61, 'u',  0x1B, 255,  255,  255,  255,  255,  255, 255,  255, 0x61,
+                         's',  0xF0, 0x61, 'x',  0xF8, 255,  0x61, 'i',  0x7F, 0x61, 'a',  0x61, 'b', 0xFF}));
+  ASSERT_TRUE(frame);
+  EXPECT_EQ(frame->dictionary, (Dictionary{{"i", "ab"}}));
+}
+
+TEST(IPCFrames, RefusesWhatIsNotOneItemOfTheForm) {
+  EXPECT_TRUE(decodeFrame(bytes({0x82, 0, 0xA0})));
+  EXPECT_TRUE(decodeFrame(bytes({0x9F, 0, 0xBF, 0xFF, 0xFF})));  // indefinite lengths are well-formed
+  for (const Data& item : {
+           bytes({}),
+           bytes({0xA0}),
+           bytes({0x81, 0}),
+           bytes({0x83, 0, 0xA0, 0}),
+           bytes({0x82, 0x20, 0xA0}),  // not the form
+           bytes({0x82, 0, 0xA0, 0}),  // something follows
+           bytes({0x82, 0, 0xA1, 0x61, 'a'}),
+           bytes({0x82, 0, 0xA1, 1, 1}),                               // no value; key not a text
+           bytes({0x82, 0, 0xA1, 0x61, 0xFF, 1}),                      // key not UTF-8
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x62, 0xC0, 0x80}),        // overlong text
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x63, 0xED, 0xA0, 0x80}),  // surrogate
+           bytes({0x82, 0, 0xA2, 0x61, 'a', 1, 0x61, 'a', 2}),         // key twice
+           bytes({0x82, 0, 0xA2, 0x61, 'a', 0xF6, 0x61, 'a', 2}),      // the same, once with a value left out
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x61, 'x', 0xFF}),   // text inside indefinite data
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0xFF}),
+           bytes({0x9F, 0, 0xA0}),                         // break out of place; no break
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0xF8, 0x10}),  // ill-formed simple value
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5B, 255, 255, 255, 255, 255, 255, 255, 255}),  // longer than memory
+           bytes({0x82, 0, 0xBB, 255, 255, 255, 255, 255, 255, 255, 255}),
+       }) {
+    EXPECT_FALSE(decodeFrame(item)) << testing::PrintToString(item);
+  }
+}
+
+TEST(IPCFrames, NestsEightDeepAndNoDeeper) {
+  auto nested = [](int arrays) {
+    Data item = bytes({0x82, 0, 0xA1, 0x61, 'a'});
+    item.insert(item.end(), static_cast<std::size_t>(arrays - 1), 0x81);
+    item.push_back(0x80);
+    return item;
+  };
+  EXPECT_TRUE(decodeFrame(nested(6)));
+  EXPECT_FALSE(decodeFrame(nested(7)));
+  EXPECT_FALSE(decodeFrame(nested(1'000'000)));
+}
+
+TEST(IPCFrames, CutsTheStreamWhereverItWasBroken) {
+  Data stream;
+  for (std::uint64_t id : {1, 2, 3}) {
+    auto frame = *encodeFrame({id, {{"data", Data(300)}}});
+    stream.insert(stream.end(), frame.begin(), frame.end());
+  }
+  FrameReader reader;
+  std::vector<std::uint64_t> ids;
+  for (std::uint8_t byte : stream) {
+    reader.append({&byte, 1});
+    while (auto frame = reader.next()) ids.push_back(frame->id);
+  }
+  EXPECT_THAT(ids, testing::ElementsAre(1, 2, 3));
+  EXPECT_FALSE(reader.malformed());
+
+  // What came whole before a malformed frame is still had.
+  reader.append(stream);
+  reader.append(bytes({0, 0, 0, 0}));
+  ids.clear();
+  while (auto frame = reader.next()) ids.push_back(frame->id);
+  EXPECT_THAT(ids, testing::ElementsAre(1, 2, 3));
+  EXPECT_TRUE(reader.malformed());
+}
+
+TEST(IPCFrames, LengthIsCheckedBeforeTheContentArrives) {
+  FrameReader atLimit, past;
+  atLimit.append(bytes({1, 0, 0, 0}));
+  EXPECT_FALSE(atLimit.next());
+  EXPECT_FALSE(atLimit.malformed());
+  past.append(bytes({1, 0, 0, 1}));
+  EXPECT_FALSE(past.next());
+  EXPECT_TRUE(past.malformed());
+}
+
+}  // namespace
+}  // namespace platform::ipc

@@ -1,0 +1,161 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <grp.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <systemd/sd-daemon.h>
+
+#include <cerrno>
+#include <cstring>
+#include <list>
+#include <map>
+
+#include "build_constants.h"
+#include "platform/dispatch/dispatch.h"
+#include "platform/ipc/linux/connection.h"
+#include "platform/ipc/linux/endpoint.h"
+#include "platform/system/system_log.h"
+
+namespace platform::ipc {
+
+namespace {
+
+constexpr std::size_t maximumConnections = 256;
+constexpr std::size_t maximumConnectionsPerUser = 64;
+constexpr std::uint64_t pauseAfterFailedAccept = 100'000;  // microseconds
+
+/// The listening socket that the service manager handed over, which must be the one on `path`.
+FileDescriptor activatedSocket(const std::string& path) {
+  int count = sd_listen_fds(1);
+  for (int descriptor = SD_LISTEN_FDS_START; descriptor < SD_LISTEN_FDS_START + count; ++descriptor) {
+    if (sd_is_socket_unix(descriptor, SOCK_STREAM, 1, path.c_str(), 0) > 0) return FileDescriptor(descriptor);
+  }
+  return {};
+}
+
+/// Binds and listens without a service manager.
+FileDescriptor boundSocket(const std::string& path) {
+  auto address = endpointAddress(path);
+  FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!address || !listener) return {};
+  auto bindListener = [&] {
+    return bind(listener.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address);
+  };
+  if (bindListener() != 0) {
+    // A helper that was killed leaves its socket behind; one that still serves is not to be robbed of it.
+    FileDescriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    bool left = errno == EADDRINUSE && probe &&
+                connect(probe.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 &&
+                errno == ECONNREFUSED;
+    if (!left || unlink(path.c_str()) != 0 || bindListener() != 0) return {};
+  }
+  if (chmod(path.c_str(), 0666) != 0) return {};
+  return listener;
+}
+
+/// Makes every recvmsg() tell who wrote what it brings.
+bool passCredentials(int socket) {
+  int on = 1;
+  return setsockopt(socket, SOL_SOCKET, SO_PASSCRED, &on, sizeof on) == 0;
+}
+
+/// The group that a client must have connected with. A group that does not exist is one that nobody is in.
+std::optional<gid_t> requiredGroup() {
+  if (*BRHClientGroup == '\0') return std::nullopt;
+  if (const auto* entry = getgrnam(BRHClientGroup)) return entry->gr_gid;
+  systemLog(fmt::format("There is no group {}: every client will be refused", BRHClientGroup));
+  return static_cast<gid_t>(-1);
+}
+
+}  // namespace
+
+class Listener::Implementation {
+ public:
+  Implementation(FileDescriptor socket, Dictionary greeting)
+      : socket_(std::move(socket)),
+        endpoint_(
+            std::make_shared<Endpoint>(Endpoint{.greeting = std::move(greeting), .requiredGroup = requiredGroup()})) {}
+
+  void setEventHandler(std::function<void(const ListenerEvent&)> handler) { handler_ = std::move(handler); }
+
+  void resume() {
+    pause_ = EventSource::timer([this] { readiness_.setEvents(EPOLLIN); });
+    readiness_ = EventSource::io(socket_.get(), EPOLLIN, [this](std::uint32_t) { accept(); });
+    termination_ = EventSource::signal(SIGTERM, [this] { terminate(); });
+  }
+
+ private:
+  void accept() {
+    FileDescriptor socket(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!socket) {
+      if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
+      // Out of descriptors or memory: the caller stays in the queue, and asking for it at once again would not help.
+      std::string problem = fmt::format("accept: {}", std::strerror(errno));
+      readiness_.setEvents(0);
+      pause_.startTimer(pauseAfterFailedAccept);
+      return handler_(Error{.kind = Error::Kind::other, .description = problem});
+    }
+    // Connections that were made before this process came up have not had it from the listening socket.
+    if (!passCredentials(socket.get())) return;
+    uid_t user = Sender(socket.get()).uid();
+    if (connections_.size() >= maximumConnections || perUser_[user] >= maximumConnectionsPerUser) return;
+    ++perUser_[user];
+    auto entry = connections_.insert(connections_.end(), std::weak_ptr<Connection::Implementation>());
+    auto connection = std::make_shared<Connection::Implementation>(std::move(socket), endpoint_, [this, user, entry] {
+      connections_.erase(entry);
+      if (--perUser_[user] == 0) perUser_.erase(user);
+    });
+    *entry = connection;
+    handler_(std::make_shared<Connection>(connection));
+  }
+
+  void terminate() {
+    // A handler may close any of the connections.
+    auto connections = connections_;
+    for (const auto& weak : connections) {
+      if (auto connection = weak.lock()) {
+        connection->deliver(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
+      }
+    }
+    // What is on its way on the main queue, the end of a connection for one, is still delivered.
+    dispatch::async(dispatch::mainQueue(), [] { sd_event_exit(mainEventLoop(), 0); });
+  }
+
+  FileDescriptor socket_;
+  std::shared_ptr<const Endpoint> endpoint_;
+  std::function<void(const ListenerEvent&)> handler_;
+  EventSource readiness_;
+  EventSource termination_;
+  EventSource pause_;
+  std::list<std::weak_ptr<Connection::Implementation>> connections_;
+  std::map<uid_t, std::size_t> perUser_;
+};
+
+std::unique_ptr<Listener> Listener::create(const std::string& serviceName, std::int64_t build) {
+  auto path = endpointPath(serviceName);
+  auto socket = activatedSocket(path);
+  if (!socket) {
+    socket = boundSocket(path);
+    if (!socket || listen(socket.get(), SOMAXCONN) != 0) return nullptr;
+  }
+  int flags = fcntl(socket.get(), F_GETFL);
+  if (!passCredentials(socket.get()) || flags < 0 || fcntl(socket.get(), F_SETFL, flags | O_NONBLOCK) != 0) {
+    return nullptr;
+  }
+  Dictionary greeting{{"service", serviceName}, {"build", build}};
+  return std::make_unique<Listener>(std::make_unique<Implementation>(std::move(socket), std::move(greeting)));
+}
+
+Listener::Listener(std::unique_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
+Listener::~Listener() = default;
+void Listener::setEventHandler(std::function<void(const ListenerEvent&)> handler) {
+  implementation_->setEventHandler(std::move(handler));
+}
+void Listener::resume() {
+  implementation_->resume();
+}
+
+}  // namespace platform::ipc

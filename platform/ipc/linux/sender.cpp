@@ -1,0 +1,63 @@
+#include "platform/ipc/linux/sender.h"
+
+#include <fmt/format.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "platform/code_signing/linux/running_image.h"
+#include "platform/process/linux/pidfd.h"
+
+namespace platform::ipc {
+
+namespace {
+
+constexpr int peerPidfdOption = 77;  // SO_PEERPIDFD, Linux 6.5; newer than Debian 12's headers
+
+bool sameNamespace(std::int32_t pid, const char* kind) {
+  struct stat own, other;
+  return stat(fmt::format("/proc/self/ns/{}", kind).c_str(), &own) == 0 &&
+         stat(fmt::format("/proc/{}/ns/{}", pid, kind).c_str(), &other) == 0 && own.st_dev == other.st_dev &&
+         own.st_ino == other.st_ino;
+}
+
+}  // namespace
+
+Sender::Sender(int socket) {
+  ucred credentials{};
+  socklen_t length = sizeof credentials;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) return;
+  process_ = Process(credentials.pid, {});
+  uid_ = credentials.uid;
+  gid_ = credentials.gid;
+}
+
+bool Sender::takePidfd(int socket) {
+  int descriptor = -1;
+  socklen_t length = sizeof descriptor;
+  if (getsockopt(socket, SOL_SOCKET, peerPidfdOption, &descriptor, &length) == 0) {
+    process_ = Process(pid(), FileDescriptor(descriptor));
+  } else if (errno == ENOPROTOOPT) {
+    // The pid may have gone to another process since the peer connected. Then it is that process whose image is checked
+    // and whose writing is wanted.
+    process_ = Process(pid(), FileDescriptor(pidfd_open(pid(), 0)));
+  }
+  return process_.handle() >= 0;
+}
+
+bool Sender::isAlive() const {
+  return process_.handle() >= 0 && !process_.hasEnded();
+}
+
+bool Sender::sharesNamespaces() const {
+  return sameNamespace(pid(), "user") && sameNamespace(pid(), "pid") && isAlive();
+}
+
+code_signing::Status checkSender(const Sender& sender, const std::string& requirement) {
+  auto status = code_signing::checkRunningImage(sender.pid(), requirement);
+  // Whatever /proc said, it said it of the sender only if that has not ended meanwhile.
+  return sender.isAlive() ? status : code_signing::noSuchCode;
+}
+
+}  // namespace platform::ipc

@@ -1,0 +1,20 @@
+#include "platform/network_settings/network_services.h"
+
+#include "platform/network_settings/linux/network_manager.h"
+
+namespace platform {
+
+std::vector<NetworkService> networkServices() {
+  NetworkManager manager;
+  auto active = manager.activeDevices();
+  std::vector<NetworkService> services;
+  for (auto& [path, uuid, name] : manager.connections()) {
+    auto device = active.find(path);
+    services.push_back({.id = std::move(uuid),
+                        .name = std::move(name),
+                        .interface = device == active.end() ? "" : device->second.interface});
+  }
+  return services;
+}
+
+}  // namespace platform

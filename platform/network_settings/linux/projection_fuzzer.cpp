@@ -1,0 +1,58 @@
+// Any proxies: a script made here differs from every other in its first four lines alone, and no text there can end a
+// string.
+#include <algorithm>
+#include <boost/json.hpp>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "platform/network_settings/linux/projection.h"
+#include "platform/network_settings/linux/proxy_script.h"
+
+namespace {
+
+void require(bool condition) {
+  if (!condition) std::abort();
+}
+
+/// What follows the first four lines.
+std::string_view bodyOf(std::string_view script) {
+  for (int line = 0; line < 4; ++line) script.remove_prefix(script.find('\n') + 1);
+  return script;
+}
+
+void checkScript(std::string_view script) {
+  static const std::string empty = platform::proxyScript({});
+  require(bodyOf(script) == bodyOf(empty));
+  std::string_view head = script.substr(0, script.size() - bodyOf(script).size());
+  require(head.starts_with("var http = \"") && std::count(head.begin(), head.end(), '\n') == 4);
+  bool inside = false;
+  for (char c : head) {
+    if (c == '"') inside = !inside;
+    bool isWordLike = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    require(isWordLike || std::string_view(" \".-_*?:;/[]").find(c) != std::string_view::npos ||
+            (!inside && std::string_view("=,\n").find(c) != std::string_view::npos));
+    require(c != '\n' || !inside);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  boost::json::error_code error;
+  auto value = boost::json::parse({reinterpret_cast<const char*>(data), size}, error);
+  if (error || !value.is_object()) return 0;
+  try {
+    auto setting = platform::projectProxies(value.get_object());
+    require(setting.automatic == (setting.pacURL.empty() != setting.pacScript.empty()));
+    require(std::all_of(setting.pacURL.begin(), setting.pacURL.end(), [](char c) { return c > ' ' && c < '\x7F'; }));
+    const auto* own = value.get_object().if_contains("ProxyAutoConfigJavaScript");
+    bool isOwn = own && own->is_string() && std::string_view(own->get_string()) == setting.pacScript;
+    if (!setting.pacScript.empty() && !isOwn) checkScript(setting.pacScript);
+  } catch (const std::invalid_argument&) {
+  }
+  try {
+    require(platform::projectIPv4(value.get_object()).prefix <= 32);
+  } catch (const std::invalid_argument&) {
+  }
+  return 0;
+}

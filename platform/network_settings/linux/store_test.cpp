@@ -1,0 +1,241 @@
+#include "platform/network_settings/linux/store.h"
+
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <boost/json.hpp>
+#include <functional>
+#include <thread>
+
+#include "tests/support/eventually.h"
+#include "tests/support/linux/signed_files.h"
+
+namespace platform {
+namespace {
+
+namespace json = boost::json;
+namespace fs = std::filesystem;
+
+/// What a step complains of; empty when it does not.
+std::string problem(const std::function<void()>& step) {
+  try {
+    step();
+    return "";
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+}
+
+class PreferencesStoreTest : public testing::Test {
+ protected:
+  /// A session from lock to unlock.
+  void change(const std::string& path, const json::value& value) const {
+    PreferencesStore store(folder);
+    store.lock(true);
+    store.set(path, value);
+    store.commit();
+    store.unlock();
+  }
+
+  /// What a session complains of that would have changed the store.
+  std::string refusal() const {
+    return problem([&] { change("/NetworkServices/A/Proxies", "changed"); });
+  }
+
+  std::string content() const { return test::readFile(file); }
+
+  mode_t mode(const std::string& path) const {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return status.st_mode;
+  }
+
+  test::TemporaryFolder outer;
+  std::string folder = outer / "store", file = folder + "/preferences.json", lockFile = folder + "/preferences.lock";
+};
+
+TEST_F(PreferencesStoreTest, IsMadeForItsUserAloneAndKeepsValuesAsTheyAre) {
+  mode_t before = umask(0);
+  auto value = json::parse(R"({"int":-1,"large":18446744073709551615,"real":1.0,"half":0.5,"true":true,"null":null,
+                               "text":"é\u0000\"","list":[[],{}]})");
+  value.get_object()["long"] = 1.3927926388013963E-143;  // which Boost 1.81 itself would not read back
+  change("/NetworkServices/A/Proxies", value);
+  change("/NetworkServices/A/IPv4", "second");
+  change("/NetworkServices//Proxies", 3);
+  umask(before);
+  const json::object services{{"A", {{"Proxies", value}, {"IPv4", "second"}}}, {"", {{"Proxies", 3}}}};
+  EXPECT_EQ(mode(folder), S_IFDIR | 0700u);
+  EXPECT_EQ(mode(file), S_IFREG | 0600u);
+  EXPECT_EQ(mode(lockFile), S_IFREG | 0600u);
+
+  PreferencesStore store(folder);
+  EXPECT_EQ(*store.find("/NetworkServices"), json::value(services));
+  EXPECT_EQ(store.find("/NetworkServices/B/Proxies"), nullptr);
+  EXPECT_EQ(store.find("/NetworkServices/A/IPv4/Deeper"), nullptr);
+  store.lock(true);
+  EXPECT_TRUE(store.projectedServices().empty());
+  store.setProjectedServices({"A", "B"});
+  store.unlock();
+  PreferencesStore second(folder);
+  second.lock(true);
+  EXPECT_EQ(second.projectedServices(), (std::set<std::string>{"A", "B"}));
+}
+
+TEST_F(PreferencesStoreTest, WhatCannotBeSetIsRefused) {
+  change("/NetworkServices/A/Proxies", json::object{{"HTTPPort", 1}});
+  const auto before = content();
+  const double infinity = std::numeric_limits<double>::infinity();
+  std::string deep;
+  for (int i = 0; i < 65; ++i) deep += "/x";
+  for (const auto& path :
+       {deep, std::string(), std::string("relative"), std::string("/NetworkServices/A/Proxies/HTTPPort/B")}) {
+    EXPECT_NE(problem([&] { change(path, 1); }), "") << path;
+  }
+  for (const json::value& value : {json::value(infinity), json::value("\xFF"), json::value("\xED\xA0\x80")}) {
+    EXPECT_NE(problem([&] { change("/NetworkServices/A/Proxies", value); }), "") << value;
+  }
+  EXPECT_EQ(content(), before);
+}
+
+TEST_F(PreferencesStoreTest, NothingIsWrittenWithoutACommitALockOrAChange) {
+  PreferencesStore store(folder);
+  store.set("/a", 1);
+  EXPECT_NE(problem([&] { store.commit(); }), "");
+  store.lock(true);
+  store.forget();
+  store.commit();
+  EXPECT_FALSE(fs::exists(file));
+  EXPECT_EQ(store.find("/a"), nullptr);
+}
+
+TEST_F(PreferencesStoreTest, AChangeMeanwhileIsFoundStale) {
+  change("/a", 1);
+  PreferencesStore store(folder);
+  store.set("/b", 1);
+  change("/a", 2);
+  EXPECT_EQ(problem([&] { store.lock(true); }), "The network preferences have changed meanwhile");
+  change("/a", 3);  // the lock is free
+  store.forget();
+  store.lock(true);
+  store.set("/b", 1);
+  store.commit();
+  store.unlock();
+  store.lock(true);  // one's own change is none
+  EXPECT_EQ(content(), R"({"a":3,"b":1})");
+}
+
+TEST_F(PreferencesStoreTest, OneSessionWaitsForTheOther) {
+  PreferencesStore first(folder);
+  first.lock(true);
+  EXPECT_NE(problem([&] { PreferencesStore(folder).lock(false); }), "");
+  std::thread second([&] { change("/second", 1); });
+  // /proc/locks shows who waits: "->".
+  auto waits = [] { return test::readFile("/proc/locks").find("-> FLOCK") != std::string::npos; };
+  EXPECT_TRUE(eventually(waits));
+  first.set("/first", 1);
+  first.commit();
+  first.unlock();
+  second.join();
+  EXPECT_EQ(content(), R"({"first":1,"second":1})");
+}
+
+TEST_F(PreferencesStoreTest, WhatOthersCouldHaveChangedIsRefusedAndLeftAsItIs) {
+  change("/a", 1);
+  const auto before = content();
+  for (const auto& path : {folder, file, lockFile}) {
+    auto good = mode(path) & 07777u;
+    for (mode_t bad : {good | S_IWOTH, good | S_IRGRP}) {
+      chmod(path.c_str(), bad);
+      EXPECT_EQ(refusal(), path + " does not belong to this user alone: Operation not permitted");
+      EXPECT_EQ(mode(path) & 07777u, bad);
+      chmod(path.c_str(), good);
+    }
+    ASSERT_EQ(chown(path.c_str(), 1000, 0), 0) << "run as root";
+    EXPECT_EQ(refusal(), path + " does not belong to this user alone: Operation not permitted");
+    ASSERT_EQ(chown(path.c_str(), 0, 0), 0);
+  }
+  for (const auto& path : {file, lockFile}) {
+    fs::rename(path, outer / "moved");
+    fs::create_symlink(outer / "moved", path);
+    EXPECT_EQ(refusal(), path + ": Too many levels of symbolic links");
+    fs::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(refusal(), path + " does not belong to this user alone: Operation not permitted");
+    fs::remove(path);
+    fs::rename(outer / "moved", path);
+  }
+  EXPECT_EQ(content(), before);
+  EXPECT_EQ(refusal(), "");
+}
+
+TEST_F(PreferencesStoreTest, WhatIsNoJSONObjectIsRefusedAndLeftAsItIs) {
+  change("/a", 1);
+  for (const auto& text : {std::string(), std::string("{"), std::string("[]"), std::string("1"), std::string("{}x"),
+                           std::string("{\"a\":\"\xFF\"}"), std::string(4, '\0'), std::string(2000, '[')}) {
+    test::writeFile(file, text);
+    EXPECT_TRUE(refusal().starts_with("preferences.json is not ")) << refusal();
+    EXPECT_EQ(content(), text);
+  }
+  fs::resize_file(file, PrivateFolder::maximumSize + 1);
+  EXPECT_EQ(refusal(), file + ": File too large");
+}
+
+TEST_F(PreferencesStoreTest, AFailedWriteLeavesTheOldStore) {
+  change("/a", 1);
+  const auto before = content();
+  // A draft that cannot be made, one that cannot be written to its end, and a store that cannot be replaced.
+  fs::create_directory(file + ".new");
+  EXPECT_NE(refusal(), "");
+  fs::remove(file + ".new");
+  struct rlimit old, limit{.rlim_cur = 10, .rlim_max = RLIM_INFINITY};
+  getrlimit(RLIMIT_FSIZE, &old);
+  auto handler = signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &limit);
+  EXPECT_EQ(refusal(), file + ".new: File too large");
+  setrlimit(RLIMIT_FSIZE, &old);
+  signal(SIGXFSZ, handler);
+  EXPECT_FALSE(fs::exists(file + ".new"));
+  EXPECT_EQ(content(), before);
+  EXPECT_EQ(refusal(), "");
+}
+
+// A process that changes the store is killed before and after each of its system calls in turn.
+TEST_F(PreferencesStoreTest, KilledAtAnyMomentItLeavesTheOldOrTheNewStore) {
+  const std::string oldText = R"({"a":"old"})", newText = R"({"a":"new"})";
+  int kills = 0, olds = 0, news = 0;
+  for (bool ended = false; !ended; ++kills) {
+    ASSERT_LT(kills, 1000);
+    change("/a", "old");
+    pid_t child = fork();
+    if (child == 0) {
+      ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+      raise(SIGSTOP);
+      change("/a", "new");
+      _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    for (int stops = 0; stops < kills && !ended; ++stops) {
+      ASSERT_EQ(ptrace(PTRACE_SYSCALL, child, nullptr, nullptr), 0);
+      ASSERT_EQ(waitpid(child, &status, 0), child);
+      ended = WIFEXITED(status);
+    }
+    if (!ended) {
+      kill(child, SIGKILL);
+      ASSERT_EQ(waitpid(child, &status, 0), child);
+    }
+    auto text = content();
+    EXPECT_TRUE(text == oldText || text == newText) << "killed after " << kills << " stops: " << text;
+    ++(text == oldText ? olds : news);
+  }
+  EXPECT_GT(olds, 10);
+  EXPECT_GT(news, 2);
+  EXPECT_EQ(refusal(), "");
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,121 @@
+#include "platform/process/process.h"
+
+#include <linux/sched.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "tests/support/linux/signed_files.h"
+
+namespace platform {
+namespace {
+
+/// The executable path of a process started as `path`, asked for after `change` was made to the file.
+template <class Change>
+std::optional<std::string> pathAfter(const std::string& path, Change change) {
+  test::RunningCopy process(path);
+  change();
+  return executablePath(process.pid());
+}
+
+TEST(ExecutablePath, KeepsThePathOfAFileThatWasReplacedOrDeleted) {
+  test::TemporaryFolder folder;
+  EXPECT_EQ(pathAfter(folder / "plain", [] {}), folder / "plain");
+  EXPECT_EQ(pathAfter(folder / "gone", [&] { std::filesystem::remove(folder / "gone"); }), folder / "gone");
+  EXPECT_EQ(pathAfter(folder / "new",
+                      [&] {
+                        std::filesystem::remove(folder / "new");
+                        test::writeFile(folder / "new", "another");
+                      }),
+            folder / "new");
+  EXPECT_EQ(pathAfter(folder / "odd (deleted)", [] {}), folder / "odd (deleted)");
+}
+
+TEST(ExecutablePath, IsAbsentForWhatRunsNoFile) {
+  EXPECT_EQ(executablePath(0), std::nullopt);
+  EXPECT_EQ(executablePath(-1), std::nullopt);
+  pid_t child = fork();
+  if (child == 0) _exit(0);
+  siginfo_t info;
+  waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
+  EXPECT_EQ(executablePath(child), std::nullopt);  // a zombie
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(executablePath(child), std::nullopt);
+}
+
+/// A process that waits for its end, with a PID of our choosing if one is given.
+pid_t startWaiting(
+    pid_t wanted = 0, const std::function<void()>& prepare = [] {}) {
+  int ready[2];
+  EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
+  clone_args arguments{};
+  arguments.exit_signal = SIGCHLD;
+  if (wanted != 0) {
+    arguments.set_tid = reinterpret_cast<std::uint64_t>(&wanted);
+    arguments.set_tid_size = 1;
+  }
+  auto pid = static_cast<pid_t>(syscall(SYS_clone3, &arguments, sizeof arguments));
+  if (pid == 0) {
+    prepare();
+    if (write(ready[1], "", 1) != 1) _exit(1);
+    while (true) pause();
+  }
+  if (pid < 0) throw std::system_error(errno, std::generic_category(), "clone3");
+  close(ready[1]);
+  char byte;
+  EXPECT_EQ(read(ready[0], &byte, 1), 1);
+  close(ready[0]);
+  return pid;
+}
+
+void end(pid_t pid) {
+  kill(pid, SIGKILL);
+  EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+}
+
+TEST(EffectiveUserID, IsTheEffectiveOneAlsoOfAProcessThatIsNotDumpable) {
+  EXPECT_EQ(effectiveUserID(getpid()), geteuid());
+  auto pid = startWaiting(0, [] {
+    if (setresuid(1001, 1002, 1003) != 0 || prctl(PR_SET_DUMPABLE, 0) != 0) _exit(1);
+  });
+  EXPECT_EQ(effectiveUserID(pid), 1002u);
+  end(pid);
+  for (auto nobody : {pid, 0, -1}) EXPECT_EQ(effectiveUserID(nobody), std::nullopt);
+}
+
+TEST(Process, IsAbsentWhereThereIsNone) {
+  auto pid = startWaiting();
+  EXPECT_TRUE(Process::find(pid));
+  end(pid);
+  for (auto nobody : {pid, 0, -1}) EXPECT_FALSE(Process::find(nobody));
+}
+
+TEST(Process, ReachesTheOneThatWasFoundAndNoneThatHasItsNumberLater) {
+  auto pid = startWaiting();
+  auto first = Process::find(pid);
+  ASSERT_TRUE(first);
+  EXPECT_EQ(first->pid(), pid);
+  EXPECT_FALSE(first->hasEnded());
+  end(pid);
+  EXPECT_TRUE(first->hasEnded());
+
+  ASSERT_EQ(startWaiting(pid), pid);
+  auto second = Process::find(pid);
+  ASSERT_TRUE(second);
+  first->kill();
+  EXPECT_TRUE(first->hasEnded());
+  EXPECT_FALSE(second->hasEnded());
+  second->kill();
+  siginfo_t status{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &status, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(status.si_status, SIGKILL);
+  EXPECT_TRUE(second->hasEnded());  // though not yet cleared away
+  end(pid);
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,50 @@
+// The kernel's tables of sockets.
+#include "platform/sockets/socket_table.h"
+
+#include <sys/sysctl.h>
+
+#include <cerrno>
+
+#include "platform/sockets/pcblist.h"
+
+namespace platform {
+
+namespace {
+
+/// The table of that name, empty on failure.
+std::vector<std::uint8_t> readTable(const char* name) {
+  // The kernel states a size with some room to spare, which many new sockets can still exceed in between.
+  constexpr int attempts = 4;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    std::size_t size = 0;
+    if (sysctlbyname(name, nullptr, &size, nullptr, 0) != 0) break;
+    std::vector<std::uint8_t> table(size);
+    if (sysctlbyname(name, table.data(), &size, nullptr, 0) == 0) {
+      table.resize(size);
+      return table;
+    }
+    if (errno != ENOMEM) break;
+  }
+  return {};
+}
+
+SocketTableRelease runningRelease() {
+  if (__builtin_available(macOS 13.0, *)) return SocketTableRelease::sinceMacOS13;
+  return SocketTableRelease::beforeMacOS13;
+}
+
+}  // namespace
+
+void visitSockets(SocketProtocol protocol, std::uint16_t port, bool,
+                  const std::function<bool(const SocketEntry&)>& visit) {
+  static const auto release = runningRelease();
+  const auto table = readTable(protocol == SocketProtocol::udp ? "net.inet.udp.pcblist_n" : "net.inet.tcp.pcblist_n");
+  visitSocketTable(table, protocol, release, port, visit);
+}
+
+std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
+  if (socket.identity == 0) return std::nullopt;
+  return static_cast<std::int32_t>(socket.identity);
+}
+
+}  // namespace platform

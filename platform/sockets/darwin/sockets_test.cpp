@@ -1,0 +1,114 @@
+// The kernel's own tables, and sockets on the loopback interface.
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/sockets/interface_socket.h"
+#include "platform/sockets/socket_table.h"
+#include "tests/support/eventually.h"
+
+namespace platform {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// A UDP or TCP socket of IPv4 on a free port of the loopback address.
+struct Bound {
+  explicit Bound(int type) : descriptor(openSocket(AF_INET, type, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    EXPECT_EQ(bind(descriptor.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
+    EXPECT_EQ(getsockname(descriptor.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+    port = ntohs(address.sin_port);
+  }
+
+  FileDescriptor descriptor;
+  std::uint16_t port = 0;
+};
+
+std::vector<SocketEntry> socketsOn(SocketProtocol protocol, std::uint16_t port) {
+  std::vector<SocketEntry> found;
+  visitSockets(protocol, port, false, [&](const SocketEntry& entry) {
+    found.push_back(entry);
+    return true;
+  });
+  return found;
+}
+
+TEST(Sockets, TheTablesShowOursAsTheyAreOnThisRelease) {
+  for (auto [type, protocol] :
+       {std::pair(SOCK_DGRAM, SocketProtocol::udp), std::pair(SOCK_STREAM, SocketProtocol::tcp)}) {
+    Bound first(type), second(type);
+    for (const auto& bound : {&first, &second}) {
+      auto entries = socketsOn(protocol, bound->port);
+      ASSERT_EQ(entries.size(), 1u);
+      EXPECT_TRUE(entries[0].isIPv4);
+      EXPECT_FALSE(entries[0].isIPv6);
+      EXPECT_THAT(std::span(entries[0].localAddress).last(4), ElementsAre(127, 0, 0, 1));
+      EXPECT_EQ(socketOwner(entries[0]), getpid());
+    }
+    const auto port = first.port;
+    first.descriptor.reset();
+    EXPECT_THAT(socketsOn(protocol, port), IsEmpty());
+  }
+}
+
+TEST(Sockets, InterfacesAreBoundToByName) {
+  for (int family : {AF_INET, AF_INET6}) {
+    auto socket = openSocket(family, SOCK_DGRAM, IPPROTO_UDP);
+    EXPECT_TRUE(bindToInterface(socket.get(), "lo0"));
+    int index = 0;
+    socklen_t length = sizeof index;
+    const bool isIPv6 = family == AF_INET6;
+    EXPECT_EQ(getsockopt(socket.get(), isIPv6 ? IPPROTO_IPV6 : IPPROTO_IP, isIPv6 ? IPV6_BOUND_IF : IP_BOUND_IF, &index,
+                         &length),
+              0);
+    EXPECT_NE(index, 0);
+    EXPECT_FALSE(bindToInterface(socket.get(), "no-such-if"));
+  }
+  EXPECT_FALSE(bindToInterface(-1, "lo0"));
+  EXPECT_THAT(linkLayerAddress("lo0"), testing::Optional(IsEmpty()));
+  EXPECT_THAT(linkLayerAddress("no-such-if"), testing::Optional(IsEmpty()));
+}
+
+TEST(Sockets, DatagramsAreTakenWithoutWaitingAndCutToTheBuffer) {
+  Bound sender(SOCK_DGRAM), bound(SOCK_DGRAM);
+  auto receiver = openDatagramReceiver(bound.descriptor.get(), "lo0", bound.port);
+  ASSERT_TRUE(receiver);
+  std::array<std::uint8_t, 4> buffer{};
+  EXPECT_FALSE(receiveDatagram(receiver.get(), buffer));
+  EXPECT_EQ(errno, EAGAIN);
+
+  sockaddr_in destination{};
+  destination.sin_family = AF_INET;
+  destination.sin_port = htons(bound.port);
+  destination.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(
+      sendto(sender.descriptor.get(), "offer", 5, 0, reinterpret_cast<sockaddr*>(&destination), sizeof destination), 5);
+  std::optional<ReceivedDatagram> received;
+  ASSERT_TRUE(eventually([&] { return (received = receiveDatagram(receiver.get(), buffer)).has_value(); }));
+  EXPECT_EQ(received->length, 4u);
+  EXPECT_THAT(received->source, ElementsAre(127, 0, 0, 1));
+  EXPECT_THAT(buffer, ElementsAre('o', 'f', 'f', 'e'));
+}
+
+TEST(Sockets, APortThatIsHeldIsNotBoundTwice) {
+  auto first = openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP), second = openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+  ASSERT_TRUE(allowReuseOfPort(first.get()));
+  ASSERT_TRUE(allowReuseOfPort(second.get()));
+  ASSERT_TRUE(bindToPort(first.get(), 0));
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  ASSERT_EQ(getsockname(first.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+  EXPECT_FALSE(bindToPort(second.get(), ntohs(address.sin_port)));
+  EXPECT_EQ(errno, EADDRINUSE);
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,67 @@
+// Sockets that work on one interface.
+#include "platform/sockets/interface_socket.h"
+
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <netinet/in.h>
+#include <netpacket/packet.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+
+namespace platform {
+
+FileDescriptor openSocket(int family, int type, int protocol) {
+  return FileDescriptor(socket(family, type | SOCK_CLOEXEC, protocol));
+}
+
+// Nothing to do for UDP: a port is free as soon as its socket is closed. SO_REUSEADDR would let a second socket bind a
+// port that another with the option holds (socket(7)).
+bool allowReuseOfPort(int) {
+  return true;
+}
+
+bool bindToInterface(int socket, const std::string& interfaceName) {
+  return setsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
+                    static_cast<socklen_t>(interfaceName.size())) == 0;
+}
+
+void enlargeReceiveBuffer(int socket) {
+  constexpr int size = 16 << 20;
+  if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) == 0) return;
+  setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+}
+
+// Sockets that are bound to different interfaces can share a port, so for the length of bind() this one is bound to
+// none.
+bool bindToPort(int socket, std::uint16_t port) {
+  std::array<char, IF_NAMESIZE> name{};
+  socklen_t length = name.size();
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  return getsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, name.data(), &length) == 0 && bindToInterface(socket, "") &&
+         bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+         bindToInterface(socket, name.data());
+}
+
+std::optional<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceName) {
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return std::nullopt;
+  std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
+  for (const auto* entry = list; entry; entry = entry->ifa_next) {
+    if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_PACKET || interfaceName != entry->ifa_name) continue;
+    sockaddr_ll address;
+    std::memcpy(&address, entry->ifa_addr, sizeof address);
+    // The loopback interface shows six zeros that are nobody's address.
+    if (address.sll_hatype == ARPHRD_LOOPBACK) break;
+    return std::vector<std::uint8_t>(address.sll_addr, address.sll_addr + std::min<std::size_t>(address.sll_halen, 8));
+  }
+  return std::vector<std::uint8_t>();
+}
+
+}  // namespace platform

@@ -1,0 +1,114 @@
+// Packets to the byte, with every length and checksum wrong in turn.
+#include "platform/sockets/linux/udp_packet.h"
+
+#include <gmock/gmock.h>
+
+#include <vector>
+
+namespace platform {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using testing::ElementsAre;
+
+// 192.0.2.1:67 to 255.255.255.255:68, "offer".
+const Bytes whole{0x45, 0,   0,   33, 0x12, 0x34, 0,  0, 64, 17,   0xA6, 0x97, 192, 0,   2,   1,  255,
+                  255,  255, 255, 0,  67,   0,    68, 0, 13, 0xF5, 0x7F, 'o',  'f', 'f', 'e', 'r'};
+
+/// With the checksums made right again.
+Bytes summed(Bytes packet) {
+  auto fold = [](std::uint32_t total) {
+    while (total > 0xFFFF) total = (total >> 16) + (total & 0xFFFF);
+    return static_cast<std::uint16_t>(~total);
+  };
+  auto put = [&](std::size_t offset, std::uint16_t value) {
+    packet[offset] = static_cast<std::uint8_t>(value >> 8);
+    packet[offset + 1] = static_cast<std::uint8_t>(value & 0xFF);
+  };
+  auto total = [&](std::size_t from, std::size_t to) {
+    std::uint32_t result = 0;
+    for (std::size_t offset = from; offset < to; ++offset) {
+      result += static_cast<std::uint32_t>(packet[offset] << (offset % 2 == from % 2 ? 8 : 0));
+    }
+    return result;
+  };
+  const std::size_t header = std::size_t{4} * (packet[0] & 15u);
+  put(10, 0);
+  put(10, fold(total(0, header)));
+  put(header + 6, 0);
+  put(header + 6,
+      fold(total(12, 20) + 17 + static_cast<std::uint32_t>(packet.size() - header) + total(header, packet.size())));
+  return packet;
+}
+
+std::optional<std::string> payload(const Bytes& packet, bool trustChecksum = false) {
+  auto found = readUDPPacket(packet, trustChecksum);
+  if (!found) return std::nullopt;
+  return std::string(found->payload.begin(), found->payload.end());
+}
+
+TEST(UDPPacket, SourceAndPayload) {
+  auto found = readUDPPacket(whole, false);
+  ASSERT_TRUE(found);
+  EXPECT_THAT(found->source, ElementsAre(192, 0, 2, 1));
+  EXPECT_EQ(payload(whole), "offer");
+  EXPECT_EQ(summed(whole), whole);
+}
+
+TEST(UDPPacket, PaddingAfterThePacketAndOptionsInTheHeaderAreNoPayload) {
+  auto padded = summed(whole);
+  padded.resize(60, 0xEE);
+  EXPECT_EQ(payload(padded), "offer");
+
+  auto withOptions = whole;
+  withOptions.insert(withOptions.begin() + 20, {1, 1, 1, 0});
+  withOptions[0] = 0x46;
+  withOptions[3] = 37;
+  EXPECT_EQ(payload(summed(withOptions)), "offer");
+}
+
+TEST(UDPPacket, ChecksumsAreVerified) {
+  const auto good = summed(whole);
+  for (std::size_t offset = 0; offset < good.size(); ++offset) {
+    if (offset == 26 || offset == 27) continue;
+    auto damaged = good;
+    damaged[offset] ^= 0x04;
+    EXPECT_EQ(payload(damaged), std::nullopt) << offset;
+  }
+  auto damaged = good;
+  damaged.back() ^= 1;
+  EXPECT_EQ(payload(damaged, true), "offes");  // not computed by the sender, the kernel says
+  damaged[26] = damaged[27] = 0;
+  EXPECT_EQ(payload(damaged), "offes");  // the sender computed none
+  damaged[10] ^= 1;
+  EXPECT_EQ(payload(damaged, true), std::nullopt);
+}
+
+TEST(UDPPacket, LengthsAreChecked) {
+  auto good = summed(whole);
+  for (std::size_t length = 0; length < good.size(); ++length) {
+    EXPECT_EQ(payload(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(length)), true), std::nullopt);
+  }
+  auto with = [&](std::size_t offset, std::uint8_t value) {
+    auto packet = whole;
+    packet[offset] = value;
+    packet[26] = packet[27] = 0;
+    auto header = summed(packet);
+    packet[10] = header[10];
+    packet[11] = header[11];
+    return payload(packet);
+  };
+  EXPECT_EQ(with(3, 33), "offer");
+  EXPECT_EQ(with(25, 12), "offe");         // shorter than the packet
+  EXPECT_EQ(with(25, 8), "");              // empty
+  EXPECT_EQ(with(25, 7), std::nullopt);    // shorter than its header
+  EXPECT_EQ(with(25, 14), std::nullopt);   // longer than the packet
+  EXPECT_EQ(with(3, 27), std::nullopt);    // packet ends inside the UDP header
+  EXPECT_EQ(with(6, 0x20), std::nullopt);  // fragments
+  EXPECT_EQ(with(7, 1), std::nullopt);
+  EXPECT_EQ(with(6, 0x40), "offer");    // "don't fragment" is no fragment
+  EXPECT_EQ(with(9, 6), std::nullopt);  // TCP
+}
+
+}  // namespace
+}  // namespace platform
