@@ -19,12 +19,17 @@ function(brh_library name)
   brh_use_common(${name})
 endfunction()
 
+# main() of the unit tests.
+add_library(test_main OBJECT ${CMAKE_SOURCE_DIR}/tests/support/test_main.cpp)
+brh_use_common(test_main)
+target_link_libraries(test_main PUBLIC GTest::gmock)
+
 # brh_unit_test(name SOURCES … LIBRARIES …): a GoogleTest executable, run by ctest under the label "unit".
 function(brh_unit_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   brh_use_common(${name})
-  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main)
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} test_main)
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 120)
 endfunction()
@@ -84,6 +89,19 @@ function(brh_room)
   string(TOUPPER ${BRH_PLATFORM} system)
   list(TRANSFORM arg_${system} PREPEND ${BRH_PLATFORM}/)
   target_sources(platform PRIVATE ${arg_PORTABLE} ${arg_${system}})
+endfunction()
+
+# brh_objective_c(file): adds a source in Objective-C++ to the platform library on macOS: by a target of its own, since the
+# precompiled header is C++'s.
+function(brh_objective_c file)
+  if(NOT APPLE)
+    return()
+  endif()
+  get_filename_component(name ${file} NAME_WE)
+  add_library(objective_c_${name} OBJECT ${file})
+  target_include_directories(objective_c_${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_compile_options(objective_c_${name} PRIVATE -fobjc-arc)
+  target_sources(platform PRIVATE $<TARGET_OBJECTS:objective_c_${name}>)
 endfunction()
 
 # brh_needs_tools(test): the test signs files with the project's own tools.

@@ -29,7 +29,7 @@ assert len(authorized) == 1 and authorized[0].encode() in helper.read_bytes(), a
 job = plistlib.loads((folder / "macos/launchd.plist").read_bytes())
 assert job == {"Label": service, "MachServices": {service: True}, "AssociatedBundleIdentifiers": client}, job
 
-if helper.read_bytes().startswith(b"\xcf\xfa\xed\xfe"):  # Mach-O of 64 bits
+if helper.read_bytes().startswith((b"\xcf\xfa\xed\xfe", b"\xca\xfe\xba\xbe")):  # Mach-O: of 64 bits, universal
     # The executable carries both lists in sections of their own; launchd is told besides where it lies.
     for section, name in (("__info_plist", "Info"), ("__launchd_plist", "launchd")):
         assert section.encode() in helper.read_bytes(), section
