@@ -71,18 +71,17 @@ ipc::Dictionary HelperClient::send(const ipc::Dictionary& request) {
   return std::move(*reply);
 }
 
-json::object HelperClient::json(const json::object& command) {
-  auto text = json::serialize(command);
+json::object HelperClient::json(std::string_view text) {
   auto reply = send({{"json", ipc::Data(text.begin(), text.end())}});
   const auto* data = reply.get<ipc::Data>("json");
-  json::error_code error;
+  boost::system::error_code error;
   auto value = data ? json::parse({reinterpret_cast<const char*>(data->data()), data->size()}, error) : json::value();
   if (error || !value.is_object()) throw HelperError("the helper's reply is not a JSON object");
   return std::move(value.get_object());
 }
 
 json::object HelperClient::command(const json::object& command) {
-  auto reply = json(command);
+  auto reply = json(json::serialize(command));
   throwError(reply);
   return reply;
 }

@@ -31,7 +31,7 @@ std::optional<json::value> HX_JSONObjectWithMutableContainers(const HXData& data
 }
 
 std::optional<json::value> HX_JSONObjectWithMutableContainers(std::string_view text) {
-  json::error_code error;
+  boost::system::error_code error;
   auto parsed = platform::parseExactJSON(text, HXJSONMaximumDepth, error);
   if (error || !(parsed.is_object() || parsed.is_array())) return std::nullopt;
   return parsed;
@@ -44,7 +44,7 @@ std::optional<std::string> HX_JSONData(const json::value& value) {
     return std::nullopt;
   }
   try {
-    auto text = json::serialize(value);
+    auto text = platform::serializeExactJSON(value);
     if (!platform::isUTF8(text)) throw std::invalid_argument("a text is not UTF-8");
     return text;
   } catch (const std::exception& error) {

@@ -30,10 +30,12 @@ std::optional<std::string> nonEmptyText(const json::object& request, std::string
   return std::string(*text);
 }
 
-/// An absolute path without symbolic links and dots; empty when there is no such file.
-std::string resolved(const std::string& path) {
+/// An absolute path without symbolic links, dots and a "/" at its end, whether or not there is such a file: a running
+/// executable may have been renamed. Empty for other texts.
+std::string standardized(const std::string& path) {
   std::error_code failure;
-  return path.starts_with('/') ? std::filesystem::canonical(path, failure).string() : "";
+  auto length = path.find_last_not_of('/') + 1;
+  return path.starts_with('/') ? std::filesystem::weakly_canonical(path.substr(0, length), failure).string() : "";
 }
 
 /// Opens the file that a child appends its output to. Empty unless it is a regular file that belongs to the client's
@@ -56,8 +58,8 @@ json::object BRHMain::startDHCP(const json::object& request, const platform::ipc
        outputPath = nonEmptyText(request, "output"), pidFile = nonEmptyText(request, "pid");
   if (!config || !lease || !dhcpd || !interface || !outputPath || !pidFile) return error("invalid dhcpd arguments");
 
-  auto bundle = BRHBundleOfExecutable(resolved(_mainAppImagePath.value_or("")));
-  auto candidate = resolved(*dhcpd);
+  auto bundle = BRHBundleOfExecutable(standardized(_mainAppImagePath.value_or("")));
+  auto candidate = standardized(*dhcpd);
   if (bundle.empty() || candidate != bundle + "/Contents/Applications/brimo-dhcpd" ||
       !BRHValidateStaticCode(candidate, FrameworkRequirement)) {
     HX_log("Reject invalid dhcpd executable at {}", *dhcpd);

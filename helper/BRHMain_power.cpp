@@ -27,9 +27,9 @@ void BRHMain::holdAssertion(const char* type, const char* nameSuffix, const char
   }
   dispatch::after(holdingTime, dispatch::mainQueue(), [assertion, whatFailed] {
     if (auto status = power::releaseAssertion(assertion); status != 0) {
-      HX_log("Failed to release {}: {}", whatFailed, status);
+      ::HX_log<BRHMain>("Failed to release {}: {}", whatFailed, status);
     } else {
-      HX_log("Release IOPMAssertion");
+      ::HX_log<BRHMain>("Release IOPMAssertion");
     }
   });
 }

@@ -40,6 +40,6 @@ void BRHMain::launchMainApplicationWithArguments(const std::vector<std::string>&
     return;
   }
   platform::openApplication(path, arguments, [](const std::optional<std::string>& error) {
-    if (error) HX_log("Failed to launch main application: {}", *error);
+    if (error) ::HX_log<BRHMain>("Failed to launch main application: {}", *error);
   });
 }

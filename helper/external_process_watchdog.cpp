@@ -38,7 +38,7 @@ bool readAll(int file, std::string& buffer) {
 std::optional<BRHWatchedProcess> watchedProcess(const json::value& element) {
   const auto* pair = element.if_array();
   if (!pair || pair->size() != 2) return std::nullopt;
-  json::error_code error;
+  boost::system::error_code error;
   auto number = pair->at(0).to_number<double>(error);  // which holds each 32-bit integer exactly
   const auto* path = pair->at(1).if_string();
   if (error || !(number >= 2 && number < 0x80000000p0) || !path || path->empty()) return std::nullopt;

@@ -57,7 +57,7 @@ class Probe : public HXLogging<Probe> {
 
  private:
   [[noreturn]] static void fail(const char* message) {
-    HX_log("{}", message);
+    ::HX_log<Probe>("{}", message);
     throw ProbeFailure(message);
   }
 

@@ -98,6 +98,7 @@ int BRHV6RADetector::sendRS() {
   inet_pton(AF_INET6, "ff02::2", &allRouters.sin6_addr);
   // The kernel fills in the checksum.
   constexpr std::array<std::uint8_t, 8> solicitation{133};
+  listening_.wait();  // a router may answer at once
   while (!_stopped) {
     if (sendto(socket.get(), solicitation.data(), solicitation.size(), 0,
                reinterpret_cast<const sockaddr*>(&allRouters), sizeof allRouters) < 0) {
@@ -110,23 +111,37 @@ int BRHV6RADetector::sendRS() {
   return 0;
 }
 
-int BRHV6RADetector::recvRA() {
-  if (if_nametoindex(_interface.c_str()) == 0) return 1;
+// Empty on failure, which it reports.
+platform::FileDescriptor BRHV6RADetector::openReceiver() const {
+  if (if_nametoindex(_interface.c_str()) == 0) return {};
   auto socket = platform::openSocket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6);
-  if (!socket) return fail("socket");
-  if (!platform::bindToInterface(socket.get(), _interface)) return fail("setsockopt(IPV6_BOUND_IF)");
-  if (!platform::requestHopLimit(socket.get())) return fail("setsockopt(IPV6_2292HOPLIMIT)");
-  if (!setOption(socket.get(), SOL_SOCKET, SO_RCVTIMEO, timeval{.tv_sec = 1, .tv_usec = 0})) {
-    return fail("setsockopt(SO_RCVTIMEO)");
-  }
-  platform::enlargeReceiveBuffer(socket.get());
+  const char* failedStep = nullptr;
   icmp6_filter onlyAdvertisements;
   ICMP6_FILTER_SETBLOCKALL(&onlyAdvertisements);
   ICMP6_FILTER_SETPASS(ND_ROUTER_ADVERT, &onlyAdvertisements);
-  if (!setOption(socket.get(), IPPROTO_ICMPV6, ICMP6_FILTER, onlyAdvertisements)) {
-    return fail("setsockopt(ICMP6_FILTER)");
+  if (!socket) {
+    failedStep = "socket";
+  } else if (!platform::bindToInterface(socket.get(), _interface)) {
+    failedStep = "setsockopt(IPV6_BOUND_IF)";
+  } else if (!platform::requestHopLimit(socket.get())) {
+    failedStep = "setsockopt(IPV6_2292HOPLIMIT)";
+  } else if (!setOption(socket.get(), SOL_SOCKET, SO_RCVTIMEO, timeval{.tv_sec = 1, .tv_usec = 0})) {
+    failedStep = "setsockopt(SO_RCVTIMEO)";
+  } else if (!setOption(socket.get(), IPPROTO_ICMPV6, ICMP6_FILTER, onlyAdvertisements)) {
+    failedStep = "setsockopt(ICMP6_FILTER)";
   }
+  if (failedStep) {
+    fail(failedStep);
+    return {};
+  }
+  platform::enlargeReceiveBuffer(socket.get());
+  return socket;
+}
 
+int BRHV6RADetector::recvRA() {
+  auto socket = openReceiver();
+  listening_.count_down();
+  if (!socket) return 1;
   std::array<std::uint8_t, receiveBuffer> buffer;
   while (!_stopped) {
     auto received = platform::receiveICMPv6(socket.get(), buffer);

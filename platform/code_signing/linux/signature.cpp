@@ -74,7 +74,7 @@ std::vector<std::shared_ptr<X509>> verifiedChain(X509* leaf, STACK_OF(X509) * un
 
 /// Reads the code directory; false unless it is exactly of its form.
 bool readCodeDirectory(std::string_view text, CodeSignature& signature) {
-  boost::json::error_code error;
+  boost::system::error_code error;
   auto parsed = boost::json::parse({text.data(), text.size()}, error);
   const auto* object = error ? nullptr : parsed.if_object();
   if (!object || object->size() != 3) return false;

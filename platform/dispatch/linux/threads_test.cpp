@@ -1,9 +1,13 @@
 // What queues and timers do on Linux beyond what the header promises: their threads.
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "platform/dispatch/dispatch.h"
 #include "tests/support/gate.h"
@@ -51,6 +55,26 @@ TEST(DispatchThreads, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemG
   EXPECT_EQ(mostRunning, 64);
   EXPECT_EQ(signalled, 0);
   EXPECT_TRUE(eventually([&] { return threadCount() < threadsBefore; }));
+  async(globalQueue(), [&] { ++done; });  // on a thread made anew
+  EXPECT_TRUE(eventually([&] { return done == 101; }));
+}
+
+/// Whether all threads of this process but the calling one sleep (proc_pid_stat(5)).
+bool othersSleep() {
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    if (task.path().filename() == std::to_string(gettid())) continue;
+    std::ifstream file(task.path() / "stat");
+    std::string stat((std::istreambuf_iterator<char>(file)), {});
+    if (!stat.empty() && stat.substr(stat.rfind(')')).starts_with(") R")) return false;
+  }
+  return true;
+}
+
+TEST(DispatchThreads, NoThreadTurnsRoundWhenATimerHasFired) {
+  Record record;
+  after(1ms, globalQueue(), [&] { record.add(1); });
+  ASSERT_TRUE(record.reaches(1));
+  EXPECT_TRUE(eventually(othersSleep));
 }
 
 TEST(DispatchThreads, TimerWithLeewayWaitsForAnother) {

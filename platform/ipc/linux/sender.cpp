@@ -57,7 +57,8 @@ bool Sender::sharesNamespaces() const {
 code_signing::Status checkSender(const Sender& sender, const std::string& requirement) {
   auto status = code_signing::checkRunningImage(sender.pid(), requirement);
   // Whatever /proc said, it said it of the sender only if that has not ended meanwhile.
-  return sender.isAlive() ? status : code_signing::noSuchCode;
+  if (!sender.isAlive() || status == code_signing::noSuchFile) return code_signing::noSuchCode;
+  return status == code_signing::success ? status : code_signing::requirementFailed;
 }
 
 }  // namespace platform::ipc

@@ -42,7 +42,7 @@ std::string proxyOf(const json::object& proxies, const std::string& kind) {
   auto host = proxyHost(text(proxies.if_contains(kind + "Proxy")));
   if (host.empty()) throw std::invalid_argument(kind + "Proxy is not a host");
   const auto* port = proxies.if_contains(kind + "Port");
-  json::error_code error;
+  boost::system::error_code error;
   auto number = port ? port->to_number<std::uint16_t>(error) : std::uint16_t{0};
   if (error || number == 0) throw std::invalid_argument(kind + "Port is not a port");
   return fmt::format("{}:{}", host, number);

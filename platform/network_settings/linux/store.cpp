@@ -34,7 +34,7 @@ std::vector<std::string_view> keysOf(std::string_view path) {
 }
 
 json::value parse(const std::string& text, const char* name) {
-  json::error_code error;
+  boost::system::error_code error;
   auto value = parseExactJSON(text, maximumDepth, error);
   if (error) throw std::runtime_error(fmt::format("{} is not JSON: {}", name, error.message()));
   if (!isFiniteJSON(value)) throw std::runtime_error(fmt::format("{} holds a number that is too large", name));
@@ -95,6 +95,8 @@ json::object& PreferencesStore::values() {
 }
 
 void PreferencesStore::set(const std::string& path, const json::value& value) {
+  // It would keep everything else from being written as well.
+  if (!isFiniteJSON(value)) throw std::invalid_argument(fmt::format("{} would hold a number that is too large", path));
   auto keys = keysOf(path);
   auto* object = &values();
   for (auto key = keys.begin(); key != keys.end() - 1; ++key) {
@@ -109,7 +111,7 @@ void PreferencesStore::set(const std::string& path, const json::value& value) {
 void PreferencesStore::commit() {
   if (!locked_) throw std::logic_error("The network preferences are not locked");
   if (!changed_) return;
-  auto text = json::serialize(*values_);
+  auto text = serializeExactJSON(*values_);
   parse(text, "What was set");  // a store that could not be read again would be lost
   state_ = folder_.replace(storeName, text);
   changed_ = false;

@@ -99,6 +99,14 @@ TEST_F(PreferencesStoreTest, WhatCannotBeSetIsRefused) {
     EXPECT_NE(problem([&] { change("/NetworkServices/A/Proxies", value); }), "") << value;
   }
   EXPECT_EQ(content(), before);
+
+  // Alone: what was set besides is written.
+  PreferencesStore store(folder);
+  store.lock(true);
+  EXPECT_NE(problem([&] { store.set("/a", json::array{infinity}); }), "");
+  store.set("/b", 1.5);
+  store.commit();
+  EXPECT_TRUE(content().ends_with(R"(,"b":1.5})")) << content();
 }
 
 TEST_F(PreferencesStoreTest, NothingIsWrittenWithoutACommitALockOrAChange) {
@@ -125,6 +133,7 @@ TEST_F(PreferencesStoreTest, AChangeMeanwhileIsFoundStale) {
   store.commit();
   store.unlock();
   store.lock(true);  // one's own change is none
+  EXPECT_NE(problem([&] { PreferencesStore(folder).lock(false); }), "");
   EXPECT_EQ(content(), R"({"a":3,"b":1})");
 }
 
@@ -158,6 +167,11 @@ TEST_F(PreferencesStoreTest, WhatOthersCouldHaveChangedIsRefusedAndLeftAsItIs) {
     EXPECT_EQ(refusal(), path + " does not belong to this user alone: Operation not permitted");
     ASSERT_EQ(chown(path.c_str(), 0, 0), 0);
   }
+  fs::rename(folder, outer / "moved");
+  fs::create_symlink(outer / "moved", folder);
+  EXPECT_EQ(refusal(), folder + ": Not a directory");
+  fs::remove(folder);
+  fs::rename(outer / "moved", folder);
   for (const auto& path : {file, lockFile}) {
     fs::rename(path, outer / "moved");
     fs::create_symlink(outer / "moved", path);
