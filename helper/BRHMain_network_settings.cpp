@@ -2,6 +2,7 @@
 #include <boost/json.hpp>
 #include <set>
 
+#include "build_constants.h"
 #include "foundation/HXJSON.h"
 #include "helper/BRHMain.h"
 #include "platform/network_settings/preferences.h"
@@ -11,7 +12,9 @@ namespace preferences = platform::preferences;
 
 namespace {
 
-constexpr char sessionName[] = "BrimoHelper";
+std::unique_ptr<preferences::Session> createSession() {
+  return preferences::Session::create("BrimoHelper", HelperServiceName);
+}
 
 std::string entityPath(std::string_view serviceID, const char* entity) {
   return fmt::format("/{}/{}/{}", preferences::networkServices, serviceID, entity);
@@ -50,7 +53,7 @@ bool BRHMain::applyProxySettings(const json::object& request) {
     HX_log("Invalid proxy settings payload");
     return false;
   }
-  auto session = preferences::Session::create(sessionName);
+  auto session = createSession();
   if (!session) {
     HX_log("Failed to create SCPreferences session");
     return false;
@@ -91,7 +94,7 @@ bool BRHMain::applyProxySettings(const json::object& request) {
 void BRHMain::cleanupProxySettings() {
   if (!_serviceProxySettingsChanged) return;
   HX_log("cleanupProxySettings");
-  auto session = preferences::Session::create(sessionName);
+  auto session = createSession();
   if (!session) {
     HX_log("Failed to create SCPreferences session for cleanup");
     return;
@@ -124,7 +127,7 @@ json::object BRHMain::setStaticIP(const json::object& request) {
                             {"ConfigMethod", "Manual"},
                             {"Router", router},
                             {"SubnetMasks", json::array{mask}}};
-  auto session = preferences::Session::create(sessionName);
+  auto session = createSession();
   if (!session) return {{"error", "failed to create preferences session"}};
   if (!session->lock(true)) return {{"error", "failed to lock preferences"}};
   bool set = session->setValue(entityPath(serviceID, preferences::ipv4Entity), entity);

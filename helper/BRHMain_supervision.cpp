@@ -1,4 +1,5 @@
 // Launching the main application again.
+#include "build_constants.h"
 #include "helper/BRHMain.h"
 #include "helper/admission.h"
 #include "platform/application/application.h"
@@ -39,7 +40,7 @@ void BRHMain::launchMainApplicationWithArguments(const std::vector<std::string>&
     HX_log("Refuse to launch invalid main application at {}", path);
     return;
   }
-  platform::openApplication(path, arguments, [](const std::optional<std::string>& error) {
+  platform::openApplication(ClientBundleIdentifier, path, arguments, [](const std::optional<std::string>& error) {
     if (error) HX_log("Failed to launch main application: {}", *error);
   });
 }

@@ -17,9 +17,10 @@ namespace platform {
 /// macOS the system knows.
 void noteRunningApplication(const Process& process, std::uint32_t userID);
 
-/// Launches the application whose executable lies at `path`, as the remembered process ran. On the main thread. Returns
-/// at once; `completion` is called on the main queue, with the error's text when the launch failed.
-void openApplication(const std::string& path, const std::vector<std::string>& arguments,
+/// Launches the application whose executable lies at `path`, as the remembered process ran. `identifier` is its bundle
+/// identifier. On the main thread. Returns at once; `completion` is called on the main queue, with the error's text
+/// when the launch failed.
+void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(std::optional<std::string> error)> completion);
 
 }  // namespace platform

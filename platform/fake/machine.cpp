@@ -69,7 +69,7 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
   fake::machine().notedApplications.emplace_back(process.pid(), userID);
 }
 
-void openApplication(const std::string& path, const std::vector<std::string>& arguments,
+void openApplication(const std::string&, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(std::optional<std::string> error)> completion) {
   fake::machine().launches.emplace_back(path, arguments);
   dispatch::async(dispatch::mainQueue(),

@@ -27,7 +27,7 @@ struct Machine {
   std::map<std::int32_t, std::uint32_t> users;  ///< effective
   std::vector<std::int32_t> killed;
 
-  /// Clock of platform/clock.h, and by how much each reading moves it on.
+  /// Clock of platform/system/clock.h, and by how much each reading moves it on.
   double continuousSeconds = 0;
   double secondsPerReading = 0;
 

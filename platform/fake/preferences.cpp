@@ -26,7 +26,7 @@ class Session::Implementation {
   Implementation& operator=(const Implementation&) = delete;
 };
 
-std::unique_ptr<Session> Session::create(const std::string& name) {
+std::unique_ptr<Session> Session::create(const std::string& name, const std::string&) {
   if (!call("create " + name)) return nullptr;
   return std::make_unique<Session>(std::make_unique<Implementation>());
 }

@@ -20,8 +20,9 @@ class Session {
  public:
   class Implementation;
 
-  /// Null when no session can be had. `name` says who asks.
-  static std::unique_ptr<Session> create(const std::string& name);
+  /// Null when no session can be had. `name` says who asks. On Linux `store` is the folder below /var/lib that holds
+  /// the preferences; macOS has its own.
+  static std::unique_ptr<Session> create(const std::string& name, const std::string& store);
 
   explicit Session(std::unique_ptr<Implementation> implementation);
   ~Session();

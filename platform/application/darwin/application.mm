@@ -36,7 +36,7 @@ std::optional<std::string> launch(const std::string& path, const std::vector<std
 
 void noteRunningApplication(const Process&, std::uint32_t) {}
 
-void openApplication(const std::string& path, const std::vector<std::string>& arguments,
+void openApplication(const std::string&, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(std::optional<std::string> error)> completion) {
   // The call asks other processes and waits for their answer.
   dispatch::async(dispatch::globalQueue(), [path, arguments, completion = std::move(completion)] {

@@ -75,10 +75,10 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
   notedIdentity() = identityOf(process, userID);
 }
 
-void openApplication(const std::string& path, const std::vector<std::string>& arguments,
+void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(std::optional<std::string> error)> completion) {
-  auto launch = [path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
-    auto error = identity ? launchApplication(path, arguments, *identity)
+  auto launch = [identifier, path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
+    auto error = identity ? launchApplication(identifier, path, arguments, *identity)
                           : std::make_optional<std::string>("it is not known as whom it ran");
     dispatch::async(dispatch::mainQueue(), [completion, error] { completion(error); });
   };

@@ -16,7 +16,7 @@ constexpr char unknown[] = "it is not known as whom it ran";
 void launchAfter(const std::function<void()>& prepare) {
   dispatch::async(dispatch::mainQueue(), [prepare] {
     prepare();
-    openApplication("/nowhere/Brimo", {}, [](const std::optional<std::string>& error) {
+    openApplication("com.example.test", "/nowhere/Brimo", {}, [](const std::optional<std::string>& error) {
       fmt::print(stderr, "{}", error.value_or("launched"));
       std::exit(dispatch::isMainThread() ? 0 : 1);
     });

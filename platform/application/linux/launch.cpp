@@ -15,7 +15,6 @@
 #include <cerrno>
 #include <system_error>
 
-#include "build_constants.h"
 #include "platform/base/file_descriptor.h"
 #include "platform/base/linux/system_bus.h"
 
@@ -164,11 +163,11 @@ class Launch {
 
 /// Has systemd, where it is there, take the application out of this service into a scope among the user's processes:
 /// there it is counted, limited and ended as they are. Where that fails it goes on all the same.
-void moveToUsersSlice(pid_t application, uid_t user) {
+void moveToUsersSlice(const std::string& identifier, pid_t application, uid_t user) {
   if (sd_booted() <= 0) return;
   constexpr BusMethod startTransientUnit{"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
                                          "org.freedesktop.systemd1.Manager", "StartTransientUnit"};
-  auto scope = fmt::format("app-{}-{}.scope", ClientBundleIdentifier, application);
+  auto scope = fmt::format("app-{}-{}.scope", identifier, application);
   auto slice = fmt::format("user-{}.slice", user);
   auto writeArguments = [&](sd_bus_message* call) {
     return sd_bus_message_append(call, "ssa(sv)a(sa(sv))", scope.c_str(), "fail", 3, "Slice", "s", slice.c_str(),
@@ -180,14 +179,14 @@ void moveToUsersSlice(pid_t application, uid_t user) {
 
 }  // namespace
 
-std::optional<std::string> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
-                                             ApplicationIdentity identity) {
+std::optional<std::string> launchApplication(const std::string& identifier, const std::string& path,
+                                             const std::vector<std::string>& arguments, ApplicationIdentity identity) {
   auto user = identity.user;
   auto report = Launch(path, arguments, std::move(identity)).run();
   if (report.failedStep) {
     return fmt::format("{}: {}", report.failedStep, std::generic_category().message(report.number));
   }
-  moveToUsersSlice(report.number, user);
+  moveToUsersSlice(identifier, report.number, user);
   return std::nullopt;
 }
 

@@ -2,7 +2,6 @@
 
 #include <openssl/pem.h>
 
-#include "build_constants.h"
 #include "tests/support/linux/signed_files.h"
 
 namespace platform::code_signing {
@@ -47,16 +46,6 @@ TEST_F(CodeRequirementTest, LooksAtTheCertificateThatIsNamed) {
   EXPECT_TRUE(holds("certificate root[subject.CN] = \"Brimo Development Root (throw-away)\""));
   EXPECT_TRUE(holds("certificate anchor[subject.CN] = \"Brimo Development Root (throw-away)\""));
   EXPECT_FALSE(holds("certificate root[subject.OU] = \"BRIMO00618\""));
-}
-
-TEST_F(CodeRequirementTest, TheBuildsOwnRequirementsHoldForTheRightSigner) {
-  signature.identifier = ClientBundleIdentifier;
-  EXPECT_TRUE(holds(ClientRequirement));
-  signature.identifier += ".other";
-  EXPECT_FALSE(holds(ClientRequirement));
-  EXPECT_TRUE(holds(FrameworkRequirement));
-  signature.chain.erase(signature.chain.begin() + 1);
-  EXPECT_FALSE(holds(FrameworkRequirement));
 }
 
 TEST_F(CodeRequirementTest, AndBindsTighterThanOr) {

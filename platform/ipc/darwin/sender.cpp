@@ -1,7 +1,8 @@
+#include "platform/ipc/darwin/sender.h"
+
 #include <Security/Security.h>
 
 #include "platform/code_signing/darwin/requirement.h"
-#include "platform/ipc/darwin/values.h"
 
 namespace platform::ipc {
 

@@ -40,7 +40,7 @@ class Session::Implementation {
   bool isLocked_ = false;
 };
 
-std::unique_ptr<Session> Session::create(const std::string& name) {
+std::unique_ptr<Session> Session::create(const std::string& name, const std::string&) {
   const auto text = makeString(name);
   if (!text) return nullptr;
   CFOwner<SCPreferencesRef> preferences(SCPreferencesCreate(kCFAllocatorDefault, text.get(), nullptr));

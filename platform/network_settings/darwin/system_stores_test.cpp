@@ -18,7 +18,7 @@ TEST(Preferences, KeysAreTheSystemsOwn) {
 
 // Nothing is committed.
 TEST(Preferences, OnlyObjectsOfWhatPropertyListsKnowAreSet) {
-  auto session = preferences::Session::create("platform_tests");
+  auto session = preferences::Session::create("platform_tests", "");
   ASSERT_TRUE(session) << preferences::lastErrorText();
   EXPECT_TRUE(session->setValue("/NetworkServices/none/Proxies", boost::json::object()));
   EXPECT_FALSE(session->setValue("/NetworkServices/none/Proxies", {{"HTTPEnable", nullptr}}));

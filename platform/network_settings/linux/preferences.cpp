@@ -10,7 +10,6 @@
 #include <mutex>
 #include <set>
 
-#include "build_constants.h"
 #include "platform/network_settings/linux/network_manager.h"
 #include "platform/network_settings/linux/store.h"
 #include "platform/system/system_log.h"
@@ -63,7 +62,7 @@ std::optional<Entity> entityOf(std::string_view path) {
 
 class Session::Implementation {
  public:
-  Implementation() : store(fmt::format("/var/lib/{}", HelperServiceName)) {}
+  explicit Implementation(const std::string& folder) : store(folder) {}
 
   void apply();
 
@@ -148,10 +147,10 @@ void Session::Implementation::project(const std::string& service, const NetworkM
   for (auto device = first; device != last; ++device) manager.reapply(device->second.path, change);
 }
 
-std::unique_ptr<Session> Session::create(const std::string&) {
+std::unique_ptr<Session> Session::create(const std::string&, const std::string& store) {
   lastError = "Success!";
   std::unique_ptr<Session> session;
-  succeeds([&] { session = std::make_unique<Session>(std::make_unique<Implementation>()); });
+  succeeds([&] { session = std::make_unique<Session>(std::make_unique<Implementation>("/var/lib/" + store)); });
   return session;
 }
 

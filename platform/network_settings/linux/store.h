@@ -24,7 +24,7 @@ class PreferencesStore {
   void lock(bool wait);
   void unlock();
 
-  /// Sets the value at a path as platform/preferences.h has it.
+  /// Sets the value at a path as platform/network_settings/preferences.h has it.
   void set(const std::string& path, const boost::json::value& value);
 
   /// Replaces the file with what was set; does nothing when nothing was. The session must hold the lock.
