@@ -15,7 +15,7 @@ else()
   endif()
 endif()
 
-set(BRH_ANCHOR_SOURCE ${CMAKE_BINARY_DIR}/generated/code_signing_anchor.cpp)
+set(BRH_ANCHOR_SOURCE ${PROJECT_BINARY_DIR}/generated/code_signing_anchor.cpp)
 add_custom_command(
   OUTPUT ${BRH_ANCHOR_SOURCE}
   COMMAND ${CMAKE_COMMAND} -DPEM=${BRH_ANCHOR_FILE} -DOUTPUT=${BRH_ANCHOR_SOURCE} -P ${PROJECT_SOURCE_DIR}/cmake/embed_anchor.cmake
