@@ -22,3 +22,6 @@ add_custom_command(
   DEPENDS ${BRH_ANCHOR_FILE} ${PROJECT_SOURCE_DIR}/cmake/embed_anchor.cmake
   VERBATIM)
 
+# By itself, not as a source of the platform's: a custom command serves targets of its own folder alone.
+add_library(code_signing_anchor OBJECT ${BRH_ANCHOR_SOURCE})
+brh_use_common(code_signing_anchor)
