@@ -4,6 +4,8 @@
 
 #include "foundation/HXJSON.h"
 #include "helper/BRHMain.h"
+#include "helper/reply.h"
+#include "platform/base/json_text.h"
 #include "platform/network_settings/preferences.h"
 
 namespace json = boost::json;
@@ -32,13 +34,6 @@ std::optional<bool> booleanMeaning(const json::value* value) {
   if (const auto* boolean = value->if_bool()) return *boolean;
   if (value->is_number()) return value->to_number<double>() != 0;
   return std::nullopt;
-}
-
-/// The text of a member; empty when it is missing or no text.
-std::string_view textMember(const json::object& object, const char* key) {
-  const auto* value = object.if_contains(key);
-  const auto* text = value ? value->if_string() : nullptr;
-  return text ? std::string_view(*text) : std::string_view();
 }
 
 }  // namespace
@@ -114,21 +109,25 @@ void BRHMain::cleanupProxySettings() {
   }
 }
 
-json::object BRHMain::setStaticIP(const json::object& request) {
-  auto address = textMember(request, "address"), mask = textMember(request, "mask"),
-       router = textMember(request, "router"), serviceID = textMember(request, "serviceID");
+json::object BRHMain::setProxy(const json::object& request, const platform::ipc::Connection&) {
+  return applyProxySettings(request) ? BRHSuccess() : BRHError("failed to apply proxy settings");
+}
+
+json::object BRHMain::setStaticIP(const json::object& request, const platform::ipc::Connection&) {
+  auto address = platform::textMember(request, "address"), mask = platform::textMember(request, "mask"),
+       router = platform::textMember(request, "router"), serviceID = platform::textMember(request, "serviceID");
   if (address.empty() || mask.empty() || router.empty() || serviceID.empty() || serviceID.find('/') != serviceID.npos) {
-    return {{"error", "invalid static IP configuration"}};
+    return BRHError("invalid static IP configuration");
   }
   const json::object entity{{"Addresses", json::array{address}},
                             {"ConfigMethod", "Manual"},
                             {"Router", router},
                             {"SubnetMasks", json::array{mask}}};
   auto session = preferences::Session::create(sessionName);
-  if (!session) return {{"error", "failed to create preferences session"}};
-  if (!session->lock(true)) return {{"error", "failed to lock preferences"}};
+  if (!session) return BRHError("failed to create preferences session");
+  if (!session->lock(true)) return BRHError("failed to lock preferences");
   bool set = session->setValue(entityPath(serviceID, preferences::ipv4Entity), entity);
   HX_log("SCPreferencesPathSetValue result: {:d}", set);
-  if (!finish(std::move(session)) || !set) return {{"error", "failed to apply static IP configuration"}};
-  return {{"result", "success"}};
+  if (!finish(std::move(session)) || !set) return BRHError("failed to apply static IP configuration");
+  return BRHSuccess();
 }

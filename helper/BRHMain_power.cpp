@@ -1,6 +1,7 @@
 // Keeping the machine awake, and the DNS cache.
 #include "build_constants.h"
 #include "helper/BRHMain.h"
+#include "helper/reply.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/system/power.h"
 
@@ -13,10 +14,11 @@ constexpr std::chrono::seconds holdingTime(30);
 
 }  // namespace
 
-void BRHMain::preventSleepTemporarily() {
+boost::json::object BRHMain::preventSleepTemporarily(const boost::json::object&, const platform::ipc::Connection&) {
   HX_log("Prevent system sleeping");
   holdAssertion("PreventUserIdleSystemSleep", ".idle", "IOPMAssertion");
   holdAssertion("NetworkClientActive", ".network", "network IOPMAssertion");
+  return BRHSuccess();
 }
 
 void BRHMain::holdAssertion(const char* type, const char* nameSuffix, const char* whatFailed) {

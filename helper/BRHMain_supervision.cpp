@@ -1,6 +1,7 @@
 // Launching the main application again.
 #include "helper/BRHMain.h"
 #include "helper/admission.h"
+#include "helper/reply.h"
 #include "platform/application/application.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/system/clock.h"
@@ -14,12 +15,13 @@ constexpr double relaunchInterval = 30;  // seconds that must have passed since 
 
 }  // namespace
 
-void BRHMain::defunctRestart(const platform::ipc::Connection& client) {
+boost::json::object BRHMain::defunctRestart(const boost::json::object&, const platform::ipc::Connection& client) {
   // The death that follows is not to have the application launched a second time.
   _watchdogStarted = false;
   client.peer().kill();
   dispatch::after(relaunchDelay, dispatch::mainQueue(),
                   [this] { launchMainApplicationWithArguments({"-crashDefunctRestart"}); });
+  return BRHSuccess();
 }
 
 void BRHMain::relaunchAfterLostClient() {

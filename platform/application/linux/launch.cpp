@@ -17,6 +17,7 @@
 
 #include "build_constants.h"
 #include "platform/base/file_descriptor.h"
+#include "platform/base/file_io.h"
 #include "platform/base/linux/system_bus.h"
 
 namespace platform {
@@ -147,9 +148,8 @@ class Launch {
     Report result{"fork", ECHILD};
     while (true) {
       Report report;
-      auto length = read(descriptor, &report, sizeof report);
-      if (length < 0 && errno == EINTR) continue;
-      if (length != sizeof report) return result;
+      auto length = readInto(descriptor, {reinterpret_cast<char*>(&report), sizeof report});
+      if (!length || *length < sizeof report) return result;
       if (report.failedStep) return report;
       result = report;
     }

@@ -7,22 +7,9 @@
 #include <cstdio>
 #include <system_error>
 
+#include "platform/base/file_io.h"
+
 namespace platform {
-
-namespace {
-
-/// Writes all of a text; false with errno.
-bool writeAll(int file, std::string_view text) {
-  while (!text.empty()) {
-    auto written = write(file, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-}  // namespace
 
 PrivateFolder::PrivateFolder(std::string path) : path_(std::move(path)) {
   if (mkdir(path_.c_str(), 0700) == 0) {
@@ -52,14 +39,9 @@ std::optional<FileContent> PrivateFolder::read(const std::string& name) const {
   FileContent content{.text = {}, .status = check(file, name, S_IFREG)};
   if (content.status.st_size > static_cast<off_t>(maximumSize)) fail(EFBIG, name);
   content.text.resize(static_cast<std::size_t>(content.status.st_size));
-  std::size_t length = 0;
-  while (length < content.text.size()) {
-    auto got = ::read(file.get(), content.text.data() + length, content.text.size() - length);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) fail(errno, name);
-    if (got == 0) fail(EIO, name);  // nobody shortens a file that is only ever replaced
-    length += static_cast<std::size_t>(got);
-  }
+  auto length = readInto(file.get(), content.text);
+  if (!length) fail(length.error().number, name);
+  if (*length < content.text.size()) fail(EIO, name);  // nobody shortens a file that is only ever replaced
   return content;
 }
 
