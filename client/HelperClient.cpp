@@ -53,9 +53,9 @@ void throwError(const json::object& reply) {
 }  // namespace
 
 HelperClient::HelperClient() {
-  std::string problem;
-  connection_ = ipc::ClientConnection::connect(HelperServiceName, problem);
-  if (!connection_) throw HelperUnreachable(problem);
+  auto connection = ipc::ClientConnection::connect(HelperServiceName);
+  if (!connection) throw HelperUnreachable(connection.error().what());
+  connection_ = std::move(*connection);
 }
 
 ipc::Dictionary HelperClient::send(const ipc::Dictionary& request) {

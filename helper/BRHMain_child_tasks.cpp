@@ -77,10 +77,11 @@ json::object BRHMain::startDHCP(const json::object& request, const platform::ipc
       candidate, std::vector<std::string>{"-4", "-f", "-d", "-cf", config, "-lf", lease, "-pf", pidFile, interface},
       std::move(output));
   _dhcpdTask->setTerminationHandler([this, task = _dhcpdTask.get()] { dhcpdCompleted(task); });
-  if (auto reason = _dhcpdTask->launch()) {
-    HX_log("Failed to start dhcpd: {}", *reason);
+  if (auto launched = _dhcpdTask->launch(); !launched) {
+    const std::string reason = launched.error().what();
+    HX_log("Failed to start dhcpd: {}", reason);
     _dhcpdTask.reset();
-    return BRHError(reason->empty() ? "failed to start dhcpd" : *reason);
+    return BRHError(reason.empty() ? "failed to start dhcpd" : reason);
   }
   HX_log("dhcpd started");
   return {{"result", "success"}, {"pid", _dhcpdTask->processIdentifier()}};
@@ -126,10 +127,11 @@ json::object BRHMain::startSpindump(const json::object& request, const platform:
   _spindumpTask = std::make_shared<platform::ChildTask>(
       "/usr/sbin/spindump", std::vector<std::string>{std::to_string(client.peerPID()), "-o", path});
   _spindumpTask->setTerminationHandler([this] { spindumpCompleted(); });
-  if (auto reason = _spindumpTask->launch()) {
-    HX_log("Failed to start spindump: {}", *reason);
+  if (auto launched = _spindumpTask->launch(); !launched) {
+    const std::string reason = launched.error().what();
+    HX_log("Failed to start spindump: {}", reason);
     _spindumpTask.reset();
-    return BRHError(reason->empty() ? "failed to start spindump" : *reason);
+    return BRHError(reason.empty() ? "failed to start spindump" : reason);
   }
   HX_log("spindump started");
   return BRHSuccess();

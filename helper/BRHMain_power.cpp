@@ -22,14 +22,14 @@ boost::json::object BRHMain::preventSleepTemporarily(const boost::json::object&,
 }
 
 void BRHMain::holdAssertion(const char* type, const char* nameSuffix, const char* whatFailed) {
-  power::AssertionID assertion;
-  if (auto status = power::createAssertion(type, std::string(HelperServiceName) + nameSuffix, assertion); status != 0) {
-    HX_log("Failed to prevent system sleeping: {}", status);
+  auto assertion = power::createAssertion(type, std::string(HelperServiceName) + nameSuffix);
+  if (!assertion) {
+    HX_log("Failed to prevent system sleeping: {}", assertion.error().number);
     return;
   }
-  dispatch::after(holdingTime, dispatch::mainQueue(), [assertion, whatFailed] {
-    if (auto status = power::releaseAssertion(assertion); status != 0) {
-      HX_log("Failed to release {}: {}", whatFailed, status);
+  dispatch::after(holdingTime, dispatch::mainQueue(), [assertion = *assertion, whatFailed] {
+    if (auto released = power::releaseAssertion(assertion); !released) {
+      HX_log("Failed to release {}: {}", whatFailed, released.error().number);
     } else {
       HX_log("Release IOPMAssertion");
     }

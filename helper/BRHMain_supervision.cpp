@@ -41,7 +41,7 @@ void BRHMain::launchMainApplicationWithArguments(const std::vector<std::string>&
     HX_log("Refuse to launch invalid main application at {}", path);
     return;
   }
-  platform::openApplication(path, arguments, [](const std::optional<std::string>& error) {
-    if (error) HX_log("Failed to launch main application: {}", *error);
+  platform::openApplication(path, arguments, [](const platform::Result<void>& launched) {
+    if (!launched) HX_log("Failed to launch main application: {}", launched.error().what());
   });
 }

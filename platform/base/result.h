@@ -41,6 +41,12 @@ class [[nodiscard]] Result : public boost::system::result<T, Failure> {
   using boost::system::result<T, Failure>::result;
 };
 
+/// What a system call that returns -1 when it fails has come to.
+inline Result<void> resultOfCall(int returned) {
+  if (returned < 0) return lastFailure();
+  return {};
+}
+
 /// Takes a sequence of steps, each of which may throw a Failure: by value() of a Result, by check() or by itself. The
 /// first that does ends the sequence.
 template <class Steps>
@@ -57,7 +63,8 @@ auto attempt(Steps&& steps) -> Result<std::invoke_result_t<Steps>> {
   }
 }
 
-/// The result of a function that returns a negative errno when it fails, as those of sd-bus do; throws that Failure.
+/// The result of a function that returns a negative errno when it fails, as those of sd-bus do; throws that Failure. Of
+/// functions that return a positive one, as posix_spawn(3) does, the result is negated.
 inline int check(int result, const std::string& about = {}) {
   if (result < 0) throw failureOf(-result, about);
   return result;

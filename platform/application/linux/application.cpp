@@ -70,11 +70,11 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
 }
 
 void openApplication(const std::string& path, const std::vector<std::string>& arguments,
-                     std::function<void(std::optional<std::string> error)> completion) {
+                     std::function<void(const Result<void>& launched)> completion) {
   auto launch = [path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
-    auto error = identity ? launchApplication(path, arguments, *identity)
-                          : std::make_optional<std::string>("it is not known as whom it ran");
-    dispatch::async(dispatch::mainQueue(), [completion, error] { completion(error); });
+    auto launched =
+        identity ? launchApplication(path, arguments, *identity) : Failure(0, "it is not known as whom it ran");
+    dispatch::async(dispatch::mainQueue(), [completion, launched] { completion(launched); });
   };
   // Reading the user database and starting a program may take their time.
   dispatch::async(dispatch::globalQueue(), std::move(launch));

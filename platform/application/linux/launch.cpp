@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <system_error>
 
 #include "build_constants.h"
 #include "platform/base/file_descriptor.h"
@@ -175,20 +174,18 @@ void moveToUsersSlice(pid_t application, uid_t user) {
                                  "PIDs", "au", 1, static_cast<std::uint32_t>(application), "CollectMode", "s",
                                  "inactive-or-failed", 0);
   };
-  callSystemBus(startTransientUnit, writeArguments, [](sd_bus_message*) { return 0; });
+  [[maybe_unused]] auto moved = callSystemBus(startTransientUnit, writeArguments, [](sd_bus_message*) { return 0; });
 }
 
 }  // namespace
 
-std::optional<std::string> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
-                                             ApplicationIdentity identity) {
+Result<void> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
+                               ApplicationIdentity identity) {
   auto user = identity.user;
   auto report = Launch(path, arguments, std::move(identity)).run();
-  if (report.failedStep) {
-    return fmt::format("{}: {}", report.failedStep, std::generic_category().message(report.number));
-  }
+  if (report.failedStep) return failureOf(report.number, report.failedStep);
   moveToUsersSlice(report.number, user);
-  return std::nullopt;
+  return {};
 }
 
 }  // namespace platform
