@@ -56,9 +56,9 @@ void throwError(const json::object& reply) {
 class HelperClient::Connection {
  public:
   Connection() {
-    std::string problem;
-    connection_ = ipc::ClientConnection::connect(HelperServiceName, problem);
-    if (!connection_) throw HelperUnreachable(problem);
+    auto connection = ipc::ClientConnection::connect(HelperServiceName);
+    if (!connection) throw HelperUnreachable(connection.error().what());
+    connection_ = std::move(*connection);
   }
 
   ipc::Dictionary send(const ipc::Dictionary& request) {

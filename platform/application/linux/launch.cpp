@@ -13,9 +13,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <system_error>
 
 #include "platform/base/file_descriptor.h"
+#include "platform/base/file_io.h"
 #include "platform/base/linux/system_bus.h"
 
 namespace platform {
@@ -146,9 +146,8 @@ class Launch {
     Report result{"fork", ECHILD};
     while (true) {
       Report report;
-      auto length = read(descriptor, &report, sizeof report);
-      if (length < 0 && errno == EINTR) continue;
-      if (length != sizeof report) return result;
+      auto length = readInto(descriptor, {reinterpret_cast<char*>(&report), sizeof report});
+      if (!length || *length < sizeof report) return result;
       if (report.failedStep) return report;
       result = report;
     }
@@ -174,20 +173,18 @@ void moveToUsersSlice(const std::string& identifier, pid_t application, uid_t us
                                  "PIDs", "au", 1, static_cast<std::uint32_t>(application), "CollectMode", "s",
                                  "inactive-or-failed", 0);
   };
-  callSystemBus(startTransientUnit, writeArguments, [](sd_bus_message*) { return 0; });
+  [[maybe_unused]] auto moved = callSystemBus(startTransientUnit, writeArguments, [](sd_bus_message*) { return 0; });
 }
 
 }  // namespace
 
-std::optional<std::string> launchApplication(const std::string& identifier, const std::string& path,
-                                             const std::vector<std::string>& arguments, ApplicationIdentity identity) {
+Result<void> launchApplication(const std::string& identifier, const std::string& path,
+                               const std::vector<std::string>& arguments, ApplicationIdentity identity) {
   auto user = identity.user;
   auto report = Launch(path, arguments, std::move(identity)).run();
-  if (report.failedStep) {
-    return fmt::format("{}: {}", report.failedStep, std::generic_category().message(report.number));
-  }
+  if (report.failedStep) return failureOf(report.number, report.failedStep);
   moveToUsersSlice(identifier, report.number, user);
-  return std::nullopt;
+  return {};
 }
 
 }  // namespace platform

@@ -19,9 +19,8 @@ class CodeRequirementTest : public test::SigningFixture {
   }
 
   bool holds(const std::string& text) {
-    std::string problem;
-    auto requirement = CodeRequirement::parse(text, &problem);
-    EXPECT_TRUE(requirement) << text << ": " << problem;
+    auto requirement = CodeRequirement::parse(text);
+    EXPECT_TRUE(requirement) << text << ": " << requirement.error().what();
     return requirement && requirement->isSatisfiedBy(signature);
   }
 
@@ -79,8 +78,7 @@ TEST_F(CodeRequirementTest, AnythingElseIsAnErrorWithItsPlace) {
            {std::string(100'000, '('), "byte"},
            {std::string(100'000, '!'), "byte"},
        }) {
-    std::string problem;
-    EXPECT_FALSE(CodeRequirement::parse(text, &problem)) << text;
+    const std::string problem = CodeRequirement::parse(text).error().what();
     EXPECT_TRUE(problem.starts_with(place)) << text << ": " << problem;
   }
 }

@@ -88,7 +88,7 @@ TEST(IPCConnectionDeathTest, DeliversMessagesRepliesAndTheEnd) {
     });
     xpc_connection_resume(listener.get());
     xpc_endpoint_t endpoint = xpc_endpoint_create(listener.get());
-    startThread([endpoint] { runClient(endpoint); }).detach();
+    startThread([endpoint] { runClient(endpoint); }).value().detach();
     dispatch::dispatchMain();
   };
   EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");

@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <list>
-#include <system_error>
 
+#include "platform/base/result.h"
 #include "platform/dispatch/darwin/dispatch_reference.h"
 #include "platform/ipc/darwin/connection.h"
 
@@ -17,7 +17,7 @@ class Listener::Implementation final : public Listener {
       : service_(std::move(service)),
         termination_(darwin::DispatchSource::adopt(
             dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, SIGTERM, 0, dispatch_get_main_queue()))) {
-    if (!termination_) throw std::system_error(errno, std::generic_category(), "cannot watch for SIGTERM");
+    if (!termination_) throw lastFailure("cannot watch for SIGTERM");
     setEventHandler([](const ListenerEvent&) {});
     dispatch_source_set_event_handler(termination_.get(), ^{
       terminate();
