@@ -51,12 +51,11 @@ void BRHV6RADetector::start() {
       HXGCDTimer::onetimeTimerWithQueue(platform::dispatch::mainQueue(), timeoutSeconds, [weak = weak_from_this()] {
         if (auto self = weak.lock()) self->timeout();
       });
-  auto receiver = platform::startThread([self = shared_from_this()] { self->recvRA(); });
-  if (receiver) _recvThread = std::move(*receiver);
-  auto sender = platform::startThread([self = shared_from_this()] { self->sendRS(); });
-  if (sender) _sendThread = std::move(*sender);
-  // The timeout completes the probe.
-  if (!receiver || !sender) fail("thread", receiver ? sender.error() : receiver.error());
+  auto started = platform::attempt([this] {
+    _recvThread = platform::startThread([self = shared_from_this()] { self->recvRA(); }).value();
+    _sendThread = platform::startThread([self = shared_from_this()] { self->sendRS(); }).value();
+  });
+  if (!started) fail("thread", started.error());  // the timeout completes the probe
 }
 
 void BRHV6RADetector::timeout() {
