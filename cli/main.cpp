@@ -128,7 +128,7 @@ Answer raDetect(brimo::HelperClient& helper, const Arguments& arguments) {
 Answer services() {
   json::array list;
   std::string text;
-  for (const auto& [id, name, interface] : platform::networkServices()) {
+  for (const auto& [id, name, interface] : platform::networkServices().value()) {
     list.push_back({{"id", id}, {"interface", interface}, {"name", name}});
     text += fmt::format("{}{}  {:15}  {}", text.empty() ? "" : "\n", id, interface.empty() ? "-" : interface, name);
   }
@@ -143,12 +143,9 @@ struct Service {
 };
 
 Service findService(const std::string& text) {
-  std::vector<platform::NetworkService> services;
-  try {
-    services = platform::networkServices();
-  } catch (const std::runtime_error&) {
-    return {text, done()};  // the system does not tell its services: the helper may know better
-  }
+  auto known = platform::networkServices();
+  if (!known) return {text, done()};  // the system does not tell its services: the helper may know better
+  const auto& services = *known;
   using platform::NetworkService;
   for (auto member : {&NetworkService::id, &NetworkService::interface, &NetworkService::name}) {
     auto isCalled = [&](const NetworkService& service) { return !text.empty() && service.*member == text; };
