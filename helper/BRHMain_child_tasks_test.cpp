@@ -198,6 +198,9 @@ TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
   fs::remove(output);
   fs::copy_file(target, output);
   ASSERT_EQ(chown(output.c_str(), user, user), 0);
+  request["output"] = "/proc/self/root" + output;  // which leads to wherever the process wants
+  EXPECT_EQ(start(), R"({"error":"invalid dhcpd output path"})");
+  request["output"] = output;
   peer->peerUserID = 1001;
   EXPECT_EQ(start(), R"({"error":"invalid dhcpd output path"})");
   peer->peerUserID = user;

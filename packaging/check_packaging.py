@@ -41,7 +41,7 @@ if helper.read_bytes().startswith((b"\xcf\xfa\xed\xfe", b"\xca\xfe\xba\xbe")):  
 units = {name: (folder / "systemd" / f"{service}.{name}").read_text() for name in ("socket", "service")}
 for line in (f"ListenStream=/run/{service}.socket", "SocketMode=0666", "Accept=no", "PassCredentials=yes", "TriggerLimitIntervalSec=0"):
     assert line in units["socket"].splitlines(), line
-for line in ("KillMode=process", "OOMPolicy=continue", "LimitNOFILE=4096", "StartLimitIntervalSec=0", f"After={service}.socket NetworkManager.service",
+for line in ("KillMode=process", "OOMPolicy=continue", "LimitNOFILE=4096", "WatchdogSec=120", "WatchdogSignal=SIGKILL", "StartLimitIntervalSec=0", f"After={service}.socket NetworkManager.service",
              f"StateDirectory={service}", "StateDirectoryMode=0700"):
     assert line in units["service"].splitlines(), line
 assert not re.search(r"PrivateTmp=(?!no)|ProtectHome=(?!no)", units["service"])

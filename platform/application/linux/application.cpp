@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <map>
 #include <sstream>
 
 #include "platform/application/linux/environment.h"
@@ -17,6 +18,15 @@ namespace platform {
 namespace {
 
 constexpr std::size_t maximumSize = 1'048'576;  // of what is read of a file below /proc
+
+// Of one user at a time: each takes a thread of the global queue while it waits for what the user can hold up.
+constexpr int maximumLaunches = 8;
+
+/// How many launches are under way for each user, on the main thread.
+std::map<uid_t, int>& launchesUnderWay() {
+  static std::map<uid_t, int> launches;
+  return launches;
+}
 
 /// On the main thread.
 std::optional<ApplicationIdentity>& notedIdentity() {
@@ -71,10 +81,20 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
 
 void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(const Result<void>& launched)> completion) {
-  auto launch = [identifier, path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
-    auto launched = identity ? launchApplication(identifier, path, arguments, *identity)
-                             : Failure(0, "it is not known as whom it ran");
-    dispatch::async(dispatch::mainQueue(), [completion, launched] { completion(launched); });
+  auto refuse = [&completion](const char* reason) {
+    dispatch::async(dispatch::mainQueue(), [completion, reason] { completion(Failure(0, reason)); });
+  };
+  auto identity = notedIdentity();
+  if (!identity) return refuse("it is not known as whom it ran");
+  auto& launches = launchesUnderWay()[identity->user];
+  if (launches >= maximumLaunches) return refuse("too many launches for this user are under way");
+  ++launches;
+  auto launch = [identifier, path, arguments, identity, completion = std::move(completion)] {
+    auto launched = launchApplication(identifier, path, arguments, *identity);
+    dispatch::async(dispatch::mainQueue(), [completion, launched, user = identity->user] {
+      if (--launchesUnderWay()[user] == 0) launchesUnderWay().erase(user);
+      completion(launched);
+    });
   };
   // Reading the user database and starting a program may take their time.
   dispatch::async(dispatch::globalQueue(), std::move(launch));

@@ -9,12 +9,14 @@
 #include <systemd/sd-daemon.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <list>
 #include <map>
 
 #include "platform/dispatch/dispatch.h"
 #include "platform/ipc/linux/connection.h"
+#include "platform/ipc/linux/connection_budget.h"
 #include "platform/ipc/linux/endpoint.h"
 #include "platform/system/system_log.h"
 
@@ -98,6 +100,7 @@ class Listener::Implementation final : public Listener {
     // Connections that were made before this process came up have not had it from the listening socket.
     if (!passCredentials(socket.get())) return;
     uid_t user = Sender(socket.get()).uid();
+    if (!isWithinBudget(user)) return;
     if (connections_.size() >= maximumConnections || perUser_[user] >= maximumConnectionsPerUser) return;
     ++perUser_[user];
     auto entry = connections_.insert(connections_.end(), std::weak_ptr<Connection::Implementation>());
@@ -109,13 +112,22 @@ class Listener::Implementation final : public Listener {
     handler_(std::move(connection));
   }
 
+  /// Whether the user may have another connection; else it is closed without a word but this one.
+  bool isWithinBudget(uid_t user) {
+    auto verdict = budget_.spend(user, std::chrono::steady_clock::now());
+    if (verdict == ConnectionBudget::Verdict::refusedAndToBeSaid) {
+      systemLog(fmt::format("User {} connects too often: connections are refused", user));
+    }
+    return verdict == ConnectionBudget::Verdict::admitted;
+  }
+
   void terminate() {
+    pause_ = {};
+    readiness_ = {};
     // A handler may close any of the connections.
     auto connections = connections_;
     for (const auto& weak : connections) {
-      if (auto connection = weak.lock()) {
-        connection->deliver(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
-      }
+      if (auto connection = weak.lock()) connection->terminate();
     }
     // What is on its way on the main queue, the end of a connection for one, is still delivered.
     dispatch::async(dispatch::mainQueue(), [] { sd_event_exit(mainEventLoop(), 0); });
@@ -129,6 +141,7 @@ class Listener::Implementation final : public Listener {
   EventSource pause_;
   std::list<std::weak_ptr<Connection::Implementation>> connections_;
   std::map<uid_t, std::size_t> perUser_;
+  ConnectionBudget budget_;
 };
 
 std::unique_ptr<Listener> Listener::create(const ServiceSettings& settings) {

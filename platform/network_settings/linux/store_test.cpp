@@ -191,6 +191,25 @@ TEST_F(PreferencesStoreTest, WhatIsNoJSONObjectIsRefusedAndLeftAsItIs) {
   EXPECT_EQ(refusal(), file + ": File too large");
 }
 
+TEST_F(PreferencesStoreTest, WhatFillsTheStoreCanBeEmptiedAndKeepsNobodyFromEmptying) {
+  const std::string proxies = "/NetworkServices/A/Proxies";
+  change(proxies, std::string(PrivateFolder::maximumSize - 100, 'x'));
+  const auto full = content();
+  EXPECT_EQ(tryToChange("/NetworkServices/B/Proxies", std::string(100, 'x')).error().number, EFBIG);
+  const std::string unknown(200, 'C');  // too long to be added
+  change("/NetworkServices/" + unknown + "/Proxies", json::object());
+  EXPECT_EQ(content(), full);
+  {
+    auto store = open();
+    store.lock(true).value();
+    for (const std::string& service : {unknown, std::string("A")}) {
+      store.set("/NetworkServices/" + service + "/Proxies", json::object()).value();
+    }
+    store.commit().value();
+  }
+  EXPECT_EQ(content(), R"({"NetworkServices":{"A":{"Proxies":{}},")" + unknown + R"(":{"Proxies":{}}}})");
+}
+
 TEST_F(PreferencesStoreTest, AFailedWriteLeavesTheOldStore) {
   change("/a", 1);
   const auto before = content();
