@@ -14,7 +14,9 @@ endfunction()
 
 # brh_use_constants(target): lets it include the constants of this build, which nothing below the helper and its client knows.
 function(brh_use_constants target)
-  target_include_directories(${target} PRIVATE ${PROJECT_BINARY_DIR}/generated)
+  if(TARGET ${target})  # a test may be none of this build's
+    target_include_directories(${target} PRIVATE ${PROJECT_BINARY_DIR}/generated)
+  endif()
 endfunction()
 
 # brh_library(name sources…): a static library.
@@ -105,7 +107,7 @@ endfunction()
 
 # brh_needs_tools(test): the test signs files with the project's own tools.
 function(brh_needs_tools name)
-  if(BRH_BUILD_TESTS)
+  if(TARGET ${name})
     target_compile_definitions(${name} PRIVATE TOOLS_FOLDER="${PROJECT_SOURCE_DIR}/tools")
   endif()
 endfunction()
