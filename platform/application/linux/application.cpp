@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <map>
+#include <span>
 #include <sstream>
 
 #include "platform/application/linux/environment.h"
@@ -17,7 +18,7 @@ namespace platform {
 
 namespace {
 
-constexpr std::size_t maximumSize = 1'048'576;  // of what is read of a file below /proc
+constexpr std::size_t maximumSize = 1'048'576, pieceSize = 16'384;  // of what is read of a file below /proc
 
 // Of one user at a time: each takes a thread of the global queue while it waits for what the user can hold up.
 constexpr int maximumLaunches = 8;
@@ -37,10 +38,16 @@ std::optional<ApplicationIdentity>& notedIdentity() {
 /// The beginning of a file below /proc/PID; absent when it cannot be read.
 std::optional<std::string> readProcessFile(std::int32_t pid, const char* name) {
   FileDescriptor file(open(fmt::format("/proc/{}/{}", pid, name).c_str(), O_RDONLY | O_CLOEXEC));
-  std::string content(maximumSize, '\0');
-  auto length = readInto(file.get(), content);
-  if (!length) return std::nullopt;
-  content.resize(*length);
+  std::string content;
+  // In pieces: few files are nearly as large as is allowed.
+  for (std::size_t filled = 0; filled < maximumSize;) {
+    content.resize(filled + pieceSize);
+    auto length = readInto(file.get(), std::span(content).subspan(filled));
+    if (!length) return std::nullopt;
+    filled += *length;
+    content.resize(filled);
+    if (*length < pieceSize) break;
+  }
   return content;
 }
 

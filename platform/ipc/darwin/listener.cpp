@@ -85,11 +85,11 @@ void raiseDescriptorLimit() {
 
 }  // namespace
 
-std::unique_ptr<Listener> Listener::create(const ServiceSettings& settings) {
+Result<std::unique_ptr<Listener>> Listener::create(const ServiceSettings& settings) {
   raiseDescriptorLimit();
   auto service = darwin::XPCConnection::adopt(xpc_connection_create_mach_service(
       settings.name.c_str(), dispatch_get_main_queue(), XPC_CONNECTION_MACH_SERVICE_LISTENER));
-  if (!service) return nullptr;
+  if (!service) return Failure(0, settings.name + " is not to be had");
   return std::make_unique<Implementation>(std::move(service));
 }
 
