@@ -31,7 +31,6 @@ namespace {
 
 constexpr int populationDescriptors = 30, keptSockets = 10, rounds = 7, lookupsOfARound = 40;
 constexpr int seed = 618;
-constexpr const char* groups = "/sys/fs/cgroup/unified/brimo-bench";
 
 void require(bool fine, const char* what) {
   if (!fine) throw std::runtime_error(fmt::format("{}: {}", what, std::strerror(errno)));
@@ -39,8 +38,10 @@ void require(bool fine, const char* what) {
 
 /// Moves this process, and thereby its later children, to a control group.
 void enterGroup(const std::string& name) {
-  const auto folder = fmt::format("{}/{}", groups, name);
-  mkdir(groups, 0755);
+  const bool isBesideVersion1 = access("/sys/fs/cgroup/unified", F_OK) == 0;
+  const std::string groups = isBesideVersion1 ? "/sys/fs/cgroup/unified/brimo-bench" : "/sys/fs/cgroup/brimo-bench";
+  const auto folder = groups + "/" + name;
+  mkdir(groups.c_str(), 0755);
   mkdir(folder.c_str(), 0755);
   std::ofstream list(folder + "/cgroup.procs");
   list << getpid() << std::flush;
