@@ -263,9 +263,7 @@ platform::ipc::Data record(const sockaddr_in& address) {
 class Asker {
  public:
   Asker() {
-    std::string problem;
-    connection_ = platform::ipc::ClientConnection::connect(HelperServiceName, problem);
-    if (!connection_) throw std::runtime_error(problem);
+    connection_ = platform::ipc::ClientConnection::connect(HelperServiceName).value();
   }
 
   void lookUp(const Case& which, const Clients::Made& made, const sockaddr_in& proxy) {

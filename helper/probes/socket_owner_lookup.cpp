@@ -80,7 +80,7 @@ struct Waiting {
 /// Answers what one pass over the machine's processes can. Returns the questions whose socket is there but was not
 /// found with anybody: it may have gone from one process to another behind the pass's back.
 std::vector<Waiting> answerInOnePass(std::vector<Waiting> questions) {
-  constexpr int maximumPasses = 3;
+  constexpr int maximumPasses = 5;
   std::vector<Waiting> asked;
   std::vector<SocketEntry> sockets;
   for (auto& next : questions) {
