@@ -92,8 +92,10 @@ std::vector<Waiting> answerInOnePass(std::vector<Waiting> questions) {
     }
   }
   platform::findSocketOwners(sockets, [&](std::size_t index, std::int32_t pid) {
+    // One that is ending has no executable any more, while another may go on with the socket.
     auto owner = identify(pid, sockets[index]);
     if (owner) std::exchange(asked[index].answer, nullptr)(owner);
+    return owner.has_value();
   });
   std::vector<Waiting> open;
   for (auto& next : asked) {

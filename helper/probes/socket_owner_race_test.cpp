@@ -332,7 +332,8 @@ TEST(SocketOwnerRaces, EveryAnswerWasTrueBetweenQuestionAndAnswer) {
     std::vector<std::pair<Answer, std::promise<Answer>>> asked(1 + random() % 4);
     for (auto& [answer, promise] : asked) {
       // Of the latest, about half are held by somebody.
-      const auto& about = shared().holds[shared().count - 10 - random() % 90];
+      Hold about{};
+      while (about.port == 0) about = shared().holds[shared().count - 1 - random() % 100];  // 0: not filled in yet
       answer = {.port = about.port, .udp = about.udp, .asked = now(), .answered = 0, .pid = 0};
       BRAskSocketOwner({.protocol = answer.udp ? SocketProtocol::udp : SocketProtocol::tcp,
                         .address = BRSockAddrMakeIPv4({127, 6, 18, 1}, answer.port),

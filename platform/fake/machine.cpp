@@ -110,7 +110,7 @@ std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket) {
 }
 
 void findSocketOwners(std::span<const SocketEntry> sockets,
-                      const std::function<void(std::size_t index, std::int32_t pid)>& found) {
+                      const std::function<bool(std::size_t index, std::int32_t pid)>& found) {
   fake::machine().passes.emplace_back();
   for (std::size_t index = 0; index < sockets.size(); ++index) {
     fake::machine().passes.back().push_back(sockets[index].identity);

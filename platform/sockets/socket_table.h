@@ -54,7 +54,7 @@ std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket);
 /// macOS the one that used it last, as the table said. `found` is called once for a socket at most, and not for one
 /// that is handed from process to process meanwhile. Takes up to a second on a large machine. Any thread.
 void findSocketOwners(std::span<const SocketEntry> sockets,
-                      const std::function<void(std::size_t index, std::int32_t pid)>& found);
+                      const std::function<bool(std::size_t index, std::int32_t pid)>& found);
 
 /// Whether a process holds the socket at this moment, as others may, too; on macOS whether it is the one that used it
 /// last, as the table said. Any thread.

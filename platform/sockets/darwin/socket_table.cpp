@@ -56,7 +56,7 @@ std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket) {
 }
 
 void findSocketOwners(std::span<const SocketEntry> sockets,
-                      const std::function<void(std::size_t index, std::int32_t pid)>& found) {
+                      const std::function<bool(std::size_t index, std::int32_t pid)>& found) {
   for (std::size_t index = 0; index < sockets.size(); ++index) {
     if (auto owner = likelySocketOwner(sockets[index])) found(index, *owner);
   }

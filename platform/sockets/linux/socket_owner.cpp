@@ -155,7 +155,7 @@ bool isAt(Memory::Place place, Inode inode) {
 /// One search for the owners of sockets, which ends when all are found or the time is over.
 class Search {
  public:
-  Search(std::span<const SocketEntry> sockets, const std::function<void(std::size_t, std::int32_t)>& found,
+  Search(std::span<const SocketEntry> sockets, const std::function<bool(std::size_t, std::int32_t)>& found,
          std::optional<Clock::time_point> end)
       : sockets_(sockets), found_(found), end_(end) {
     for (std::size_t index = 0; index < sockets.size(); ++index) {
@@ -207,12 +207,16 @@ class Search {
   bool isOver() const { return wanted_.empty() || (end_ && Clock::now() >= *end_); }
 
   void report(Inode inode, std::int32_t pid) {
-    const auto [first, last] = wanted_.equal_range(inode);
-    for (auto next = first; next != last; ++next) {
-      memory().noteOwner(pid, sockets_[next->second]);
-      found_(next->second, pid);
+    auto [next, last] = wanted_.equal_range(inode);
+    while (next != last) {
+      const auto index = next->second;
+      if (!found_(index, pid)) {
+        ++next;
+        continue;
+      }
+      memory().noteOwner(pid, sockets_[index]);
+      next = wanted_.erase(next);
     }
-    wanted_.erase(first, last);
   }
 
   /// Looks at one descriptor of a process, whose folder of descriptors is open.
@@ -286,7 +290,7 @@ class Search {
   }
 
   const std::span<const SocketEntry> sockets_;
-  const std::function<void(std::size_t, std::int32_t)>& found_;
+  const std::function<bool(std::size_t, std::int32_t)>& found_;
   const std::optional<Clock::time_point> end_;
   std::unordered_multimap<Inode, std::size_t> wanted_;  // indices of the sockets that are not found yet
   std::unordered_set<std::uint64_t> groups_;
@@ -297,7 +301,10 @@ class Search {
 
 std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket) {
   std::optional<std::int32_t> owner;
-  const std::function found = [&](std::size_t, std::int32_t pid) { owner = pid; };
+  const std::function found = [&](std::size_t, std::int32_t pid) {
+    owner = pid;
+    return true;
+  };
   Search search({&socket, 1}, found, Clock::now() + timeAtOnce);
   search.lookAtPlaces();
   search.lookAtLikelyProcesses();
@@ -305,7 +312,7 @@ std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket) {
 }
 
 void findSocketOwners(std::span<const SocketEntry> sockets,
-                      const std::function<void(std::size_t index, std::int32_t pid)>& found) {
+                      const std::function<bool(std::size_t index, std::int32_t pid)>& found) {
   Search search(sockets, found, std::nullopt);
   search.lookAtPlaces();
   search.lookAtLikelyProcesses();

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstring>
+#include <set>
 
 #include "platform/base/file_descriptor.h"
 #include "platform/sockets/socket_table.h"
@@ -101,7 +102,10 @@ TEST(SocketTable, ShowsListenersFirstAndLeavesOutWhatBelongsToNoProcess) {
 
 std::vector<std::optional<std::int32_t>> ownersOf(const std::vector<SocketEntry>& sockets) {
   std::vector<std::optional<std::int32_t>> owners(sockets.size());
-  findSocketOwners(sockets, [&](std::size_t index, std::int32_t pid) { owners[index] = pid; });
+  findSocketOwners(sockets, [&](std::size_t index, std::int32_t pid) {
+    owners[index] = pid;
+    return true;
+  });
   return owners;
 }
 
@@ -160,6 +164,9 @@ TEST(SocketOwner, IsOnlyAProcessThatHoldsTheSocketNow) {
   }
   close(stay[0]);
   EXPECT_TRUE(holdsSocket(getpid(), entry) && holdsSocket(child, entry));
+  std::set<std::int32_t> offered;
+  findSocketOwners({&entry, 1}, [&](std::size_t, std::int32_t pid) { return offered.insert(pid).first, false; });
+  EXPECT_THAT(offered, testing::UnorderedElementsAre(getpid(), child));
   bound.descriptor.reset();  // this process was found a moment ago, but holds it no longer
   EXPECT_FALSE(holdsSocket(getpid(), entry));
   EXPECT_THAT(ownersOf({entry}), testing::ElementsAre(child));
