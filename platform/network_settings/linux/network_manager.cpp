@@ -7,8 +7,6 @@
 #include <functional>
 #include <set>
 
-#include "platform/base/utf8.h"
-
 namespace platform {
 
 namespace {
@@ -26,11 +24,6 @@ struct Refusal : Failure {
   Refusal(const sd_bus_error& error) : Failure(0, error.message ? error.message : error.name), name(error.name) {}
   std::string name;
 };
-
-/// Whether D-Bus carries a text. What it does not carry names nothing.
-bool isCarried(const std::string& text) {
-  return text.find('\0') == text.npos && isUTF8(text);
-}
 
 const char* readString(sd_bus_message* message, char type) {
   const char* text = nullptr;
@@ -297,15 +290,24 @@ Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager:
     const std::vector<std::string>& uuids) {
   return attempt([&] {
     std::vector<BusMessage> requests;
+    std::vector<bool> isAsked;  // for each UUID: D-Bus does not carry every text
     for (const auto& uuid : uuids) {
-      requests.push_back(makeCall(settingsPath, settingsInterface, "GetConnectionByUuid"));
-      check(sd_bus_message_append(requests.back().get(), "s", isCarried(uuid) ? uuid.c_str() : ""));
+      auto request = makeCall(settingsPath, settingsInterface, "GetConnectionByUuid");
+      bool isText = uuid.find('\0') == uuid.npos;
+      int result = isText ? sd_bus_message_append(request.get(), "s", uuid.c_str()) : -EINVAL;
+      isAsked.push_back(result != -EINVAL);
+      if (!isAsked.back()) continue;
+      check(result);
+      requests.push_back(std::move(request));
     }
+    auto replies = callTogether(requests);
+    auto next = replies.begin();
     std::vector<Result<std::optional<Path>>> found;
-    for (auto& reply : callTogether(requests)) {
+    for (bool hasReply : isAsked) {
       found.push_back(attempt([&]() -> std::optional<Path> {
+        if (!hasReply) return std::nullopt;
         try {
-          return readString(accepted(std::move(reply)).get(), 'o');
+          return readString(accepted(std::move(*next++)).get(), 'o');
         } catch (const Refusal& refusal) {
           if (refusal.name == "org.freedesktop.NetworkManager.Settings.InvalidConnection") return std::nullopt;
           throw;
