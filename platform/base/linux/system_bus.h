@@ -26,6 +26,10 @@ Result<SystemBus> openSystemBus(BusDeadline deadline);
 /// be null, says what the other side answered in place of a reply.
 Result<BusMessage> callUntil(BusDeadline deadline, sd_bus* bus, sd_bus_message* request, sd_bus_error* error);
 
+/// Reads one message from an open connection and handles it; waits for it as long. Fails with ETIMEDOUT at the
+/// deadline.
+Result<void> serveUntil(BusDeadline deadline, sd_bus* bus);
+
 struct BusMethod {
   const char* service;
   const char* object;

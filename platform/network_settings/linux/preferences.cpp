@@ -63,7 +63,6 @@ class Handover {
   void recordProjected();
   void projectAll();
 
-  void project(const std::string& service, const NetworkManager::Path& connection);
   NetworkManager::Change changeOf(const std::string& service);
   bool isMirrored() const;
   void note(const std::string& service, const Result<void>& step);
@@ -73,7 +72,6 @@ class Handover {
   std::set<std::string> projected_;
   NetworkManager manager_;
   std::map<std::string, std::optional<NetworkManager::Path>> services_;  // that were changed, with their connections
-  std::multimap<NetworkManager::Path, NetworkManager::Device> active_;
   std::string problems_;
 };
 
@@ -102,9 +100,13 @@ Result<void> Handover::run() {
 
 void Handover::findConnections() {
   for (const auto& [service, entity] : committed_) services_.try_emplace(service);
+  std::vector<std::string> uuids;
+  for (const auto& [service, connection] : services_) uuids.push_back(service);
+  auto found = manager_.findConnections(uuids).value();
+  auto next = found.begin();
   for (auto& [service, connection] : services_) {
     note(service, attempt([&] {
-           connection = manager_.findConnection(service).value();
+           connection = (next++)->value();
            if (connection) {
              projected_.insert(service);
            } else {
@@ -122,19 +124,27 @@ void Handover::recordProjected() {
 void Handover::projectAll() {
   auto isKnown = [](const auto& service) { return service.second.has_value(); };
   if (std::none_of(services_.begin(), services_.end(), isKnown)) return;
-  active_ = manager_.activeDevices().value();
+  const auto active = manager_.activeDevices().value();
+  std::vector<std::string> services;
+  std::vector<std::pair<NetworkManager::Path, NetworkManager::Change>> changes;
   for (const auto& [service, connection] : services_) {
     if (!connection) continue;
-    note(service, attempt([&] { project(service, *connection); }));
+    note(service, attempt([&] {
+           auto change = changeOf(service);
+           if (!change.proxy && !change.ipv4) return;
+           services.push_back(service);
+           changes.emplace_back(*connection, std::move(change));
+         }));
   }
-}
-
-void Handover::project(const std::string& service, const NetworkManager::Path& connection) {
-  auto change = changeOf(service);
-  if (!change.proxy && !change.ipv4) return;
-  manager_.update(connection, change).value();
-  auto [first, last] = active_.equal_range(connection);
-  for (auto device = first; device != last; ++device) manager_.reapply(device->second.path, change).value();
+  auto updates = manager_.update(changes).value();
+  for (std::size_t index = 0; index < changes.size(); ++index) {
+    const auto& [connection, change] = changes[index];
+    note(services[index], attempt([&] {
+           updates[index].value();
+           auto [first, last] = active.equal_range(connection);
+           for (auto device = first; device != last; ++device) manager_.reapply(device->second.path, change).value();
+         }));
+  }
 }
 
 // Only what was set: the rest may have been changed in NetworkManager since.
