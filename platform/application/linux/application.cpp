@@ -3,14 +3,18 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <systemd/sd-daemon.h>
+#include <systemd/sd-login.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <sstream>
 
 #include "platform/application/linux/environment.h"
 #include "platform/application/linux/launch.h"
+#include "platform/application/linux/transient_service.h"
 #include "platform/dispatch/dispatch.h"
 
 namespace platform {
@@ -52,6 +56,15 @@ std::vector<std::uint32_t> numbersOf(const std::string& status, const std::strin
   return numbers;
 }
 
+/// Whether the user is logged in, as logind knows (sd_uid_get_state(3)); false where there is no logind.
+bool hasSession(uid_t user) {
+  char* state = nullptr;
+  if (sd_uid_get_state(user, &state) < 0) return false;
+  std::string text(state);
+  std::free(state);
+  return text == "opening" || text == "online" || text == "active";
+}
+
 std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint32_t userID) {
   auto environment = readProcessFile(process.pid(), "environ");
   auto status = readProcessFile(process.pid(), "status");
@@ -63,10 +76,21 @@ std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint3
   ApplicationIdentity identity{.user = userID,
                                .group = groups[0],
                                .groups = numbersOf(*status, "Groups:"),
-                               .environment = applicationEnvironment(*environment)};
+                               .environment = applicationEnvironment(*environment),
+                               .hadSession = hasSession(userID)};
   // What was read is true of the process only if it lives.
   if (process.hasEnded()) return std::nullopt;
   return identity;
+}
+
+/// Absent on success, else what went wrong.
+std::optional<std::string> launch(const std::string& path, const std::vector<std::string>& arguments,
+                                  const std::optional<ApplicationIdentity>& identity) {
+  if (!identity) return "it is not known as whom it ran";
+  if (identity->hadSession && !hasSession(identity->user)) return "its user has logged out";
+  // Where systemd runs, process 1 starts it or nobody: a child of this service would inherit its confinement.
+  return sd_booted() > 0 ? startTransientService(path, arguments, *identity)
+                         : launchApplication(path, arguments, *identity);
 }
 
 }  // namespace
@@ -77,13 +101,12 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
 
 void openApplication(const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(std::optional<std::string> error)> completion) {
-  auto launch = [path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
-    auto error = identity ? launchApplication(path, arguments, *identity)
-                          : std::make_optional<std::string>("it is not known as whom it ran");
-    dispatch::async(dispatch::mainQueue(), [completion, error] { completion(error); });
-  };
   // Reading the user database and starting a program may take their time.
-  dispatch::async(dispatch::globalQueue(), std::move(launch));
+  dispatch::async(dispatch::globalQueue(),
+                  [path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
+                    auto error = launch(path, arguments, identity);
+                    dispatch::async(dispatch::mainQueue(), [completion, error] { completion(error); });
+                  });
 }
 
 }  // namespace platform

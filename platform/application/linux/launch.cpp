@@ -3,63 +3,22 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <grp.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <system_error>
 
-#include "build_constants.h"
+#include "platform/application/linux/environment.h"
 #include "platform/base/file_descriptor.h"
-#include "platform/base/linux/system_bus.h"
 
 namespace platform {
 
 namespace {
 
-/// Value of a variable; empty when the environment lacks it.
-std::string_view valueOf(const std::vector<std::string>& environment, std::string_view name) {
-  for (std::string_view variable : environment) {
-    if (variable.starts_with(name) && variable.substr(name.size()).starts_with('=')) {
-      return variable.substr(name.size() + 1);
-    }
-  }
-  return {};
-}
-
-void fillIn(std::vector<std::string>& environment, const char* name, const char* value) {
-  if (valueOf(environment, name).empty()) environment.push_back(fmt::format("{}={}", name, value));
-}
-
-/// Fills in what the user database knows of the user, who need not be in it.
-void completeEnvironment(std::vector<std::string>& environment, uid_t user) {
-  std::array<char, 16'384> buffer;
-  passwd entry;
-  passwd* found = nullptr;
-  if (getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) == 0 && found) {
-    fillIn(environment, "HOME", found->pw_dir);
-    fillIn(environment, "USER", found->pw_name);
-    fillIn(environment, "LOGNAME", found->pw_name);
-    fillIn(environment, "SHELL", found->pw_shell);
-  }
-  fillIn(environment, "PATH", "/usr/local/bin:/usr/bin:/bin");
-}
-
-/// Pointers to the texts, as execve(2) takes them.
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (auto& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-/// What a child tells: that a step failed, and with which errno, or, without a step, the process ID of the application.
+/// What a child tells: that a step failed, and with which errno, or, without a step, that the application was forked.
 /// The step is a literal, which has the same address in both processes.
 struct Report {
   const char* failedStep;
@@ -162,32 +121,14 @@ class Launch {
   FileDescriptor null_, report_;
 };
 
-/// Has systemd, where it is there, take the application out of this service into a scope among the user's processes:
-/// there it is counted, limited and ended as they are. Where that fails it goes on all the same.
-void moveToUsersSlice(pid_t application, uid_t user) {
-  if (sd_booted() <= 0) return;
-  constexpr BusMethod startTransientUnit{"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
-                                         "org.freedesktop.systemd1.Manager", "StartTransientUnit"};
-  auto scope = fmt::format("app-{}-{}.scope", ClientBundleIdentifier, application);
-  auto slice = fmt::format("user-{}.slice", user);
-  auto writeArguments = [&](sd_bus_message* call) {
-    return sd_bus_message_append(call, "ssa(sv)a(sa(sv))", scope.c_str(), "fail", 3, "Slice", "s", slice.c_str(),
-                                 "PIDs", "au", 1, static_cast<std::uint32_t>(application), "CollectMode", "s",
-                                 "inactive-or-failed", 0);
-  };
-  callSystemBus(startTransientUnit, writeArguments, [](sd_bus_message*) { return 0; });
-}
-
 }  // namespace
 
 std::optional<std::string> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
                                              ApplicationIdentity identity) {
-  auto user = identity.user;
   auto report = Launch(path, arguments, std::move(identity)).run();
   if (report.failedStep) {
     return fmt::format("{}: {}", report.failedStep, std::generic_category().message(report.number));
   }
-  moveToUsersSlice(report.number, user);
   return std::nullopt;
 }
 

@@ -1,4 +1,4 @@
-// Starting an application as a user, apart from the process that does it.
+// Starting an application as a user, by a fork.
 #pragma once
 
 #include <sys/types.h>
@@ -15,6 +15,7 @@ struct ApplicationIdentity {
   gid_t group;
   std::vector<gid_t> groups;             ///< supplementary
   std::vector<std::string> environment;  ///< as execve(2) takes it
+  bool hadSession = false;               ///< whether the user was logged in when this was read
 };
 
 /// Starts the executable at `path`: as the identity says, in the home folder or else "/", in a session of its own, with
