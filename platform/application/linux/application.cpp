@@ -1,59 +1,25 @@
 // The application that was admitted last, and its launch.
 #include "platform/application/application.h"
 
-#include <fcntl.h>
-#include <fmt/format.h>
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-login.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <cstdlib>
-#include <sstream>
 
 #include "platform/application/linux/environment.h"
 #include "platform/application/linux/launch.h"
 #include "platform/application/linux/transient_service.h"
 #include "platform/dispatch/dispatch.h"
+#include "platform/process/linux/proc_files.h"
 
 namespace platform {
 
 namespace {
 
-constexpr std::size_t maximumSize = 1'048'576;  // of what is read of a file below /proc
-
 /// On the main thread.
 std::optional<ApplicationIdentity>& notedIdentity() {
   static std::optional<ApplicationIdentity> identity;
   return identity;
-}
-
-/// The beginning of a file below /proc/PID; absent when it cannot be read.
-std::optional<std::string> readProcessFile(std::int32_t pid, const char* name) {
-  FileDescriptor file(open(fmt::format("/proc/{}/{}", pid, name).c_str(), O_RDONLY | O_CLOEXEC));
-  std::string content;
-  std::array<char, 16'384> piece;
-  while (content.size() < maximumSize) {
-    auto length = read(file.get(), piece.data(), piece.size());
-    if (length < 0 && errno == EINTR) continue;
-    if (length < 0) return std::nullopt;
-    if (length == 0) break;
-    content.append(piece.data(), static_cast<std::size_t>(length));
-  }
-  return content;
-}
-
-/// The numbers behind a key of /proc/PID/status (proc(5)).
-std::vector<std::uint32_t> numbersOf(const std::string& status, const std::string& key) {
-  std::vector<std::uint32_t> numbers;
-  std::istringstream lines(status);
-  for (std::string line; std::getline(lines, line);) {
-    if (!line.starts_with(key)) continue;
-    std::istringstream words(line.substr(key.size()));
-    for (std::uint32_t number; words >> number;) numbers.push_back(number);
-  }
-  return numbers;
 }
 
 /// Whether the user is logged in, as logind knows (sd_uid_get_state(3)); false where there is no logind.
