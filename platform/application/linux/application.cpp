@@ -49,13 +49,12 @@ std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint3
   return identity;
 }
 
-/// Absent on success, else what went wrong.
-std::optional<std::string> launch(const std::string& path, const std::vector<std::string>& arguments,
-                                  const std::optional<ApplicationIdentity>& identity) {
-  if (!identity) return "it is not known as whom it ran";
-  if (identity->hadSession && !hasSession(identity->user)) return "its user has logged out";
+Result<void> launch(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
+                    const std::optional<ApplicationIdentity>& identity) {
+  if (!identity) return Failure(0, "it is not known as whom it ran");
+  if (identity->hadSession && !hasSession(identity->user)) return Failure(0, "its user has logged out");
   // Where systemd runs, process 1 starts it or nobody: a child of this service would inherit its confinement.
-  return sd_booted() > 0 ? startTransientService(path, arguments, *identity)
+  return sd_booted() > 0 ? startTransientService(identifier, path, arguments, *identity)
                          : launchApplication(path, arguments, *identity);
 }
 
@@ -65,13 +64,13 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
   notedIdentity() = identityOf(process, userID);
 }
 
-void openApplication(const std::string& path, const std::vector<std::string>& arguments,
-                     std::function<void(std::optional<std::string> error)> completion) {
+void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
+                     std::function<void(const Result<void>& launched)> completion) {
   // Reading the user database and starting a program may take their time.
   dispatch::async(dispatch::globalQueue(),
-                  [path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
-                    auto error = launch(path, arguments, identity);
-                    dispatch::async(dispatch::mainQueue(), [completion, error] { completion(error); });
+                  [identifier, path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
+                    auto launched = launch(identifier, path, arguments, identity);
+                    dispatch::async(dispatch::mainQueue(), [completion, launched] { completion(launched); });
                   });
 }
 

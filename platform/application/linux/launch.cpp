@@ -9,10 +9,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <system_error>
 
 #include "platform/application/linux/environment.h"
 #include "platform/base/file_descriptor.h"
+#include "platform/base/file_io.h"
 
 namespace platform {
 
@@ -106,9 +106,8 @@ class Launch {
     Report result{"fork", ECHILD};
     while (true) {
       Report report;
-      auto length = read(descriptor, &report, sizeof report);
-      if (length < 0 && errno == EINTR) continue;
-      if (length != sizeof report) return result;
+      auto length = readInto(descriptor, {reinterpret_cast<char*>(&report), sizeof report});
+      if (!length || *length < sizeof report) return result;
       if (report.failedStep) return report;
       result = report;
     }
@@ -123,13 +122,11 @@ class Launch {
 
 }  // namespace
 
-std::optional<std::string> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
-                                             ApplicationIdentity identity) {
+Result<void> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
+                               ApplicationIdentity identity) {
   auto report = Launch(path, arguments, std::move(identity)).run();
-  if (report.failedStep) {
-    return fmt::format("{}: {}", report.failedStep, std::generic_category().message(report.number));
-  }
-  return std::nullopt;
+  if (report.failedStep) return failureOf(report.number, report.failedStep);
+  return {};
 }
 
 }  // namespace platform

@@ -3,13 +3,10 @@
 #include <fmt/format.h>
 #include <systemd/sd-id128.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <system_error>
 #include <thread>
 
-#include "build_constants.h"
 #include "platform/application/linux/environment.h"
 #include "platform/base/linux/system_bus.h"
 #include "platform/base/utf8.h"
@@ -26,23 +23,15 @@ constexpr char serviceInterface[] = "org.freedesktop.systemd1.Service";
 constexpr std::chrono::seconds patience(30);  // PAM modules may have to ask the network
 constexpr std::chrono::milliseconds betweenLooks(20);
 
-/// The result of an sd-bus function; a negative one is thrown.
-int check(int result) {
-  if (result < 0) throw std::system_error(-result, std::generic_category(), "D-Bus");
-  return result;
-}
-
-int check(int result, const sd_bus_error& error) {
-  if (result < 0 && error.message) throw std::runtime_error(error.message);
-  return check(result);
-}
-
 /// An error of sd-bus's, released at the end.
 struct BusError : sd_bus_error {
   BusError() : sd_bus_error(SD_BUS_ERROR_NULL) {}
   BusError(const BusError&) = delete;
   BusError& operator=(const BusError&) = delete;
   ~BusError() { sd_bus_error_free(this); }
+
+  /// What the other side said, else what the call came to.
+  Failure orElse(const Failure& failure) const { return message ? Failure(failure.number, message) : failure; }
 };
 
 void appendTexts(sd_bus_message* call, std::vector<std::string> texts) {
@@ -115,7 +104,7 @@ void writeService(sd_bus_message* call, const std::string& unit, const std::vect
   const auto userManager = fmt::format("user@{}.service", identity.user);
   check(sd_bus_message_append(call, "ss", unit.c_str(), "fail"));
   check(sd_bus_message_open_container(call, 'a', "(sv)"));
-  addText(call, "Description", "Main application, launched again by " + std::string(HelperServiceName));
+  addText(call, "Description", "Main application, launched again");
   // Not "exec", by which systemd 252 waits in vain where there is a PAMName.
   addText(call, "Type", "simple");
   // What the application started goes on without it, as it does wherever the application was started otherwise.
@@ -160,7 +149,8 @@ class Service {
   BusMessage property(const char* interface, const char* name, const char* type) const {
     BusError error;
     sd_bus_message* reply = nullptr;
-    check(sd_bus_get_property(bus_, systemd, path_.c_str(), interface, name, &error, &reply, type), error);
+    int result = sd_bus_get_property(bus_, systemd, path_.c_str(), interface, name, &error, &reply, type);
+    if (result < 0) throw error.orElse(failureOf(-result));
     return BusMessage(reply);
   }
 
@@ -191,53 +181,49 @@ class Service {
   std::string path_;
 };
 
-std::string start(const std::string& path, const std::vector<std::string>& arguments,
-                  const ApplicationIdentity& identity) {
-  if (!isUTF8(path)) throw std::runtime_error("its path is not UTF-8");
-  sd_id128_t random;
-  check(sd_id128_randomize(&random));
-  auto unit = fmt::format("app-{}-{:016x}.service", ClientBundleIdentifier, random.qwords[0]);
-  auto command = arguments;
-  command.insert(command.begin(), path);
-
+void start(const std::string& unit, const std::vector<std::string>& command, const ApplicationIdentity& identity) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
-  SystemBus bus;
-  check(openSystemBus(bus, deadline));
+  auto bus = openSystemBus(deadline).value();
   check(sd_bus_set_method_call_timeout(bus.get(), std::chrono::microseconds(patience).count()));
   sd_bus_message* made = nullptr;
   check(sd_bus_message_new_method_call(bus.get(), &made, systemd, "/org/freedesktop/systemd1",
                                        "org.freedesktop.systemd1.Manager", "StartTransientUnit"));
-  BusMessage request(made), reply;
+  BusMessage request(made);
   writeService(request.get(), unit, command, identity);
   BusError error;
-  check(callUntil(deadline, bus.get(), request.get(), &error, reply), error);
+  auto reply = callUntil(deadline, bus.get(), request.get(), &error);
+  if (!reply) throw error.orElse(reply.error());
 
   for (Service service(bus.get(), unit); std::chrono::steady_clock::now() < deadline;) {
-    if (auto outcome = outcomeOfStart(service.state()))
-      return outcome->empty() ? "" : fmt::format("{}: {}", unit, *outcome);
+    if (auto outcome = outcomeOfStart(service.state())) return outcome->value();
     std::this_thread::sleep_for(betweenLooks);
   }
-  return fmt::format("{} has not started in {} seconds", unit, patience.count());
+  throw Failure(0, fmt::format("has not started in {} seconds", patience.count()));
 }
 
 }  // namespace
 
-std::optional<std::string> outcomeOfStart(const ServiceState& state) {
+std::optional<Result<void>> outcomeOfStart(const ServiceState& state) {
   if (state.hasJob) return std::nullopt;
   bool hasEnded = state.activeState == "failed" || state.activeState == "inactive";
-  if (hasEnded && state.result != "success") return fmt::format("{}, status {}", state.result, state.exitStatus);
-  if (hasEnded || state.runsApplication) return "";
+  if (hasEnded && state.result != "success") {
+    return Failure(0, fmt::format("{}, status {}", state.result, state.exitStatus));
+  }
+  if (hasEnded || state.runsApplication) return Result<void>();
   return std::nullopt;
 }
 
-std::optional<std::string> startTransientService(const std::string& path, const std::vector<std::string>& arguments,
-                                                 ApplicationIdentity identity) {
-  try {
-    auto problem = start(path, arguments, identity);
-    return problem.empty() ? std::nullopt : std::optional(problem);
-  } catch (const std::runtime_error& error) {  // std::system_error, too
-    return error.what();
-  }
+Result<void> startTransientService(const std::string& identifier, const std::string& path,
+                                   const std::vector<std::string>& arguments, const ApplicationIdentity& identity) {
+  if (!isUTF8(path)) return Failure(0, "its path is not UTF-8");
+  sd_id128_t random;
+  if (int result = sd_id128_randomize(&random); result < 0) return failureOf(-result);
+  auto unit = fmt::format("app-{}-{:016x}.service", identifier, random.qwords[0]);
+  auto command = arguments;
+  command.insert(command.begin(), path);
+  auto started = attempt([&] { start(unit, command, identity); });
+  if (!started) return Failure(started.error().number, fmt::format("{}: {}", unit, started.error().what()));
+  return {};
 }
 
 }  // namespace platform

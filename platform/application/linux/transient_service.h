@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/application/linux/launch.h"
+#include "platform/base/result.h"
 
 namespace platform {
 
@@ -27,7 +28,7 @@ struct ServiceState {
   std::int32_t exitStatus;  ///< of the main process
 };
 
-/// What became of the start: absent while that is open, the empty text when the application was started, else why not.
-std::optional<std::string> outcomeOfStart(const ServiceState& state);
+/// What has become of the start; absent while that is open.
+std::optional<Result<void>> outcomeOfStart(const ServiceState& state);
 
 }  // namespace platform

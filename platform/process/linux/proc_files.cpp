@@ -2,13 +2,11 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <sstream>
 
 #include "platform/base/file_descriptor.h"
+#include "platform/base/file_io.h"
 
 namespace platform {
 
@@ -20,15 +18,10 @@ constexpr std::size_t maximumSize = 1'048'576;
 
 std::optional<std::string> readProcessFile(std::int32_t pid, const char* name) {
   FileDescriptor file(open(fmt::format("/proc/{}/{}", pid, name).c_str(), O_RDONLY | O_CLOEXEC));
-  std::string content;
-  std::array<char, 16'384> piece;
-  while (content.size() < maximumSize) {
-    auto length = read(file.get(), piece.data(), piece.size());
-    if (length < 0 && errno == EINTR) continue;
-    if (length < 0) return std::nullopt;
-    if (length == 0) break;
-    content.append(piece.data(), static_cast<std::size_t>(length));
-  }
+  std::string content(maximumSize, '\0');
+  auto length = readInto(file.get(), content);
+  if (!length) return std::nullopt;
+  content.resize(*length);
   return content;
 }
 
