@@ -4,7 +4,7 @@
 install(CODE "
   if(NOT CMAKE_INSTALL_PREFIX STREQUAL \"${CMAKE_INSTALL_PREFIX}\")
     message(FATAL_ERROR \"The units name ${BRH_INSTALLED_HELPER}: configure with -DCMAKE_INSTALL_PREFIX=\${CMAKE_INSTALL_PREFIX} to install there\")
-  endif()" ALL_COMPONENTS)
+  endif()" COMPONENT helper)
 
 install(TARGETS BrimoHelper DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/brimo COMPONENT helper)
 install(FILES ${units}/${BRH_SERVICE_NAME}.socket ${units}/${BRH_SERVICE_NAME}.service DESTINATION lib/systemd/system

@@ -22,8 +22,8 @@ struct ApplicationIdentity {
 /// Starts the executable at `path`: as the identity says, in the home folder or else "/", in a session of its own, with
 /// /dev/null as its standard descriptors and no other, the file creation mask 022 and default signal handling. What the
 /// environment lacks of HOME, USER, LOGNAME, SHELL and PATH is filled in. The application is no child of the caller.
-/// Where systemd runs, its scope is named after `identifier`. Blocks until it runs or has failed to; the sentence of a
-/// failure names the step. Called by a thread that no signals are delivered to.
+/// Blocks until it runs or has failed to; the sentence of a failure names the step. Called by a thread that no signals
+/// are delivered to.
 Result<void> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
                                ApplicationIdentity identity);
 

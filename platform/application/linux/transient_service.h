@@ -14,10 +14,11 @@ namespace platform {
 /// Has process 1 start the executable at `path` as a transient service among its user's processes: as the identity
 /// says, with its environment as in completeEnvironment() and the limits of its user (PAM), in the home folder or else
 /// "/". Nothing is handed on of this process's limits, sandbox, namespaces and control group. The service lasts as long
-/// as any process in it, and ends with user@UID.service. `path` is in bytes that are UTF-8, or it fails. Blocks until
-/// the application runs, at most half a minute; absent on success, else what went wrong. Any thread.
-std::optional<std::string> startTransientService(const std::string& path, const std::vector<std::string>& arguments,
-                                                 ApplicationIdentity identity);
+/// as any process in it, and ends with user@UID.service. `path` is in bytes that are UTF-8, or it fails. `identifier`,
+/// the application's, becomes part of the service's name. Blocks until the application runs, at most half a minute. Any
+/// thread.
+Result<void> startTransientService(const std::string& identifier, const std::string& path,
+                                   const std::vector<std::string>& arguments, const ApplicationIdentity& identity);
 
 /// How far systemd has got with a service (org.freedesktop.systemd1(5)).
 struct ServiceState {
