@@ -9,6 +9,7 @@ install(CODE "
 install(TARGETS BrimoHelper DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/brimo COMPONENT helper)
 install(FILES ${units}/${BRH_SERVICE_NAME}.socket ${units}/${BRH_SERVICE_NAME}.service DESTINATION lib/systemd/system
   COMPONENT helper)
+install(FILES systemd/tmpfiles.conf DESTINATION lib/tmpfiles.d RENAME brimo-helper.conf COMPONENT helper)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/BrimoHelper.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT helper)
 
 set(bundle lib/brimo/Brimo.app/Contents)
