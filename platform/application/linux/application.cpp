@@ -5,6 +5,7 @@
 #include <systemd/sd-login.h>
 
 #include <cstdlib>
+#include <map>
 
 #include "platform/application/linux/environment.h"
 #include "platform/application/linux/launch.h"
@@ -15,6 +16,15 @@
 namespace platform {
 
 namespace {
+
+// Of one user at a time: each takes a thread of the global queue while it waits for what the user can hold up.
+constexpr int maximumLaunches = 8;
+
+/// How many launches are under way for each user, on the main thread.
+std::map<uid_t, int>& launchesUnderWay() {
+  static std::map<uid_t, int> launches;
+  return launches;
+}
 
 /// On the main thread.
 std::optional<ApplicationIdentity>& notedIdentity() {
@@ -50,12 +60,11 @@ std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint3
 }
 
 Result<void> launch(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
-                    const std::optional<ApplicationIdentity>& identity) {
-  if (!identity) return Failure(0, "it is not known as whom it ran");
-  if (identity->hadSession && !hasSession(identity->user)) return Failure(0, "its user has logged out");
+                    const ApplicationIdentity& identity) {
+  if (identity.hadSession && !hasSession(identity.user)) return Failure(0, "its user has logged out");
   // Where systemd runs, process 1 starts it or nobody: a child of this service would inherit its confinement.
-  return sd_booted() > 0 ? startTransientService(identifier, path, arguments, *identity)
-                         : launchApplication(path, arguments, *identity);
+  return sd_booted() > 0 ? startTransientService(identifier, path, arguments, identity)
+                         : launchApplication(path, arguments, identity);
 }
 
 }  // namespace
@@ -66,12 +75,23 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
 
 void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(const Result<void>& launched)> completion) {
+  auto refuse = [&completion](const char* reason) {
+    dispatch::async(dispatch::mainQueue(), [completion, reason] { completion(Failure(0, reason)); });
+  };
+  auto identity = notedIdentity();
+  if (!identity) return refuse("it is not known as whom it ran");
+  auto& launches = launchesUnderWay()[identity->user];
+  if (launches >= maximumLaunches) return refuse("too many launches for this user are under way");
+  ++launches;
+  auto launchAndReport = [identifier, path, arguments, identity, completion = std::move(completion)] {
+    auto launched = launch(identifier, path, arguments, *identity);
+    dispatch::async(dispatch::mainQueue(), [completion, launched, user = identity->user] {
+      if (--launchesUnderWay()[user] == 0) launchesUnderWay().erase(user);
+      completion(launched);
+    });
+  };
   // Reading the user database and starting a program may take their time.
-  dispatch::async(dispatch::globalQueue(),
-                  [identifier, path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
-                    auto launched = launch(identifier, path, arguments, identity);
-                    dispatch::async(dispatch::mainQueue(), [completion, launched] { completion(launched); });
-                  });
+  dispatch::async(dispatch::globalQueue(), std::move(launchAndReport));
 }
 
 }  // namespace platform

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 
+#include <span>
 #include <sstream>
 
 #include "platform/base/file_descriptor.h"
@@ -12,16 +13,22 @@ namespace platform {
 
 namespace {
 
-constexpr std::size_t maximumSize = 1'048'576;
+constexpr std::size_t maximumSize = 1'048'576, pieceSize = 16'384;
 
 }  // namespace
 
 std::optional<std::string> readProcessFile(std::int32_t pid, const char* name) {
   FileDescriptor file(open(fmt::format("/proc/{}/{}", pid, name).c_str(), O_RDONLY | O_CLOEXEC));
-  std::string content(maximumSize, '\0');
-  auto length = readInto(file.get(), content);
-  if (!length) return std::nullopt;
-  content.resize(*length);
+  std::string content;
+  // In pieces: few files are nearly as large as is allowed.
+  for (std::size_t filled = 0; filled < maximumSize;) {
+    content.resize(filled + pieceSize);
+    auto length = readInto(file.get(), std::span(content).subspan(filled));
+    if (!length) return std::nullopt;
+    filled += *length;
+    content.resize(filled);
+    if (*length < pieceSize) break;
+  }
   return content;
 }
 
