@@ -154,7 +154,8 @@ def read_line(process):
 
 def run_as_user(arguments, user=USER, groups=(), **options):
     options.setdefault("env", ENVIRONMENT)
-    return subprocess.Popen([str(argument) for argument in arguments], user=user, group=user, extra_groups=groups, text=True,
+    options.setdefault("group", user)
+    return subprocess.Popen([str(argument) for argument in arguments], user=user, extra_groups=groups, text=True,
                             start_new_session=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
 
 
