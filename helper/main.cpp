@@ -7,6 +7,7 @@
 #include "helper/log_file.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/ipc/service.h"
+#include "platform/network_settings/preferences.h"
 
 int main() {
   BRHOpenLogFile(BRHLogFilePath);
@@ -17,6 +18,7 @@ int main() {
     HXLog("Helper", "Failed to create service.");
     std::exit(EXIT_FAILURE);
   }
+  platform::preferences::keepApplied(HelperServiceName);
   listener->setEventHandler(BRHListenerEventHandler);
   listener->resume();
   platform::dispatch::dispatchMain();

@@ -62,6 +62,30 @@ class NetworkSettingsTest(HelperTest):
         wait_until(lambda: self.log().count(line) > before, line)
         self.assert_serves()  # which it does not before it has cleaned up
 
+    def listen_to_the_system_log(self):
+        """A folder in the place of /dev with a socket for the system log; returns the socket."""
+        folder = Path("/run/dev")
+        folder.mkdir()
+        run("mount", "-t", "tmpfs", "tmpfs", folder)
+        run("cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder)
+        log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(log.close)
+        log.bind(str(folder / "log"))
+        log.setblocking(False)
+        run("mount", "--move", folder, "/dev")
+        self.addCleanup(run, "umount", "--lazy", "/dev")
+        return log
+
+    @staticmethod
+    def lines_of(log):
+        """What has come since it was asked last."""
+        lines = []
+        while True:
+            try:
+                lines.append(log.recv(4096).decode())
+            except BlockingIOError:
+                return lines
+
 
 class WithNetworkManager(NetworkSettingsTest):
     def setUp(self):
@@ -341,20 +365,6 @@ class StoreOutOfOrder(NetworkSettingsTest):
 
 
 class WithoutNetworkManager(NetworkSettingsTest):
-    def listen_to_the_system_log(self):
-        """A folder in the place of /dev with a socket for the system log; returns the socket."""
-        folder = Path("/run/dev")
-        folder.mkdir()
-        run("mount", "-t", "tmpfs", "tmpfs", folder)
-        run("cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder)
-        log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.addCleanup(log.close)
-        log.bind(str(folder / "log"))
-        log.setblocking(False)
-        run("mount", "--move", folder, "/dev")
-        self.addCleanup(run, "umount", "--lazy", "/dev")
-        return log
-
     def test_the_store_alone_changes_and_the_system_log_says_so_once(self):
         self.end_helper()
         log = self.listen_to_the_system_log()
@@ -368,12 +378,7 @@ class WithoutNetworkManager(NetworkSettingsTest):
             "Addresses": ["a"], "ConfigMethod": "Manual", "Router": "c", "SubnetMasks": ["b"]}}})
         client.process.kill()
         wait_until(lambda: stored()[UNKNOWN] == {"Proxies": {}}, "the clean-up is done")
-        lines = []
-        while True:
-            try:
-                lines.append(log.recv(4096).decode())
-            except BlockingIOError:
-                break
+        lines = self.lines_of(log)
         self.assertEqual(len([line for line in lines if "Network preferences are only stored" in line]), 1, lines)
 
     def test_the_command_line(self):

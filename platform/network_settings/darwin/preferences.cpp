@@ -83,6 +83,8 @@ void Session::unlock() {
   implementation_->unlock();
 }
 
+void keepApplied(const std::string&) {}
+
 std::string lastErrorText() {
   return SCErrorString(wasRefused ? static_cast<int>(kSCStatusInvalidArgument) : SCError());
 }

@@ -11,6 +11,7 @@
 #include <set>
 
 #include "build_constants.h"
+#include "platform/network_settings/linux/desktop_proxies.h"
 #include "platform/network_settings/linux/network_manager.h"
 #include "platform/network_settings/linux/store.h"
 #include "platform/system/system_log.h"
@@ -25,6 +26,9 @@ thread_local std::string lastError = "Success!";
 // the whole wait.
 std::atomic<std::chrono::steady_clock::time_point> leftAloneUntil{};
 constexpr std::chrono::seconds rest(5);
+
+// Of the process that serves; null in any other. Never destroyed: the main loop calls it to the end.
+DesktopProxies* desktop = nullptr;
 
 void fail(const std::string& text) {
   lastError = text;
@@ -72,6 +76,7 @@ class Session::Implementation {
   std::set<Entity> committed;  ///< and not yet applied
 
  private:
+  void publish();
   void project(const std::string& service, const NetworkManager::Path& connection, NetworkManager& manager,
                const std::multimap<NetworkManager::Path, NetworkManager::Device>& active);
 };
@@ -79,6 +84,7 @@ class Session::Implementation {
 // NetworkManager is a mirror of the store: without it, there is nothing more to apply to than the store itself. But
 // what a service once had there is not undone by its absence.
 void Session::Implementation::apply() {
+  publish();  // first, since NetworkManager may have to be waited for
   if (committed.empty()) return;
   if (std::chrono::steady_clock::now() < leftAloneUntil.load()) {
     throw std::runtime_error("NetworkManager did not answer a moment ago");
@@ -127,8 +133,24 @@ void Session::Implementation::apply() {
     leftAloneUntil = std::chrono::steady_clock::now() + rest;
     throw;
   }
+  if (desktop) desktop->publishKnowing(store, projected);
   if (!problems.empty()) throw std::runtime_error(problems);
   committed.clear();
+}
+
+void Session::Implementation::publish() {
+  if (!desktop) return;
+  std::set<std::string> set, off;
+  for (const auto& [service, entity] : committed) {
+    if (entity == proxiesEntity) set.insert(service);
+  }
+  for (const auto& [service, entity] : changed) {
+    const auto* value = entity == proxiesEntity ? store.find(pathOf({service, entity})) : nullptr;
+    const auto* proxies = value ? value->if_object() : nullptr;
+    if (proxies && proxies->empty()) off.insert(service);
+  }
+  if (!changed.empty()) store.forget();  // what could not be committed
+  desktop->publish(store, set, off);
 }
 
 void Session::Implementation::project(const std::string& service, const NetworkManager::Path& connection,
@@ -152,6 +174,7 @@ std::unique_ptr<Session> Session::create(const std::string&) {
   lastError = "Success!";
   std::unique_ptr<Session> session;
   succeeds([&] { session = std::make_unique<Session>(std::make_unique<Implementation>()); });
+  if (!session && desktop) desktop->publishNone();
   return session;
 }
 
@@ -159,7 +182,9 @@ Session::Session(std::unique_ptr<Implementation> implementation) : implementatio
 Session::~Session() = default;
 
 bool Session::lock(bool wait) {
-  return succeeds([&] { implementation_->store.lock(wait); });
+  bool isLocked = succeeds([&] { implementation_->store.lock(wait); });
+  if (!isLocked && desktop) desktop->publishNone();
+  return isLocked;
 }
 
 bool Session::setValue(const std::string& path, const boost::json::value& value) {
@@ -187,6 +212,11 @@ void Session::synchronize() {
 
 void Session::unlock() {
   implementation_->store.unlock();
+}
+
+void keepApplied(const std::string& store) {
+  desktop = new DesktopProxies(store);
+  desktop->start();
 }
 
 std::string lastErrorText() {

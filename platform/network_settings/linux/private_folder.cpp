@@ -24,8 +24,11 @@ bool writeAll(int file, std::string_view text) {
 
 }  // namespace
 
-PrivateFolder::PrivateFolder(std::string path) : path_(std::move(path)) {
-  if (mkdir(path_.c_str(), 0700) == 0) {
+PrivateFolder::PrivateFolder(std::string path, Readers readers)
+    : path_(std::move(path)), hidden_(readers == Readers::owner ? S_IRWXG | S_IRWXO : S_IWGRP | S_IWOTH) {
+  const mode_t mode = 0777 & ~hidden_;
+  if (mkdir(path_.c_str(), mode) == 0) {
+    if (chmod(path_.c_str(), mode) != 0) fail(errno, "");
     FileDescriptor parent(open((path_ + "/..").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!parent || fsync(parent.get()) != 0) fail(errno, "..");
   } else if (errno != EEXIST) {
@@ -66,11 +69,11 @@ std::optional<FileContent> PrivateFolder::read(const std::string& name) const {
 struct stat PrivateFolder::replace(const std::string& name, const std::string& text) const {
   if (text.size() > maximumSize) fail(EFBIG, name);
   const std::string draft = name + ".new";
-  if (unlinkat(folder_.get(), draft.c_str(), 0) != 0 && errno != ENOENT) fail(errno, draft);  // of one that was killed
+  remove(draft);  // of one that was killed
   FileDescriptor file(openat(folder_.get(), draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file) fail(errno, draft);
   struct stat status;
-  if (!writeAll(file.get(), text) || fsync(file.get()) != 0 ||
+  if (!writeAll(file.get(), text) || fchmod(file.get(), 0666 & ~hidden_) != 0 || fsync(file.get()) != 0 ||
       renameat(folder_.get(), draft.c_str(), folder_.get(), name.c_str()) != 0) {
     int error = errno;
     unlinkat(folder_.get(), draft.c_str(), 0);
@@ -82,11 +85,29 @@ struct stat PrivateFolder::replace(const std::string& name, const std::string& t
   return status;
 }
 
+void PrivateFolder::link(const std::string& name, const std::string& second) const {
+  remove(second);
+  int result = linkat(folder_.get(), name.c_str(), folder_.get(), second.c_str(), 0);
+  if (result != 0 && errno != ENOENT) fail(errno, second);
+}
+
+void PrivateFolder::remove(const std::string& name) const {
+  if (unlinkat(folder_.get(), name.c_str(), 0) != 0 && errno != ENOENT) fail(errno, name);
+}
+
+void PrivateFolder::zeroHead(const std::string& name, std::size_t size) const {
+  FileDescriptor file(openat(folder_.get(), name.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file && errno == ENOENT) return;
+  if (!file) fail(errno, name);
+  check(file, name, S_IFREG);
+  const std::string zeros(size, '\0');
+  if (pwrite(file.get(), zeros.data(), size, 0) != static_cast<ssize_t>(size)) fail(errno, name);
+}
+
 struct stat PrivateFolder::check(const FileDescriptor& file, const std::string& name, mode_t type) const {
   struct stat status;
   if (fstat(file.get(), &status) != 0) fail(errno, name);
-  bool isPrivate =
-      (status.st_mode & S_IFMT) == type && status.st_uid == geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+  bool isPrivate = (status.st_mode & S_IFMT) == type && status.st_uid == geteuid() && (status.st_mode & hidden_) == 0;
   if (!isPrivate) fail(EPERM, name, " does not belong to this user alone");
   return status;
 }

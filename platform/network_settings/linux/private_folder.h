@@ -1,4 +1,5 @@
-// A folder of small files that nobody but this process's user can read, change or lock.
+// A folder of small files that nobody but this process's user can change, nor, unless it is made for readers, read or
+// lock.
 #pragma once
 
 #include <sys/stat.h>
@@ -17,12 +18,14 @@ struct FileContent {
 };
 
 /// Every failure is a std::system_error, whose what() names the file and says when it is not private. The folder and
-/// each file in it must belong to the effective user and be open to nobody else; anything else is refused with EPERM,
-/// and left as it is.
+/// each file in it must belong to the effective user and be open to nobody else, but for reading to its readers;
+/// anything else is refused with EPERM, and left as it is.
 class PrivateFolder {
  public:
+  enum class Readers { owner, everybody };
+
   /// Makes the folder when it is missing.
-  explicit PrivateFolder(std::string path);
+  explicit PrivateFolder(std::string path, Readers readers = Readers::owner);
 
   /// A descriptor of a file, for flock(2); the file is made when it is missing.
   FileDescriptor openLockFile(const std::string& name) const;
@@ -36,6 +39,15 @@ class PrivateFolder {
   /// not replace one file at the same time.
   struct stat replace(const std::string& name, const std::string& text) const;
 
+  /// Gives a file, if there is one, a second name, in the place of what had that before.
+  void link(const std::string& name, const std::string& second) const;
+
+  /// Removes a file, if there is one.
+  void remove(const std::string& name) const;
+
+  /// Overwrites the first bytes of a file with zeros, in place; does nothing when there is none. Takes no room.
+  void zeroHead(const std::string& name, std::size_t size) const;
+
   static constexpr std::size_t maximumSize = 16 << 20;  ///< bytes
 
  private:
@@ -43,6 +55,7 @@ class PrivateFolder {
   struct stat check(const FileDescriptor& file, const std::string& name, mode_t type) const;
 
   std::string path_;
+  mode_t hidden_;  ///< what others must not be allowed
   FileDescriptor folder_;
 };
 

@@ -3,13 +3,13 @@
 #include <arpa/inet.h>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <bit>
 #include <boost/json.hpp>
-#include <iterator>
 #include <optional>
 #include <stdexcept>
 
+#include "platform/base/json_text.h"
+#include "platform/network_settings/linux/proxies_dictionary.h"
 #include "platform/network_settings/linux/proxy_script.h"
 
 namespace platform {
@@ -18,34 +18,11 @@ namespace json = boost::json;
 
 namespace {
 
-bool isOn(const json::object& proxies, const std::string& key) {
-  const auto* value = proxies.if_contains(key);
-  return value && ((value->is_bool() && value->get_bool()) || (value->is_number() && value->to_number<double>() != 0));
-}
-
-/// The text of a value; empty when there is none.
-std::string text(const json::value* value) {
-  const auto* string = value ? value->if_string() : nullptr;
-  return string ? std::string(*string) : std::string();
-}
-
 /// The one text in an array under a key; empty when it holds anything else.
-std::string onlyText(const json::object& object, const char* key) {
+std::string_view onlyText(const json::object& object, const char* key) {
   const auto* value = object.if_contains(key);
   const auto* array = value ? value->if_array() : nullptr;
-  return array && array->size() == 1 ? text(&array->front()) : std::string();
-}
-
-/// "HOST:PORT" of the proxy of a kind, "HTTP" for example; empty when it is switched off.
-std::string proxyOf(const json::object& proxies, const std::string& kind) {
-  if (!isOn(proxies, kind + "Enable")) return {};
-  auto host = proxyHost(text(proxies.if_contains(kind + "Proxy")));
-  if (host.empty()) throw std::invalid_argument(kind + "Proxy is not a host");
-  const auto* port = proxies.if_contains(kind + "Port");
-  json::error_code error;
-  auto number = port ? port->to_number<std::uint16_t>(error) : std::uint16_t{0};
-  if (error || number == 0) throw std::invalid_argument(kind + "Port is not a port");
-  return fmt::format("{}:{}", host, number);
+  return array && array->size() == 1 ? textOf(&array->front()) : std::string_view();
 }
 
 std::optional<std::uint32_t> addressNumber(const std::string& text) {
@@ -57,36 +34,30 @@ std::optional<std::uint32_t> addressNumber(const std::string& text) {
 }  // namespace
 
 ProxySetting projectProxies(const json::object& proxies) {
-  if (isOn(proxies, "ProxyAutoConfigEnable")) {
-    auto url = text(proxies.if_contains("ProxyAutoConfigURLString"));
-    auto script = text(proxies.if_contains("ProxyAutoConfigJavaScript"));
+  if (isSwitchedOn(proxies, "ProxyAutoConfigEnable")) {
+    std::string url(textMember(proxies, "ProxyAutoConfigURLString"));
+    std::string script(textMember(proxies, "ProxyAutoConfigJavaScript"));
     if (url.empty() && !script.empty()) {
       bool isScript = script.find("FindProxyForURL") != script.npos && script.find('\0') == script.npos;
       if (!isScript) throw std::invalid_argument("ProxyAutoConfigJavaScript does not define FindProxyForURL");
       return {.automatic = true, .pacURL = {}, .pacScript = std::move(script)};
     }
-    bool isPlain = std::all_of(url.begin(), url.end(), [](char c) { return c > ' ' && c < '\x7F'; });
-    if (url.empty() || !isPlain) throw std::invalid_argument("ProxyAutoConfigURLString is not a URL");
+    if (!isPlainURL(url)) throw std::invalid_argument("ProxyAutoConfigURLString is not a URL");
     return {.automatic = true, .pacURL = std::move(url), .pacScript = {}};
   }
-  ProxyRules rules{.http = proxyOf(proxies, "HTTP"),
-                   .https = proxyOf(proxies, "HTTPS"),
-                   .socks = proxyOf(proxies, "SOCKS"),
-                   .exceptions = {},
-                   .excludeSimpleHostnames = isOn(proxies, "ExcludeSimpleHostnames")};
+  ProxyRules rules{.http = textOf(fixedProxy(proxies, "HTTP")),
+                   .https = textOf(fixedProxy(proxies, "HTTPS")),
+                   .socks = textOf(fixedProxy(proxies, "SOCKS")),
+                   .exceptions = proxyExceptions(proxies),
+                   .excludeSimpleHostnames = isSwitchedOn(proxies, "ExcludeSimpleHostnames")};
   if (rules.http.empty() && rules.https.empty() && rules.socks.empty()) return {};
-  const auto* list = proxies.if_contains("ExceptionsList");
-  if (const auto* exceptions = list ? list->if_array() : nullptr) {
-    std::transform(exceptions->begin(), exceptions->end(), std::back_inserter(rules.exceptions),
-                   [](const json::value& exception) { return text(&exception); });
-  }
   return {.automatic = true, .pacURL = {}, .pacScript = proxyScript(rules)};
 }
 
 IPv4Setting projectIPv4(const json::object& entity) {
-  if (text(entity.if_contains("ConfigMethod")) != "Manual") throw std::invalid_argument("ConfigMethod is not Manual");
-  auto address = onlyText(entity, "Addresses"), router = text(entity.if_contains("Router"));
-  auto mask = addressNumber(onlyText(entity, "SubnetMasks"));
+  if (textMember(entity, "ConfigMethod") != "Manual") throw std::invalid_argument("ConfigMethod is not Manual");
+  std::string address(onlyText(entity, "Addresses")), router(textMember(entity, "Router"));
+  auto mask = addressNumber(std::string(onlyText(entity, "SubnetMasks")));
   if (!addressNumber(address)) throw std::invalid_argument("Addresses does not hold one IPv4 address");
   if (addressNumber(router).value_or(0) == 0) throw std::invalid_argument("Router is not a router's IPv4 address");
   auto prefix = static_cast<std::uint32_t>(std::countl_one(mask.value_or(0)));
