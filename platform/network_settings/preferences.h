@@ -47,9 +47,9 @@ class Session {
   std::unique_ptr<Implementation> implementation_;
 };
 
-/// Has the running system follow what is committed from here on, when its network changes for example. Called once, on the
-/// main thread before dispatchMain(), by the process that serves. `store` is that of Session::create(); macOS follows by
-/// itself.
+/// Has the running system follow what is committed from here on, when its network changes for example. Called once, on
+/// the main thread before dispatchMain(), by the process that serves. `store` is that of Session::create(); macOS
+/// follows by itself.
 void keepApplied(const std::string& store);
 
 /// Text of the last error of a session on this thread; "Success!" when there was none.

@@ -13,16 +13,10 @@ namespace {
 constexpr char database[] = "dconf", oldDatabase[] = "dconf.old", plainWords[] = "proxies.json";
 constexpr std::size_t signatureSize = 8;  // bytes; dconf takes a database without it for one that has been replaced
 
-std::string databaseName(std::string service) {
-  std::replace_if(
-      service.begin(), service.end(), [](char c) { return c == '.' || c == '-'; }, '_');
-  return service;
-}
-
 }  // namespace
 
 DesktopDatabase::DesktopDatabase(const std::string& service)
-    : folder_("/run/" + service, PrivateFolder::Readers::everybody), name_(databaseName(service)) {}
+    : folder_("/run/" + service, PrivateFolder::Readers::everybody) {}
 
 void DesktopDatabase::publish(const DesktopProxy& proxy, const std::string& source) const {
   try {
@@ -46,9 +40,15 @@ void DesktopDatabase::replace(const DesktopProxy& proxy, const std::string& sour
   folder_.replace(plainWords, json::serialize(words) + "\n");
 }
 
-int announce(sd_bus* bus, const std::string& databaseName) {
-  return sd_bus_emit_signal(bus, ("/ca/desrt/dconf/Writer/" + databaseName).c_str(), "ca.desrt.dconf.Writer",
-                            "WritabilityNotify", "s", "/system/proxy/");
+std::string desktopDatabaseName(std::string service) {
+  std::replace_if(
+      service.begin(), service.end(), [](char c) { return c == '.' || c == '-'; }, '_');
+  return service;
+}
+
+int announce(sd_bus* bus, const std::string& service) {
+  return sd_bus_emit_signal(bus, ("/ca/desrt/dconf/Writer/" + desktopDatabaseName(service)).c_str(),
+                            "ca.desrt.dconf.Writer", "WritabilityNotify", "s", "/system/proxy/");
 }
 
 }  // namespace platform

@@ -25,17 +25,17 @@ class DesktopDatabase {
   /// Where a record of the services can lie: its life is the database's.
   const PrivateFolder& folder() const { return folder_; }
 
-  /// What dconf calls the database: the service's name in characters that a D-Bus path may have.
-  const std::string& name() const { return name_; }
-
  private:
   void replace(const DesktopProxy& proxy, const std::string& source) const;
 
   PrivateFolder folder_;
-  std::string name_;
 };
 
-/// Tells the programs of all users over the system bus that a database has changed. Returns 0 or a negative errno.
-int announce(sd_bus* bus, const std::string& databaseName);
+/// What dconf calls the database of a service: its name in characters that a D-Bus path may have.
+std::string desktopDatabaseName(std::string service);
+
+/// Tells the programs of all users over the system bus that a service's database has changed. Returns 0 or a negative
+/// errno.
+int announce(sd_bus* bus, const std::string& service);
 
 }  // namespace platform

@@ -72,11 +72,11 @@ DesktopProxy proxyOf(PreferencesStore& store, const std::string& service) {
 
 /// Tells running programs over a connection of its own, and returns when the bus has been told. Returns 0 or a negative
 /// errno.
-int announceNow(const std::string& databaseName) {
+int announceNow(const std::string& service) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   SystemBus bus;
   if (int result = openSystemBus(bus, deadline); result < 0) return result;
-  if (int result = announce(bus.get(), databaseName); result < 0) return result;
+  if (int result = announce(bus.get(), service); result < 0) return result;
   // What the bus answers to, it has read after the signal.
   sd_bus_message* made = nullptr;
   int result = sd_bus_message_new_method_call(bus.get(), &made, "org.freedesktop.DBus", "/org/freedesktop/DBus",
@@ -155,7 +155,7 @@ void DesktopProxies::publish(PreferencesStore* store) {
       if (store && source) proxy = proxyOf(*store, *source);
     });
     succeeds([&] { database.publish(proxy, source.value_or("")); });
-    int result = primary_ && primary_->bus() ? announce(primary_->bus(), database.name()) : -ENOTCONN;
+    int result = primary_ && primary_->bus() ? announce(primary_->bus(), service_) : -ENOTCONN;
     if (result < 0) throw std::system_error(-result, std::generic_category(), "running programs are not told");
   });
 }
@@ -166,7 +166,7 @@ bool withdrawDesktopProxies(const std::string& service) {
     const DesktopDatabase database(service);
     isOff = succeeds([&] { database.folder().remove(recordName); });
     isOff = succeeds([&] { database.publish({}, ""); }) && isOff;
-    if (int result = announceNow(database.name()); result < 0) {
+    if (int result = announceNow(service); result < 0) {
       throw std::system_error(-result, std::generic_category(), "running programs are not told");
     }
   });

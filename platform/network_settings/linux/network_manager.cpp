@@ -192,16 +192,21 @@ std::vector<NetworkManager::Connection> NetworkManager::connections() {
   for (auto& path : list(settingsPath, settingsInterface, "ListConnections")) {
     try {
       auto reply = call(makeCall(path, connectionInterface, "GetSettings"));
-      Connection connection{.path = std::move(path), .uuid = {}, .name = {}};
+      Connection connection{.path = std::move(path), .uuid = {}, .name = {}, .proxy = {}};
+      const std::map<std::string, std::string*, std::less<>> members{{"connection.uuid", &connection.uuid},
+                                                                     {"connection.id", &connection.name},
+                                                                     {"proxy.pac-url", &connection.proxy.pacURL},
+                                                                     {"proxy.pac-script", &connection.proxy.pacScript}};
       forEachEntry(reply.get(), "sa{sv}", [&](std::string_view setting) {
         forEachEntry(reply.get(), "sv", [&](std::string_view key) {
-          bool isID = key == "uuid";
-          if (setting != "connection" || (!isID && key != "id")) return skip(reply.get(), "v");
+          auto member = members.find(fmt::format("{}.{}", setting, key));
+          if (member == members.end()) return skip(reply.get(), "v");
           check(sd_bus_message_enter_container(reply.get(), 'v', "s"));
-          (isID ? connection.uuid : connection.name) = readString(reply.get(), 's');
+          *member->second = readString(reply.get(), 's');
           check(sd_bus_message_exit_container(reply.get()));
         });
       });
+      connection.proxy.automatic = !connection.proxy.pacURL.empty() || !connection.proxy.pacScript.empty();
       connections.push_back(std::move(connection));
     } catch (const Refusal&) {
       continue;  // another user's, or gone since it was listed
@@ -221,6 +226,16 @@ std::optional<NetworkManager::Path> NetworkManager::findConnection(const std::st
   } catch (const Refusal& refusal) {
     if (refusal.name == "org.freedesktop.NetworkManager.Settings.InvalidConnection") return std::nullopt;
     throw;
+  }
+}
+
+std::optional<NetworkManager::Path> NetworkManager::primaryConnection() {
+  try {
+    auto activation = property(root, service, "PrimaryConnection");
+    if (activation == "/") return std::nullopt;
+    return property(activation, activeInterface, "Connection");
+  } catch (const Refusal&) {
+    return std::nullopt;  // gone since it was told
   }
 }
 

@@ -33,12 +33,16 @@ class NetworkManager {
   struct Connection {
     Path path;
     std::string uuid, name;
+    ProxySetting proxy;
   };
   /// Those that this process may see.
   std::vector<Connection> connections();
 
   /// Absent when there is none of that UUID.
   std::optional<Path> findConnection(const std::string& uuid);
+
+  /// The one that leads to the network at large; absent when there is none.
+  std::optional<Path> primaryConnection();
 
   struct Device {
     Path path;

@@ -7,12 +7,14 @@ namespace platform {
 std::vector<NetworkService> networkServices() {
   NetworkManager manager;
   auto active = manager.activeDevices();
+  auto primary = manager.primaryConnection();
   std::vector<NetworkService> services;
-  for (auto& [path, uuid, name] : manager.connections()) {
+  for (auto& [path, uuid, name, proxy] : manager.connections()) {
     auto device = active.find(path);
     services.push_back({.id = std::move(uuid),
                         .name = std::move(name),
-                        .interface = device == active.end() ? "" : device->second.interface});
+                        .interface = device == active.end() ? "" : device->second.interface,
+                        .isPrimary = path == primary});
   }
   return services;
 }
