@@ -130,7 +130,7 @@ Answer raDetect(brimo::HelperClient& helper, const Arguments& arguments) {
 Answer services() {
   json::array list;
   std::string text;
-  for (const auto& [id, name, interface, isPrimary] : platform::networkServices()) {
+  for (const auto& [id, name, interface, isPrimary] : platform::networkServices().value()) {
     list.push_back({{"id", id}, {"interface", interface}, {"name", name}, {"primary", isPrimary}});
     text += fmt::format("{}{}  {:15}  {}{}", text.empty() ? "" : "\n", id, interface.empty() ? "-" : interface, name,
                         isPrimary ? "  (primary)" : "");
@@ -156,13 +156,10 @@ struct Service {
 };
 
 Service findService(const std::string& text) {
-  std::vector<platform::NetworkService> services;
-  try {
-    services = platform::networkServices();
-  } catch (const std::runtime_error&) {
-    if (text == "primary") throw;
-    return {text, done()};  // the system does not tell its services: the helper may know better
-  }
+  auto known = platform::networkServices();
+  if (!known && text == "primary") throw known.error();
+  if (!known) return {text, done()};  // the system does not tell its services: the helper may know better
+  const auto& services = *known;
   using platform::NetworkService;
   if (text == "primary") {
     auto found = std::find_if(services.begin(), services.end(), [](const auto& service) { return service.isPrimary; });
@@ -213,10 +210,9 @@ Answer startDHCPServer(brimo::HelperClient& helper, const Arguments& arguments) 
 }
 
 Answer sendJSON(brimo::HelperClient& helper, const Arguments& arguments) {
-  json::error_code error;
-  auto command = platform::parseExactJSON(arguments[0], 512, error);
-  if (error || !command.is_object()) throw UsageError("json takes one JSON object");
-  auto reply = helper.json(command.get_object());
+  auto command = platform::parseExactJSON(arguments[0], 512);
+  if (!command || !command->is_object()) throw UsageError("json takes one JSON object");
+  auto reply = helper.json(command->get_object());
   auto code = reply.contains("error") ? exitRefused : exitSuccess;
   auto text = json::serialize(reply);
   return {.object = std::move(reply), .text = std::move(text), .code = code};

@@ -8,6 +8,7 @@
 #include <charconv>
 
 #include "build_constants.h"
+#include "platform/ipc/client.h"
 
 namespace brimo {
 
@@ -52,28 +53,43 @@ void throwError(const json::object& reply) {
 
 }  // namespace
 
-HelperClient::HelperClient() {
-  std::string problem;
-  connection_ = ipc::ClientConnection::connect(HelperServiceName, problem);
-  if (!connection_) throw HelperUnreachable(problem);
-}
-
-ipc::Dictionary HelperClient::send(const ipc::Dictionary& request) {
-  auto reply = connection_->sendWithReply(request);
-  // The first request is what has the helper look at the whole bundle.
-  if (!reply && !admitted_) {
-    throw HelperUnreachable(
-        "the helper refused this application's bundle, or (macOS) is not installed: the executable and its frameworks "
-        "must be signed, and (Linux) only root may be able to write them");
+class HelperClient::Connection {
+ public:
+  Connection() {
+    auto connection = ipc::ClientConnection::connect(HelperServiceName);
+    if (!connection) throw HelperUnreachable(connection.error().what());
+    connection_ = std::move(*connection);
   }
-  if (!reply) throw HelperUnreachable("the helper closed the connection");
-  admitted_ = true;
-  return std::move(*reply);
-}
+
+  ipc::Dictionary send(const ipc::Dictionary& request) {
+    auto reply = connection_->sendWithReply(request);
+    // The first request is what has the helper look at the whole bundle.
+    if (!reply && !admitted_) {
+      throw HelperUnreachable(
+          "the helper refused this application's bundle, or (macOS) is not installed: the executable and its "
+          "frameworks must be signed, and (Linux) only root may be able to write them");
+    }
+    if (!reply) throw HelperUnreachable("the helper closed the connection");
+    admitted_ = true;
+    return std::move(*reply);
+  }
+
+  /// Whether the connection ends in place of a reply.
+  bool endsUpon(const ipc::Dictionary& request) { return !connection_->sendWithReply(request); }
+
+ private:
+  std::unique_ptr<ipc::ClientConnection> connection_;
+  bool admitted_ = false;  // a request has been answered
+};
+
+HelperClient::HelperClient() : connection_(std::make_unique<Connection>()) {}
+HelperClient::HelperClient(HelperClient&&) noexcept = default;
+HelperClient& HelperClient::operator=(HelperClient&&) noexcept = default;
+HelperClient::~HelperClient() = default;
 
 json::object HelperClient::json(const json::object& command) {
   auto text = json::serialize(command);
-  auto reply = send({{"json", ipc::Data(text.begin(), text.end())}});
+  auto reply = connection_->send({{"json", ipc::Data(text.begin(), text.end())}});
   const auto* data = reply.get<ipc::Data>("json");
   json::error_code error;
   auto value = data ? json::parse({reinterpret_cast<const char*>(data->data()), data->size()}, error) : json::value();
@@ -95,7 +111,7 @@ std::int64_t HelperClient::version() {
 }
 
 std::optional<SocketOwner> HelperClient::processLookup(bool udp, const std::string& address) {
-  auto reply = send({{"command", "process-lookup"}, {"udp", udp}, {"address", socketAddress(address)}});
+  auto reply = connection_->send({{"command", "process-lookup"}, {"udp", udp}, {"address", socketAddress(address)}});
   if (const auto* error = reply.get<std::string>("error")) throw HelperError(*error);
   const auto* pid = reply.get<std::int64_t>("pid");
   if (!pid) return std::nullopt;
@@ -113,7 +129,7 @@ std::vector<std::string> HelperClient::dhcpDiscover(const std::string& interface
 }
 
 std::optional<RouterAdvertisement> HelperClient::raDetect(const std::string& interface) {
-  auto reply = send({{"command", "ra-detect"}, {"interface", interface}});
+  auto reply = connection_->send({{"command", "ra-detect"}, {"interface", interface}});
   if (const auto* error = reply.get<std::string>("error")) throw HelperError(*error);
   const auto* data = reply.get<ipc::Data>("data");
   const auto* address = reply.get<ipc::Data>("addr");
@@ -175,7 +191,7 @@ void HelperClient::spindump(const std::string& path) {
 void HelperClient::stop() {
   version();  // from here on, the end of the connection is the helper's, not a refusal
   constexpr std::string_view text = R"({"command":"stop"})";
-  if (connection_->sendWithReply({{"json", ipc::Data(text.begin(), text.end())}})) {
+  if (!connection_->endsUpon({{"json", ipc::Data(text.begin(), text.end())}})) {
     throw HelperError("the helper did not stop");
   }
 }

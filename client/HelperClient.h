@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "client/router_advertisement.h"
-#include "platform/ipc/client.h"
 
 namespace brimo {
 
@@ -45,6 +44,9 @@ struct DHCPServerSettings {
 class HelperClient {
  public:
   HelperClient();
+  HelperClient(HelperClient&&) noexcept;
+  HelperClient& operator=(HelperClient&&) noexcept;
+  ~HelperClient();
 
   /// Build number of the helper.
   std::int64_t version();
@@ -97,10 +99,9 @@ class HelperClient {
 
  private:
   boost::json::object command(const boost::json::object& command);
-  platform::ipc::Dictionary send(const platform::ipc::Dictionary& request);
 
-  std::unique_ptr<platform::ipc::ClientConnection> connection_;
-  bool admitted_ = false;  // a request has been answered
+  class Connection;
+  std::unique_ptr<Connection> connection_;
 };
 
 }  // namespace brimo

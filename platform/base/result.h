@@ -12,6 +12,7 @@ namespace platform {
 
 /// Why something failed; what() is a sentence for people.
 struct Failure : std::runtime_error {
+  Failure() : Failure(0, "") {}  // error() of a success
   Failure(int failedWith, const std::string& sentence) : runtime_error(sentence), number(failedWith) {}
 
   int number;  ///< an errno, or the status of the system's that a declaration names; 0 where neither says it
@@ -40,6 +41,12 @@ class [[nodiscard]] Result : public boost::system::result<T, Failure> {
   using boost::system::result<T, Failure>::result;
 };
 
+/// What a system call that returns -1 when it fails has come to.
+inline Result<void> resultOfCall(int returned) {
+  if (returned < 0) return lastFailure();
+  return {};
+}
+
 /// Takes a sequence of steps, each of which may throw a Failure: by value() of a Result, by check() or by itself. The
 /// first that does ends the sequence.
 template <class Steps>
@@ -56,7 +63,8 @@ auto attempt(Steps&& steps) -> Result<std::invoke_result_t<Steps>> {
   }
 }
 
-/// The result of a function that returns a negative errno when it fails, as those of sd-bus do; throws that Failure.
+/// The result of a function that returns a negative errno when it fails, as those of sd-bus do; throws that Failure. Of
+/// functions that return a positive one, as posix_spawn(3) does, the result is negated.
 inline int check(int result, const std::string& about = {}) {
   if (result < 0) throw failureOf(-result, about);
   return result;

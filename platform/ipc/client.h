@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/base/result.h"
 #include "platform/ipc/dictionary.h"
 
 namespace platform::ipc {
@@ -14,10 +15,9 @@ class ClientConnection {
  public:
   class Implementation;
 
-  /// Connects and waits until the service admits the caller to speak. On failure null, with a sentence for people in
-  /// `problem`. On macOS a connection is had at once, and ends with the first request when there is no service or it
-  /// refuses the caller.
-  static std::unique_ptr<ClientConnection> connect(const std::string& serviceName, std::string& problem);
+  /// Connects and waits until the service admits the caller to speak. On macOS a connection is had at once, and ends
+  /// with the first request when there is no service or it refuses the caller.
+  static Result<std::unique_ptr<ClientConnection>> connect(const std::string& serviceName);
 
   explicit ClientConnection(std::unique_ptr<Implementation> implementation);
   ~ClientConnection();

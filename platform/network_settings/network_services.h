@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/result.h"
+
 namespace platform {
 
 /// On Linux a NetworkManager connection: its UUID, its name, and the interface that it is active on.
@@ -14,7 +16,7 @@ struct NetworkService {
   bool isPrimary = false;  ///< whether it leads to the network at large; of all services at most one
 };
 
-/// All services. Needs no privilege. Throws std::runtime_error when the system does not tell.
-std::vector<NetworkService> networkServices();
+/// All services. Needs no privilege.
+Result<std::vector<NetworkService>> networkServices();
 
 }  // namespace platform

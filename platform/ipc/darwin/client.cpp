@@ -57,7 +57,7 @@ class ClientConnection::Implementation {
 };
 
 // XPC looks for the service when the first message is sent, so that what is wrong with it shows there.
-std::unique_ptr<ClientConnection> ClientConnection::connect(const std::string& serviceName, std::string&) {
+Result<std::unique_ptr<ClientConnection>> ClientConnection::connect(const std::string& serviceName) {
   return std::make_unique<ClientConnection>(std::make_unique<Implementation>(serviceName));
 }
 

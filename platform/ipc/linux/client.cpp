@@ -57,26 +57,24 @@ class ClientConnection::Implementation {
   std::uint64_t lastID_ = 0;
 };
 
-std::unique_ptr<ClientConnection> ClientConnection::connect(const std::string& serviceName, std::string& problem) {
+Result<std::unique_ptr<ClientConnection>> ClientConnection::connect(const std::string& serviceName) {
   auto path = endpointPath(serviceName);
   auto address = endpointAddress(path);
   FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!address || !socket ||
       ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
-    problem = fmt::format("cannot reach the helper at {}: {}", path, std::strerror(address ? errno : ENAMETOOLONG));
-    return nullptr;
+    return failureOf(address ? errno : ENAMETOOLONG, fmt::format("cannot reach the helper at {}", path));
   }
   auto implementation = std::make_unique<Implementation>(std::move(socket));
   // The service speaks first: what is said before its greeting would make it hang up.
   auto greeting = implementation->receive();
   if (!greeting) {
-    problem = "the helper refused this application: it must be signed, and installed where only root can write";
-    return nullptr;
+    return Failure(0,
+                   "the helper refused this application: it must be signed, and installed where only root can write");
   }
   const auto* service = greeting->dictionary.get<std::string>("service");
   if (greeting->id != 0 || !service || *service != serviceName) {
-    problem = fmt::format("{} is not the endpoint of {}", path, serviceName);
-    return nullptr;
+    return Failure(0, fmt::format("{} is not the endpoint of {}", path, serviceName));
   }
   return std::make_unique<ClientConnection>(std::move(implementation));
 }

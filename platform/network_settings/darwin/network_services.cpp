@@ -3,8 +3,6 @@
 
 #include <SystemConfiguration/SystemConfiguration.h>
 
-#include <stdexcept>
-
 #include "platform/base/darwin/core_foundation.h"
 #include "platform/base/json_text.h"
 #include "platform/network_settings/darwin/property_list.h"
@@ -23,10 +21,10 @@ std::string primaryService() {
 
 }  // namespace
 
-std::vector<NetworkService> networkServices() {
+Result<std::vector<NetworkService>> networkServices() {
   CFOwner<SCPreferencesRef> preferences(SCPreferencesCreate(kCFAllocatorDefault, CFSTR("BrimoHelper"), nullptr));
   CFOwner<CFArrayRef> all(preferences ? SCNetworkServiceCopyAll(preferences.get()) : nullptr);
-  if (!all) throw std::runtime_error(SCErrorString(SCError()));
+  if (!all) return Failure(SCError(), SCErrorString(SCError()));
 
   const auto primary = primaryService();
   std::vector<NetworkService> services;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <boost/json.hpp>
-#include <exception>
 
 namespace platform {
 
@@ -15,29 +14,32 @@ constexpr std::size_t signatureSize = 8;  // bytes; dconf takes a database witho
 
 }  // namespace
 
-DesktopDatabase::DesktopDatabase(const std::string& service)
-    : folder_("/run/" + service, PrivateFolder::Readers::everybody) {}
-
-void DesktopDatabase::publish(const DesktopProxy& proxy, const std::string& source) const {
-  try {
-    replace(proxy, source);
-  } catch (...) {
-    // What is published already is no longer so. This takes no room on a disk that is full.
-    folder_.zeroHead(database, signatureSize);
-    folder_.remove(plainWords);
-    throw;
-  }
+Result<DesktopDatabase> DesktopDatabase::open(const std::string& service) {
+  auto folder = PrivateFolder::open("/run/" + service, PrivateFolder::Readers::everybody);
+  if (!folder) return folder.error();
+  return DesktopDatabase(std::move(*folder));
 }
 
-void DesktopDatabase::replace(const DesktopProxy& proxy, const std::string& source) const {
-  auto words = inPlainWords(proxy);
-  if (!proxy.isOff()) words["service"] = source;
-  folder_.zeroHead(oldDatabase, signatureSize);  // of one that was killed in between
-  folder_.link(database, oldDatabase);
-  folder_.replace(database, gvdbFile(dconfValues(proxy)));
-  folder_.zeroHead(oldDatabase, signatureSize);
-  folder_.remove(oldDatabase);
-  folder_.replace(plainWords, json::serialize(words) + "\n");
+Result<void> DesktopDatabase::publish(const DesktopProxy& proxy, const std::string& networkService) const {
+  auto replaced = replace(proxy, networkService);
+  if (replaced) return replaced;
+  // What is published already is no longer so. This takes no room on a disk that is full.
+  auto zeroed = folder_.zeroHead(database, signatureSize);
+  auto removed = folder_.remove(plainWords);
+  return zeroed && removed ? replaced : zeroed ? removed : zeroed;
+}
+
+Result<void> DesktopDatabase::replace(const DesktopProxy& proxy, const std::string& networkService) const {
+  return attempt([&] {
+    auto words = inPlainWords(proxy);
+    if (!proxy.isOff()) words["service"] = networkService;
+    folder_.zeroHead(oldDatabase, signatureSize).value();  // of one that was killed in between
+    folder_.link(database, oldDatabase).value();
+    folder_.replace(database, gvdbFile(dconfValues(proxy))).value();
+    folder_.zeroHead(oldDatabase, signatureSize).value();
+    folder_.remove(oldDatabase).value();
+    folder_.replace(plainWords, json::serialize(words) + "\n").value();
+  });
 }
 
 std::string desktopDatabaseName(std::string service) {
@@ -46,9 +48,11 @@ std::string desktopDatabaseName(std::string service) {
   return service;
 }
 
-int announce(sd_bus* bus, const std::string& service) {
-  return sd_bus_emit_signal(bus, ("/ca/desrt/dconf/Writer/" + desktopDatabaseName(service)).c_str(),
-                            "ca.desrt.dconf.Writer", "WritabilityNotify", "s", "/system/proxy/");
+Result<void> announce(sd_bus* bus, const std::string& service) {
+  return attempt([&] {
+    check(sd_bus_emit_signal(bus, ("/ca/desrt/dconf/Writer/" + desktopDatabaseName(service)).c_str(),
+                             "ca.desrt.dconf.Writer", "WritabilityNotify", "s", "/system/proxy/"));
+  });
 }
 
 }  // namespace platform

@@ -9,24 +9,24 @@
 
 namespace platform {
 
-/// Files that everybody may read. Every failure is a std::exception with a sentence.
-///
-/// "dconf" is the database, "proxies.json" the plain words. "dconf.old" is a second name of the database that is being
-/// replaced: as long as its first bytes are there, who has it mapped takes it for the present one.
+/// Files that everybody may read: "dconf" is the database, "proxies.json" the plain words. "dconf.old" is a second name
+/// of a database that is being replaced: as long as its first bytes are there, who has it mapped takes it for the
+/// present one.
 class DesktopDatabase {
  public:
-  /// The folder in /run of a service, which is made when it is missing.
-  explicit DesktopDatabase(const std::string& service);
+  /// In the folder in /run of a service, which is made when it is missing.
+  static Result<DesktopDatabase> open(const std::string& service);
 
-  /// Publishes a proxy in the place of whatever was published before, from `source`, a network service. When that
-  /// fails, no proxy is published. Programs that run look again when they are told to: announce().
-  void publish(const DesktopProxy& proxy, const std::string& source) const;
+  /// Publishes a proxy of a network service in the place of whatever was published before. When that fails, no proxy is
+  /// published. Programs that run look again when they are told to: announce().
+  Result<void> publish(const DesktopProxy& proxy, const std::string& networkService) const;
 
-  /// Where a record of the services can lie: its life is the database's.
+  /// For what is to live as long as the database.
   const PrivateFolder& folder() const { return folder_; }
 
  private:
-  void replace(const DesktopProxy& proxy, const std::string& source) const;
+  explicit DesktopDatabase(PrivateFolder folder) : folder_(std::move(folder)) {}
+  Result<void> replace(const DesktopProxy& proxy, const std::string& networkService) const;
 
   PrivateFolder folder_;
 };
@@ -34,8 +34,8 @@ class DesktopDatabase {
 /// What dconf calls the database of a service: its name in characters that a D-Bus path may have.
 std::string desktopDatabaseName(std::string service);
 
-/// Tells the programs of all users over the system bus that a service's database has changed. Returns 0 or a negative
-/// errno.
-int announce(sd_bus* bus, const std::string& service);
+/// Has the programs of all users that run look at a service's database again, by a signal on the system bus. Does not
+/// wait for it to be sent.
+Result<void> announce(sd_bus* bus, const std::string& service);
 
 }  // namespace platform

@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <boost/json.hpp>
-#include <cerrno>
-#include <functional>
+#include <chrono>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
 #include "platform/network_settings/preferences.h"
@@ -22,45 +20,49 @@ namespace {
 constexpr char recordName[] = "services.json";
 constexpr std::chrono::seconds patience(2);
 
-/// Whether a step went well; what it throws is in the system log.
-bool succeeds(const std::function<void()>& step) {
-  try {
-    step();
-    return true;
-  } catch (const std::exception& error) {
-    systemLog(fmt::format("Desktop proxies: {}", error.what()));
-    return false;
-  }
+/// Has the system log say why a step failed.
+template <class Value>
+Result<Value> logged(Result<Value> step) {
+  if (!step) systemLog(fmt::format("Desktop proxies: {}", step.error().what()));
+  return step;
 }
 
-ProxyRecord load(const PrivateFolder& folder) {
+Result<ProxyRecord> load(const PrivateFolder& folder) {
   auto file = folder.read(recordName);
-  if (!file) return {};
+  if (!file) return file.error();
   ProxyRecord record;
-  const auto value = json::parse(file->text);
-  if (const auto* primary = value.at("primary").if_string()) record.primary = *primary;
-  for (const auto& service : value.at("services").as_array()) {
-    record.services.push_back(
-        {.id = std::string(service.at("id").as_string()), .isConnection = service.at("isConnection").as_bool()});
+  if (!*file) return record;
+  try {
+    const auto value = json::parse((*file)->text);
+    if (const auto* primary = value.at("primary").if_string()) record.primary = *primary;
+    for (const auto& service : value.at("services").as_array()) {
+      record.services.push_back(
+          {.id = std::string(service.at("id").as_string()), .isConnection = service.at("isConnection").as_bool()});
+    }
+  } catch (const std::exception& error) {
+    return Failure(0, fmt::format("{}: {}", recordName, error.what()));
   }
   return record;
 }
 
-void save(const ProxyRecord& record, const PrivateFolder& folder) {
+Result<void> save(const ProxyRecord& record, const PrivateFolder& folder) {
   json::array services;
-  for (const auto& [id, isConnection] : record.services)
+  for (const auto& [id, isConnection] : record.services) {
     services.push_back({{"id", id}, {"isConnection", isConnection}});
+  }
   json::object object{{"primary", nullptr}, {"services", services}};
   if (record.primary) object["primary"] = *record.primary;
-  folder.replace(recordName, json::serialize(object));
+  auto replaced = folder.replace(recordName, json::serialize(object));
+  if (!replaced) return replaced.error();
+  return {};
 }
 
 /// The stored proxies of a service, as programs are to be told of them.
-DesktopProxy proxyOf(PreferencesStore& store, const std::string& service) {
-  const auto* value =
-      store.find(fmt::format("/{}/{}/{}", preferences::networkServices, service, preferences::proxiesEntity));
-  const auto* proxies = value ? value->if_object() : nullptr;
-  if (!proxies) return {};
+Result<DesktopProxy> proxyOf(PreferencesStore& store, const std::string& service) {
+  auto value = store.find(fmt::format("/{}/{}/{}", preferences::networkServices, service, preferences::proxiesEntity));
+  if (!value) return value.error();
+  const auto* proxies = *value ? (*value)->if_object() : nullptr;
+  if (!proxies) return DesktopProxy();
   if (hasOnlyInlineScript(*proxies)) {
     static std::once_flag isLogged;
     std::call_once(isLogged, [] {
@@ -70,19 +72,19 @@ DesktopProxy proxyOf(PreferencesStore& store, const std::string& service) {
   return desktopProxy(*proxies);
 }
 
-/// Tells running programs over a connection of its own, and returns when the bus has been told. Returns 0 or a negative
-/// errno.
-int announceNow(const std::string& service) {
+/// announce() over a connection of its own; returns when the bus has the signal.
+Result<void> announceNow(const std::string& service) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
-  SystemBus bus;
-  if (int result = openSystemBus(bus, deadline); result < 0) return result;
-  if (int result = announce(bus.get(), service); result < 0) return result;
-  // What the bus answers to, it has read after the signal.
-  sd_bus_message* made = nullptr;
-  int result = sd_bus_message_new_method_call(bus.get(), &made, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                              "org.freedesktop.DBus.Peer", "Ping");
-  BusMessage request(made), reply;
-  return result < 0 ? result : callUntil(deadline, bus.get(), made, nullptr, reply);
+  return attempt([&] {
+    auto bus = openSystemBus(deadline).value();
+    announce(bus.get(), service).value();
+    // What the bus answers to, it has read after the signal.
+    sd_bus_message* made = nullptr;
+    check(sd_bus_message_new_method_call(bus.get(), &made, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                         "org.freedesktop.DBus.Peer", "Ping"));
+    const BusMessage request(made);
+    callUntil(deadline, bus.get(), request.get(), nullptr).value();
+  });
 }
 
 }  // namespace
@@ -108,21 +110,19 @@ std::optional<std::string> ProxyRecord::source() const {
 DesktopProxies::DesktopProxies(const std::string& service) : service_(service) {}
 
 void DesktopProxies::start() {
-  succeeds([&] { record_ = load(DesktopDatabase(service_).folder()); });
-  succeeds([&] {
+  logged(attempt([&] { record_ = load(DesktopDatabase::open(service_).value().folder()).value(); }));
+  logged(attempt([&] {
     end_ = EventSource::exit([this] { withdrawDesktopProxies(service_); });
     primary_ = std::make_unique<PrimaryConnection>([this](const auto& primary) { setPrimary(primary); });
-  });
+  }));
 }
 
 void DesktopProxies::setPrimary(const std::optional<std::string>& primary) {
   if (isPrimaryKnown_ && record_.primary == primary) return;
   isPrimaryKnown_ = true;
   record_.primary = primary;
-  succeeds([&] {
-    PreferencesStore store("/var/lib/" + service_);
-    publish(&store);
-  });
+  auto store = logged(PreferencesStore::open("/var/lib/" + service_));
+  publish(store ? &*store : nullptr);
 }
 
 void DesktopProxies::publish(PreferencesStore& store, const std::set<std::string>& set,
@@ -146,31 +146,28 @@ void DesktopProxies::publishNone() {
 }
 
 void DesktopProxies::publish(PreferencesStore* store) {
-  succeeds([&] {
-    const DesktopDatabase database(service_);
+  logged(attempt([&] {
+    const auto database = DesktopDatabase::open(service_).value();
     const auto source = record_.source();
-    DesktopProxy proxy;
-    succeeds([&] {
-      save(record_, database.folder());
-      if (store && source) proxy = proxyOf(*store, *source);
-    });
-    succeeds([&] { database.publish(proxy, source.value_or("")); });
-    int result = primary_ && primary_->bus() ? announce(primary_->bus(), service_) : -ENOTCONN;
-    if (result < 0) throw std::system_error(-result, std::generic_category(), "running programs are not told");
-  });
+    // What cannot be recorded or read is not published: the next helper could not know of it.
+    auto proxy = logged(attempt([&] {
+      save(record_, database.folder()).value();
+      return store && source ? proxyOf(*store, *source).value() : DesktopProxy();
+    }));
+    logged(database.publish(proxy ? *proxy : DesktopProxy(), source.value_or("")));
+    auto* bus = primary_ ? primary_->bus() : nullptr;
+    if (!bus) throw Failure(0, "running programs are not told, since there is no system bus");
+    announce(bus, service_).value();
+  }));
 }
 
-bool withdrawDesktopProxies(const std::string& service) {
-  bool isOff = false;
-  succeeds([&] {
-    const DesktopDatabase database(service);
-    isOff = succeeds([&] { database.folder().remove(recordName); });
-    isOff = succeeds([&] { database.publish({}, ""); }) && isOff;
-    if (int result = announceNow(service); result < 0) {
-      throw std::system_error(-result, std::generic_category(), "running programs are not told");
-    }
-  });
-  return isOff;
+Result<void> withdrawDesktopProxies(const std::string& service) {
+  auto database = logged(DesktopDatabase::open(service));
+  if (!database) return database.error();
+  auto forgotten = logged(database->folder().remove(recordName));
+  auto published = logged(database->publish({}, ""));
+  logged(announceNow(service));
+  return published ? forgotten : published;
 }
 
 }  // namespace platform

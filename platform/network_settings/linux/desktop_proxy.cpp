@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <boost/json.hpp>
-#include <stdexcept>
 
 #include "platform/base/json_text.h"
 #include "platform/network_settings/linux/proxy_script.h"
@@ -40,11 +39,8 @@ DesktopProxy desktopProxy(const json::object& proxies) {
     return result;
   }
   for (const auto& [name, kind] : kinds) {
-    try {
-      if (auto proxy = fixedProxy(proxies, kind)) result.proxies[name] = *proxy;
-    } catch (const std::invalid_argument&) {
-      continue;  // said when it was handed on to NetworkManager
-    }
+    auto proxy = fixedProxy(proxies, kind);
+    if (proxy && *proxy) result.proxies[name] = **proxy;
   }
   for (const auto& given : proxyExceptions(proxies)) {
     if (auto exception = desktopException(given); !exception.empty()) result.exceptions.push_back(exception);

@@ -4,17 +4,21 @@
 
 namespace platform {
 
-std::vector<NetworkService> networkServices() {
+Result<std::vector<NetworkService>> networkServices() {
   NetworkManager manager;
   auto active = manager.activeDevices();
+  if (!active) return active.error();
+  auto connections = manager.connections();
+  if (!connections) return connections.error();
   auto primary = manager.primaryConnection();
+  if (!primary) return primary.error();
   std::vector<NetworkService> services;
-  for (auto& [path, uuid, name, proxy] : manager.connections()) {
-    auto device = active.find(path);
+  for (auto& [path, uuid, name, proxy] : *connections) {
+    auto device = active->find(path);
     services.push_back({.id = std::move(uuid),
                         .name = std::move(name),
-                        .interface = device == active.end() ? "" : device->second.interface,
-                        .isPrimary = path == primary});
+                        .interface = device == active->end() ? "" : device->second.interface,
+                        .isPrimary = path == *primary});
   }
   return services;
 }

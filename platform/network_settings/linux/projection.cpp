@@ -1,12 +1,10 @@
 #include "platform/network_settings/linux/projection.h"
 
 #include <arpa/inet.h>
-#include <fmt/format.h>
 
 #include <bit>
 #include <boost/json.hpp>
 #include <optional>
-#include <stdexcept>
 
 #include "platform/base/json_text.h"
 #include "platform/network_settings/linux/proxies_dictionary.h"
@@ -31,40 +29,48 @@ std::optional<std::uint32_t> addressNumber(const std::string& text) {
   return ntohl(address.s_addr);
 }
 
-}  // namespace
-
-ProxySetting projectProxies(const json::object& proxies) {
+ProxySetting proxySetting(const json::object& proxies) {
   if (isSwitchedOn(proxies, "ProxyAutoConfigEnable")) {
     std::string url(textMember(proxies, "ProxyAutoConfigURLString"));
     std::string script(textMember(proxies, "ProxyAutoConfigJavaScript"));
     if (url.empty() && !script.empty()) {
       bool isScript = script.find("FindProxyForURL") != script.npos && script.find('\0') == script.npos;
-      if (!isScript) throw std::invalid_argument("ProxyAutoConfigJavaScript does not define FindProxyForURL");
+      if (!isScript) throw Failure(0, "ProxyAutoConfigJavaScript does not define FindProxyForURL");
       return {.automatic = true, .pacURL = {}, .pacScript = std::move(script)};
     }
-    if (!isPlainURL(url)) throw std::invalid_argument("ProxyAutoConfigURLString is not a URL");
+    if (!isPlainURL(url)) throw Failure(0, "ProxyAutoConfigURLString is not a URL");
     return {.automatic = true, .pacURL = std::move(url), .pacScript = {}};
   }
-  ProxyRules rules{.http = textOf(fixedProxy(proxies, "HTTP")),
-                   .https = textOf(fixedProxy(proxies, "HTTPS")),
-                   .socks = textOf(fixedProxy(proxies, "SOCKS")),
+  ProxyRules rules{.http = textOf(fixedProxy(proxies, "HTTP").value()),
+                   .https = textOf(fixedProxy(proxies, "HTTPS").value()),
+                   .socks = textOf(fixedProxy(proxies, "SOCKS").value()),
                    .exceptions = proxyExceptions(proxies),
                    .excludeSimpleHostnames = isSwitchedOn(proxies, "ExcludeSimpleHostnames")};
   if (rules.http.empty() && rules.https.empty() && rules.socks.empty()) return {};
   return {.automatic = true, .pacURL = {}, .pacScript = proxyScript(rules)};
 }
 
-IPv4Setting projectIPv4(const json::object& entity) {
-  if (textMember(entity, "ConfigMethod") != "Manual") throw std::invalid_argument("ConfigMethod is not Manual");
+IPv4Setting ipv4Setting(const json::object& entity) {
+  if (textMember(entity, "ConfigMethod") != "Manual") throw Failure(0, "ConfigMethod is not Manual");
   std::string address(onlyText(entity, "Addresses")), router(textMember(entity, "Router"));
   auto mask = addressNumber(std::string(onlyText(entity, "SubnetMasks")));
-  if (!addressNumber(address)) throw std::invalid_argument("Addresses does not hold one IPv4 address");
-  if (addressNumber(router).value_or(0) == 0) throw std::invalid_argument("Router is not a router's IPv4 address");
+  if (!addressNumber(address)) throw Failure(0, "Addresses does not hold one IPv4 address");
+  if (addressNumber(router).value_or(0) == 0) throw Failure(0, "Router is not a router's IPv4 address");
   auto prefix = static_cast<std::uint32_t>(std::countl_one(mask.value_or(0)));
   if (!mask || static_cast<std::uint32_t>(std::popcount(*mask)) != prefix) {
-    throw std::invalid_argument("SubnetMasks does not hold one IPv4 mask");
+    throw Failure(0, "SubnetMasks does not hold one IPv4 mask");
   }
   return {.address = std::move(address), .prefix = prefix, .gateway = std::move(router)};
+}
+
+}  // namespace
+
+Result<ProxySetting> projectProxies(const json::object& proxies) {
+  return attempt([&] { return proxySetting(proxies); });
+}
+
+Result<IPv4Setting> projectIPv4(const json::object& entity) {
+  return attempt([&] { return ipv4Setting(entity); });
 }
 
 }  // namespace platform

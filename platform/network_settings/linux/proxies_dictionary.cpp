@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <boost/json.hpp>
 #include <iterator>
-#include <stdexcept>
 
 #include "platform/base/json_text.h"
 #include "platform/network_settings/linux/proxy_script.h"
@@ -23,14 +22,14 @@ std::string textOf(const std::optional<ProxyAddress>& proxy) {
   return proxy ? fmt::format("{}:{}", proxy->host, proxy->port) : std::string();
 }
 
-std::optional<ProxyAddress> fixedProxy(const json::object& proxies, const std::string& kind) {
+Result<std::optional<ProxyAddress>> fixedProxy(const json::object& proxies, const std::string& kind) {
   if (!isSwitchedOn(proxies, kind + "Enable")) return std::nullopt;
   auto host = proxyHost(std::string(textMember(proxies, kind + "Proxy")));
-  if (host.empty()) throw std::invalid_argument(kind + "Proxy is not a host");
+  if (host.empty()) return Failure(0, kind + "Proxy is not a host");
   const auto* port = proxies.if_contains(kind + "Port");
   json::error_code error;
   auto number = port ? port->to_number<std::uint16_t>(error) : std::uint16_t{0};
-  if (error || number == 0) throw std::invalid_argument(kind + "Port is not a port");
+  if (error || number == 0) return Failure(0, kind + "Port is not a port");
   return ProxyAddress{.host = std::move(host), .port = number};
 }
 

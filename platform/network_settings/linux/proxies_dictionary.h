@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/result.h"
+
 namespace platform {
 
 /// Whether the value of a key is a number other than 0, or true.
@@ -20,9 +22,9 @@ struct ProxyAddress {
 /// "HOST:PORT"; empty when there is no proxy.
 std::string textOf(const std::optional<ProxyAddress>& proxy);
 
-/// The proxy of a kind, "HTTP" for example; absent when it is switched off. Throws std::invalid_argument with a
-/// sentence when it is switched on, and its host or port is missing or none.
-std::optional<ProxyAddress> fixedProxy(const boost::json::object& proxies, const std::string& kind);
+/// The proxy of a kind, "HTTP" for example; absent when it is switched off. Fails when it is switched on, and its host
+/// or port is missing or none.
+Result<std::optional<ProxyAddress>> fixedProxy(const boost::json::object& proxies, const std::string& kind);
 
 /// "ExceptionsList"; what in it is no text is empty.
 std::vector<std::string> proxyExceptions(const boost::json::object& proxies);

@@ -59,15 +59,17 @@ std::string inWords(const ProxySetting& proxy) {
 std::vector<ProxyPlace> proxyPlaces(const std::string& service) {
   std::vector<ProxyPlace> places{desktop(service), own()};
   const char* readers = "pacrunner, and programs that ask it";
-  try {
-    for (const auto& connection : NetworkManager().connections()) {
-      places.push_back({.name = fmt::format("NetworkManager, {} ({})", connection.name, connection.uuid),
-                        .setting = inWords(connection.proxy),
-                        .readers = readers});
-    }
-  } catch (const std::runtime_error& error) {
-    places.push_back(
-        {.name = "NetworkManager", .setting = fmt::format("unknown: {}", error.what()), .readers = readers});
+  auto connections = NetworkManager().connections();
+  if (!connections) {
+    places.push_back({.name = "NetworkManager",
+                      .setting = fmt::format("unknown: {}", connections.error().what()),
+                      .readers = readers});
+    return places;
+  }
+  for (const auto& connection : *connections) {
+    places.push_back({.name = fmt::format("NetworkManager, {} ({})", connection.name, connection.uuid),
+                      .setting = inWords(connection.proxy),
+                      .readers = readers});
   }
   return places;
 }

@@ -1,0 +1,10 @@
+# What the client library is linked with, before its targets.
+include(CMakeFindDependencyMacro)
+find_dependency(Threads)
+find_dependency(Boost 1.81 COMPONENTS json)
+find_dependency(fmt)
+if(NOT APPLE)
+  find_dependency(PkgConfig)
+  pkg_check_modules(cbor REQUIRED IMPORTED_TARGET libcbor)
+endif()
+include(${CMAKE_CURRENT_LIST_DIR}/BrimoTargets.cmake)
