@@ -86,4 +86,8 @@ void Session::unlock() {
 
 void keepApplied(const std::string&) {}
 
+Result<void> withdraw(const std::string&) {
+  return {};
+}
+
 }  // namespace platform::preferences

@@ -245,4 +245,8 @@ void keepApplied(const std::string& store) {
   desktop->start();
 }
 
+Result<void> withdraw(const std::string& store) {
+  return withdrawDesktopProxies(store);
+}
+
 }  // namespace platform::preferences

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "build_constants.h"
-#include "platform/network_settings/linux/desktop_proxies.h"
+#include "platform/network_settings/preferences.h"
 
 int main() {
   auto is = [](const char* variable, std::string_view text) {
@@ -13,5 +13,5 @@ int main() {
     return value && value == text;
   };
   if (is("EXIT_CODE", "exited") && is("EXIT_STATUS", "0")) return EXIT_SUCCESS;
-  return platform::withdrawDesktopProxies(HelperServiceName) ? EXIT_SUCCESS : EXIT_FAILURE;
+  return platform::preferences::withdraw(HelperServiceName) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
