@@ -8,7 +8,7 @@ import time
 
 from desktop import proxies_off
 from harness import wait_until
-from test_desktop_proxies import OnANetwork, SUCCESS, http_proxy
+from test_desktop_proxies import SUCCESS, NetworkTest
 
 PAGE = b"<script>setInterval(() => fetch('/tick?' + Math.random()), 50)</script>"
 
@@ -38,7 +38,7 @@ class Server:
         test.addCleanup(self.server.shutdown)
 
 
-class Chromium(OnANetwork):
+class Chromium(NetworkTest):
     def setUp(self):
         super().setUp()
         self.direct, self.proxy = Server(self, 8000), Server(self, 8080)

@@ -38,7 +38,7 @@ class DesktopTest(NetworkSettingsTest):
         wait_until(lambda: any(text in line for line in self.lines_of(self.system_log)), f"the system log says {text}")
 
 
-class OnANetwork(DesktopTest):
+class NetworkTest(DesktopTest):
     def setUp(self):
         super().setUp()
         self.manager = NetworkManager(self)
@@ -51,6 +51,8 @@ class OnANetwork(DesktopTest):
         self.wait_for(ON)
         return client
 
+
+class OnANetwork(NetworkTest):
     def test_programs_follow_the_life_of_the_client(self):
         client = self.switch_on(cleanup=False)
         self.assertEqual(plain_words(), {"mode": "manual", "http": "127.0.0.1:8080", "service": self.wired,
