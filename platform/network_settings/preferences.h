@@ -54,8 +54,8 @@ class Session {
 /// follows by itself.
 void keepApplied(const std::string& store);
 
-/// Has the running system no longer use what keepApplied() had it use, for a process that served and cannot do so itself
-/// any more. Needs nothing on macOS.
-Result<void> withdraw(const std::string& store);
+/// Has the running system no longer use what keepApplied() had it use, for a process that served and cannot do so
+/// itself any more. Whether it does not; the system log says why it still may. Needs nothing on macOS.
+bool withdraw(const std::string& store);
 
 }  // namespace platform::preferences

@@ -79,8 +79,9 @@ class User:
         process.communicate()
 
     def run(self, *command):
-        out, err = self.start(command).communicate(timeout=20)
-        self.test.assertEqual(err, "")
+        process = self.start(command)
+        out, err = process.communicate(timeout=20)
+        self.test.assertEqual(process.returncode, 0, err)
         return out.rstrip("\n")
 
     def dump(self):

@@ -65,7 +65,7 @@ class NetworkSettingsTest(HelperTest):
     def listen_to_the_system_log(self):
         """A folder in the place of /dev with a socket for the system log; returns the socket."""
         folder = Path("/run/dev")
-        folder.mkdir()
+        folder.mkdir(exist_ok=True)
         run("mount", "-t", "tmpfs", "tmpfs", folder)
         run("cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder)
         log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)

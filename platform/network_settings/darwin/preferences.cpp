@@ -86,8 +86,8 @@ void Session::unlock() {
 
 void keepApplied(const std::string&) {}
 
-Result<void> withdraw(const std::string&) {
-  return {};
+bool withdraw(const std::string&) {
+  return true;
 }
 
 }  // namespace platform::preferences

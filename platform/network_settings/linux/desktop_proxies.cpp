@@ -20,11 +20,11 @@ namespace {
 constexpr char recordName[] = "services.json";
 constexpr std::chrono::seconds patience(2);
 
-/// Has the system log say why a step failed.
+/// Whether a step went well; the system log says why it did not.
 template <class Value>
-Result<Value> logged(Result<Value> step) {
+bool succeeded(const Result<Value>& step) {
   if (!step) systemLog(fmt::format("Desktop proxies: {}", step.error().what()));
-  return step;
+  return step.has_value();
 }
 
 Result<ProxyRecord> load(const PrivateFolder& folder) {
@@ -110,8 +110,8 @@ std::optional<std::string> ProxyRecord::source() const {
 DesktopProxies::DesktopProxies(const std::string& service) : service_(service) {}
 
 void DesktopProxies::start() {
-  logged(attempt([&] { record_ = load(DesktopDatabase::open(service_).value().folder()).value(); }));
-  logged(attempt([&] {
+  succeeded(attempt([&] { record_ = load(DesktopDatabase::open(service_).value().folder()).value(); }));
+  succeeded(attempt([&] {
     end_ = EventSource::exit([this] { withdrawDesktopProxies(service_); });
     primary_ = std::make_unique<PrimaryConnection>([this](const auto& primary) { setPrimary(primary); });
   }));
@@ -121,8 +121,8 @@ void DesktopProxies::setPrimary(const std::optional<std::string>& primary) {
   if (isPrimaryKnown_ && record_.primary == primary) return;
   isPrimaryKnown_ = true;
   record_.primary = primary;
-  auto store = logged(PreferencesStore::open("/var/lib/" + service_));
-  publish(store ? &*store : nullptr);
+  auto store = PreferencesStore::open("/var/lib/" + service_);
+  publish(succeeded(store) ? &*store : nullptr);
 }
 
 void DesktopProxies::publish(PreferencesStore& store, const std::set<std::string>& set,
@@ -146,28 +146,27 @@ void DesktopProxies::publishNone() {
 }
 
 void DesktopProxies::publish(PreferencesStore* store) {
-  logged(attempt([&] {
-    const auto database = DesktopDatabase::open(service_).value();
-    const auto source = record_.source();
-    // What cannot be recorded or read is not published: the next helper could not know of it.
-    auto proxy = logged(attempt([&] {
-      save(record_, database.folder()).value();
-      return store && source ? proxyOf(*store, *source).value() : DesktopProxy();
-    }));
-    logged(database.publish(proxy ? *proxy : DesktopProxy(), source.value_or("")));
-    auto* bus = primary_ ? primary_->bus() : nullptr;
-    if (!bus) throw Failure(0, "running programs are not told, since there is no system bus");
-    announce(bus, service_).value();
-  }));
+  const auto database = DesktopDatabase::open(service_);
+  if (!succeeded(database)) return;
+  const auto source = record_.source();
+  // What cannot be recorded or read is not published: the next helper could not know of it.
+  auto proxy = attempt([&] {
+    save(record_, database->folder()).value();
+    return store && source ? proxyOf(*store, *source).value() : DesktopProxy();
+  });
+  if (!succeeded(proxy)) proxy = DesktopProxy();
+  succeeded(database->publish(*proxy, source.value_or("")));
+  auto* bus = primary_ ? primary_->bus() : nullptr;
+  succeeded(bus ? announce(bus, service_) : Failure(0, "there is no system bus to tell running programs"));
 }
 
-Result<void> withdrawDesktopProxies(const std::string& service) {
-  auto database = logged(DesktopDatabase::open(service));
-  if (!database) return database.error();
-  auto forgotten = logged(database->folder().remove(recordName));
-  auto published = logged(database->publish({}, ""));
-  logged(announceNow(service));
-  return published ? forgotten : published;
+bool withdrawDesktopProxies(const std::string& service) {
+  const auto database = DesktopDatabase::open(service);
+  if (!succeeded(database)) return false;
+  bool isForgotten = succeeded(database->folder().remove(recordName));
+  bool isOff = succeeded(database->publish({}, ""));
+  succeeded(announceNow(service));
+  return isForgotten && isOff;
 }
 
 }  // namespace platform

@@ -63,8 +63,8 @@ class DesktopProxies {
   std::unique_ptr<PrimaryConnection> primary_;
 };
 
-/// Publishes no proxy and forgets the record, for good. Tells running programs within two seconds, or not at all. Every
-/// failure is in the system log, too.
-Result<void> withdrawDesktopProxies(const std::string& service);
+/// Publishes no proxy and forgets the record, for good. Tells running programs within two seconds, or not at all.
+/// Whether the first two went well; the system log says why not.
+bool withdrawDesktopProxies(const std::string& service);
 
 }  // namespace platform

@@ -245,7 +245,7 @@ void keepApplied(const std::string& store) {
   desktop->start();
 }
 
-Result<void> withdraw(const std::string& store) {
+bool withdraw(const std::string& store) {
   return withdrawDesktopProxies(store);
 }
 
