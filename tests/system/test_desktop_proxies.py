@@ -35,7 +35,7 @@ class DesktopTest(NetworkSettingsTest):
         self.assert_serves()
 
     def wait_for_system_log(self, text):
-        wait_until(lambda: any(text in line for line in self.lines_of(self.system_log)), f"the system log says {text}")
+        wait_until(lambda: any(text in line for line in self.system_log), f"the system log says {text}")
 
 
 class NetworkTest(DesktopTest):

@@ -7,6 +7,7 @@ import signal
 import socket
 import stat
 import subprocess
+import threading
 from pathlib import Path
 
 from harness import BRIMO, SERVICE, Helper, HelperTest, read_line, run_as_user, wait_until
@@ -63,28 +64,24 @@ class NetworkSettingsTest(HelperTest):
         self.assert_serves()  # which it does not before it has cleaned up
 
     def listen_to_the_system_log(self):
-        """A folder in the place of /dev with a socket for the system log; returns the socket."""
+        """Lays a folder with a socket for the system log over /dev; returns the list that its lines come into."""
         folder = Path("/run/dev")
         folder.mkdir(exist_ok=True)
         run("mount", "-t", "tmpfs", "tmpfs", folder)
         run("cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder)
         log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.addCleanup(log.close)
         log.bind(str(folder / "log"))
-        log.setblocking(False)
         run("mount", "--move", folder, "/dev")
         self.addCleanup(run, "umount", "--lazy", "/dev")
-        return log
-
-    @staticmethod
-    def lines_of(log):
-        """What has come since it was asked last."""
         lines = []
-        while True:
-            try:
-                lines.append(log.recv(4096).decode())
-            except BlockingIOError:
-                return lines
+
+        def read():  # all the time, since who logs waits for room
+            while line := log.recv(4096):
+                lines.append(line.decode(errors="replace"))
+            log.close()
+        threading.Thread(target=read).start()
+        self.addCleanup(log.shutdown, socket.SHUT_RD)
+        return lines
 
 
 class WithNetworkManager(NetworkSettingsTest):
@@ -378,8 +375,10 @@ class WithoutNetworkManager(NetworkSettingsTest):
             "Addresses": ["a"], "ConfigMethod": "Manual", "Router": "c", "SubnetMasks": ["b"]}}})
         client.process.kill()
         wait_until(lambda: stored()[UNKNOWN] == {"Proxies": {}}, "the clean-up is done")
-        lines = self.lines_of(log)
-        self.assertEqual(len([line for line in lines if "Network preferences are only stored" in line]), 1, lines)
+        def count():
+            return len([line for line in log if "Network preferences are only stored" in line])
+        wait_until(count, "the system log has it")
+        self.assertEqual(count(), 1, log)
 
     def test_the_command_line(self):
         code, out, err = self.brimo("services")
