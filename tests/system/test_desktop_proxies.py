@@ -2,14 +2,13 @@
 
 import shutil
 import signal
-from pathlib import Path
 
 import desktop
-from desktop import DATABASE, PLAIN_WORDS, User, plain_words, proxies_off
+from desktop import DATABASE, User, plain_words, proxies_off
 from harness import Helper, wait_until
 from network_manager import NetworkManager, run
 from system_bus import SystemBus
-from test_network_settings import FAILURE, FOLDER, STORE, SUCCESS, UNKNOWN, NetworkSettingsTest, http_proxy
+from test_network_settings import FOLDER, SUCCESS, UNKNOWN, NetworkSettingsTest, http_proxy
 
 ON, OFF = "http://127.0.0.1:8080", "direct://"
 NONE = {"mode": "none"}
