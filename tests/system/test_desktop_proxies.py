@@ -64,6 +64,19 @@ class OnANetwork(NetworkTest):
         self.assertEqual(self.switch_on().set_proxy({self.wired: {}}), SUCCESS)
         self.wait_for(OFF)
 
+    def test_the_command_line(self):
+        self.assertEqual(self.brimo("set-proxy", "primary", "http=127.0.0.1:8080"), (0, "done\n", ""))
+        self.wait_for(ON)
+        self.assertIn(f"{self.wired}  nm0              Wired  (primary)\n", self.brimo("services")[1])
+        places = self.brimo("proxies")[1]
+        self.assertIn('desktops: {"mode":"manual","http":"127.0.0.1:8080",', places)
+        self.assertIn("obeyed by Chromium", places)
+        self.assertIn(f"NetworkManager, Wired ({self.wired}): a PAC script\n  obeyed by pacrunner", places)
+        self.assertEqual(self.brimo("set-proxy", "primary", "off"), (0, "done\n", ""))
+        self.wait_for(OFF)
+        run("nmcli", "connection", "down", self.wired)
+        self.assertEqual(self.brimo("set-proxy", "primary", "off"), (1, "", "Brimo: no service leads to the network at large\n"))
+
     def test_programs_follow_the_life_of_the_helper(self):
         self.switch_on()
         self.brimo("stop")  # which undoes nothing, nor does the next start

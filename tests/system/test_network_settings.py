@@ -1,7 +1,6 @@
 """System proxies and static IPv4: the store, a real NetworkManager, and what happens when either is out of order."""
 
 import json
-import os
 import shutil
 import signal
 import socket
