@@ -3,6 +3,7 @@
 import configparser
 import json
 import os
+import shutil
 import subprocess
 from pathlib import Path
 
@@ -64,6 +65,7 @@ class User:
         home = Path(f"/tmp/home-{number}")
         home.mkdir(exist_ok=True)
         os.chown(home, number, number)
+        test.addCleanup(shutil.rmtree, home, ignore_errors=True)
         self.environment = DESKTOP | {"HOME": str(home)}
         self.resolver = self.start([PYTHON, "-c", RESOLVER], stdin=subprocess.PIPE)
         self.resolve()
@@ -95,4 +97,4 @@ class User:
         return read_line(self.resolver)
 
     def wait_for(self, proxies, url="http://page.example/"):
-        wait_until(lambda: self.resolve(url) == proxies, f"user {self.number} has {proxies} for {url}: {self.resolve(url)}")
+        wait_until(lambda: self.resolve(url) == proxies, f"user {self.number} has {proxies} for {url}")
