@@ -215,6 +215,7 @@ class WithoutNetworkManager(DesktopTest):
         self.brimo("stop")
         shutil.rmtree(desktop.FOLDER)  # the machine is started anew
         self.start_helper()
+        self.users = [User(self, 1000), User(self, 1001)]
         self.assertEqual(self.client().set_proxy({"b": http_proxy(2)}), SUCCESS)
         self.wait_for("http://127.0.0.1:2")
 

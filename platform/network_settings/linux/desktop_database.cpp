@@ -1,5 +1,7 @@
 #include "platform/network_settings/linux/desktop_database.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <boost/json.hpp>
 
@@ -10,7 +12,6 @@ namespace json = boost::json;
 namespace {
 
 constexpr char database[] = "dconf", oldDatabase[] = "dconf.old", plainWords[] = "proxies.json";
-constexpr std::size_t signatureSize = 8;  // bytes; dconf takes a database without it for one that has been replaced
 
 }  // namespace
 
@@ -24,22 +25,35 @@ Result<void> DesktopDatabase::publish(const DesktopProxy& proxy, const std::stri
   auto replaced = replace(proxy, networkService);
   if (replaced) return replaced;
   // What is published already is no longer so. This takes no room on a disk that is full.
-  auto zeroed = folder_.zeroHead(database, signatureSize);
-  auto removed = folder_.remove(plainWords);
-  return zeroed && removed ? replaced : zeroed ? removed : zeroed;
+  auto taken = attempt([this] {
+    invalidate(openPublished().value()).value();
+    folder_.remove(plainWords).value();
+  });
+  return taken ? replaced : taken;
 }
 
 Result<void> DesktopDatabase::replace(const DesktopProxy& proxy, const std::string& networkService) const {
   return attempt([&] {
     auto words = inPlainWords(proxy);
     if (!proxy.isOff()) words["service"] = networkService;
-    folder_.zeroHead(oldDatabase, signatureSize).value();  // of one that was killed in between
+    invalidate(folder_.openToWrite(oldDatabase).value()).value();  // of one that was killed in between
+    const auto old = openPublished().value();
     folder_.link(database, oldDatabase).value();
     folder_.replace(database, gvdbFile(dconfValues(proxy))).value();
-    folder_.zeroHead(oldDatabase, signatureSize).value();
+    invalidate(old).value();
     folder_.remove(oldDatabase).value();
     folder_.replace(plainWords, json::serialize(words) + "\n").value();
   });
+}
+
+Result<FileDescriptor> DesktopDatabase::openPublished() const {
+  return folder_.openToWrite(database);
+}
+
+Result<void> invalidate(const FileDescriptor& database) {
+  static constexpr char signature[8] = {};  // without its own, dconf takes a database for one that has been replaced
+  if (!database) return {};
+  return resultOfCall(static_cast<int>(pwrite(database.get(), signature, sizeof signature, 0)));
 }
 
 std::string desktopDatabaseName(std::string service) {

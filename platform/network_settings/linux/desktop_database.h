@@ -21,6 +21,9 @@ class DesktopDatabase {
   /// published. Programs that run look again when they are told to: announce().
   Result<void> publish(const DesktopProxy& proxy, const std::string& networkService) const;
 
+  /// What is published, for invalidate(); empty when that is nothing.
+  Result<FileDescriptor> openPublished() const;
+
   /// For what is to live as long as the database.
   const PrivateFolder& folder() const { return folder_; }
 
@@ -30,6 +33,10 @@ class DesktopDatabase {
 
   PrivateFolder folder_;
 };
+
+/// Has everybody who has a database mapped look for the one in its place, even where its file is gone. Takes no room,
+/// and no descriptor.
+Result<void> invalidate(const FileDescriptor& database);
 
 /// What dconf calls the database of a service: its name in characters that a D-Bus path may have.
 std::string desktopDatabaseName(std::string service);

@@ -110,7 +110,11 @@ std::optional<std::string> ProxyRecord::source() const {
 DesktopProxies::DesktopProxies(const std::string& service) : service_(service) {}
 
 void DesktopProxies::start() {
-  succeeded(attempt([&] { record_ = load(DesktopDatabase::open(service_).value().folder()).value(); }));
+  succeeded(attempt([&] {
+    const auto database = DesktopDatabase::open(service_).value();
+    published_ = database.openPublished().value();
+    record_ = load(database.folder()).value();
+  }));
   succeeded(attempt([&] {
     end_ = EventSource::exit([this] { withdrawDesktopProxies(service_); });
     primary_ = std::make_unique<PrimaryConnection>([this](const auto& primary) { setPrimary(primary); });
@@ -146,18 +150,25 @@ void DesktopProxies::publishNone() {
 }
 
 void DesktopProxies::publish(PreferencesStore* store) {
-  const auto database = DesktopDatabase::open(service_);
-  if (!succeeded(database)) return;
+  const auto before = std::move(published_);
+  succeeded(attempt([&] { replacePublished(store); }));
+  // Here as well, since its file or the folder may be gone, or no further descriptor be had.
+  succeeded(invalidate(before));
+  auto* bus = primary_ ? primary_->bus() : nullptr;
+  succeeded(bus ? announce(bus, service_) : Failure(0, "there is no system bus to tell running programs"));
+}
+
+void DesktopProxies::replacePublished(PreferencesStore* store) {
+  const auto database = DesktopDatabase::open(service_).value();
   const auto source = record_.source();
   // What cannot be recorded or read is not published: the next helper could not know of it.
   auto proxy = attempt([&] {
-    save(record_, database->folder()).value();
+    save(record_, database.folder()).value();
     return store && source ? proxyOf(*store, *source).value() : DesktopProxy();
   });
   if (!succeeded(proxy)) proxy = DesktopProxy();
-  succeeded(database->publish(*proxy, source.value_or("")));
-  auto* bus = primary_ ? primary_->bus() : nullptr;
-  succeeded(bus ? announce(bus, service_) : Failure(0, "there is no system bus to tell running programs"));
+  database.publish(*proxy, source.value_or("")).value();
+  published_ = database.openPublished().value();
 }
 
 bool withdrawDesktopProxies(const std::string& service) {

@@ -55,9 +55,11 @@ class DesktopProxies {
  private:
   void setPrimary(const std::optional<std::string>& primary);
   void publish(PreferencesStore* store);
+  void replacePublished(PreferencesStore* store);  ///< throws a Failure
 
   std::string service_;
   ProxyRecord record_;
+  FileDescriptor published_;  ///< held, so that it can be invalidated whatever becomes of its file
   bool isPrimaryKnown_ = false;
   EventSource end_;
   std::unique_ptr<PrimaryConnection> primary_;

@@ -82,14 +82,12 @@ Result<void> PrivateFolder::remove(const std::string& name) const {
   return {};
 }
 
-Result<void> PrivateFolder::zeroHead(const std::string& name, std::size_t size) const {
+Result<FileDescriptor> PrivateFolder::openToWrite(const std::string& name) const {
   FileDescriptor file(openat(folder_.get(), name.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!file && errno == ENOENT) return {};
+  if (!file && errno == ENOENT) return file;
   if (!file) return failure(errno, name);
   if (auto checked = checkPrivacy(file, name, S_IFREG); !checked) return checked.error();
-  if (auto written = writeAll(file.get(), std::string(size, '\0')); !written)
-    return failure(written.error().number, name);
-  return {};
+  return file;
 }
 
 Result<struct stat> PrivateFolder::checkPrivacy(const FileDescriptor& file, const std::string& name,

@@ -46,8 +46,8 @@ class PrivateFolder {
   /// Removes a file, if there is one.
   Result<void> remove(const std::string& name) const;
 
-  /// Overwrites the first bytes of a file with zeros, in place; does nothing when there is none. Takes no room.
-  Result<void> zeroHead(const std::string& name, std::size_t size) const;
+  /// A file to be written to in place; empty when there is none.
+  Result<FileDescriptor> openToWrite(const std::string& name) const;
 
   static constexpr std::size_t maximumSize = 16 << 20;  ///< bytes
 

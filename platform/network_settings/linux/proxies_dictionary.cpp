@@ -27,7 +27,7 @@ Result<std::optional<ProxyAddress>> fixedProxy(const json::object& proxies, cons
   auto host = proxyHost(std::string(textMember(proxies, kind + "Proxy")));
   if (host.empty()) return Failure(0, kind + "Proxy is not a host");
   const auto* port = proxies.if_contains(kind + "Port");
-  json::error_code error;
+  boost::system::error_code error;
   auto number = port ? port->to_number<std::uint16_t>(error) : std::uint16_t{0};
   if (error || number == 0) return Failure(0, kind + "Port is not a port");
   return ProxyAddress{.host = std::move(host), .port = number};
