@@ -116,7 +116,10 @@ void DesktopProxies::start() {
     record_ = load(database.folder()).value();
   }));
   succeeded(attempt([&] {
-    end_ = EventSource::exit([this] { withdrawDesktopProxies(service_); });
+    end_ = EventSource::exit([this] {
+      publishNone();
+      withdrawDesktopProxies(service_);
+    });
     primary_ = std::make_unique<PrimaryConnection>([this](const auto& primary) { setPrimary(primary); });
   }));
 }
