@@ -7,7 +7,7 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from harness import DEADLINE, ENDPOINT, LOG, SERVICE, read_line, wait_until
+from harness import DEADLINE, LOG, SERVICE, read_line, wait_until
 
 HERE = Path("/opt/booted")
 UNIT = f"{SERVICE}.service"

@@ -2,15 +2,13 @@
 
 import json
 import os
-import re
 import shutil
-import socket
 import subprocess
 import unittest
 from pathlib import Path
 
 from lan import INTERFACE, Lan, ip
-from machine import CONTENTS, MEMBER, STRANGER, UNIT, MachineTest, connected, make_application, proxy_method, run, show, sign
+from machine import CONTENTS, MEMBER, STRANGER, UNIT, MachineTest, connected, proxy_method, run, show, sign
 from harness import read_line, wait_until
 
 HOLDER = """
