@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <iomanip>
 #include <iostream>
 #include <map>
 #include <optional>
@@ -53,10 +54,10 @@ constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
   stop-dhcpd                          stop it
   spindump FILE                       sample this application into FILE
   stop                                end the helper process
-  json OBJECT                         send a JSON command as it is
+  json OBJECT                         send a JSON command, byte by byte as it is
 
-Without a command, reads one a line from standard input and keeps its connection open, since the helper undoes what a
-client did when the client leaves. With --json, prints one JSON object a command. A SERVICE is told by its ID, else the
+Without a command, reads one a line from standard input, where "double quotes" keep blanks together, and keeps its
+connection open, since the helper undoes what a client did when the client leaves. With --json, prints one JSON object a command. A SERVICE is told by its ID, else the
 interface that it is active on, else its name; one that several have is refused.
 
 The helper launches a watched application that died with the argument -crashWatchDog, and one that asked for its restart
@@ -190,11 +191,9 @@ Answer startDHCPServer(brimo::HelperClient& helper, const Arguments& arguments) 
 }
 
 Answer sendJSON(brimo::HelperClient& helper, const Arguments& arguments) {
-  auto command = platform::parseExactJSON(arguments[0], 512);
-  if (!command || !command->is_object()) throw UsageError("json takes one JSON object");
-  auto reply = helper.json(command->get_object());
+  auto reply = helper.json(arguments[0]);
   auto code = reply.contains("error") ? exitRefused : exitSuccess;
-  auto text = json::serialize(reply);
+  auto text = platform::serializeExactJSON(reply);
   return {.object = std::move(reply), .text = std::move(text), .code = code};
 }
 
@@ -232,7 +231,8 @@ class Session {
       }
       if (!local && !helper_) helper_.emplace();
       auto answer = local ? local() : work(*helper_, arguments);
-      std::cout << (printJSON_ ? json::serialize(answer.object) : answer.text) << std::endl;
+      if (name == "stop") helper_.reset();  // it has ended, and the next command finds the one that is started after it
+      std::cout << (printJSON_ ? platform::serializeExactJSON(answer.object) : answer.text) << std::endl;
       return answer.code;
     } catch (const UsageError& error) {
       return fail(exitUsage, error.what());
@@ -262,11 +262,11 @@ class Session {
       }
       Arguments arguments;
       std::string word;
-      // What follows "json" is one argument, blanks and all.
+      // What follows "json" is one argument, blanks and all; others that hold a blank stand in double quotes.
       if (name == "json") {
         if (std::getline(words >> std::ws, word)) arguments.push_back(word);
       } else {
-        while (words >> word) arguments.push_back(word);
+        while (words >> std::quoted(word)) arguments.push_back(word);
       }
       if (auto code = run(name, arguments); code != exitSuccess) result = code;
     }

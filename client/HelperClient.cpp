@@ -87,18 +87,17 @@ HelperClient::HelperClient(HelperClient&&) noexcept = default;
 HelperClient& HelperClient::operator=(HelperClient&&) noexcept = default;
 HelperClient::~HelperClient() = default;
 
-json::object HelperClient::json(const json::object& command) {
-  auto text = json::serialize(command);
+json::object HelperClient::json(std::string_view text) {
   auto reply = connection_->send({{"json", ipc::Data(text.begin(), text.end())}});
   const auto* data = reply.get<ipc::Data>("json");
-  json::error_code error;
+  boost::system::error_code error;
   auto value = data ? json::parse({reinterpret_cast<const char*>(data->data()), data->size()}, error) : json::value();
   if (error || !value.is_object()) throw HelperError("the helper's reply is not a JSON object");
   return std::move(value.get_object());
 }
 
 json::object HelperClient::command(const json::object& command) {
-  auto reply = json(command);
+  auto reply = json(json::serialize(command));
   throwError(reply);
   return reply;
 }

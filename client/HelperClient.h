@@ -90,12 +90,13 @@ class HelperClient {
   /// Has spindump sample the application into a file, unless it does so already. Returns at once.
   void spindump(const std::string& path);
 
-  /// Ends the helper process. It does not clean up, and is started again with the next connection.
+  /// Ends the helper process, and with it this connection. It does not clean up, and is started again with the next
+  /// connection.
   void stop();
 
-  /// Sends a JSON command and returns its reply, which may hold an "error". Throws std::invalid_argument when it is too
-  /// long to be sent.
-  boost::json::object json(const boost::json::object& command);
+  /// Sends the text of a JSON command as it is, and returns its reply, which may hold an "error". Throws
+  /// std::invalid_argument when it is too long to be sent.
+  boost::json::object json(std::string_view text);
 
  private:
   boost::json::object command(const boost::json::object& command);

@@ -8,6 +8,8 @@
 #include "platform/fake/dispatch.h"
 #include "platform/fake/ipc.h"
 #include "platform/fake/machine.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/this_machine.h"
 
 namespace {
 
@@ -19,12 +21,7 @@ namespace fake = platform::fake;
 
 class DispatchTest : public testing::Test {
  protected:
-  DispatchTest() {
-    machine() = {};
-    HXSetLogDestinations(0);
-    HXSetLogLineHook([this](const std::string& line) { log.push_back(line.substr(line.find('['))); });
-  }
-  ~DispatchTest() override { HXSetLogLineHook(nullptr); }
+  DispatchTest() { machine() = {}; }
 
   void deliver(const ipc::Event& event) {
     log.clear();
@@ -52,7 +49,8 @@ class DispatchTest : public testing::Test {
 
   std::shared_ptr<fake::ConnectionState> state = std::make_shared<fake::ConnectionState>();
   std::shared_ptr<ipc::Connection> connection = fake::makeConnection(state);
-  std::vector<std::string> log;
+  CapturedLog captured;
+  std::vector<std::string>& log = captured.lines;
 };
 
 ipc::Data bytesOf(std::string_view text) {
@@ -172,6 +170,25 @@ TEST_F(DispatchTest, ProbesNeedAnInterface) {
               R"({"error":"Invalid interface"})");
     EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: dhcp-discover"));
   }
+}
+
+TEST_F(DispatchTest, RouterProbesAreLimited) {
+  using namespace std::chrono_literals;
+  int replies = 0;
+  auto detect = [&] {
+    deliver(fake::makeMessage({{"command", "ra-detect"}, {"interface", loopbackInterface()}},
+                              [&](const ipc::Dictionary& reply) { replies += reply.size() == 0; }));
+  };
+  for (int probe = 0; probe < 128; ++probe) detect();
+  EXPECT_EQ(replies, 0);
+  detect();
+  EXPECT_EQ(replies, 1);
+  EXPECT_EQ(log.back(), "[BRHMain] Too many ra-detect requests at once");
+  fake::passTime(5s);
+  EXPECT_EQ(replies, 129);
+  detect();
+  EXPECT_EQ(replies, 129);
+  fake::passTime(5s);
 }
 
 TEST_F(DispatchTest, RequestsThatAcceptNoReply) {

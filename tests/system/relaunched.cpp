@@ -65,6 +65,7 @@ int main(int count, char** arguments) {
   } else {
     std::cout << "armed" << std::endl;
   }
-  for (std::string command; std::getline(std::cin, command);) helper.json({{"command", command}});
+  for (std::string command; std::getline(std::cin, command);)
+    helper.json(boost::json::serialize(boost::json::object{{"command", command}}));
   while (true) pause();
 }

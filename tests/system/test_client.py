@@ -7,7 +7,7 @@ import subprocess
 import unittest
 
 import harness
-from harness import BRIMO, HelperTest, PYTHON, read_line, run_as_user
+from harness import BRIMO, Helper, HelperTest, PYTHON, read_line, run_as_user
 
 SERVER = """
 import socket, sys
@@ -102,29 +102,38 @@ class CommandLine(HelperTest):
         self.assertEqual(self.brimo("process-lookup", "tcp", "127.0.0.1:1"), (4, "no process owns 127.0.0.1:1\n", ""))
         self.assertEqual(self.brimo("json", '{"command": "version"}'), (0, '{"version":618}\n', ""))
         self.assertEqual(self.brimo("json", '{"command": "Version"}'), (1, '{"error":"unknown command"}\n', ""))
+        self.assertEqual(self.brimo("json", '{"command": "x'), (1, '{"error":"invalid command payload"}\n', ""))
         for arguments in (["nonsense"], ["version", "x"], ["process-lookup", "tcp"], ["process-lookup", "sctp", "1.1.1.1:1"],
                           ["process-lookup", "tcp", "localhost:80"], ["process-lookup", "tcp", "127.0.0.1:65536"],
-                          ["process-lookup", "tcp", "127.0.0.1:"], ["process-lookup", "tcp", "::1:80"], ["json", "[]"],
-                          ["json", "{"]):
+                          ["process-lookup", "tcp", "127.0.0.1:"], ["process-lookup", "tcp", "::1:80"]):
             code, out, err = self.brimo(*arguments)
             self.assertEqual((code, out), (2, ""), arguments)
             self.assertRegex(err, "^Brimo: .+\n$")
 
     def test_lines_share_one_connection_and_outlive_errors(self):
         process = run_as_user([BRIMO], stdin=subprocess.PIPE)
-        out, err = process.communicate('version\n\nnonsense\njson {"command": "start-watchdog"}\nversion\n',
-                                       timeout=harness.DEADLINE)
-        self.assertEqual(out, 'helper build 618\n{"result":"success"}\nhelper build 618\n')
+        out, err = process.communicate('version\n\nnonsense\njson {"command": "start-watchdog"}\nversion\n'
+                                       'set-proxy "no such service" off\n', timeout=harness.DEADLINE)
+        self.assertEqual(out, 'helper build 618\n{"result":"success"}\nhelper build 618\n'
+                              'done; but no service of this machine is called no such service, so this is only stored\n')
         self.assertEqual((process.returncode, err), (2, 'Brimo: unknown command "nonsense"\n'))
         self.assertEqual(len([line for line in self.log() if "New connection" in line]), 1)
         self.assertEqual(len([line for line in self.log() if "validation" in line]), 1)
 
     def test_stop_and_the_absence_of_a_helper(self):
-        self.assertEqual(self.brimo("stop"), (0, "done\n", ""))
+        session = run_as_user([BRIMO], stdin=subprocess.PIPE)
+        self.addCleanup(self._end_process, session)
+        print("stop", file=session.stdin, flush=True)
+        self.assertEqual(read_line(session), "done")
         self.assertEqual(self.helper.wait(), 0)
         code, out, err = self.brimo("version")
         self.assertEqual((code, out), (3, ""))
         self.assertEqual(err, f"Brimo: cannot reach the helper at {harness.ENDPOINT}: Connection refused\n")
+
+        # The next helper serves the same session.
+        self.helper = Helper()
+        print("version", file=session.stdin, flush=True)
+        self.assertEqual(read_line(session), "helper build 618")
 
 
 if __name__ == "__main__":

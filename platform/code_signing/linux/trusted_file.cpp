@@ -10,6 +10,7 @@
 #include <array>
 #include <list>
 
+#include "platform/process/linux/process_folder.h"
 #include "platform/process/process.h"
 
 namespace platform {
@@ -68,25 +69,31 @@ Result<FileDescriptor> walk(const std::string& path, mode_t type) {
   return current;
 }
 
+/// Opens for reading what is open with O_PATH.
+Result<FileDescriptor> openAgain(int descriptor) {
+  FileDescriptor file(open(fmt::format("/proc/self/fd/{}", descriptor).c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file) return lastFailure();
+  return file;
+}
+
 }  // namespace
 
 Result<FileDescriptor> openTrustedFile(const std::string& path) {
   auto found = walk(path, S_IFREG);
   if (!found) return found;
-  FileDescriptor file(open(fmt::format("/proc/self/fd/{}", found->get()).c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file) return lastFailure();
-  return file;
+  return openAgain(found->get());
 }
 
 Result<FileDescriptor> openTrustedImage(std::int32_t pid) {
+  // In this order: what the process names is followed only when nobody but root can have made it run the image.
+  auto image = openImage(pid);
+  if (!image) return image;
+  if (auto trust = checkTrust(image->get(), S_IFREG); !trust) return trust.error();
   auto path = executablePath(pid);
   if (!path) return failureOf(ENOENT);
   auto folder = walk(path->substr(0, std::max<std::size_t>(path->rfind('/'), 1)), S_IFDIR);
   if (!folder) return folder;
-  FileDescriptor image(open(fmt::format("/proc/{}/exe", pid).c_str(), O_RDONLY | O_CLOEXEC));
-  if (!image) return lastFailure();
-  if (auto trust = checkTrust(image.get(), S_IFREG); !trust) return trust.error();
-  return image;
+  return openAgain(image->get());
 }
 
 }  // namespace platform

@@ -63,7 +63,8 @@ Result<std::unique_ptr<ClientConnection>> ClientConnection::connect(const std::s
   FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!address || !socket ||
       ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
-    return failureOf(address ? errno : ENAMETOOLONG, fmt::format("cannot reach the helper at {}", path));
+    const int number = address ? errno : ENAMETOOLONG;
+    return failureOf(number, fmt::format("cannot reach the helper at {}", path));
   }
   auto implementation = std::make_unique<Implementation>(std::move(socket));
   // The service speaks first: what is said before its greeting would make it hang up.

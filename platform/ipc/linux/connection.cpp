@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -18,7 +19,8 @@ namespace platform::ipc {
 
 namespace {
 
-constexpr std::size_t receiveChunk = 65'536;
+// Of small frames no more than a chunk is served in one turn of the loop; a large one may fill more.
+constexpr std::size_t receiveChunk = 4'096, largeFrameChunk = 65'536;
 constexpr std::size_t largeFrame = 1'048'576;
 constexpr std::size_t maximumUnreadReplies = std::size_t{32} * 1024 * 1024;
 
@@ -90,12 +92,12 @@ bool Connection::Implementation::admitPeer() {
   return ioctl(socket_.get(), FIONREAD, &waiting) == 0 && waiting == 0;
 }
 
-/// Reads once.
+/// Reads once: what the frame that has begun lacks, or a chunk, whichever is more.
 Connection::Implementation::Received Connection::Implementation::receive() {
-  std::array<std::uint8_t, receiveChunk> chunk;
+  std::array<std::uint8_t, largeFrameChunk> chunk;
   // No room for more than the credentials: descriptors that a peer passes are dropped by the kernel.
   alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(ucred))> control;
-  iovec vector{.iov_base = chunk.data(), .iov_len = chunk.size()};
+  iovec vector{.iov_base = chunk.data(), .iov_len = std::clamp(reader_.missing(), receiveChunk, largeFrameChunk)};
   msghdr header{};
   header.msg_iov = &vector;
   header.msg_iovlen = 1;
@@ -119,11 +121,12 @@ void Connection::Implementation::handleFrames() {
   }
 }
 
-/// The peer has ended; what it had sent still counts.
+/// The peer has ended; what it had sent still counts, a chunk each turn.
 void Connection::Implementation::drain() {
   auto keep = shared_from_this();
-  while (socket_ && receive() == Received::bytes) handleFrames();
-  cancel();
+  if (receive() != Received::bytes) return cancel();
+  handleFrames();
+  if (reader_.malformed()) cancel();
 }
 
 Message Connection::Implementation::messageOf(Frame frame) {
@@ -138,6 +141,11 @@ Message Connection::Implementation::messageOf(Frame frame) {
     };
   }
   return message;
+}
+
+void Connection::Implementation::terminate() {
+  deliver(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
+  close();
 }
 
 void Connection::Implementation::deliver(const Event& event) {
