@@ -262,9 +262,7 @@ platform::ipc::Data record(const sockaddr_in& address) {
 /// Asks the helper as a client does; by the protocol itself, so that helpers of any age can be measured.
 class Asker {
  public:
-  Asker() {
-    connection_ = platform::ipc::ClientConnection::connect(HelperServiceName).value();
-  }
+  Asker() { connection_ = platform::ipc::ClientConnection::connect(HelperServiceName).value(); }
 
   void lookUp(const Case& which, const Clients::Made& made, const sockaddr_in& proxy) {
     platform::ipc::Dictionary request{

@@ -21,6 +21,7 @@
 #include "client/HelperClient.h"
 #include "platform/base/exact_json.h"
 #include "platform/network_settings/network_services.h"
+#include "platform/network_settings/proxy_report.h"
 #include "platform/process/process.h"
 
 namespace json = boost::json;
@@ -35,7 +36,8 @@ constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
   process-lookup tcp|udp ADDRESS      owner of a local socket: 127.0.0.1:80, [::1]:80
   dhcp-discover INTERFACE             DHCP servers that answer, after two seconds
   ra-detect INTERFACE                 first IPv6 router that answers, within five seconds
-  services                            network services of this machine: ID, interface, name
+  services                            network services of this machine: ID, interface, name; the primary one is marked
+  proxies                             which proxies are set, where, and who obeys them
   set-proxy SERVICE SETTING…          give a service these proxies, and no others:
                                         http=HOST:PORT https=HOST:PORT socks=HOST:PORT, or pac=URL
                                         except=HOST,*.DOMAIN,ADDRESS/BITS…   go there directly
@@ -57,8 +59,9 @@ constexpr char usage[] = R"(usage: Brimo [--json] [COMMAND [ARGUMENT…]]
   json OBJECT                         send a JSON command, byte by byte as it is
 
 Without a command, reads one a line from standard input, where "double quotes" keep blanks together, and keeps its
-connection open, since the helper undoes what a client did when the client leaves. With --json, prints one JSON object a command. A SERVICE is told by its ID, else the
-interface that it is active on, else its name; one that several have is refused.
+connection open, since the helper undoes what a client did when the client leaves. With --json, prints one JSON object a
+command. A SERVICE is told by its ID, else the interface that it is active on, else its name; one that several have is
+refused. "primary" is the service that leads to the network at large.
 
 The helper launches a watched application that died with the argument -crashWatchDog, and one that asked for its restart
 with -crashDefunctRestart. Brimo then says so, and to the helper that it is back, and goes on as without a command.
@@ -128,12 +131,23 @@ Answer raDetect(brimo::HelperClient& helper, const Arguments& arguments) {
 Answer services() {
   json::array list;
   std::string text;
-  for (const auto& [id, name, interface] : platform::networkServices().value()) {
-    list.push_back({{"id", id}, {"interface", interface}, {"name", name}});
-    text += fmt::format("{}{}  {:15}  {}", text.empty() ? "" : "\n", id, interface.empty() ? "-" : interface, name);
+  for (const auto& [id, name, interface, isPrimary] : platform::networkServices().value()) {
+    list.push_back({{"id", id}, {"interface", interface}, {"name", name}, {"primary", isPrimary}});
+    text += fmt::format("{}{}  {:15}  {}{}", text.empty() ? "" : "\n", id, interface.empty() ? "-" : interface, name,
+                        isPrimary ? "  (primary)" : "");
   }
   if (list.empty()) return {.object = {{"services", list}}, .text = "no network services", .code = exitNotFound};
   return {.object = {{"services", list}}, .text = std::move(text)};
+}
+
+Answer proxies() {
+  json::array list;
+  std::string text;
+  for (const auto& [name, setting, readers] : platform::proxyPlaces(HelperServiceName)) {
+    list.push_back({{"place", name}, {"setting", setting}, {"readers", readers}});
+    text += fmt::format("{}{}: {}\n  obeyed by {}", text.empty() ? "" : "\n", name, setting, readers);
+  }
+  return {.object = {{"places", list}}, .text = std::move(text)};
 }
 
 /// What a person called a service, as its ID, and what to say when it was changed.
@@ -144,9 +158,15 @@ struct Service {
 
 Service findService(const std::string& text) {
   auto known = platform::networkServices();
+  if (!known && text == "primary") throw known.error();
   if (!known) return {text, done()};  // the system does not tell its services: the helper may know better
   const auto& services = *known;
   using platform::NetworkService;
+  if (text == "primary") {
+    auto found = std::find_if(services.begin(), services.end(), [](const auto& service) { return service.isPrimary; });
+    if (found == services.end()) throw std::runtime_error("no service leads to the network at large");
+    return {found->id, done()};
+  }
   for (auto member : {&NetworkService::id, &NetworkService::interface, &NetworkService::name}) {
     auto isCalled = [&](const NetworkService& service) { return !text.empty() && service.*member == text; };
     auto found = std::find_if(services.begin(), services.end(), isCalled);
@@ -203,6 +223,7 @@ const std::map<std::string, Command> commands{
     {"dhcp-discover", {1, dhcpDiscover}},
     {"ra-detect", {1, raDetect}},
     {"services", {.local = services}},
+    {"proxies", {.local = proxies}},
     {"set-proxy", {2, setProxy, true}},
     {"set-static-ip", {4, setStaticIP}},
     {"start-watchdog", {0, [](auto& helper, auto&) { return helper.startWatchdog(), done(); }}},

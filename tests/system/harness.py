@@ -153,9 +153,9 @@ def read_line(process):
 
 
 def run_as_user(arguments, user=USER, groups=(), **options):
-    options.setdefault("env", ENVIRONMENT)
-    return subprocess.Popen([str(argument) for argument in arguments], user=user, group=user, extra_groups=groups, text=True,
-                            start_new_session=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
+    options = {"env": ENVIRONMENT, "group": user, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE} | options
+    return subprocess.Popen([str(argument) for argument in arguments], user=user, extra_groups=groups, text=True,
+                            start_new_session=True, **options)
 
 
 def refuse_option(option):

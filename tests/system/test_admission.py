@@ -244,11 +244,12 @@ class ClientGroup(HelperTest):
         shutil.chown(self.executable, 0, "games")
         self.executable.chmod(0o2755)
 
-    def ask(self, executable, **environment):
+    def ask(self, executable, user=USER, group=USER, **environment):
         """What a signed application gets to hear: the reply to its request, or that it was refused."""
         script = ("from harness import *; c = connect()\ntry: receive_frame(c); c.sendall(frame(1, {'command': 'x'})); "
                   "print(receive_frame(c)[1]['error'])\nexcept EOFError: print('refused')")
-        code, out, err = self.brimo("-B", "-c", script, executable=executable, env=harness.ENVIRONMENT | environment)
+        code, out, err = self.brimo("-B", "-c", script, executable=executable, user=user, group=group,
+                                    env=harness.ENVIRONMENT | environment)
         self.assertEqual((code, err), (0, ""))
         return out.strip()
 
@@ -264,6 +265,10 @@ class ClientGroup(HelperTest):
         marker.unlink()
         self.assertEqual(self.ask(self.executable, **preload), "unknown command")
         self.assertFalse(marker.exists())
+        # As by sg(1): the group is the process's own, so that the executable gives it nothing, and what is preloaded runs.
+        self.assertEqual(self.ask(self.executable, group="games", **preload), "refused")
+        self.assertTrue(marker.exists())
+        self.assertEqual(self.ask(self.executable, user=0, group="games"), "unknown command")
 
 
 if __name__ == "__main__":

@@ -114,8 +114,7 @@ class CommandLine(HelperTest):
         process = run_as_user([BRIMO], stdin=subprocess.PIPE)
         out, err = process.communicate('version\n\nnonsense\njson {"command": "start-watchdog"}\nversion\n'
                                        'set-proxy "no such service" off\n', timeout=harness.DEADLINE)
-        self.assertEqual(out, 'helper build 618\n{"result":"success"}\nhelper build 618\n'
-                              'done; but no service of this machine is called no such service, so this is only stored\n')
+        self.assertEqual(out, 'helper build 618\n{"result":"success"}\nhelper build 618\ndone\n')
         self.assertEqual((process.returncode, err), (2, 'Brimo: unknown command "nonsense"\n'))
         self.assertEqual(len([line for line in self.log() if "New connection" in line]), 1)
         self.assertEqual(len([line for line in self.log() if "validation" in line]), 1)

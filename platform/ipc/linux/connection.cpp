@@ -85,7 +85,7 @@ bool Connection::Implementation::admitPeer() {
   if (requirement_.empty() || !sender_->takePidfd(socket_.get())) return false;
   // With namespaces of its own a process could forge its credentials and what /proc/PID/exe shows.
   if (!sender_->sharesNamespaces()) return false;
-  if (endpoint_->requiredGroup && sender_->gid() != *endpoint_->requiredGroup) return false;
+  if (endpoint_->requiredGroup && !sender_->wasGivenGroup(*endpoint_->requiredGroup)) return false;
   if (checkSender(*sender_, requirement_) != code_signing::success) return false;
   // What was sent by now may have been sent before the process became the one that was checked.
   int waiting = 0;

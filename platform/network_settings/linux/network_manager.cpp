@@ -259,16 +259,21 @@ std::vector<NetworkManager::Path> NetworkManager::list(const Path& object, const
 
 NetworkManager::Connection NetworkManager::readConnection(const Path& path) {
   auto reply = call(makeCall(path, connectionInterface, "GetSettings"));
-  Connection connection{.path = path, .uuid = {}, .name = {}};
+  Connection connection{.path = path, .uuid = {}, .name = {}, .proxy = {}};
+  const std::map<std::string, std::string*, std::less<>> members{{"connection.uuid", &connection.uuid},
+                                                                 {"connection.id", &connection.name},
+                                                                 {"proxy.pac-url", &connection.proxy.pacURL},
+                                                                 {"proxy.pac-script", &connection.proxy.pacScript}};
   forEachEntry(reply.get(), "sa{sv}", [&](std::string_view setting) {
     forEachEntry(reply.get(), "sv", [&](std::string_view key) {
-      bool isID = key == "uuid";
-      if (setting != "connection" || (!isID && key != "id")) return skip(reply.get(), "v");
+      auto member = members.find(fmt::format("{}.{}", setting, key));
+      if (member == members.end()) return skip(reply.get(), "v");
       check(sd_bus_message_enter_container(reply.get(), 'v', "s"));
-      (isID ? connection.uuid : connection.name) = readString(reply.get(), 's');
+      *member->second = readString(reply.get(), 's');
       check(sd_bus_message_exit_container(reply.get()));
     });
   });
+  connection.proxy.automatic = !connection.proxy.pacURL.empty() || !connection.proxy.pacScript.empty();
   return connection;
 }
 
@@ -315,6 +320,18 @@ Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager:
       }));
     }
     return found;
+  });
+}
+
+Result<std::optional<NetworkManager::Path>> NetworkManager::primaryConnection() {
+  return attempt([this]() -> std::optional<Path> {
+    try {
+      auto activation = property(root, service, "PrimaryConnection");
+      if (activation == "/") return std::nullopt;
+      return property(activation, activeInterface, "Connection");
+    } catch (const Refusal&) {
+      return std::nullopt;  // gone since it was told
+    }
   });
 }
 

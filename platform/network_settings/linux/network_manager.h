@@ -31,12 +31,16 @@ class NetworkManager {
   struct Connection {
     Path path;
     std::string uuid, name;
+    ProxySetting proxy;
   };
   /// Those that this process may see.
   Result<std::vector<Connection>> connections();
 
   /// One for each UUID, absent when there is none of that UUID.
   Result<std::vector<Result<std::optional<Path>>>> findConnections(const std::vector<std::string>& uuids);
+
+  /// The one that leads to the network at large; absent when there is none.
+  Result<std::optional<Path>> primaryConnection();
 
   struct Device {
     Path path;

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <set>
 
+#include "platform/network_settings/linux/desktop_proxies.h"
 #include "platform/network_settings/linux/network_manager.h"
 #include "platform/network_settings/linux/store.h"
 #include "platform/system/system_log.h"
@@ -22,6 +23,9 @@ namespace {
 // the whole wait.
 std::atomic<std::chrono::steady_clock::time_point> leftAloneUntil{};
 constexpr std::chrono::seconds rest(5);
+
+// Of the process that serves; null in any other. Never destroyed: the main loop calls it to the end.
+DesktopProxies* desktop = nullptr;
 
 /// Passes on what has become of a step; a failure shows in the system log, too.
 template <class Value>
@@ -94,6 +98,7 @@ Result<void> Handover::run() {
     }
     return done;
   }
+  if (desktop) desktop->publishKnowing(store_, projected_);
   if (!problems_.empty()) return Failure(0, problems_);
   return {};
 }
@@ -181,10 +186,28 @@ class Session::Implementation {
   PreferencesStore store;
   std::set<Entity> changed;    ///< set and not yet committed
   std::set<Entity> committed;  ///< and not yet applied
+
+  void publish();
 };
+
+void Session::Implementation::publish() {
+  if (!desktop) return;
+  std::set<std::string> set, off;
+  for (const auto& [service, entity] : committed) {
+    if (entity == proxiesEntity) set.insert(service);
+  }
+  for (const auto& [service, entity] : changed) {
+    auto value = store.find(pathOf({service, entity}));
+    bool isEmpty = value && *value && **value == boost::json::object();
+    if (entity == proxiesEntity && isEmpty) off.insert(service);
+  }
+  if (!changed.empty()) store.forget();  // what could not be committed
+  desktop->publish(store, set, off);
+}
 
 Result<std::unique_ptr<Session>> Session::create(const std::string&, const std::string& folder) {
   auto store = logged(PreferencesStore::open("/var/lib/" + folder));
+  if (!store && desktop) desktop->publishNone();
   if (!store) return store.error();
   return std::make_unique<Session>(std::make_unique<Implementation>(std::move(*store)));
 }
@@ -193,7 +216,9 @@ Session::Session(std::unique_ptr<Implementation> implementation) : implementatio
 Session::~Session() = default;
 
 Result<void> Session::lock(bool wait) {
-  return logged(implementation_->store.lock(wait));
+  auto locked = logged(implementation_->store.lock(wait));
+  if (!locked && desktop) desktop->publishNone();
+  return locked;
 }
 
 Result<void> Session::setValue(const std::string& path, const boost::json::value& value) {
@@ -210,6 +235,7 @@ Result<void> Session::commit() {
 }
 
 Result<void> Session::apply() {
+  implementation_->publish();  // first, since NetworkManager may have to be waited for
   if (implementation_->committed.empty()) return {};
   auto applied = logged(Handover(implementation_->store, implementation_->committed).run());
   if (applied) implementation_->committed.clear();
@@ -223,6 +249,15 @@ void Session::synchronize() {
 
 void Session::unlock() {
   implementation_->store.unlock();
+}
+
+void keepApplied(const std::string& store) {
+  desktop = new DesktopProxies(store);
+  desktop->start();
+}
+
+bool withdraw(const std::string& store) {
+  return withdrawDesktopProxies(store);
 }
 
 }  // namespace platform::preferences
