@@ -5,25 +5,30 @@
 //   version COUNT  round trip of "version" (µs)
 //   lookup COUNT   look-ups of the cases on standard input (µs), COUNT each: "cold/NAME" in a fresh helper,
 //                  "warm/NAME" with the owner found just before
+//   throughput COUNT  look-ups a second of the cases on standard input, COUNT in all: by 1 and 8 threads that wait for
+//   each,
+//                     and with 64 under way
 //   proxies COUNT  "set-proxy" of the services on standard input, a name and their IDs a line (µs), COUNT each:
 //                  "together/NAME" in one command; with a COUNT of 2 or more, "singly/NAME" in a command for each
+#include <brimo/HelperClient.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 
-#include <boost/json.hpp>
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <map>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "bench/measure.h"
 #include "build_constants.h"
-#include "client/HelperClient.h"
 #include "platform/base/file_descriptor.h"
 #include "platform/ipc/linux/endpoint.h"
 
@@ -78,11 +83,24 @@ class Helper {
   pid_t pid_;
 };
 
-void lookUp(brimo::HelperClient& client, const bench::Case& next) {
+/// The answer to a request.
+template <class Value>
+Value ask(brimo::HelperClient& client, const brimo::Request<Value>& request) {
+  auto result = client.call(request);
+  if (!result) throw std::runtime_error(result.error().message);
+  return *result;
+}
+
+brimo::Request<std::optional<brimo::SocketOwner>> lookupRequest(const bench::Case& next) {
   bool isIPv6 = next.host.find(':') != std::string::npos;
   auto address = fmt::format(fmt::runtime(isIPv6 ? "[{}]:{}" : "{}:{}"), next.host, next.port);
-  auto owner = client.processLookup(next.protocol == "udp", address);
-  if (!owner || owner->pid != next.owner) throw std::runtime_error("wrong owner of " + address);
+  auto transport = next.protocol == "udp" ? brimo::Transport::udp : brimo::Transport::tcp;
+  return brimo::processLookup(transport, brimo::parseSocketAddress(address).value());
+}
+
+void lookUp(brimo::HelperClient& client, const bench::Case& next) {
+  auto owner = ask(client, lookupRequest(next));
+  if (!owner || owner->pid != next.owner) throw std::runtime_error("wrong owner of " + next.name);
 }
 
 void print(const std::string& name, double value) {
@@ -95,7 +113,7 @@ void measureStart(int count) {
     auto start = std::chrono::steady_clock::now();
     Helper helper;
     brimo::HelperClient client;
-    client.version();
+    ask(client, brimo::version());
     std::chrono::duration<double, std::micro> time = std::chrono::steady_clock::now() - start;
     values["start"].push_back(time.count());
     values["VmRSS"].push_back(helper.memory("status", "VmRSS:"));
@@ -112,7 +130,7 @@ void measureLookups(int count) {
     for (int round = 0; round < count; ++round) {
       Helper helper;
       brimo::HelperClient client;
-      client.version();
+      ask(client, brimo::version());
       times.push_back(bench::microseconds([&] { lookUp(client, next); }));
     }
     print("cold/" + next.name, bench::median(times));
@@ -125,12 +143,54 @@ void measureLookups(int count) {
   }
 }
 
+/// Look-ups a second by threads that together keep so many under way; of each thread's own, when there is one each, by
+/// waiting.
+double lookupsPerSecond(const bench::Case& next, int threadCount, int underWay, int count) {
+  Helper helper;
+  brimo::HelperClient client;
+  auto request = lookupRequest(next);
+  ask(client, request);
+  std::atomic<int> begun = 0, right = 0;
+  std::promise<void> finished;
+  brimo::Request<std::optional<brimo::SocketOwner>>::Handler handler = [&](auto owner) {
+    if (owner && *owner && (*owner)->pid == next.owner && ++right == count) finished.set_value();
+    if (++begun <= count) client.send(request, handler);
+  };
+  auto work = [&](int share) {
+    if (underWay > threadCount) {
+      for (int number = 0; number < share; ++number, ++begun) client.send(request, handler);
+    } else {
+      for (int number = 0; number < count / threadCount; ++number) lookUp(client, next);
+    }
+  };
+  std::vector<std::thread> threads;
+  auto time = bench::microseconds([&] {
+    for (int number = 0; number < threadCount; ++number) threads.emplace_back(work, underWay / threadCount);
+    for (auto& thread : threads) thread.join();
+    if (underWay > threadCount) finished.get_future().get();
+  });
+  return count / time * 1e6;
+}
+
+void measureThroughput(int count) {
+  for (const auto& next : bench::readCases()) {
+    for (int threads : {1, 8}) {
+      for (int underWay : {threads, 64}) {
+        print(fmt::format("throughput/{}/{}-threads/{}-under-way", next.name, threads, underWay),
+              lookupsPerSecond(next, threads, underWay, count));
+      }
+    }
+  }
+}
+
 void setProxies(brimo::HelperClient& client, const std::vector<std::string>& services) {
   static int port = 0;
   port = port % 60'000 + 1;  // another value each time
-  boost::json::object proxies{{"HTTPEnable", 1}, {"HTTPProxy", "127.0.0.1"}, {"HTTPPort", port}}, payload;
+  brimo::Proxies proxies;
+  proxies.http = {"127.0.0.1", static_cast<std::uint16_t>(port)};
+  std::map<std::string, brimo::Proxies> payload;
   for (const auto& service : services) payload[service] = proxies;
-  client.setProxies(payload, std::nullopt);
+  ask(client, brimo::setProxies(payload, brimo::ProxyLifetime::permanent));
 }
 
 void measureProxies(int count) {
@@ -159,13 +219,15 @@ int main(int count, char** values) try {
   } else if (what == "version") {
     Helper helper;
     brimo::HelperClient client;
-    print("version", bench::medianMicroseconds(std::atoi(values[3]), [&] { client.version(); }));
+    print("version", bench::medianMicroseconds(std::atoi(values[3]), [&] { ask(client, brimo::version()); }));
   } else if (what == "lookup") {
     measureLookups(std::atoi(values[3]));
+  } else if (what == "throughput") {
+    measureThroughput(std::atoi(values[3]));
   } else if (what == "proxies") {
     measureProxies(std::atoi(values[3]));
   } else {
-    throw std::invalid_argument("usage: bench_client HELPER start|version|lookup|proxies COUNT");
+    throw std::invalid_argument("usage: bench_client HELPER start|version|lookup|throughput|proxies COUNT");
   }
 } catch (const std::exception& error) {
   fmt::print(stderr, "bench_client: {}\n", error.what());
