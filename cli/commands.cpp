@@ -124,7 +124,7 @@ Answer runStartWatchdog(const Surroundings& surroundings, const Arguments&) {
   return ask(surroundings.helper(), brimo::startWatchdog()), done();
 }
 
-Answer startDHCPServer(const Surroundings& surroundings, const Arguments& arguments) {
+Answer runStartDHCPServer(const Surroundings& surroundings, const Arguments& arguments) {
   auto executable = std::filesystem::path(platform::executablePath(getpid()).value_or(""));
   auto request =
       brimo::startDHCPServer({.executable = executable.parent_path().parent_path() / "Applications/brimo-dhcpd",
@@ -205,7 +205,7 @@ const std::map<std::string, Command>& commands() {
         "Starts the DHCP server of this bundle (Contents/Applications/brimo-dhcpd) until a client leaves: a single "
         "run\n"
         "stays until it is interrupted. LEASES and OUTPUT must exist.",
-        5, 5, startDHCPServer}},
+        5, 5, runStartDHCPServer}},
       {"stop-dhcpd", {"", "Stops it.", 0, 0, simple(brimo::stopDHCPServer)}},
       {"spindump", {"FILE", "Samples this program into FILE.", 1, 1, runSpindump}},
       {"stop", {"", "Ends the helper process, which undoes nothing.", 0, 0, simple(brimo::stop)}},
