@@ -202,6 +202,13 @@ def print_lookups(cases, own, remote, tools):
     print("  " + goal(f"cold in process no slower than ss ({worst['cold']:.1f}x at worst)", worst["cold"] >= 1))
 
 
+def print_throughput(name, rates):
+    print(f"\nlook-ups a second of {name} through the client library")
+    for threads in (1, 8):
+        waiting, together = (rates[f"throughput/{name}/{threads}-threads/{count}-under-way"] for count in (threads, 64))
+        print(f"{f'{threads} thread(s)':22}{waiting:10.0f} waiting for each{together:10.0f} with 64 under way")
+
+
 def print_queues(measured):
     print("\none million elements through HXFIFOQueue and through a std::deque under a mutex, medians of processor time in ms")
     print(f"{'':38}{'HXFIFOQueue':>12}{'std::deque':>12}{'ratio':>8}")
@@ -231,6 +238,7 @@ def main():
     own = in_process(cases)
     cases = [case for case in cases if "/other" not in case[0]]
     remote = client("lookup", "11", input=as_lines(cases))
+    rates = client("throughput", "4000", input=as_lines(cases[:1]))
     tools = {
         ("ss", "tcp-listener"): time_of("ss", "-tlnp"),
         ("ss", "tcp"): time_of("ss", "-tnp"),
@@ -240,6 +248,7 @@ def main():
     }
 
     print_lookups(cases, own, remote, tools)
+    print_throughput(cases[0][0], rates)
     own_trip, bare, bus = (trips[name] for name in ("version", "seqpacket", "dbus"))
     print('\nround trip of "version", medians in µs; on one processor, nothing waits for another to wake up')
     print(f"{'':22}{'any processor':>16}{'one processor':>16}")

