@@ -20,13 +20,13 @@ struct Answer {
 };
 
 /// Why a command failed, as a sentence.
-struct Failure : std::runtime_error {
-  Failure(ExitCode exitCode, const std::string& sentence) : std::runtime_error(sentence), code(exitCode) {}
+struct CommandFailure : std::runtime_error {
+  CommandFailure(ExitCode exitCode, const std::string& sentence) : std::runtime_error(sentence), code(exitCode) {}
   ExitCode code;
 };
 
-struct UsageError : Failure {
-  explicit UsageError(const std::string& sentence) : Failure(exitUsage, sentence) {}
+struct UsageError : CommandFailure {
+  explicit UsageError(const std::string& sentence) : CommandFailure(exitUsage, sentence) {}
 };
 
 inline Answer done() {
@@ -40,7 +40,7 @@ Value ask(HelperClient& helper, const Request<Value>& request) {
   if (result) return *result;
   const auto& [code, message] = result.error();
   if (code == ErrorCode::invalidArgument) throw UsageError(message);
-  throw Failure(code == ErrorCode::rejected ? exitRefused : exitUnreachable, message);
+  throw CommandFailure(code == ErrorCode::rejected ? exitRefused : exitUnreachable, message);
 }
 
 }  // namespace brimo

@@ -140,13 +140,12 @@ Answer runStartDHCPServer(const Surroundings& surroundings, const Arguments& arg
 }
 
 Answer sendJSON(const Surroundings& surroundings, const Arguments& arguments) {
-  boost::system::error_code error;
-  auto command = platform::parseExactJSON(arguments[0], 512, error);
-  if (error || !command.is_object()) throw UsageError("json takes one JSON object");
+  auto command = platform::parseExactJSON(arguments[0], 512);
+  if (!command || !command->is_object()) throw UsageError("json takes one JSON object");
   auto text = ask(surroundings.helper(), jsonCommand(arguments[0]));
-  auto reply = platform::parseExactJSON(text, 512, error);
-  if (error || !reply.is_object()) throw Failure(exitRefused, "the helper's reply is not a JSON object");
-  return {.object = std::move(reply.get_object()), .text = std::move(text)};
+  auto reply = platform::parseExactJSON(text, 512);
+  if (!reply || !reply->is_object()) throw CommandFailure(exitRefused, "the helper's reply is not a JSON object");
+  return {.object = std::move(reply->get_object()), .text = std::move(text)};
 }
 
 /// A command that only succeeds or fails.

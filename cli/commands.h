@@ -28,7 +28,7 @@ struct Command {
 /// By name.
 const std::map<std::string, Command>& commands();
 
-/// Runs a command. Throws Failure, and what the system throws.
+/// Runs a command. Throws CommandFailure, and what the system throws.
 Answer runCommand(const std::string& name, const Surroundings& surroundings, const Arguments& arguments);
 
 /// "usage: Brimo NAME ARGUMENTS" and what the command does. Throws UsageError when there is no such command.

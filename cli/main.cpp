@@ -56,7 +56,7 @@ class CommandLine {
   ExitCode help(const Arguments& arguments) {
     try {
       return print(arguments.empty() ? programHelp() : commandHelp(arguments[0]));
-    } catch (const Failure& failure) {
+    } catch (const CommandFailure& failure) {
       return fail(failure.code, failure.what());
     }
   }
@@ -85,7 +85,7 @@ class CommandLine {
       if (mustStay) *mustStay = answer.endsWithConnection;
       auto code = print((printsJSON_ ? json::serialize(answer.object) : answer.text) + "\n");
       return code == exitSuccess ? answer.code : code;
-    } catch (const Failure& failure) {
+    } catch (const CommandFailure& failure) {
       return fail(failure.code, failure.what());
     } catch (const std::invalid_argument& error) {
       return fail(exitUsage, error.what());

@@ -16,7 +16,7 @@ using platform::NetworkService;
 Answer listServices() {
   json::array list;
   std::string text;
-  for (const auto& [id, name, interface] : platform::networkServices()) {
+  for (const auto& [id, name, interface] : platform::networkServices().value()) {
     list.push_back({{"id", id}, {"interface", interface}, {"name", name}});
     text += fmt::format("{}{}  {:15}  {}", text.empty() ? "" : "\n", id, interface.empty() ? "-" : interface, name);
   }
@@ -26,12 +26,9 @@ Answer listServices() {
 
 std::string findService(const std::string& text, bool isForced) {
   if (isForced) return text;
-  std::vector<NetworkService> services;
-  try {
-    services = platform::networkServices();
-  } catch (const std::runtime_error&) {
-    return text;
-  }
+  auto known = platform::networkServices();
+  if (!known) return text;
+  const auto& services = *known;
   for (auto member : {&NetworkService::id, &NetworkService::interface, &NetworkService::name}) {
     auto isCalled = [&](const NetworkService& service) { return !text.empty() && service.*member == text; };
     auto found = std::find_if(services.begin(), services.end(), isCalled);
@@ -41,7 +38,7 @@ std::string findService(const std::string& text, bool isForced) {
     }
     return found->id;
   }
-  throw Failure(
+  throw CommandFailure(
       exitNotFound,
       fmt::format("no service of this machine is called {}; \"services\" lists them, and --force takes it for an ID "
                   "whose settings are only stored",

@@ -11,8 +11,8 @@ namespace brimo {
 Answer listServices();
 
 /// The ID of the service that a person called by its ID, the interface that it is active on, or its name, in this
-/// order. Throws UsageError when several are called so, and Failure (exitNotFound) when none is, unless `isForced`:
-/// then the text is the ID. So it is where the system does not say which services it has.
+/// order. Throws UsageError when several are called so, and CommandFailure (exitNotFound) when none is, unless
+/// `isForced`: then the text is the ID. So it is where the system does not say which services it has.
 std::string findService(const std::string& text, bool isForced);
 
 }  // namespace brimo

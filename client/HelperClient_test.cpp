@@ -1,17 +1,22 @@
 // The client against an endpoint that the test speaks for.
 #include <brimo/HelperClient.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 
 #include <atomic>
 #include <future>
 #include <thread>
 
-#include "client/fake_helper.h"
+#include "platform/fake/service.h"
 
 namespace brimo {
 namespace {
 
 using namespace std::chrono_literals;
+using platform::fake::Peer;
+using platform::fake::waitReadable;
+using platform::ipc::Data;
+using platform::ipc::Dictionary;
 using testing::HasSubstr;
 
 constexpr char loopback[] = "127.0.0.1:80";
@@ -34,18 +39,32 @@ class Outcome {
   std::future<Result<Value>> future_ = promise_->get_future();
 };
 
+Dictionary jsonReply(const std::string& text) {
+  return {{"json", Data(text.begin(), text.end())}};
+}
+
 class HelperClientTest : public testing::Test {
  protected:
+  /// Greets, and answers the request that a client begins with.
+  void admit(Peer& peer) {
+    peer.greet(helper_.name);
+    peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"version":618})")});
+  }
+  Peer admit() {
+    auto peer = helper_.accept();
+    admit(peer);
+    return peer;
+  }
   Options options() {
     Options options;
-    options.service = helper_.service;
+    options.service = helper_.name;
     options.timeLimit = 60s;
     return options;
   }
   static auto lookup() { return processLookup(Transport::tcp, *parseSocketAddress(loopback)); }
   static Dictionary owner(std::int64_t pid) { return {{"pid", pid}, {"path", "/bin/owner"}}; }
 
-  FakeHelper helper_;
+  platform::fake::Service helper_;
 };
 
 TEST_F(HelperClientTest, RequestsAreUnderWayTogether) {
@@ -54,7 +73,7 @@ TEST_F(HelperClientTest, RequestsAreUnderWayTogether) {
   client.send(lookup(), first.handler());
   auto peer = helper_.accept();
   EXPECT_TRUE(peer.hasHeardNothing());
-  peer.admit();
+  admit(peer);
   client.send(lookup(), second.handler());
   auto firstID = peer.receive().id, secondID = peer.receive().id;
   peer.send({.id = secondID, .dictionary = owner(2)});
@@ -83,7 +102,7 @@ TEST_F(HelperClientTest, AnswersEachOfManyThreads) {
       }
     });
   }
-  auto peer = helper_.admit();
+  auto peer = admit();
   for (int count = 0; count < 800; ++count) {
     auto frame = peer.receive();
     const auto& address = *frame.dictionary.get<Data>("address");
@@ -110,7 +129,7 @@ TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
   refused = std::async([&] { return client.call(version()); });
   {
     auto peer = helper_.accept();
-    peer.greet();
+    peer.greet(helper_.name);
     peer.receive();
   }
   EXPECT_EQ(code(refused.get()), ErrorCode::refused);
@@ -123,7 +142,7 @@ TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
   }
 
   auto rejected = std::async([&] { return client.call(startWatchdog()); });
-  auto peer = helper_.admit();
+  auto peer = admit();
   peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"error":"unknown command"})")});
   auto result = rejected.get();
   EXPECT_EQ(code(result), ErrorCode::rejected);
@@ -155,7 +174,7 @@ TEST_F(HelperClientTest, NoAnswerIsWaitedForWithoutEnd) {
   // What was given up before it was sent is never sent.
   Outcome<std::optional<SocketOwner>> kept;
   client.send(lookup(), kept.handler());
-  auto peer = helper_.admit();
+  auto peer = admit();
   auto frame = peer.receive();
   EXPECT_TRUE(frame.dictionary.contains("address"));
   peer.send({.id = frame.id, .dictionary = owner(1)});
@@ -183,7 +202,7 @@ TEST_F(HelperClientTest, ComesBackAndSaysSo) {
   };
   HelperClient client(options);
   client.connect();
-  auto peer = helper_.admit();
+  auto peer = admit();
   EXPECT_EQ(first.get_future().get(), 618);
   Outcome<Done> watchdog;
   client.send(startWatchdog(), watchdog.handler());
@@ -191,7 +210,7 @@ TEST_F(HelperClientTest, ComesBackAndSaysSo) {
   peer.close();
   EXPECT_EQ(lost.get_future().get(), ErrorCode::lost);
   EXPECT_EQ(watchdog.get().error().code, ErrorCode::lost);
-  auto again = helper_.admit();
+  auto again = admit();
   EXPECT_EQ(second.get_future().get(), 618);
   EXPECT_TRUE(again.hasHeardNothing());  // the lost request is not made again
 }
@@ -200,13 +219,13 @@ TEST_F(HelperClientTest, TheEndOfTheHelperIsTheAnswerToStop) {
   HelperClient client(options());
   Outcome<Done> stopped;
   client.send(stop(), stopped.handler());
-  auto peer = helper_.admit();
+  auto peer = admit();
   peer.receive();
   peer.close();
   EXPECT_TRUE(stopped.get());
   auto next = std::async([&] { return client.call(version()); });
   auto id = helper_.accept();  // for the next request alone
-  id.admit();
+  admit(id);
   id.send({.id = id.receive().id, .dictionary = jsonReply(R"({"version":3})")});
   EXPECT_EQ(*next.get(), 3);
 }
@@ -221,7 +240,7 @@ TEST_F(HelperClientTest, HandlersWaitForDelivery) {
     if (versions.size() < 3) client.send(version(), handler);
   };
   client.send(version(), handler);
-  auto peer = helper_.admit();
+  auto peer = admit();
   for (std::int64_t number = 1; number <= 3; ++number) {
     auto reply = jsonReply("{\"version\":" + std::to_string(number) + "}");
     peer.send({.id = peer.receive().id, .dictionary = reply});
@@ -245,7 +264,7 @@ TEST_F(HelperClientTest, HandlersMayCallAnything) {
     client.reset();
     destroyed.set_value();
   });
-  auto peer = helper_.admit();
+  auto peer = admit();
   for (std::int64_t number = 1; number <= 2; ++number) {
     auto reply = jsonReply("{\"version\":" + std::to_string(number) + "}");
     peer.send({.id = peer.receive().id, .dictionary = reply});

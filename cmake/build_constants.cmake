@@ -8,6 +8,6 @@ string(CONCAT signers
 set(BRH_FRAMEWORK_REQUIREMENT "anchor apple generic and ${signers}")
 set(BRH_CLIENT_REQUIREMENT "anchor apple generic and identifier \"${BRH_CLIENT_BUNDLE_IDENTIFIER}\" and ${signers}")
 
-set(BRH_CERTIFICATES ${CMAKE_BINARY_DIR}/certificates)
+set(BRH_CERTIFICATES ${PROJECT_BINARY_DIR}/certificates)
 
-configure_file(${CMAKE_SOURCE_DIR}/cmake/build_constants.h.in ${CMAKE_BINARY_DIR}/generated/build_constants.h @ONLY)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/build_constants.h.in ${PROJECT_BINARY_DIR}/generated/build_constants.h @ONLY)

@@ -1,19 +1,23 @@
 # What the targets of this project have in common.
 
 # Standard and library headers that nearly every file uses, compiled once.
-add_library(brh_common OBJECT ${CMAKE_SOURCE_DIR}/cmake/precompiled.cpp)
-target_include_directories(brh_common PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
-target_link_libraries(brh_common PUBLIC Boost::json ${BRH_FMT} Threads::Threads)
+add_library(brh_common OBJECT ${PROJECT_SOURCE_DIR}/cmake/precompiled.cpp)
+target_link_libraries(brh_common PRIVATE Boost::json ${BRH_FMT} Threads::Threads)
 target_precompile_headers(brh_common PRIVATE <fmt/format.h> <boost/json.hpp> <functional> <map> <memory> <mutex>
   <optional> <span> <string> <string_view> <variant> <vector>)
 
 function(brh_use_common target)
-  target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_link_libraries(${target} PUBLIC Boost::json ${BRH_FMT} Threads::Threads)
   target_precompile_headers(${target} REUSE_FROM brh_common)
 endfunction()
 
-# brh_library(name sources…): a static library of one layer.
+# brh_use_constants(target): lets it include the constants of this build, which nothing below the helper and its client knows.
+function(brh_use_constants target)
+  target_include_directories(${target} PRIVATE ${PROJECT_BINARY_DIR}/generated)
+endfunction()
+
+# brh_library(name sources…): a static library.
 function(brh_library name)
   add_library(${name} STATIC ${ARGN})
   brh_use_common(${name})
@@ -21,6 +25,9 @@ endfunction()
 
 # brh_unit_test(name SOURCES … LIBRARIES …): a GoogleTest executable, run by ctest under the label "unit".
 function(brh_unit_test name)
+  if(NOT BRH_BUILD_TESTS)
+    return()
+  endif()
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   brh_use_common(${name})
@@ -33,16 +40,19 @@ endfunction()
 # tests/fuzz_corpus/<name> that ctest runs under the label "fuzz".
 add_custom_target(fuzzers)
 function(brh_fuzzer name source)
+  if(NOT BRH_BUILD_TESTS)
+    return()
+  endif()
   add_executable(${name} ${source})
   brh_use_common(${name})
   target_link_libraries(${name} PRIVATE ${ARGN})
   if(BRH_FUZZ)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   else()
-    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support/fuzz_replay_main.cpp)
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/fuzz_replay_main.cpp)
   endif()
   add_dependencies(fuzzers ${name})
-  add_test(NAME ${name} COMMAND ${name} -runs=0 ${CMAKE_SOURCE_DIR}/tests/fuzz_corpus/${name})
+  add_test(NAME ${name} COMMAND ${name} -runs=0 ${PROJECT_SOURCE_DIR}/tests/fuzz_corpus/${name})
   set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 120)
 endfunction()
 
@@ -68,9 +78,9 @@ function(brh_development_bundle name bundle executable)
   endif()
   add_custom_command(
     OUTPUT ${bundle}/signed
-    COMMAND ${CMAKE_SOURCE_DIR}/tools/make-development-bundle ${bundle} $<TARGET_FILE:${executable}> ${BRH_CERTIFICATES}
+    COMMAND ${PROJECT_SOURCE_DIR}/tools/make-development-bundle ${bundle} $<TARGET_FILE:${executable}> ${BRH_CERTIFICATES}
             ${BRH_CLIENT_BUNDLE_IDENTIFIER}
-    DEPENDS ${executable} ${CMAKE_SOURCE_DIR}/tools/make-development-bundle ${CMAKE_SOURCE_DIR}/tools/sign-code
+    DEPENDS ${executable} ${PROJECT_SOURCE_DIR}/tools/make-development-bundle ${PROJECT_SOURCE_DIR}/tools/sign-code
             certificates
     COMMENT "Signing ${bundle}"
     VERBATIM)
@@ -80,6 +90,9 @@ endfunction()
 # brh_room([PORTABLE file…] [LINUX file…] [DARWIN file…]): adds a room's sources to the platform library; those of a system
 # lie in its folder.
 function(brh_room)
+  if(NOT TARGET platform)
+    return()
+  endif()
   cmake_parse_arguments(arg "" "" "PORTABLE;LINUX;DARWIN" ${ARGN})
   string(TOUPPER ${BRH_PLATFORM} system)
   list(TRANSFORM arg_${system} PREPEND ${BRH_PLATFORM}/)
@@ -88,5 +101,7 @@ endfunction()
 
 # brh_needs_tools(test): the test signs files with the project's own tools.
 function(brh_needs_tools name)
-  target_compile_definitions(${name} PRIVATE TOOLS_FOLDER="${PROJECT_SOURCE_DIR}/tools")
+  if(BRH_BUILD_TESTS)
+    target_compile_definitions(${name} PRIVATE TOOLS_FOLDER="${PROJECT_SOURCE_DIR}/tools")
+  endif()
 endfunction()

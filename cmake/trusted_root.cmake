@@ -15,10 +15,13 @@ else()
   endif()
 endif()
 
-set(BRH_ANCHOR_SOURCE ${CMAKE_BINARY_DIR}/generated/code_signing_anchor.cpp)
+set(BRH_ANCHOR_SOURCE ${PROJECT_BINARY_DIR}/generated/code_signing_anchor.cpp)
 add_custom_command(
   OUTPUT ${BRH_ANCHOR_SOURCE}
   COMMAND ${CMAKE_COMMAND} -DPEM=${BRH_ANCHOR_FILE} -DOUTPUT=${BRH_ANCHOR_SOURCE} -P ${PROJECT_SOURCE_DIR}/cmake/embed_anchor.cmake
   DEPENDS ${BRH_ANCHOR_FILE} ${PROJECT_SOURCE_DIR}/cmake/embed_anchor.cmake
   VERBATIM)
 
+# By itself, not as a source of the platform's: a custom command serves targets of its own folder alone.
+add_library(code_signing_anchor OBJECT ${BRH_ANCHOR_SOURCE})
+brh_use_common(code_signing_anchor)

@@ -16,16 +16,16 @@ std::size_t endOfKey(std::string_view line) {
   std::string_view quote;
   for (auto rest = line; !rest.empty();) {
     auto position = line.size() - rest.size();
-    auto character = takeComposedCharacter(rest);
+    auto character = hx::detail::takeComposedCharacter(rest);
     if (state == quoted) {
       if (character == quote) {
         state = afterQuote;
       } else if (quote == "\"" && character == "\\" && startsWithEscapable(rest)) {
-        takeComposedCharacter(rest);
+        hx::detail::takeComposedCharacter(rest);
       }
     } else if (character == "=") {
       return position;
-    } else if (state != unquoted && isWhiteSpace(character)) {
+    } else if (state != unquoted && hx::detail::isWhiteSpace(character)) {
       continue;
     } else if ((character == "\"" && state != afterQuote) || (character == "'" && state == beforeKey)) {
       quote = character;
@@ -42,7 +42,7 @@ bool isEnclosed(std::string_view text, char quote) {
 }
 
 std::string cleaned(std::string_view field) {
-  field = trimmed(field);
+  field = hx::detail::trimmed(field);
   if (isEnclosed(field, '\'')) return std::string(field.substr(1, field.size() - 2));
   if (!isEnclosed(field, '"')) return std::string(field);
   std::string text;
@@ -55,8 +55,8 @@ std::string cleaned(std::string_view field) {
 
 }  // namespace
 
-std::optional<HXEquation> splitEquationLine(std::string_view line) {
+std::optional<hx::Equation> hx::splitEquationLine(std::string_view line) {
   auto end = endOfKey(line);
   if (end == npos || end + 1 == line.size()) return std::nullopt;
-  return HXEquation{cleaned(line.substr(0, end)), cleaned(line.substr(end + 1))};
+  return Equation{cleaned(line.substr(0, end)), cleaned(line.substr(end + 1))};
 }

@@ -7,15 +7,16 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   std::string_view line(reinterpret_cast<const char*>(bytes), size);
-  auto equation = splitEquationLine(line);
+  auto equation = hx::splitEquationLine(line);
   if (!equation) return 0;
   if (equation->key.size() + equation->value.size() >= size) std::abort();
   if (line.find_first_of("\"'\\") == std::string_view::npos) {
-    if (trimmed(equation->key) != equation->key || trimmed(equation->value) != equation->value) std::abort();
-    auto again = splitEquationLine(equation->key + "= " + equation->value + ' ');
+    if (hx::detail::trimmed(equation->key) != equation->key || hx::detail::trimmed(equation->value) != equation->value)
+      std::abort();
+    auto again = hx::splitEquationLine(equation->key + "= " + equation->value + ' ');
     if (again != equation) std::abort();
   }
-  auto folded = lowercase(line);
-  if (lowercase(folded) != folded) std::abort();
+  auto folded = hx::detail::lowercase(line);
+  if (hx::detail::lowercase(folded) != folded) std::abort();
   return 0;
 }

@@ -39,20 +39,20 @@ TEST(EquationLine, SplitsAtTheFirstSignOutsideOfQuotes) {
            {"\"\u0301a = \"b", "\"\u0301a", "\"b"},
            {"\xFF=\xC3", "\xFF", "\xC3"},
        }) {
-    EXPECT_EQ(splitEquationLine(line), (HXEquation{std::string(key), std::string(value)})) << line;
+    EXPECT_EQ(hx::splitEquationLine(line), (hx::Equation{std::string(key), std::string(value)})) << line;
   }
 }
 
 TEST(EquationLine, RefusesLinesWithoutTwoSides) {
   for (std::string_view line :
        {"", " ", "k", "k4=", "=", "\"a=b", "'a=b", "\"a=b\"", "\"a\\\"=b", "a\"=b", "=\u0301", "a=\u0338"})
-    EXPECT_FALSE(splitEquationLine(line)) << line;
+    EXPECT_FALSE(hx::splitEquationLine(line)) << line;
 }
 
 TEST(Unicode, LowerCaseKeepsWhatIsNoText) {
-  EXPECT_EQ(lowercase("ABC-ÄÖ-ДЖ-\u212A-1"), "abc-äö-дж-k-1");
-  EXPECT_EQ(lowercase("A\xFF\xC3"
-                      "B\xE2\x84"),
+  EXPECT_EQ(hx::detail::lowercase("ABC-ÄÖ-ДЖ-\u212A-1"), "abc-äö-дж-k-1");
+  EXPECT_EQ(hx::detail::lowercase("A\xFF\xC3"
+                                  "B\xE2\x84"),
             "a\xFF\xC3"
             "b\xE2\x84");
 }

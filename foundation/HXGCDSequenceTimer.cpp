@@ -45,7 +45,7 @@ void HXGCDSequenceTimer::armNext() {
   double interval = _intervalSequence.at(static_cast<std::size_t>(_currentIdx));
   bool isLast = _currentIdx == count - 1;
   dispatch::Schedule schedule{.clock = _usingWalltime ? dispatch::Clock::wall : dispatch::Clock::monotonic,
-                              .start = HXNanoseconds(interval)};
+                              .start = hx::detail::nanosecondsOf(interval)};
   _timer = {_queue, schedule, [weak = weak_from_this(), interval, isLast] {
               if (auto self = weak.lock()) self->fire(interval, isLast);
             }};

@@ -55,9 +55,9 @@ std::shared_ptr<HXGCDTimer> HXGCDTimer::repeatingTimerWithQueue(const Queue& que
                                                                 bool invokeImmediately, bool usingWalltime,
                                                                 Handler handler) {
   dispatch::Schedule schedule{.clock = clockOf(usingWalltime),
-                              .start = HXNanoseconds(invokeImmediately ? 0 : interval),
-                              .period = HXNanoseconds(interval),
-                              .leeway = HXNanoseconds(leeway)};
+                              .start = hx::detail::nanosecondsOf(invokeImmediately ? 0 : interval),
+                              .period = hx::detail::nanosecondsOf(interval),
+                              .leeway = hx::detail::nanosecondsOf(leeway)};
   std::shared_ptr<HXGCDTimer> timer(new HXGCDTimer);
   timer->start({queue, schedule, handler ? std::move(handler) : [] {}});
   return timer;
@@ -118,7 +118,7 @@ void HXGCDTimer::startOnce(const Queue& queue, double after, bool usingWalltime,
     }
     self->invalidate();
   };
-  start({queue, {.clock = clockOf(usingWalltime), .start = HXNanoseconds(after)}, std::move(fire)});
+  start({queue, {.clock = clockOf(usingWalltime), .start = hx::detail::nanosecondsOf(after)}, std::move(fire)});
 }
 
 void HXGCDTimer::start(dispatch::TimerSource source) {

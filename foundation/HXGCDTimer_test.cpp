@@ -34,13 +34,13 @@ class Timers : public testing::Test {
   std::atomic<int> count = 0;
 };
 
-TEST(HXNanoseconds, AreCutOffAndStayInRange) {
-  EXPECT_EQ(HXNanoseconds(1.5), 1500ms);
-  EXPECT_EQ(HXNanoseconds(1.9e-9), 1ns);
-  EXPECT_EQ(HXNanoseconds(-1), 0ns);
-  EXPECT_EQ(HXNanoseconds(std::numeric_limits<double>::quiet_NaN()), 0ns);
-  EXPECT_EQ(HXNanoseconds(9.3e9), nanoseconds::max());
-  EXPECT_EQ(HXNanoseconds(std::numeric_limits<double>::infinity()), nanoseconds::max());
+TEST(Nanoseconds, AreCutOffAndStayInRange) {
+  EXPECT_EQ(hx::detail::nanosecondsOf(1.5), 1500ms);
+  EXPECT_EQ(hx::detail::nanosecondsOf(1.9e-9), 1ns);
+  EXPECT_EQ(hx::detail::nanosecondsOf(-1), 0ns);
+  EXPECT_EQ(hx::detail::nanosecondsOf(std::numeric_limits<double>::quiet_NaN()), 0ns);
+  EXPECT_EQ(hx::detail::nanosecondsOf(9.3e9), nanoseconds::max());
+  EXPECT_EQ(hx::detail::nanosecondsOf(std::numeric_limits<double>::infinity()), nanoseconds::max());
 }
 
 TEST_F(Timers, OneTimeTimerFiresOnceNotEarlyAndEnds) {

@@ -17,7 +17,7 @@ constexpr std::string_view patternCharacters = "abcdefghijklmnopqrstuvwxyzABCDEF
 
 /// 0 when it is no port.
 std::uint16_t portNumber(std::string_view text) {
-  auto port = text.size() <= 5 ? decimalNumber(text).value_or(0) : 0;
+  auto port = text.size() <= 5 ? hx::detail::decimalNumber(text).value_or(0) : 0;
   return port <= 65535 ? static_cast<std::uint16_t>(port) : std::uint16_t{0};
 }
 
@@ -29,7 +29,7 @@ bool isLocalhost(std::string_view text) {
 
 bool isHostnameMatchPattern(std::optional<std::string_view> hostname, std::optional<std::string_view> pattern) {
   if (!hostname || !pattern || hostname->find('\0') != npos || pattern->find('\0') != npos) return false;
-  return fnmatch(lowercase(*pattern).c_str(), lowercase(*hostname).c_str(), FNM_NOESCAPE) == 0;
+  return fnmatch(hx::detail::lowercase(*pattern).c_str(), hx::detail::lowercase(*hostname).c_str(), FNM_NOESCAPE) == 0;
 }
 
 bool isValidHostname(std::string_view text) {

@@ -74,7 +74,7 @@ bool isIPCIDRString(std::string_view text) {
   auto slash = text.find('/');
   if (slash == std::string_view::npos || !isIPv4Address(text.substr(0, slash))) return false;
   auto length = text.substr(slash + 1);
-  return length.size() <= 3 && decimalNumber(length).value_or(33) < 33;
+  return length.size() <= 3 && hx::detail::decimalNumber(length).value_or(33) < 33;
 }
 
 std::uint32_t IPAddressUsingNetworkByteOrder(std::string_view text) {

@@ -31,10 +31,9 @@ std::optional<json::value> HX_JSONObjectWithMutableContainers(const HXData& data
 }
 
 std::optional<json::value> HX_JSONObjectWithMutableContainers(std::string_view text) {
-  json::error_code error;
-  auto parsed = platform::parseExactJSON(text, HXJSONMaximumDepth, error);
-  if (error || !(parsed.is_object() || parsed.is_array())) return std::nullopt;
-  return parsed;
+  auto parsed = platform::parseExactJSON(text, HXJSONMaximumDepth);
+  if (!parsed || !(parsed->is_object() || parsed->is_array())) return std::nullopt;
+  return std::move(*parsed);
 }
 
 std::optional<std::string> HX_JSONData(const json::value& value) {

@@ -8,11 +8,11 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <mutex>
 
 #include "platform/base/file_descriptor.h"
+#include "platform/base/file_io.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/system/call_stack.h"
 #include "platform/system/system_log.h"
@@ -37,16 +37,6 @@ LogState& logState() {
 }
 
 std::terminate_handler HXPreviousUncaughtExceptionHandler = nullptr;
-
-bool writeAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    auto length = write(descriptor, text.data(), text.size());
-    if (length < 0 && errno == EINTR) continue;
-    if (length < 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(length));
-  }
-  return true;
-}
 
 std::string currentTime(const char* format) {
   std::time_t seconds = std::time(nullptr);
@@ -118,8 +108,10 @@ void HXLogWriteLine(const std::string& line) {
   if (destinations & HXLogToFile && state.HXLogFileHandle) {
     int file = state.HXLogFileHandle.get();
     // Files that cannot be synchronised, a terminal's for one, take lines all the same (fsync(2): EINVAL).
-    if (!writeAll(file, line + "\n") || (fsync(file) != 0 && errno != EINVAL)) {
-      platform::systemLog(fmt::format("Failed to write log: {}", std::strerror(errno)));
+    auto written = platform::writeAll(file, line + "\n");
+    if (written && fsync(file) != 0 && errno != EINVAL) written = platform::lastFailure();
+    if (!written) {
+      platform::systemLog(fmt::format("Failed to write log: {}", written.error().what()));
       state.HXLogFileHandle.reset();
     }
   }

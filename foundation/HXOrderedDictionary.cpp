@@ -96,7 +96,7 @@ std::optional<std::string> HXOrderedDictionary::serializationData() const {
 }
 
 std::string HXOrderedDictionary::equationLinesWithSeparator(std::string_view separator) const {
-  auto mark = trimmed(separator);
+  auto mark = hx::detail::trimmed(separator);
   auto isMarked = [mark](std::string_view text) { return !mark.empty() && text.find(mark) != std::string_view::npos; };
   std::string lines;
   bool first = true;
@@ -218,6 +218,6 @@ void HXMutableOrderedDictionary::reverseAllKeys() {
 
 void HXMutableOrderedDictionary::importEquationLines(const std::vector<std::string>& lines) {
   for (const auto& line : lines) {
-    if (auto equation = splitEquationLine(line)) setObject(json::value(equation->value), equation->key);
+    if (auto equation = hx::splitEquationLine(line)) setObject(json::value(equation->value), equation->key);
   }
 }

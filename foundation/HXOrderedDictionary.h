@@ -171,6 +171,6 @@ class HXMutableOrderedDictionary : public HXOrderedDictionary {
                                                               const boost::json::value& object2)>& comparator);
   void reverseAllKeys();
 
-  /// Sets an object, a string, for every line that splitEquationLine() can split; passes over the others.
+  /// Sets an object, a string, for every line that hx::splitEquationLine() can split; passes over the others.
   void importEquationLines(const std::vector<std::string>& lines);
 };

@@ -56,19 +56,18 @@ class BRHMain : public HXLogging<BRHMain> {
   void dhcpDiscover(const boost::json::object& command, const platform::ipc::Message& request);
   void cleanUpAfterLostClient();
 
-  boost::json::object setStaticIP(const boost::json::object& request);
+  /// Carries out one command; returns the reply.
+  using Command = boost::json::object(const boost::json::object& request, const platform::ipc::Connection& client);
+  Command version, stop, startWatchdog, stopWatchdog;  // BRHMain_commands
+  Command setProxy, setStaticIP;                       // BRHMain_network_settings
+  Command startDHCP, stopAllDHCP, startSpindump;       // BRHMain_child_tasks
+  Command defunctRestart;                              // BRHMain_supervision
+  Command preventSleepTemporarily;                     // BRHMain_power
 
-  boost::json::object startDHCP(const boost::json::object& request, const platform::ipc::Connection& client);
   void killOwnerOfDHCPPort();
-  void stopAllDHCP();
   void dhcpdCompleted(const platform::ChildTask* task);
-  boost::json::object startSpindump(const boost::json::object& request, const platform::ipc::Connection& client);
   void spindumpCompleted();
-
-  void defunctRestart(const platform::ipc::Connection& client);
   void relaunchAfterLostClient();
-
-  void preventSleepTemporarily();
   void holdAssertion(const char* type, const char* nameSuffix, const char* whatFailed);
 
   std::shared_ptr<platform::ChildTask> _spindumpTask;

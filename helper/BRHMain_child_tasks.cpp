@@ -10,6 +10,8 @@
 #include "helper/BRHMain.h"
 #include "helper/admission.h"
 #include "helper/probes/socket_owner_lookup.h"
+#include "helper/reply.h"
+#include "platform/base/json_text.h"
 
 namespace json = boost::json;
 
@@ -18,16 +20,10 @@ namespace {
 constexpr std::uint16_t dhcpServerPort = 67;
 constexpr std::chrono::seconds terminationTime(1);  // before a child that was told to end is killed
 
-json::object error(std::string_view text) {
-  return {{"error", text}};
-}
-
-/// The value of a key when it is a text that is not empty, and can be an argument of a program.
-std::optional<std::string> nonEmptyText(const json::object& request, std::string_view key) {
-  const auto* value = request.if_contains(key);
-  const auto* text = value ? value->if_string() : nullptr;
-  if (!text || text->empty() || text->find('\0') != text->npos) return std::nullopt;
-  return std::string(*text);
+/// The text of a member, empty when it cannot be an argument of a program.
+std::string argument(const json::object& request, std::string_view key) {
+  auto text = platform::textMember(request, key);
+  return text.find('\0') == text.npos ? std::string(text) : "";
 }
 
 /// An absolute path without symbolic links and dots; empty when there is no such file.
@@ -51,17 +47,19 @@ platform::FileDescriptor openOutput(const std::string& path, std::uint32_t user)
 }  // namespace
 
 json::object BRHMain::startDHCP(const json::object& request, const platform::ipc::Connection& client) {
-  auto config = nonEmptyText(request, "config"), lease = nonEmptyText(request, "lease"),
-       dhcpd = nonEmptyText(request, "dhcpd"), interface = nonEmptyText(request, "interface"),
-       outputPath = nonEmptyText(request, "output"), pidFile = nonEmptyText(request, "pid");
-  if (!config || !lease || !dhcpd || !interface || !outputPath || !pidFile) return error("invalid dhcpd arguments");
+  auto config = argument(request, "config"), lease = argument(request, "lease"), dhcpd = argument(request, "dhcpd"),
+       interface = argument(request, "interface"), outputPath = argument(request, "output"),
+       pidFile = argument(request, "pid");
+  if (config.empty() || lease.empty() || dhcpd.empty() || interface.empty() || outputPath.empty() || pidFile.empty()) {
+    return BRHError("invalid dhcpd arguments");
+  }
 
   auto bundle = BRHBundleOfExecutable(resolved(_mainAppImagePath.value_or("")));
-  auto candidate = resolved(*dhcpd);
+  auto candidate = resolved(dhcpd);
   if (bundle.empty() || candidate != bundle + "/Contents/Applications/brimo-dhcpd" ||
       !BRHValidateStaticCode(candidate, FrameworkRequirement)) {
-    HX_log("Reject invalid dhcpd executable at {}", *dhcpd);
-    return error("invalid dhcpd executable");
+    HX_log("Reject invalid dhcpd executable at {}", dhcpd);
+    return BRHError("invalid dhcpd executable");
   }
   if (_dhcpdTask) {
     HX_log("Terminate previous dhcpd");
@@ -71,18 +69,19 @@ json::object BRHMain::startDHCP(const json::object& request, const platform::ipc
   HX_log("Start dhcpd");
   if (_dhcpdTask) {
     HX_log("Previous dhcpd task is still present, refusing to start another");
-    return error("dhcpd is already running");
+    return BRHError("dhcpd is already running");
   }
-  auto output = openOutput(*outputPath, client.peerUserID());
-  if (!output) return error("invalid dhcpd output path");
+  auto output = openOutput(outputPath, client.peerUserID());
+  if (!output) return BRHError("invalid dhcpd output path");
   _dhcpdTask = std::make_shared<platform::ChildTask>(
-      candidate, std::vector<std::string>{"-4", "-f", "-d", "-cf", *config, "-lf", *lease, "-pf", *pidFile, *interface},
+      candidate, std::vector<std::string>{"-4", "-f", "-d", "-cf", config, "-lf", lease, "-pf", pidFile, interface},
       std::move(output));
   _dhcpdTask->setTerminationHandler([this, task = _dhcpdTask.get()] { dhcpdCompleted(task); });
-  if (auto reason = _dhcpdTask->launch()) {
-    HX_log("Failed to start dhcpd: {}", *reason);
+  if (auto launched = _dhcpdTask->launch(); !launched) {
+    const std::string reason = launched.error().what();
+    HX_log("Failed to start dhcpd: {}", reason);
     _dhcpdTask.reset();
-    return error(reason->empty() ? "failed to start dhcpd" : *reason);
+    return BRHError(reason.empty() ? "failed to start dhcpd" : reason);
   }
   HX_log("dhcpd started");
   return {{"result", "success"}, {"pid", _dhcpdTask->processIdentifier()}};
@@ -109,10 +108,11 @@ void BRHMain::stopDHCP() {
   _dhcpdTask.reset();
 }
 
-void BRHMain::stopAllDHCP() {
+json::object BRHMain::stopAllDHCP(const json::object&, const platform::ipc::Connection&) {
   stopDHCP();
   platform::runShellCommand("killall -9 brimo-dhcpd");
   platform::runShellCommand("killall -9 brimo-ra");
+  return BRHSuccess();
 }
 
 void BRHMain::dhcpdCompleted(const platform::ChildTask* task) {
@@ -121,19 +121,20 @@ void BRHMain::dhcpdCompleted(const platform::ChildTask* task) {
 }
 
 json::object BRHMain::startSpindump(const json::object& request, const platform::ipc::Connection& client) {
-  auto path = nonEmptyText(request, "path");
-  if (!path) return error("invalid spindump path");
-  if (_spindumpTask) return {{"result", "success"}};
+  auto path = argument(request, "path");
+  if (path.empty()) return BRHError("invalid spindump path");
+  if (_spindumpTask) return BRHSuccess();
   _spindumpTask = std::make_shared<platform::ChildTask>(
-      "/usr/sbin/spindump", std::vector<std::string>{std::to_string(client.peerPID()), "-o", *path});
+      "/usr/sbin/spindump", std::vector<std::string>{std::to_string(client.peerPID()), "-o", path});
   _spindumpTask->setTerminationHandler([this] { spindumpCompleted(); });
-  if (auto reason = _spindumpTask->launch()) {
-    HX_log("Failed to start spindump: {}", *reason);
+  if (auto launched = _spindumpTask->launch(); !launched) {
+    const std::string reason = launched.error().what();
+    HX_log("Failed to start spindump: {}", reason);
     _spindumpTask.reset();
-    return error(reason->empty() ? "failed to start spindump" : *reason);
+    return BRHError(reason.empty() ? "failed to start spindump" : reason);
   }
   HX_log("spindump started");
-  return {{"result", "success"}};
+  return BRHSuccess();
 }
 
 void BRHMain::spindumpCompleted() {

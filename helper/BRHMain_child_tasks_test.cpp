@@ -204,12 +204,12 @@ TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
 TEST_F(ChildTasksTest, AFailedLaunchIsToldAndForgotten) {
   for (const auto& [reason, reply] :
        {std::pair{"Exec format error", "Exec format error"}, {"", "failed to start dhcpd"}}) {
-    machine().launchFailure = reason;
+    machine().launchFailure = platform::Failure(0, reason);
     EXPECT_EQ(start(), fmt::format(R"({{"error":"{}"}})", reply));
     EXPECT_EQ(machine().steps.back(), fmt::format("Failed to start dhcpd: {}", reason));
   }
   for (const auto& [reason, reply] : {std::pair{"No such file", "No such file"}, {"", "failed to start spindump"}}) {
-    machine().launchFailure = reason;
+    machine().launchFailure = platform::Failure(0, reason);
     EXPECT_EQ(execute({{"command", "spindump"}, {"path", "/x"}}), fmt::format(R"({{"error":"{}"}})", reply));
     EXPECT_EQ(machine().steps.back(), fmt::format("Failed to start spindump: {}", reason));
   }

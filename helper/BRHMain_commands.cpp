@@ -1,55 +1,51 @@
 // The JSON commands.
 #include <boost/json.hpp>
 #include <cstdlib>
+#include <map>
 
 #include "build_constants.h"
 #include "helper/BRHMain.h"
+#include "helper/reply.h"
+#include "platform/base/json_text.h"
 
 namespace json = boost::json;
+namespace ipc = platform::ipc;
 
-namespace {
-
-const json::object success{{"result", "success"}};
-
-}  // namespace
-
-json::object BRHMain::execCommand(const json::object& request, const platform::ipc::Connection& client) {
-  const auto* value = request.if_contains("command");
-  const auto* text = value ? value->if_string() : nullptr;
-  std::string_view command = text ? std::string_view(*text) : std::string_view();
-
-  if (command == "version") return {{"version", BRHBuildNumber}};
-  if (command == "set-proxy") {
-    if (!applyProxySettings(request)) return {{"error", "failed to apply proxy settings"}};
-    return success;
-  }
-  if (command == "stop") {
-    HX_log("Shutdown");
-    std::exit(EXIT_SUCCESS);
-  }
-  if (command == "spindump") return startSpindump(request, client);
-  if (command == "start-dhcpd") return startDHCP(request, client);
-  if (command == "stop-dhcpd") {
-    stopAllDHCP();
-    return success;
-  }
-  if (command == "set-static-ip") return setStaticIP(request);
-  if (command == "start-watchdog") {
-    _watchdogStarted = true;
-    return success;
-  }
-  if (command == "stop-watchdog") {
-    _watchdogStarted = false;
-    return success;
-  }
-  if (command == "defunct-restart") {
-    defunctRestart(client);
-    return success;
-  }
-  if (command == "prevent-sleep-temp") {
-    preventSleepTemporarily();
-    return success;
-  }
+json::object BRHMain::execCommand(const json::object& request, const ipc::Connection& client) {
+  static const std::map<std::string_view, Command BRHMain::*> commands{
+      {"version", &BRHMain::version},
+      {"set-proxy", &BRHMain::setProxy},
+      {"stop", &BRHMain::stop},
+      {"spindump", &BRHMain::startSpindump},
+      {"start-dhcpd", &BRHMain::startDHCP},
+      {"stop-dhcpd", &BRHMain::stopAllDHCP},
+      {"set-static-ip", &BRHMain::setStaticIP},
+      {"start-watchdog", &BRHMain::startWatchdog},
+      {"stop-watchdog", &BRHMain::stopWatchdog},
+      {"defunct-restart", &BRHMain::defunctRestart},
+      {"prevent-sleep-temp", &BRHMain::preventSleepTemporarily},
+  };
+  auto command = commands.find(platform::textMember(request, "command"));
+  if (command != commands.end()) return (this->*command->second)(request, client);
   HX_log("Unknown command!");
-  return {{"error", "unknown command"}};
+  return BRHError("unknown command");
+}
+
+json::object BRHMain::version(const json::object&, const ipc::Connection&) {
+  return {{"version", BRHBuildNumber}};
+}
+
+json::object BRHMain::stop(const json::object&, const ipc::Connection&) {
+  HX_log("Shutdown");
+  std::exit(EXIT_SUCCESS);
+}
+
+json::object BRHMain::startWatchdog(const json::object&, const ipc::Connection&) {
+  _watchdogStarted = true;
+  return BRHSuccess();
+}
+
+json::object BRHMain::stopWatchdog(const json::object&, const ipc::Connection&) {
+  _watchdogStarted = false;
+  return BRHSuccess();
 }

@@ -9,6 +9,7 @@
 #include "helper/probes/BRHDHCPDetector.h"
 #include "helper/probes/BRHV6RADetector.h"
 #include "helper/probes/socket_owner_lookup.h"
+#include "platform/base/json_text.h"
 
 namespace ipc = platform::ipc;
 namespace json = boost::json;
@@ -160,11 +161,10 @@ void BRHMain::dhcpDiscover(const json::object& command, const ipc::Message& requ
     HX_log("dhcp-discover request does not accept a reply");
     return;
   }
-  const auto* value = command.if_contains("interface");
-  const auto* interface = value ? value->if_string() : nullptr;
-  if (!interface || interface->empty()) return sendJSONError(request, "Invalid interface");
+  auto interface = platform::textMember(command, "interface");
+  if (interface.empty()) return sendJSONError(request, "Invalid interface");
   BRHDHCPDetector().startTestWithInterfaceName(
-      std::string(*interface), [reply = request.reply](const auto& error, const auto& serverAddresses) {
+      std::string(interface), [reply = request.reply](const auto& error, const auto& serverAddresses) {
         if (error) return sendJSON(reply, {{"error", error->localizedDescription}});
         sendJSON(reply, {{"serverAddresses", json::value_from(*serverAddresses)}});
       });

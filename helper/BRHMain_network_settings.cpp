@@ -2,8 +2,11 @@
 #include <boost/json.hpp>
 #include <set>
 
+#include "build_constants.h"
 #include "foundation/HXJSON.h"
 #include "helper/BRHMain.h"
+#include "helper/reply.h"
+#include "platform/base/json_text.h"
 #include "platform/network_settings/preferences.h"
 
 namespace json = boost::json;
@@ -11,19 +14,22 @@ namespace preferences = platform::preferences;
 
 namespace {
 
-constexpr char sessionName[] = "BrimoHelper";
+platform::Result<std::unique_ptr<preferences::Session>> createSession() {
+  return preferences::Session::create("BrimoHelper", HelperServiceName);
+}
 
 std::string entityPath(std::string_view serviceID, const char* entity) {
   return fmt::format("/{}/{}/{}", preferences::networkServices, serviceID, entity);
 }
 
-/// Writes and applies what was set, even when not all of it could be, and releases the session.
-bool finish(std::unique_ptr<preferences::Session> session) {
-  bool committed = session->commit();
-  bool applied = session->apply();
+/// Writes and applies what was set, even when not all of it could be, and releases the session. Fails as the last step
+/// that failed.
+platform::Result<void> finish(std::unique_ptr<preferences::Session> session) {
+  auto committed = session->commit();
+  auto applied = session->apply();
   session->synchronize();
   session->unlock();
-  return committed && applied;
+  return applied ? committed : applied;
 }
 
 /// What a value means where a boolean is asked for; absent when it is neither a boolean nor a number.
@@ -32,13 +38,6 @@ std::optional<bool> booleanMeaning(const json::value* value) {
   if (const auto* boolean = value->if_bool()) return *boolean;
   if (value->is_number()) return value->to_number<double>() != 0;
   return std::nullopt;
-}
-
-/// The text of a member; empty when it is missing or no text.
-std::string_view textMember(const json::object& object, const char* key) {
-  const auto* value = object.if_contains(key);
-  const auto* text = value ? value->if_string() : nullptr;
-  return text ? std::string_view(*text) : std::string_view();
 }
 
 }  // namespace
@@ -50,13 +49,14 @@ bool BRHMain::applyProxySettings(const json::object& request) {
     HX_log("Invalid proxy settings payload");
     return false;
   }
-  auto session = preferences::Session::create(sessionName);
-  if (!session) {
+  auto created = createSession();
+  if (!created) {
     HX_log("Failed to create SCPreferences session");
     return false;
   }
-  if (!session->lock(true)) {
-    HX_log("Failed to lock SCPreferences: {}", preferences::lastErrorText());
+  auto session = std::move(*created);
+  if (auto locked = session->lock(true); !locked) {
+    HX_log("Failed to lock SCPreferences: {}", locked.error().what());
     return false;
   }
   bool ok = true;
@@ -67,7 +67,7 @@ bool BRHMain::applyProxySettings(const json::object& request) {
       ok = false;
       continue;
     }
-    bool set = session->setValue(entityPath(serviceID, preferences::proxiesEntity), proxies);
+    bool set = session->setValue(entityPath(serviceID, preferences::proxiesEntity), proxies).has_value();
     HX_log("Update service {} proxy settings to: {}, result: {:d}", serviceID,
            HX_JSONString(proxies).value_or("(null)"), set);
     ok = ok && set;
@@ -91,44 +91,51 @@ bool BRHMain::applyProxySettings(const json::object& request) {
 void BRHMain::cleanupProxySettings() {
   if (!_serviceProxySettingsChanged) return;
   HX_log("cleanupProxySettings");
-  auto session = preferences::Session::create(sessionName);
-  if (!session) {
+  auto created = createSession();
+  if (!created) {
     HX_log("Failed to create SCPreferences session for cleanup");
     return;
   }
-  if (!session->lock(true)) {
-    HX_log("Failed to lock SCPreferences for cleanup: {}", preferences::lastErrorText());
+  auto session = std::move(*created);
+  if (auto locked = session->lock(true); !locked) {
+    HX_log("Failed to lock SCPreferences for cleanup: {}", locked.error().what());
     return;
   }
-  bool ok = true;
+  platform::Result<void> outcome;  // of the last step that failed
   for (const auto& serviceID : *_serviceProxySettingsChanged) {
     // Empty rather than none: that switches every proxy of the service off.
-    bool set = session->setValue(entityPath(serviceID, preferences::proxiesEntity), json::object());
-    HX_log("Remove service {} proxy settings, result: {:d}", serviceID, set);
-    ok = ok && set;
+    auto set = session->setValue(entityPath(serviceID, preferences::proxiesEntity), json::object());
+    HX_log("Remove service {} proxy settings, result: {:d}", serviceID, set.has_value());
+    if (!set) outcome = set;
   }
-  if (finish(std::move(session)) && ok) {
+  if (auto finished = finish(std::move(session)); !finished) outcome = finished;
+  if (outcome) {
     _serviceProxySettingsChanged.reset();
   } else {
-    HX_log("Proxy settings cleanup was incomplete: {}", preferences::lastErrorText());
+    HX_log("Proxy settings cleanup was incomplete: {}", outcome.error().what());
   }
 }
 
-json::object BRHMain::setStaticIP(const json::object& request) {
-  auto address = textMember(request, "address"), mask = textMember(request, "mask"),
-       router = textMember(request, "router"), serviceID = textMember(request, "serviceID");
+json::object BRHMain::setProxy(const json::object& request, const platform::ipc::Connection&) {
+  return applyProxySettings(request) ? BRHSuccess() : BRHError("failed to apply proxy settings");
+}
+
+json::object BRHMain::setStaticIP(const json::object& request, const platform::ipc::Connection&) {
+  auto address = platform::textMember(request, "address"), mask = platform::textMember(request, "mask"),
+       router = platform::textMember(request, "router"), serviceID = platform::textMember(request, "serviceID");
   if (address.empty() || mask.empty() || router.empty() || serviceID.empty() || serviceID.find('/') != serviceID.npos) {
-    return {{"error", "invalid static IP configuration"}};
+    return BRHError("invalid static IP configuration");
   }
   const json::object entity{{"Addresses", json::array{address}},
                             {"ConfigMethod", "Manual"},
                             {"Router", router},
                             {"SubnetMasks", json::array{mask}}};
-  auto session = preferences::Session::create(sessionName);
-  if (!session) return {{"error", "failed to create preferences session"}};
-  if (!session->lock(true)) return {{"error", "failed to lock preferences"}};
-  bool set = session->setValue(entityPath(serviceID, preferences::ipv4Entity), entity);
+  auto created = createSession();
+  if (!created) return BRHError("failed to create preferences session");
+  auto session = std::move(*created);
+  if (!session->lock(true)) return BRHError("failed to lock preferences");
+  bool set = session->setValue(entityPath(serviceID, preferences::ipv4Entity), entity).has_value();
   HX_log("SCPreferencesPathSetValue result: {:d}", set);
-  if (!finish(std::move(session)) || !set) return {{"error", "failed to apply static IP configuration"}};
-  return {{"result", "success"}};
+  if (!finish(std::move(session)) || !set) return BRHError("failed to apply static IP configuration");
+  return BRHSuccess();
 }

@@ -1,6 +1,7 @@
 // Keeping the machine awake, and the DNS cache.
 #include "build_constants.h"
 #include "helper/BRHMain.h"
+#include "helper/reply.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/system/power.h"
 
@@ -13,21 +14,22 @@ constexpr std::chrono::seconds holdingTime(30);
 
 }  // namespace
 
-void BRHMain::preventSleepTemporarily() {
+boost::json::object BRHMain::preventSleepTemporarily(const boost::json::object&, const platform::ipc::Connection&) {
   HX_log("Prevent system sleeping");
   holdAssertion("PreventUserIdleSystemSleep", ".idle", "IOPMAssertion");
   holdAssertion("NetworkClientActive", ".network", "network IOPMAssertion");
+  return BRHSuccess();
 }
 
 void BRHMain::holdAssertion(const char* type, const char* nameSuffix, const char* whatFailed) {
-  power::AssertionID assertion;
-  if (auto status = power::createAssertion(type, std::string(HelperServiceName) + nameSuffix, assertion); status != 0) {
-    HX_log("Failed to prevent system sleeping: {}", status);
+  auto assertion = power::createAssertion(type, std::string(HelperServiceName) + nameSuffix);
+  if (!assertion) {
+    HX_log("Failed to prevent system sleeping: {}", assertion.error().number);
     return;
   }
-  dispatch::after(holdingTime, dispatch::mainQueue(), [assertion, whatFailed] {
-    if (auto status = power::releaseAssertion(assertion); status != 0) {
-      HX_log("Failed to release {}: {}", whatFailed, status);
+  dispatch::after(holdingTime, dispatch::mainQueue(), [assertion = *assertion, whatFailed] {
+    if (auto released = power::releaseAssertion(assertion); !released) {
+      HX_log("Failed to release {}: {}", whatFailed, released.error().number);
     } else {
       HX_log("Release IOPMAssertion");
     }

@@ -1,6 +1,8 @@
 // Launching the main application again.
+#include "build_constants.h"
 #include "helper/BRHMain.h"
 #include "helper/admission.h"
+#include "helper/reply.h"
 #include "platform/application/application.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/system/clock.h"
@@ -14,12 +16,13 @@ constexpr double relaunchInterval = 30;  // seconds that must have passed since 
 
 }  // namespace
 
-void BRHMain::defunctRestart(const platform::ipc::Connection& client) {
+boost::json::object BRHMain::defunctRestart(const boost::json::object&, const platform::ipc::Connection& client) {
   // The death that follows is not to have the application launched a second time.
   _watchdogStarted = false;
   client.peer().kill();
   dispatch::after(relaunchDelay, dispatch::mainQueue(),
                   [this] { launchMainApplicationWithArguments({"-crashDefunctRestart"}); });
+  return BRHSuccess();
 }
 
 void BRHMain::relaunchAfterLostClient() {
@@ -39,7 +42,7 @@ void BRHMain::launchMainApplicationWithArguments(const std::vector<std::string>&
     HX_log("Refuse to launch invalid main application at {}", path);
     return;
   }
-  platform::openApplication(path, arguments, [](const std::optional<std::string>& error) {
-    if (error) HX_log("Failed to launch main application: {}", *error);
+  platform::openApplication(ClientBundleIdentifier, path, arguments, [](const platform::Result<void>& launched) {
+    if (!launched) HX_log("Failed to launch main application: {}", launched.error().what());
   });
 }

@@ -130,7 +130,7 @@ TEST_F(SupervisionTest, AnApplicationThatIsInvalidByThenIsNotLaunched) {
 }
 
 TEST_F(SupervisionTest, AFailedLaunchIsLogged) {
-  machine().launchError = "execve: No such file or directory";
+  machine().launchError = platform::failureOf(ENOENT, "execve");
   run("defunct-restart");
   passTime(1s);
   EXPECT_THAT(log(), ElementsAre("Failed to launch main application: execve: No such file or directory"));

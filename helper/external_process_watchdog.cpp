@@ -5,11 +5,11 @@
 #include <unistd.h>
 
 #include <boost/json.hpp>
-#include <cerrno>
 
 #include "foundation/HXJSON.h"
 #include "foundation/HXLog.h"
 #include "platform/base/file_descriptor.h"
+#include "platform/base/file_io.h"
 #include "platform/process/process.h"
 
 namespace json = boost::json;
@@ -23,16 +23,6 @@ constexpr std::uint64_t maximumSize = 0x100000;  // bytes
 bool isSafe(const struct stat& status) {
   return (status.st_mode & (S_IFMT | S_IWGRP | S_IWOTH)) == S_IFREG &&
          static_cast<std::uint64_t>(status.st_size) <= maximumSize;
-}
-
-/// Reads as much as the buffer holds; false when there is less.
-bool readAll(int file, std::string& buffer) {
-  for (std::size_t length = 0; length < buffer.size();) {
-    auto count = read(file, buffer.data() + length, buffer.size() - length);
-    if (count == 0 || (count < 0 && errno != EINTR)) return false;
-    if (count > 0) length += static_cast<std::size_t>(count);
-  }
-  return true;
 }
 
 std::optional<BRHWatchedProcess> watchedProcess(const json::value& element) {
@@ -77,7 +67,7 @@ void BRHKillWatchedExternalProcesses(const std::string& watchdogFile) {
     return;
   }
   std::string content(static_cast<std::size_t>(status.st_size), '\0');
-  if (!readAll(file.get(), content)) {
+  if (auto length = platform::readInto(file.get(), content); !length || *length < content.size()) {
     HXLog(moduleName, "Failed to read external-process watchdog file");
     return;
   }

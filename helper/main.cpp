@@ -12,7 +12,8 @@ int main() {
   BRHOpenLogFile(BRHLogFilePath);
   HXInstallUncaughtExceptionHandler();
   HXLog("Helper", "Version: {}, Starting...", BRHBuildNumber);
-  auto listener = platform::ipc::Listener::create(HelperServiceName, BRHBuildNumber);
+  auto listener = platform::ipc::Listener::create(
+      {.name = HelperServiceName, .build = BRHBuildNumber, .clientGroup = BRHClientGroup});
   if (!listener) {
     HXLog("Helper", "Failed to create service.");
     std::exit(EXIT_FAILURE);

@@ -4,6 +4,8 @@
 #include <boost/spirit/home/support/char_encoding/unicode/query.hpp>
 #include <iterator>
 
+namespace hx::detail {
+
 namespace ucd = boost::spirit::ucd;
 
 namespace {
@@ -69,3 +71,5 @@ std::string lowercase(std::string_view text) {
   }
   return result;
 }
+
+}  // namespace hx::detail

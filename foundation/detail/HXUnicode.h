@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+namespace hx::detail {
+
 /// Takes the first composed character, a code point with all combining marks that follow it, off a text that is not
 /// empty. The result refers to the text's bytes.
 std::string_view takeComposedCharacter(std::string_view& text);
@@ -16,3 +18,5 @@ std::string_view trimmed(std::string_view text);
 
 /// With every code point replaced by its simple lower-case mapping.
 std::string lowercase(std::string_view text);
+
+}  // namespace hx::detail

@@ -32,38 +32,36 @@ constexpr std::chrono::seconds listeningTime(2);
 // network.
 constexpr std::size_t maximumLogged = 20;
 
-/// Ends a probe; what() is for the client.
-struct ProbeFailure : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
-
-/// One probe, on one thread. Its sockets close with it.
+/// One probe, on one thread. Its sockets close with it. A step that fails throws what the client is told.
 class Probe : public HXLogging<Probe> {
  public:
   static std::string HX_logModuleName() { return BRHDHCPDetector::HX_logModuleName(); }
 
   explicit Probe(const std::string& interfaceName) : interfaceName_(interfaceName) {}
 
-  /// The addresses that offers came from. Throws ProbeFailure.
-  std::vector<std::string> run() {
-    if (interfaceName_.empty()) throw ProbeFailure("Error: Interface name is empty!");
-    openSockets();
-    bindToClientPort();
-    findHardwareAddress();
-    sendDiscover();
-    collectOffers();
-    return std::move(addresses_);
+  /// The addresses that offers came from.
+  platform::Result<std::vector<std::string>> run() {
+    return platform::attempt([this] {
+      if (interfaceName_.empty()) throw platform::Failure(0, "Error: Interface name is empty!");
+      openSockets();
+      bindToClientPort();
+      findHardwareAddress();
+      sendDiscover();
+      collectOffers();
+      return std::move(addresses_);
+    });
   }
 
  private:
   [[noreturn]] static void fail(const char* message) {
     HX_log("{}", message);
-    throw ProbeFailure(message);
+    throw platform::Failure(0, message);
   }
 
   void openSockets() {
-    socket_ = platform::openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
-    if (!socket_) fail("Error: Could not create socket!");
+    auto opened = platform::openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+    if (!opened) fail("Error: Could not create socket!");
+    socket_ = std::move(*opened);
     HX_log("DHCP socket: {}", socket_.get());
     if (!platform::allowReuseOfPort(socket_.get())) {
       fail("Error: Could not set reuse address option on DHCP socket!");
@@ -73,33 +71,35 @@ class Probe : public HXLogging<Probe> {
       fail("Error: Could not set broadcast option on DHCP socket!");
     }
     if (if_nametoindex(interfaceName_.c_str()) == 0) fail("Error: Interface doesn't exist!");
-    if (!platform::bindToInterface(socket_.get(), interfaceName_) ||
-        !(receiver_ = platform::openDatagramReceiver(socket_.get(), interfaceName_, clientPort))) {
-      fail("Error: Could not set IP_BOUND_IF on DHCP socket!");
-    }
+    constexpr char notBound[] = "Error: Could not set IP_BOUND_IF on DHCP socket!";
+    if (!platform::bindToInterface(socket_.get(), interfaceName_)) fail(notBound);
+    auto receiver = platform::openDatagramReceiver(socket_.get(), interfaceName_, clientPort);
+    if (!receiver) fail(notBound);
+    receiver_ = std::move(*receiver);
   }
 
   void bindToClientPort() {
-    if (platform::bindToPort(socket_.get(), clientPort)) return;
-    const bool inUse = errno == EADDRINUSE;
-    HX_log("Error: Could not bind to DHCP socket (port {})! {}", clientPort, std::strerror(errno));
+    auto bound = platform::bindToPort(socket_.get(), clientPort);
+    if (bound) return;
+    const bool inUse = bound.error().number == EADDRINUSE;
+    HX_log("Error: Could not bind to DHCP socket (port {})! {}", clientPort, bound.error().what());
     // An interface that vanishes under the bind leaves the port to this very socket, which is not to blame.
     auto owner = inUse ? BRUDPSocketOwner(BRSockAddrMakeIPv4({}, clientPort)) : std::nullopt;
-    if (!owner) throw ProbeFailure("Error: Could not bind to DHCP socket!");
-    throw ProbeFailure(fmt::format("DHCP client port {} is used by {} (PID {})", clientPort,
-                                   owner->processPath.value_or("(null)"), owner->pid));
+    if (!owner) throw platform::Failure(0, "Error: Could not bind to DHCP socket!");
+    throw platform::Failure(0, fmt::format("DHCP client port {} is used by {} (PID {})", clientPort,
+                                           owner->processPath.value_or("(null)"), owner->pid));
   }
 
   void findHardwareAddress() {
     constexpr char failure[] = "Error: Couldn't get hardware address!";
     auto address = platform::linkLayerAddress(interfaceName_);
     if (!address) {
-      HX_log("Error: Couldn't enumerate interfaces: {}", std::strerror(errno));
-      throw ProbeFailure(failure);
+      HX_log("Error: Couldn't enumerate interfaces: {}", address.error().what());
+      throw platform::Failure(0, failure);
     }
     if (address->size() < hardwareAddress_.size()) {
       HX_log("Error: Couldn't get hardware address from {}.", interfaceName_);
-      throw ProbeFailure(failure);
+      throw platform::Failure(0, failure);
     }
     std::copy_n(address->begin(), hardwareAddress_.size(), hardwareAddress_.begin());
     HX_log("Hardware address: {:02x}", fmt::join(hardwareAddress_, ""));
@@ -121,11 +121,9 @@ class Probe : public HXLogging<Probe> {
     destination.sin_addr.s_addr = INADDR_BROADCAST;
     auto sent = sendto(socket_.get(), message.data(), message.size(), 0,
                        reinterpret_cast<const sockaddr*>(&destination), sizeof destination);
-    int error = errno;
+    auto failure = platform::lastFailure("Error: Could not send DHCP discover");
     HX_log("send_dhcp_packet result: {}", sent);
-    if (sent != static_cast<ssize_t>(message.size())) {
-      throw ProbeFailure(fmt::format("Error: Could not send DHCP discover: {}", std::strerror(error)));
-    }
+    if (sent != static_cast<ssize_t>(message.size())) throw failure;
   }
 
   void collectOffers() {
@@ -139,7 +137,7 @@ class Probe : public HXLogging<Probe> {
       int ready = poll(&descriptor, 1, static_cast<int>(remaining.count()));
       if (ready < 0 && errno == EINTR) continue;
       if (ready < 0) {
-        HX_log("select() failed: {}", std::strerror(errno));
+        HX_log("select() failed: {}", platform::lastFailure().what());
         break;
       }
       if (ready == 0) {
@@ -156,10 +154,9 @@ class Probe : public HXLogging<Probe> {
     BRHDHCPMessage message{};
     auto datagram = platform::receiveDatagram(receiver_.get(), message);
     if (!datagram) {
-      int error = errno;
       log("recv_result: {}", -1);
       log("recvfrom() failed, ");
-      log("errno: ({}) -> {}", error, std::strerror(error));
+      log("errno: ({}) -> {}", datagram.error().number, datagram.error().what());
       return false;
     }
     const sockaddr_in source = socketAddress(datagram->source);
@@ -226,15 +223,10 @@ class Probe : public HXLogging<Probe> {
 
 void BRHDHCPDetector::startTestWithInterfaceName(const std::string& interfaceName,
                                                  CompletionHandler completionHandler) const {
-  platform::dispatch::async(platform::dispatch::globalQueue(),
-                            [interfaceName, completionHandler = std::move(completionHandler)] {
-                              std::optional<HXError> error;
-                              std::optional<std::vector<std::string>> serverAddresses;
-                              try {
-                                serverAddresses = Probe(interfaceName).run();
-                              } catch (const ProbeFailure& failure) {
-                                error = HXError{.localizedDescription = failure.what()};
-                              }
-                              completionHandler(error, serverAddresses);
-                            });
+  platform::dispatch::async(
+      platform::dispatch::globalQueue(), [interfaceName, completionHandler = std::move(completionHandler)] {
+        auto addresses = Probe(interfaceName).run();
+        if (addresses) return completionHandler(std::nullopt, *addresses);
+        completionHandler(HXError{.localizedDescription = addresses.error().what()}, std::nullopt);
+      });
 }

@@ -11,7 +11,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 #include <utility>
 
 #include "helper/probes/router_advertisement.h"
@@ -24,8 +23,8 @@ constexpr double timeoutSeconds = 5.0;
 constexpr std::size_t receiveBuffer = 2048;
 
 /// Reports what a thread's step failed with, on standard error.
-int fail(const char* step) {
-  std::perror(step);
+int fail(const char* step, const platform::Failure& failure = platform::lastFailure()) {
+  std::fprintf(stderr, "%s: %s\n", step, failure.what());
   return 1;
 }
 
@@ -52,12 +51,11 @@ void BRHV6RADetector::start() {
       HXGCDTimer::onetimeTimerWithQueue(platform::dispatch::mainQueue(), timeoutSeconds, [weak = weak_from_this()] {
         if (auto self = weak.lock()) self->timeout();
       });
-  try {
-    _recvThread = platform::startThread([self = shared_from_this()] { self->recvRA(); });
-    _sendThread = platform::startThread([self = shared_from_this()] { self->sendRS(); });
-  } catch (const std::system_error& error) {
-    std::fprintf(stderr, "thread: %s\n", error.what());  // the timeout completes the probe
-  }
+  auto started = platform::attempt([this] {
+    _recvThread = platform::startThread([self = shared_from_this()] { self->recvRA(); }).value();
+    _sendThread = platform::startThread([self = shared_from_this()] { self->sendRS(); }).value();
+  });
+  if (!started) fail("thread", started.error());  // the timeout completes the probe
 }
 
 void BRHV6RADetector::timeout() {
@@ -83,14 +81,17 @@ int BRHV6RADetector::sendRS() {
     std::fprintf(stderr, "未知接口: %s\n", _interface.c_str());
     return 1;
   }
-  auto socket = platform::openSocket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6);
-  if (!socket) return fail("socket");
+  auto opened = platform::openSocket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6);
+  if (!opened) return fail("socket", opened.error());
+  const auto& socket = *opened;
   const int hops = 255;
   if (!setOption(socket.get(), IPPROTO_IPV6, IPV6_UNICAST_HOPS, hops) ||
       !setOption(socket.get(), IPPROTO_IPV6, IPV6_MULTICAST_HOPS, hops)) {
     return fail("setsockopt(HOPS)");
   }
-  if (!platform::bindToInterface(socket.get(), _interface)) return fail("setsockopt(IPV6_BOUND_IF)");
+  if (auto bound = platform::bindToInterface(socket.get(), _interface); !bound) {
+    return fail("setsockopt(IPV6_BOUND_IF)", bound.error());
+  }
 
   sockaddr_in6 allRouters{};
   allRouters.sin6_family = AF_INET6;
@@ -112,10 +113,15 @@ int BRHV6RADetector::sendRS() {
 
 int BRHV6RADetector::recvRA() {
   if (if_nametoindex(_interface.c_str()) == 0) return 1;
-  auto socket = platform::openSocket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6);
-  if (!socket) return fail("socket");
-  if (!platform::bindToInterface(socket.get(), _interface)) return fail("setsockopt(IPV6_BOUND_IF)");
-  if (!platform::requestHopLimit(socket.get())) return fail("setsockopt(IPV6_2292HOPLIMIT)");
+  auto opened = platform::openSocket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6);
+  if (!opened) return fail("socket", opened.error());
+  const auto& socket = *opened;
+  if (auto bound = platform::bindToInterface(socket.get(), _interface); !bound) {
+    return fail("setsockopt(IPV6_BOUND_IF)", bound.error());
+  }
+  if (auto requested = platform::requestHopLimit(socket.get()); !requested) {
+    return fail("setsockopt(IPV6_2292HOPLIMIT)", requested.error());
+  }
   if (!setOption(socket.get(), SOL_SOCKET, SO_RCVTIMEO, timeval{.tv_sec = 1, .tv_usec = 0})) {
     return fail("setsockopt(SO_RCVTIMEO)");
   }
@@ -131,8 +137,9 @@ int BRHV6RADetector::recvRA() {
   while (!_stopped) {
     auto received = platform::receiveICMPv6(socket.get(), buffer);
     if (!received) {
-      if (errno == EINTR || errno == EAGAIN) continue;
-      std::perror("recvfrom");
+      const auto failure = received.error();
+      if (failure.number == EINTR || failure.number == EAGAIN) continue;
+      fail("recvfrom", failure);
       break;
     }
     auto message = BRHRouterAdvertisement(std::span(buffer).first(received->length), received->hopLimit,

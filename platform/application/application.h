@@ -3,10 +3,10 @@
 
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/base/result.h"
 #include "platform/process/process.h"
 
 namespace platform {
@@ -17,9 +17,10 @@ namespace platform {
 /// macOS the system knows.
 void noteRunningApplication(const Process& process, std::uint32_t userID);
 
-/// Launches the application whose executable lies at `path`, as the remembered process ran. On the main thread. Returns
-/// at once; `completion` is called on the main queue, with the error's text when the launch failed.
-void openApplication(const std::string& path, const std::vector<std::string>& arguments,
-                     std::function<void(std::optional<std::string> error)> completion);
+/// Launches the application whose executable lies at `path`, as the remembered process ran. `identifier` is its bundle
+/// identifier. On the main thread. Returns at once; `completion` is called on the main queue, with what has become of
+/// the launch.
+void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
+                     std::function<void(const Result<void>& launched)> completion);
 
 }  // namespace platform

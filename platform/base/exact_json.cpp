@@ -48,15 +48,17 @@ struct Handler {
 
 }  // namespace
 
-json::value parseExactJSON(std::string_view text, std::size_t maximumDepth, json::error_code& error) {
+Result<json::value> parseExactJSON(std::string_view text, std::size_t maximumDepth) {
   json::parse_options options;
   options.max_depth = maximumDepth;
   json::basic_parser<Handler> parser(options);
   parser.handler().values.reset();
+  json::error_code error;
   // The whole text at once, so that every number comes in one piece.
   auto length = parser.write_some(false, text.data(), text.size(), error);
   if (!error && length < text.size()) error = json::error::extra_data;
-  return error ? nullptr : parser.handler().values.release();
+  if (error) return Failure(0, error.message());
+  return parser.handler().values.release();
 }
 
 bool isFiniteJSON(const json::value& value) {

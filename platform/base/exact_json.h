@@ -4,11 +4,13 @@
 #include <boost/json/value.hpp>
 #include <string_view>
 
+#include "platform/base/result.h"
+
 namespace platform {
 
 /// Parses a text as json::parse() does, but for real numbers, which Boost 1.81 rounds to a neighbour of the nearest
-/// double. Arrays and objects may stand in each other `maximumDepth` deep. Null when there is an error.
-boost::json::value parseExactJSON(std::string_view text, std::size_t maximumDepth, boost::json::error_code& error);
+/// double. Arrays and objects may stand in each other `maximumDepth` deep.
+Result<boost::json::value> parseExactJSON(std::string_view text, std::size_t maximumDepth);
 
 /// Whether JSON has a text for all numbers that a value holds: the infinite, which too large ones are read as, have
 /// none.

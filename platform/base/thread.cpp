@@ -24,9 +24,14 @@ class BlockedSignals {
 
 }  // namespace
 
-std::thread startThread(std::function<void()> body) {
+Result<std::thread> startThread(std::function<void()> body) {
   BlockedSignals blocked;
-  return std::thread(std::move(body));
+  try {
+    return std::thread(std::move(body));
+  } catch (const std::system_error& error) {
+    // By name: a thread could be made of anything.
+    return {boost::system::in_place_error, failureOf(error.code().value())};
+  }
 }
 
 }  // namespace platform

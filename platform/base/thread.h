@@ -4,10 +4,12 @@
 #include <functional>
 #include <thread>
 
+#include "platform/base/result.h"
+
 namespace platform {
 
-/// Starts a thread that signals are never delivered to: they are the main thread's. Throws std::system_error when the
-/// system has no thread to give.
-std::thread startThread(std::function<void()> body);
+/// Starts a thread that signals are never delivered to: they are the main thread's. Fails when the system has
+/// no thread to give.
+Result<std::thread> startThread(std::function<void()> body);
 
 }  // namespace platform

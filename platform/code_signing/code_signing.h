@@ -1,7 +1,7 @@
 // Code signatures of files. Who sent a message is asked of platform/ipc/service.h.
 //
-// A requirement is a text in Apple's code signing requirement language; platform/linux/code_requirement.h says which
-// part of it Linux understands. Status values are those of Security.framework's CSCommon.h on every platform.
+// A requirement is a text in Apple's code signing requirement language; linux/requirement.h says which part of it
+// Linux understands. Status values are those of Security.framework's CSCommon.h on every platform.
 #pragma once
 
 #include <cstdint>

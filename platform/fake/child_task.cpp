@@ -48,15 +48,15 @@ void ChildTask::setTerminationHandler(std::function<void()> handler) {
   implementation_->handler = std::move(handler);
 }
 
-std::optional<std::string> ChildTask::launch() {
+Result<void> ChildTask::launch() {
   auto& child = *implementation_;
   record(fmt::format("launch {} {}", child.path, fmt::join(child.arguments, " ")));
-  if (fake::machine().launchFailure) return fake::machine().launchFailure;
+  if (fake::machine().launchFailure) return *fake::machine().launchFailure;
   child.pid = 1001 + static_cast<std::int32_t>(fake::machine().children.size());
   child.isRunning = true;
   fake::machine().children[child.pid] = implementation_;
   if (child.output && write(child.output.get(), "output\n", 7) != 7) record("no output");
-  return std::nullopt;
+  return {};
 }
 
 std::int32_t ChildTask::processIdentifier() const {

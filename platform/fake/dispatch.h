@@ -9,7 +9,7 @@ namespace platform::fake {
 void resetQueues();
 
 /// Lets time pass for the queues and timers, and runs on the calling thread what falls due, in its order; zero runs
-/// what is due already. The clock of platform/clock.h is the fake machine's and stands still.
+/// what is due already. The clock of platform/system/clock.h is the fake machine's and stands still.
 void passTime(std::chrono::nanoseconds time);
 
 }  // namespace platform::fake

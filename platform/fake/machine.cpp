@@ -69,23 +69,26 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
   fake::machine().notedApplications.emplace_back(process.pid(), userID);
 }
 
-void openApplication(const std::string& path, const std::vector<std::string>& arguments,
-                     std::function<void(std::optional<std::string> error)> completion) {
+void openApplication(const std::string&, const std::string& path, const std::vector<std::string>& arguments,
+                     std::function<void(const Result<void>&)> completion) {
   fake::machine().launches.emplace_back(path, arguments);
-  dispatch::async(dispatch::mainQueue(),
-                  [completion = std::move(completion)] { completion(fake::machine().launchError); });
+  dispatch::async(dispatch::mainQueue(), [completion = std::move(completion)] {
+    const auto& error = fake::machine().launchError;
+    completion(error ? Result<void>(*error) : Result<void>());
+  });
 }
 
-power::Status power::createAssertion(const std::string& type, const std::string& name, AssertionID& assertion) {
-  if (auto status = find(fake::machine().assertionStatus, type).value_or(0)) return status;
+Result<power::AssertionID> power::createAssertion(const std::string& type, const std::string& name) {
+  if (auto status = find(fake::machine().assertionStatus, type)) return Failure(*status, "");
   static AssertionID last = 0;
-  assertion = ++last;
-  fake::machine().assertions[assertion] = {type, name};
-  return 0;
+  fake::machine().assertions[++last] = {type, name};
+  return last;
 }
 
-power::Status power::releaseAssertion(AssertionID assertion) {
-  return fake::machine().assertions.erase(assertion) > 0 ? fake::machine().releaseStatus : -1;
+Result<void> power::releaseAssertion(AssertionID assertion) {
+  int status = fake::machine().assertions.erase(assertion) > 0 ? fake::machine().releaseStatus : -1;
+  if (status != 0) return Failure(status, "");
+  return {};
 }
 
 void visitSockets(SocketProtocol protocol, std::uint16_t, bool, const std::function<bool(const SocketEntry&)>& visit) {

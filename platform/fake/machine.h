@@ -27,19 +27,19 @@ struct Machine {
   std::map<std::int32_t, std::uint32_t> users;  ///< effective
   std::vector<std::int32_t> killed;
 
-  /// Clock of platform/clock.h, and by how much each reading moves it on.
+  /// Clock of platform/system/clock.h, and by how much each reading moves it on.
   double continuousSeconds = 0;
   double secondsPerReading = 0;
 
   std::vector<std::pair<std::int32_t, std::uint32_t>> notedApplications;  ///< pid and user
   std::vector<std::pair<std::string, std::vector<std::string>>> launches;
-  std::optional<std::string> launchError;
+  std::optional<Failure> launchError;  ///< with which every launch of an application fails
 
-  std::map<std::string, power::Status> assertionStatus;  ///< by type; others succeed
-  power::Status releaseStatus = 0;
+  std::map<std::string, int> assertionStatus;  ///< number of the failure, by type; others succeed
+  int releaseStatus = 0;
   std::map<power::AssertionID, std::pair<std::string, std::string>> assertions;  ///< held ones: type and name
 
-  std::optional<std::string> launchFailure;  ///< reason with which every launch fails
+  std::optional<Failure> launchFailure;  ///< with which every launch of a child fails
   bool childrenIgnoreTermination = false;
   /// By PID, which are 1001 and so on. A launched child writes "output" and a line end to its output, if it has one.
   std::map<std::int32_t, std::shared_ptr<ChildTask::Implementation>> children;

@@ -4,9 +4,10 @@ namespace platform {
 
 namespace {
 
-bool call(const std::string& name) {
+Result<void> call(const std::string& name) {
   fake::preferences().calls.push_back(name);
-  return !fake::preferences().failing.contains(name);
+  if (fake::preferences().failing.contains(name)) return Failure(0, fake::preferences().errorText);
+  return {};
 }
 
 }  // namespace
@@ -21,41 +22,37 @@ namespace preferences {
 class Session::Implementation {
  public:
   Implementation() = default;
-  ~Implementation() { call("release"); }
+  ~Implementation() { fake::preferences().calls.push_back("release"); }
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
 };
 
-std::unique_ptr<Session> Session::create(const std::string& name) {
-  if (!call("create " + name)) return nullptr;
+Result<std::unique_ptr<Session>> Session::create(const std::string& name, const std::string&) {
+  if (auto created = call("create " + name); !created) return created.error();
   return std::make_unique<Session>(std::make_unique<Implementation>());
 }
 
 Session::Session(std::unique_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
 Session::~Session() = default;
 
-bool Session::lock(bool wait) {
+Result<void> Session::lock(bool wait) {
   return call(wait ? "lock waiting" : "lock");
 }
-bool Session::setValue(const std::string& path, const boost::json::value& value) {
+Result<void> Session::setValue(const std::string& path, const boost::json::value& value) {
   fake::preferences().values.emplace_back(path, value);
   return call("set " + path);
 }
-bool Session::commit() {
+Result<void> Session::commit() {
   return call("commit");
 }
-bool Session::apply() {
+Result<void> Session::apply() {
   return call("apply");
 }
 void Session::synchronize() {
-  call("synchronize");
+  fake::preferences().calls.push_back("synchronize");
 }
 void Session::unlock() {
-  call("unlock");
-}
-
-std::string lastErrorText() {
-  return fake::preferences().errorText;
+  fake::preferences().calls.push_back("unlock");
 }
 
 }  // namespace preferences

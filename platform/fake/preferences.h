@@ -14,7 +14,7 @@ namespace platform::fake {
 struct Preferences {
   /// The calls that fail, as they stand in `calls`.
   std::set<std::string> failing;
-  std::string errorText = "Success!";
+  std::string errorText;  ///< of their failures
 
   /// What was called, in order: "create BrimoHelper", "lock waiting", "set PATH", "commit", "apply", "synchronize",
   /// "unlock", "release".

@@ -46,59 +46,64 @@ using Event = std::variant<Message, Error>;
 /// One accepted connection. Used on the main queue only.
 class Connection {
  public:
-  class Implementation;
-  explicit Connection(std::shared_ptr<Implementation> implementation);
-  ~Connection();
+  class Implementation;  ///< each system's own
+
+  Connection() = default;
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  virtual ~Connection() = default;
 
   /// For log lines.
-  std::string description() const;
+  virtual std::string description() const = 0;
 
   /// The peer's process ID, 0 when it cannot be told.
-  std::int32_t peerPID() const;
+  virtual std::int32_t peerPID() const = 0;
 
   /// Effective user ID of the peer at the moment when it connected.
-  std::uint32_t peerUserID() const;
+  virtual std::uint32_t peerUserID() const = 0;
 
   /// The peer's process; from resume() on it is held.
-  const Process& peer() const;
+  virtual const Process& peer() const = 0;
 
   /// From resume() on, only a peer whose running image satisfies the requirement is heard. Returns 0, or the status
   /// with which the requirement text or the peer's process ID was refused: of code_signing.h on Linux, of XPC's own on
   /// macOS.
-  [[nodiscard]] std::int32_t setPeerCodeSigningRequirement(const std::string& requirement);
+  [[nodiscard]] virtual std::int32_t setPeerCodeSigningRequirement(const std::string& requirement) = 0;
 
-  void setEventHandler(std::function<void(const Event&)> handler);
+  virtual void setEventHandler(std::function<void(const Event&)> handler) = 0;
 
   /// Starts the delivery of events.
-  void resume();
+  virtual void resume() = 0;
 
   /// Ends the connection; the handler then gets one connectionInvalid event, not before this call has returned, and is
   /// let go afterwards.
-  void cancel();
-
- private:
-  std::shared_ptr<Implementation> implementation_;
+  virtual void cancel() = 0;
 };
 
 using ListenerEvent = std::variant<std::shared_ptr<Connection>, Error>;
+
+struct ServiceSettings {
+  std::string name;
+  std::int64_t build = 0;   ///< what the greeting tells the client; macOS has no greeting
+  std::string clientGroup;  ///< group that a client must have connected with; empty: any. Linux only
+};
 
 /// The endpoint of a service. Used on the main queue, or before that is served. A new connection delivers nothing
 /// before its resume().
 class Listener {
  public:
-  class Implementation;
+  class Implementation;  ///< each system's own
 
-  /// The endpoint named serviceName, or null when it cannot be had. On Linux the greeting tells the client `build`.
-  static std::unique_ptr<Listener> create(const std::string& serviceName, std::int64_t build);
+  /// Null when the endpoint cannot be had.
+  static std::unique_ptr<Listener> create(const ServiceSettings& settings);
 
-  explicit Listener(std::unique_ptr<Implementation> implementation);
-  ~Listener();
+  Listener() = default;
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
+  virtual ~Listener() = default;
 
-  void setEventHandler(std::function<void(const ListenerEvent&)> handler);
-  void resume();
-
- private:
-  std::unique_ptr<Implementation> implementation_;
+  virtual void setEventHandler(std::function<void(const ListenerEvent&)> handler) = 0;
+  virtual void resume() = 0;
 };
 
 }  // namespace platform::ipc

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/result.h"
+
 namespace platform {
 
 /// On Linux a NetworkManager connection: its UUID, its name, and the interface that it is active on.
@@ -13,7 +15,7 @@ struct NetworkService {
   std::string interface;  ///< empty when there is none; on Linux only that of an active one is known
 };
 
-/// All services. Needs no privilege. Throws std::runtime_error when the system does not tell.
-std::vector<NetworkService> networkServices();
+/// All services. Needs no privilege.
+Result<std::vector<NetworkService>> networkServices();
 
 }  // namespace platform

@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/base/result.h"
+
 namespace platform::preferences {
 
 // Keys of the store, the same on every platform (SCSchemaDefinitions.h).
@@ -14,29 +16,29 @@ inline constexpr char networkServices[] = "NetworkServices";
 inline constexpr char proxiesEntity[] = "Proxies";
 inline constexpr char ipv4Entity[] = "IPv4";
 
-/// A session of changes to the network preferences. Used by one thread. Where a step returns false, lastErrorText()
-/// says why. Destroying a session unlocks it, and drops what was not committed.
+/// A session of changes to the network preferences. Used by one thread. The sentence of a failure is the system's text
+/// for it (on macOS SCErrorString()). Destroying a session unlocks it, and drops what was not committed.
 class Session {
  public:
   class Implementation;
 
-  /// Null when no session can be had. `name` says who asks.
-  static std::unique_ptr<Session> create(const std::string& name);
+  /// `name` says who asks. On Linux `store` is the folder below /var/lib that holds the preferences; macOS has its own.
+  static Result<std::unique_ptr<Session>> create(const std::string& name, const std::string& store);
 
   explicit Session(std::unique_ptr<Implementation> implementation);
   ~Session();
 
   /// Locks the preferences against other sessions. With `wait`, blocks until they are free.
-  [[nodiscard]] bool lock(bool wait);
+  Result<void> lock(bool wait);
 
   /// Sets the value at a path of "/"-separated keys that begins with "/"; makes what is missing on the way.
-  [[nodiscard]] bool setValue(const std::string& path, const boost::json::value& value);
+  Result<void> setValue(const std::string& path, const boost::json::value& value);
 
   /// Writes the changes to the store, all or none. The session must hold the lock.
-  [[nodiscard]] bool commit();
+  Result<void> commit();
 
   /// Has the running system use what was committed.
-  [[nodiscard]] bool apply();
+  Result<void> apply();
 
   /// Forgets what was read of the store, so that the next use of the session reads it anew.
   void synchronize();
@@ -46,8 +48,5 @@ class Session {
  private:
   std::unique_ptr<Implementation> implementation_;
 };
-
-/// Text of the last error of a session on this thread; "Success!" when there was none.
-std::string lastErrorText();
 
 }  // namespace platform::preferences

@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/base/file_descriptor.h"
+#include "platform/base/result.h"
 
 namespace platform {
 
@@ -30,8 +30,8 @@ class ChildTask {
   /// time; one that was replaced is not called any more, nor is any when this object is gone.
   void setTerminationHandler(std::function<void()> handler);
 
-  /// Starts the child. Absent on success, else the reason, empty where the system gives none. Called once.
-  [[nodiscard]] std::optional<std::string> launch();
+  /// Starts the child. The sentence of a failure is the system's reason, empty where it gives none. Called once.
+  Result<void> launch();
 
   /// Process ID of the launched child; 0 when none was.
   std::int32_t processIdentifier() const;

@@ -8,12 +8,12 @@
 
 namespace platform {
 
-bool requestHopLimit(int socket) {
+Result<void> requestHopLimit(int socket) {
   int on = 1;
-  return setsockopt(socket, IPPROTO_IPV6, IPV6_2292HOPLIMIT, &on, sizeof on) == 0;
+  return resultOfCall(setsockopt(socket, IPPROTO_IPV6, IPV6_2292HOPLIMIT, &on, sizeof on));
 }
 
-std::optional<ReceivedICMPv6> receiveICMPv6(int socket, std::span<std::uint8_t> buffer) {
+Result<ReceivedICMPv6> receiveICMPv6(int socket, std::span<std::uint8_t> buffer) {
   sockaddr_in6 source{};
   alignas(cmsghdr) std::array<std::uint8_t, CMSG_SPACE(sizeof(int))> ancillary;
   iovec vector{.iov_base = buffer.data(), .iov_len = buffer.size()};
@@ -25,7 +25,7 @@ std::optional<ReceivedICMPv6> receiveICMPv6(int socket, std::span<std::uint8_t> 
   header.msg_control = ancillary.data();
   header.msg_controllen = ancillary.size();
   auto length = recvmsg(socket, &header, 0);
-  if (length < 0) return std::nullopt;
+  if (length < 0) return lastFailure();
   return ReceivedICMPv6{.length = static_cast<std::size_t>(length),
                         .source = bsdSocketAddress(source),
                         .hopLimit = hopLimitIn(std::span(ancillary).first(header.msg_controllen))};

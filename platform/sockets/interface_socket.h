@@ -1,4 +1,4 @@
-// Sockets that work on one interface. Any thread. "False", "empty" and "absent" mean that errno says why.
+// Sockets that work on one interface. Any thread. The sentence of a failure is the errno's text alone.
 #pragma once
 
 #include <array>
@@ -10,46 +10,45 @@
 #include <vector>
 
 #include "platform/base/file_descriptor.h"
+#include "platform/base/result.h"
 
 namespace platform {
 
-/// Makes a socket (socket(2)) that is closed on exec; empty on failure.
-FileDescriptor openSocket(int family, int type, int protocol);
+/// Makes a socket (socket(2)) that is closed on exec.
+Result<FileDescriptor> openSocket(int family, int type, int protocol);
 
 /// Lets a port be bound that is only left over from a closed socket, but never one that a socket holds (on macOS:
-/// holds on the same address); false on failure.
-[[nodiscard]] bool allowReuseOfPort(int socket);
+/// holds on the same address).
+Result<void> allowReuseOfPort(int socket);
 
-/// Has an IPv4 or IPv6 socket send by one interface and receive from it alone; false on failure.
-[[nodiscard]] bool bindToInterface(int socket, const std::string& interfaceName);
+/// Has an IPv4 or IPv6 socket send by one interface and receive from it alone.
+Result<void> bindToInterface(int socket, const std::string& interfaceName);
 
 /// Gives a socket, as far as the system allows, a receive buffer that a flood of packets does not fill at once.
 void enlargeReceiveBuffer(int socket);
 
-/// Binds an IPv4 socket to a port (host byte order) on all addresses; false on failure. Fails with EADDRINUSE while any
-/// other socket holds the port (on macOS: on all addresses), even one that is bound to another interface.
-[[nodiscard]] bool bindToPort(int socket, std::uint16_t port);
+/// Binds an IPv4 socket to a port (host byte order) on all addresses. Fails with EADDRINUSE while any other socket
+/// holds the port (on macOS: on all addresses), even one that is bound to another interface.
+Result<void> bindToPort(int socket, std::uint16_t port);
 
 /// The link-layer address of an interface, in network order; empty when there is no such interface or it has none.
-/// Absent when the interfaces cannot be told.
-std::optional<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceName);
+Result<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceName);
 
 /// Opens what receiveDatagram() reads from: the UDP datagrams to a port (host byte order) that come in by one
 /// interface, even while the interface has no address. `socket` is the socket that is bound to both, or about to be.
-/// Empty on failure.
-FileDescriptor openDatagramReceiver(int socket, const std::string& interfaceName, std::uint16_t port);
+Result<FileDescriptor> openDatagramReceiver(int socket, const std::string& interfaceName, std::uint16_t port);
 
 struct ReceivedDatagram {
   std::size_t length = 0;                ///< as much of the payload as found room in the buffer
   std::array<std::uint8_t, 4> source{};  ///< IPv4 address, network order
 };
 
-/// Takes a waiting datagram, never waits for one: absent with EAGAIN when there is none, or only one that was damaged
+/// Takes a waiting datagram, never waits for one: fails with EAGAIN when there is none, or only one that was damaged
 /// on the way.
-std::optional<ReceivedDatagram> receiveDatagram(int receiver, std::span<std::uint8_t> buffer);
+Result<ReceivedDatagram> receiveDatagram(int receiver, std::span<std::uint8_t> buffer);
 
-/// Has receiveICMPv6() tell hop limits for a raw ICMPv6 socket; false on failure.
-[[nodiscard]] bool requestHopLimit(int socket);
+/// Has receiveICMPv6() tell hop limits for a raw ICMPv6 socket.
+Result<void> requestHopLimit(int socket);
 
 struct ReceivedICMPv6 {
   std::size_t length = 0;                 ///< as much of the datagram as found room in the buffer
@@ -57,7 +56,7 @@ struct ReceivedICMPv6 {
   std::optional<int> hopLimit;            ///< as received
 };
 
-/// Waits for a datagram on a raw ICMPv6 socket, as long as its SO_RCVTIMEO allows; absent on failure.
-std::optional<ReceivedICMPv6> receiveICMPv6(int socket, std::span<std::uint8_t> buffer);
+/// Waits for a datagram on a raw ICMPv6 socket, as long as its SO_RCVTIMEO allows: then it fails with EAGAIN.
+Result<ReceivedICMPv6> receiveICMPv6(int socket, std::span<std::uint8_t> buffer);
 
 }  // namespace platform

@@ -9,8 +9,8 @@ namespace platform {
 
 namespace {
 
-/// The error's text, absent on success. Any thread.
-std::optional<std::string> launch(const std::string& path, const std::vector<std::string>& arguments) {
+/// Any thread.
+Result<void> launch(const std::string& path, const std::vector<std::string>& arguments) {
   @autoreleasepool {
     NSMutableArray<NSString*>* list = [NSMutableArray array];
     for (const auto& argument : arguments) [list addObject:@(argument.c_str())];
@@ -23,12 +23,12 @@ std::optional<std::string> launch(const std::string& path, const std::vector<std
                                                       options:NSWorkspaceLaunchAsync
                                                 configuration:@{NSWorkspaceLaunchConfigurationArguments : list}
                                                         error:&error]) {
-      return std::nullopt;
+      return {};
     }
 #pragma clang diagnostic pop
     NSString* description = error.description;
     const char* text = description.UTF8String;
-    return text ? text : "(null)";
+    return Failure(0, text ? text : "(null)");
   }
 }
 
@@ -36,11 +36,11 @@ std::optional<std::string> launch(const std::string& path, const std::vector<std
 
 void noteRunningApplication(const Process&, std::uint32_t) {}
 
-void openApplication(const std::string& path, const std::vector<std::string>& arguments,
-                     std::function<void(std::optional<std::string> error)> completion) {
+void openApplication(const std::string&, const std::string& path, const std::vector<std::string>& arguments,
+                     std::function<void(const Result<void>& launched)> completion) {
   // The call asks other processes and waits for their answer.
   dispatch::async(dispatch::globalQueue(), [path, arguments, completion = std::move(completion)] {
-    dispatch::async(dispatch::mainQueue(), [completion, error = launch(path, arguments)] { completion(error); });
+    dispatch::async(dispatch::mainQueue(), [completion, launched = launch(path, arguments)] { completion(launched); });
   });
 }
 

@@ -5,12 +5,11 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <sstream>
 
 #include "platform/application/linux/environment.h"
 #include "platform/application/linux/launch.h"
+#include "platform/base/file_io.h"
 #include "platform/dispatch/dispatch.h"
 
 namespace platform {
@@ -28,15 +27,10 @@ std::optional<ApplicationIdentity>& notedIdentity() {
 /// The beginning of a file below /proc/PID; absent when it cannot be read.
 std::optional<std::string> readProcessFile(std::int32_t pid, const char* name) {
   FileDescriptor file(open(fmt::format("/proc/{}/{}", pid, name).c_str(), O_RDONLY | O_CLOEXEC));
-  std::string content;
-  std::array<char, 16'384> piece;
-  while (content.size() < maximumSize) {
-    auto length = read(file.get(), piece.data(), piece.size());
-    if (length < 0 && errno == EINTR) continue;
-    if (length < 0) return std::nullopt;
-    if (length == 0) break;
-    content.append(piece.data(), static_cast<std::size_t>(length));
-  }
+  std::string content(maximumSize, '\0');
+  auto length = readInto(file.get(), content);
+  if (!length) return std::nullopt;
+  content.resize(*length);
   return content;
 }
 
@@ -75,12 +69,12 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
   notedIdentity() = identityOf(process, userID);
 }
 
-void openApplication(const std::string& path, const std::vector<std::string>& arguments,
-                     std::function<void(std::optional<std::string> error)> completion) {
-  auto launch = [path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
-    auto error = identity ? launchApplication(path, arguments, *identity)
-                          : std::make_optional<std::string>("it is not known as whom it ran");
-    dispatch::async(dispatch::mainQueue(), [completion, error] { completion(error); });
+void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
+                     std::function<void(const Result<void>& launched)> completion) {
+  auto launch = [identifier, path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
+    auto launched = identity ? launchApplication(identifier, path, arguments, *identity)
+                             : Failure(0, "it is not known as whom it ran");
+    dispatch::async(dispatch::mainQueue(), [completion, launched] { completion(launched); });
   };
   // Reading the user database and starting a program may take their time.
   dispatch::async(dispatch::globalQueue(), std::move(launch));

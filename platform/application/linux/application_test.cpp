@@ -16,8 +16,8 @@ constexpr char unknown[] = "it is not known as whom it ran";
 void launchAfter(const std::function<void()>& prepare) {
   dispatch::async(dispatch::mainQueue(), [prepare] {
     prepare();
-    openApplication("/nowhere/Brimo", {}, [](const std::optional<std::string>& error) {
-      fmt::print(stderr, "{}", error.value_or("launched"));
+    openApplication("com.example.test", "/nowhere/Brimo", {}, [](const Result<void>& launched) {
+      fmt::print(stderr, "{}", launched ? "launched" : launched.error().what());
       std::exit(dispatch::isMainThread() ? 0 : 1);
     });
   });

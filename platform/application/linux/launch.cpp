@@ -13,10 +13,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <system_error>
 
-#include "build_constants.h"
 #include "platform/base/file_descriptor.h"
+#include "platform/base/file_io.h"
 #include "platform/base/linux/system_bus.h"
 
 namespace platform {
@@ -147,9 +146,8 @@ class Launch {
     Report result{"fork", ECHILD};
     while (true) {
       Report report;
-      auto length = read(descriptor, &report, sizeof report);
-      if (length < 0 && errno == EINTR) continue;
-      if (length != sizeof report) return result;
+      auto length = readInto(descriptor, {reinterpret_cast<char*>(&report), sizeof report});
+      if (!length || *length < sizeof report) return result;
       if (report.failedStep) return report;
       result = report;
     }
@@ -164,31 +162,29 @@ class Launch {
 
 /// Has systemd, where it is there, take the application out of this service into a scope among the user's processes:
 /// there it is counted, limited and ended as they are. Where that fails it goes on all the same.
-void moveToUsersSlice(pid_t application, uid_t user) {
+void moveToUsersSlice(const std::string& identifier, pid_t application, uid_t user) {
   if (sd_booted() <= 0) return;
   constexpr BusMethod startTransientUnit{"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
                                          "org.freedesktop.systemd1.Manager", "StartTransientUnit"};
-  auto scope = fmt::format("app-{}-{}.scope", ClientBundleIdentifier, application);
+  auto scope = fmt::format("app-{}-{}.scope", identifier, application);
   auto slice = fmt::format("user-{}.slice", user);
   auto writeArguments = [&](sd_bus_message* call) {
     return sd_bus_message_append(call, "ssa(sv)a(sa(sv))", scope.c_str(), "fail", 3, "Slice", "s", slice.c_str(),
                                  "PIDs", "au", 1, static_cast<std::uint32_t>(application), "CollectMode", "s",
                                  "inactive-or-failed", 0);
   };
-  callSystemBus(startTransientUnit, writeArguments, [](sd_bus_message*) { return 0; });
+  [[maybe_unused]] auto moved = callSystemBus(startTransientUnit, writeArguments, [](sd_bus_message*) { return 0; });
 }
 
 }  // namespace
 
-std::optional<std::string> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
-                                             ApplicationIdentity identity) {
+Result<void> launchApplication(const std::string& identifier, const std::string& path,
+                               const std::vector<std::string>& arguments, ApplicationIdentity identity) {
   auto user = identity.user;
   auto report = Launch(path, arguments, std::move(identity)).run();
-  if (report.failedStep) {
-    return fmt::format("{}: {}", report.failedStep, std::generic_category().message(report.number));
-  }
-  moveToUsersSlice(report.number, user);
-  return std::nullopt;
+  if (report.failedStep) return failureOf(report.number, report.failedStep);
+  moveToUsersSlice(identifier, report.number, user);
+  return {};
 }
 
 }  // namespace platform

@@ -3,9 +3,10 @@
 
 #include <sys/types.h>
 
-#include <optional>
 #include <string>
 #include <vector>
+
+#include "platform/base/result.h"
 
 namespace platform {
 
@@ -20,9 +21,9 @@ struct ApplicationIdentity {
 /// Starts the executable at `path`: as the identity says, in the home folder or else "/", in a session of its own, with
 /// /dev/null as its standard descriptors and no other, the file creation mask 022 and default signal handling. What the
 /// environment lacks of HOME, USER, LOGNAME, SHELL and PATH is filled in. The application is no child of the caller.
-/// Blocks until it runs or has failed to; absent on success, else the step that failed and why. Called by a thread that
-/// no signals are delivered to.
-std::optional<std::string> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
-                                             ApplicationIdentity identity);
+/// Where systemd runs, its scope is named after `identifier`. Blocks until it runs or has failed to; the sentence of a
+/// failure names the step. Called by a thread that no signals are delivered to.
+Result<void> launchApplication(const std::string& identifier, const std::string& path,
+                               const std::vector<std::string>& arguments, ApplicationIdentity identity);
 
 }  // namespace platform

@@ -7,6 +7,8 @@
 #include <functional>
 #include <memory>
 
+#include "platform/base/result.h"
+
 namespace platform {
 
 struct BusRelease {
@@ -17,11 +19,12 @@ using SystemBus = std::unique_ptr<sd_bus, BusRelease>;
 using BusMessage = std::unique_ptr<sd_bus_message, BusRelease>;
 using BusDeadline = std::chrono::steady_clock::time_point;
 
-/// Opens a connection of its own and waits to be let in. Returns 0 or a negative errno: -ETIMEDOUT at the deadline.
-int openSystemBus(SystemBus& bus, BusDeadline deadline);
+/// Opens a connection of its own and waits to be let in. Fails with ETIMEDOUT at the deadline.
+Result<SystemBus> openSystemBus(BusDeadline deadline);
 
-/// sd_bus_call(3) over an open connection, with -ETIMEDOUT at the deadline. `error` may be null.
-int callUntil(BusDeadline deadline, sd_bus* bus, sd_bus_message* request, sd_bus_error* error, BusMessage& reply);
+/// sd_bus_call(3) over an open connection; returns the reply. Fails with ETIMEDOUT at the deadline. `error`, which may
+/// be null, says what the other side answered in place of a reply.
+Result<BusMessage> callUntil(BusDeadline deadline, sd_bus* bus, sd_bus_message* request, sd_bus_error* error);
 
 struct BusMethod {
   const char* service;
@@ -31,9 +34,9 @@ struct BusMethod {
 };
 
 /// Calls a method over a connection of its own. `writeArguments` and `readReply` are called with the message and return
-/// a negative errno when they fail. Returns 0, or the errno of what failed: ETIMEDOUT when bus and service took longer
-/// than two seconds in all. Any thread.
-int callSystemBus(const BusMethod& method, const std::function<int(sd_bus_message*)>& writeArguments,
-                  const std::function<int(sd_bus_message*)>& readReply);
+/// a negative errno when they fail. Fails with ETIMEDOUT when bus and service took longer than two seconds in all. Any
+/// thread.
+Result<void> callSystemBus(const BusMethod& method, const std::function<int(sd_bus_message*)>& writeArguments,
+                           const std::function<int(sd_bus_message*)>& readReply);
 
 }  // namespace platform

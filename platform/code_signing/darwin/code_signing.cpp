@@ -12,25 +12,23 @@ static_assert(success == errSecSuccess && requirementFailed == errSecCSReqFailed
               unsignedCode == errSecCSUnsigned && noSuchCode == errSecCSNoSuchCode &&
               noSuchFile == errSecCSStaticCodeNotFound);
 
-Status parse(const std::string& text, CFOwner<SecRequirementRef>& requirement) {
+Result<CFOwner<SecRequirementRef>> parse(const std::string& text) {
   auto string = makeString(text);
-  if (!string) return requirementInvalid;
-  return make<SecRequirementRef>(requirement, [&](auto* result) {
-    return SecRequirementCreateWithString(string.get(), kSecCSDefaultFlags, result);
-  });
+  if (!string) return Failure(requirementInvalid, "the requirement is not UTF-8");
+  return make<SecRequirementRef>(
+      [&](auto* result) { return SecRequirementCreateWithString(string.get(), kSecCSDefaultFlags, result); });
 }
 
 Status checkFile(const std::string& path, const std::string& requirementText) {
   CFOwner<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), false));
   if (!url) return noSuchFile;
-  CFOwner<SecStaticCodeRef> code;
-  CFOwner<SecRequirementRef> requirement;
-  auto status = make<SecStaticCodeRef>(
-      code, [&](auto* result) { return SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, result); });
-  if (status == success) status = parse(requirementText, requirement);
-  return status == success ? SecStaticCodeCheckValidity(code.get(), kSecCSDoNotValidateResources, requirement.get())
-                           : status;
+  auto code = make<SecStaticCodeRef>(
+      [&](auto* result) { return SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, result); });
+  if (!code) return code.error().number;
+  auto requirement = parse(requirementText);
+  if (!requirement) return requirement.error().number;
+  return SecStaticCodeCheckValidity(code->get(), kSecCSDoNotValidateResources, requirement->get());
 }
 
 }  // namespace platform::code_signing

@@ -6,20 +6,22 @@
 #include <string>
 
 #include "platform/base/darwin/core_foundation.h"
+#include "platform/base/result.h"
 #include "platform/code_signing/code_signing.h"
 
 namespace platform::code_signing {
 
-/// Has `create` make an object of Security's. Returns its status; `object` is owned from here on, null on failure.
+/// Has `create` make an object of Security's. Fails with its Status.
 template <class Reference, class Create>
-Status make(CFOwner<Reference>& object, Create create) {
+Result<CFOwner<Reference>> make(Create create) {
   Reference reference = nullptr;
   Status status = create(&reference);
-  object.reset(reference);
-  return status;
+  CFOwner<Reference> object(reference);
+  if (status != success) return Failure(status, "status " + std::to_string(status) + " of Security");
+  return object;
 }
 
-/// Reads a requirement; its status, `requirement` owned from here on.
-Status parse(const std::string& text, CFOwner<SecRequirementRef>& requirement);
+/// Reads a requirement. Fails with a Status.
+Result<CFOwner<SecRequirementRef>> parse(const std::string& text);
 
 }  // namespace platform::code_signing

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <map>
 #include <tuple>
 
@@ -42,29 +41,30 @@ Status checkOpenFile(int descriptor, const std::string& requirementText) {
     return requirement->isSatisfiedBy(found->second) ? success : requirementFailed;
   }
   // The digest comes last: reading a large file through is only worth it when all else is in order.
-  CodeSignature signature;
-  if (auto status = readSignatureOfFile(descriptor, anchorPEM, signature); status != success) return status;
-  if (!requirement->isSatisfiedBy(signature)) return requirementFailed;
-  if (!payloadMatches(descriptor, signature)) return signatureFailed;
+  auto signature = readSignatureOfFile(descriptor, anchorPEM);
+  if (!signature) return signature.error().number;
+  if (!requirement->isSatisfiedBy(*signature)) return requirementFailed;
+  if (!payloadMatches(descriptor, *signature)) return signatureFailed;
   if (files.size() >= maximumVerifiedFiles) files.clear();
-  files.emplace(state, std::move(signature));
+  files.emplace(state, std::move(*signature));
   return success;
 }
 
-Status statusOfOpen() {
-  return errno == ENOENT || errno == ENOTDIR || errno == ELOOP ? noSuchFile : signatureFailed;
+Status statusOf(const Failure& failure) {
+  const int number = failure.number;
+  return number == ENOENT || number == ENOTDIR || number == ELOOP ? noSuchFile : signatureFailed;
 }
 
 }  // namespace
 
 Status checkRunningImage(std::int32_t pid, const std::string& requirement) {
   auto image = openTrustedImage(pid);
-  return image ? checkOpenFile(image.get(), requirement) : statusOfOpen();
+  return image ? checkOpenFile(image->get(), requirement) : statusOf(image.error());
 }
 
 Status checkFile(const std::string& path, const std::string& requirement) {
   auto file = openTrustedFile(path);
-  return file ? checkOpenFile(file.get(), requirement) : statusOfOpen();
+  return file ? checkOpenFile(file->get(), requirement) : statusOf(file.error());
 }
 
 }  // namespace platform::code_signing

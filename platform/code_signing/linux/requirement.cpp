@@ -33,10 +33,9 @@ bool hasSubject(X509* certificate, int attribute, const std::string& expected) {
   return false;
 }
 
-struct SyntaxError {
-  std::size_t position;
-  std::string expected;
-};
+Failure syntaxError(std::size_t position, std::string_view expected) {
+  return {0, fmt::format("byte {}: expected {}", position, expected)};
+}
 
 bool isWordCharacter(char character) {
   return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
@@ -53,7 +52,7 @@ class RequirementParser {
   CodeRequirement requirement() {
     auto result = disjunction(0);
     skipBlanks();
-    if (position_ < text_.size()) throw SyntaxError{position_, "\"and\", \"or\" or the end"};
+    if (position_ < text_.size()) throw syntaxError(position_, "\"and\", \"or\" or the end");
     return CodeRequirement(std::move(result));
   }
 
@@ -81,7 +80,7 @@ class RequirementParser {
   }
 
   Predicate primary(int nesting) {
-    if (nesting > maximumNesting) throw SyntaxError{position_, "less nesting"};
+    if (nesting > maximumNesting) throw syntaxError(position_, "less nesting");
     if (accept("!")) {
       return [inner = primary(nesting + 1)](const CodeSignature& signature) { return !inner(signature); };
     }
@@ -100,7 +99,7 @@ class RequirementParser {
       return [identifier = string()](const CodeSignature& signature) { return signature.identifier == identifier; };
     }
     if (acceptWord("certificate")) return certificate();
-    throw SyntaxError{position_, "a requirement"};
+    throw syntaxError(position_, "a requirement");
   }
 
   Predicate certificate() {
@@ -116,7 +115,7 @@ class RequirementParser {
     // OpenSSL takes names of objects too, hence the look at the first character.
     if (kind == "field" && !name.empty() && name[0] >= '0' && name[0] <= '9') {
       std::shared_ptr<ASN1_OBJECT> field(OBJ_txt2obj(name.c_str(), 1), ASN1_OBJECT_free);
-      if (!field) throw SyntaxError{start, "an object identifier"};
+      if (!field) throw syntaxError(start, "an object identifier");
       accept("/* exists */");
       return [position, field](const CodeSignature& signature) {
         auto* found = certificateAt(signature, position);
@@ -125,7 +124,7 @@ class RequirementParser {
     }
     int attribute = kind == "subject" ? OBJ_sn2nid(name.c_str()) : NID_undef;
     if (attribute == NID_undef)
-      throw SyntaxError{start, "\"field.\" and an object identifier or \"subject.\" and an attribute"};
+      throw syntaxError(start, "\"field.\" and an object identifier or \"subject.\" and an attribute");
     expect("=");
     return [position, attribute, expected = string()](const CodeSignature& signature) {
       auto* found = certificateAt(signature, position);
@@ -142,7 +141,7 @@ class RequirementParser {
     int position = 0;
     auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), position);
     if (word.empty() || error != std::errc() || end != word.data() + word.size()) {
-      throw SyntaxError{start, "\"leaf\", \"anchor\", \"root\" or a number"};
+      throw syntaxError(start, "\"leaf\", \"anchor\", \"root\" or a number");
     }
     return position;
   }
@@ -150,7 +149,7 @@ class RequirementParser {
   std::string string() {
     skipBlanks();
     auto end = text_.substr(position_).starts_with('"') ? text_.find('"', position_ + 1) : text_.npos;
-    if (end == text_.npos) throw SyntaxError{position_, "a text in double quotes"};
+    if (end == text_.npos) throw syntaxError(position_, "a text in double quotes");
     std::string result(text_.substr(position_ + 1, end - position_ - 1));
     position_ = end + 1;
     return result;
@@ -174,7 +173,7 @@ class RequirementParser {
   }
 
   void expectWord(std::string_view wanted) {
-    if (!acceptWord(wanted)) throw SyntaxError{position_, fmt::format("\"{}\"", wanted)};
+    if (!acceptWord(wanted)) throw syntaxError(position_, fmt::format("\"{}\"", wanted));
   }
 
   bool accept(std::string_view wanted) {
@@ -185,21 +184,17 @@ class RequirementParser {
   }
 
   void expect(std::string_view wanted) {
-    if (!accept(wanted)) throw SyntaxError{position_, fmt::format("\"{}\"", wanted)};
+    if (!accept(wanted)) throw syntaxError(position_, fmt::format("\"{}\"", wanted));
   }
 
   std::string_view text_;
   std::size_t position_ = 0;
 };
 
-std::optional<CodeRequirement> CodeRequirement::parse(std::string_view text, std::string* problem) {
-  try {
-    return RequirementParser(text).requirement();
-  } catch (const SyntaxError& error) {
-    ERR_clear_error();
-    if (problem) *problem = fmt::format("byte {}: expected {}", error.position, error.expected);
-    return std::nullopt;
-  }
+Result<CodeRequirement> CodeRequirement::parse(std::string_view text) {
+  auto requirement = attempt([&] { return RequirementParser(text).requirement(); });
+  ERR_clear_error();
+  return requirement;
 }
 
 }  // namespace platform::code_signing

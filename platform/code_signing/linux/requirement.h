@@ -10,18 +10,18 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 
+#include "platform/base/result.h"
 #include "platform/code_signing/linux/signature.h"
 
 namespace platform::code_signing {
 
 class CodeRequirement {
  public:
-  /// Absent when the text is not of the language; `problem`, where given, then says what is wrong at which byte.
-  static std::optional<CodeRequirement> parse(std::string_view text, std::string* problem = nullptr);
+  /// Fails when the text is not of the language; the sentence says what is wrong at which byte.
+  static Result<CodeRequirement> parse(std::string_view text);
 
   bool isSatisfiedBy(const CodeSignature& signature) const { return predicate_(signature); }
 

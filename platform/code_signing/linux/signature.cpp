@@ -72,7 +72,9 @@ std::vector<std::shared_ptr<X509>> verifiedChain(X509* leaf, STACK_OF(X509) * un
   return chain;
 }
 
-/// Reads the code directory; false unless it is exactly of its form.
+const Failure notInOrder(signatureFailed, "the signature is not in order");
+
+/// Reads the code directory into the signature; false unless it is exactly of its form.
 bool readCodeDirectory(std::string_view text, CodeSignature& signature) {
   boost::json::error_code error;
   auto parsed = boost::json::parse({text.data(), text.size()}, error);
@@ -92,32 +94,34 @@ bool readCodeDirectory(std::string_view text, CodeSignature& signature) {
          signature.payloadSHA256.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
-bool verifySignature(std::span<const std::uint8_t> bytes, const std::string& anchor, CodeSignature& signature) {
-  if (bytes.empty() || bytes.size() > maximumCMSLength) return false;
+std::optional<CodeSignature> verifySignature(std::span<const std::uint8_t> bytes, const std::string& anchor) {
+  if (bytes.empty() || bytes.size() > maximumCMSLength) return std::nullopt;
   const auto* position = bytes.data();
   CMSPointer cms(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(bytes.size())));
-  if (!cms || position != bytes.data() + bytes.size()) return false;
-  if (OBJ_obj2nid(CMS_get0_type(cms.get())) != NID_pkcs7_signed) return false;
+  if (!cms || position != bytes.data() + bytes.size()) return std::nullopt;
+  if (OBJ_obj2nid(CMS_get0_type(cms.get())) != NID_pkcs7_signed) return std::nullopt;
 
   auto* signers = CMS_get0_SignerInfos(cms.get());
-  if (sk_CMS_SignerInfo_num(signers) != 1) return false;
+  if (sk_CMS_SignerInfo_num(signers) != 1) return std::nullopt;
   X509_ALGOR* digest = nullptr;
   CMS_SignerInfo_get0_algs(sk_CMS_SignerInfo_value(signers, 0), nullptr, nullptr, &digest, nullptr);
-  if (!digest || OBJ_obj2nid(digest->algorithm) != NID_sha256) return false;
+  if (!digest || OBJ_obj2nid(digest->algorithm) != NID_sha256) return std::nullopt;
 
   BIOPointer content(BIO_new(BIO_s_mem()));
   constexpr unsigned flags = CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY;  // the chain is verified below, to be kept
-  if (!content || CMS_verify(cms.get(), nullptr, nullptr, nullptr, content.get(), flags) != 1) return false;
+  if (!content || CMS_verify(cms.get(), nullptr, nullptr, nullptr, content.get(), flags) != 1) return std::nullopt;
   STACK_OF(X509)* found = CMS_get0_signers(cms.get());
   X509* leaf = found && sk_X509_num(found) == 1 ? sk_X509_value(found, 0) : nullptr;
   CertificatesPointer carried(CMS_get1_certs(cms.get()));
+  CodeSignature signature;
   if (leaf) signature.chain = verifiedChain(leaf, carried.get(), anchor);
   sk_X509_free(found);
-  if (signature.chain.empty()) return false;
+  if (signature.chain.empty()) return std::nullopt;
 
   char* text = nullptr;
   auto length = BIO_get_mem_data(content.get(), &text);
-  return readCodeDirectory({text, static_cast<std::size_t>(length)}, signature);
+  if (!readCodeDirectory({text, static_cast<std::size_t>(length)}, signature)) return std::nullopt;
+  return signature;
 }
 
 bool readAt(int descriptor, std::span<std::uint8_t> bytes, std::uint64_t offset) {
@@ -133,30 +137,32 @@ bool readAt(int descriptor, std::span<std::uint8_t> bytes, std::uint64_t offset)
 
 }  // namespace
 
-Status readSignature(std::span<const std::uint8_t> cms, const std::string& anchor, CodeSignature& signature) {
-  bool valid = verifySignature(cms, anchor, signature);
+Result<CodeSignature> readSignature(std::span<const std::uint8_t> cms, const std::string& anchor) {
+  auto signature = verifySignature(cms, anchor);
   ERR_clear_error();
-  return valid ? success : signatureFailed;
+  if (!signature) return notInOrder;
+  return std::move(*signature);
 }
 
-Status readSignatureOfFile(int descriptor, const std::string& anchor, CodeSignature& signature) {
+Result<CodeSignature> readSignatureOfFile(int descriptor, const std::string& anchor) {
   struct stat status;
   std::array<std::uint8_t, trailerSize> trailer;
-  if (fstat(descriptor, &status) != 0) return noSuchFile;
+  if (fstat(descriptor, &status) != 0) return Failure(noSuchFile, "the file cannot be looked at");
   auto size = static_cast<std::uint64_t>(status.st_size);
   if (size < trailerSize || !readAt(descriptor, trailer, size - trailerSize) ||
       std::memcmp(trailer.data() + 8, magic.data(), magic.size()) != 0) {
-    return unsignedCode;
+    return Failure(unsignedCode, "the file is not signed");
   }
   std::uint64_t length = 0;
   for (std::size_t index = 0; index < 8; ++index) length = length << 8 | trailer[index];
-  if (length > maximumCMSLength || length > size - trailerSize) return signatureFailed;
+  if (length > maximumCMSLength || length > size - trailerSize) return notInOrder;
 
   std::vector<std::uint8_t> cms(length);
   std::uint64_t payloadSize = size - trailerSize - length;
-  if (!readAt(descriptor, cms, payloadSize)) return signatureFailed;
-  auto result = readSignature(cms, anchor, signature);
-  return result == success && signature.payloadSize != payloadSize ? signatureFailed : result;
+  if (!readAt(descriptor, cms, payloadSize)) return notInOrder;
+  auto signature = readSignature(cms, anchor);
+  if (signature && signature->payloadSize != payloadSize) return notInOrder;
+  return signature;
 }
 
 bool payloadMatches(int descriptor, const CodeSignature& signature) {

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/result.h"
 #include "platform/code_signing/code_signing.h"
 
 namespace platform::code_signing {
@@ -29,13 +30,13 @@ struct CodeSignature {
   std::vector<std::shared_ptr<X509>> chain;  ///< leaf first, the anchor last
 };
 
-/// Reads the code directory from a CMS and verifies its signature and chain. Certificate dates do not count. Returns
-/// signatureFailed for whatever is not in order.
-Status readSignature(std::span<const std::uint8_t> cms, const std::string& anchor, CodeSignature& signature);
+/// Reads the code directory from a CMS and verifies its signature and chain. Certificate dates do not count. Fails
+/// with the Status signatureFailed for whatever is not in order.
+Result<CodeSignature> readSignature(std::span<const std::uint8_t> cms, const std::string& anchor);
 
-/// Reads and verifies the signature at the end of a file, but not yet the payload's digest. Returns unsignedCode when
-/// there is none.
-Status readSignatureOfFile(int descriptor, const std::string& anchor, CodeSignature& signature);
+/// Reads and verifies the signature at the end of a file, but not yet the payload's digest. Fails with a Status:
+/// unsignedCode when there is none.
+Result<CodeSignature> readSignatureOfFile(int descriptor, const std::string& anchor);
 
 /// Whether the payload of the file has the digest that was signed.
 bool payloadMatches(int descriptor, const CodeSignature& signature);

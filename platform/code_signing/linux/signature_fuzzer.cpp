@@ -17,15 +17,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     return std::string(std::istreambuf_iterator<char>(file), {});
   }();
   // Whatever verifies is what was signed.
-  auto check = [](Status status, const CodeSignature& signature) {
-    if (status == success && (signature.identifier != "com.example.brimo" || signature.payloadSize != 3)) std::abort();
+  auto check = [](const platform::Result<CodeSignature>& signature) {
+    if (signature && (signature->identifier != "com.example.brimo" || signature->payloadSize != 3)) std::abort();
   };
-  CodeSignature alone, ofFile;
-  check(readSignature({bytes, size}, anchor, alone), alone);
+  check(readSignature({bytes, size}, anchor));
 
   platform::FileDescriptor file(memfd_create("fuzzed", MFD_CLOEXEC));
   if (write(file.get(), bytes, size) != static_cast<ssize_t>(size)) std::abort();
-  check(readSignatureOfFile(file.get(), anchor, ofFile), ofFile);
-  payloadMatches(file.get(), ofFile);
+  auto ofFile = readSignatureOfFile(file.get(), anchor);
+  check(ofFile);
+  if (ofFile) payloadMatches(file.get(), *ofFile);
   return 0;
 }

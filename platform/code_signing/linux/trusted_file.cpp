@@ -8,7 +8,6 @@
 #include <sys/vfs.h>
 
 #include <array>
-#include <cerrno>
 #include <list>
 
 #include "platform/process/process.h"
@@ -19,16 +18,16 @@ namespace {
 
 constexpr int maximumLinks = 40;  // as the kernel's own path walk (path_resolution(7))
 
-/// Whether only root can change what the descriptor names, which must be of the given type (S_IFREG or S_IFDIR).
-bool isTrusted(int descriptor, mode_t type) {
+/// Fails unless only root can change what the descriptor names, which must be of the given type (S_IFREG or S_IFDIR).
+Result<void> checkTrust(int descriptor, mode_t type) {
   struct stat status;
   struct statfs fileSystem;
-  if (fstat(descriptor, &status) != 0 || fstatfs(descriptor, &fileSystem) != 0) return false;
+  if (fstat(descriptor, &status) != 0 || fstatfs(descriptor, &fileSystem) != 0) return lastFailure();
   // A user's own file system server may claim any owner and mode.
   bool trusted = (status.st_mode & S_IFMT) == type && status.st_uid == 0 &&
                  (status.st_mode & (S_IWGRP | S_IWOTH)) == 0 && fileSystem.f_type != FUSE_SUPER_MAGIC;
-  if (!trusted) errno = EPERM;
-  return trusted;
+  if (!trusted) return failureOf(EPERM);
+  return {};
 }
 
 /// Puts the components of a path before the rest of the way.
@@ -43,20 +42,17 @@ void prepend(std::list<std::string>& rest, std::string_view path) {
 }
 
 /// Walks a path through trusted folders only. The result is opened with O_PATH.
-FileDescriptor walk(const std::string& path, mode_t type) {
-  if (!path.starts_with('/') || path.size() >= PATH_MAX) {
-    errno = EINVAL;
-    return {};
-  }
+Result<FileDescriptor> walk(const std::string& path, mode_t type) {
+  if (!path.starts_with('/') || path.size() >= PATH_MAX) return failureOf(EINVAL);
   auto root = [] { return FileDescriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)); };
   auto current = root();
   std::list<std::string> rest;
   prepend(rest, path);
   for (int links = 0; !rest.empty();) {
-    if (!isTrusted(current.get(), S_IFDIR)) return {};
+    if (auto trust = checkTrust(current.get(), S_IFDIR); !trust) return trust.error();
     FileDescriptor next(openat(current.get(), rest.front().c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status;
-    if (!next || fstat(next.get(), &status) != 0) return {};
+    if (!next || fstat(next.get(), &status) != 0) return lastFailure();
     rest.pop_front();
     if (!S_ISLNK(status.st_mode)) {
       current = std::move(next);
@@ -64,31 +60,32 @@ FileDescriptor walk(const std::string& path, mode_t type) {
     }
     std::array<char, PATH_MAX> target;
     auto length = readlinkat(next.get(), "", target.data(), target.size());
-    if (length <= 0 || ++links > maximumLinks) {
-      errno = ELOOP;
-      return {};
-    }
+    if (length <= 0 || ++links > maximumLinks) return failureOf(ELOOP);
     if (target[0] == '/') current = root();
     prepend(rest, {target.data(), static_cast<std::size_t>(length)});
   }
-  if (!isTrusted(current.get(), type)) return {};
+  if (auto trust = checkTrust(current.get(), type); !trust) return trust.error();
   return current;
 }
 
 }  // namespace
 
-FileDescriptor openTrustedFile(const std::string& path) {
-  auto file = walk(path, S_IFREG);
-  if (!file) return {};
-  return FileDescriptor(open(fmt::format("/proc/self/fd/{}", file.get()).c_str(), O_RDONLY | O_CLOEXEC));
+Result<FileDescriptor> openTrustedFile(const std::string& path) {
+  auto found = walk(path, S_IFREG);
+  if (!found) return found;
+  FileDescriptor file(open(fmt::format("/proc/self/fd/{}", found->get()).c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file) return lastFailure();
+  return file;
 }
 
-FileDescriptor openTrustedImage(std::int32_t pid) {
+Result<FileDescriptor> openTrustedImage(std::int32_t pid) {
   auto path = executablePath(pid);
-  if (!path) return {};
-  if (!walk(path->substr(0, std::max<std::size_t>(path->rfind('/'), 1)), S_IFDIR)) return {};
+  if (!path) return failureOf(ENOENT);
+  auto folder = walk(path->substr(0, std::max<std::size_t>(path->rfind('/'), 1)), S_IFDIR);
+  if (!folder) return folder;
   FileDescriptor image(open(fmt::format("/proc/{}/exe", pid).c_str(), O_RDONLY | O_CLOEXEC));
-  if (!image || !isTrusted(image.get(), S_IFREG)) return {};
+  if (!image) return lastFailure();
+  if (auto trust = checkTrust(image.get(), S_IFREG); !trust) return trust.error();
   return image;
 }
 

@@ -4,16 +4,17 @@
 #include <string>
 
 #include "platform/base/file_descriptor.h"
+#include "platform/base/result.h"
 
 namespace platform {
 
 /// Opens a regular file for reading, provided that root owns it, nobody else may write it, and the same holds of every
-/// folder on the way to it. Symbolic links are followed where they stand in such folders. Empty otherwise, with errno:
+/// folder on the way to it. Symbolic links are followed where they stand in such folders. Fails with
 /// EPERM when others could change the file or it is not a regular one. Never waits on a FIFO or a device.
-FileDescriptor openTrustedFile(const std::string& path);
+Result<FileDescriptor> openTrustedFile(const std::string& path);
 
 /// Opens the file that a process runs, under the same conditions. The file is the one that runs even when its path
 /// names another by now.
-FileDescriptor openTrustedImage(std::int32_t pid);
+Result<FileDescriptor> openTrustedImage(std::int32_t pid);
 
 }  // namespace platform

@@ -21,7 +21,7 @@ class TrustedFileTest : public testing::Test {
 
   int openError(const std::string& path) {
     errno = 0;
-    return openTrustedFile(path) ? 0 : errno;
+    return openTrustedFile(path).error().number;
   }
 
   test::TemporaryFolder folder{std::filesystem::path("/opt")};

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <system_error>
 
+#include "platform/base/result.h"
 #include "platform/dispatch/darwin/dispatch_reference.h"
 
 namespace platform::dispatch {
@@ -56,7 +56,7 @@ class TimerSource::State {
   State(const Queue& queue, const Schedule& schedule, std::function<void()> handler)
       : source_(darwin::DispatchSource::adopt(
             dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, queue.implementation().queue()))) {
-    if (!source_) throw std::system_error(errno, std::generic_category(), "cannot make a timer");
+    if (!source_) throw lastFailure("cannot make a timer");
     // The cancel handler runs once no call of the handler does.
     dispatch_set_context(source_.get(), new Work(std::move(handler)));
     dispatch_source_set_event_handler_f(source_.get(), run);

@@ -2,18 +2,9 @@
 
 #include <signal.h>
 
-#include <stdexcept>
-#include <system_error>
+#include "platform/base/result.h"
 
 namespace platform {
-
-namespace {
-
-void require(int result, const char* what) {
-  if (result < 0) throw std::system_error(-result, std::generic_category(), what);
-}
-
-}  // namespace
 
 // The state outlives its source for the length of a call, so that a handler may destroy the source that runs it.
 struct EventSource::State : std::enable_shared_from_this<State> {
@@ -48,7 +39,7 @@ EventSource& EventSource::operator=(EventSource&& other) noexcept {
 sd_event* mainEventLoop() {
   static sd_event* loop = [] {
     sd_event* made = nullptr;
-    require(sd_event_default(&made), "cannot make the main event loop");
+    check(sd_event_default(&made), "cannot make the main event loop");
     return made;
   }();
   return loop;
@@ -61,8 +52,8 @@ EventSource EventSource::io(int descriptor, std::uint32_t events, std::function<
     State::call(userdata, ready);
     return 0;
   };
-  require(sd_event_add_io(mainEventLoop(), &state->source, descriptor, events, callback, state.get()),
-          "cannot watch a descriptor");
+  check(sd_event_add_io(mainEventLoop(), &state->source, descriptor, events, callback, state.get()),
+        "cannot watch a descriptor");
   return EventSource(std::move(state));
 }
 
@@ -76,8 +67,8 @@ EventSource EventSource::signal(int number, std::function<void()> handler) {
   sigset_t set;
   sigemptyset(&set);
   sigaddset(&set, number);
-  require(-pthread_sigmask(SIG_BLOCK, &set, nullptr), "cannot block a signal");
-  require(sd_event_add_signal(mainEventLoop(), &state->source, number, callback, state.get()), "cannot watch a signal");
+  check(-pthread_sigmask(SIG_BLOCK, &set, nullptr), "cannot block a signal");
+  check(sd_event_add_signal(mainEventLoop(), &state->source, number, callback, state.get()), "cannot watch a signal");
   return EventSource(std::move(state));
 }
 
@@ -88,18 +79,18 @@ EventSource EventSource::timer(std::function<void()> handler) {
     State::call(userdata, 0);
     return 0;
   };
-  require(sd_event_add_time(mainEventLoop(), &state->source, CLOCK_MONOTONIC, UINT64_MAX, 0, callback, state.get()),
-          "cannot make a timer");
+  check(sd_event_add_time(mainEventLoop(), &state->source, CLOCK_MONOTONIC, UINT64_MAX, 0, callback, state.get()),
+        "cannot make a timer");
   return EventSource(std::move(state));
 }
 
 void EventSource::startTimer(std::uint64_t microseconds) {
-  require(sd_event_source_set_time_relative(state_->source, microseconds), "cannot set a timer");
-  require(sd_event_source_set_enabled(state_->source, SD_EVENT_ONESHOT), "cannot start a timer");
+  check(sd_event_source_set_time_relative(state_->source, microseconds), "cannot set a timer");
+  check(sd_event_source_set_enabled(state_->source, SD_EVENT_ONESHOT), "cannot start a timer");
 }
 
 void EventSource::setEvents(std::uint32_t events) {
-  require(sd_event_source_set_io_events(state_->source, events), "cannot watch a descriptor");
+  check(sd_event_source_set_io_events(state_->source, events), "cannot watch a descriptor");
 }
 
 }  // namespace platform

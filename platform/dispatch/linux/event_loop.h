@@ -12,7 +12,8 @@ namespace platform {
 /// The loop of the main thread, made on first use.
 sd_event* mainEventLoop();
 
-/// A source of events on the main loop; detached and its handler destroyed with this object, which the handler itself
+/// A source of events on the main loop. What fails throws a Failure: without its events the program cannot go on.
+/// A source is detached and its handler destroyed with this object, which the handler itself
 /// may bring about.
 class EventSource {
  public:

@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <deque>
 #include <mutex>
-#include <system_error>
 
 #include "platform/base/file_descriptor.h"
+#include "platform/base/result.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/dispatch/linux/event_loop.h"
 #include "platform/dispatch/linux/queues.h"
@@ -20,7 +20,7 @@ namespace {
 class MainQueue : public Queue::Implementation {
  public:
   MainQueue() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!wake_) throw std::system_error(errno, std::generic_category(), "cannot make the main queue");
+    if (!wake_) throw lastFailure("cannot make the main queue");
   }
 
   void add(Work work) override {

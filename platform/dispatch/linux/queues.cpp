@@ -26,12 +26,10 @@ class GlobalQueue : public Queue::Implementation {
 
  private:
   void addWorker() {
-    try {
-      startThread([this] { serve(); }).detach();
-      ++workers_;
-    } catch (const std::system_error&) {
-      if (workers_ == 0) throw;  // else the work waits for one of the others
-    }
+    auto worker = startThread([this] { serve(); });
+    if (!worker && workers_ > 0) return;  // the work waits for one of the others
+    worker.value().detach();
+    ++workers_;
   }
 
   void serve() noexcept {

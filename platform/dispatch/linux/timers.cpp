@@ -7,9 +7,9 @@
 #include <cerrno>
 #include <mutex>
 #include <set>
-#include <system_error>
 
 #include "platform/base/file_descriptor.h"
+#include "platform/base/result.h"
 #include "platform/base/thread.h"
 #include "platform/dispatch/dispatch.h"
 
@@ -57,7 +57,7 @@ class ClockTimers {
  public:
   explicit ClockTimers(clockid_t clock)
       : clock_(clock), descriptor_(timerfd_create(clock, TFD_CLOEXEC | TFD_NONBLOCK)) {
-    if (!descriptor_) throw std::system_error(errno, std::generic_category(), "cannot make a timer");
+    if (!descriptor_) throw lastFailure("cannot make a timer");
   }
 
   int descriptor() const { return descriptor_.get(); }
@@ -130,7 +130,7 @@ class Timers {
 
  private:
   Timers() {
-    startThread([this] { serve(); }).detach();
+    startThread([this] { serve(); }).value().detach();
   }
 
   ClockTimers& timersOf(Clock clock) { return clock == Clock::wall ? wall_ : monotonic_; }

@@ -2,6 +2,7 @@
 
 #include <dispatch/dispatch.h>
 
+#include "platform/ipc/darwin/sender.h"
 #include "platform/ipc/darwin/values.h"
 
 namespace platform::ipc {
@@ -90,33 +91,6 @@ void Connection::Implementation::cancel() {
 
 void Connection::Implementation::deliver(const Event& event) {
   if (auto handler = delivery_->handler) (*handler)(event);
-}
-
-Connection::Connection(std::shared_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
-Connection::~Connection() = default;
-std::string Connection::description() const {
-  return implementation_->description();
-}
-std::int32_t Connection::peerPID() const {
-  return implementation_->peerPID();
-}
-std::uint32_t Connection::peerUserID() const {
-  return implementation_->peerUserID();
-}
-const Process& Connection::peer() const {
-  return implementation_->peer();
-}
-std::int32_t Connection::setPeerCodeSigningRequirement(const std::string& requirement) {
-  return implementation_->setPeerCodeSigningRequirement(requirement);
-}
-void Connection::setEventHandler(std::function<void(const Event&)> handler) {
-  implementation_->setEventHandler(std::move(handler));
-}
-void Connection::resume() {
-  implementation_->resume();
-}
-void Connection::cancel() {
-  implementation_->cancel();
 }
 
 }  // namespace platform::ipc

@@ -9,21 +9,19 @@ namespace platform::ipc {
 /// The error that an XPC object stands for; `other` for an object that is none.
 Error errorOf(xpc_object_t object);
 
-class Connection::Implementation {
+class Connection::Implementation final : public Connection {
  public:
   explicit Implementation(xpc_connection_t connection);
-  ~Implementation();
-  Implementation(const Implementation&) = delete;
-  Implementation& operator=(const Implementation&) = delete;
+  ~Implementation() override;
 
-  std::string description() const;
-  std::int32_t peerPID() const { return peer_.pid(); }
-  const Process& peer() const { return peer_; }
-  std::uint32_t peerUserID() const;
-  std::int32_t setPeerCodeSigningRequirement(const std::string& requirement);
-  void setEventHandler(std::function<void(const Event&)> handler);
-  void resume();
-  void cancel();
+  std::string description() const override;
+  std::int32_t peerPID() const override { return peer_.pid(); }
+  const Process& peer() const override { return peer_; }
+  std::uint32_t peerUserID() const override;
+  std::int32_t setPeerCodeSigningRequirement(const std::string& requirement) override;
+  void setEventHandler(std::function<void(const Event&)> handler) override;
+  void resume() override;
+  void cancel() override;
 
   /// Hands an event to the handler.
   void deliver(const Event& event);

@@ -80,8 +80,7 @@ TEST(IPCConnectionDeathTest, DeliversMessagesRepliesAndTheEnd) {
     auto listener = XPCConnection::adopt(xpc_connection_create(nullptr, dispatch_get_main_queue()));
     xpc_connection_set_event_handler(listener.get(), ^(xpc_object_t object) {
       if (xpc_get_type(object) != XPC_TYPE_CONNECTION) std::exit(4);
-      auto peer = std::make_shared<Connection::Implementation>(static_cast<xpc_connection_t>(object));
-      auto connection = std::make_shared<Connection>(std::move(peer));
+      auto connection = std::make_shared<Connection::Implementation>(static_cast<xpc_connection_t>(object));
       if (connection->peerPID() != getpid() || connection->description().empty()) std::exit(5);
       connection->setEventHandler(
           [connection, seen = std::make_shared<Seen>()](const Event& event) { handle(*seen, event); });
@@ -89,7 +88,7 @@ TEST(IPCConnectionDeathTest, DeliversMessagesRepliesAndTheEnd) {
     });
     xpc_connection_resume(listener.get());
     xpc_endpoint_t endpoint = xpc_endpoint_create(listener.get());
-    startThread([endpoint] { runClient(endpoint); }).detach();
+    startThread([endpoint] { runClient(endpoint); }).value().detach();
     dispatch::dispatchMain();
   };
   EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");

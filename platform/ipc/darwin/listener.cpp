@@ -4,46 +4,44 @@
 #include <cerrno>
 #include <cstdlib>
 #include <list>
-#include <system_error>
 
+#include "platform/base/result.h"
 #include "platform/dispatch/darwin/dispatch_reference.h"
 #include "platform/ipc/darwin/connection.h"
 
 namespace platform::ipc {
 
-class Listener::Implementation {
+class Listener::Implementation final : public Listener {
  public:
   explicit Implementation(darwin::XPCConnection service)
       : service_(std::move(service)),
         termination_(darwin::DispatchSource::adopt(
             dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, SIGTERM, 0, dispatch_get_main_queue()))) {
-    if (!termination_) throw std::system_error(errno, std::generic_category(), "cannot watch for SIGTERM");
+    if (!termination_) throw lastFailure("cannot watch for SIGTERM");
     setEventHandler([](const ListenerEvent&) {});
     dispatch_source_set_event_handler(termination_.get(), ^{
       terminate();
     });
   }
   // Neither may be released before it was activated.
-  ~Implementation() {
+  ~Implementation() override {
     xpc_connection_cancel(service_.get());
     xpc_connection_activate(service_.get());
     dispatch_source_cancel(termination_.get());
     dispatch_activate(termination_.get());
   }
-  Implementation(const Implementation&) = delete;
-  Implementation& operator=(const Implementation&) = delete;
 
-  void setEventHandler(std::function<void(const ListenerEvent&)> handler) {
+  void setEventHandler(std::function<void(const ListenerEvent&)> handler) override {
     xpc_connection_set_event_handler(service_.get(), ^(xpc_object_t object) {
       if (xpc_get_type(object) != XPC_TYPE_CONNECTION) return handler(errorOf(object));
       auto peer = std::make_shared<Connection::Implementation>(static_cast<xpc_connection_t>(object));
       connections_.remove_if([](const auto& connection) { return connection.expired(); });
       connections_.push_back(peer);
-      handler(std::make_shared<Connection>(std::move(peer)));
+      handler(std::move(peer));
     });
   }
 
-  void resume() {
+  void resume() override {
     // The source hears of it all the same (signal(3), dispatch_source_create(3)).
     signal(SIGTERM, SIG_IGN);
     dispatch_activate(termination_.get());
@@ -70,20 +68,11 @@ class Listener::Implementation {
   std::list<std::weak_ptr<Connection::Implementation>> connections_;
 };
 
-std::unique_ptr<Listener> Listener::create(const std::string& serviceName, std::int64_t) {
+std::unique_ptr<Listener> Listener::create(const ServiceSettings& settings) {
   auto service = darwin::XPCConnection::adopt(xpc_connection_create_mach_service(
-      serviceName.c_str(), dispatch_get_main_queue(), XPC_CONNECTION_MACH_SERVICE_LISTENER));
+      settings.name.c_str(), dispatch_get_main_queue(), XPC_CONNECTION_MACH_SERVICE_LISTENER));
   if (!service) return nullptr;
-  return std::make_unique<Listener>(std::make_unique<Implementation>(std::move(service)));
-}
-
-Listener::Listener(std::unique_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
-Listener::~Listener() = default;
-void Listener::setEventHandler(std::function<void(const ListenerEvent&)> handler) {
-  implementation_->setEventHandler(std::move(handler));
-}
-void Listener::resume() {
-  implementation_->resume();
+  return std::make_unique<Implementation>(std::move(service));
 }
 
 }  // namespace platform::ipc

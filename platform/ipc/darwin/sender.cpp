@@ -1,18 +1,18 @@
+#include "platform/ipc/darwin/sender.h"
+
 #include <Security/Security.h>
 
 #include "platform/code_signing/darwin/requirement.h"
-#include "platform/ipc/darwin/values.h"
 
 namespace platform::ipc {
 
 code_signing::Status checkSender(const Sender& sender, const std::string& requirementText) {
-  CFOwner<SecCodeRef> code;
-  CFOwner<SecRequirementRef> requirement;
-  auto status = code_signing::make<SecCodeRef>(
-      code, [&](auto* result) { return SecCodeCreateWithXPCMessage(sender.message(), kSecCSDefaultFlags, result); });
-  if (status == code_signing::success) status = code_signing::parse(requirementText, requirement);
-  return status == code_signing::success ? SecCodeCheckValidity(code.get(), kSecCSDefaultFlags, requirement.get())
-                                         : status;
+  auto code = code_signing::make<SecCodeRef>(
+      [&](auto* result) { return SecCodeCreateWithXPCMessage(sender.message(), kSecCSDefaultFlags, result); });
+  if (!code) return code.error().number;
+  auto requirement = code_signing::parse(requirementText);
+  if (!requirement) return requirement.error().number;
+  return SecCodeCheckValidity(code->get(), kSecCSDefaultFlags, requirement->get());
 }
 
 }  // namespace platform::ipc

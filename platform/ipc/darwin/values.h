@@ -1,8 +1,10 @@
 // Typed dictionaries as XPC carries them.
 #pragma once
 
+#include <string>
+
 #include "platform/ipc/darwin/xpc_reference.h"
-#include "platform/ipc/service.h"
+#include "platform/ipc/dictionary.h"
 
 namespace platform::ipc {
 
@@ -14,15 +16,5 @@ void setValues(xpc_object_t message, const Dictionary& dictionary);
 
 /// What XPC says of an object, for log lines.
 std::string descriptionOf(xpc_object_t object);
-
-/// The message itself is what attests its sender.
-class Sender {
- public:
-  explicit Sender(xpc_object_t message) : message_(darwin::XPCObject::share(message)) {}
-  xpc_object_t message() const { return message_.get(); }
-
- private:
-  darwin::XPCObject message_;
-};
 
 }  // namespace platform::ipc

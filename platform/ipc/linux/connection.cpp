@@ -194,31 +194,4 @@ void Connection::Implementation::close() {
   closed_();
 }
 
-Connection::Connection(std::shared_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
-Connection::~Connection() = default;
-std::string Connection::description() const {
-  return implementation_->description();
-}
-const Process& Connection::peer() const {
-  return implementation_->peer();
-}
-std::uint32_t Connection::peerUserID() const {
-  return implementation_->peerUserID();
-}
-std::int32_t Connection::peerPID() const {
-  return implementation_->peerPID();
-}
-std::int32_t Connection::setPeerCodeSigningRequirement(const std::string& requirement) {
-  return implementation_->setPeerCodeSigningRequirement(requirement);
-}
-void Connection::setEventHandler(std::function<void(const Event&)> handler) {
-  implementation_->setEventHandler(std::move(handler));
-}
-void Connection::resume() {
-  implementation_->resume();
-}
-void Connection::cancel() {
-  implementation_->cancel();
-}
-
 }  // namespace platform::ipc

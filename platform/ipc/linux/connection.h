@@ -20,20 +20,20 @@ struct Endpoint {
   std::optional<gid_t> requiredGroup;
 };
 
-class Connection::Implementation : public std::enable_shared_from_this<Implementation> {
+class Connection::Implementation final : public Connection, public std::enable_shared_from_this<Implementation> {
  public:
   /// Takes over an accepted, non-blocking socket. `closed` is called once, when the socket is given back.
   Implementation(FileDescriptor socket, std::shared_ptr<const Endpoint> endpoint, std::function<void()> closed);
-  ~Implementation();
+  ~Implementation() override;
 
-  std::string description() const;
-  std::int32_t peerPID() const { return sender_->pid(); }
-  std::uint32_t peerUserID() const { return sender_->uid(); }
-  const Process& peer() const { return sender_->process(); }
-  std::int32_t setPeerCodeSigningRequirement(const std::string& requirement);
-  void setEventHandler(std::function<void(const Event&)> handler);
-  void resume();
-  void cancel();
+  std::string description() const override;
+  std::int32_t peerPID() const override { return sender_->pid(); }
+  std::uint32_t peerUserID() const override { return sender_->uid(); }
+  const Process& peer() const override { return sender_->process(); }
+  std::int32_t setPeerCodeSigningRequirement(const std::string& requirement) override;
+  void setEventHandler(std::function<void(const Event&)> handler) override;
+  void resume() override;
+  void cancel() override;
 
   /// Hands an event to the handler.
   void deliver(const Event& event);

@@ -13,7 +13,6 @@
 #include <list>
 #include <map>
 
-#include "build_constants.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/ipc/linux/connection.h"
 #include "platform/ipc/linux/endpoint.h"
@@ -62,26 +61,24 @@ bool passCredentials(int socket) {
   return setsockopt(socket, SOL_SOCKET, SO_PASSCRED, &on, sizeof on) == 0;
 }
 
-/// The group that a client must have connected with. A group that does not exist is one that nobody is in.
-std::optional<gid_t> requiredGroup() {
-  if (*BRHClientGroup == '\0') return std::nullopt;
-  if (const auto* entry = getgrnam(BRHClientGroup)) return entry->gr_gid;
-  systemLog(fmt::format("There is no group {}: every client will be refused", BRHClientGroup));
+/// The group of that name; absent when the name is empty. A group that does not exist is one that nobody is in.
+std::optional<gid_t> groupNamed(const std::string& name) {
+  if (name.empty()) return std::nullopt;
+  if (const auto* entry = getgrnam(name.c_str())) return entry->gr_gid;
+  systemLog(fmt::format("There is no group {}: every client will be refused", name));
   return static_cast<gid_t>(-1);
 }
 
 }  // namespace
 
-class Listener::Implementation {
+class Listener::Implementation final : public Listener {
  public:
-  Implementation(FileDescriptor socket, Dictionary greeting)
-      : socket_(std::move(socket)),
-        endpoint_(
-            std::make_shared<Endpoint>(Endpoint{.greeting = std::move(greeting), .requiredGroup = requiredGroup()})) {}
+  Implementation(FileDescriptor socket, Endpoint endpoint)
+      : socket_(std::move(socket)), endpoint_(std::make_shared<Endpoint>(std::move(endpoint))) {}
 
-  void setEventHandler(std::function<void(const ListenerEvent&)> handler) { handler_ = std::move(handler); }
+  void setEventHandler(std::function<void(const ListenerEvent&)> handler) override { handler_ = std::move(handler); }
 
-  void resume() {
+  void resume() override {
     pause_ = EventSource::timer([this] { readiness_.setEvents(EPOLLIN); });
     readiness_ = EventSource::io(socket_.get(), EPOLLIN, [this](std::uint32_t) { accept(); });
     termination_ = EventSource::signal(SIGTERM, [this] { terminate(); });
@@ -109,7 +106,7 @@ class Listener::Implementation {
       if (--perUser_[user] == 0) perUser_.erase(user);
     });
     *entry = connection;
-    handler_(std::make_shared<Connection>(connection));
+    handler_(std::move(connection));
   }
 
   void terminate() {
@@ -134,8 +131,8 @@ class Listener::Implementation {
   std::map<uid_t, std::size_t> perUser_;
 };
 
-std::unique_ptr<Listener> Listener::create(const std::string& serviceName, std::int64_t build) {
-  auto path = endpointPath(serviceName);
+std::unique_ptr<Listener> Listener::create(const ServiceSettings& settings) {
+  auto path = endpointPath(settings.name);
   auto socket = activatedSocket(path);
   if (!socket) {
     socket = boundSocket(path);
@@ -145,17 +142,9 @@ std::unique_ptr<Listener> Listener::create(const std::string& serviceName, std::
   if (!passCredentials(socket.get()) || flags < 0 || fcntl(socket.get(), F_SETFL, flags | O_NONBLOCK) != 0) {
     return nullptr;
   }
-  Dictionary greeting{{"service", serviceName}, {"build", build}};
-  return std::make_unique<Listener>(std::make_unique<Implementation>(std::move(socket), std::move(greeting)));
-}
-
-Listener::Listener(std::unique_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
-Listener::~Listener() = default;
-void Listener::setEventHandler(std::function<void(const ListenerEvent&)> handler) {
-  implementation_->setEventHandler(std::move(handler));
-}
-void Listener::resume() {
-  implementation_->resume();
+  Endpoint endpoint{.greeting = {{"service", settings.name}, {"build", settings.build}},
+                    .requiredGroup = groupNamed(settings.clientGroup)};
+  return std::make_unique<Implementation>(std::move(socket), std::move(endpoint));
 }
 
 }  // namespace platform::ipc

@@ -3,16 +3,14 @@
 
 #include <SystemConfiguration/SystemConfiguration.h>
 
-#include <stdexcept>
-
 #include "platform/base/darwin/core_foundation.h"
 
 namespace platform {
 
-std::vector<NetworkService> networkServices() {
+Result<std::vector<NetworkService>> networkServices() {
   CFOwner<SCPreferencesRef> preferences(SCPreferencesCreate(kCFAllocatorDefault, CFSTR("BrimoHelper"), nullptr));
   CFOwner<CFArrayRef> all(preferences ? SCNetworkServiceCopyAll(preferences.get()) : nullptr);
-  if (!all) throw std::runtime_error(SCErrorString(SCError()));
+  if (!all) return Failure(SCError(), SCErrorString(SCError()));
 
   std::vector<NetworkService> services;
   for (CFIndex index = 0; index < CFArrayGetCount(all.get()); ++index) {

@@ -9,12 +9,13 @@ namespace platform::preferences {
 
 namespace {
 
-/// Whether the last step on this thread failed by our own judgement, of which the system knows nothing.
-thread_local bool wasRefused = false;
+Failure failureWith(int status) {
+  return {status, SCErrorString(status)};
+}
 
-bool result(Boolean success) {
-  wasRefused = false;
-  return success != 0;
+Result<void> result(Boolean success) {
+  if (!success) return failureWith(SCError());
+  return {};
 }
 
 }  // namespace
@@ -28,7 +29,10 @@ class Session::Implementation {
 
   SCPreferencesRef get() const { return preferences_.get(); }
 
-  bool lock(bool wait) { return isLocked_ = result(SCPreferencesLock(get(), wait)); }
+  Result<void> lock(bool wait) {
+    isLocked_ = SCPreferencesLock(get(), wait) != 0;
+    return result(isLocked_);
+  }
 
   void unlock() {
     if (isLocked_) SCPreferencesUnlock(get());
@@ -40,11 +44,11 @@ class Session::Implementation {
   bool isLocked_ = false;
 };
 
-std::unique_ptr<Session> Session::create(const std::string& name) {
+Result<std::unique_ptr<Session>> Session::create(const std::string& name, const std::string&) {
   const auto text = makeString(name);
-  if (!text) return nullptr;
+  if (!text) return failureWith(kSCStatusInvalidArgument);
   CFOwner<SCPreferencesRef> preferences(SCPreferencesCreate(kCFAllocatorDefault, text.get(), nullptr));
-  if (!result(preferences != nullptr)) return nullptr;
+  if (!preferences) return failureWith(SCError());
   return std::make_unique<Session>(std::make_unique<Implementation>(std::move(preferences)));
 }
 
@@ -52,26 +56,23 @@ Session::Session(std::unique_ptr<Implementation> implementation) : implementatio
 
 Session::~Session() = default;
 
-bool Session::lock(bool wait) {
+Result<void> Session::lock(bool wait) {
   return implementation_->lock(wait);
 }
 
-bool Session::setValue(const std::string& path, const boost::json::value& value) {
+Result<void> Session::setValue(const std::string& path, const boost::json::value& value) {
   const auto pathText = makeString(path);
   const auto object = propertyList(value);
-  if (!pathText || !object || !value.is_object()) {
-    wasRefused = true;
-    return false;
-  }
+  if (!pathText || !object || !value.is_object()) return failureWith(kSCStatusInvalidArgument);
   return result(
       SCPreferencesPathSetValue(implementation_->get(), pathText.get(), static_cast<CFDictionaryRef>(object.get())));
 }
 
-bool Session::commit() {
+Result<void> Session::commit() {
   return result(SCPreferencesCommitChanges(implementation_->get()));
 }
 
-bool Session::apply() {
+Result<void> Session::apply() {
   return result(SCPreferencesApplyChanges(implementation_->get()));
 }
 
@@ -81,10 +82,6 @@ void Session::synchronize() {
 
 void Session::unlock() {
   implementation_->unlock();
-}
-
-std::string lastErrorText() {
-  return SCErrorString(wasRefused ? static_cast<int>(kSCStatusInvalidArgument) : SCError());
 }
 
 }  // namespace platform::preferences

@@ -18,26 +18,24 @@ TEST(Preferences, KeysAreTheSystemsOwn) {
 
 // Nothing is committed.
 TEST(Preferences, OnlyObjectsOfWhatPropertyListsKnowAreSet) {
-  auto session = preferences::Session::create("platform_tests");
-  ASSERT_TRUE(session) << preferences::lastErrorText();
+  auto session = preferences::Session::create("platform_tests", "").value();
   EXPECT_TRUE(session->setValue("/NetworkServices/none/Proxies", boost::json::object()));
-  EXPECT_FALSE(session->setValue("/NetworkServices/none/Proxies", {{"HTTPEnable", nullptr}}));
-  EXPECT_EQ(preferences::lastErrorText(), "Invalid argument");
+  EXPECT_STREQ(session->setValue("/NetworkServices/none/Proxies", {{"HTTPEnable", nullptr}}).error().what(),
+               "Invalid argument");
   EXPECT_FALSE(session->setValue("/NetworkServices/none/Proxies", "text"));
   EXPECT_TRUE(session->setValue("/NetworkServices/none/Proxies", {{"HTTPEnable", 1}}));
 }
 
 TEST(NetworkServices, HaveIDsAndNames) {
-  for (const auto& service : networkServices()) {
+  for (const auto& service : networkServices().value()) {
     EXPECT_THAT(service.id, testing::Not(testing::IsEmpty()));
   }
 }
 
 TEST(PowerAssertions, AreGivenBackOnce) {
-  power::AssertionID assertion = 0;
-  ASSERT_EQ(power::createAssertion("PreventUserIdleSystemSleep", "platform_tests", assertion), 0);
-  EXPECT_EQ(power::releaseAssertion(assertion), 0);
-  EXPECT_NE(power::releaseAssertion(assertion), 0);
+  auto assertion = power::createAssertion("PreventUserIdleSystemSleep", "platform_tests").value();
+  EXPECT_TRUE(power::releaseAssertion(assertion));
+  EXPECT_FALSE(power::releaseAssertion(assertion));
 }
 
 }  // namespace

@@ -3,10 +3,8 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstring>
 #include <functional>
 #include <set>
-#include <system_error>
 
 namespace platform {
 
@@ -20,19 +18,11 @@ constexpr char connectionInterface[] = "org.freedesktop.NetworkManager.Settings.
 constexpr char activeInterface[] = "org.freedesktop.NetworkManager.Connection.Active";
 constexpr char deviceInterface[] = "org.freedesktop.NetworkManager.Device";
 
-constexpr std::chrono::seconds patience(5);  // a call takes some milliseconds
-
 /// An answer that says no.
-struct Refusal : std::runtime_error {
-  Refusal(const sd_bus_error& error) : runtime_error(error.message ? error.message : error.name), name(error.name) {}
+struct Refusal : Failure {
+  Refusal(const sd_bus_error& error) : Failure(0, error.message ? error.message : error.name), name(error.name) {}
   std::string name;
 };
-
-/// The result of an sd-bus function that reads or writes a message; such a failure is not the other side's.
-int check(int result) {
-  if (result < 0) throw std::system_error(-result, std::generic_category(), "D-Bus message");
-  return result;
-}
 
 const char* readString(sd_bus_message* message, char type) {
   const char* text = nullptr;
@@ -132,15 +122,20 @@ void writeChanged(sd_bus_message* to, sd_bus_message* from, const NetworkManager
 
 }  // namespace
 
-NetworkManager::NetworkManager() : deadline_(std::chrono::steady_clock::now() + patience) {
-  int result = openSystemBus(bus_, deadline_);
-  if (result == -ENOENT || result == -ECONNREFUSED) {
-    throw Absent(fmt::format("no system bus: {}", std::strerror(-result)));
+void NetworkManager::connect() {
+  auto bus = openSystemBus(deadline_);
+  if (bus) {
+    bus_ = std::move(*bus);
+    return;
   }
-  if (result < 0) throw Unavailable(fmt::format("the system bus cannot be had: {}", std::strerror(-result)));
+  const auto failure = bus.error();
+  bool isAbsent = failure.number == ENOENT || failure.number == ECONNREFUSED;
+  presence_ = isAbsent ? Presence::absent : Presence::silent;
+  throw failureOf(failure.number, isAbsent ? "no system bus" : "the system bus cannot be had");
 }
 
 BusMessage NetworkManager::makeCall(const Path& object, const char* interface, const char* method) {
+  if (!bus_) connect();
   sd_bus_message* message = nullptr;
   check(sd_bus_message_new_method_call(bus_.get(), &message, service, object.c_str(), interface, method));
   BusMessage owner(message);
@@ -150,21 +145,23 @@ BusMessage NetworkManager::makeCall(const Path& object, const char* interface, c
 
 BusMessage NetworkManager::call(const BusMessage& request) {
   sd_bus_error error{};
-  BusMessage reply;
-  int result = callUntil(deadline_, bus_.get(), request.get(), &error, reply);
+  auto reply = callUntil(deadline_, bus_.get(), request.get(), &error);
   std::unique_ptr<sd_bus_error, decltype(&sd_bus_error_free)> owner(&error, &sd_bus_error_free);
-  if (result >= 0) {
+  presence_ = Presence::there;
+  if (reply) {
     // Only silence is not waited for: many services may take longer on a busy machine.
     deadline_ = std::chrono::steady_clock::now() + patience;
-    return reply;
+    return std::move(*reply);
   }
   if (sd_bus_error_has_names(&error, SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) {
-    throw Absent("NetworkManager is not running");
+    presence_ = Presence::absent;
+    throw Failure(0, "NetworkManager is not running");
   }
   // What did not come over the bus: time-outs, and the end of the bus or of NetworkManager.
   if (!sd_bus_error_is_set(&error) ||
       sd_bus_error_has_names(&error, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_TIMEOUT, SD_BUS_ERROR_DISCONNECTED)) {
-    throw Unavailable(fmt::format("NetworkManager does not answer: {}", std::strerror(-result)));
+    presence_ = Presence::silent;
+    throw failureOf(reply.error().number, "NetworkManager does not answer");
   }
   throw Refusal(error);
 }
@@ -187,80 +184,94 @@ std::vector<NetworkManager::Path> NetworkManager::list(const Path& object, const
   return paths;
 }
 
-std::vector<NetworkManager::Connection> NetworkManager::connections() {
-  std::vector<Connection> connections;
-  for (auto& path : list(settingsPath, settingsInterface, "ListConnections")) {
-    try {
-      auto reply = call(makeCall(path, connectionInterface, "GetSettings"));
-      Connection connection{.path = std::move(path), .uuid = {}, .name = {}};
-      forEachEntry(reply.get(), "sa{sv}", [&](std::string_view setting) {
-        forEachEntry(reply.get(), "sv", [&](std::string_view key) {
-          bool isID = key == "uuid";
-          if (setting != "connection" || (!isID && key != "id")) return skip(reply.get(), "v");
-          check(sd_bus_message_enter_container(reply.get(), 'v', "s"));
-          (isID ? connection.uuid : connection.name) = readString(reply.get(), 's');
-          check(sd_bus_message_exit_container(reply.get()));
-        });
-      });
-      connections.push_back(std::move(connection));
-    } catch (const Refusal&) {
-      continue;  // another user's, or gone since it was listed
+NetworkManager::Connection NetworkManager::readConnection(const Path& path) {
+  auto reply = call(makeCall(path, connectionInterface, "GetSettings"));
+  Connection connection{.path = path, .uuid = {}, .name = {}};
+  forEachEntry(reply.get(), "sa{sv}", [&](std::string_view setting) {
+    forEachEntry(reply.get(), "sv", [&](std::string_view key) {
+      bool isID = key == "uuid";
+      if (setting != "connection" || (!isID && key != "id")) return skip(reply.get(), "v");
+      check(sd_bus_message_enter_container(reply.get(), 'v', "s"));
+      (isID ? connection.uuid : connection.name) = readString(reply.get(), 's');
+      check(sd_bus_message_exit_container(reply.get()));
+    });
+  });
+  return connection;
+}
+
+Result<std::vector<NetworkManager::Connection>> NetworkManager::connections() {
+  return attempt([this] {
+    std::vector<Connection> connections;
+    for (const auto& path : list(settingsPath, settingsInterface, "ListConnections")) {
+      try {
+        connections.push_back(readConnection(path));
+      } catch (const Refusal&) {
+        continue;  // another user's, or gone since it was listed
+      }
     }
-  }
-  return connections;
+    return connections;
+  });
 }
 
-std::optional<NetworkManager::Path> NetworkManager::findConnection(const std::string& uuid) {
-  if (uuid.find('\0') != uuid.npos) return std::nullopt;
-  auto request = makeCall(settingsPath, settingsInterface, "GetConnectionByUuid");
-  int result = sd_bus_message_append(request.get(), "s", uuid.c_str());
-  if (result == -EINVAL) return std::nullopt;  // D-Bus carries no such text
-  check(result);
-  try {
-    return readString(call(request).get(), 'o');
-  } catch (const Refusal& refusal) {
-    if (refusal.name == "org.freedesktop.NetworkManager.Settings.InvalidConnection") return std::nullopt;
-    throw;
-  }
-}
-
-std::multimap<NetworkManager::Path, NetworkManager::Device> NetworkManager::activeDevices() {
-  std::multimap<Path, Device> active;
-  for (const auto& device : list(root, service, "GetDevices")) {
+Result<std::optional<NetworkManager::Path>> NetworkManager::findConnection(const std::string& uuid) {
+  return attempt([&]() -> std::optional<Path> {
+    if (uuid.find('\0') != uuid.npos) return std::nullopt;
+    auto request = makeCall(settingsPath, settingsInterface, "GetConnectionByUuid");
+    int result = sd_bus_message_append(request.get(), "s", uuid.c_str());
+    if (result == -EINVAL) return std::nullopt;  // D-Bus carries no such text
+    check(result);
     try {
-      auto activation = property(device, deviceInterface, "ActiveConnection");
-      if (activation == "/") continue;
-      active.emplace(property(activation, activeInterface, "Connection"),
-                     Device{.path = device, .interface = property(device, deviceInterface, "Interface")});
-    } catch (const Refusal&) {
-      continue;  // gone since it was listed
+      return readString(call(request).get(), 'o');
+    } catch (const Refusal& refusal) {
+      if (refusal.name == "org.freedesktop.NetworkManager.Settings.InvalidConnection") return std::nullopt;
+      throw;
     }
-  }
-  return active;
+  });
 }
 
-void NetworkManager::update(const Path& connection, const Change& change) {
-  auto settings = call(makeCall(connection, connectionInterface, "GetSettings"));
-  auto request = makeCall(connection, connectionInterface, "Update2");
-  writeChanged(request.get(), settings.get(), change);
-  check(sd_bus_message_append(request.get(), "ua{sv}", 0, 0));  // no flags: it stays on the disk, or off it
-  call(request);
+Result<std::multimap<NetworkManager::Path, NetworkManager::Device>> NetworkManager::activeDevices() {
+  return attempt([this] {
+    std::multimap<Path, Device> active;
+    for (const auto& device : list(root, service, "GetDevices")) {
+      try {
+        auto activation = property(device, deviceInterface, "ActiveConnection");
+        if (activation == "/") continue;
+        active.emplace(property(activation, activeInterface, "Connection"),
+                       Device{.path = device, .interface = property(device, deviceInterface, "Interface")});
+      } catch (const Refusal&) {
+        continue;  // gone since it was listed
+      }
+    }
+    return active;
+  });
 }
 
-void NetworkManager::reapply(const Path& device, const Change& change) {
-  auto question = makeCall(device, deviceInterface, "GetAppliedConnection");
-  check(sd_bus_message_append(question.get(), "u", 0));
-  auto request = makeCall(device, deviceInterface, "Reapply");
-  try {
-    auto applied = call(question);
-    writeChanged(request.get(), applied.get(), change);
-    std::uint64_t version = 0;
-    check(sd_bus_message_read(applied.get(), "t", &version));
-    check(sd_bus_message_append(request.get(), "tu", version, 0));
+Result<void> NetworkManager::update(const Path& connection, const Change& change) {
+  return attempt([&] {
+    auto settings = call(makeCall(connection, connectionInterface, "GetSettings"));
+    auto request = makeCall(connection, connectionInterface, "Update2");
+    writeChanged(request.get(), settings.get(), change);
+    check(sd_bus_message_append(request.get(), "ua{sv}", 0, 0));  // no flags: it stays on the disk, or off it
     call(request);
-  } catch (const Refusal& refusal) {
-    if (refusal.name != "org.freedesktop.NetworkManager.Device.NotActive") throw;
-  }
+  });
+}
+
+Result<void> NetworkManager::reapply(const Path& device, const Change& change) {
+  return attempt([&] {
+    auto question = makeCall(device, deviceInterface, "GetAppliedConnection");
+    check(sd_bus_message_append(question.get(), "u", 0));
+    auto request = makeCall(device, deviceInterface, "Reapply");
+    try {
+      auto applied = call(question);
+      writeChanged(request.get(), applied.get(), change);
+      std::uint64_t version = 0;
+      check(sd_bus_message_read(applied.get(), "t", &version));
+      check(sd_bus_message_append(request.get(), "tu", version, 0));
+      call(request);
+    } catch (const Refusal& refusal) {
+      if (refusal.name != "org.freedesktop.NetworkManager.Device.NotActive") throw;
+    }
+  });
 }
 
 }  // namespace platform

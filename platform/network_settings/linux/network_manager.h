@@ -3,7 +3,6 @@
 
 #include <map>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -12,22 +11,21 @@
 
 namespace platform {
 
-/// A connection to the bus of its own. The constructor and the first call together wait for five seconds at most, and
-/// each further call for five. Where NetworkManager cannot be had, any call throws Unavailable; a failure that only
-/// concerns what a call is about is another std::runtime_error. Both have a sentence for people.
+/// A connection to the bus of its own. Construction and the first call together wait for five seconds at most, and each
+/// further call for five.
 class NetworkManager {
  public:
-  struct Unavailable : std::runtime_error {
-    using std::runtime_error::runtime_error;
+  enum class Presence {
+    there,   ///< a failure only concerns what the call was about
+    silent,  ///< it does not answer, or the bus cannot be had now
+    absent,  ///< it does not run, or there is no bus
   };
-  /// It does not run, or there is no bus; otherwise it does not answer, or the bus cannot be had now.
-  struct Absent : Unavailable {
-    using Unavailable::Unavailable;
-  };
+  /// Whether it can be had, as the last call found.
+  Presence presence() const { return presence_; }
 
   using Path = std::string;  ///< of a D-Bus object
 
-  NetworkManager();
+  NetworkManager() : deadline_(std::chrono::steady_clock::now() + patience) {}
 
   /// A network profile, in NetworkManager's words a connection.
   struct Connection {
@@ -35,17 +33,17 @@ class NetworkManager {
     std::string uuid, name;
   };
   /// Those that this process may see.
-  std::vector<Connection> connections();
+  Result<std::vector<Connection>> connections();
 
   /// Absent when there is none of that UUID.
-  std::optional<Path> findConnection(const std::string& uuid);
+  Result<std::optional<Path>> findConnection(const std::string& uuid);
 
   struct Device {
     Path path;
     std::string interface;
   };
   /// The devices that run a connection, by its path.
-  std::multimap<Path, Device> activeDevices();
+  Result<std::multimap<Path, Device>> activeDevices();
 
   /// New settings in the place of a connection's; what is absent stays.
   struct Change {
@@ -54,19 +52,25 @@ class NetworkManager {
   };
 
   /// Changes a connection, where it is stored. What is active goes on as it is.
-  void update(const Path& connection, const Change& change);
+  Result<void> update(const Path& connection, const Change& change);
 
   /// Changes what an active device uses, and nothing else of it; does nothing on one that is no longer active.
-  void reapply(const Path& device, const Change& change);
+  Result<void> reapply(const Path& device, const Change& change);
 
  private:
+  static constexpr std::chrono::seconds patience{5};  // a call takes some milliseconds
+
+  // These throw a Failure.
+  void connect();
   BusMessage makeCall(const Path& object, const char* interface, const char* method);
   BusMessage call(const BusMessage& request);
   std::vector<Path> list(const Path& object, const char* interface, const char* method);
+  Connection readConnection(const Path& path);
   std::string property(const Path& object, const char* interface, const char* name);
 
   BusDeadline deadline_;
   SystemBus bus_;
+  Presence presence_ = Presence::there;
 };
 
 }  // namespace platform

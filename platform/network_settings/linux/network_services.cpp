@@ -4,15 +4,18 @@
 
 namespace platform {
 
-std::vector<NetworkService> networkServices() {
+Result<std::vector<NetworkService>> networkServices() {
   NetworkManager manager;
   auto active = manager.activeDevices();
+  if (!active) return active.error();
+  auto connections = manager.connections();
+  if (!connections) return connections.error();
   std::vector<NetworkService> services;
-  for (auto& [path, uuid, name] : manager.connections()) {
-    auto device = active.find(path);
+  for (auto& [path, uuid, name] : *connections) {
+    auto device = active->find(path);
     services.push_back({.id = std::move(uuid),
                         .name = std::move(name),
-                        .interface = device == active.end() ? "" : device->second.interface});
+                        .interface = device == active->end() ? "" : device->second.interface});
   }
   return services;
 }

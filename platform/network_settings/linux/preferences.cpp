@@ -2,15 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <atomic>
 #include <boost/json.hpp>
 #include <chrono>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
 
-#include "build_constants.h"
 #include "platform/network_settings/linux/network_manager.h"
 #include "platform/network_settings/linux/store.h"
 #include "platform/system/system_log.h"
@@ -19,27 +18,16 @@ namespace platform::preferences {
 
 namespace {
 
-thread_local std::string lastError = "Success!";
-
 // Until when a NetworkManager that did not answer is not asked again: else each of many clients that leave would cost
 // the whole wait.
 std::atomic<std::chrono::steady_clock::time_point> leftAloneUntil{};
 constexpr std::chrono::seconds rest(5);
 
-void fail(const std::string& text) {
-  lastError = text;
-  systemLog("Network preferences: " + text);
-}
-
-/// Whether a step went well; what it throws becomes the last error.
-bool succeeds(const std::function<void()>& step) {
-  try {
-    step();
-    return true;
-  } catch (const std::exception& error) {
-    fail(error.what());
-    return false;
-  }
+/// Passes on what has become of a step; a failure shows in the system log, too.
+template <class Value>
+Result<Value> logged(Result<Value> step) {
+  if (!step) systemLog(fmt::format("Network preferences: {}", step.error().what()));
+  return step;
 }
 
 /// A service and one of its entities.
@@ -59,125 +47,162 @@ std::optional<Entity> entityOf(std::string_view path) {
   return Entity(path.substr(0, slash), path.substr(slash + 1));
 }
 
+/// Hands on to NetworkManager, once, what was committed. NetworkManager is a mirror of the store: without it, there is
+/// nothing more to apply to than the store itself. But what a service once had there is not undone by its absence.
+class Handover {
+ public:
+  Handover(PreferencesStore& store, const std::set<Entity>& committed)
+      : store_(store), committed_(committed), projected_(store.projectedServices()) {}
+
+  Result<void> run();
+
+ private:
+  // These throw a Failure: at the first one where NetworkManager cannot be had, else `problems_` gets those of the
+  // services.
+  void findConnections();
+  void recordProjected();
+  void projectAll();
+
+  void project(const std::string& service, const NetworkManager::Path& connection);
+  NetworkManager::Change changeOf(const std::string& service);
+  bool isMirrored() const;
+  void note(const std::string& service, const Result<void>& step);
+
+  PreferencesStore& store_;
+  const std::set<Entity>& committed_;
+  std::set<std::string> projected_;
+  NetworkManager manager_;
+  std::map<std::string, std::optional<NetworkManager::Path>> services_;  // that were changed, with their connections
+  std::multimap<NetworkManager::Path, NetworkManager::Device> active_;
+  std::string problems_;
+};
+
+Result<void> Handover::run() {
+  if (std::chrono::steady_clock::now() < leftAloneUntil.load()) {
+    return Failure(0, "NetworkManager did not answer a moment ago");
+  }
+  auto done = attempt([this] {
+    findConnections();
+    recordProjected();
+    projectAll();
+  });
+  if (!done && manager_.presence() == NetworkManager::Presence::absent && !isMirrored()) {
+    static std::once_flag isLogged;
+    std::call_once(isLogged,
+                   [&] { systemLog(fmt::format("Network preferences are only stored: {}", done.error().what())); });
+  } else if (!done) {
+    if (manager_.presence() == NetworkManager::Presence::silent) {
+      leftAloneUntil = std::chrono::steady_clock::now() + rest;
+    }
+    return done;
+  }
+  if (!problems_.empty()) return Failure(0, problems_);
+  return {};
+}
+
+void Handover::findConnections() {
+  for (const auto& [service, entity] : committed_) services_.try_emplace(service);
+  for (auto& [service, connection] : services_) {
+    note(service, attempt([&] {
+           connection = manager_.findConnection(service).value();
+           if (connection) {
+             projected_.insert(service);
+           } else {
+             projected_.erase(service);
+           }
+         }));
+  }
+}
+
+// Before anything is projected: afterwards it would be unknown to a helper that ended in between.
+void Handover::recordProjected() {
+  if (projected_ != store_.projectedServices()) store_.setProjectedServices(projected_).value();
+}
+
+void Handover::projectAll() {
+  auto isKnown = [](const auto& service) { return service.second.has_value(); };
+  if (std::none_of(services_.begin(), services_.end(), isKnown)) return;
+  active_ = manager_.activeDevices().value();
+  for (const auto& [service, connection] : services_) {
+    if (!connection) continue;
+    note(service, attempt([&] { project(service, *connection); }));
+  }
+}
+
+void Handover::project(const std::string& service, const NetworkManager::Path& connection) {
+  auto change = changeOf(service);
+  if (!change.proxy && !change.ipv4) return;
+  manager_.update(connection, change).value();
+  auto [first, last] = active_.equal_range(connection);
+  for (auto device = first; device != last; ++device) manager_.reapply(device->second.path, change).value();
+}
+
+// Only what was set: the rest may have been changed in NetworkManager since.
+NetworkManager::Change Handover::changeOf(const std::string& service) {
+  auto value = [&](const char* entity) -> const boost::json::object* {
+    if (!committed_.contains({service, entity})) return nullptr;
+    const auto* found = store_.find(pathOf({service, entity})).value();
+    return found ? found->if_object() : nullptr;
+  };
+  NetworkManager::Change change;
+  if (const auto* proxies = value(proxiesEntity)) change.proxy = projectProxies(*proxies).value();
+  if (const auto* ipv4 = value(ipv4Entity)) change.ipv4 = projectIPv4(*ipv4).value();
+  return change;
+}
+
+bool Handover::isMirrored() const {
+  return std::any_of(services_.begin(), services_.end(),
+                     [this](const auto& service) { return projected_.contains(service.first); });
+}
+
+void Handover::note(const std::string& service, const Result<void>& step) {
+  if (step) return;
+  if (manager_.presence() != NetworkManager::Presence::there) throw step.error();  // so it would be for the others
+  problems_ += fmt::format("{}{}: {}", problems_.empty() ? "" : "; ", service, step.error().what());
+}
+
 }  // namespace
 
 class Session::Implementation {
  public:
-  Implementation() : store(fmt::format("/var/lib/{}", HelperServiceName)) {}
-
-  void apply();
+  explicit Implementation(PreferencesStore opened) : store(std::move(opened)) {}
 
   PreferencesStore store;
   std::set<Entity> changed;    ///< set and not yet committed
   std::set<Entity> committed;  ///< and not yet applied
-
- private:
-  void project(const std::string& service, const NetworkManager::Path& connection, NetworkManager& manager,
-               const std::multimap<NetworkManager::Path, NetworkManager::Device>& active);
 };
 
-// NetworkManager is a mirror of the store: without it, there is nothing more to apply to than the store itself. But
-// what a service once had there is not undone by its absence.
-void Session::Implementation::apply() {
-  if (committed.empty()) return;
-  if (std::chrono::steady_clock::now() < leftAloneUntil.load()) {
-    throw std::runtime_error("NetworkManager did not answer a moment ago");
-  }
-  std::set<std::string> services;
-  for (const auto& [service, entity] : committed) services.insert(service);
-  auto projected = store.projectedServices();
-  std::string problems;
-  auto attempt = [&](const std::string& service, const std::function<void()>& step) {
-    try {
-      step();
-    } catch (const NetworkManager::Unavailable&) {
-      throw;  // so it would be for the others
-    } catch (const std::exception& error) {
-      problems += fmt::format("{}{}: {}", problems.empty() ? "" : "; ", service, error.what());
-    }
-  };
-  try {
-    NetworkManager manager;
-    std::map<std::string, NetworkManager::Path> connections;  // by service
-    for (const auto& service : services) {
-      attempt(service, [&] {
-        auto connection = manager.findConnection(service);
-        if (connection) {
-          connections.emplace(service, *connection);
-          projected.insert(service);
-        } else {
-          projected.erase(service);
-        }
-      });
-    }
-    // Before anything is projected: afterwards it would be unknown to a helper that ended in between.
-    if (projected != store.projectedServices()) store.setProjectedServices(projected);
-    auto active = connections.empty() ? decltype(manager.activeDevices()){} : manager.activeDevices();
-    for (const auto& found : connections) {
-      attempt(found.first, [&] { project(found.first, found.second, manager, active); });
-    }
-  } catch (const NetworkManager::Absent& absence) {
-    for (const auto& service : services) {
-      if (projected.contains(service)) throw;
-    }
-    static std::once_flag isLogged;
-    std::call_once(isLogged,
-                   [&] { systemLog(fmt::format("Network preferences are only stored: {}", absence.what())); });
-  } catch (const NetworkManager::Unavailable&) {
-    leftAloneUntil = std::chrono::steady_clock::now() + rest;
-    throw;
-  }
-  if (!problems.empty()) throw std::runtime_error(problems);
-  committed.clear();
-}
-
-void Session::Implementation::project(const std::string& service, const NetworkManager::Path& connection,
-                                      NetworkManager& manager,
-                                      const std::multimap<NetworkManager::Path, NetworkManager::Device>& active) {
-  // Only what was set: the rest may have been changed in NetworkManager since.
-  auto value = [&](const char* entity) {
-    const auto* found = committed.contains({service, entity}) ? store.find(pathOf({service, entity})) : nullptr;
-    return found ? found->if_object() : nullptr;
-  };
-  NetworkManager::Change change;
-  if (const auto* proxies = value(proxiesEntity)) change.proxy = projectProxies(*proxies);
-  if (const auto* ipv4 = value(ipv4Entity)) change.ipv4 = projectIPv4(*ipv4);
-  if (!change.proxy && !change.ipv4) return;
-  manager.update(connection, change);
-  auto [first, last] = active.equal_range(connection);
-  for (auto device = first; device != last; ++device) manager.reapply(device->second.path, change);
-}
-
-std::unique_ptr<Session> Session::create(const std::string&) {
-  lastError = "Success!";
-  std::unique_ptr<Session> session;
-  succeeds([&] { session = std::make_unique<Session>(std::make_unique<Implementation>()); });
-  return session;
+Result<std::unique_ptr<Session>> Session::create(const std::string&, const std::string& folder) {
+  auto store = logged(PreferencesStore::open("/var/lib/" + folder));
+  if (!store) return store.error();
+  return std::make_unique<Session>(std::make_unique<Implementation>(std::move(*store)));
 }
 
 Session::Session(std::unique_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
 Session::~Session() = default;
 
-bool Session::lock(bool wait) {
-  return succeeds([&] { implementation_->store.lock(wait); });
+Result<void> Session::lock(bool wait) {
+  return logged(implementation_->store.lock(wait));
 }
 
-bool Session::setValue(const std::string& path, const boost::json::value& value) {
-  return succeeds([&] {
-    implementation_->store.set(path, value);
-    if (auto entity = entityOf(path)) implementation_->changed.insert(*entity);
-  });
+Result<void> Session::setValue(const std::string& path, const boost::json::value& value) {
+  auto set = logged(implementation_->store.set(path, value));
+  auto entity = entityOf(path);
+  if (set && entity) implementation_->changed.insert(*entity);
+  return set;
 }
 
-bool Session::commit() {
-  return succeeds([&] {
-    implementation_->store.commit();
-    implementation_->committed.merge(implementation_->changed);
-  });
+Result<void> Session::commit() {
+  auto committed = logged(implementation_->store.commit());
+  if (committed) implementation_->committed.merge(implementation_->changed);
+  return committed;
 }
 
-bool Session::apply() {
-  return succeeds([&] { implementation_->apply(); });
+Result<void> Session::apply() {
+  if (implementation_->committed.empty()) return {};
+  auto applied = logged(Handover(implementation_->store, implementation_->committed).run());
+  if (applied) implementation_->committed.clear();
+  return applied;
 }
 
 void Session::synchronize() {
@@ -187,10 +212,6 @@ void Session::synchronize() {
 
 void Session::unlock() {
   implementation_->store.unlock();
-}
-
-std::string lastErrorText() {
-  return lastError;
 }
 
 }  // namespace platform::preferences

@@ -5,94 +5,81 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
+
+#include "platform/base/file_io.h"
 
 namespace platform {
 
-namespace {
-
-/// Writes all of a text; false with errno.
-bool writeAll(int file, std::string_view text) {
-  while (!text.empty()) {
-    auto written = write(file, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-}  // namespace
-
-PrivateFolder::PrivateFolder(std::string path) : path_(std::move(path)) {
-  if (mkdir(path_.c_str(), 0700) == 0) {
-    FileDescriptor parent(open((path_ + "/..").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!parent || fsync(parent.get()) != 0) fail(errno, "..");
+Result<PrivateFolder> PrivateFolder::open(const std::string& path) {
+  PrivateFolder folder(path);
+  if (mkdir(path.c_str(), 0700) == 0) {
+    FileDescriptor parent(::open((path + "/..").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!parent || fsync(parent.get()) != 0) return folder.failure(errno, "..");
   } else if (errno != EEXIST) {
-    fail(errno, "");
+    return folder.failure(errno, "");
   }
-  folder_.reset(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!folder_) fail(errno, "");
-  check(folder_, "", S_IFDIR);
+  folder.folder_.reset(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!folder.folder_) return folder.failure(errno, "");
+  if (auto checked = folder.checkPrivacy(folder.folder_, "", S_IFDIR); !checked) return checked.error();
+  return folder;
 }
 
-FileDescriptor PrivateFolder::openLockFile(const std::string& name) const {
+Result<FileDescriptor> PrivateFolder::openLockFile(const std::string& name) const {
   FileDescriptor file(
       openat(folder_.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-  if (!file) fail(errno, name);
-  check(file, name, S_IFREG);
+  if (!file) return failure(errno, name);
+  if (auto checked = checkPrivacy(file, name, S_IFREG); !checked) return checked.error();
   return file;
 }
 
-std::optional<FileContent> PrivateFolder::read(const std::string& name) const {
+Result<std::optional<FileContent>> PrivateFolder::read(const std::string& name) const {
   // Not blocking: what is no regular file shall not be waited for.
   FileDescriptor file(openat(folder_.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file && errno == ENOENT) return std::nullopt;
-  if (!file) fail(errno, name);
-  FileContent content{.text = {}, .status = check(file, name, S_IFREG)};
-  if (content.status.st_size > static_cast<off_t>(maximumSize)) fail(EFBIG, name);
-  content.text.resize(static_cast<std::size_t>(content.status.st_size));
-  std::size_t length = 0;
-  while (length < content.text.size()) {
-    auto got = ::read(file.get(), content.text.data() + length, content.text.size() - length);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) fail(errno, name);
-    if (got == 0) fail(EIO, name);  // nobody shortens a file that is only ever replaced
-    length += static_cast<std::size_t>(got);
-  }
+  if (!file) return failure(errno, name);
+  auto status = checkPrivacy(file, name, S_IFREG);
+  if (!status) return status.error();
+  if (status->st_size > static_cast<off_t>(maximumSize)) return failure(EFBIG, name);
+  FileContent content{.text = std::string(static_cast<std::size_t>(status->st_size), '\0'), .status = *status};
+  auto length = readInto(file.get(), content.text);
+  if (!length) return failure(length.error().number, name);
+  if (*length < content.text.size()) return failure(EIO, name);  // nobody shortens a file that is only ever replaced
   return content;
 }
 
-struct stat PrivateFolder::replace(const std::string& name, const std::string& text) const {
-  if (text.size() > maximumSize) fail(EFBIG, name);
+Result<struct stat> PrivateFolder::replace(const std::string& name, const std::string& text) const {
+  if (text.size() > maximumSize) return failure(EFBIG, name);
   const std::string draft = name + ".new";
-  if (unlinkat(folder_.get(), draft.c_str(), 0) != 0 && errno != ENOENT) fail(errno, draft);  // of one that was killed
+  // Of one that was killed.
+  if (unlinkat(folder_.get(), draft.c_str(), 0) != 0 && errno != ENOENT) return failure(errno, draft);
   FileDescriptor file(openat(folder_.get(), draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  if (!file) fail(errno, draft);
-  struct stat status;
-  if (!writeAll(file.get(), text) || fsync(file.get()) != 0 ||
-      renameat(folder_.get(), draft.c_str(), folder_.get(), name.c_str()) != 0) {
-    int error = errno;
+  if (!file) return failure(errno, draft);
+  auto written = writeAll(file.get(), text);
+  if (written) written = resultOfCall(fsync(file.get()));
+  if (written) written = resultOfCall(renameat(folder_.get(), draft.c_str(), folder_.get(), name.c_str()));
+  if (!written) {
     unlinkat(folder_.get(), draft.c_str(), 0);
-    fail(error, draft);
+    return failure(written.error().number, draft);
   }
   // After the renaming, which counts as a change of the file.
-  if (fsync(folder_.get()) != 0) fail(errno, name, " is replaced, but maybe not on the disk");
-  if (fstat(file.get(), &status) != 0) fail(errno, name);
+  struct stat status;
+  if (fsync(folder_.get()) != 0) return failure(errno, name, " is replaced, but maybe not on the disk");
+  if (fstat(file.get(), &status) != 0) return failure(errno, name);
   return status;
 }
 
-struct stat PrivateFolder::check(const FileDescriptor& file, const std::string& name, mode_t type) const {
+Result<struct stat> PrivateFolder::checkPrivacy(const FileDescriptor& file, const std::string& name,
+                                                mode_t type) const {
   struct stat status;
-  if (fstat(file.get(), &status) != 0) fail(errno, name);
+  if (fstat(file.get(), &status) != 0) return failure(errno, name);
   bool isPrivate =
       (status.st_mode & S_IFMT) == type && status.st_uid == geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
-  if (!isPrivate) fail(EPERM, name, " does not belong to this user alone");
+  if (!isPrivate) return failure(EPERM, name, " does not belong to this user alone");
   return status;
 }
 
-void PrivateFolder::fail(int error, const std::string& name, const char* why) const {
-  throw std::system_error(error, std::generic_category(), path_ + (name.empty() ? "" : "/") + name + why);
+Failure PrivateFolder::failure(int error, const std::string& name, const char* why) const {
+  return failureOf(error, path_ + (name.empty() ? "" : "/") + name + why);
 }
 
 }  // namespace platform

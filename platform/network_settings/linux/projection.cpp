@@ -8,8 +8,8 @@
 #include <boost/json.hpp>
 #include <iterator>
 #include <optional>
-#include <stdexcept>
 
+#include "platform/base/json_text.h"
 #include "platform/network_settings/linux/proxy_script.h"
 
 namespace platform {
@@ -23,28 +23,22 @@ bool isOn(const json::object& proxies, const std::string& key) {
   return value && ((value->is_bool() && value->get_bool()) || (value->is_number() && value->to_number<double>() != 0));
 }
 
-/// The text of a value; empty when there is none.
-std::string text(const json::value* value) {
-  const auto* string = value ? value->if_string() : nullptr;
-  return string ? std::string(*string) : std::string();
-}
-
 /// The one text in an array under a key; empty when it holds anything else.
-std::string onlyText(const json::object& object, const char* key) {
+std::string_view onlyText(const json::object& object, const char* key) {
   const auto* value = object.if_contains(key);
   const auto* array = value ? value->if_array() : nullptr;
-  return array && array->size() == 1 ? text(&array->front()) : std::string();
+  return array && array->size() == 1 ? textOf(&array->front()) : std::string_view();
 }
 
 /// "HOST:PORT" of the proxy of a kind, "HTTP" for example; empty when it is switched off.
 std::string proxyOf(const json::object& proxies, const std::string& kind) {
   if (!isOn(proxies, kind + "Enable")) return {};
-  auto host = proxyHost(text(proxies.if_contains(kind + "Proxy")));
-  if (host.empty()) throw std::invalid_argument(kind + "Proxy is not a host");
+  auto host = proxyHost(std::string(textMember(proxies, kind + "Proxy")));
+  if (host.empty()) throw Failure(0, kind + "Proxy is not a host");
   const auto* port = proxies.if_contains(kind + "Port");
   json::error_code error;
   auto number = port ? port->to_number<std::uint16_t>(error) : std::uint16_t{0};
-  if (error || number == 0) throw std::invalid_argument(kind + "Port is not a port");
+  if (error || number == 0) throw Failure(0, kind + "Port is not a port");
   return fmt::format("{}:{}", host, number);
 }
 
@@ -54,19 +48,17 @@ std::optional<std::uint32_t> addressNumber(const std::string& text) {
   return ntohl(address.s_addr);
 }
 
-}  // namespace
-
-ProxySetting projectProxies(const json::object& proxies) {
+ProxySetting proxySetting(const json::object& proxies) {
   if (isOn(proxies, "ProxyAutoConfigEnable")) {
-    auto url = text(proxies.if_contains("ProxyAutoConfigURLString"));
-    auto script = text(proxies.if_contains("ProxyAutoConfigJavaScript"));
+    std::string url(textMember(proxies, "ProxyAutoConfigURLString"));
+    std::string script(textMember(proxies, "ProxyAutoConfigJavaScript"));
     if (url.empty() && !script.empty()) {
       bool isScript = script.find("FindProxyForURL") != script.npos && script.find('\0') == script.npos;
-      if (!isScript) throw std::invalid_argument("ProxyAutoConfigJavaScript does not define FindProxyForURL");
+      if (!isScript) throw Failure(0, "ProxyAutoConfigJavaScript does not define FindProxyForURL");
       return {.automatic = true, .pacURL = {}, .pacScript = std::move(script)};
     }
     bool isPlain = std::all_of(url.begin(), url.end(), [](char c) { return c > ' ' && c < '\x7F'; });
-    if (url.empty() || !isPlain) throw std::invalid_argument("ProxyAutoConfigURLString is not a URL");
+    if (url.empty() || !isPlain) throw Failure(0, "ProxyAutoConfigURLString is not a URL");
     return {.automatic = true, .pacURL = std::move(url), .pacScript = {}};
   }
   ProxyRules rules{.http = proxyOf(proxies, "HTTP"),
@@ -78,22 +70,32 @@ ProxySetting projectProxies(const json::object& proxies) {
   const auto* list = proxies.if_contains("ExceptionsList");
   if (const auto* exceptions = list ? list->if_array() : nullptr) {
     std::transform(exceptions->begin(), exceptions->end(), std::back_inserter(rules.exceptions),
-                   [](const json::value& exception) { return text(&exception); });
+                   [](const json::value& exception) { return std::string(textOf(&exception)); });
   }
   return {.automatic = true, .pacURL = {}, .pacScript = proxyScript(rules)};
 }
 
-IPv4Setting projectIPv4(const json::object& entity) {
-  if (text(entity.if_contains("ConfigMethod")) != "Manual") throw std::invalid_argument("ConfigMethod is not Manual");
-  auto address = onlyText(entity, "Addresses"), router = text(entity.if_contains("Router"));
-  auto mask = addressNumber(onlyText(entity, "SubnetMasks"));
-  if (!addressNumber(address)) throw std::invalid_argument("Addresses does not hold one IPv4 address");
-  if (addressNumber(router).value_or(0) == 0) throw std::invalid_argument("Router is not a router's IPv4 address");
+IPv4Setting ipv4Setting(const json::object& entity) {
+  if (textMember(entity, "ConfigMethod") != "Manual") throw Failure(0, "ConfigMethod is not Manual");
+  std::string address(onlyText(entity, "Addresses")), router(textMember(entity, "Router"));
+  auto mask = addressNumber(std::string(onlyText(entity, "SubnetMasks")));
+  if (!addressNumber(address)) throw Failure(0, "Addresses does not hold one IPv4 address");
+  if (addressNumber(router).value_or(0) == 0) throw Failure(0, "Router is not a router's IPv4 address");
   auto prefix = static_cast<std::uint32_t>(std::countl_one(mask.value_or(0)));
   if (!mask || static_cast<std::uint32_t>(std::popcount(*mask)) != prefix) {
-    throw std::invalid_argument("SubnetMasks does not hold one IPv4 mask");
+    throw Failure(0, "SubnetMasks does not hold one IPv4 mask");
   }
   return {.address = std::move(address), .prefix = prefix, .gateway = std::move(router)};
+}
+
+}  // namespace
+
+Result<ProxySetting> projectProxies(const json::object& proxies) {
+  return attempt([&] { return proxySetting(proxies); });
+}
+
+Result<IPv4Setting> projectIPv4(const json::object& entity) {
+  return attempt([&] { return ipv4Setting(entity); });
 }
 
 }  // namespace platform

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/base/result.h"
+
 namespace platform {
 
 /// NetworkManager's setting "proxy" (nm-settings-dbus(5)); by default no proxy.
@@ -19,9 +21,9 @@ struct ProxySetting {
 /// itself, when automatic configuration is switched on; else, when proxies for HTTP, HTTPS or SOCKS are, a script that
 /// tells them (proxy_script.h); else nothing.
 ///
-/// A proxy that is switched on and cannot be used, since its host, port or script is missing or none, throws
-/// std::invalid_argument with a sentence: to go without it would send what was to be proxied over the open network.
-ProxySetting projectProxies(const boost::json::object& proxies);
+/// A proxy that is switched on and cannot be used, since its host, port or script is missing or none, is a failure: to
+/// go without it would send what was to be proxied over the open network.
+Result<ProxySetting> projectProxies(const boost::json::object& proxies);
 
 /// The part of NetworkManager's setting "ipv4" that a manual configuration determines.
 struct IPv4Setting {
@@ -31,8 +33,8 @@ struct IPv4Setting {
   bool operator==(const IPv4Setting&) const = default;
 };
 
-/// What a manual IPv4 entity comes to. Throws std::invalid_argument with a sentence when it is not one of exactly one
-/// address, with a contiguous mask and a router.
-IPv4Setting projectIPv4(const boost::json::object& entity);
+/// What a manual IPv4 entity comes to. Fails when it is not one of exactly one address, with a contiguous mask
+/// and a router.
+Result<IPv4Setting> projectIPv4(const boost::json::object& entity);
 
 }  // namespace platform

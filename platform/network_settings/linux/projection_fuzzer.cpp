@@ -41,18 +41,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   boost::json::error_code error;
   auto value = boost::json::parse({reinterpret_cast<const char*>(data), size}, error);
   if (error || !value.is_object()) return 0;
-  try {
-    auto setting = platform::projectProxies(value.get_object());
-    require(setting.automatic == (setting.pacURL.empty() != setting.pacScript.empty()));
-    require(std::all_of(setting.pacURL.begin(), setting.pacURL.end(), [](char c) { return c > ' ' && c < '\x7F'; }));
+  if (auto setting = platform::projectProxies(value.get_object())) {
+    const auto& url = setting->pacURL;
+    require(setting->automatic == (url.empty() != setting->pacScript.empty()));
+    require(std::all_of(url.begin(), url.end(), [](char c) { return c > ' ' && c < '\x7F'; }));
     const auto* own = value.get_object().if_contains("ProxyAutoConfigJavaScript");
-    bool isOwn = own && own->is_string() && std::string_view(own->get_string()) == setting.pacScript;
-    if (!setting.pacScript.empty() && !isOwn) checkScript(setting.pacScript);
-  } catch (const std::invalid_argument&) {
+    bool isOwn = own && own->is_string() && std::string_view(own->get_string()) == setting->pacScript;
+    if (!setting->pacScript.empty() && !isOwn) checkScript(setting->pacScript);
   }
-  try {
-    require(platform::projectIPv4(value.get_object()).prefix <= 32);
-  } catch (const std::invalid_argument&) {
-  }
+  if (auto setting = platform::projectIPv4(value.get_object())) require(setting->prefix <= 32);
   return 0;
 }

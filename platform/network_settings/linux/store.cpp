@@ -5,8 +5,6 @@
 
 #include <boost/json.hpp>
 #include <cerrno>
-#include <stdexcept>
-#include <system_error>
 #include <vector>
 
 #include "platform/base/exact_json.h"
@@ -29,16 +27,15 @@ std::vector<std::string_view> keysOf(std::string_view path) {
     keys.push_back(path.substr(0, path.find('/')));
     path.remove_prefix(keys.back().size());
   }
-  if (keys.empty() || !path.empty()) throw std::invalid_argument("Not a path of the network preferences");
+  if (keys.empty() || !path.empty()) throw Failure(0, "Not a path of the network preferences");
   return keys;
 }
 
 json::value parse(const std::string& text, const char* name) {
-  json::error_code error;
-  auto value = parseExactJSON(text, maximumDepth, error);
-  if (error) throw std::runtime_error(fmt::format("{} is not JSON: {}", name, error.message()));
-  if (!isFiniteJSON(value)) throw std::runtime_error(fmt::format("{} holds a number that is too large", name));
-  return value;
+  auto value = parseExactJSON(text, maximumDepth);
+  if (!value) throw Failure(0, fmt::format("{} is not JSON: {}", name, value.error().what()));
+  if (!isFiniteJSON(*value)) throw Failure(0, fmt::format("{} holds a number that is too large", name));
+  return std::move(*value);
 }
 
 bool isSameState(const std::optional<struct stat>& one, const std::optional<struct stat>& other) {
@@ -50,24 +47,26 @@ bool isSameState(const std::optional<struct stat>& one, const std::optional<stru
 
 }  // namespace
 
-PreferencesStore::PreferencesStore(const std::string& folder)
-    : folder_(folder), lockFile_(folder_.openLockFile(lockName)) {}
+Result<PreferencesStore> PreferencesStore::open(const std::string& path) {
+  return attempt([&] {
+    auto folder = PrivateFolder::open(path).value();
+    auto lockFile = folder.openLockFile(lockName).value();
+    return PreferencesStore(std::move(folder), std::move(lockFile));
+  });
+}
 
-void PreferencesStore::lock(bool wait) {
-  if (locked_) return;
+Result<void> PreferencesStore::lock(bool wait) {
+  if (locked_) return {};
   while (flock(lockFile_.get(), wait ? LOCK_EX : LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EINTR) throw std::system_error(errno, std::generic_category(), lockName);
+    if (errno != EINTR) return lastFailure(lockName);
   }
   locked_ = true;
-  try {
+  auto isRead = attempt([this] {
     read();
-    auto projected = folder_.read(projectedName);
-    projected_.clear();
-    if (projected) projected_ = json::value_to<std::set<std::string>>(parse(projected->text, projectedName));
-  } catch (...) {
-    unlock();
-    throw;
-  }
+    readProjected();
+  });
+  if (!isRead) unlock();
+  return isRead;
 }
 
 void PreferencesStore::unlock() {
@@ -77,16 +76,25 @@ void PreferencesStore::unlock() {
 
 // The first time the values, from then on only whether they still are those.
 void PreferencesStore::read() {
-  auto content = folder_.read(storeName);
+  auto content = folder_.read(storeName).value();
   auto state = content ? std::make_optional(content->status) : std::nullopt;
   if (values_) {
-    if (!isSameState(state, state_)) throw std::runtime_error("The network preferences have changed meanwhile");
+    if (!isSameState(state, state_)) throw Failure(0, "The network preferences have changed meanwhile");
     return;
   }
   auto value = content ? parse(content->text, storeName) : json::object();
-  if (!value.is_object()) throw std::runtime_error(fmt::format("{} is not a JSON object", storeName));
+  if (!value.is_object()) throw Failure(0, fmt::format("{} is not a JSON object", storeName));
   values_ = std::move(value.get_object());
   state_ = state;
+}
+
+void PreferencesStore::readProjected() {
+  projected_.clear();
+  auto content = folder_.read(projectedName).value();
+  if (!content) return;
+  auto services = json::try_value_to<std::set<std::string>>(parse(content->text, projectedName));
+  if (!services) throw Failure(0, fmt::format("{} is not a list of texts", projectedName));
+  projected_ = std::move(*services);
 }
 
 json::object& PreferencesStore::values() {
@@ -94,25 +102,29 @@ json::object& PreferencesStore::values() {
   return *values_;
 }
 
-void PreferencesStore::set(const std::string& path, const json::value& value) {
-  auto keys = keysOf(path);
-  auto* object = &values();
-  for (auto key = keys.begin(); key != keys.end() - 1; ++key) {
-    auto& next = object->emplace(*key, json::object()).first->value();
-    if (!next.is_object()) throw std::invalid_argument(fmt::format("\"{}\" of {} is no object", *key, path));
-    object = &next.get_object();
-  }
-  object->insert_or_assign(keys.back(), value);
-  changed_ = true;
+Result<void> PreferencesStore::set(const std::string& path, const json::value& value) {
+  return attempt([&] {
+    auto keys = keysOf(path);
+    auto* object = &values();
+    for (auto key = keys.begin(); key != keys.end() - 1; ++key) {
+      auto& next = object->emplace(*key, json::object()).first->value();
+      if (!next.is_object()) throw Failure(0, fmt::format("\"{}\" of {} is no object", *key, path));
+      object = &next.get_object();
+    }
+    object->insert_or_assign(keys.back(), value);
+    changed_ = true;
+  });
 }
 
-void PreferencesStore::commit() {
-  if (!locked_) throw std::logic_error("The network preferences are not locked");
-  if (!changed_) return;
-  auto text = json::serialize(*values_);
-  parse(text, "What was set");  // a store that could not be read again would be lost
-  state_ = folder_.replace(storeName, text);
-  changed_ = false;
+Result<void> PreferencesStore::commit() {
+  if (!locked_) return Failure(0, "The network preferences are not locked");
+  if (!changed_) return {};
+  return attempt([this] {
+    auto text = json::serialize(*values_);
+    parse(text, "What was set");  // a store that could not be read again would be lost
+    state_ = folder_.replace(storeName, text).value();
+    changed_ = false;
+  });
 }
 
 void PreferencesStore::forget() {
@@ -121,20 +133,24 @@ void PreferencesStore::forget() {
   changed_ = false;
 }
 
-const json::value* PreferencesStore::find(const std::string& path) {
-  const json::value* value = nullptr;
-  const auto* object = &values();
-  for (auto key : keysOf(path)) {
-    value = object ? object->if_contains(key) : nullptr;
-    if (!value) return nullptr;
-    object = value->if_object();
-  }
-  return value;
+Result<const json::value*> PreferencesStore::find(const std::string& path) {
+  return attempt([&]() -> const json::value* {
+    const json::value* value = nullptr;
+    const auto* object = &values();
+    for (auto key : keysOf(path)) {
+      value = object ? object->if_contains(key) : nullptr;
+      if (!value) return nullptr;
+      object = value->if_object();
+    }
+    return value;
+  });
 }
 
-void PreferencesStore::setProjectedServices(std::set<std::string> services) {
-  folder_.replace(projectedName, json::serialize(json::value_from(services)));
+Result<void> PreferencesStore::setProjectedServices(std::set<std::string> services) {
+  auto replaced = folder_.replace(projectedName, json::serialize(json::value_from(services)));
+  if (!replaced) return replaced.error();
   projected_ = std::move(services);
+  return {};
 }
 
 }  // namespace platform

@@ -10,39 +10,44 @@
 
 namespace platform {
 
-/// One session's view of the store. A failed step throws a std::exception with a sentence for people, and leaves the
-/// file as it was, but for the end of a commit (PrivateFolder::replace()). Used by one thread.
+/// One session's view of the store. A failed step leaves the file as it was, but for the end of a commit
+/// (PrivateFolder::replace()). Used by one thread.
 ///
 /// Beside the file "preferences.json" lies "preferences.lock", which the holder of the lock has locked by flock(2), and
 /// "projected.json", a list of the services whose settings have been handed on to NetworkManager.
 class PreferencesStore {
  public:
-  explicit PreferencesStore(const std::string& folder);
+  static Result<PreferencesStore> open(const std::string& folder);
 
   /// Takes the lock and reads the files. Fails when the file has changed since this session read it, and, unless it is
   /// to wait, when somebody else has the lock.
-  void lock(bool wait);
+  Result<void> lock(bool wait);
   void unlock();
 
-  /// Sets the value at a path as platform/preferences.h has it.
-  void set(const std::string& path, const boost::json::value& value);
+  /// Sets the value at a path as platform/network_settings/preferences.h has it.
+  Result<void> set(const std::string& path, const boost::json::value& value);
 
   /// Replaces the file with what was set; does nothing when nothing was. The session must hold the lock.
-  void commit();
+  Result<void> commit();
 
   /// Drops what was read and set, and not committed.
   void forget();
 
-  /// Null when there is none.
-  const boost::json::value* find(const std::string& path);
+  /// The value at a path; null when there is none.
+  Result<const boost::json::value*> find(const std::string& path);
 
   /// What has been handed on, as it was when this session took the lock, which it must hold to change it.
   const std::set<std::string>& projectedServices() const { return projected_; }
-  void setProjectedServices(std::set<std::string> services);
+  Result<void> setProjectedServices(std::set<std::string> services);
 
  private:
+  PreferencesStore(PrivateFolder folder, FileDescriptor lockFile)
+      : folder_(std::move(folder)), lockFile_(std::move(lockFile)) {}
+
+  // These throw a Failure.
   boost::json::object& values();
   void read();
+  void readProjected();
 
   PrivateFolder folder_;
   FileDescriptor lockFile_;

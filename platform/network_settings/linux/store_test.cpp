@@ -20,31 +20,24 @@ namespace {
 namespace json = boost::json;
 namespace fs = std::filesystem;
 
-/// What a step complains of; empty when it does not.
-std::string problem(const std::function<void()>& step) {
-  try {
-    step();
-    return "";
-  } catch (const std::exception& error) {
-    return error.what();
-  }
-}
-
 class PreferencesStoreTest : public testing::Test {
  protected:
+  PreferencesStore open() const { return PreferencesStore::open(folder).value(); }
+
   /// A session from lock to unlock.
-  void change(const std::string& path, const json::value& value) const {
-    PreferencesStore store(folder);
-    store.lock(true);
-    store.set(path, value);
-    store.commit();
-    store.unlock();
+  Result<void> tryToChange(const std::string& path, const json::value& value) const {
+    return attempt([&] {
+      auto store = PreferencesStore::open(folder).value();
+      store.lock(true).value();
+      store.set(path, value).value();
+      store.commit().value();
+      store.unlock();
+    });
   }
+  void change(const std::string& path, const json::value& value) const { tryToChange(path, value).value(); }
 
   /// What a session complains of that would have changed the store.
-  std::string refusal() const {
-    return problem([&] { change("/NetworkServices/A/Proxies", "changed"); });
-  }
+  std::string refusal() const { return tryToChange("/NetworkServices/A/Proxies", "changed").error().what(); }
 
   std::string content() const { return test::readFile(file); }
 
@@ -72,16 +65,16 @@ TEST_F(PreferencesStoreTest, IsMadeForItsUserAloneAndKeepsValuesAsTheyAre) {
   EXPECT_EQ(mode(file), S_IFREG | 0600u);
   EXPECT_EQ(mode(lockFile), S_IFREG | 0600u);
 
-  PreferencesStore store(folder);
-  EXPECT_EQ(*store.find("/NetworkServices"), json::value(services));
-  EXPECT_EQ(store.find("/NetworkServices/B/Proxies"), nullptr);
-  EXPECT_EQ(store.find("/NetworkServices/A/IPv4/Deeper"), nullptr);
-  store.lock(true);
+  auto store = open();
+  EXPECT_EQ(*store.find("/NetworkServices").value(), json::value(services));
+  EXPECT_EQ(store.find("/NetworkServices/B/Proxies").value(), nullptr);
+  EXPECT_EQ(store.find("/NetworkServices/A/IPv4/Deeper").value(), nullptr);
+  store.lock(true).value();
   EXPECT_TRUE(store.projectedServices().empty());
-  store.setProjectedServices({"A", "B"});
+  store.setProjectedServices({"A", "B"}).value();
   store.unlock();
-  PreferencesStore second(folder);
-  second.lock(true);
+  auto second = open();
+  second.lock(true).value();
   EXPECT_EQ(second.projectedServices(), (std::set<std::string>{"A", "B"}));
 }
 
@@ -93,51 +86,51 @@ TEST_F(PreferencesStoreTest, WhatCannotBeSetIsRefused) {
   for (int i = 0; i < 65; ++i) deep += "/x";
   for (const auto& path :
        {deep, std::string(), std::string("relative"), std::string("/NetworkServices/A/Proxies/HTTPPort/B")}) {
-    EXPECT_NE(problem([&] { change(path, 1); }), "") << path;
+    EXPECT_FALSE(tryToChange(path, 1)) << path;
   }
   for (const json::value& value : {json::value(infinity), json::value("\xFF"), json::value("\xED\xA0\x80")}) {
-    EXPECT_NE(problem([&] { change("/NetworkServices/A/Proxies", value); }), "") << value;
+    EXPECT_FALSE(tryToChange("/NetworkServices/A/Proxies", value)) << value;
   }
   EXPECT_EQ(content(), before);
 }
 
 TEST_F(PreferencesStoreTest, NothingIsWrittenWithoutACommitALockOrAChange) {
-  PreferencesStore store(folder);
-  store.set("/a", 1);
-  EXPECT_NE(problem([&] { store.commit(); }), "");
-  store.lock(true);
+  auto store = open();
+  store.set("/a", 1).value();
+  EXPECT_FALSE(store.commit());
+  store.lock(true).value();
   store.forget();
-  store.commit();
+  store.commit().value();
   EXPECT_FALSE(fs::exists(file));
-  EXPECT_EQ(store.find("/a"), nullptr);
+  EXPECT_EQ(store.find("/a").value(), nullptr);
 }
 
 TEST_F(PreferencesStoreTest, AChangeMeanwhileIsFoundStale) {
   change("/a", 1);
-  PreferencesStore store(folder);
-  store.set("/b", 1);
+  auto store = open();
+  store.set("/b", 1).value();
   change("/a", 2);
-  EXPECT_EQ(problem([&] { store.lock(true); }), "The network preferences have changed meanwhile");
+  EXPECT_STREQ(store.lock(true).error().what(), "The network preferences have changed meanwhile");
   change("/a", 3);  // the lock is free
   store.forget();
-  store.lock(true);
-  store.set("/b", 1);
-  store.commit();
+  store.lock(true).value();
+  store.set("/b", 1).value();
+  store.commit().value();
   store.unlock();
-  store.lock(true);  // one's own change is none
+  store.lock(true).value();  // one's own change is none
   EXPECT_EQ(content(), R"({"a":3,"b":1})");
 }
 
 TEST_F(PreferencesStoreTest, OneSessionWaitsForTheOther) {
-  PreferencesStore first(folder);
-  first.lock(true);
-  EXPECT_NE(problem([&] { PreferencesStore(folder).lock(false); }), "");
+  auto first = open();
+  first.lock(true).value();
+  EXPECT_FALSE(open().lock(false));
   std::thread second([&] { change("/second", 1); });
   // /proc/locks shows who waits: "->".
   auto waits = [] { return test::readFile("/proc/locks").find("-> FLOCK") != std::string::npos; };
   EXPECT_TRUE(eventually(waits));
-  first.set("/first", 1);
-  first.commit();
+  first.set("/first", 1).value();
+  first.commit().value();
   first.unlock();
   second.join();
   EXPECT_EQ(content(), R"({"first":1,"second":1})");

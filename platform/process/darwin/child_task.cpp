@@ -1,6 +1,4 @@
 // Children, each with a thread that waits for its end.
-#include "platform/process/child_task.h"
-
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -9,22 +7,18 @@
 #include <cerrno>
 #include <condition_variable>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
 #include "platform/base/thread.h"
 #include "platform/dispatch/dispatch.h"
+#include "platform/process/child_task_implementation.h"
 
 namespace platform {
 
 namespace {
 
-void check(int error) {
-  if (error != 0) throw std::system_error(error, std::generic_category());
-}
-
 struct FileActions {
-  FileActions() { check(posix_spawn_file_actions_init(&value)); }
+  FileActions() { check(-posix_spawn_file_actions_init(&value)); }
   ~FileActions() { posix_spawn_file_actions_destroy(&value); }
   FileActions(const FileActions&) = delete;
   FileActions& operator=(const FileActions&) = delete;
@@ -32,26 +26,26 @@ struct FileActions {
 };
 
 struct Attributes {
-  Attributes() { check(posix_spawnattr_init(&value)); }
+  Attributes() { check(-posix_spawnattr_init(&value)); }
   ~Attributes() { posix_spawnattr_destroy(&value); }
   Attributes(const Attributes&) = delete;
   Attributes& operator=(const Attributes&) = delete;
   posix_spawnattr_t value;
 };
 
-/// Starts a program; an empty `output` leaves it ours. Throws std::system_error.
-pid_t spawn(const std::string& path, const std::vector<std::string>& arguments, const FileDescriptor& output) {
+/// Starts a program, whose path is the first argument; an empty `output` leaves it ours. Throws a Failure.
+pid_t spawn(const std::vector<std::string>& arguments, const FileDescriptor& output) {
   FileActions actions;
   if (output) {
     // First of all: it may itself have a number below 3.
-    check(posix_spawn_file_actions_adddup2(&actions.value, output.get(), STDOUT_FILENO));
-    check(posix_spawn_file_actions_adddup2(&actions.value, STDOUT_FILENO, STDERR_FILENO));
+    check(-posix_spawn_file_actions_adddup2(&actions.value, output.get(), STDOUT_FILENO));
+    check(-posix_spawn_file_actions_adddup2(&actions.value, STDOUT_FILENO, STDERR_FILENO));
   } else {
-    check(posix_spawn_file_actions_addinherit_np(&actions.value, STDOUT_FILENO));
-    check(posix_spawn_file_actions_addinherit_np(&actions.value, STDERR_FILENO));
+    check(-posix_spawn_file_actions_addinherit_np(&actions.value, STDOUT_FILENO));
+    check(-posix_spawn_file_actions_addinherit_np(&actions.value, STDERR_FILENO));
   }
-  check(posix_spawn_file_actions_addopen(&actions.value, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
-  check(posix_spawn_file_actions_addchdir_np(&actions.value, "/"));
+  check(-posix_spawn_file_actions_addopen(&actions.value, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
+  check(-posix_spawn_file_actions_addchdir_np(&actions.value, "/"));
 
   Attributes attributes;
   sigset_t none, ordinary;
@@ -59,19 +53,19 @@ pid_t spawn(const std::string& path, const std::vector<std::string>& arguments, 
   sigfillset(&ordinary);
   sigdelset(&ordinary, SIGKILL);
   sigdelset(&ordinary, SIGSTOP);
-  check(posix_spawnattr_setsigmask(&attributes.value, &none));
-  check(posix_spawnattr_setsigdefault(&attributes.value, &ordinary));
+  check(-posix_spawnattr_setsigmask(&attributes.value, &none));
+  check(-posix_spawnattr_setsigdefault(&attributes.value, &ordinary));
   // With a session comes a process group: launchd ends that of a job together with the job (launchd.plist(5)).
-  check(posix_spawnattr_setflags(&attributes.value, POSIX_SPAWN_CLOEXEC_DEFAULT | POSIX_SPAWN_SETSIGMASK |
-                                                        POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID));
+  check(-posix_spawnattr_setflags(&attributes.value, POSIX_SPAWN_CLOEXEC_DEFAULT | POSIX_SPAWN_SETSIGMASK |
+                                                         POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID));
 
-  std::vector<char*> argumentList{const_cast<char*>(path.c_str())};
+  std::vector<char*> argumentList;
   for (const auto& argument : arguments) argumentList.push_back(const_cast<char*>(argument.c_str()));
   argumentList.push_back(nullptr);
   char searchPath[] = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
   char* environment[] = {searchPath, nullptr};
   pid_t pid = 0;
-  check(posix_spawn(&pid, path.c_str(), &actions.value, &attributes.value, argumentList.data(), environment));
+  check(-posix_spawn(&pid, argumentList[0], &actions.value, &attributes.value, argumentList.data(), environment));
   return pid;
 }
 
@@ -80,120 +74,70 @@ void reap(pid_t pid) {
   while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) continue;
 }
 
-/// A child, shared with the thread that waits for its end.
-struct Child {
-  std::mutex mutex;
-  std::condition_variable end;
-  bool isRunning = false;  // while it is, the number is the child's own
-  pid_t pid = 0;
-  std::function<void()> terminationHandler;  // of the main thread
-
-  void signal(int number) {
-    std::lock_guard lock(mutex);
-    if (isRunning) ::kill(pid, number);
-  }
-
-  /// Whether the child does not run, at the latest when `limit` has passed.
-  bool waitForEnd(std::chrono::milliseconds limit) {
-    std::unique_lock lock(mutex);
-    return end.wait_for(lock, limit, [this] { return !isRunning; });
-  }
-};
-
-void awaitEnd(const std::shared_ptr<Child>& child) {
-  siginfo_t info;
-  const auto id = static_cast<id_t>(child->pid);
-  while (waitid(P_PID, id, &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) continue;
-  {
-    std::lock_guard lock(child->mutex);
-    reap(child->pid);
-    child->isRunning = false;
-  }
-  child->end.notify_all();
-  dispatch::async(dispatch::mainQueue(), [child] {
-    if (auto handler = std::exchange(child->terminationHandler, nullptr)) handler();
-  });
-}
-
-}  // namespace
-
-class ChildTask::Implementation {
+/// Shared with the thread that waits for its end.
+class Child : public ChildTask::Implementation, public std::enable_shared_from_this<Child> {
  public:
-  Implementation(std::string launchPath, std::vector<std::string> arguments, FileDescriptor output)
-      : launchPath_(std::move(launchPath)), arguments_(std::move(arguments)), output_(std::move(output)) {}
+  Child(std::vector<std::string> arguments, FileDescriptor output)
+      : arguments_(std::move(arguments)), output_(std::move(output)) {}
 
-  Child& child() const { return *child_; }
-
-  void launch() {
-    child_->pid = spawn(launchPath_, arguments_, output_);
+  Result<void> launch() override {
+    auto pid = attempt([this] { return spawn(arguments_, output_); });
+    if (!pid) return pid.error();
     output_.reset();
-    child_->isRunning = true;
-    try {
-      startThread([child = child_] { awaitEnd(child); }).detach();
-    } catch (const std::system_error&) {
-      // What nobody can watch is not left running.
-      ::kill(child_->pid, SIGKILL);
-      reap(std::exchange(child_->pid, 0));
-      child_->isRunning = false;
-      throw;
+    pid_ = *pid;
+    isRunning_ = true;
+    auto watcher = startThread([self = shared_from_this()] { self->awaitEnd(); });
+    if (watcher) {
+      watcher->detach();
+      return {};
     }
+    // What nobody can watch is not left running.
+    ::kill(pid_, SIGKILL);
+    reap(std::exchange(pid_, 0));
+    isRunning_ = false;
+    return watcher.error();
+  }
+
+  pid_t pid() const override { return pid_; }
+
+  bool waitForExit(std::chrono::milliseconds limit) override {
+    std::unique_lock lock(mutex_);
+    return end_.wait_for(lock, limit, [this] { return !isRunning_; });
+  }
+
+  void signal(int number) override {
+    std::lock_guard lock(mutex_);
+    if (isRunning_) ::kill(pid_, number);
   }
 
  private:
-  const std::string launchPath_;
+  void awaitEnd() {
+    siginfo_t info;
+    while (waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) continue;
+    {
+      std::lock_guard lock(mutex_);
+      reap(pid_);
+      isRunning_ = false;
+    }
+    end_.notify_all();
+    dispatch::async(dispatch::mainQueue(), [self = shared_from_this()] {
+      if (auto handler = std::exchange(self->terminationHandler, nullptr)) handler();
+    });
+  }
+
   const std::vector<std::string> arguments_;
   FileDescriptor output_;
-  const std::shared_ptr<Child> child_ = std::make_shared<Child>();
+  std::mutex mutex_;
+  std::condition_variable end_;
+  bool isRunning_ = false;  // while it is, the number is the child's own
+  pid_t pid_ = 0;
 };
 
-ChildTask::ChildTask(std::string launchPath, std::vector<std::string> arguments, FileDescriptor output)
-    : implementation_(
-          std::make_shared<Implementation>(std::move(launchPath), std::move(arguments), std::move(output))) {}
+}  // namespace
 
-ChildTask::~ChildTask() {
-  setTerminationHandler({});
-}
-
-void ChildTask::setTerminationHandler(std::function<void()> handler) {
-  implementation_->child().terminationHandler = std::move(handler);
-}
-
-std::optional<std::string> ChildTask::launch() {
-  try {
-    implementation_->launch();
-    return std::nullopt;
-  } catch (const std::system_error& failure) {
-    return failure.code().message();
-  }
-}
-
-std::int32_t ChildTask::processIdentifier() const {
-  return implementation_->child().pid;
-}
-
-bool ChildTask::isRunning() const {
-  return !implementation_->child().waitForEnd({});
-}
-
-void ChildTask::terminate() {
-  implementation_->child().signal(SIGTERM);
-}
-
-void ChildTask::kill() {
-  implementation_->child().signal(SIGKILL);
-}
-
-bool ChildTask::waitForExit(std::chrono::milliseconds limit) {
-  return implementation_->child().waitForEnd(limit);
-}
-
-void ChildTask::waitUntilExit() {
-  while (!waitForExit(std::chrono::hours(1))) continue;
-}
-
-void runShellCommand(const std::string& command) {
-  ChildTask shell("/bin/sh", {"-c", command});
-  if (!shell.launch()) shell.waitUntilExit();
+std::shared_ptr<ChildTask::Implementation> ChildTask::Implementation::make(std::vector<std::string> arguments,
+                                                                           FileDescriptor output) {
+  return std::make_shared<Child>(std::move(arguments), std::move(output));
 }
 
 }  // namespace platform

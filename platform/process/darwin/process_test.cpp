@@ -44,7 +44,7 @@ struct Pipe {
 std::string outputOf(const std::string& path, const std::vector<std::string>& arguments) {
   Pipe pipe;
   ChildTask task(path, arguments, std::move(pipe.writing));
-  EXPECT_EQ(task.launch(), std::nullopt);
+  EXPECT_TRUE(task.launch());
   auto text = pipe.readAll();
   task.waitUntilExit();
   return text;
@@ -87,7 +87,7 @@ TEST(ChildTask, ItsEndIsSeenWithoutAMainQueue) {
   Pipe pipe;
   ChildTask task("/bin/sh", {"-c", "trap '' TERM; echo ready; exec sleep 1000"}, std::move(pipe.writing));
   EXPECT_FALSE(task.isRunning());
-  EXPECT_EQ(task.launch(), std::nullopt);
+  EXPECT_TRUE(task.launch());
   char byte;
   ASSERT_EQ(read(pipe.reading.get(), &byte, 1), 1);
   const auto pid = task.processIdentifier();
@@ -116,7 +116,7 @@ TEST(ChildTaskDeathTest, ItsEndIsToldOnceOnTheMainQueueUnlessNobodyListens) {
       std::exit(*told == std::vector{5, 4} ? 42 : 1);
     });
     for (const auto& task : {replaced, dropped, kept}) {
-      if (task->launch()) std::exit(2);
+      if (!task->launch()) std::exit(2);
     }
     replaced->setTerminationHandler([told, kept] {
       told->push_back(5);
@@ -135,7 +135,7 @@ TEST(ChildTaskDeathTest, ItsEndIsToldOnceOnTheMainQueueUnlessNobodyListens) {
 TEST(ChildTask, OutlivesItsObjectAndIsClearedAway) {
   Pipe pipe;
   auto task = std::make_unique<ChildTask>("/bin/sleep", std::vector<std::string>{"1000"}, std::move(pipe.writing));
-  ASSERT_EQ(task->launch(), std::nullopt);
+  ASSERT_TRUE(task->launch());
   const auto pid = task->processIdentifier();
   task.reset();
   ASSERT_EQ(kill(pid, SIGKILL), 0);
@@ -147,7 +147,7 @@ TEST(ChildTask, AFailedLaunchSaysWhy) {
   for (const auto& [path, reason] :
        {std::pair("/nowhere/at/all", "No such file or directory"), std::pair("/etc", "Permission denied")}) {
     ChildTask task(path, {});
-    EXPECT_EQ(task.launch(), reason);
+    EXPECT_STREQ(task.launch().error().what(), reason);
     EXPECT_EQ(task.processIdentifier(), 0);
     EXPECT_FALSE(task.isRunning());
     task.kill();

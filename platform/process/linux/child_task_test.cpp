@@ -54,7 +54,7 @@ class ChildTaskTest : public testing::Test {
   /// What a shell script prints as a child.
   std::string outputOf(const std::string& script) const {
     ChildTask task("/bin/sh", {"-c", script, "name", "two words"}, openOutput());
-    EXPECT_EQ(task.launch(), std::nullopt);
+    EXPECT_TRUE(task.launch());
     task.waitUntilExit();
     serveWhatWaits();
     return test::readFile(output);
@@ -68,7 +68,7 @@ class ChildTaskTest : public testing::Test {
     auto script = fmt::format("{} echo ready; exec sleep 1000", ignoresTermination ? "trap '' TERM;" : "");
     auto task = std::make_unique<ChildTask>("/bin/sh", std::vector<std::string>{"-c", script}, std::move(writing));
     task->setTerminationHandler(std::move(handler));
-    EXPECT_EQ(task->launch(), std::nullopt);
+    EXPECT_TRUE(task->launch());
     char byte;
     EXPECT_EQ(read(reading.get(), &byte, 1), 1);
     return task;
@@ -98,7 +98,7 @@ TEST_F(ChildTaskTest, AChildIsGivenWhatIsMeantForItAndNothingElse) {
   // Not a shell, which changes them. The C library ignores two signals of its own.
   std::filesystem::remove(output);
   ChildTask grep("/bin/grep", {"-E", "^Sig(Blk|Ign)", "/proc/self/status"}, openOutput());
-  EXPECT_EQ(grep.launch(), std::nullopt);
+  EXPECT_TRUE(grep.launch());
   grep.waitUntilExit();
   EXPECT_THAT(test::readFile(output), testing::MatchesRegex("SigBlk:\t0{16}\nSigIgn:\t0{7}[01][08]0{7}\n"));
 
@@ -113,11 +113,11 @@ TEST_F(ChildTaskTest, WithoutAnOutputAChildHasOurs) {
   dup2(file.get(), STDOUT_FILENO);
   dup2(file.get(), STDERR_FILENO);
   ChildTask task("/bin/sh", {"-c", "echo out; echo error >&2"});
-  auto failure = task.launch();
+  auto launched = task.launch();
   task.waitUntilExit();
   dup2(ours.get(), STDOUT_FILENO);
   dup2(errors.get(), STDERR_FILENO);
-  EXPECT_EQ(failure, std::nullopt);
+  EXPECT_TRUE(launched);
   EXPECT_EQ(test::readFile(output), "out\nerror\n");
   serveWhatWaits();
 }
@@ -126,15 +126,15 @@ TEST_F(ChildTaskTest, AnOutputMayHaveAnyNumber) {
   for (int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     FileDescriptor ours(fcntl(number, F_DUPFD_CLOEXEC, 3));
     dup3(openOutput().get(), number, O_CLOEXEC);
-    std::optional<std::string> failure;
+    Result<void> launched;
     {
       ChildTask task("/bin/sh", {"-c", "echo out; echo error >&2; cat"}, FileDescriptor(number));
-      failure = task.launch();
+      launched = task.launch();
       task.waitUntilExit();
       serveWhatWaits();
     }
     dup2(ours.get(), number);  // by now the number may have been the pidfd's
-    EXPECT_EQ(failure, std::nullopt);
+    EXPECT_TRUE(launched);
     EXPECT_EQ(test::readFile(output), "out\nerror\n") << number;
     std::filesystem::remove(output);
   }
@@ -227,7 +227,7 @@ TEST_F(ChildTaskTest, AFailedLaunchSaysWhy) {
   for (const auto& [path, reason] : launches) {
     ChildTask task(path, {"x"}, openOutput());
     task.setTerminationHandler([] { ADD_FAILURE() << "told of the end of a child that never was"; });
-    EXPECT_EQ(task.launch(), reason) << path;
+    EXPECT_EQ(task.launch().error().what(), reason) << path;
     EXPECT_FALSE(task.isRunning());
     EXPECT_EQ(task.processIdentifier(), 0);
     task.terminate();
@@ -247,9 +247,9 @@ TEST_F(ChildTaskTest, AChildThatCannotBeWatchedIsNotLeftRunning) {
   const rlimit full{.rlim_cur = static_cast<rlim_t>(next), .rlim_max = limit.rlim_max};
   ChildTask task("/bin/sleep", {"1000"});
   setrlimit(RLIMIT_NOFILE, &full);
-  auto failure = task.launch();
+  auto launched = task.launch();
   setrlimit(RLIMIT_NOFILE, &limit);
-  EXPECT_EQ(failure, "Too many open files");
+  EXPECT_STREQ(launched.error().what(), "Too many open files");
   EXPECT_FALSE(task.isRunning());
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);

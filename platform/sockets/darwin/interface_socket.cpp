@@ -16,26 +16,26 @@
 
 namespace platform {
 
-FileDescriptor openSocket(int family, int type, int protocol) {
+Result<FileDescriptor> openSocket(int family, int type, int protocol) {
   FileDescriptor opened(socket(family, type, protocol));
-  if (opened && fcntl(opened.get(), F_SETFD, FD_CLOEXEC) != 0) return {};
+  if (!opened || fcntl(opened.get(), F_SETFD, FD_CLOEXEC) != 0) return lastFailure();
   return opened;
 }
 
-bool allowReuseOfPort(int socket) {
+Result<void> allowReuseOfPort(int socket) {
   int on = 1;
-  return setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0;
+  return resultOfCall(setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on));
 }
 
-bool bindToInterface(int socket, const std::string& interfaceName) {
+Result<void> bindToInterface(int socket, const std::string& interfaceName) {
   const int index = static_cast<int>(if_nametoindex(interfaceName.c_str()));
-  if (index == 0) return false;  // which would lift a binding
-  sockaddr_storage own{};        // tells the family, bound or not
+  if (index == 0) return lastFailure();  // which would lift a binding
+  sockaddr_storage own{};                // tells the family, bound or not
   socklen_t length = sizeof own;
-  if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return false;
+  if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return lastFailure();
   const bool isIPv6 = own.ss_family == AF_INET6;
-  return setsockopt(socket, isIPv6 ? IPPROTO_IPV6 : IPPROTO_IP, isIPv6 ? IPV6_BOUND_IF : IP_BOUND_IF, &index,
-                    sizeof index) == 0;
+  return resultOfCall(setsockopt(socket, isIPv6 ? IPPROTO_IPV6 : IPPROTO_IP, isIPv6 ? IPV6_BOUND_IF : IP_BOUND_IF,
+                                 &index, sizeof index));
 }
 
 // A size above the system's limit is refused, not cut.
@@ -46,16 +46,16 @@ void enlargeReceiveBuffer(int socket) {
   }
 }
 
-bool bindToPort(int socket, std::uint16_t port) {
+Result<void> bindToPort(int socket, std::uint16_t port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
-  return bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  return resultOfCall(bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address));
 }
 
-std::optional<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceName) {
+Result<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceName) {
   ifaddrs* list = nullptr;
-  if (getifaddrs(&list) != 0) return std::nullopt;
+  if (getifaddrs(&list) != 0) return lastFailure();
   std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
   for (const auto* entry = list; entry; entry = entry->ifa_next) {
     if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_LINK || interfaceName != entry->ifa_name) continue;
@@ -65,17 +65,19 @@ std::optional<std::vector<std::uint8_t>> linkLayerAddress(const std::string& int
 }
 
 // The bound socket itself receives what is broadcast on the interface, with or without an address.
-FileDescriptor openDatagramReceiver(int socket, const std::string&, std::uint16_t) {
+Result<FileDescriptor> openDatagramReceiver(int socket, const std::string&, std::uint16_t) {
   enlargeReceiveBuffer(socket);
-  return FileDescriptor(fcntl(socket, F_DUPFD_CLOEXEC, 0));
+  FileDescriptor receiver(fcntl(socket, F_DUPFD_CLOEXEC, 0));
+  if (!receiver) return lastFailure();
+  return receiver;
 }
 
-std::optional<ReceivedDatagram> receiveDatagram(int receiver, std::span<std::uint8_t> buffer) {
+Result<ReceivedDatagram> receiveDatagram(int receiver, std::span<std::uint8_t> buffer) {
   sockaddr_in source{};
   socklen_t sourceLength = sizeof source;
   auto length = recvfrom(receiver, buffer.data(), buffer.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&source),
                          &sourceLength);
-  if (length < 0) return std::nullopt;
+  if (length < 0) return lastFailure();
   ReceivedDatagram received{.length = static_cast<std::size_t>(length)};
   std::memcpy(received.source.data(), &source.sin_addr, received.source.size());
   return received;

@@ -18,7 +18,7 @@ using testing::IsEmpty;
 
 /// A UDP or TCP socket of IPv4 on a free port of the loopback address.
 struct Bound {
-  explicit Bound(int type) : descriptor(openSocket(AF_INET, type, 0)) {
+  explicit Bound(int type) : descriptor(openSocket(AF_INET, type, 0).value()) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -61,7 +61,7 @@ TEST(Sockets, TheTablesShowOursAsTheyAreOnThisRelease) {
 
 TEST(Sockets, InterfacesAreBoundToByName) {
   for (int family : {AF_INET, AF_INET6}) {
-    auto socket = openSocket(family, SOCK_DGRAM, IPPROTO_UDP);
+    auto socket = openSocket(family, SOCK_DGRAM, IPPROTO_UDP).value();
     EXPECT_TRUE(bindToInterface(socket.get(), "lo0"));
     int index = 0;
     socklen_t length = sizeof index;
@@ -73,17 +73,15 @@ TEST(Sockets, InterfacesAreBoundToByName) {
     EXPECT_FALSE(bindToInterface(socket.get(), "no-such-if"));
   }
   EXPECT_FALSE(bindToInterface(-1, "lo0"));
-  EXPECT_THAT(linkLayerAddress("lo0"), testing::Optional(IsEmpty()));
-  EXPECT_THAT(linkLayerAddress("no-such-if"), testing::Optional(IsEmpty()));
+  EXPECT_THAT(linkLayerAddress("lo0").value(), IsEmpty());
+  EXPECT_THAT(linkLayerAddress("no-such-if").value(), IsEmpty());
 }
 
 TEST(Sockets, DatagramsAreTakenWithoutWaitingAndCutToTheBuffer) {
   Bound sender(SOCK_DGRAM), bound(SOCK_DGRAM);
-  auto receiver = openDatagramReceiver(bound.descriptor.get(), "lo0", bound.port);
-  ASSERT_TRUE(receiver);
+  auto receiver = openDatagramReceiver(bound.descriptor.get(), "lo0", bound.port).value();
   std::array<std::uint8_t, 4> buffer{};
-  EXPECT_FALSE(receiveDatagram(receiver.get(), buffer));
-  EXPECT_EQ(errno, EAGAIN);
+  EXPECT_EQ(receiveDatagram(receiver.get(), buffer).error().number, EAGAIN);
 
   sockaddr_in destination{};
   destination.sin_family = AF_INET;
@@ -91,7 +89,7 @@ TEST(Sockets, DatagramsAreTakenWithoutWaitingAndCutToTheBuffer) {
   destination.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   ASSERT_EQ(
       sendto(sender.descriptor.get(), "offer", 5, 0, reinterpret_cast<sockaddr*>(&destination), sizeof destination), 5);
-  std::optional<ReceivedDatagram> received;
+  Result<ReceivedDatagram> received;
   ASSERT_TRUE(eventually([&] { return (received = receiveDatagram(receiver.get(), buffer)).has_value(); }));
   EXPECT_EQ(received->length, 4u);
   EXPECT_THAT(received->source, ElementsAre(127, 0, 0, 1));
@@ -99,15 +97,15 @@ TEST(Sockets, DatagramsAreTakenWithoutWaitingAndCutToTheBuffer) {
 }
 
 TEST(Sockets, APortThatIsHeldIsNotBoundTwice) {
-  auto first = openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP), second = openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+  auto first = openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP).value(),
+       second = openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP).value();
   ASSERT_TRUE(allowReuseOfPort(first.get()));
   ASSERT_TRUE(allowReuseOfPort(second.get()));
   ASSERT_TRUE(bindToPort(first.get(), 0));
   sockaddr_in address{};
   socklen_t length = sizeof address;
   ASSERT_EQ(getsockname(first.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
-  EXPECT_FALSE(bindToPort(second.get(), ntohs(address.sin_port)));
-  EXPECT_EQ(errno, EADDRINUSE);
+  EXPECT_EQ(bindToPort(second.get(), ntohs(address.sin_port)).error().number, EADDRINUSE);
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 
 #include "platform/sockets/interface_socket.h"
 #include "platform/sockets/linux/udp_packet.h"
@@ -51,25 +50,26 @@ bool isChecksumTrusted(msghdr& header) {
 
 }  // namespace
 
-FileDescriptor openDatagramReceiver(int, const std::string& interfaceName, std::uint16_t port) {
+Result<FileDescriptor> openDatagramReceiver(int, const std::string& interfaceName, std::uint16_t port) {
   // Of no protocol, and so without packets, until the filter is in place.
   auto receiver = openSocket(AF_PACKET, SOCK_DGRAM, 0);
-  if (!receiver) return {};
-  enlargeReceiveBuffer(receiver.get());
+  if (!receiver) return receiver;
+  const int socket = receiver->get();
+  enlargeReceiveBuffer(socket);
   int on = 1;
   sockaddr_ll address{};
   address.sll_family = AF_PACKET;
   address.sll_protocol = htons(ETH_P_IP);
   address.sll_ifindex = static_cast<int>(if_nametoindex(interfaceName.c_str()));
-  if (address.sll_ifindex == 0 || !setFilter(receiver.get(), port) ||
-      setsockopt(receiver.get(), SOL_PACKET, PACKET_AUXDATA, &on, sizeof on) != 0 ||
-      bind(receiver.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-    return {};
+  if (address.sll_ifindex == 0 || !setFilter(socket, port) ||
+      setsockopt(socket, SOL_PACKET, PACKET_AUXDATA, &on, sizeof on) != 0 ||
+      bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    return lastFailure();
   }
   return receiver;
 }
 
-std::optional<ReceivedDatagram> receiveDatagram(int receiver, std::span<std::uint8_t> buffer) {
+Result<ReceivedDatagram> receiveDatagram(int receiver, std::span<std::uint8_t> buffer) {
   std::array<std::uint8_t, 65'535> packet;
   alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(tpacket_auxdata))> control;
   iovec vector{.iov_base = packet.data(), .iov_len = packet.size()};
@@ -79,12 +79,9 @@ std::optional<ReceivedDatagram> receiveDatagram(int receiver, std::span<std::uin
   header.msg_control = control.data();
   header.msg_controllen = control.size();
   auto length = recvmsg(receiver, &header, MSG_DONTWAIT);
-  if (length < 0) return std::nullopt;
+  if (length < 0) return lastFailure();
   auto datagram = readUDPPacket(std::span(packet).first(static_cast<std::size_t>(length)), isChecksumTrusted(header));
-  if (!datagram) {
-    errno = EAGAIN;
-    return std::nullopt;
-  }
+  if (!datagram) return failureOf(EAGAIN);
   auto payload = datagram->payload.first(std::min(datagram->payload.size(), buffer.size()));
   std::copy(payload.begin(), payload.end(), buffer.begin());
   return ReceivedDatagram{.length = payload.size(), .source = datagram->source};

@@ -15,19 +15,21 @@
 
 namespace platform {
 
-FileDescriptor openSocket(int family, int type, int protocol) {
-  return FileDescriptor(socket(family, type | SOCK_CLOEXEC, protocol));
+Result<FileDescriptor> openSocket(int family, int type, int protocol) {
+  FileDescriptor opened(socket(family, type | SOCK_CLOEXEC, protocol));
+  if (!opened) return lastFailure();
+  return opened;
 }
 
 // Nothing to do for UDP: a port is free as soon as its socket is closed. SO_REUSEADDR would let a second socket bind a
 // port that another with the option holds (socket(7)).
-bool allowReuseOfPort(int) {
-  return true;
+Result<void> allowReuseOfPort(int) {
+  return {};
 }
 
-bool bindToInterface(int socket, const std::string& interfaceName) {
-  return setsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
-                    static_cast<socklen_t>(interfaceName.size())) == 0;
+Result<void> bindToInterface(int socket, const std::string& interfaceName) {
+  return resultOfCall(setsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
+                                 static_cast<socklen_t>(interfaceName.size())));
 }
 
 void enlargeReceiveBuffer(int socket) {
@@ -38,20 +40,21 @@ void enlargeReceiveBuffer(int socket) {
 
 // Sockets that are bound to different interfaces can share a port, so for the length of bind() this one is bound to
 // none.
-bool bindToPort(int socket, std::uint16_t port) {
+Result<void> bindToPort(int socket, std::uint16_t port) {
   std::array<char, IF_NAMESIZE> name{};
   socklen_t length = name.size();
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
-  return getsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, name.data(), &length) == 0 && bindToInterface(socket, "") &&
-         bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-         bindToInterface(socket, name.data());
+  if (getsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, name.data(), &length) != 0) return lastFailure();
+  if (auto unbound = bindToInterface(socket, ""); !unbound) return unbound;
+  if (bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return lastFailure();
+  return bindToInterface(socket, name.data());
 }
 
-std::optional<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceName) {
+Result<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceName) {
   ifaddrs* list = nullptr;
-  if (getifaddrs(&list) != 0) return std::nullopt;
+  if (getifaddrs(&list) != 0) return lastFailure();
   std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
   for (const auto* entry = list; entry; entry = entry->ifa_next) {
     if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_PACKET || interfaceName != entry->ifa_name) continue;

@@ -7,16 +7,28 @@
 
 namespace platform::power {
 
-static_assert(sizeof(AssertionID) == sizeof(IOPMAssertionID) && sizeof(Status) == sizeof(IOReturn));
+static_assert(sizeof(AssertionID) == sizeof(IOPMAssertionID) && sizeof(Failure::number) == sizeof(IOReturn));
 
-Status createAssertion(const std::string& type, const std::string& name, AssertionID& assertion) {
-  const auto typeText = makeString(type), nameText = makeString(name);
-  if (!typeText || !nameText) return kIOReturnBadArgument;
-  return IOPMAssertionCreateWithName(typeText.get(), kIOPMAssertionLevelOn, nameText.get(), &assertion);
+namespace {
+
+Failure failureWith(IOReturn status) {
+  return {status, "IOReturn " + std::to_string(status)};
 }
 
-Status releaseAssertion(AssertionID assertion) {
-  return IOPMAssertionRelease(assertion);
+}  // namespace
+
+Result<AssertionID> createAssertion(const std::string& type, const std::string& name) {
+  const auto typeText = makeString(type), nameText = makeString(name);
+  if (!typeText || !nameText) return failureWith(kIOReturnBadArgument);
+  AssertionID assertion = 0;
+  auto status = IOPMAssertionCreateWithName(typeText.get(), kIOPMAssertionLevelOn, nameText.get(), &assertion);
+  if (status != kIOReturnSuccess) return failureWith(status);
+  return assertion;
+}
+
+Result<void> releaseAssertion(AssertionID assertion) {
+  if (auto status = IOPMAssertionRelease(assertion); status != kIOReturnSuccess) return failureWith(status);
+  return {};
 }
 
 }  // namespace platform::power

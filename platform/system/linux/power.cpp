@@ -26,8 +26,8 @@ std::map<AssertionID, FileDescriptor>& inhibitors() {
 }  // namespace
 
 // Both types come to the same here: what would sleep is the idle machine, its network connections with it.
-Status createAssertion(const std::string&, const std::string& name, AssertionID& assertion) {
-  if (inhibitors().size() >= maximumAssertions) return EMFILE;
+Result<AssertionID> createAssertion(const std::string&, const std::string& name) {
+  if (inhibitors().size() >= maximumAssertions) return failureOf(EMFILE);
   FileDescriptor inhibitor;
   auto writeArguments = [&](sd_bus_message* call) {
     return sd_bus_message_append(call, "ssss", "idle", name.c_str(), "The application wants the machine to stay awake",
@@ -39,16 +39,16 @@ Status createAssertion(const std::string&, const std::string& name, AssertionID&
     inhibitor.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
     return inhibitor ? 0 : -errno;
   };
-  if (int status = callSystemBus(inhibit, writeArguments, readReply); status != 0) return status;
+  if (auto called = callSystemBus(inhibit, writeArguments, readReply); !called) return called.error();
   static AssertionID last = 0;
-  assertion = ++last;
-  inhibitors()[assertion] = std::move(inhibitor);
-  return 0;
+  inhibitors()[++last] = std::move(inhibitor);
+  return last;
 }
 
 // logind lets go of an inhibitor when its descriptor is closed.
-Status releaseAssertion(AssertionID assertion) {
-  return inhibitors().erase(assertion) > 0 ? 0 : EINVAL;
+Result<void> releaseAssertion(AssertionID assertion) {
+  if (inhibitors().erase(assertion) == 0) return failureOf(EINVAL);
+  return {};
 }
 
 }  // namespace platform::power

@@ -1,7 +1,6 @@
 #include "platform/system/call_stack.h"
 
 #include <execinfo.h>
-#include <mach-o/dyld.h>
 
 #include <array>
 #include <cstdlib>
@@ -16,12 +15,6 @@ std::vector<std::string> callStackSymbols() {
   std::vector<std::string> result;
   for (int index = 1; symbols && index < count; ++index) result.emplace_back(symbols.get()[index]);
   return result;
-}
-
-MainImage mainImage() {
-  // Image 0 is the main executable (dyld(3)).
-  return {.slide = static_cast<std::uintptr_t>(_dyld_get_image_vmaddr_slide(0)),
-          .loadAddress = reinterpret_cast<std::uintptr_t>(_dyld_get_image_header(0))};
 }
 
 }  // namespace platform
