@@ -9,6 +9,7 @@
 #include <boost/json.hpp>
 #include <filesystem>
 
+#include "cli/doctor.h"
 #include "cli/proxy_arguments.h"
 #include "cli/router_advertisement_text.h"
 #include "cli/services.h"
@@ -167,6 +168,10 @@ const std::map<std::string, Command>& commands() {
   constexpr std::size_t any = 1'000;
   static const std::map<std::string, Command> table{
       {"version", {"", "Shows the build number of the helper.", 0, 0, runVersion}},
+      {"doctor",
+       {"",
+        "Looks at the installation, and says what is not in order and what helps. As root it looks at the store, too.",
+        0, 0, [](const Surroundings& surroundings, const Arguments&) { return examine(surroundings); }}},
       {"process-lookup",
        {"tcp|udp ADDRESS:PORT",
         "Shows the owner of a local socket: 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, localhost:80.", 2, 2,

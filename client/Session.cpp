@@ -1,6 +1,7 @@
 #include "client/Session.h"
 
 #include <algorithm>
+#include <system_error>
 #include <vector>
 
 #include "build_constants.h"
@@ -27,6 +28,12 @@ const Request<std::int64_t>& probeRequest() {
   return request;
 }
 
+std::thread startThread(std::function<void()> body) {
+  auto thread = platform::startThread(std::move(body));
+  if (!thread) throw std::system_error(thread.error().number, std::generic_category(), "a thread");
+  return std::move(*thread);
+}
+
 Error cancelled() {
   return {ErrorCode::cancelled, "the request was cancelled"};
 }
@@ -37,14 +44,9 @@ Session::Session(Options options) : options_(withService(std::move(options))) {}
 
 std::shared_ptr<Session> Session::start(Options options) {
   auto session = std::make_shared<Session>(std::move(options));
-  if (session->options_.ownThread) {
-    session->handlerThread_ = platform::startThread([session] {
-      std::unique_lock lock(session->mutex_);
-      session->runHandlers(lock);
-    });
-  }
   try {
-    session->connectionThread_ = platform::startThread([session] { session->runConnection(); });
+    session->connectionThread_ = startThread([session] { session->runConnection(); });
+    if (session->options_.ownThread) session->handlerThread_ = startThread([session] { session->runHandlers(); });
   } catch (...) {
     session->end();
     throw;
@@ -276,7 +278,8 @@ void Session::deliver() {
   if (due_.empty()) isDue_.clear();
 }
 
-void Session::runHandlers(std::unique_lock<std::mutex>& lock) {
+void Session::runHandlers() {
+  std::unique_lock lock(mutex_);
   while (true) {
     handlersDue_.wait(lock, [this] { return !due_.empty() || isEnding_; });
     if (isEnding_) return;

@@ -61,7 +61,7 @@ class Session {
   };
 
   void runConnection();
-  void runHandlers(std::unique_lock<std::mutex>& lock);
+  void runHandlers();
   ID add(Pending request, Limit limit);
   void send(ID id, const detail::Message& message);
   void open();

@@ -1,11 +1,12 @@
-# Turns the PEM file of the trusted root into a C++ source file. Only the first certificate is taken: a bundle that
-# also holds a private key must not carry it into the executable.
-file(READ ${PEM} text)
-if(NOT text MATCHES "(-----BEGIN CERTIFICATE-----[A-Za-z0-9+/=\r\n]+-----END CERTIFICATE-----)")
-  message(FATAL_ERROR "No certificate in ${PEM}")
+# Turns the PEM file of the trusted root into a C++ source file; without OUTPUT it only looks whether that can be done. Only
+# the first certificate is taken: a bundle that also holds a private key must not carry it into the executable.
+execute_process(COMMAND openssl x509 -in ${PEM} OUTPUT_VARIABLE certificate ERROR_VARIABLE problem RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "${PEM} holds no certificate: ${problem}")
 endif()
-file(WRITE ${OUTPUT} "#include \"platform/code_signing/linux/signature.h\"
+if(OUTPUT)
+  file(WRITE ${OUTPUT} "#include \"platform/code_signing/linux/signature.h\"
 
-const char platform::code_signing::anchorPEM[] = R\"(${CMAKE_MATCH_1}
-)\";
+const char platform::code_signing::anchorPEM[] = R\"(${certificate})\";
 ")
+endif()

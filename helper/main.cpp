@@ -8,6 +8,13 @@
 #include "platform/dispatch/dispatch.h"
 #include "platform/ipc/service.h"
 
+namespace {
+
+// Nothing reads it at run time.
+[[gnu::used]] const char* const info = BRHHelperInfo;
+
+}  // namespace
+
 int main() {
   BRHOpenLogFile(BRHLogFilePath);
   HXInstallUncaughtExceptionHandler();

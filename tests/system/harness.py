@@ -102,6 +102,16 @@ def receive_frame(connection):
         raise EOFError from None
 
 
+def received_lines(log):
+    """What has come to a socket of the system log."""
+    lines = []
+    while True:
+        try:
+            lines.append(log.recv(4096).decode())
+        except BlockingIOError:
+            return lines
+
+
 def connect():
     connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
     connection.connect(ENDPOINT)
@@ -306,3 +316,18 @@ class HelperTest(unittest.TestCase):
 
     def wait_for_log(self, line):
         wait_until(lambda: any(re.fullmatch(line, entry) for entry in self.log()), f"the log says {line}")
+
+    def listen_to_the_system_log(self):
+        """A folder in the place of /dev with a socket for the system log; returns the socket."""
+        folder = Path("/run/dev")
+        folder.mkdir()
+        subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
+        subprocess.run(["cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder], check=True)
+        log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(log.close)
+        log.bind(str(folder / "log"))
+        log.setblocking(False)
+        subprocess.run(["mount", "--move", folder, "/dev"], check=True)
+        self.addCleanup(folder.rmdir)
+        self.addCleanup(subprocess.run, ["umount", "--lazy", "/dev"], check=True)
+        return log

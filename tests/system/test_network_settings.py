@@ -4,12 +4,11 @@ import json
 import os
 import shutil
 import signal
-import socket
 import stat
 import subprocess
 from pathlib import Path
 
-from harness import BRIMO, SERVICE, Helper, HelperTest, read_line, run_as_user, wait_until
+from harness import BRIMO, SERVICE, Helper, HelperTest, read_line, received_lines, run_as_user, wait_until
 from network_manager import NetworkManager, addresses, routers, run
 from system_bus import BUS, SystemBus
 
@@ -340,20 +339,6 @@ class StoreOutOfOrder(NetworkSettingsTest):
 
 
 class WithoutNetworkManager(NetworkSettingsTest):
-    def listen_to_the_system_log(self):
-        """A folder in the place of /dev with a socket for the system log; returns the socket."""
-        folder = Path("/run/dev")
-        folder.mkdir()
-        run("mount", "-t", "tmpfs", "tmpfs", folder)
-        run("cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder)
-        log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.addCleanup(log.close)
-        log.bind(str(folder / "log"))
-        log.setblocking(False)
-        run("mount", "--move", folder, "/dev")
-        self.addCleanup(run, "umount", "--lazy", "/dev")
-        return log
-
     def test_the_store_alone_changes_and_the_system_log_says_so_once(self):
         self.end_helper()
         log = self.listen_to_the_system_log()
@@ -367,12 +352,7 @@ class WithoutNetworkManager(NetworkSettingsTest):
             "Addresses": ["a"], "ConfigMethod": "Manual", "Router": "c", "SubnetMasks": ["b"]}}})
         client.process.kill()
         wait_until(lambda: stored()[UNKNOWN] == {"Proxies": {}}, "the clean-up is done")
-        lines = []
-        while True:
-            try:
-                lines.append(log.recv(4096).decode())
-            except BlockingIOError:
-                break
+        lines = received_lines(log)
         self.assertEqual(len([line for line in lines if "Network preferences are only stored" in line]), 1, lines)
 
     def test_the_command_line(self):

@@ -39,7 +39,7 @@ class Connection::Implementation final : public Connection, public std::enable_s
   void deliver(const Event& event);
 
  private:
-  bool admitPeer();
+  Result<void> admitPeer();
   enum class Received { bytes, nothing, end };
   Received receive();
   void handleFrames();

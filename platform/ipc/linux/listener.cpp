@@ -16,6 +16,7 @@
 #include "platform/dispatch/dispatch.h"
 #include "platform/ipc/linux/connection.h"
 #include "platform/ipc/linux/endpoint.h"
+#include "platform/system/refusal_log.h"
 #include "platform/system/system_log.h"
 
 namespace platform::ipc {
@@ -97,8 +98,13 @@ class Listener::Implementation final : public Listener {
     }
     // Connections that were made before this process came up have not had it from the listening socket.
     if (!passCredentials(socket.get())) return;
-    uid_t user = Sender(socket.get()).uid();
-    if (connections_.size() >= maximumConnections || perUser_[user] >= maximumConnectionsPerUser) return;
+    const Sender sender(socket.get());
+    const auto user = sender.uid();
+    if (connections_.size() >= maximumConnections || perUser_[user] >= maximumConnectionsPerUser) {
+      return logRefusal(user, sender.pid(),
+                        fmt::format("there are too many connections: {} of this user, {} in all", perUser_[user],
+                                    connections_.size()));
+    }
     ++perUser_[user];
     auto entry = connections_.insert(connections_.end(), std::weak_ptr<Connection::Implementation>());
     auto connection = std::make_shared<Connection::Implementation>(std::move(socket), endpoint_, [this, user, entry] {

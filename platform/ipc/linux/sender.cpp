@@ -54,10 +54,11 @@ bool Sender::sharesNamespaces() const {
   return sameNamespace(pid(), "user") && sameNamespace(pid(), "pid") && isAlive();
 }
 
-code_signing::Status checkSender(const Sender& sender, const std::string& requirement) {
-  auto status = code_signing::checkRunningImage(sender.pid(), requirement);
+Result<void> checkSender(const Sender& sender, const std::string& requirement) {
+  auto checked = code_signing::checkRunningImage(sender.pid(), requirement);
   // Whatever /proc said, it said it of the sender only if that has not ended meanwhile.
-  return sender.isAlive() ? status : code_signing::noSuchCode;
+  if (!sender.isAlive()) return Failure(code_signing::noSuchCode, "the process has ended");
+  return checked;
 }
 
 }  // namespace platform::ipc
