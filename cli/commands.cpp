@@ -141,8 +141,6 @@ Answer runStartDHCPServer(const Surroundings& surroundings, const Arguments& arg
 }
 
 Answer sendJSON(const Surroundings& surroundings, const Arguments& arguments) {
-  auto command = platform::parseExactJSON(arguments[0], 512);
-  if (!command || !command->is_object()) throw UsageError("json takes one JSON object");
   auto text = ask(surroundings.helper(), jsonCommand(arguments[0]));
   auto reply = platform::parseExactJSON(text, 512);
   if (!reply || !reply->is_object()) throw CommandFailure(exitRefused, "the helper's reply is not a JSON object");
@@ -213,7 +211,7 @@ const std::map<std::string, Command>& commands() {
       {"stop-dhcpd", {"", "Stops it.", 0, 0, simple(brimo::stopDHCPServer)}},
       {"spindump", {"FILE", "Samples this program into FILE.", 1, 1, runSpindump}},
       {"stop", {"", "Ends the helper process, which undoes nothing.", 0, 0, simple(brimo::stop)}},
-      {"json", {"OBJECT", "Sends a JSON command as it is.", 1, 1, sendJSON}},
+      {"json", {"OBJECT", "Sends a JSON command, byte by byte as it is.", 1, 1, sendJSON}},
   };
   return table;
 }

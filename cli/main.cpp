@@ -100,7 +100,7 @@ class CommandLine {
     constexpr std::string_view name = "json";
     if (start != line.npos && line.compare(start, name.size(), name) == 0) {
       auto rest = line.find_first_not_of(blanks, start + name.size());
-      if (rest != line.npos && rest > start + name.size() && line[rest] == '{')
+      if (rest != line.npos && rest > start + name.size() && line[rest] != '\'' && line[rest] != '"')
         return Arguments{"json", line.substr(rest)};
     }
     try {

@@ -107,10 +107,10 @@ class CommandLine(HelperTest):
         self.assertEqual(self.brimo("json", '{"command": "version"}'), (0, '{"version":618}\n', ""))
         self.assertEqual(self.brimo("json", '{"command": "Version"}'), (1, "", "Brimo: unknown command\n"))
         self.assertEqual(self.brimo("--json", "json", '{"command": "x"}'), (1, '{"error":"unknown command"}\n', ""))
+        self.assertEqual(self.brimo("json", '{"command": "x'), (1, "", "Brimo: invalid command payload\n"))
         self.assertIn("usage: Brimo set-proxy SERVICE", self.brimo("help", "set-proxy")[1])
         for arguments in (["nonsense"], ["version", "x"], ["process-lookup", "tcp"], ["process-lookup", "sctp", "1.1.1.1:1"],
-                          ["process-lookup", "tcp", "127.0.0.1:65536"], ["process-lookup", "tcp", "::1:80"], ["json", "[]"],
-                          ["json", "{"], ["start-watchdog"], ["--nonsense"], ["help", "nonsense"],
+                          ["process-lookup", "tcp", "127.0.0.1:65536"], ["process-lookup", "tcp", "::1:80"], ["start-watchdog"], ["--nonsense"], ["help", "nonsense"],
                           ["set-static-ip", "eth0", "1.2.3.4", "255.0.255.0", "1.2.3.1"], ["set-proxy", "eth0", "http=a b:1"]):
             code, out, err = self.brimo(*arguments)
             self.assertEqual((code, out), (2, ""), arguments)
@@ -155,11 +155,17 @@ class CommandLine(HelperTest):
         self.assertEqual((process.returncode, out.count("helper build 618\n")), (0, 1), err)
 
     def test_stop_and_the_absence_of_a_helper(self):
-        self.assertEqual(self.brimo("stop"), (0, "done\n", ""))
+        session = run_as_user([BRIMO], stdin=subprocess.PIPE)
+        self.addCleanup(self._end_process, session)
+        print("stop", file=session.stdin, flush=True)
+        self.assertEqual(read_line(session), "done")
         self.assertEqual(self.helper.wait(), 0)
         code, out, err = self.brimo("version")
         self.assertEqual((code, out), (3, ""))
         self.assertEqual(err, f"Brimo: cannot reach the helper at {harness.ENDPOINT}: Connection refused\n")
+        self.helper = harness.Helper()  # which serves the same session
+        print("version", file=session.stdin, flush=True)
+        self.assertEqual(read_line(session), "helper build 618")
 
 
 if __name__ == "__main__":
