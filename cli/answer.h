@@ -33,14 +33,19 @@ inline Answer done() {
   return {.object = {{"result", "success"}}, .text = "done"};
 }
 
-/// The answer to a request.
+/// The answer of a result; throws CommandFailure when there is none.
 template <class Value>
-Value ask(HelperClient& helper, const Request<Value>& request) {
-  auto result = helper.call(request);
+Value valueOf(Result<Value> result) {
   if (result) return *result;
   const auto& [code, message] = result.error();
   if (code == ErrorCode::invalidArgument) throw UsageError(message);
   throw CommandFailure(code == ErrorCode::rejected ? exitRefused : exitUnreachable, message);
+}
+
+/// The answer to a request.
+template <class Value>
+Value ask(HelperClient& helper, const Request<Value>& request) {
+  return valueOf(helper.call(request));
 }
 
 }  // namespace brimo

@@ -140,8 +140,15 @@ Answer runStartDHCPServer(const Surroundings& surroundings, const Arguments& arg
           .endsWithConnection = true};
 }
 
+/// The reply as it is, an error among them.
 Answer sendJSON(const Surroundings& surroundings, const Arguments& arguments) {
-  auto text = ask(surroundings.helper(), jsonCommand(arguments[0]));
+  auto result = surroundings.helper().call(jsonCommand(arguments[0]));
+  if (!result && result.error().code == ErrorCode::rejected) {
+    json::object object{{"error", result.error().message}};
+    auto text = json::serialize(object);
+    return {.object = std::move(object), .text = std::move(text), .code = exitRefused};
+  }
+  auto text = valueOf(std::move(result));
   auto reply = platform::parseExactJSON(text, 512);
   if (!reply || !reply->is_object()) throw CommandFailure(exitRefused, "the helper's reply is not a JSON object");
   return {.object = std::move(reply->get_object()), .text = std::move(text)};

@@ -3,6 +3,7 @@
 import json
 import os
 import pty
+import select
 import signal
 import socket
 import subprocess
@@ -10,7 +11,7 @@ import unittest
 from pathlib import Path
 
 import harness
-from harness import BRIMO, HelperTest, PYTHON, read_line, run_as_user, wait_until
+from harness import BRIMO, HelperTest, PYTHON, USER, read_line, run_as_user, wait_until
 
 SERVER = """
 import socket, sys
@@ -105,9 +106,9 @@ class CommandLine(HelperTest):
         self.assertEqual(self.brimo("process-lookup", "tcp", "localhost:1"), (4, "no process owns localhost:1\n", ""))
         self.assertEqual(self.brimo("process-lookup", "tcp", "[fe80::1%lo]:1")[0], 4)
         self.assertEqual(self.brimo("json", '{"command": "version"}'), (0, '{"version":618}\n', ""))
-        self.assertEqual(self.brimo("json", '{"command": "Version"}'), (1, "", "Brimo: unknown command\n"))
+        self.assertEqual(self.brimo("json", '{"command": "Version"}'), (1, '{"error":"unknown command"}\n', ""))
         self.assertEqual(self.brimo("--json", "json", '{"command": "x"}'), (1, '{"error":"unknown command"}\n', ""))
-        self.assertEqual(self.brimo("json", '{"command": "x'), (1, "", "Brimo: invalid command payload\n"))
+        self.assertEqual(self.brimo("json", '{"command": "x'), (1, '{"error":"invalid command payload"}\n', ""))
         self.assertIn("usage: Brimo set-proxy SERVICE", self.brimo("help", "set-proxy")[1])
         for arguments in (["nonsense"], ["version", "x"], ["process-lookup", "tcp"], ["process-lookup", "sctp", "1.1.1.1:1"],
                           ["process-lookup", "tcp", "127.0.0.1:65536"], ["process-lookup", "tcp", "::1:80"], ["start-watchdog"], ["--nonsense"], ["help", "nonsense"],
@@ -145,14 +146,23 @@ class CommandLine(HelperTest):
 
     def test_a_terminal_completes_commands(self):
         terminal, other = pty.openpty()
-        process = run_as_user([BRIMO], stdin=other, env=harness.ENVIRONMENT | {"TERM": "xterm"})
+        process = subprocess.Popen([BRIMO], stdin=other, stdout=other, stderr=other, user=USER, group=USER, extra_groups=(),
+                                   env=harness.ENVIRONMENT | {"TERM": "xterm"}, start_new_session=True)
         self.addCleanup(self._end_process, process)
         seen = b""
-        while b"brimo> " not in seen:  # from here on the terminal is the line's editor's
-            seen += os.read(process.stdout.fileno(), 100)
-        os.write(terminal, b"versi\t\nquit\n")
-        out, err = process.communicate(timeout=harness.DEADLINE)
-        self.assertEqual((process.returncode, out.count("helper build 618\n")), (0, 1), err)
+
+        def read_until(text):
+            nonlocal seen
+            while text not in seen:
+                self.assertTrue(select.select([terminal], [], [], harness.DEADLINE)[0], seen)
+                seen += os.read(terminal, 1000)
+
+        read_until(b"brimo> ")  # from here on the terminal is the editor's
+        os.write(terminal, b"versi\t\n")
+        read_until(b"helper build 618")
+        self.assertIn(b"version ", seen)
+        os.write(terminal, b"quit\n")
+        self.assertEqual(process.wait(harness.DEADLINE), 0)
 
     def test_stop_and_the_absence_of_a_helper(self):
         session = run_as_user([BRIMO], stdin=subprocess.PIPE)

@@ -58,7 +58,7 @@ Result<FileDescriptor> walk(const std::string& path, mode_t type) {
   prepend(rest, path);
   std::string walked;
   for (int links = 0; !rest.empty();) {
-    if (auto trust = checkTrust(current.get(), S_IFDIR, walked + "/"); !trust) return trust.error();
+    if (auto trust = checkTrust(current.get(), S_IFDIR, walked.empty() ? "/" : walked); !trust) return trust.error();
     FileDescriptor next(openat(current.get(), rest.front().c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status;
     if (!next || fstat(next.get(), &status) != 0) return lastFailure(walked + "/" + rest.front());
