@@ -145,7 +145,7 @@ Answer sendJSON(const Surroundings& surroundings, const Arguments& arguments) {
   auto result = surroundings.helper().call(jsonCommand(arguments[0]));
   if (!result && result.error().code == ErrorCode::rejected) {
     json::object object{{"error", result.error().message}};
-    auto text = json::serialize(object);
+    auto text = platform::serializeExactJSON(object);
     return {.object = std::move(object), .text = std::move(text), .code = exitRefused};
   }
   auto text = valueOf(std::move(result));

@@ -12,6 +12,7 @@
 #include "cli/commands.h"
 #include "cli/line_reader.h"
 #include "cli/words.h"
+#include "platform/base/exact_json.h"
 #include "platform/base/readiness.h"
 
 namespace {
@@ -83,7 +84,7 @@ class CommandLine {
     try {
       auto answer = runCommand(name, surroundings, arguments);
       if (mustStay) *mustStay = answer.endsWithConnection;
-      auto code = print((printsJSON_ ? json::serialize(answer.object) : answer.text) + "\n");
+      auto code = print((printsJSON_ ? platform::serializeExactJSON(answer.object) : answer.text) + "\n");
       return code == exitSuccess ? answer.code : code;
     } catch (const CommandFailure& failure) {
       return fail(failure.code, failure.what());

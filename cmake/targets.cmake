@@ -14,7 +14,9 @@ endfunction()
 
 # brh_use_constants(target): lets it include the constants of this build, which nothing below the helper and its client knows.
 function(brh_use_constants target)
-  target_include_directories(${target} PRIVATE ${PROJECT_BINARY_DIR}/generated)
+  if(TARGET ${target})  # a test may be none of this build's
+    target_include_directories(${target} PRIVATE ${PROJECT_BINARY_DIR}/generated)
+  endif()
 endfunction()
 
 # brh_library(name sources…): a static library.
@@ -23,15 +25,28 @@ function(brh_library name)
   brh_use_common(${name})
 endfunction()
 
+# main() of the unit tests.
+if(BRH_BUILD_TESTS)
+  add_library(test_main OBJECT ${PROJECT_SOURCE_DIR}/tests/support/test_main.cpp)
+  brh_use_common(test_main)
+  target_link_libraries(test_main PUBLIC GTest::gmock)
+endif()
+
+# brh_program(name sources… LIBRARIES …): an executable.
+function(brh_program name)
+  cmake_parse_arguments(arg "" "" "LIBRARIES" ${ARGN})
+  add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
+  brh_use_common(${name})
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
+endfunction()
+
 # brh_unit_test(name SOURCES … LIBRARIES …): a GoogleTest executable, run by ctest under the label "unit".
 function(brh_unit_test name)
   if(NOT BRH_BUILD_TESTS)
     return()
   endif()
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
-  add_executable(${name} ${arg_SOURCES})
-  brh_use_common(${name})
-  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main)
+  brh_program(${name} ${arg_SOURCES} LIBRARIES ${arg_LIBRARIES} test_main)
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 120)
 endfunction()
@@ -43,9 +58,7 @@ function(brh_fuzzer name source)
   if(NOT BRH_BUILD_TESTS)
     return()
   endif()
-  add_executable(${name} ${source})
-  brh_use_common(${name})
-  target_link_libraries(${name} PRIVATE ${ARGN})
+  brh_program(${name} ${source} LIBRARIES ${ARGN})
   if(BRH_FUZZ)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   else()
@@ -99,9 +112,23 @@ function(brh_room)
   target_sources(platform PRIVATE ${arg_PORTABLE} ${arg_${system}})
 endfunction()
 
+# brh_objective_c(file): adds a source in Objective-C++ to the platform library on macOS: by a target of its own, since the
+# precompiled header is C++'s.
+function(brh_objective_c file)
+  if(NOT APPLE)
+    return()
+  endif()
+  get_filename_component(name ${file} NAME_WE)
+  add_library(objective_c_${name} OBJECT ${file})
+  target_include_directories(objective_c_${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(objective_c_${name} PRIVATE Boost::json)
+  target_compile_options(objective_c_${name} PRIVATE -fobjc-arc)
+  target_sources(platform PRIVATE $<TARGET_OBJECTS:objective_c_${name}>)
+endfunction()
+
 # brh_needs_tools(test): the test signs files with the project's own tools.
 function(brh_needs_tools name)
-  if(BRH_BUILD_TESTS)
+  if(TARGET ${name})
     target_compile_definitions(${name} PRIVATE TOOLS_FOLDER="${PROJECT_SOURCE_DIR}/tools")
   endif()
 endfunction()

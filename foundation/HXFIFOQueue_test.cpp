@@ -36,10 +36,10 @@ TEST(FIFOQueue, GrowsInOrderWhereverTheRingBegins) {
   queue.addObjectsFromArray(numbers(-700, 0));
   queue.enumerateObjectsToDeleteUsingBlock([](const auto&, auto, bool&) { return true; });
   EXPECT_EQ(queue.count(), 0u);
-  queue.addObjectsFromArray(numbers(-600, 900));
-  for (int number = -600; number < 0; ++number)
+  queue.addObjectsFromArray(numbers(-1200, 800));
+  for (int number = -1200; number < 0; ++number)
     EXPECT_EQ(*queue.dequeueObjectWithFilter([](const auto&, auto) { return true; }), number);
-  queue.addObjectsFromArray(numbers(900, 5000));
+  queue.addObjectsFromArray(numbers(800, 5000));
   EXPECT_EQ(queue.count(), 5000u);
   int expected = 0;
   for (const auto& number : queue) EXPECT_EQ(*number, expected++);
@@ -60,6 +60,11 @@ TEST(FIFOQueue, TheBoundDropsTheOldestAtAdditionsOnly) {
   EXPECT_EQ(texts(queue), "defgh");
   queue.addObjectsFromArray(objects({"i"}));
   EXPECT_EQ(texts(queue), "ghi");
+
+  HXFIFOQueue<int> large;  // with a bound beyond its first capacity
+  large.setMaxQueueSize(1500);
+  for (int part = 0; part < 3; ++part) large.addObjectsFromArray(numbers(500 * part, 500 * part + 500));
+  EXPECT_EQ(large.count(), 1500u);
 
   // Within one call the ring does not grow beyond the bound, and what is dropped is let go.
   HXFIFOQueue<int> ring;
@@ -121,6 +126,7 @@ TEST(FIFOQueue, RemovesWhatItIsTold) {
   queue.enumerateObjectsToDeleteUsingBlock([](const auto&, auto index, bool&) { return index == 1 || index == 3; });
   EXPECT_EQ(texts(queue), "ace");
   EXPECT_EQ(added[1].use_count(), 1);
+  EXPECT_EQ(added[3].use_count(), 1);
   queue.enumerateObjectsToDeleteUsingBlock([](const auto& object, auto, bool& stop) {
     stop = *object == "c";
     return *object != "a";

@@ -43,7 +43,7 @@ std::optional<std::string> HX_JSONData(const json::value& value) {
     return std::nullopt;
   }
   try {
-    auto text = json::serialize(value);
+    auto text = platform::serializeExactJSON(value);
     if (!platform::isUTF8(text)) throw std::invalid_argument("a text is not UTF-8");
     return text;
   } catch (const std::exception& error) {

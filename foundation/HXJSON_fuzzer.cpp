@@ -11,7 +11,7 @@ namespace json = boost::json;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   HXSetLogEnabled(false);
   std::string_view input(reinterpret_cast<const char*>(bytes), size);
-  json::error_code error;
+  boost::system::error_code error;
   json::parse_options options;
   options.max_depth = HXJSONMaximumDepth;
   auto ordinary = json::parse({input.data(), input.size()}, error, {}, options);

@@ -15,6 +15,7 @@
 #include "platform/base/file_io.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/system/call_stack.h"
+#include "platform/system/foreign_exception.h"
 #include "platform/system/system_log.h"
 
 namespace {
@@ -26,6 +27,7 @@ std::atomic<std::uint64_t> HXLogDestinations{HXLogToOSLog | HXLogToFile};
 struct LogState {
   std::mutex HXLogLock;
   platform::FileDescriptor HXLogFileHandle;
+  std::string HXLogFilePath;
   std::function<void(const std::string&)> HXLogLineHook;
   std::function<void(std::int8_t, const std::string&, const std::string&)> HXLogAction;
 };
@@ -90,9 +92,18 @@ void HX_setLogAction(std::function<void(std::int8_t, const std::string&, const s
 }
 
 void HXSetLogFilePath(const std::string& path) {
+  // Before the lock is taken: a FIFO, for one, is not open until somebody reads it, and others log meanwhile.
+  platform::FileDescriptor file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
   auto& state = logState();
   std::lock_guard lock(state.HXLogLock);
-  state.HXLogFileHandle.reset(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
+  state.HXLogFileHandle = std::move(file);
+  state.HXLogFilePath = path;
+}
+
+std::string HXLogFilePath() {
+  auto& state = logState();
+  std::lock_guard lock(state.HXLogLock);
+  return state.HXLogFilePath;
 }
 
 void HXLogWriteLine(const std::string& line) {
@@ -123,6 +134,18 @@ void HXLogMessage(std::string_view moduleName, std::string_view message) {
                              platform::dispatch::isMainThread() ? "*" : " ", moduleName, message));
 }
 
+std::string HXClassName(const std::type_info& type) {
+  auto name = boost::core::demangle(type.name());
+  std::size_t start = 0;
+  int depth = 0;  // within template arguments, and the arguments of a function that the class is local to
+  for (std::size_t index = 0; index < name.size(); ++index) {
+    if (name[index] == '<' || name[index] == '(') ++depth;
+    if (name[index] == '>' || name[index] == ')') --depth;
+    if (name[index] == ':' && depth == 0) start = index + 1;
+  }
+  return name.substr(start);
+}
+
 void HX_logMessage(std::int8_t level, const std::string& moduleName, const std::string& message) {
   auto& state = logState();
   decltype(state.HXLogAction) action;
@@ -135,7 +158,8 @@ void HX_logMessage(std::int8_t level, const std::string& moduleName, const std::
 }
 
 void HXInstallUncaughtExceptionHandler() {
-  HXPreviousUncaughtExceptionHandler = std::set_terminate(HXUncaughtExceptionHandler);
+  auto previous = std::set_terminate(HXUncaughtExceptionHandler);
+  if (previous != HXUncaughtExceptionHandler) HXPreviousUncaughtExceptionHandler = previous;
 }
 
 std::string HXCallStackString() {
@@ -154,7 +178,7 @@ std::string HX_exceptionDescription(const std::exception_ptr& exception) {
   } catch (const std::exception& error) {
     return fmt::format("{}: {}", boost::core::demangle(typeid(error).name()), error.what());
   } catch (...) {
-    return "an exception of an unknown type";
+    return platform::foreignExceptionDescription().value_or("an exception of an unknown type");
   }
 }
 

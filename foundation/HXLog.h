@@ -42,6 +42,8 @@ void HX_setLogAction(std::function<void(std::int8_t, const std::string&, const s
 /// link is not followed. Each line is synchronised to the disk. A file that cannot be opened is silently skipped; one
 /// that a line cannot be written to is closed, and the file left out until this is called again.
 void HXSetLogFilePath(const std::string& path);
+/// The path that was set last, whether or not the file could be opened; empty at first.
+std::string HXLogFilePath();
 
 /// Sends a finished line to the destinations.
 void HXLogWriteLine(const std::string& line);
@@ -54,7 +56,7 @@ void HXLog(std::string_view moduleName, fmt::format_string<Arguments...> format,
 }
 
 /// Reports an exception that nobody catches, with the call stack, before the process ends by it; then the handler that
-/// was installed before has its turn.
+/// was installed before has its turn. To be called again does nothing more.
 void HXInstallUncaughtExceptionHandler();
 
 /// "Call stack: …" of the calling thread, one frame a line, with where the main image was loaded.
@@ -78,24 +80,39 @@ std::string HX_logStyleCurrentTime();
 /// Hands a message to the log action or, without one, to the log.
 void HX_logMessage(std::int8_t level, const std::string& moduleName, const std::string& message);
 
-/// Gives a class log calls of its own: class BRHMain : HXLogging<BRHMain> logs under the module name "BRHMain". A class
-/// may declare its own HX_logModuleName() to log under another.
+/// A class's name, with its template arguments and without what it is a member of.
+std::string HXClassName(const std::type_info& type);
+
+/// Gives the objects of a class log calls of their own: those of class BRHMain : HXLogging<BRHMain> log under the
+/// module name "BRHMain", those of a class derived from it, where it has virtual functions, under that one's name. A
+/// class may declare its own HX_logModuleName() to log under another name.
 template <class Class>
 class HXLogging {
  public:
-  static std::string HX_logModuleName() {
-    auto name = boost::core::demangle(typeid(Class).name());
-    return name.substr(name.rfind(':') + 1);
-  }
+  static std::string HX_logModuleName() { return HXClassName(typeid(Class)); }
 
   template <class... Arguments>
-  static void HX_log(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+  void HX_log(fmt::format_string<Arguments...> format, Arguments&&... arguments) const {
     HX_logWithLevel(HXLogDefaultLevel, format, std::forward<Arguments>(arguments)...);
   }
 
   template <class... Arguments>
-  static void HX_logWithLevel(std::int8_t level, fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+  void HX_logWithLevel(std::int8_t level, fmt::format_string<Arguments...> format, Arguments&&... arguments) const {
     if (!HXLogIsEnabled()) return;
-    HX_logMessage(level, Class::HX_logModuleName(), fmt::format(format, std::forward<Arguments>(arguments)...));
+    const auto& object = static_cast<const Class&>(*this);
+    const auto& type = typeid(object);
+    auto name = type == typeid(Class) ? Class::HX_logModuleName() : HXClassName(type);
+    HX_logMessage(level, name, fmt::format(format, std::forward<Arguments>(arguments)...));
   }
 };
+
+/// The same without an object: HX_log<BRHMain>("…") logs under the class's module name.
+template <class Class, class... Arguments>
+void HX_logWithLevel(std::int8_t level, fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+  if (!HXLogIsEnabled()) return;
+  HX_logMessage(level, Class::HX_logModuleName(), fmt::format(format, std::forward<Arguments>(arguments)...));
+}
+template <class Class, class... Arguments>
+void HX_log(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+  HX_logWithLevel<Class>(HXLogDefaultLevel, format, std::forward<Arguments>(arguments)...);
+}

@@ -6,9 +6,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <thread>
 
+#include "tests/support/temporary_folder.h"
 #include "tests/support/this_machine.h"
 
 namespace {
@@ -20,6 +22,12 @@ struct Speaker : HXLogging<Speaker> {};
 struct Renamed : HXLogging<Renamed> {
   static std::string HX_logModuleName() { return "Other"; }
 };
+template <class Argument>
+struct Template : HXLogging<Template<Argument>> {};
+struct Base : HXLogging<Base> {
+  virtual ~Base() = default;
+};
+struct Derived : Base {};
 
 class HXLogTest : public testing::Test {
  protected:
@@ -32,7 +40,6 @@ class HXLogTest : public testing::Test {
     HX_setLogAction(nullptr);
     HXSetLogEnabled(true);
     HXSetLogFilePath("");
-    std::filesystem::remove_all(folder);
   }
 
   std::vector<std::string> linesInFile() {
@@ -42,19 +49,15 @@ class HXLogTest : public testing::Test {
     return lines;
   }
 
-  std::string folder = [] {
-    std::string name = std::filesystem::temp_directory_path() / "hxlog.XXXXXX";
-    if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
-    return name;
-  }();
-  std::string path = folder + "/log";
+  TemporaryFolder folder;
+  std::string path = folder / "log";
 };
 
 constexpr char stamp[] = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6} ";
 
 TEST_F(HXLogTest, LinesHaveTimestampThreadMarkModuleAndMessage) {
   HXLog("Helper", "Version: {}, Starting...", 618);
-  std::thread([] { Speaker::HX_log("from {}", "elsewhere"); }).join();
+  std::thread([] { Speaker().HX_log("from {}", "elsewhere"); }).join();
   Renamed().HX_logWithLevel(20, "renamed");
   EXPECT_THAT(linesInFile(),
               ElementsAre(MatchesRegex(std::string(stamp) + "\\*\\[Helper\\] Version: 618, Starting\\.\\.\\."),
@@ -70,8 +73,9 @@ TEST_F(HXLogTest, AnExistingFileIsAddedToAndALinkIsNot) {
   HXLog("M", "second");
   EXPECT_EQ(linesInFile().size(), 2u);
 
-  std::filesystem::create_symlink(path, folder + "/link");
-  HXSetLogFilePath(folder + "/link");
+  EXPECT_EQ(HXLogFilePath(), path);
+  std::filesystem::create_symlink(path, folder / "link");
+  HXSetLogFilePath(folder / "link");
   HXLog("M", "lost");
   EXPECT_EQ(linesInFile().size(), 2u);
 }
@@ -88,14 +92,17 @@ TEST_F(HXLogTest, DestinationsSwitchHookAndActionDoWhatTheySay) {
   HX_setLogAction([&](std::int8_t level, const std::string& module, const std::string& message) {
     acted.push_back(fmt::format("{} {} {}", level, module, message));
   });
-  Speaker::HX_log("default");
-  Speaker::HX_logWithLevel(50, "trace");
+  HX_log<Speaker>("default");
+  HX_logWithLevel<Renamed>(50, "trace");
+  Template<std::pair<int, Speaker>>().HX_log("of a template");
+  static_cast<Base&&>(Derived()).HX_log("derived");
   HX_setLogAction(nullptr);
   HXSetLogDestinations(0);
-  Speaker::HX_log("normal again");
+  HX_log<Speaker>("normal again");
   HXSetLogEnabled(false);
   HXLog("M", "off");
-  EXPECT_THAT(acted, ElementsAre("30 Speaker default", "50 Speaker trace"));
+  EXPECT_THAT(acted, ElementsAre("30 Speaker default", "50 Other trace",
+                                 MatchesRegex("30 Template<std::pair<int,.*> > of a template"), "30 Derived derived"));
   EXPECT_THAT(hooked, ElementsAre("*[M] to stderr", "*[Speaker] normal again"));
 }
 
@@ -111,6 +118,21 @@ TEST_F(HXLogTest, LinesOfManyThreadsStayWhole) {
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(hooked.size(), 400u);
   EXPECT_EQ(linesInFile(), hooked);
+}
+
+TEST_F(HXLogTest, AFileThatIsNotOpenYetKeepsNobodyFromLogging) {
+  auto fifo = folder / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::thread opener([&] { HXSetLogFilePath(fifo); });  // waits for a reader
+  auto lines = std::async(std::launch::async, [&] {
+    for (int line = 0; line < 200; ++line) {
+      HXLog("M", "meanwhile");
+      std::this_thread::yield();
+    }
+  });
+  EXPECT_EQ(lines.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  std::ifstream reader(fifo);
+  opener.join();
 }
 
 TEST_F(HXLogTest, AFileThatCannotBeWrittenIsLeftOutUntilItIsSetAgain) {
@@ -134,6 +156,7 @@ TEST_F(HXLogTest, AnUncaughtExceptionIsLoggedAndHandedOn) {
       _exit(7);
     });
     HXInstallUncaughtExceptionHandler();
+    HXInstallUncaughtExceptionHandler();  // which does not become its own predecessor
     HXSetLogDestinations(HXLogToFile | HXLogToStderr);
     std::thread([] { throw std::runtime_error("nobody catches this"); }).join();
   };

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <boost/json/array.hpp>
-#include <boost/json/serialize.hpp>
 
 #include "foundation/HXEnumerationMutation.h"
 #include "foundation/HXEquationLine.h"
 #include "foundation/HXJSON.h"
 #include "foundation/detail/HXUnicode.h"
+#include "platform/base/exact_json.h"
 
 namespace json = boost::json;
 
@@ -15,7 +15,7 @@ namespace {
 
 std::string text(const json::value& value) {
   const auto* string = value.if_string();
-  return string ? std::string(string->data(), string->size()) : json::serialize(value);
+  return string ? std::string(string->data(), string->size()) : platform::serializeExactJSON(value);
 }
 
 std::string quotedIf(bool quoted, const std::string& text) {

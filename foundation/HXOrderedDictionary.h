@@ -9,6 +9,7 @@
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
 #include <compare>
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -31,6 +32,11 @@ class HXOrderedDictionary {
   HXOrderedDictionary& operator=(const HXOrderedDictionary&) = default;
   HXOrderedDictionary(HXOrderedDictionary&&) = default;
   HXOrderedDictionary& operator=(HXOrderedDictionary&&) = default;
+  // A mutable one is made immutable by copyWithZone(), and not in passing.
+  template <std::same_as<HXMutableOrderedDictionary> Mutable>
+  HXOrderedDictionary(const Mutable&) = delete;
+  template <std::same_as<HXMutableOrderedDictionary> Mutable>
+  HXOrderedDictionary& operator=(const Mutable&) = delete;
 
   /// The first object belongs to the first key, and so on; of the objects of one key the last counts.
   static HXOrderedDictionary initWithObjects(const std::vector<boost::json::value>& objects,
@@ -90,7 +96,8 @@ class HXOrderedDictionary {
   std::string equationLinesWithSeparator(std::string_view separator) const;
 
   /// Called with a key, the number of keys visited before, its object, and a flag, false at each call, that ends the
-  /// walk after the call.
+  /// walk after the call. The key and the object are the dictionary's own: once the block has changed the order of the
+  /// keys or removed the entry they may no longer be there.
   using EnumerationBlock =
       std::function<void(const std::string& key, std::size_t index, const boost::json::value& object, bool& stop)>;
   /// Walks in order, or backwards. Throws HXEnumerationMutation when it goes on after the order of the keys was
@@ -152,6 +159,11 @@ class HXMutableOrderedDictionary : public HXOrderedDictionary {
   /// A new key goes to the end; one that has an entry keeps its place. An absent object, which JSON's null is not,
   /// removes the key.
   void setObject(std::optional<boost::json::value> object, std::string_view key);
+  template <class Text>
+  requires(std::convertible_to<const Text&, std::string_view> &&
+           !std::is_null_pointer_v<Text>) void setObject(const Text& text, std::string_view key) {
+    setObject(std::make_optional<boost::json::value>(std::string_view(text)), key);
+  }
   /// Sets the object of every member, in the order of the members.
   void addEntriesFromDictionary(const boost::json::object& dictionary);
   void removeObjectForKey(std::string_view key);

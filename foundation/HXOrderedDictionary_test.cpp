@@ -14,10 +14,14 @@ namespace {
 using testing::ElementsAre;
 using Dictionary = HXMutableOrderedDictionary;
 
+static_assert(!std::is_constructible_v<HXOrderedDictionary, Dictionary&>);
+static_assert(!std::is_assignable_v<HXOrderedDictionary&, Dictionary>);
+static_assert(std::is_copy_assignable_v<Dictionary> && std::is_copy_constructible_v<HXOrderedDictionary>);
+
 Dictionary abc() {
   Dictionary dictionary;
   dictionary.setObject(1, "a");
-  dictionary.setObject("two", "b");
+  dictionary.setObject(std::string("two"), "b");
   dictionary.setObject(nullptr, "c");
   return dictionary;
 }

@@ -1,10 +1,8 @@
 // The children: the DHCP server and spindump.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <boost/json.hpp>
-#include <filesystem>
 
 #include "build_constants.h"
 #include "helper/BRHMain.h"
@@ -12,6 +10,7 @@
 #include "helper/probes/socket_owner_lookup.h"
 #include "helper/reply.h"
 #include "platform/base/json_text.h"
+#include "platform/process/named_files.h"
 
 namespace json = boost::json;
 
@@ -26,22 +25,15 @@ std::string argument(const json::object& request, std::string_view key) {
   return text.find('\0') == text.npos ? std::string(text) : "";
 }
 
-/// An absolute path without symbolic links and dots; empty when there is no such file.
-std::string resolved(const std::string& path) {
-  std::error_code failure;
-  return path.starts_with('/') ? std::filesystem::canonical(path, failure).string() : "";
-}
-
 /// Opens the file that a child appends its output to. Empty unless it is a regular file that belongs to the client's
 /// user and has no other name: root is not to be led to another's file, nor to wait at a FIFO. Files of the kernel, who
 /// judges the writer by the opener, mostly have no end to move to.
 platform::FileDescriptor openOutput(const std::string& path, std::uint32_t user) {
-  platform::FileDescriptor file(
-      open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  auto file = platform::openForAppending(path);
   struct stat status;
-  bool isSafe = file && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == user &&
-                status.st_nlink == 1 && lseek(file.get(), 0, SEEK_END) >= 0;
-  return isSafe ? std::move(file) : platform::FileDescriptor();
+  bool isSafe = file && fstat(file->get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == user &&
+                status.st_nlink == 1 && lseek(file->get(), 0, SEEK_END) >= 0;
+  return isSafe ? std::move(*file) : platform::FileDescriptor();
 }
 
 }  // namespace
@@ -54,8 +46,8 @@ json::object BRHMain::startDHCP(const json::object& request, const platform::ipc
     return BRHError("invalid dhcpd arguments");
   }
 
-  auto bundle = BRHBundleOfExecutable(resolved(_mainAppImagePath.value_or("")));
-  auto candidate = resolved(dhcpd);
+  auto bundle = BRHBundleOfExecutable(platform::resolvedPath(_mainAppImagePath.value_or("")));
+  auto candidate = platform::resolvedPath(dhcpd);
   if (bundle.empty() || candidate != bundle + "/Contents/Applications/brimo-dhcpd" ||
       !BRHValidateStaticCode(candidate, FrameworkRequirement)) {
     HX_log("Reject invalid dhcpd executable at {}", dhcpd);

@@ -11,6 +11,8 @@
 #include "helper/BRHMain.h"
 #include "platform/fake/ipc.h"
 #include "platform/fake/machine.h"
+#include "platform/fake/preferences.h"
+#include "tests/support/temporary_folder.h"
 
 namespace {
 
@@ -28,8 +30,8 @@ class ChildTasksTest : public testing::Test {
  protected:
   ChildTasksTest() {
     machine() = {};
-    fs::create_directories(folder + "/Brimo.app/Contents/Applications");
-    fs::create_directories(folder + "/Brimo.app/Contents/MacOS");
+    fs::create_directories(folder / "Brimo.app/Contents/Applications");
+    fs::create_directories(folder / "Brimo.app/Contents/MacOS");
     for (const auto& path : {executable, dhcpd, output}) std::ofstream(path) << "before\n";
     EXPECT_EQ(chown(output.c_str(), user, user), 0) << "run as root";
     machine().files[dhcpd] = platform::code_signing::success;
@@ -40,7 +42,6 @@ class ChildTasksTest : public testing::Test {
   ~ChildTasksTest() override {
     HXSetLogLineHook(nullptr);
     helper.stopDHCP();
-    fs::remove_all(folder);
   }
 
   std::string execute(const json::object& command) {
@@ -57,14 +58,10 @@ class ChildTasksTest : public testing::Test {
 
   std::shared_ptr<platform::fake::ConnectionState> peer = std::make_shared<platform::fake::ConnectionState>();
   BRHMain& helper = BRHMain::sharedInstance();
-  std::string folder = [] {
-    std::string name = fs::canonical(fs::temp_directory_path()) / "child_tasks.XXXXXX";
-    if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
-    return name;
-  }();
-  std::string executable = folder + "/Brimo.app/Contents/MacOS/Brimo";
-  std::string dhcpd = folder + "/Brimo.app/Contents/Applications/brimo-dhcpd";
-  std::string output = folder + "/output";
+  TemporaryFolder folder;
+  std::string executable = folder / "Brimo.app/Contents/MacOS/Brimo";
+  std::string dhcpd = folder / "Brimo.app/Contents/Applications/brimo-dhcpd";
+  std::string output = folder / "output";
   json::object request{{"command", "start-dhcpd"}, {"config", "/c"},   {"lease", "/l"}, {"dhcpd", dhcpd},
                        {"interface", "eth0"},      {"output", output}, {"pid", "/p"}};
   std::string launch = "launch " + dhcpd + " -4 -f -d -cf /c -lf /l -pf /p eth0";
@@ -87,7 +84,8 @@ TEST_F(ChildTasksTest, DHCPServerIsStartedAndItsEndNoticed) {
 
 TEST_F(ChildTasksTest, EveryArgumentIsATextThatIsNotEmpty) {
   for (auto key : {"config", "lease", "dhcpd", "interface", "output", "pid"}) {
-    for (const json::value& value : {json::value(), json::value(""), json::value(5)}) {
+    for (const json::value& value :
+         {json::value(), json::value(""), json::value(5), json::value(json::string_view("a\0b", 3))}) {
       auto damaged = request;
       damaged[key] = value;
       EXPECT_EQ(execute(damaged), R"({"error":"invalid dhcpd arguments"})") << key;
@@ -106,10 +104,10 @@ TEST_F(ChildTasksTest, OnlyTheSignedServerOfTheBundleIsStarted) {
     EXPECT_EQ(start(), refused) << path;
     EXPECT_THAT(machine().steps, ElementsAre("Reject invalid dhcpd executable at " + path));
   };
-  auto copy = folder + "/Brimo.app/Contents/Applications/copy";
+  auto copy = folder / "Brimo.app/Contents/Applications/copy";
   std::ofstream(copy) << "copy";
   machine().files[copy] = machine().files["/brimo-dhcpd"] = platform::code_signing::success;
-  for (const auto& path : {copy, folder + "/missing", std::string("brimo-dhcpd"), std::string("/"),
+  for (const auto& path : {copy, folder / "missing", std::string("brimo-dhcpd"), std::string("/"),
                            std::string("/Contents/Applications/brimo-dhcpd")}) {
     refuses(path);
   }
@@ -125,15 +123,20 @@ TEST_F(ChildTasksTest, OnlyTheSignedServerOfTheBundleIsStarted) {
 }
 
 TEST_F(ChildTasksTest, LinksAreResolvedOnBothSides) {
-  auto link = folder + "/link", bundle = folder + "/Linked.app";
+  auto link = folder / "link", bundle = folder / "Linked.app";
   fs::create_symlink(dhcpd, link);
-  fs::create_directory_symlink(folder + "/Brimo.app", bundle);
+  fs::create_directory_symlink(folder / "Brimo.app", bundle);
   request["dhcpd"] = link;
   EXPECT_EQ(start(), started);
   EXPECT_EQ(machine().steps[1], launch);
   helper.setMainAppImagePath(bundle + "/Contents/MacOS/Brimo");
   request["dhcpd"] = bundle + "/Contents/MacOS/.././/Applications/brimo-dhcpd";
   EXPECT_EQ(start(), R"({"result":"success","pid":1002})");
+
+  // The application may be removed while it runs.
+  fs::remove(executable);
+  request["dhcpd"] = dhcpd + "//";
+  EXPECT_EQ(start(), R"({"result":"success","pid":1003})");
 }
 
 TEST_F(ChildTasksTest, APreviousServerIsStoppedFirst) {
@@ -168,7 +171,7 @@ TEST_F(ChildTasksTest, TheHolderOfPort67IsKilledIfItStillIsTheHolder) {
 }
 
 TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
-  auto target = folder + "/target";
+  auto target = folder / "target";
   auto plants = std::initializer_list<std::function<void()>>{
       [] {},
       [&] { fs::create_symlink(target, output); },
@@ -195,6 +198,9 @@ TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
   fs::remove(output);
   fs::copy_file(target, output);
   ASSERT_EQ(chown(output.c_str(), user, user), 0);
+  request["output"] = "/proc/self/root" + output;  // which leads to wherever the process wants
+  EXPECT_EQ(start(), R"({"error":"invalid dhcpd output path"})");
+  request["output"] = output;
   peer->peerUserID = 1001;
   EXPECT_EQ(start(), R"({"error":"invalid dhcpd output path"})");
   peer->peerUserID = user;
@@ -215,6 +221,23 @@ TEST_F(ChildTasksTest, AFailedLaunchIsToldAndForgotten) {
   }
   machine().launchFailure.reset();
   EXPECT_EQ(start(), started);
+  EXPECT_EQ(machine().steps.front(), "Start dhcpd");  // and not the end of a previous one
+}
+
+TEST_F(ChildTasksTest, WhatALostClientLeavesIsUndoneInOrder) {
+  platform::fake::preferences() = {};
+  machine().continuousSeconds = 1000;
+  execute({{"command", "start-watchdog"}});
+  execute({{"command", "set-proxy"}, {"payload", {{"A", json::object()}}}, {"cleanup", false}});
+  start();
+  machine().steps.clear();
+  using Error = platform::ipc::Error;
+  helper.handleXPCEvent(*platform::fake::makeConnection(),
+                        Error{.kind = Error::Kind::connectionInvalid, .description = ""});
+  EXPECT_THAT(machine().steps,
+              ElementsAre("XPC connection closed", "cleanupProxySettings", "Remove service A proxy settings, result: 1",
+                          "terminate 1001", "wait 1000 ms", "wait until exit", "Main process died unexpectedly",
+                          "Relaunching"));
 }
 
 TEST_F(ChildTasksTest, StopKillsByNameToo) {

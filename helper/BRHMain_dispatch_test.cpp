@@ -5,8 +5,11 @@
 
 #include "helper/BRHMain.h"
 #include "helper/probes/BRSockAddrObject.h"
+#include "platform/fake/dispatch.h"
 #include "platform/fake/ipc.h"
 #include "platform/fake/machine.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/this_machine.h"
 
 namespace {
 
@@ -18,12 +21,7 @@ namespace fake = platform::fake;
 
 class DispatchTest : public testing::Test {
  protected:
-  DispatchTest() {
-    machine() = {};
-    HXSetLogDestinations(0);
-    HXSetLogLineHook([this](const std::string& line) { log.push_back(line.substr(line.find('['))); });
-  }
-  ~DispatchTest() override { HXSetLogLineHook(nullptr); }
+  DispatchTest() { machine() = {}; }
 
   void deliver(const ipc::Event& event) {
     log.clear();
@@ -50,7 +48,8 @@ class DispatchTest : public testing::Test {
 
   std::shared_ptr<fake::ConnectionState> state = std::make_shared<fake::ConnectionState>();
   std::shared_ptr<ipc::Connection> connection = fake::makeConnection(state);
-  std::vector<std::string> log;
+  CapturedLog captured;
+  std::vector<std::string>& log = captured.lines;
 };
 
 ipc::Data bytesOf(std::string_view text) {
@@ -95,12 +94,6 @@ TEST_F(DispatchTest, APayloadMayHaveFourMebibytes) {
   EXPECT_THAT(log, ElementsAre("[BRHMain] JSON command payload is too large: 4194305"));
 }
 
-TEST_F(DispatchTest, RawCommandsComeFirst) {
-  auto reply = ask({{"command", "version"}, {"json", bytesOf(R"({"command":"version"})")}});
-  EXPECT_EQ(reply, (ipc::Dictionary{{"error", "unknown command"}}));
-  EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: version", "[BRHMain] Unknown raw command!"));
-}
-
 TEST_F(DispatchTest, ProcessLookup) {
   auto query = BRSockAddrMakeIPv4({127, 0, 0, 1}, 80);
   ipc::Data address(query.begin(), query.end());
@@ -140,6 +133,25 @@ TEST_F(DispatchTest, ProbesNeedAnInterface) {
               R"({"error":"Invalid interface"})");
     EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: dhcp-discover"));
   }
+}
+
+TEST_F(DispatchTest, RouterProbesAreLimited) {
+  using namespace std::chrono_literals;
+  int replies = 0;
+  auto detect = [&] {
+    deliver(fake::makeMessage({{"command", "ra-detect"}, {"interface", loopbackInterface()}},
+                              [&](const ipc::Dictionary& reply) { replies += reply.size() == 0; }));
+  };
+  for (int probe = 0; probe < 128; ++probe) detect();
+  EXPECT_EQ(replies, 0);
+  detect();
+  EXPECT_EQ(replies, 1);
+  EXPECT_EQ(log.back(), "[BRHMain] Too many ra-detect requests at once");
+  fake::passTime(5s);
+  EXPECT_EQ(replies, 129);
+  detect();
+  EXPECT_EQ(replies, 129);
+  fake::passTime(5s);
 }
 
 TEST_F(DispatchTest, RequestsThatAcceptNoReply) {

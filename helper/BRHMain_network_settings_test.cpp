@@ -80,7 +80,7 @@ TEST_F(NetworkSettingsTest, ProxiesAreWrittenAsTheyCome) {
                                json::parse(R"({"HTTPEnable":1,"HTTPPort":8080,"X":[true,null,0.5]})")),
                           Pair("/NetworkServices/A/Proxies", json::object())));
   EXPECT_THAT(log, ElementsAre(R"(Update service B proxy settings to: {"HTTPEnable":1,"HTTPPort":8080,)"
-                               R"("X":[true,null,5E-1]}, result: 1)",
+                               R"("X":[true,null,0.5]}, result: 1)",
                                "Update service A proxy settings to: {}, result: 1"));
   EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
 }

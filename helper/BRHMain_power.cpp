@@ -29,9 +29,9 @@ void BRHMain::holdAssertion(const char* type, const char* nameSuffix, const char
   }
   dispatch::after(holdingTime, dispatch::mainQueue(), [assertion = *assertion, whatFailed] {
     if (auto released = power::releaseAssertion(assertion); !released) {
-      HX_log("Failed to release {}: {}", whatFailed, released.error().number);
+      ::HX_log<BRHMain>("Failed to release {}: {}", whatFailed, released.error().number);
     } else {
-      HX_log("Release IOPMAssertion");
+      ::HX_log<BRHMain>("Release IOPMAssertion");
     }
   });
 }

@@ -38,19 +38,6 @@ TEST_F(PowerTest, TwoAssertionsAreHeldForThirtySeconds) {
   EXPECT_THAT(log(), ElementsAre("Release IOPMAssertion", "Release IOPMAssertion"));
 }
 
-TEST_F(PowerTest, CommandsOverlap) {
-  for (int count = 0; count < 3; ++count) {
-    preventSleep();
-    passTime(10s);
-  }
-  for (std::size_t held : {4U, 2U, 0U}) {
-    EXPECT_EQ(machine().assertions.size(), held);
-    EXPECT_THAT(heldTypes(), testing::Each(testing::AnyOf(idle, network)));
-    passTime(10s);
-  }
-  EXPECT_EQ(log().size(), 3u + 6u);
-}
-
 TEST_F(PowerTest, OneAssertionMayFailWithoutTheOther) {
   struct Case {
     std::string fails, held;

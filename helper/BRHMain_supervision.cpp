@@ -43,6 +43,6 @@ void BRHMain::launchMainApplicationWithArguments(const std::vector<std::string>&
     return;
   }
   platform::openApplication(ClientBundleIdentifier, path, arguments, [](const platform::Result<void>& launched) {
-    if (!launched) HX_log("Failed to launch main application: {}", launched.error().what());
+    if (!launched) ::HX_log<BRHMain>("Failed to launch main application: {}", launched.error().what());
   });
 }

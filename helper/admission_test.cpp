@@ -7,6 +7,7 @@
 #include "helper/BRHMain.h"
 #include "platform/fake/ipc.h"
 #include "platform/fake/machine.h"
+#include "tests/support/captured_log.h"
 
 namespace {
 
@@ -28,13 +29,8 @@ class AdmissionTest : public testing::Test {
     machine().executables[42] = executable;
     for (const auto& path : {executable, bugsnag, sparkle}) machine().files[path] = code_signing::success;
     BRHMain::sharedInstance().setMainAppImagePath("/none");
-    HXSetLogDestinations(0);
-    HXSetLogLineHook([this](const std::string& line) { log.push_back(line.substr(line.find('['))); });
   }
-  ~AdmissionTest() override {
-    HXSetLogLineHook(nullptr);
-    state->handler = nullptr;  // which holds the connection
-  }
+  ~AdmissionTest() override { state->handler = nullptr; }  // which holds the connection
 
   void accept() { BRHListenerEventHandler(fake::makeConnection(state)); }
 
@@ -46,7 +42,8 @@ class AdmissionTest : public testing::Test {
   }
 
   std::shared_ptr<fake::ConnectionState> state = std::make_shared<fake::ConnectionState>();
-  std::vector<std::string> log;
+  CapturedLog captured;
+  std::vector<std::string>& log = captured.lines;
 };
 
 TEST_F(AdmissionTest, TheFirstMessageIsValidatedInOrderAndThenDispatched) {
@@ -115,11 +112,6 @@ TEST_F(AdmissionTest, AConnectionThatTheRequirementCannotBeInstalledOnIsCancelle
   EXPECT_THAT(log, ElementsAre("[Helper] New connection: <fake connection>",
                                "[Helper] Failed to install peer signing requirement for PID 42: -67052",
                                "[Helper] Listener received a non-connection object: accept: no room"));
-}
-
-TEST(MainApplication, HasAPath) {
-  EXPECT_FALSE(BRHValidateMainApplication(""));
-  EXPECT_FALSE(BRHValidateMainApplication("no/slashes"));
 }
 
 }  // namespace

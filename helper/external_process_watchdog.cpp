@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <boost/json.hpp>
+#include <map>
+#include <set>
 
 #include "foundation/HXJSON.h"
 #include "foundation/HXLog.h"
@@ -28,19 +30,27 @@ bool isSafe(const struct stat& status) {
 std::optional<BRHWatchedProcess> watchedProcess(const json::value& element) {
   const auto* pair = element.if_array();
   if (!pair || pair->size() != 2) return std::nullopt;
-  json::error_code error;
+  boost::system::error_code error;
   auto number = pair->at(0).to_number<double>(error);  // which holds each 32-bit integer exactly
   const auto* path = pair->at(1).if_string();
   if (error || !(number >= 2 && number < 0x80000000p0) || !path || path->empty()) return std::nullopt;
   return BRHWatchedProcess{.pid = static_cast<std::int32_t>(number), .path = std::string(*path)};
 }
 
-/// Kills the process that is listed, unless it has ended or its number is another's by now.
-void killIfStillTheSame(const BRHWatchedProcess& listed, std::uint32_t user) {
+/// Kills a process that is listed with these paths, unless it has ended or its number is another's by now.
+void killIfStillTheSame(std::int32_t pid, const std::set<std::string>& paths, std::uint32_t user) {
   // Held before it is looked at: what is killed is what was looked at.
-  auto process = platform::Process::find(listed.pid);
-  if (process && platform::effectiveUserID(listed.pid) == user && platform::executablePath(listed.pid) == listed.path) {
-    process->kill();
+  auto process = platform::Process::find(pid);
+  if (!process || platform::effectiveUserID(pid) != user) return;
+  if (auto path = platform::executablePath(pid); path && paths.contains(*path)) process->kill();
+}
+
+/// Looks at each listed process once, however often it is listed: anybody may fill the file, and all clients wait.
+void killListed(const std::vector<BRHWatchedProcess>& processes, std::uint32_t user) {
+  std::map<std::int32_t, std::set<std::string>> pathsOf;
+  for (const auto& process : processes) pathsOf[process.pid].insert(process.path);
+  for (const auto& process : processes) {
+    if (auto listed = pathsOf.extract(process.pid)) killIfStillTheSame(listed.key(), listed.mapped(), user);
   }
 }
 
@@ -74,7 +84,7 @@ void BRHKillWatchedExternalProcesses(const std::string& watchdogFile) {
   file.reset();
 
   if (auto processes = BRHParseWatchedProcesses(content)) {
-    for (const auto& process : *processes) killIfStillTheSame(process, status.st_uid);
+    killListed(*processes, status.st_uid);
   } else {
     HXLog(moduleName, "Invalid external-process watchdog payload");
   }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -73,12 +74,13 @@ TEST_F(WatchdogTest, KillsWhatStillRunsAsItWasListedAndHoldsItFirst) {
   put(R"([[10, "/a"], [11, "/a"], [12, "/a"], [13, "/a"], [14, "/a"], [15, "/a"], [10, "/A"], [1, "/a"]])");
   EXPECT_TRUE(deletes());
   EXPECT_THAT(machine().killed, ElementsAre(10));
+  EXPECT_EQ(std::count(machine().steps.begin(), machine().steps.end(), "find 10"), 1);  // though listed twice
   machine().steps.resize(7);
   EXPECT_THAT(machine().steps,
               ElementsAre("find 10", "user 10", "path 10", "kill 10", "find 11", "user 11", "path 11"));
   EXPECT_THAT(log, IsEmpty());
   machine().users[12] = 0;
-  put(R"([[12, "/a"], [10, "/a"]])");
+  put(R"([[12, "/x"], [10, "/a"], [12, "/a"]])");
   ASSERT_EQ(chown(path.c_str(), 0, 0), 0);
   EXPECT_TRUE(deletes());
   EXPECT_THAT(machine().killed, ElementsAre(10, 12));
@@ -113,6 +115,11 @@ TEST_F(WatchdogTest, AnUnsafeFileIsRefusedAndLeft) {
   refuses();
   put(std::string(1'048'577, ' '));
   refuses();
+}
+
+TEST_F(WatchdogTest, AFileThatIsShorterThanItSaysIsLeft) {
+  BRHKillWatchedExternalProcesses("/sys/kernel/fscaps");  // which says 4096
+  EXPECT_THAT(log, ElementsAre("[Helper] Failed to read external-process watchdog file"));
 }
 
 TEST_F(WatchdogTest, ASizeOfAMebibyteIsRead) {

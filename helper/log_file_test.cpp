@@ -10,6 +10,7 @@
 
 #include "foundation/HXLog.h"
 #include "platform/fake/machine.h"
+#include "tests/support/temporary_folder.h"
 #include "tests/support/this_machine.h"
 
 namespace {
@@ -23,10 +24,7 @@ class LogFileTest : public testing::Test {
     HXSetLogDestinations(HXLogToFile);
     HXSetLogFilePath("");
   }
-  ~LogFileTest() override {
-    HXSetLogFilePath("");
-    std::filesystem::remove_all(folder);
-  }
+  ~LogFileTest() override { HXSetLogFilePath(""); }
 
   void put(const std::string& content, mode_t mode) {
     std::ofstream(path) << content;
@@ -48,12 +46,8 @@ class LogFileTest : public testing::Test {
     return lstat(path.c_str(), &status) == 0 ? status.st_mode : 0;
   }
 
-  std::string folder = [] {
-    std::string name = std::filesystem::temp_directory_path() / "log_file.XXXXXX";
-    if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
-    return name;
-  }();
-  std::string path = folder + "/BrimoHelper.log";
+  TemporaryFolder folder;
+  std::string path = folder / "BrimoHelper.log";
 };
 
 TEST_F(LogFileTest, MakesOrKeepsASafeFile) {
@@ -66,7 +60,7 @@ TEST_F(LogFileTest, MakesOrKeepsASafeFile) {
 }
 
 TEST_F(LogFileTest, ReplacesWhatAnotherUserCouldHavePlanted) {
-  const std::string target = folder + "/target";
+  const std::string target = folder / "target";
   auto plants = std::initializer_list<std::function<void()>>{
       [&] { put("group may write\n", 0664); },
       [&] { put("all may write\n", 0646); },
@@ -108,7 +102,7 @@ TEST_F(LogFileTest, GoesOnWithoutAFileThatCannotBeMadeSafe) {
   EXPECT_TRUE(std::filesystem::is_directory(path));
 
   machine() = {};
-  BRHOpenLogFile(folder + "/none/log");  // unlink says ENOENT each time
+  BRHOpenLogFile(folder / "none/log");  // unlink says ENOENT each time
   EXPECT_THAT(machine().systemLog, testing::ElementsAre("Brimo Helper refused to open an unsafe log file"));
 }
 

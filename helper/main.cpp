@@ -1,4 +1,6 @@
 // The helper's entry point.
+#include <fmt/format.h>
+
 #include <cstdlib>
 
 #include "build_constants.h"
@@ -7,6 +9,7 @@
 #include "helper/log_file.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/ipc/service.h"
+#include "platform/system/system_log.h"
 
 namespace {
 
@@ -19,12 +22,14 @@ int main() {
   BRHOpenLogFile(BRHLogFilePath);
   HXInstallUncaughtExceptionHandler();
   HXLog("Helper", "Version: {}, Starting...", BRHBuildNumber);
-  auto listener = platform::ipc::Listener::create(
+  auto created = platform::ipc::Listener::create(
       {.name = HelperServiceName, .build = BRHBuildNumber, .clientGroup = BRHClientGroup});
-  if (!listener) {
+  if (!created) {
     HXLog("Helper", "Failed to create service.");
+    platform::systemLog(fmt::format("Failed to create service: {}", created.error().what()));
     std::exit(EXIT_FAILURE);
   }
+  auto listener = std::move(*created);
   listener->setEventHandler(BRHListenerEventHandler);
   listener->resume();
   platform::dispatch::dispatchMain();

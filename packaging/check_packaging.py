@@ -29,7 +29,7 @@ assert len(authorized) == 1 and authorized[0].encode() in helper.read_bytes(), a
 job = plistlib.loads((folder / "macos/launchd.plist").read_bytes())
 assert job == {"Label": service, "MachServices": {service: True}, "AssociatedBundleIdentifiers": client}, job
 
-if helper.read_bytes().startswith(b"\xcf\xfa\xed\xfe"):  # Mach-O of 64 bits
+if helper.read_bytes().startswith((b"\xcf\xfa\xed\xfe", b"\xca\xfe\xba\xbe")):  # Mach-O: of 64 bits, universal
     # The executable carries both lists in sections of their own; launchd is told besides where it lies.
     for section, name in (("__info_plist", "Info"), ("__launchd_plist", "launchd")):
         assert section.encode() in helper.read_bytes(), section
@@ -41,7 +41,7 @@ if helper.read_bytes().startswith(b"\xcf\xfa\xed\xfe"):  # Mach-O of 64 bits
 units = {name: (folder / "systemd" / f"{service}.{name}").read_text() for name in ("socket", "service")}
 for line in (f"ListenStream=/run/{service}.socket", "SocketMode=0666", "Accept=no", "PassCredentials=yes", "TriggerLimitIntervalSec=0"):
     assert line in units["socket"].splitlines(), line
-for line in ("KillMode=process", "OOMPolicy=continue", "LimitNOFILE=4096", "StartLimitIntervalSec=0", f"After={service}.socket NetworkManager.service",
+for line in ("KillMode=process", "OOMPolicy=continue", "LimitNOFILE=4096", "WatchdogSec=120", "WatchdogSignal=SIGKILL", "StartLimitIntervalSec=0", f"After={service}.socket NetworkManager.service",
              f"StateDirectory={service}", "StateDirectoryMode=0700"):
     assert line in units["service"].splitlines(), line
 assert not re.search(r"PrivateTmp=(?!no)|ProtectHome=(?!no)", units["service"])

@@ -54,7 +54,7 @@ class Probe : public HXLogging<Probe> {
 
  private:
   [[noreturn]] static void fail(const char* message) {
-    HX_log("{}", message);
+    ::HX_log<Probe>("{}", message);
     throw platform::Failure(0, message);
   }
 

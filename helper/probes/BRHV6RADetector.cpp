@@ -99,6 +99,7 @@ int BRHV6RADetector::sendRS() {
   inet_pton(AF_INET6, "ff02::2", &allRouters.sin6_addr);
   // The kernel fills in the checksum.
   constexpr std::array<std::uint8_t, 8> solicitation{133};
+  listening_.wait();  // a router may answer at once
   while (!_stopped) {
     if (sendto(socket.get(), solicitation.data(), solicitation.size(), 0,
                reinterpret_cast<const sockaddr*>(&allRouters), sizeof allRouters) < 0) {
@@ -111,28 +112,38 @@ int BRHV6RADetector::sendRS() {
   return 0;
 }
 
-int BRHV6RADetector::recvRA() {
-  if (if_nametoindex(_interface.c_str()) == 0) return 1;
-  auto opened = platform::openSocket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6);
-  if (!opened) return fail("socket", opened.error());
-  const auto& socket = *opened;
-  if (auto bound = platform::bindToInterface(socket.get(), _interface); !bound) {
-    return fail("setsockopt(IPV6_BOUND_IF)", bound.error());
+// Empty on failure, which it reports.
+platform::FileDescriptor BRHV6RADetector::openReceiver() const {
+  auto failed = [](const char* step, const platform::Failure& failure = platform::lastFailure()) {
+    fail(step, failure);
+    return platform::FileDescriptor();
+  };
+  if (if_nametoindex(_interface.c_str()) == 0) return {};
+  auto socket = platform::openSocket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6);
+  if (!socket) return failed("socket", socket.error());
+  if (auto bound = platform::bindToInterface(socket->get(), _interface); !bound) {
+    return failed("setsockopt(IPV6_BOUND_IF)", bound.error());
   }
-  if (auto requested = platform::requestHopLimit(socket.get()); !requested) {
-    return fail("setsockopt(IPV6_2292HOPLIMIT)", requested.error());
+  if (auto requested = platform::requestHopLimit(socket->get()); !requested) {
+    return failed("setsockopt(IPV6_2292HOPLIMIT)", requested.error());
   }
-  if (!setOption(socket.get(), SOL_SOCKET, SO_RCVTIMEO, timeval{.tv_sec = 1, .tv_usec = 0})) {
-    return fail("setsockopt(SO_RCVTIMEO)");
+  if (!setOption(socket->get(), SOL_SOCKET, SO_RCVTIMEO, timeval{.tv_sec = 1, .tv_usec = 0})) {
+    return failed("setsockopt(SO_RCVTIMEO)");
   }
-  platform::enlargeReceiveBuffer(socket.get());
+  platform::enlargeReceiveBuffer(socket->get());
   icmp6_filter onlyAdvertisements;
   ICMP6_FILTER_SETBLOCKALL(&onlyAdvertisements);
   ICMP6_FILTER_SETPASS(ND_ROUTER_ADVERT, &onlyAdvertisements);
-  if (!setOption(socket.get(), IPPROTO_ICMPV6, ICMP6_FILTER, onlyAdvertisements)) {
-    return fail("setsockopt(ICMP6_FILTER)");
+  if (!setOption(socket->get(), IPPROTO_ICMPV6, ICMP6_FILTER, onlyAdvertisements)) {
+    return failed("setsockopt(ICMP6_FILTER)");
   }
+  return std::move(*socket);
+}
 
+int BRHV6RADetector::recvRA() {
+  auto socket = openReceiver();
+  listening_.count_down();
+  if (!socket) return 1;
   std::array<std::uint8_t, receiveBuffer> buffer;
   while (!_stopped) {
     auto received = platform::receiveICMPv6(socket.get(), buffer);

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <latch>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -13,6 +14,7 @@
 
 #include "foundation/HXGCDTimer.h"
 #include "foundation/HXLog.h"
+#include "platform/base/file_descriptor.h"
 
 /// Solicits routers once a second until the first advertisement of a default router, for five seconds at most. Used
 /// once: set up, then start(). Keep it until it has completed. Needs the right to raw sockets.
@@ -43,7 +45,9 @@ class BRHV6RADetector : public HXLogging<BRHV6RADetector>, public std::enable_sh
   void timeout();
   int sendRS();
   int recvRA();
+  platform::FileDescriptor openReceiver() const;
 
+  std::latch listening_{1};  // counted down when the receiver listens, or never will
   std::thread _sendThread;
   std::thread _recvThread;
   std::shared_ptr<HXGCDTimer> _timeoutTimer;

@@ -54,6 +54,8 @@ class BRSockAddrObject {
 
   /// By family, then address, then port; addresses of one other family are equivalent.
   std::weak_ordering compare(const BRSockAddrObject& other) const;
+  /// Nothing comes before every address.
+  std::weak_ordering compare(std::nullptr_t) const { return std::weak_ordering::greater; }
 
   /// The text, with the port unless it is 0.
   std::string description() const;

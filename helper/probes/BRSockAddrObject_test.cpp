@@ -79,6 +79,7 @@ TEST(BRSockAddrObject, OrdersByFamilyAddressAndPort) {
   EXPECT_LT(six(1, 1, 9), six(1, 2, 1));
   EXPECT_LT(six(1, 1, 1), six(1, 1, 2));
   EXPECT_TRUE(six(1, 1, 1).compare(six(1, 1, 1)) == 0);
+  EXPECT_TRUE(six(1, 1, 1).compare(nullptr) > 0);
   EXPECT_TRUE(BRSockAddrObject::objectWithAddr({16, 99, 1}).compare(BRSockAddrObject::objectWithAddr({16, 99, 2})) ==
               0);
 }

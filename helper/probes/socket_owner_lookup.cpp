@@ -41,8 +41,8 @@ std::optional<BRProcess> socketOwner(platform::SocketProtocol protocol, const BR
   auto pid = found ? platform::socketOwner(*found) : std::nullopt;
   if (!pid || *pid == 0) return std::nullopt;
   auto path = platform::executablePath(*pid);
-  // The path is that of the owner only if the process is still the same.
-  if (!path || platform::socketOwner(*found) != pid) return std::nullopt;
+  // The path is that of the owner only if the process is still the same. Another may hold the socket, too.
+  if (!path || !platform::holdsSocket(*pid, *found)) return std::nullopt;
   if (!platform::isUTF8(*path)) path.reset();
   return BRProcess{.pid = *pid, .processPath = std::move(path)};
 }

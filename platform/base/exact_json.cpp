@@ -1,17 +1,33 @@
 #include "platform/base/exact_json.h"
 
+#include <fmt/format.h>
+#include <locale.h>
+
 #include <algorithm>
+#include <array>
 #include <boost/json.hpp>
 #include <boost/json/basic_parser_impl.hpp>
 #include <cmath>
 #include <cstdlib>
-#include <string>
+#if __has_include(<xlocale.h>)
+#include <xlocale.h>  // macOS: newlocale(), strtod_l()
+#endif
 
 namespace platform {
 
 namespace json = boost::json;
 
 namespace {
+
+/// The double nearest to a number, without a digit grouping or decimal comma of the process's locale.
+double nearestDouble(std::string_view text) {
+  static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+  // strtod_l() wants a zero byte behind the number.
+  std::array<char, 64> buffer;
+  if (text.size() >= buffer.size()) return strtod_l(std::string(text).c_str(), nullptr, cLocale);
+  *std::copy(text.begin(), text.end(), buffer.begin()) = '\0';
+  return strtod_l(buffer.data(), nullptr, cLocale);
+}
 
 /// Puts together what the parser finds; the parser's own choice but for on_double().
 struct Handler {
@@ -20,7 +36,7 @@ struct Handler {
   static constexpr std::size_t max_key_size = json::string::max_size();
   static constexpr std::size_t max_string_size = json::string::max_size();
   using Text = json::string_view;
-  using Error = json::error_code;
+  using Error = boost::system::error_code;
 
   bool on_document_begin(Error&) { return true; }
   bool on_document_end(Error&) { return true; }
@@ -35,15 +51,60 @@ struct Handler {
   bool on_number_part(Text, Error&) { return true; }
   bool on_int64(std::int64_t number, Text, Error&) { return values.push_int64(number), true; }
   bool on_uint64(std::uint64_t number, Text, Error&) { return values.push_uint64(number), true; }
-  bool on_double(double, Text text, Error&) {
-    return values.push_double(std::strtod(std::string(text).c_str(), nullptr)), true;
-  }
+  bool on_double(double, Text text, Error&) { return values.push_double(nearestDouble(text)), true; }
   bool on_bool(bool truth, Error&) { return values.push_bool(truth), true; }
   bool on_null(Error&) { return values.push_null(), true; }
   bool on_comment_part(Text, Error&) { return true; }
   bool on_comment(Text, Error&) { return true; }
 
   json::value_stack values;
+};
+
+class Writer {
+ public:
+  void write(const json::value& value) {
+    if (const auto* array = value.if_array()) {
+      writeList('[', *array, ']', [this](const json::value& element) { write(element); });
+    } else if (const auto* object = value.if_object()) {
+      writeList('{', *object, '}', [this](const auto& member) {
+        writeScalar(member.key());
+        text_ += ':';
+        write(member.value());
+      });
+    } else if (const auto* number = value.if_double()) {
+      const auto start = text_.size();
+      fmt::format_to(std::back_inserter(text_), "{}", *number);
+      if (text_.find_first_of(".e", start) == text_.npos) text_ += ".0";  // or it would be read back as an integer
+    } else {
+      writeScalar(&value);
+    }
+  }
+
+  std::string take() { return std::move(text_); }
+
+ private:
+  template <class List, class WriteElement>
+  void writeList(char open, const List& list, char close, WriteElement writeElement) {
+    text_ += open;
+    for (const auto& element : list) {
+      if (&element != &*list.begin()) text_ += ',';
+      writeElement(element);
+    }
+    text_ += close;
+  }
+
+  /// A text, or a pointer to a value.
+  template <class Scalar>
+  void writeScalar(Scalar scalar) {
+    serializer_.reset(scalar);
+    while (!serializer_.done()) {
+      std::array<char, 4096> piece;
+      text_ += std::string_view(serializer_.read(piece.data(), piece.size()));
+    }
+  }
+
+  json::serializer serializer_;
+  std::string text_;
 };
 
 }  // namespace
@@ -53,12 +114,18 @@ Result<json::value> parseExactJSON(std::string_view text, std::size_t maximumDep
   options.max_depth = maximumDepth;
   json::basic_parser<Handler> parser(options);
   parser.handler().values.reset();
-  json::error_code error;
+  boost::system::error_code error;
   // The whole text at once, so that every number comes in one piece.
   auto length = parser.write_some(false, text.data(), text.size(), error);
   if (!error && length < text.size()) error = json::error::extra_data;
   if (error) return Failure(0, error.message());
   return parser.handler().values.release();
+}
+
+std::string serializeExactJSON(const json::value& value) {
+  Writer writer;
+  writer.write(value);
+  return writer.take();
 }
 
 bool isFiniteJSON(const json::value& value) {

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <type_traits>
 
@@ -19,12 +20,12 @@ struct Failure : std::runtime_error {
 };
 
 /// The failure that an errno stands for: its text, after what it is about.
-inline Failure failureOf(int number, const std::string& about = {}) {
-  return {number, (about.empty() ? "" : about + ": ") + std::generic_category().message(number)};
+inline Failure failureOf(int number, std::string_view about = {}) {
+  return {number, std::string(about) + (about.empty() ? "" : ": ") + std::generic_category().message(number)};
 }
 
-/// The failure of the system call just made.
-inline Failure lastFailure(const std::string& about = {}) {
+/// The failure of the system call just made. Not a std::string: to make one could change errno.
+inline Failure lastFailure(std::string_view about = {}) {
   return failureOf(errno, about);
 }
 
@@ -65,7 +66,7 @@ auto attempt(Steps&& steps) -> Result<std::invoke_result_t<Steps>> {
 
 /// The result of a function that returns a negative errno when it fails, as those of sd-bus do; throws that Failure. Of
 /// functions that return a positive one, as posix_spawn(3) does, the result is negated.
-inline int check(int result, const std::string& about = {}) {
+inline int check(int result, std::string_view about = {}) {
   if (result < 0) throw failureOf(-result, about);
   return result;
 }

@@ -111,6 +111,10 @@ std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
   return find(fake::machine().owners, socket.identity);
 }
 
+bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {
+  return fake::machine().ownersKeepSockets && find(fake::machine().owners, socket.identity) == pid;
+}
+
 void systemLog(const std::string& line) {
   fake::machine().systemLog.push_back(line);
 }

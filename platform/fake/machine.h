@@ -48,6 +48,7 @@ struct Machine {
 
   std::vector<std::pair<SocketProtocol, SocketEntry>> sockets;
   std::map<std::uint64_t, std::int32_t> owners;  ///< by the sockets' identity
+  bool ownersKeepSockets = true;                 ///< until they are looked at again
   std::vector<std::uint64_t> ownersAsked;
 
   std::vector<std::string> systemLog;

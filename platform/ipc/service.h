@@ -10,6 +10,7 @@
 #include <string>
 #include <variant>
 
+#include "platform/base/result.h"
 #include "platform/code_signing/code_signing.h"
 #include "platform/ipc/dictionary.h"
 #include "platform/process/process.h"
@@ -94,8 +95,7 @@ class Listener {
  public:
   class Implementation;  ///< each system's own
 
-  /// Null when the endpoint cannot be had.
-  static std::unique_ptr<Listener> create(const ServiceSettings& settings);
+  static Result<std::unique_ptr<Listener>> create(const ServiceSettings& settings);
 
   Listener() = default;
   Listener(const Listener&) = delete;

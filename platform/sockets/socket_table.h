@@ -32,4 +32,8 @@ void visitSockets(SocketProtocol protocol, std::uint16_t port, bool onlyIPv6,
 /// it last, as the table said. Absent when there is none. Any thread.
 std::optional<std::int32_t> socketOwner(const SocketEntry& socket);
 
+/// Whether a process holds the socket at this moment, as others may, too; on macOS whether it is the one that used it
+/// last, as the table said. Any thread.
+bool holdsSocket(std::int32_t pid, const SocketEntry& socket);
+
 }  // namespace platform

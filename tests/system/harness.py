@@ -214,6 +214,7 @@ class Helper:
                     output = os.open("/tmp/helper.output", os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o600)
                     os.dup2(output, 1)
                     os.dup2(output, 2)
+                os.umask(0)  # nothing that it makes, or starts, may depend on it
                 if old_kernel:
                     refuse_option(77)  # SO_PEERPIDFD
                 os.execve(TESTS / "bin" / executable, [executable], environment)

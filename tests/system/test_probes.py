@@ -272,6 +272,29 @@ class Router(ProbeTest):
         self.assertEqual((decoded["router"], decoded["mtu"], decoded["prefixes"][0]["prefix"]),
                          (f"fe80::1%{INTERFACE}", 1400, "2001:db8:1::/64"))
 
+    def test_routers_are_asked_when_their_answer_would_be_heard(self):
+        wire = self.lan.packet_socket("lan", "wire")
+        trace = Path("/tmp/probe.trace")
+        # Both threads are slowed down: the receiver, which has more to set, is the later one.
+        strace = subprocess.Popen(["strace", "-f", "-p", str(self.helper.pid), "-e", "trace=setsockopt,sendto", "-e",
+                                   "inject=setsockopt:delay_enter=20000", "-o", trace], stderr=subprocess.PIPE, text=True)
+        self.addCleanup(strace.communicate)
+        self.addCleanup(strace.terminate)
+        self.assertIn("attached", strace.stderr.readline())
+        probe = self.start_asking(detect())
+        while True:
+            frame = wire.recv(65535)
+            if frame[12:14] == b"\x86\xdd" and frame[20] == 58 and frame[54] == 133 and frame[6:12] == OUR_MAC:
+                break
+        wire.send(icmpv6_frame(advertisement()))
+        (_, reply, _), = self.replies_of(probe)
+        self.assertIn("data", reply)
+        strace.terminate()
+        strace.wait()
+        lines = trace.read_text().splitlines()
+        first = next(index for index, line in enumerate(lines) if "sendto(" in line and "AF_INET6" in line)
+        self.assertEqual([line for line in lines[first:] if "setsockopt" in line], [])
+
     def test_solicitations_on_the_wire_when_nobody_is_there(self):
         wire = self.lan.packet_socket("lan", "wire")
         descriptors = self.helper.descriptors()

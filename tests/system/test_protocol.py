@@ -2,6 +2,7 @@
 
 import os
 import shutil
+import signal
 import subprocess
 import unittest
 from pathlib import Path
@@ -91,6 +92,50 @@ except (BrokenPipeError, ConnectionResetError):
 """)
         self.assert_succeeds(process)
         self.wait_for_log(r"\[BRHMain\] XPC connection closed")
+
+
+    def flood(self):
+        """An admitted client that has sent 100,000 bytes of small requests to a helper that is paused."""
+        process = self.genuine("""
+connection = connect_greeted()
+connection.sendall(frame(1, {"command": "first"}))
+receive_frame(connection)
+print("admitted", flush=True)
+input()
+connection.sendall(frame(0, {"command": "flood"}) * 4545)
+print("sent", flush=True)
+input()
+""", stdin=subprocess.PIPE)
+        self.assertEqual(read_line(process), "admitted")
+        self.helper.pause()
+        print(file=process.stdin, flush=True)
+        self.assertEqual(read_line(process), "sent")
+
+    def test_a_flood_of_small_requests_leaves_room_for_others(self):
+        other = self.genuine("""
+connection = connect_greeted()
+print("greeted", flush=True)
+input()
+connection.sendall(frame(1, {"command": "other"}))
+print("sent", flush=True)
+print(receive_frame(connection), flush=True)
+""", stdin=subprocess.PIPE)
+        self.assertEqual(read_line(other), "greeted")
+        self.flood()
+        print(file=other.stdin, flush=True)
+        self.assertEqual(read_line(other), "sent")
+        self.helper.go_on()
+        read_line(other)
+        lines = self.log()
+        before = lines[:lines.index("[BRHMain] Received raw command: other")]
+        self.assertLess(before.count("[BRHMain] Received raw command: flood"), 500)
+
+    def test_nothing_is_carried_out_after_the_clean_up_at_sigterm(self):
+        self.flood()
+        self.helper.signal(signal.SIGTERM)
+        self.helper.go_on()
+        self.assertEqual(self.helper.wait(), 0)
+        self.assertEqual(self.log()[-1], "[BRHMain] XPC_ERROR_TERMINATION_IMMINENT")
 
 
 class Payloads(HelperTest):

@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <map>
+#include <span>
 #include <sstream>
 
 #include "platform/application/linux/environment.h"
@@ -16,7 +18,16 @@ namespace platform {
 
 namespace {
 
-constexpr std::size_t maximumSize = 1'048'576;  // of what is read of a file below /proc
+constexpr std::size_t maximumSize = 1'048'576, pieceSize = 16'384;  // of what is read of a file below /proc
+
+// Of one user at a time: each takes a thread of the global queue while it waits for what the user can hold up.
+constexpr int maximumLaunches = 8;
+
+/// How many launches are under way for each user, on the main thread.
+std::map<uid_t, int>& launchesUnderWay() {
+  static std::map<uid_t, int> launches;
+  return launches;
+}
 
 /// On the main thread.
 std::optional<ApplicationIdentity>& notedIdentity() {
@@ -27,10 +38,16 @@ std::optional<ApplicationIdentity>& notedIdentity() {
 /// The beginning of a file below /proc/PID; absent when it cannot be read.
 std::optional<std::string> readProcessFile(std::int32_t pid, const char* name) {
   FileDescriptor file(open(fmt::format("/proc/{}/{}", pid, name).c_str(), O_RDONLY | O_CLOEXEC));
-  std::string content(maximumSize, '\0');
-  auto length = readInto(file.get(), content);
-  if (!length) return std::nullopt;
-  content.resize(*length);
+  std::string content;
+  // In pieces: few files are nearly as large as is allowed.
+  for (std::size_t filled = 0; filled < maximumSize;) {
+    content.resize(filled + pieceSize);
+    auto length = readInto(file.get(), std::span(content).subspan(filled));
+    if (!length) return std::nullopt;
+    filled += *length;
+    content.resize(filled);
+    if (*length < pieceSize) break;
+  }
   return content;
 }
 
@@ -71,10 +88,20 @@ void noteRunningApplication(const Process& process, std::uint32_t userID) {
 
 void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(const Result<void>& launched)> completion) {
-  auto launch = [identifier, path, arguments, identity = notedIdentity(), completion = std::move(completion)] {
-    auto launched = identity ? launchApplication(identifier, path, arguments, *identity)
-                             : Failure(0, "it is not known as whom it ran");
-    dispatch::async(dispatch::mainQueue(), [completion, launched] { completion(launched); });
+  auto refuse = [&completion](const char* reason) {
+    dispatch::async(dispatch::mainQueue(), [completion, reason] { completion(Failure(0, reason)); });
+  };
+  auto identity = notedIdentity();
+  if (!identity) return refuse("it is not known as whom it ran");
+  auto& launches = launchesUnderWay()[identity->user];
+  if (launches >= maximumLaunches) return refuse("too many launches for this user are under way");
+  ++launches;
+  auto launch = [identifier, path, arguments, identity, completion = std::move(completion)] {
+    auto launched = launchApplication(identifier, path, arguments, *identity);
+    dispatch::async(dispatch::mainQueue(), [completion, launched, user = identity->user] {
+      if (--launchesUnderWay()[user] == 0) launchesUnderWay().erase(user);
+      completion(launched);
+    });
   };
   // Reading the user database and starting a program may take their time.
   dispatch::async(dispatch::globalQueue(), std::move(launch));

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <grp.h>
+#include <poll.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 
 #include "platform/base/file_descriptor.h"
 #include "platform/base/file_io.h"
@@ -57,6 +59,8 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   pointers.push_back(nullptr);
   return pointers;
 }
+
+constexpr std::chrono::duration<unsigned> patience(10);  // with the user's home folder
 
 /// What a child tells: that a step failed, and with which errno, or, without a step, the process ID of the application.
 /// The step is a literal, which has the same address in both processes.
@@ -104,7 +108,6 @@ class Launch {
     pid_t grandchild = _Fork();  // which is safe here, other than fork()
     if (grandchild == 0) becomeApplication();
     if (grandchild < 0) fail("fork");
-    tell({nullptr, grandchild});
     _exit(0);
   }
 
@@ -125,13 +128,22 @@ class Launch {
     }
 
     umask(S_IWGRP | S_IWOTH);
-    // As the user, who may be able to reach what root is not.
-    if (chdir(home_.c_str()) != 0 && chdir("/") != 0) fail("chdir");
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
+    enterHome();
     execve(argumentPointers_[0], argumentPointers_.data(), environmentPointers_.data());
     fail("execve");
+  }
+
+  // As the user, who may be able to reach what root is not, and who may have his home on a file system that does not
+  // answer: what was told last stands then. The alarm ends this process as soon as that file system lets it.
+  void enterHome() const {
+    tell({"chdir", ETIMEDOUT});
+    alarm(patience.count());
+    if (chdir(home_.c_str()) != 0 && chdir("/") != 0) fail("chdir");
+    alarm(0);
+    tell({nullptr, getpid()});
   }
 
   [[noreturn]] void fail(const char* step) const {
@@ -141,14 +153,18 @@ class Launch {
 
   void tell(const Report& report) const { [[maybe_unused]] auto length = write(report_.get(), &report, sizeof report); }
 
-  /// Reads what both children tell, in whatever order, to its end, which a successful execve() brings about.
+  /// What the children told last, once a successful execve() or their end has closed their ends, or patience ended.
   static Report readReports(int descriptor) {
     Report result{"fork", ECHILD};
+    const auto deadline = std::chrono::steady_clock::now() + patience;
     while (true) {
+      auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+      pollfd state{.fd = descriptor, .events = POLLIN, .revents = 0};
+      if (poll(&state, 1, std::max(0, static_cast<int>(left.count()))) == 0) return result;
+      if (state.revents == 0) continue;
       Report report;
       auto length = readInto(descriptor, {reinterpret_cast<char*>(&report), sizeof report});
       if (!length || *length < sizeof report) return result;
-      if (report.failedStep) return report;
       result = report;
     }
   }

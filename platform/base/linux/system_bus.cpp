@@ -2,12 +2,34 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
+#include <mutex>
+#include <string>
 
 namespace platform {
 
 namespace {
 
-constexpr std::chrono::seconds patience(2);
+constexpr std::chrono::seconds patience(2), rest(5);
+
+/// The services that were silent, and until when they are not asked again: else each of many requests would cost the
+/// whole wait.
+class SilentServices {
+ public:
+  bool contains(const char* service) {
+    std::lock_guard lock(mutex_);
+    auto found = until_.find(service);
+    return found != until_.end() && std::chrono::steady_clock::now() < found->second;
+  }
+  void add(const char* service) {
+    std::lock_guard lock(mutex_);
+    until_[service] = std::chrono::steady_clock::now() + rest;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, std::chrono::steady_clock::time_point> until_;
+};
 
 /// In microseconds; 0 when it has passed.
 std::uint64_t timeUntil(BusDeadline deadline) {
@@ -43,8 +65,10 @@ Result<BusMessage> callUntil(BusDeadline deadline, sd_bus* bus, sd_bus_message* 
   return BusMessage(received);
 }
 
-Result<void> callSystemBus(const BusMethod& method, const std::function<int(sd_bus_message*)>& writeArguments,
-                           const std::function<int(sd_bus_message*)>& readReply) {
+namespace {
+
+Result<void> ask(const BusMethod& method, const std::function<int(sd_bus_message*)>& writeArguments,
+                 const std::function<int(sd_bus_message*)>& readReply) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   return attempt([&] {
     auto bus = openSystemBus(deadline).value();
@@ -56,6 +80,17 @@ Result<void> callSystemBus(const BusMethod& method, const std::function<int(sd_b
     auto reply = callUntil(deadline, bus.get(), request.get(), nullptr).value();
     check(readReply(reply.get()));
   });
+}
+
+}  // namespace
+
+Result<void> callSystemBus(const BusMethod& method, const std::function<int(sd_bus_message*)>& writeArguments,
+                           const std::function<int(sd_bus_message*)>& readReply) {
+  static SilentServices silent;
+  if (silent.contains(method.service)) return failureOf(ETIMEDOUT);
+  auto result = ask(method, writeArguments, readReply);
+  if (!result && result.error().number == ETIMEDOUT) silent.add(method.service);
+  return result;
 }
 
 }  // namespace platform

@@ -34,8 +34,8 @@ struct BusMethod {
 };
 
 /// Calls a method over a connection of its own. `writeArguments` and `readReply` are called with the message and return
-/// a negative errno when they fail. Fails with ETIMEDOUT when bus and service took longer than two seconds in all. Any
-/// thread.
+/// a negative errno when they fail. Fails with ETIMEDOUT when bus and service took longer than two seconds in all, and
+/// for five seconds from then on, in which that service is not asked. Any thread.
 Result<void> callSystemBus(const BusMethod& method, const std::function<int(sd_bus_message*)>& writeArguments,
                            const std::function<int(sd_bus_message*)>& readReply);
 

@@ -76,7 +76,7 @@ const Failure damaged(signatureFailed, "has a signature that is damaged");
 
 /// Reads the code directory into the signature; false unless it is exactly of its form.
 bool readCodeDirectory(std::string_view text, CodeSignature& signature) {
-  boost::json::error_code error;
+  boost::system::error_code error;
   auto parsed = boost::json::parse({text.data(), text.size()}, error);
   const auto* object = error ? nullptr : parsed.if_object();
   if (!object || object->size() != 3) return false;

@@ -10,6 +10,7 @@
 #include <array>
 #include <list>
 
+#include "platform/process/linux/process_folder.h"
 #include "platform/process/process.h"
 
 namespace platform {
@@ -82,25 +83,32 @@ Result<FileDescriptor> walk(const std::string& path, mode_t type) {
   return current;
 }
 
+/// Opens for reading what is open with O_PATH.
+Result<FileDescriptor> openAgain(int descriptor) {
+  FileDescriptor file(open(fmt::format("/proc/self/fd/{}", descriptor).c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file) return lastFailure();
+  return file;
+}
+
 }  // namespace
 
 Result<FileDescriptor> openTrustedFile(const std::string& path) {
   auto found = walk(path, S_IFREG);
   if (!found) return found;
-  FileDescriptor file(open(fmt::format("/proc/self/fd/{}", found->get()).c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file) return lastFailure(path);
-  return file;
+  return openAgain(found->get());
 }
 
 Result<FileDescriptor> openTrustedImage(std::int32_t pid) {
+  // In this order: what the process names is followed only when nobody but root can have made it run the image.
+  auto image = openImage(pid);
+  if (!image && image.error().number == EPERM) return Failure(EPERM, "it runs from a mount that is not root's");
+  if (!image) return image;
   auto path = executablePath(pid);
   if (!path) return failureOf(ENOENT, "the executable");
+  if (auto trust = checkTrust(image->get(), S_IFREG, *path); !trust) return trust.error();
   auto folder = walk(path->substr(0, std::max<std::size_t>(path->rfind('/'), 1)), S_IFDIR);
   if (!folder) return folder;
-  FileDescriptor image(open(fmt::format("/proc/{}/exe", pid).c_str(), O_RDONLY | O_CLOEXEC));
-  if (!image) return lastFailure(*path);
-  if (auto trust = checkTrust(image.get(), S_IFREG, *path); !trust) return trust.error();
-  return image;
+  return openAgain(image->get());
 }
 
 }  // namespace platform

@@ -30,22 +30,25 @@ class MainQueue : public Queue::Implementation {
   }
 
   void serve() {
-    source_ = EventSource::io(wake_.get(), EPOLLIN, [this](std::uint32_t) { runWaiting(); });
+    source_ = EventSource::io(wake_.get(), EPOLLIN, [this](std::uint32_t) { runNext(); });
+    // Where the service manager watches over this process (sd_event_set_watchdog(3)), it hears of it at every turn.
+    sd_event_set_watchdog(mainEventLoop(), 1);
     int status = sd_event_loop(mainEventLoop());
     std::exit(status < 0 ? EXIT_FAILURE : status);
   }
 
  private:
-  // Only what waits now: work that keeps handing over more does not keep descriptors from being served.
-  void runWaiting() {
-    std::deque<Work> waiting;
+  // One piece a turn of the loop: however many wait, descriptors are served in between, and the watchdog is fed.
+  void runNext() {
+    Work work;
     {
       std::lock_guard lock(mutex_);
+      work = std::move(work_.front());
+      work_.pop_front();
       eventfd_t count;
-      eventfd_read(wake_.get(), &count);
-      waiting.swap(work_);
+      if (work_.empty()) eventfd_read(wake_.get(), &count);
     }
-    for (auto& work : waiting) work();
+    work();
   }
 
   FileDescriptor wake_;
@@ -67,6 +70,7 @@ bool isMainThread() {
 }
 
 void dispatchMain() {
+  prepareTimers();
   static_cast<MainQueue&>(mainQueue().implementation()).serve();
   std::abort();  // not reached: serve() ends the process
 }

@@ -16,4 +16,7 @@ class Queue::Implementation {
   virtual void add(Work work) = 0;
 };
 
+/// Makes what timers need besides memory and a thread, so that none fails for want of descriptors later.
+void prepareTimers();
+
 }  // namespace platform::dispatch

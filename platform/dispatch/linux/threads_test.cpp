@@ -1,11 +1,20 @@
 // What queues and timers do on Linux beyond what the header promises: their threads.
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
+#include "platform/base/file_descriptor.h"
 #include "platform/dispatch/dispatch.h"
+#include "platform/dispatch/linux/event_loop.h"
 #include "tests/support/gate.h"
 #include "tests/support/this_machine.h"
 
@@ -19,6 +28,32 @@ TEST(DispatchThreadsDeathTest, MainQueueIsServedByTheMainThreadAndNeedsNoOther) 
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   auto serve = [] {
     async(mainQueue(), [] { std::exit(isMainThread() && threadCount() == 1 ? 42 : 1); });
+    dispatchMain();
+  };
+  EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
+}
+
+TEST(DispatchThreadsDeathTest, TimersTakeNoDescriptorsOnceTheMainQueueIsServed) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto serve = [] {
+    async(mainQueue(), [] {
+      const rlimit none{.rlim_cur = 0, .rlim_max = 0};
+      setrlimit(RLIMIT_NOFILE, &none);
+      after(1ms, mainQueue(), [] { std::exit(42); });
+    });
+    dispatchMain();
+  };
+  EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
+}
+
+TEST(DispatchThreadsDeathTest, DescriptorsAreServedBetweenPiecesOfWork) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto serve = [] {
+    FileDescriptor event(eventfd(0, EFD_CLOEXEC));
+    auto source = EventSource::io(event.get(), EPOLLIN, [](std::uint32_t) { std::exit(42); });
+    async(mainQueue(), [&] { eventfd_write(event.get(), 1); });
+    async(mainQueue(), [] {});
+    async(mainQueue(), [] { std::exit(1); });
     dispatchMain();
   };
   EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
@@ -51,6 +86,26 @@ TEST(DispatchThreads, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemG
   EXPECT_EQ(mostRunning, 64);
   EXPECT_EQ(signalled, 0);
   EXPECT_TRUE(eventually([&] { return threadCount() < threadsBefore; }));
+  async(globalQueue(), [&] { ++done; });  // on a thread made anew
+  EXPECT_TRUE(eventually([&] { return done == 101; }));
+}
+
+/// Whether all threads of this process but the calling one sleep (proc_pid_stat(5)).
+bool othersSleep() {
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    if (task.path().filename() == std::to_string(gettid())) continue;
+    std::ifstream file(task.path() / "stat");
+    std::string stat((std::istreambuf_iterator<char>(file)), {});
+    if (!stat.empty() && stat.substr(stat.rfind(')')).starts_with(") R")) return false;
+  }
+  return true;
+}
+
+TEST(DispatchThreads, NoThreadTurnsRoundWhenATimerHasFired) {
+  Record record;
+  after(1ms, globalQueue(), [&] { record.add(1); });
+  ASSERT_TRUE(record.reaches(1));
+  EXPECT_TRUE(eventually(othersSleep));
 }
 
 TEST(DispatchThreads, TimerWithLeewayWaitsForAnother) {

@@ -11,7 +11,7 @@
 #include "platform/base/file_descriptor.h"
 #include "platform/base/result.h"
 #include "platform/base/thread.h"
-#include "platform/dispatch/dispatch.h"
+#include "platform/dispatch/linux/queues.h"
 
 namespace platform::dispatch {
 
@@ -107,7 +107,7 @@ class ClockTimers {
   std::set<std::shared_ptr<State>, Earlier> waiting_;
 };
 
-/// All timers. Made, with its thread, for the first one.
+/// All timers. The thread is made for the first one.
 class Timers {
  public:
   static Timers& instance() {
@@ -119,7 +119,10 @@ class Timers {
 
   void wait(const std::shared_ptr<State>& timer) {
     std::lock_guard lock(mutex_);
-    if (!timer->isCancelled) timersOf(timer->clock).insert(timer);
+    if (timer->isCancelled) return;
+    if (!isServed_) startThread([this] { serve(); }).value().detach();
+    isServed_ = true;
+    timersOf(timer->clock).insert(timer);
   }
 
   void cancel(const std::shared_ptr<State>& timer) {
@@ -129,9 +132,7 @@ class Timers {
   }
 
  private:
-  Timers() {
-    startThread([this] { serve(); }).value().detach();
-  }
+  Timers() = default;
 
   ClockTimers& timersOf(Clock clock) { return clock == Clock::wall ? wall_ : monotonic_; }
 
@@ -166,6 +167,7 @@ class Timers {
   ClockTimers monotonic_{CLOCK_MONOTONIC};
   // Not CLOCK_BOOTTIME: that too goes on during sleep, but does not follow the clock when it is set.
   ClockTimers wall_{CLOCK_REALTIME};
+  bool isServed_ = false;
 };
 
 }  // namespace
@@ -194,6 +196,10 @@ void TimerSource::resume() {
 
 void TimerSource::cancel() {
   if (auto state = std::exchange(state_, nullptr)) Timers::instance().cancel(state);
+}
+
+void prepareTimers() {
+  Timers::instance();
 }
 
 void after(nanoseconds delay, const Queue& queue, std::function<void()> work) {

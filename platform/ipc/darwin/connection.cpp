@@ -89,8 +89,10 @@ void Connection::Implementation::cancel() {
   xpc_connection_cancel(connection_.get());
 }
 
-void Connection::Implementation::deliver(const Event& event) {
-  if (auto handler = delivery_->handler) (*handler)(event);
+void Connection::Implementation::terminate() {
+  if (auto handler = std::exchange(delivery_->handler, nullptr)) {
+    (*handler)(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
+  }
 }
 
 }  // namespace platform::ipc

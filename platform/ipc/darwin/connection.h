@@ -23,8 +23,9 @@ class Connection::Implementation final : public Connection {
   void resume() override;
   void cancel() override;
 
-  /// Hands an event to the handler.
-  void deliver(const Event& event);
+  /// Tells the handler that this process is about to end, which is the last that it is told: what the peer has sent and
+  /// was not carried out yet never is.
+  void terminate();
 
  private:
   /// Kept by XPC as well, for as long as events may come.

@@ -1,6 +1,8 @@
 #include <dispatch/dispatch.h>
 #include <signal.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <list>
@@ -33,6 +35,7 @@ class Listener::Implementation final : public Listener {
 
   void setEventHandler(std::function<void(const ListenerEvent&)> handler) override {
     xpc_connection_set_event_handler(service_.get(), ^(xpc_object_t object) {
+      if (isTerminating_) return;
       if (xpc_get_type(object) != XPC_TYPE_CONNECTION) return handler(errorOf(object));
       auto peer = std::make_shared<Connection::Implementation>(static_cast<xpc_connection_t>(object));
       connections_.remove_if([](const auto& connection) { return connection.expired(); });
@@ -54,9 +57,9 @@ class Listener::Implementation final : public Listener {
     // A handler may close any of the connections.
     auto connections = connections_;
     for (const auto& weak : connections) {
-      if (auto connection = weak.lock())
-        connection->deliver(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
+      if (auto connection = weak.lock()) connection->terminate();
     }
+    isTerminating_ = true;
     // What is on its way on the main queue, the end of a connection for one, is still delivered.
     dispatch_async(dispatch_get_main_queue(), ^{
       std::exit(EXIT_SUCCESS);
@@ -66,12 +69,27 @@ class Listener::Implementation final : public Listener {
   darwin::XPCConnection service_;
   darwin::DispatchSource termination_;
   std::list<std::weak_ptr<Connection::Implementation>> connections_;
+  bool isTerminating_ = false;
 };
 
-std::unique_ptr<Listener> Listener::create(const ServiceSettings& settings) {
+namespace {
+
+/// launchd gives a daemon 256 descriptors, which as many clients or 128 router probes take up.
+void raiseDescriptorLimit() {
+  constexpr rlim_t wanted = 4'096;
+  rlimit limit;
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wanted) return;
+  limit.rlim_cur = std::min(limit.rlim_max, wanted);
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+}  // namespace
+
+Result<std::unique_ptr<Listener>> Listener::create(const ServiceSettings& settings) {
+  raiseDescriptorLimit();
   auto service = darwin::XPCConnection::adopt(xpc_connection_create_mach_service(
       settings.name.c_str(), dispatch_get_main_queue(), XPC_CONNECTION_MACH_SERVICE_LISTENER));
-  if (!service) return nullptr;
+  if (!service) return Failure(0, settings.name + " is not to be had");
   return std::make_unique<Implementation>(std::move(service));
 }
 

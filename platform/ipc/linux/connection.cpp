@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -19,7 +20,8 @@ namespace platform::ipc {
 
 namespace {
 
-constexpr std::size_t receiveChunk = 65'536;
+// Of small frames no more than a chunk is served in one turn of the loop; a large one may fill more.
+constexpr std::size_t receiveChunk = 4'096, largeFrameChunk = 65'536;
 constexpr std::size_t largeFrame = 1'048'576;
 constexpr std::size_t maximumUnreadReplies = std::size_t{32} * 1024 * 1024;
 
@@ -99,12 +101,12 @@ Result<void> Connection::Implementation::admitPeer() {
   return {};
 }
 
-/// Reads once.
+/// Reads once: what the frame that has begun lacks, or a chunk, whichever is more.
 Connection::Implementation::Received Connection::Implementation::receive() {
-  std::array<std::uint8_t, receiveChunk> chunk;
+  std::array<std::uint8_t, largeFrameChunk> chunk;
   // No room for more than the credentials: descriptors that a peer passes are dropped by the kernel.
   alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(ucred))> control;
-  iovec vector{.iov_base = chunk.data(), .iov_len = chunk.size()};
+  iovec vector{.iov_base = chunk.data(), .iov_len = std::clamp(reader_.missing(), receiveChunk, largeFrameChunk)};
   msghdr header{};
   header.msg_iov = &vector;
   header.msg_iovlen = 1;
@@ -128,11 +130,12 @@ void Connection::Implementation::handleFrames() {
   }
 }
 
-/// The peer has ended; what it had sent still counts.
+/// The peer has ended; what it had sent still counts, a chunk each turn.
 void Connection::Implementation::drain() {
   auto keep = shared_from_this();
-  while (socket_ && receive() == Received::bytes) handleFrames();
-  cancel();
+  if (receive() != Received::bytes) return cancel();
+  handleFrames();
+  if (reader_.malformed()) cancel();
 }
 
 Message Connection::Implementation::messageOf(Frame frame) {
@@ -147,6 +150,11 @@ Message Connection::Implementation::messageOf(Frame frame) {
     };
   }
   return message;
+}
+
+void Connection::Implementation::terminate() {
+  deliver(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
+  close();
 }
 
 void Connection::Implementation::deliver(const Event& event) {

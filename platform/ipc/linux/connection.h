@@ -35,10 +35,12 @@ class Connection::Implementation final : public Connection, public std::enable_s
   void resume() override;
   void cancel() override;
 
-  /// Hands an event to the handler.
-  void deliver(const Event& event);
+  /// Tells the handler that this process is about to end, which is the last that it is told: what the peer has sent and
+  /// was not carried out yet never is.
+  void terminate();
 
  private:
+  void deliver(const Event& event);
   Result<void> admitPeer();
   enum class Received { bytes, nothing, end };
   Received receive();

@@ -2,6 +2,7 @@
 
 #include <cbor.h>
 
+#include <algorithm>
 #include <array>
 #include <limits>
 #include <set>
@@ -270,6 +271,13 @@ void FrameReader::append(std::span<const std::uint8_t> bytes) {
   buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(consumed_));
   consumed_ = 0;
   buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
+}
+
+std::size_t FrameReader::missing() const {
+  auto available = std::span(buffer_).subspan(consumed_);
+  if (malformed_ || available.size() < lengthSize) return 0;
+  auto whole = lengthSize + readLength(available.data());
+  return whole - std::min(whole, available.size());
 }
 
 std::optional<Frame> FrameReader::next() {

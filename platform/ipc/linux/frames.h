@@ -33,6 +33,9 @@ class FrameReader {
   /// The next frame that is whole. Absent when more bytes are needed, and from the first malformed frame on.
   std::optional<Frame> next();
 
+  /// How many bytes the frame that has begun still lacks; 0 before one has.
+  std::size_t missing() const;
+
   /// Length of the frame that next() gave last.
   std::size_t frameLength() const { return frameLength_; }
 

@@ -33,6 +33,18 @@ TEST(IPCFrames, EncodesToKnownBytes) {
   EXPECT_EQ(decoded->dictionary, frame.dictionary);
 }
 
+TEST(IPCFrames, IntegersOfEverySizeComeBack) {
+  for (std::uint64_t id : {0ULL, 23ULL, 24ULL, 255ULL, 256ULL, 65'535ULL, 65'536ULL, 1ULL << 32, 1ULL << 33, ~0ULL}) {
+    auto number = static_cast<std::int64_t>(id >> 1);
+    Frame frame{id, {{"number", number}, {"negative", -1 - number}}};
+    auto encoded = *encodeFrame(frame);
+    auto decoded = decodeFrame(std::span(encoded).subspan(4));
+    ASSERT_TRUE(decoded) << id;
+    EXPECT_EQ(decoded->id, id);
+    EXPECT_EQ(decoded->dictionary, frame.dictionary) << id;
+  }
+}
+
 TEST(IPCFrames, RefusesToEncodeWhatNoPeerWouldRead) {
   EXPECT_TRUE(encodeFrame({1, {{"k", Data(maximumFrameLength - 10)}}}));
   EXPECT_FALSE(encodeFrame({1, {{"k", Data(maximumFrameLength)}}}));
@@ -56,7 +68,10 @@ TEST(IPCFrames, RefusesWhatIsNotOneItemOfTheForm) {
            bytes({}),
            bytes({0xA0}),
            bytes({0x81, 0}),
+           bytes({0xA2, 0, 0xA0}),
+           bytes({0x83, 0, 0xA0}),
            bytes({0x83, 0, 0xA0, 0}),
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x5F, 0xFF}),
            bytes({0x82, 0x20, 0xA0}),  // not the form
            bytes({0x82, 0, 0xA0, 0}),  // something follows
            bytes({0x82, 0, 0xA1, 0x61, 'a'}),
@@ -97,12 +112,17 @@ TEST(IPCFrames, CutsTheStreamWhereverItWasBroken) {
   }
   FrameReader reader;
   std::vector<std::uint64_t> ids;
-  for (std::uint8_t byte : stream) {
-    reader.append({&byte, 1});
-    while (auto frame = reader.next()) ids.push_back(frame->id);
+  for (std::size_t size : {1, 7, 400, 700}) {  // pieces that end within frames, too
+    ids.clear();
+    for (auto rest = std::span<const std::uint8_t>(stream); !rest.empty();) {
+      auto piece = rest.first(std::min(size, rest.size()));
+      reader.append(piece);
+      while (auto frame = reader.next()) ids.push_back(frame->id);
+      rest = rest.subspan(piece.size());
+    }
+    EXPECT_THAT(ids, testing::ElementsAre(1, 2, 3)) << size;
+    EXPECT_FALSE(reader.malformed());
   }
-  EXPECT_THAT(ids, testing::ElementsAre(1, 2, 3));
-  EXPECT_FALSE(reader.malformed());
 
   // What came whole before a malformed frame is still had.
   reader.append(stream);

@@ -9,12 +9,13 @@
 #include <systemd/sd-daemon.h>
 
 #include <cerrno>
-#include <cstring>
+#include <chrono>
 #include <list>
 #include <map>
 
 #include "platform/dispatch/dispatch.h"
 #include "platform/ipc/linux/connection.h"
+#include "platform/ipc/linux/connection_budget.h"
 #include "platform/ipc/linux/endpoint.h"
 #include "platform/system/refusal_log.h"
 #include "platform/system/system_log.h"
@@ -37,22 +38,25 @@ FileDescriptor activatedSocket(const std::string& path) {
 }
 
 /// Binds and listens without a service manager.
-FileDescriptor boundSocket(const std::string& path) {
+Result<FileDescriptor> boundSocket(const std::string& path) {
   auto address = endpointAddress(path);
+  if (!address) return failureOf(ENAMETOOLONG, path);
   FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!address || !listener) return {};
+  if (!listener) return lastFailure("socket");
   auto bindListener = [&] {
     return bind(listener.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address);
   };
   if (bindListener() != 0) {
+    auto failure = lastFailure(path);
     // A helper that was killed leaves its socket behind; one that still serves is not to be robbed of it.
     FileDescriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    bool left = errno == EADDRINUSE && probe &&
+    bool left = failure.number == EADDRINUSE && probe &&
                 connect(probe.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 &&
                 errno == ECONNREFUSED;
-    if (!left || unlink(path.c_str()) != 0 || bindListener() != 0) return {};
+    if (!left) return failure;
+    if (unlink(path.c_str()) != 0 || bindListener() != 0) return lastFailure(path);
   }
-  if (chmod(path.c_str(), 0666) != 0) return {};
+  if (chmod(path.c_str(), 0666) != 0 || listen(listener.get(), SOMAXCONN) != 0) return lastFailure(path);
   return listener;
 }
 
@@ -91,7 +95,7 @@ class Listener::Implementation final : public Listener {
     if (!socket) {
       if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
       // Out of descriptors or memory: the caller stays in the queue, and asking for it at once again would not help.
-      std::string problem = fmt::format("accept: {}", std::strerror(errno));
+      const std::string problem = lastFailure("accept").what();
       readiness_.setEvents(0);
       pause_.startTimer(pauseAfterFailedAccept);
       return handler_(Error{.kind = Error::Kind::other, .description = problem});
@@ -100,6 +104,9 @@ class Listener::Implementation final : public Listener {
     if (!passCredentials(socket.get())) return;
     const Sender sender(socket.get());
     const auto user = sender.uid();
+    if (!budget_.spend(user, std::chrono::steady_clock::now())) {
+      return logRefusal(user, sender.pid(), "this user connects too often");
+    }
     if (connections_.size() >= maximumConnections || perUser_[user] >= maximumConnectionsPerUser) {
       return logRefusal(user, sender.pid(),
                         fmt::format("there are too many connections: {} of this user, {} in all", perUser_[user],
@@ -116,12 +123,12 @@ class Listener::Implementation final : public Listener {
   }
 
   void terminate() {
+    pause_ = {};
+    readiness_ = {};
     // A handler may close any of the connections.
     auto connections = connections_;
     for (const auto& weak : connections) {
-      if (auto connection = weak.lock()) {
-        connection->deliver(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
-      }
+      if (auto connection = weak.lock()) connection->terminate();
     }
     // What is on its way on the main queue, the end of a connection for one, is still delivered.
     dispatch::async(dispatch::mainQueue(), [] { sd_event_exit(mainEventLoop(), 0); });
@@ -135,18 +142,20 @@ class Listener::Implementation final : public Listener {
   EventSource pause_;
   std::list<std::weak_ptr<Connection::Implementation>> connections_;
   std::map<uid_t, std::size_t> perUser_;
+  ConnectionBudget budget_;
 };
 
-std::unique_ptr<Listener> Listener::create(const ServiceSettings& settings) {
+Result<std::unique_ptr<Listener>> Listener::create(const ServiceSettings& settings) {
   auto path = endpointPath(settings.name);
   auto socket = activatedSocket(path);
   if (!socket) {
-    socket = boundSocket(path);
-    if (!socket || listen(socket.get(), SOMAXCONN) != 0) return nullptr;
+    auto bound = boundSocket(path);
+    if (!bound) return bound.error();
+    socket = std::move(*bound);
   }
   int flags = fcntl(socket.get(), F_GETFL);
   if (!passCredentials(socket.get()) || flags < 0 || fcntl(socket.get(), F_SETFL, flags | O_NONBLOCK) != 0) {
-    return nullptr;
+    return lastFailure(path);
   }
   Endpoint endpoint{.greeting = {{"service", settings.name}, {"build", settings.build}},
                     .requiredGroup = groupNamed(settings.clientGroup)};

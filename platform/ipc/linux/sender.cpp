@@ -1,26 +1,18 @@
 #include "platform/ipc/linux/sender.h"
 
-#include <fmt/format.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 
 #include "platform/code_signing/linux/running_image.h"
 #include "platform/process/linux/pidfd.h"
+#include "platform/process/linux/process_folder.h"
 
 namespace platform::ipc {
 
 namespace {
 
 constexpr int peerPidfdOption = 77;  // SO_PEERPIDFD, Linux 6.5; newer than Debian 12's headers
-
-bool sameNamespace(std::int32_t pid, const char* kind) {
-  struct stat own, other;
-  return stat(fmt::format("/proc/self/ns/{}", kind).c_str(), &own) == 0 &&
-         stat(fmt::format("/proc/{}/ns/{}", pid, kind).c_str(), &other) == 0 && own.st_dev == other.st_dev &&
-         own.st_ino == other.st_ino;
-}
 
 }  // namespace
 
@@ -51,14 +43,17 @@ bool Sender::isAlive() const {
 }
 
 bool Sender::sharesNamespaces() const {
-  return sameNamespace(pid(), "user") && sameNamespace(pid(), "pid") && isAlive();
+  ProcessFolder peer(pid());
+  return peer.sharesNamespace("user") && peer.sharesNamespace("pid") && isAlive();
 }
 
 Result<void> checkSender(const Sender& sender, const std::string& requirement) {
   auto checked = code_signing::checkRunningImage(sender.pid(), requirement);
   // Whatever /proc said, it said it of the sender only if that has not ended meanwhile.
   if (!sender.isAlive()) return Failure(code_signing::noSuchCode, "the process has ended");
-  return checked;
+  if (checked) return checked;
+  const bool isMissing = checked.error().number == code_signing::noSuchFile;
+  return Failure(isMissing ? code_signing::noSuchCode : code_signing::requirementFailed, checked.error().what());
 }
 
 }  // namespace platform::ipc

@@ -1,6 +1,7 @@
 #include "platform/network_settings/darwin/property_list.h"
 
 #include <boost/json.hpp>
+#include <cmath>
 #include <utility>
 #include <vector>
 
@@ -88,7 +89,7 @@ CFOwner<CFTypeRef> propertyList(const json::value& value) {
       if (value.get_uint64() > INT64_MAX) return nullptr;
       return number(static_cast<std::int64_t>(value.get_uint64()));
     case json::kind::double_:
-      return number(value.get_double());
+      return std::isfinite(value.get_double()) ? number(value.get_double()) : nullptr;
     case json::kind::string:
       return makeString(value.get_string());
     case json::kind::array:

@@ -42,6 +42,7 @@ TEST(PropertyList, WhatHasNoCounterpartIsRefusedWhole) {
   EXPECT_FALSE(propertyList({1, nullptr}));
   EXPECT_FALSE(propertyList({{"a", {{"b", nullptr}}}}));
   EXPECT_FALSE(propertyList(std::numeric_limits<std::uint64_t>::max()));
+  EXPECT_FALSE(propertyList(std::numeric_limits<double>::infinity()));
   EXPECT_FALSE(propertyList("\xFF"));
 
   const UInt8 byte = 0;

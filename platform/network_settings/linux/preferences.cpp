@@ -139,10 +139,11 @@ void Handover::project(const std::string& service, const NetworkManager::Path& c
 
 // Only what was set: the rest may have been changed in NetworkManager since.
 NetworkManager::Change Handover::changeOf(const std::string& service) {
+  static const boost::json::object none;
   auto value = [&](const char* entity) -> const boost::json::object* {
     if (!committed_.contains({service, entity})) return nullptr;
     const auto* found = store_.find(pathOf({service, entity})).value();
-    return found ? found->if_object() : nullptr;
+    return found ? found->if_object() : &none;
   };
   NetworkManager::Change change;
   if (const auto* proxies = value(proxiesEntity)) change.proxy = projectProxies(*proxies).value();

@@ -36,7 +36,7 @@ std::string proxyOf(const json::object& proxies, const std::string& kind) {
   auto host = proxyHost(std::string(textMember(proxies, kind + "Proxy")));
   if (host.empty()) throw Failure(0, kind + "Proxy is not a host");
   const auto* port = proxies.if_contains(kind + "Port");
-  json::error_code error;
+  boost::system::error_code error;
   auto number = port ? port->to_number<std::uint16_t>(error) : std::uint16_t{0};
   if (error || number == 0) throw Failure(0, kind + "Port is not a port");
   return fmt::format("{}:{}", host, number);

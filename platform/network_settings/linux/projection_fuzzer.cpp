@@ -38,7 +38,7 @@ void checkScript(std::string_view script) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  boost::json::error_code error;
+  boost::system::error_code error;
   auto value = boost::json::parse({reinterpret_cast<const char*>(data), size}, error);
   if (error || !value.is_object()) return 0;
   if (auto setting = platform::projectProxies(value.get_object())) {

@@ -103,8 +103,11 @@ json::object& PreferencesStore::values() {
 }
 
 Result<void> PreferencesStore::set(const std::string& path, const json::value& value) {
+  // It would keep everything else from being written as well.
+  if (!isFiniteJSON(value)) return Failure(0, fmt::format("{} would hold a number that is too large", path));
   return attempt([&] {
     auto keys = keysOf(path);
+    if (value.is_object() && value.get_object().empty() && !find(path).value()) addedEmpty_.push_back(path);
     auto* object = &values();
     for (auto key = keys.begin(); key != keys.end() - 1; ++key) {
       auto& next = object->emplace(*key, json::object()).first->value();
@@ -120,10 +123,15 @@ Result<void> PreferencesStore::commit() {
   if (!locked_) return Failure(0, "The network preferences are not locked");
   if (!changed_) return {};
   return attempt([this] {
-    auto text = json::serialize(*values_);
+    auto text = serializeExactJSON(*values_);
+    if (text.size() > PrivateFolder::maximumSize) {
+      leaveOutEmpty();
+      text = serializeExactJSON(*values_);
+    }
     parse(text, "What was set");  // a store that could not be read again would be lost
     state_ = folder_.replace(storeName, text).value();
     changed_ = false;
+    addedEmpty_.clear();
   });
 }
 
@@ -131,6 +139,21 @@ void PreferencesStore::forget() {
   values_.reset();
   state_.reset();
   changed_ = false;
+  addedEmpty_.clear();
+}
+
+void PreferencesStore::leaveOutEmpty() {
+  for (const auto& path : addedEmpty_) {
+    // With what was made on the way and holds nothing else.
+    std::string_view rest = path;
+    for (auto keys = keysOf(rest); !keys.empty(); keys.pop_back(), rest = rest.substr(0, rest.rfind('/'))) {
+      const auto* value = find(std::string(rest)).value();
+      if (!value || !value->is_object() || !value->get_object().empty()) break;
+      auto* object = &*values_;
+      for (auto key = keys.begin(); key != keys.end() - 1; ++key) object = &object->at(*key).get_object();
+      object->erase(keys.back());
+    }
+  }
 }
 
 Result<const json::value*> PreferencesStore::find(const std::string& path) {

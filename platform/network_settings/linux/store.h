@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "platform/network_settings/linux/private_folder.h"
 
@@ -27,7 +28,9 @@ class PreferencesStore {
   /// Sets the value at a path as platform/network_settings/preferences.h has it.
   Result<void> set(const std::string& path, const boost::json::value& value);
 
-  /// Replaces the file with what was set; does nothing when nothing was. The session must hold the lock.
+  /// Replaces the file with what was set; does nothing when nothing was. The session must hold the lock. Where the file
+  /// would become too long, empty objects that were not there before are left out: nothing and an empty object mean the
+  /// same to who reads it, so that whatever fills the store, everything in it can be emptied.
   Result<void> commit();
 
   /// Drops what was read and set, and not committed.
@@ -48,11 +51,13 @@ class PreferencesStore {
   boost::json::object& values();
   void read();
   void readProjected();
+  void leaveOutEmpty();
 
   PrivateFolder folder_;
   FileDescriptor lockFile_;
   bool locked_ = false;
   bool changed_ = false;
+  std::vector<std::string> addedEmpty_;        ///< paths at which there was nothing, and an empty object was set
   std::optional<boost::json::object> values_;  ///< absent until they are read
   std::set<std::string> projected_;
   std::optional<struct stat> state_;  ///< of the file that was read; absent: there was none

@@ -92,6 +92,14 @@ TEST_F(PreferencesStoreTest, WhatCannotBeSetIsRefused) {
     EXPECT_FALSE(tryToChange("/NetworkServices/A/Proxies", value)) << value;
   }
   EXPECT_EQ(content(), before);
+
+  // Alone: what was set besides is written.
+  auto store = open();
+  store.lock(true).value();
+  EXPECT_FALSE(store.set("/a", json::array{infinity}));
+  store.set("/b", 1.5).value();
+  store.commit().value();
+  EXPECT_TRUE(content().ends_with(R"(,"b":1.5})")) << content();
 }
 
 TEST_F(PreferencesStoreTest, NothingIsWrittenWithoutACommitALockOrAChange) {
@@ -118,6 +126,7 @@ TEST_F(PreferencesStoreTest, AChangeMeanwhileIsFoundStale) {
   store.commit().value();
   store.unlock();
   store.lock(true).value();  // one's own change is none
+  EXPECT_FALSE(open().lock(false));
   EXPECT_EQ(content(), R"({"a":3,"b":1})");
 }
 
@@ -151,6 +160,11 @@ TEST_F(PreferencesStoreTest, WhatOthersCouldHaveChangedIsRefusedAndLeftAsItIs) {
     EXPECT_EQ(refusal(), path + " does not belong to this user alone: Operation not permitted");
     ASSERT_EQ(chown(path.c_str(), 0, 0), 0);
   }
+  fs::rename(folder, outer / "moved");
+  fs::create_symlink(outer / "moved", folder);
+  EXPECT_EQ(refusal(), folder + ": Not a directory");
+  fs::remove(folder);
+  fs::rename(outer / "moved", folder);
   for (const auto& path : {file, lockFile}) {
     fs::rename(path, outer / "moved");
     fs::create_symlink(outer / "moved", path);
@@ -175,6 +189,25 @@ TEST_F(PreferencesStoreTest, WhatIsNoJSONObjectIsRefusedAndLeftAsItIs) {
   }
   fs::resize_file(file, PrivateFolder::maximumSize + 1);
   EXPECT_EQ(refusal(), file + ": File too large");
+}
+
+TEST_F(PreferencesStoreTest, WhatFillsTheStoreCanBeEmptiedAndKeepsNobodyFromEmptying) {
+  const std::string proxies = "/NetworkServices/A/Proxies";
+  change(proxies, std::string(PrivateFolder::maximumSize - 100, 'x'));
+  const auto full = content();
+  EXPECT_EQ(tryToChange("/NetworkServices/B/Proxies", std::string(100, 'x')).error().number, EFBIG);
+  const std::string unknown(200, 'C');  // too long to be added
+  change("/NetworkServices/" + unknown + "/Proxies", json::object());
+  EXPECT_EQ(content(), full);
+  {
+    auto store = open();
+    store.lock(true).value();
+    for (const std::string& service : {unknown, std::string("A")}) {
+      store.set("/NetworkServices/" + service + "/Proxies", json::object()).value();
+    }
+    store.commit().value();
+  }
+  EXPECT_EQ(content(), R"({"NetworkServices":{"A":{"Proxies":{}},")" + unknown + R"(":{"Proxies":{}}}})");
 }
 
 TEST_F(PreferencesStoreTest, AFailedWriteLeavesTheOldStore) {

@@ -217,6 +217,7 @@ TEST_F(ChildTaskTest, AFailedLaunchSaysWhy) {
   test::writeFile(executable, "neither a program nor a script");
   test::writeFile(plain, "");
   std::filesystem::permissions(executable, std::filesystem::perms::owner_all);
+  serveWhatWaits();  // or the loop would be made, and with it its descriptors, by the first launch
   const auto descriptors = openDescriptors();
   const std::pair<std::string, std::string> launches[] = {{"/nowhere/at/all", "No such file or directory"},
                                                           {"", "No such file or directory"},

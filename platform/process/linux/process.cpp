@@ -1,9 +1,12 @@
 #include "platform/process/process.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <limits.h>
+#include <linux/openat2.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,8 +15,29 @@
 #include <string_view>
 
 #include "platform/process/linux/pidfd.h"
+#include "platform/process/linux/process_folder.h"
 
 namespace platform {
+
+namespace {
+
+/// Opens a file with O_PATH if the kernel's cache of names leads there by itself (openat2(2)), as it does to a file
+/// that runs.
+FileDescriptor openCached(const std::string& path) {
+  open_how how{.flags = O_PATH | O_NOFOLLOW | O_CLOEXEC, .mode = 0, .resolve = RESOLVE_CACHED};
+  return FileDescriptor(static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how)));
+}
+
+/// Whether the file that a process runs lies at a path. Nothing that a user serves is asked.
+bool runsFileAt(std::int32_t pid, const std::string& path) {
+  auto running = openImage(pid);
+  auto named = openCached(path);
+  struct stat one, other;
+  return running && named && ProcessFolder(getpid()).isOnSafeMount(named.get()) && fstat(running->get(), &one) == 0 &&
+         fstat(named.get(), &other) == 0 && one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+}  // namespace
 
 std::optional<std::string> executablePath(std::int32_t pid) {
   if (pid < 1) return std::nullopt;
@@ -25,11 +49,7 @@ std::optional<std::string> executablePath(std::int32_t pid) {
 
   // The kernel marks the path of a file that is no longer there (proc_pid_exe(5)); a file may also be named so.
   constexpr std::string_view mark = " (deleted)";
-  struct stat running, named;
-  if (path.ends_with(mark) && stat(link.c_str(), &running) == 0 &&
-      (stat(path.c_str(), &named) != 0 || named.st_dev != running.st_dev || named.st_ino != running.st_ino)) {
-    path.resize(path.size() - mark.size());
-  }
+  if (path.ends_with(mark) && !runsFileAt(pid, path)) path.resize(path.size() - mark.size());
   return path;
 }
 

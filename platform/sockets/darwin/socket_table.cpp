@@ -47,4 +47,8 @@ std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
   return static_cast<std::int32_t>(socket.identity);
 }
 
+bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {
+  return socketOwner(socket) == pid;
+}
+
 }  // namespace platform

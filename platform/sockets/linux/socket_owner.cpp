@@ -25,8 +25,13 @@ struct CloseDirectory {
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
-/// Whether one of the process's descriptors is the socket, whose link reads "socket:[INODE]" (proc_pid_fd(5)).
-bool holdsSocket(std::int32_t pid, std::string_view link) {
+/// What the link of a descriptor of the socket reads (proc_pid_fd(5)).
+std::string linkOf(const SocketEntry& socket) {
+  return fmt::format("socket:[{}]", socket.identity);
+}
+
+/// Whether the link of one of the process's descriptors reads so.
+bool holdsLink(std::int32_t pid, std::string_view link) {
   Directory descriptors(opendir(fmt::format("/proc/{}/fd", pid).c_str()));
   if (!descriptors) return false;
   while (const auto* entry = readdir(descriptors.get())) {
@@ -79,10 +84,10 @@ class RecentOwners {
 
 std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
   static auto& recent = *new RecentOwners;  // never destroyed: probes may run while the process ends
-  const auto link = fmt::format("socket:[{}]", socket.identity);
+  const auto link = linkOf(socket);
   auto search = [&](const auto& pids) -> std::optional<std::int32_t> {
     for (auto pid : pids) {
-      if (!holdsSocket(pid, link)) continue;
+      if (!holdsLink(pid, link)) continue;
       recent.note(pid);
       return pid;
     }
@@ -90,6 +95,10 @@ std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
   };
   if (auto owner = search(recent.snapshot())) return owner;
   return search(processesOfUserFirst(socket.userID));
+}
+
+bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {
+  return holdsLink(pid, linkOf(socket));
 }
 
 }  // namespace platform

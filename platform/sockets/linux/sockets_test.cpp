@@ -112,7 +112,9 @@ TEST(SocketOwner, IsOnlyAProcessThatHoldsTheSocketNow) {
     _exit(static_cast<int>(read(stay[0], &byte, 1)));
   }
   close(stay[0]);
+  EXPECT_TRUE(holdsSocket(getpid(), entry) && holdsSocket(child, entry));
   bound.descriptor.reset();  // this process was found a moment ago, but holds it no longer
+  EXPECT_FALSE(holdsSocket(getpid(), entry));
   EXPECT_EQ(socketOwner(entry), child);
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);

@@ -1,17 +1,87 @@
 #include "platform/system/system_log.h"
 
+#include <fmt/format.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <mutex>
+
+#include "platform/base/file_descriptor.h"
 
 namespace platform {
 
-// The journal listens on the syslog socket too, so one call serves machines with either.
+namespace {
+
+using std::chrono::steady_clock;
+
+/// The socket of the system's log. Not syslog(3), which waits for room in it: a journal that is stopped, or a /dev/log
+/// that nobody reads, would stop this process at its eleventh line.
+class LogSocket {
+ public:
+  void write(const std::string& line) {
+    std::lock_guard lock(mutex_);
+    if (steady_clock::now() < restingUntil_ || (missed_ > 0 && !sendMissed()) || !send(line)) ++missed_;
+  }
+
+ private:
+  bool sendMissed() {
+    if (!send(fmt::format("Lines before this one that could not be handed over: {}", missed_))) return false;
+    missed_ = 0;
+    return true;
+  }
+
+  bool send(const std::string& line) {
+    // As RFC 3164 has it; who listens takes the rest from the credentials.
+    std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    char time[32] = "";
+    std::strftime(time, sizeof time, "%b %e %T", &local);
+    auto text =
+        fmt::format("<{}>{} {}[{}]: {}", LOG_DAEMON | LOG_NOTICE, time, program_invocation_short_name, getpid(), line);
+    if (socket_ && sendText(text)) return true;
+    if (socket_ && errno == EAGAIN) return false;
+    // Who listens may have been started anew.
+    return connectSocket() && sendText(text);
+  }
+
+  bool sendText(const std::string& text) const {
+    return ::send(socket_.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
+  }
+
+  bool connectSocket() {
+    socket_.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const sockaddr_un address{.sun_family = AF_UNIX, .sun_path = "/dev/log"};
+    if (socket_ && connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+      return true;
+    // Where there is no system log, not every line is to look for one.
+    socket_.reset();
+    restingUntil_ = steady_clock::now() + std::chrono::seconds(1);
+    return false;
+  }
+
+  std::mutex mutex_;
+  FileDescriptor socket_;
+  std::size_t missed_ = 0;
+  steady_clock::time_point restingUntil_;
+};
+
+}  // namespace
+
+// The journal listens on the syslog socket too, so one way serves machines with either.
 void systemLog(const std::string& line) {
-  // A zero byte would end the line for syslog(3).
+  // Never destroyed: other threads may log while the process ends.
+  static auto* socket = new LogSocket;
+  // A zero byte would end the line.
   std::string text = line;
   std::replace(text.begin(), text.end(), '\0', ' ');
-  syslog(LOG_DAEMON | LOG_NOTICE, "%s", text.c_str());
+  socket->write(text);
 }
 
 }  // namespace platform

@@ -14,7 +14,11 @@
 #include <iterator>
 #include <string>
 
+#include "tests/support/temporary_folder.h"
+
 namespace platform::test {
+
+using ::TemporaryFolder;
 
 inline std::string readFile(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -24,22 +28,6 @@ inline std::string readFile(const std::filesystem::path& path) {
 inline void writeFile(const std::filesystem::path& path, std::string_view text) {
   std::ofstream(path, std::ios::binary) << text;
 }
-
-/// A folder that goes with the object.
-class TemporaryFolder {
- public:
-  explicit TemporaryFolder(const std::filesystem::path& base = std::filesystem::temp_directory_path())
-      : path_(base / "brimo.XXXXXX") {
-    if (!mkdtemp(path_.data())) throw std::runtime_error("mkdtemp");
-  }
-  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  std::string operator/(const std::string& name) const { return fmt::format("{}/{}", path_, name); }
-
- private:
-  std::string path_;
-};
 
 /// A copy of /bin/sleep that runs as long as the object lives.
 class RunningCopy {

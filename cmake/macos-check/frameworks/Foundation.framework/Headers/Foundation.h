@@ -34,6 +34,9 @@
 @interface NSError : NSObject
 @end
 
+@interface NSException : NSObject
+@end
+
 @interface NSURL : NSObject
 + (NSURL*)fileURLWithFileSystemRepresentation:(const char*)path
                                   isDirectory:(BOOL)isDirectory

@@ -1,0 +1,20 @@
+#include "platform/ipc/linux/sender.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+namespace platform::ipc {
+namespace {
+
+TEST(Sender, AnythingWrongWithItsExecutableIsAFailedRequirement) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  FileDescriptor one(ends[0]), other(ends[1]);
+  Sender sender(one.get());
+  ASSERT_TRUE(sender.takePidfd(one.get()));
+  // This program is not signed.
+  EXPECT_EQ(checkSender(sender, "identifier \"com.example.test\""), code_signing::requirementFailed);
+}
+
+}  // namespace
+}  // namespace platform::ipc

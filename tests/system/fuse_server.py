@@ -1,0 +1,84 @@
+"""A file system that a user serves (fuse(4)): a folder with one file, both of root's."""
+
+import ctypes
+import errno
+import os
+import struct
+import threading
+
+ROOT, FILE = 1, 2  # numbers of the nodes
+FORGET, INTERRUPT, BATCH_FORGET = 2, 36, 42  # which want no answer
+LOOKUP, GETATTR, OPEN, READ, STATFS, INIT, OPENDIR, READDIR = 1, 3, 14, 15, 17, 26, 27, 28
+
+
+class FuseServer:
+    """Mounts a folder and serves it on a thread. Once `hangs`, whoever opens or looks at anything waits for ever."""
+
+    def __init__(self, folder, name, content, options="", libc=None):
+        self.name, self.content, self.hangs = os.fsencode(name) + b"\0", content, False
+        os.makedirs(folder, exist_ok=True)
+        self.device = os.open("/dev/fuse", os.O_RDWR)
+        options = f"fd={self.device},rootmode=40755,user_id=0,group_id=0{options}".encode()
+        libc = libc or ctypes.CDLL(None, use_errno=True)
+        if libc.mount(b"fuse", os.fsencode(folder), b"fuse", 0, options):
+            raise OSError(ctypes.get_errno(), "mount")
+        threading.Thread(target=self._serve, daemon=True).start()
+
+    def _serve(self):
+        while True:
+            try:
+                request = os.read(self.device, 1 << 18)
+            except OSError:  # unmounted
+                return
+            operation, unique, node = struct.unpack_from("=4xIQQ", request)
+            if operation in (FORGET, INTERRUPT, BATCH_FORGET) or self.hangs and operation in (LOOKUP, GETATTR, OPEN):
+                continue
+            answer = self._answer(operation, node, request[40:])
+            error = -answer if isinstance(answer, int) else 0
+            data = answer if isinstance(answer, bytes) else b""
+            os.write(self.device, struct.pack("=IiQ", 16 + len(data), error, unique) + data)
+
+    def _answer(self, operation, node, body):
+        """What is asked for, or why it cannot be had."""
+        # Nothing may be remembered: each look asks anew.
+        if operation == INIT:
+            return struct.pack("=IIIIHHIIHHII24x", 7, 31, 1 << 17, 0, 16, 12, 1 << 17, 1, 0, 0, 0, 0)
+        if operation == LOOKUP:
+            if body != self.name:
+                return errno.ENOENT
+            return struct.pack("=QQQQII", FILE, 0, 0, 0, 0, 0) + self._attributes(FILE)
+        if operation == GETATTR:
+            return struct.pack("=QII", 0, 0, 0) + self._attributes(node)
+        if operation in (OPEN, OPENDIR):
+            return bytes(16)
+        if operation == READ:
+            offset, size = struct.unpack_from("=8xQI", body)
+            return self.content[offset:offset + size]
+        if operation == READDIR:
+            return b""
+        return struct.pack("=5Q3I28x", 0, 0, 0, 0, 0, 4096, 255, 4096) if operation == STATFS else errno.ENOSYS
+
+    def _attributes(self, node):
+        mode, size = (0o40755, 0) if node == ROOT else (0o100755, len(self.content))
+        return struct.pack("=6Q10I", node, size, (size + 511) // 512, 0, 0, 0, 0, 0, 0, mode, 1, 0, 0, 0, 4096, 0)
+
+
+# Run by a user: serves the file /var/lib/overlay/x (deleted) through an overlay, where he alone sees it.
+SERVE_UNDER_OVERLAY = """
+from fuse_server import FuseServer
+libc = enter_user_namespace(0x00020000)  # CLONE_NEWNS
+def mount(kind, folder, options):
+    os.makedirs(folder, exist_ok=True)
+    if libc.mount(kind, folder, kind, 0, options):
+        raise OSError(ctypes.get_errno(), kind)
+content = GENUINE_PYTHON.read_bytes()
+mount(b"tmpfs", b"/var/lib", None)
+server = FuseServer("/var/lib/served", "x (deleted)", content, libc=libc)
+os.mkdir("/var/lib/empty")
+mount(b"overlay", b"/var/lib/overlay", b"lowerdir=/var/lib/served:/var/lib/empty")
+print("mounted", flush=True)
+input()
+server.hangs = True
+print("hangs", flush=True)
+input()
+"""

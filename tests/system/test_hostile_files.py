@@ -1,0 +1,104 @@
+"""File systems that users serve, and may stop serving: nothing of the helper's waits for them."""
+
+import json
+import os
+import subprocess
+import unittest
+from pathlib import Path
+
+import harness
+from fuse_server import FuseServer, SERVE_UNDER_OVERLAY
+from harness import DEADLINE, FRAMEWORKS, GENUINE_PYTHON, PYTHON, USER, HelperTest, copy_bundle, read_line, wait_until
+
+WATCHDOG = Path("/tmp/Brimo-External-Processes-Watchdog.json")
+
+
+class UsersFiles(HelperTest):
+    def serve(self):
+        """The process of a user that serves files of his own, and the folder in which others of his find them."""
+        server = self.start_script(PYTHON, SERVE_UNDER_OVERLAY, stdin=subprocess.PIPE)
+        self.assertEqual(read_line(server), "mounted")
+        return server, f"/proc/{server.pid}/root/var/lib/overlay"
+
+    def command(self, process, answer):
+        print(file=process.stdin, flush=True)
+        self.assertEqual(read_line(process), answer)
+
+    def test_the_image_of_a_process(self):
+        server, folder = self.serve()
+        # In the helper's own namespaces but for what it runs, and named so that a closer look would be taken.
+        process = self.start_script(f"{folder}/x (deleted)", """
+listener = socket.create_server(("127.0.0.1", 7777))
+print("listens", flush=True)
+input()
+print(was_hung_up(connect()), flush=True)
+input()
+""", stdin=subprocess.PIPE)
+        self.assertEqual(read_line(process), "listens")
+        image = os.readlink(f"/proc/{process.pid}/exe")
+        self.assertEqual(image, "/var/lib/overlay/x (deleted)")
+        self.command(server, "hangs")
+
+        code, out, err = self.brimo("process-lookup", "tcp", "127.0.0.1:7777")
+        self.assertEqual((code, err), (0, ""))
+        self.assertIn(str(process.pid), out)
+
+        WATCHDOG.write_text(json.dumps([[process.pid, image]]))
+        os.chown(WATCHDOG, USER, USER)
+        self.assert_serves()  # after which the client is lost
+        wait_until(lambda: not WATCHDOG.exists(), "the file is swept")
+        self.assert_serves()
+        self.assertIsNone(process.poll())
+
+        self.command(process, "True")
+        self.assert_serves()
+
+    def test_an_image_that_is_reached_through_another_process(self):
+        # Signed and whole, but on a mount of which only a user knows.
+        other = self.start_script(PYTHON, """
+libc = enter_user_namespace(0x00020000)  # CLONE_NEWNS
+if libc.mount(b"tmpfs", b"/var/lib", b"tmpfs", 0, None):
+    raise OSError(ctypes.get_errno(), "mount")
+for name in ("upper", "work", "overlay"):
+    os.mkdir("/var/lib/" + name)
+if libc.mount(b"overlay", b"/opt", b"overlay", 0, b"lowerdir=/opt,upperdir=/var/lib/upper,workdir=/var/lib/work"):
+    raise OSError(ctypes.get_errno(), "mount")
+print("mounted", flush=True)
+input()
+""", stdin=subprocess.PIPE)
+        self.assertEqual(read_line(other), "mounted")
+        process = self.start_script(f"/proc/{other.pid}/root{GENUINE_PYTHON}", "print(was_hung_up(connect()))")
+        self.assertEqual(self.assert_succeeds(process), "True\n")
+
+    def test_a_framework(self):
+        # Served as root's, and signed; who serves it could change it at any time.
+        bundle, executable = copy_bundle("Copy.app")
+        framework = bundle / FRAMEWORKS[0]
+        FuseServer(framework.parent, framework.name, framework.read_bytes(), ",allow_other")
+        self.addCleanup(subprocess.run, ["umount", "-l", framework.parent], check=True)
+        self.assert_refused(executable)
+        self.assertIn("[Helper] Client validation status: -67050", self.log())
+
+    def test_the_home_folder_of_an_application_that_is_launched_again(self):
+        server, folder = self.serve()
+        self.command(server, "hangs")
+        clients = self.genuine("""
+for _ in range(70):
+    if os.fork() == 0:
+        connection = connect_greeted()
+        connection.sendall(frame(1, {"json": b'{"command": "defunct-restart"}'}))
+        receive_frame(connection)
+    os.wait()
+""", env=harness.ENVIRONMENT | {"HOME": f"{folder}/home", "PYTHONNOUSERSITE": "1"})
+        self.assert_succeeds(clients)
+        failures = lambda: [line.rpartition("application: ")[2] for line in self.log() if "Failed to launch" in line]
+        wait_until(lambda: len(failures()) >= 70 - 8, "no more than eight are waited for", 6 * DEADLINE)
+        # The probe runs on one of the threads that are there for everybody.
+        self.assertEqual(self.brimo("dhcp-discover", "none")[0], 1)
+        self.assertLess(len(os.listdir(f"/proc/{self.helper.pid}/task")), 20)
+        wait_until(lambda: len(failures()) == 70, "they are given up", 6 * DEADLINE)
+        self.assertEqual(set(failures()), {"too many launches for this user are under way", "chdir: Connection timed out"})
+
+
+if __name__ == "__main__":
+    unittest.main()
