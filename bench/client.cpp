@@ -3,85 +3,49 @@
 //
 //   start COUNT    from fork and exec to the first reply (µs), and the memory of the helper then (KiB)
 //   version COUNT  round trip of "version" (µs)
-//   lookup COUNT   look-ups of the cases on standard input (µs), COUNT each: "cold/NAME" in a fresh helper,
-//                  "warm/NAME" with the owner found just before
-//   throughput COUNT  look-ups a second of the cases on standard input, COUNT in all: by 1 and 8 threads that wait for
-//   each,
-//                     and with 64 under way
+//   connections PROCESSES   look-ups of new connections (connections.cpp)
+//   beside COUNT   round trips of "version" of one client (µs) beside the look-ups of another (connections.cpp)
+//   throughput COUNT  look-ups a second of the sockets on standard input (protocol, address, owner), COUNT in all: by 1
+//   and 8
+//                     threads that wait for each, and with 64 under way
 //   proxies COUNT  "set-proxy" of the services on standard input, a name and their IDs a line (µs), COUNT each:
 //                  "together/NAME" in one command; with a COUNT of 2 or more, "singly/NAME" in a command for each
 #include <brimo/HelperClient.h>
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <fstream>
 #include <future>
+#include <iostream>
 #include <iterator>
 #include <map>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
 
+#include "bench/connections.h"
 #include "bench/measure.h"
-#include "build_constants.h"
-#include "platform/base/file_descriptor.h"
-#include "platform/ipc/linux/endpoint.h"
+#include "bench/running_helper.h"
 
 namespace {
 
 const char* helperExecutable;
 
-/// A running helper; ended with this object.
-class Helper {
- public:
-  Helper() {
-    auto path = platform::ipc::endpointPath(HelperServiceName);
-    auto address = platform::ipc::endpointAddress(path);
-    platform::FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    unlink(path.c_str());
-    if (!address || bind(listener.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 ||
-        listen(listener.get(), SOMAXCONN) != 0) {
-      throw std::runtime_error("cannot listen on " + path);
-    }
-    pid_ = fork();
-    if (pid_ < 0) throw std::runtime_error("cannot fork");
-    if (pid_ > 0) return;
-    constexpr int firstActivated = 3;  // sd_listen_fds(3)
-    if (listener.get() == firstActivated) {
-      fcntl(firstActivated, F_SETFD, 0);
-    } else {
-      dup2(listener.get(), firstActivated);
-    }
-    setenv("LISTEN_FDS", "1", 1);
-    setenv("LISTEN_PID", fmt::format("{}", getpid()).c_str(), 1);
-    execl(helperExecutable, helperExecutable, nullptr);
-    _exit(127);
-  }
-  ~Helper() {
-    kill(pid_, SIGTERM);
-    waitpid(pid_, nullptr, 0);
-  }
-  Helper(const Helper&) = delete;
-  Helper& operator=(const Helper&) = delete;
-
-  /// Sum of the lines of a file under /proc/PID that begin with a name, in KiB.
-  double memory(const char* file, std::string_view name) const {
-    std::ifstream lines(fmt::format("/proc/{}/{}", pid_, file));
-    double sum = 0;
-    for (std::string line; std::getline(lines, line);) {
-      if (line.starts_with(name)) sum += std::stod(line.substr(line.find(':') + 1));
-    }
-    return sum;
-  }
-
- private:
-  pid_t pid_;
+/// A socket and the process that owns it.
+struct Case {
+  brimo::Transport transport;
+  std::string address;
+  std::int32_t owner;
 };
+
+std::vector<Case> readCases() {
+  std::vector<Case> cases;
+  std::string protocol, address;
+  for (std::int32_t owner = 0; std::cin >> protocol >> address >> owner;) {
+    cases.push_back({protocol == "udp" ? brimo::Transport::udp : brimo::Transport::tcp, address, owner});
+  }
+  return cases;
+}
 
 /// The answer to a request.
 template <class Value>
@@ -89,18 +53,6 @@ Value ask(brimo::HelperClient& client, const brimo::Request<Value>& request) {
   auto result = client.call(request);
   if (!result) throw std::runtime_error(result.error().message);
   return *result;
-}
-
-brimo::Request<std::optional<brimo::SocketOwner>> lookupRequest(const bench::Case& next) {
-  bool isIPv6 = next.host.find(':') != std::string::npos;
-  auto address = fmt::format(fmt::runtime(isIPv6 ? "[{}]:{}" : "{}:{}"), next.host, next.port);
-  auto transport = next.protocol == "udp" ? brimo::Transport::udp : brimo::Transport::tcp;
-  return brimo::processLookup(transport, brimo::parseSocketAddress(address).value());
-}
-
-void lookUp(brimo::HelperClient& client, const bench::Case& next) {
-  auto owner = ask(client, lookupRequest(next));
-  if (!owner || owner->pid != next.owner) throw std::runtime_error("wrong owner of " + next.name);
 }
 
 void print(const std::string& name, double value) {
@@ -111,7 +63,7 @@ void measureStart(int count) {
   std::map<std::string, std::vector<double>> values;
   for (int round = 0; round < count; ++round) {
     auto start = std::chrono::steady_clock::now();
-    Helper helper;
+    bench::Helper helper(helperExecutable);
     brimo::HelperClient client;
     ask(client, brimo::version());
     std::chrono::duration<double, std::micro> time = std::chrono::steady_clock::now() - start;
@@ -123,32 +75,12 @@ void measureStart(int count) {
   for (const auto& [name, list] : values) print(name, bench::median(list));
 }
 
-void measureLookups(int count) {
-  auto cases = bench::readCases();
-  for (const auto& next : cases) {
-    std::vector<double> times;
-    for (int round = 0; round < count; ++round) {
-      Helper helper;
-      brimo::HelperClient client;
-      ask(client, brimo::version());
-      times.push_back(bench::microseconds([&] { lookUp(client, next); }));
-    }
-    print("cold/" + next.name, bench::median(times));
-  }
-  Helper helper;
-  brimo::HelperClient client;
-  for (const auto& next : cases) {
-    lookUp(client, next);
-    print("warm/" + next.name, bench::medianMicroseconds(10 * count, [&] { lookUp(client, next); }));
-  }
-}
-
 /// Look-ups a second by threads that together keep so many under way; of each thread's own, when there is one each, by
 /// waiting.
-double lookupsPerSecond(const bench::Case& next, int threadCount, int underWay, int count) {
-  Helper helper;
+double lookupsPerSecond(const Case& next, int threadCount, int underWay, int count) {
+  bench::Helper helper(helperExecutable);
   brimo::HelperClient client;
-  auto request = lookupRequest(next);
+  auto request = brimo::processLookup(next.transport, brimo::parseSocketAddress(next.address).value());
   ask(client, request);
   std::atomic<int> begun = 0, right = 0;
   std::promise<void> finished;
@@ -160,7 +92,10 @@ double lookupsPerSecond(const bench::Case& next, int threadCount, int underWay, 
     if (underWay > threadCount) {
       for (int number = 0; number < share; ++number, ++begun) client.send(request, handler);
     } else {
-      for (int number = 0; number < count / threadCount; ++number) lookUp(client, next);
+      for (int number = 0; number < count / threadCount; ++number) {
+        if (auto owner = ask(client, request); !owner || owner->pid != next.owner)
+          throw std::runtime_error("wrong owner");
+      }
     }
   };
   std::vector<std::thread> threads;
@@ -173,10 +108,10 @@ double lookupsPerSecond(const bench::Case& next, int threadCount, int underWay, 
 }
 
 void measureThroughput(int count) {
-  for (const auto& next : bench::readCases()) {
+  for (const auto& next : readCases()) {
     for (int threads : {1, 8}) {
       for (int underWay : {threads, 64}) {
-        print(fmt::format("throughput/{}/{}-threads/{}-under-way", next.name, threads, underWay),
+        print(fmt::format("throughput/{}/{}-threads/{}-under-way", next.address, threads, underWay),
               lookupsPerSecond(next, threads, underWay, count));
       }
     }
@@ -194,7 +129,7 @@ void setProxies(brimo::HelperClient& client, const std::vector<std::string>& ser
 }
 
 void measureProxies(int count) {
-  Helper helper;
+  bench::Helper helper(helperExecutable);
   brimo::HelperClient client;
   for (std::string line; std::getline(std::cin, line);) {
     std::istringstream words(line);
@@ -217,17 +152,20 @@ int main(int count, char** values) try {
   if (what == "start") {
     measureStart(std::atoi(values[3]));
   } else if (what == "version") {
-    Helper helper;
+    bench::Helper helper(helperExecutable);
     brimo::HelperClient client;
     print("version", bench::medianMicroseconds(std::atoi(values[3]), [&] { ask(client, brimo::version()); }));
-  } else if (what == "lookup") {
-    measureLookups(std::atoi(values[3]));
+  } else if (what == "connections") {
+    bench::measureConnections(helperExecutable, std::atoi(values[3]));
+  } else if (what == "beside") {
+    bench::measureBeside(helperExecutable, std::atoi(values[3]));
   } else if (what == "throughput") {
     measureThroughput(std::atoi(values[3]));
   } else if (what == "proxies") {
     measureProxies(std::atoi(values[3]));
   } else {
-    throw std::invalid_argument("usage: bench_client HELPER start|version|lookup|throughput|proxies COUNT");
+    throw std::invalid_argument(
+        "usage: bench_client HELPER start|version|connections|beside|throughput|proxies NUMBER");
   }
 } catch (const std::exception& error) {
   fmt::print(stderr, "bench_client: {}\n", error.what());

@@ -1,4 +1,4 @@
-"""Measures the helper beside other programs and prints one table.
+"""Measures the helper beside other programs and prints tables, each when it is measured.
 
 Runs as the first process of its own mount, network and pid namespaces (see scripts/bench): all that it starts ends with
 it. Argument: the build folder. Exit status 1 when something could not be run, whatever the numbers.
@@ -7,18 +7,16 @@ it. Argument: the build folder. Exit status 1 when something could not be run, w
 import json
 import os
 import re
-import shutil
-import signal
 import socket
+import shutil
 import statistics
 import subprocess
 import sys
-import time
 
+import connections
 import network_settings
 import probes
 
-PROCESSES, DESCRIPTORS, TCP_SOCKETS, UDP_SOCKETS = 300, 50, 5000, 500
 PLACE = "/run/bench"  # only root can write there, and nothing is on disk
 
 
@@ -32,101 +30,20 @@ def medians(*command, **options):
 
 
 def prepare(build):
+    disk = f"{build}/bench/disk"
+    os.makedirs(disk, mode=0o755, exist_ok=True)
     run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", "/run")
     shutil.copytree(f"{build}/bench/Bench.app", f"{PLACE}/Bench.app")
-    for program in ("BrimoHelper", "bench_lookup", "bench_probes", "bench_transports", "fifo_queue_bench"):
+    for program in ("BrimoHelper", "bench_probes", "bench_transports", "fifo_queue_bench", "json_bench"):
         shutil.copy(f"{build}/bin/{program}", PLACE)
     os.chdir(PLACE)
     run("mount", "-t", "tmpfs", "-o", "mode=1777", "tmpfs", "/tmp")
     run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", "/var/lib")
     run("ip", "link", "set", "lo", "up")
-
-
-# --- The environment ---
-
-
-def hold_sockets(index):
-    """Opens one process's share of the sockets; descriptors that are none come first. Returns what can be asked for."""
-    tcp, udp = (total // PROCESSES + (index < total % PROCESSES) for total in (TCP_SOCKETS, UDP_SOCKETS))
-    while len(os.listdir("/proc/self/fd")) - 1 < DESCRIPTORS - tcp - udp:
-        os.open("/dev/null", os.O_RDONLY)
-    v4, v6 = socket.create_server(("127.0.0.1", 0)), socket.create_server(("::1", 0), family=socket.AF_INET6)
-    kept = [v4, v6] + [socket.create_server(("127.0.0.1", 0)) for _ in range(tcp % 2)]
-    connected = {}
-    while len(kept) < tcp:
-        kinds = (("ipv4", v4, "127.0.0.1"), ("ipv6", v6, "::1"), ("mapped", v4, "::ffff:127.0.0.1"))
-        kind, listener, host = kinds[len(kept) // 2 % 3]
-        client = socket.socket(socket.AF_INET if kind == "ipv4" else socket.AF_INET6)
-        # Bound first: connect() alone may share a port among connections, and then there is no one owner to expect.
-        client.bind((host, 0))
-        client.connect((host, listener.getsockname()[1]))
-        kept += [client, listener.accept()[0]]
-        connected[kind] = client
-    for _ in range(udp):
-        kept.append(socket.socket(socket.AF_INET, socket.SOCK_DGRAM))
-        kept[-1].bind(("127.0.0.1", 0))
-        kept[-1].connect(("127.0.0.1", 9))
-    asked = {"tcp-listener": v4, "tcp-connected": connected["ipv4"], "tcp-mapped": connected["mapped"], "udp": kept[-1]}
-    return kept, [(name, name[:3], "127.0.0.1", which.getsockname()[1]) for name, which in asked.items()]
-
-
-def start_process(index):
-    """A process that holds its share until it is killed. Returns the cases that ask for it."""
-    reader, writer = os.pipe()
-    if not (pid := os.fork()):
-        os.close(reader)
-        os.dup2(writer, 3)
-        os.closerange(4, 1000)
-        kept, cases = hold_sockets(index)
-        with open(3, "w", closefd=False) as pipe:
-            json.dump([len(os.listdir("/proc/self/fd")) - 1, cases], pipe)
-        os.dup2(0, 3)
-        while True:
-            signal.pause()
-    os.close(writer)
-    with open(reader) as pipe:
-        descriptors, cases = json.load(pipe)
-    assert descriptors == DESCRIPTORS, descriptors
-    return [(*case, pid) for case in cases]
-
-
-def populate():
-    processes = [start_process(index) for index in range(PROCESSES)]
-    counts = [len(run("ss", "-H", option).splitlines()) for option in ("-tan", "-uan")]
-    assert counts == [TCP_SOCKETS, UDP_SOCKETS], counts
-    ages = {0: "oldest", PROCESSES // 2: "middle", PROCESSES - 1: "newest"}
-    # Eight in all, which is how many owners the helper remembers.
-    ages |= {PROCESSES * number // 6: f"other{number}" for number in (1, 2, 4, 5)} | {PROCESSES // 4: "other"}
-    return [(f"{name}/{age}", *rest) for index, age in ages.items() for name, *rest in processes[index]]
+    return disk
 
 
 # --- The measurements; times in microseconds ---
-
-
-def time_of(*command, repetitions=15):
-    """Median time of a program from its start to its end, its output thrown away."""
-    times = []
-    for _ in range(repetitions):
-        start = time.perf_counter()
-        subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
-        times.append(1e6 * (time.perf_counter() - start))
-    return statistics.median(times)
-
-
-def as_lines(cases):
-    return "".join(" ".join(map(str, case)) + "\n" for case in cases)
-
-
-def in_process(cases):
-    output = run("./bench_lookup", "--benchmark_format=json", "--benchmark_min_time=0.05",
-                 "--benchmark_report_aggregates_only=true", input=as_lines(cases))
-    results = {}
-    for entry in json.loads(output)["benchmarks"]:
-        assert not entry.get("error_occurred"), entry
-        if entry["aggregate_name"] == "median":
-            name = entry["run_name"].split("/iterations:")[0].split("/repeats:")[0]
-            results[name] = entry["real_time"] / 1000
-    return results
 
 
 def client(*arguments, helper=f"{PLACE}/BrimoHelper", **options):
@@ -158,6 +75,17 @@ def round_trips(processors):
     return {name: statistics.median(each[name] for each in rounds) for name in rounds[0]}
 
 
+def log_on_disk(folder, processors):
+    """The round trip of "version" with the log on the build folder's disk, each line of it synchronised."""
+    run("mount", "--bind", folder, "/tmp")
+    everywhere = os.sched_getaffinity(0)
+    os.sched_setaffinity(0, processors)
+    trip = client("version", "500")["version"]
+    os.sched_setaffinity(0, everywhere)
+    run("umount", "/tmp")
+    return trip
+
+
 def queues():
     """Processor time by operation, size of arrays, and queue; other programs disturb it less than time."""
     output = run("./fifo_queue_bench", "--benchmark_format=json", "--benchmark_min_time=0.1", "--benchmark_repetitions=5",
@@ -177,35 +105,40 @@ def goal(text, met):
     return f"{text}: {'met' if met else 'MISSED'}"
 
 
-def print_lookups(cases, own, remote, tools):
-    print(f"process-lookup among {PROCESSES} processes of {DESCRIPTORS} descriptors, {TCP_SOCKETS} TCP and "
-          f"{UDP_SOCKETS} UDP sockets; medians in ms, in parentheses how many times faster than ss\n"
-          "(cold: nothing looked up before; warm: its owner just found; mapped: IPv4 connection of an IPv6 socket)")
-    print(f"{'socket/its process':22}{'ss':>8}{'lsof':>8}{'in process: cold':>22}{'warm':>16}{'endpoint: cold':>22}"
-          f"{'warm':>16}")
-    worst = {}
-    for name, protocol, *_ in cases:
-        ss = tools["ss", "tcp-listener" if "listener" in name else protocol]
-        line = f"{name:22}{ss / 1000:8.1f}{tools['lsof', protocol] / 1000:8.1f}"
-        for table, kind, width in ((own, "cold", 22), (own, "warm", 16), (remote, "cold", 22), (remote, "warm", 16)):
-            ratio = ss / table[f"{kind}/{name}"]
-            if table is own:
-                worst[kind] = min(ratio, worst.get(kind, ratio))
-            text = f"{table[f'{kind}/{name}'] / 1000:.2f} ({ratio:.1f}x)"
-            line += f"{text:>{width}}"
-        print(line)
-    for kind in ("tcp-listener", "tcp-connected", "tcp-mapped", "udp"):
-        ss, value = tools["ss", kind if "listener" in kind else kind[:3]], own[f"turns/{kind}"]
-        print(f"{kind + '/8 in turn':22}{ss / 1000:8.1f}{'':30}{f'{value / 1000:.2f} ({ss / value:.1f}x)':>16}")
-        worst["warm"] = min(ss / value, worst["warm"])
-    print("  " + goal(f"warm in process at least 40 times faster than ss ({worst['warm']:.1f}x at worst)", worst["warm"] >= 40))
-    print("  " + goal(f"cold in process no slower than ss ({worst['cold']:.1f}x at worst)", worst["cold"] >= 1))
+def print_round_trips(trips, narrow, disk):
+    print('\nround trip of "version", medians in µs; on one processor, nothing waits for another to wake up')
+    print(f"{'':32}{'any processor':>16}{'one processor':>16}")
+    for text, name in (("through the endpoint", "version"), ("bare SOCK_SEQPACKET", "seqpacket"),
+                       ("through dbus-daemon", "dbus")):
+        print(f"{text:32}{trips[name]:16.1f}{narrow[name]:16.1f}")
+    print(f"{'through it, the log on the disk':32}{'':16}{disk:16.1f}")
+    print("  " + goal(f"faster than dbus-daemon ({trips['dbus'] / trips['version']:.2f}x)", trips["version"] < trips["dbus"]))
+    ratio = narrow["version"] / narrow["seqpacket"]
+    print("  " + goal(f"on one processor within three times the bare round trip ({ratio:.2f}x)", ratio <= 3))
 
 
-def print_throughput(name, rates):
-    print(f"\nlook-ups a second of {name} through the client library")
+def print_start(start):
+    print("\nstart, and memory after the first reply, medians")
+    print(f"{'exec to first reply':22}{start['start'] / 1000:8.1f} ms")
+    for name in ("VmRSS", "Pss", "Private"):
+        print(f"{name:22}{start[name] / 1024:8.1f} MiB")
+    print("  " + goal("first reply in less than 50 ms", start["start"] < 50_000))
+    print("  " + goal("VmRSS less than 12 MiB", start["VmRSS"] < 12 * 1024))
+
+
+def print_numbers():
+    output = run("./json_bench", "--benchmark_format=json", "--benchmark_min_time=1")
+    rate = json.loads(output)["benchmarks"][0]["bytes_per_second"] / 1e6
+    print(f"\n4 MiB of JSON numbers, parsed: {rate:.0f} MB/s\n  " + goal("at least 50 MB/s", rate >= 50))
+
+
+def print_throughput():
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        address = "127.0.0.1:%d" % server.getsockname()[1]
+        rates = client("throughput", "4000", input=f"tcp {address} {os.getpid()}\n")
+    print("\nlook-ups a second of a listening socket through the client library")
     for threads in (1, 8):
-        waiting, together = (rates[f"throughput/{name}/{threads}-threads/{count}-under-way"] for count in (threads, 64))
+        waiting, together = (rates[f"throughput/{address}/{threads}-threads/{count}-under-way"] for count in (threads, 64))
         print(f"{f'{threads} thread(s)':22}{waiting:10.0f} waiting for each{together:10.0f} with 64 under way")
 
 
@@ -227,46 +160,16 @@ def print_queues(measured):
 
 
 def main():
-    prepare(os.path.abspath(sys.argv[1]))
+    disk = prepare(os.path.abspath(sys.argv[1]))
     processors = os.sched_getaffinity(0)
-    trips, narrow = round_trips(processors), round_trips({min(processors)})
-    start = client("start", "21")
-    fifo = queues()
-    probed = probes.measure()
-    settings = network_settings.measure(f"{PLACE}/BrimoHelper", client)
-    cases = populate()
-    own = in_process(cases)
-    cases = [case for case in cases if "/other" not in case[0]]
-    remote = client("lookup", "11", input=as_lines(cases))
-    rates = client("throughput", "4000", input=as_lines(cases[:1]))
-    tools = {
-        ("ss", "tcp-listener"): time_of("ss", "-tlnp"),
-        ("ss", "tcp"): time_of("ss", "-tnp"),
-        ("ss", "udp"): time_of("ss", "-unp"),
-        ("lsof", "tcp"): time_of("lsof", "-nP", "-iTCP"),
-        ("lsof", "udp"): time_of("lsof", "-nP", "-iUDP"),
-    }
-
-    print_lookups(cases, own, remote, tools)
-    print_throughput(cases[0][0], rates)
-    own_trip, bare, bus = (trips[name] for name in ("version", "seqpacket", "dbus"))
-    print('\nround trip of "version", medians in µs; on one processor, nothing waits for another to wake up')
-    print(f"{'':22}{'any processor':>16}{'one processor':>16}")
-    for text, name in (("through the endpoint", "version"), ("bare SOCK_SEQPACKET", "seqpacket"),
-                       ("through dbus-daemon", "dbus")):
-        print(f"{text:22}{trips[name]:16.1f}{narrow[name]:16.1f}")
-    print("  " + goal(f"faster than dbus-daemon ({bus / own_trip:.2f}x)", own_trip < bus))
-    print("  " + goal(f"within twice the bare round trip ({own_trip / bare:.2f}x)", own_trip <= 2 * bare))
-
-    print("\nstart, and memory after the first reply, medians")
-    print(f"{'exec to first reply':22}{start['start'] / 1000:8.1f} ms")
-    for name in ("VmRSS", "Pss", "Private"):
-        print(f"{name:22}{start[name] / 1024:8.1f} MiB")
-    print("  " + goal("first reply in less than 50 ms", start["start"] < 50_000))
-    print("  " + goal("VmRSS less than 12 MiB", start["VmRSS"] < 12 * 1024))
-    probes.print_table(probed)
-    network_settings.print_table(settings, goal)
-    print_queues(fifo)
+    connections.print_table(connections.measure(client), goal)
+    print_round_trips(round_trips(processors), round_trips({min(processors)}), log_on_disk(disk, {min(processors)}))
+    print_throughput()
+    print_start(client("start", "21"))
+    print_numbers()
+    print_queues(queues())
+    probes.print_table(probes.measure())
+    network_settings.print_table(network_settings.measure(f"{PLACE}/BrimoHelper", client), goal)
 
 
 main()

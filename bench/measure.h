@@ -1,19 +1,21 @@
-// Measured loops, and the sockets that look-ups are measured with.
+// Measured loops.
 #pragma once
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
-#include <iostream>
-#include <string>
 #include <vector>
 
 namespace bench {
 
+/// The value that a fraction of the others lie below.
+inline double quantile(std::vector<double> values, double fraction) {
+  auto place = values.begin() + static_cast<std::ptrdiff_t>(fraction * static_cast<double>(values.size() - 1));
+  std::nth_element(values.begin(), place, values.end());
+  return *place;
+}
+
 inline double median(std::vector<double> values) {
-  auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
+  return quantile(std::move(values), 0.5);
 }
 
 /// How long one call takes, in microseconds.
@@ -31,23 +33,6 @@ double medianMicroseconds(int repetitions, const Operation& operation) {
   std::vector<double> times;
   for (int count = 0; count < repetitions; ++count) times.push_back(microseconds(operation));
   return median(std::move(times));
-}
-
-/// A socket and the process that owns it.
-struct Case {
-  std::string name;
-  std::string protocol;  ///< "tcp" or "udp"
-  std::string host;
-  std::uint16_t port = 0;
-  std::int32_t owner = 0;
-};
-
-/// Reads cases from standard input, one a line: name, protocol, host, port, owner.
-inline std::vector<Case> readCases() {
-  std::vector<Case> cases;
-  for (Case next; std::cin >> next.name >> next.protocol >> next.host >> next.port >> next.owner;)
-    cases.push_back(next);
-  return cases;
 }
 
 }  // namespace bench

@@ -187,12 +187,16 @@ const std::map<std::string, Command>& commands() {
        {"INTERFACE", "Shows the first IPv6 router that answers on an interface, within five seconds.", 1, 1,
         runRADetect}},
       {"services",
-       {"", "Lists the network services of this machine: ID, interface, name.", 0, 0,
+       {"", "Lists the network services of this machine: ID, interface, name; the primary one is marked.", 0, 0,
         [](const Surroundings&, const Arguments&) { return listServices(); }}},
+      {"proxies",
+       {"", "Shows which proxies are set, where, and who obeys them.", 0, 0,
+        [](const Surroundings&, const Arguments&) { return listProxies(); }}},
       {"set-proxy",
        {"SERVICE SETTING… | SERVICE off [--force]",
         "Gives a service these proxies, and no others; off takes them off. A SERVICE is told by its ID, else the\n"
-        "interface that it is active on, else its name. With --force it is an ID, known to this machine or not.\n"
+        "interface that it is active on, else its name; \"primary\" is the one that leads to the network at large. "
+        "With --force it is an ID, known to this machine or not.\n"
         "  http=HOST:PORT https=HOST:PORT socks=HOST:PORT, or pac=URL\n"
         "  except=HOST,*.DOMAIN,ADDRESS/BITS…   go there directly\n"
         "  except-simple                        to names without a dot, too\n"

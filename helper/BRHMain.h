@@ -50,8 +50,9 @@ class BRHMain : public HXLogging<BRHMain> {
 
  private:
   void handleRequest(const platform::ipc::Message& request, const platform::ipc::Connection& client);
-  void handleRawCommand(const std::string& command, const platform::ipc::Message& request);
-  void processLookup(const platform::ipc::Message& request);
+  void handleRawCommand(const std::string& command, const platform::ipc::Message& request,
+                        const platform::ipc::Connection& client);
+  void processLookup(const platform::ipc::Message& request, const platform::ipc::Connection& client);
   void raDetect(const platform::ipc::Message& request);
   void dhcpDiscover(const boost::json::object& command, const platform::ipc::Message& request);
   void cleanUpAfterLostClient();

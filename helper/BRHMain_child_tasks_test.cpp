@@ -128,6 +128,7 @@ TEST_F(ChildTasksTest, LinksAreResolvedOnBothSides) {
   fs::create_directory_symlink(folder / "Brimo.app", bundle);
   request["dhcpd"] = link;
   EXPECT_EQ(start(), started);
+  EXPECT_EQ(machine().steps.front(), "Start dhcpd");
   EXPECT_EQ(machine().steps[1], launch);
   helper.setMainAppImagePath(bundle + "/Contents/MacOS/Brimo");
   request["dhcpd"] = bundle + "/Contents/MacOS/.././/Applications/brimo-dhcpd";

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <atomic>
 #include <boost/json.hpp>
+#include <map>
 
 #include "foundation/HXJSON.h"
 #include "helper/BRHMain.h"
@@ -10,6 +11,7 @@
 #include "helper/probes/BRHV6RADetector.h"
 #include "helper/probes/socket_owner_lookup.h"
 #include "platform/base/json_text.h"
+#include "platform/dispatch/dispatch.h"
 
 namespace ipc = platform::ipc;
 namespace json = boost::json;
@@ -18,8 +20,18 @@ namespace {
 
 constexpr std::size_t maximumPayload = 4'194'304;  // bytes
 constexpr int maximumRouterProbes = 128;
+constexpr int maximumLookups = 512;  // of one connection at a time
 
 using Reply = std::function<void(const ipc::Dictionary&)>;
+
+/// The socket address under a key; absent unless it has the size of one.
+std::optional<BRSockAddr> addressIn(const ipc::Dictionary& dictionary, const char* key) {
+  const auto* data = dictionary.get<ipc::Data>(key);
+  BRSockAddr address;
+  if (!data || data->size() != address.size()) return std::nullopt;
+  std::copy(data->begin(), data->end(), address.begin());
+  return address;
+}
 
 /// Sends a reply whose "json" value is the text of an object. The request must accept a reply.
 void sendJSON(const Reply& reply, const json::object& object) {
@@ -65,7 +77,8 @@ void BRHMain::cleanUpAfterLostClient() {
 }
 
 void BRHMain::handleRequest(const ipc::Message& request, const ipc::Connection& client) {
-  if (const auto* command = request.dictionary.get<std::string>("command")) return handleRawCommand(*command, request);
+  if (const auto* command = request.dictionary.get<std::string>("command"))
+    return handleRawCommand(*command, request, client);
 
   const auto* payload = request.dictionary.get<ipc::Data>("json");
   if (!payload) {
@@ -94,34 +107,50 @@ void BRHMain::handleRequest(const ipc::Message& request, const ipc::Connection& 
   sendJSON(request.reply, reply);
 }
 
-void BRHMain::handleRawCommand(const std::string& command, const ipc::Message& request) {
+void BRHMain::handleRawCommand(const std::string& command, const ipc::Message& request, const ipc::Connection& client) {
   HX_log("Received raw command: {}", command);
-  if (command == "process-lookup") return processLookup(request);
+  if (command == "process-lookup") return processLookup(request, client);
   if (command == "ra-detect") return raDetect(request);
   HX_log("Unknown raw command!");
   if (request.reply) request.reply({{"error", "unknown command"}});
 }
 
-void BRHMain::processLookup(const ipc::Message& request) {
+void BRHMain::processLookup(const ipc::Message& request, const ipc::Connection& client) {
   if (!request.reply) {
     HX_log("process-lookup request does not accept a reply");
     return;
   }
-  const auto* address = request.dictionary.get<ipc::Data>("address");
-  BRSockAddr query;
-  if (!address || address->size() != query.size()) {
-    HX_log("Invalid process-lookup address length: {}", address ? address->size() : 0);
+  const auto address = addressIn(request.dictionary, "address");
+  if (!address) {
+    const auto* data = request.dictionary.get<ipc::Data>("address");
+    HX_log("Invalid process-lookup address length: {}", data ? data->size() : 0);
     return request.reply({{"error", "invalid address"}});
   }
-  std::copy(address->begin(), address->end(), query.begin());
-  const auto* udp = request.dictionary.get<bool>("udp");
-  auto owner = udp && *udp ? BRUDPSocketOwner(query) : BRTCPSocketOwner(query);
-  ipc::Dictionary reply;
-  if (owner) {
-    reply.set("pid", std::int64_t{owner->pid});
-    if (owner->processPath) reply.set("path", *owner->processPath);
+  // Of the main queue's; a connection that has taken the place of one that ended shares its count for a moment.
+  static std::map<const ipc::Connection*, int> lookups;
+  if (lookups[&client] >= maximumLookups) {
+    HX_log("Too many process-lookup requests at once");
+    return request.reply({{"error", "too many requests"}});
   }
-  request.reply(reply);
+  ++lookups[&client];
+  const auto* udp = request.dictionary.get<bool>("udp");
+  const BRSocketQuestion question{
+      .protocol = udp && *udp ? platform::SocketProtocol::udp : platform::SocketProtocol::tcp,
+      .address = *address,
+      .remote = addressIn(request.dictionary, "remote")};
+  auto answer = [reply = request.reply, connection = &client](const std::optional<BRProcess>& owner) {
+    if (--lookups[connection] == 0) lookups.erase(connection);
+    ipc::Dictionary dictionary;
+    if (owner) {
+      dictionary.set("pid", std::int64_t{owner->pid});
+      if (owner->processPath) dictionary.set("path", *owner->processPath);
+    }
+    reply(dictionary);
+  };
+  BRAskSocketOwner(question, [answer](const std::optional<BRProcess>& owner) {
+    if (platform::dispatch::isMainThread()) return answer(owner);
+    platform::dispatch::async(platform::dispatch::mainQueue(), [answer, owner] { answer(owner); });
+  });
 }
 
 void BRHMain::raDetect(const ipc::Message& request) {

@@ -34,6 +34,7 @@ class DispatchTest : public testing::Test {
       EXPECT_FALSE(answer) << "a second reply";
       answer = reply;
     }));
+    fake::passTime({});
     EXPECT_TRUE(answer) << "no reply";
     return answer.value_or(ipc::Dictionary());
   }
@@ -117,6 +118,42 @@ TEST_F(DispatchTest, ProcessLookup) {
   EXPECT_EQ(log.back(), "[BRHMain] Invalid process-lookup address length: 0");
 }
 
+TEST_F(DispatchTest, LookupsOfOneConnectionDoNotPileUp) {
+  auto query = BRSockAddrMakeIPv4({127, 0, 0, 1}, 80);
+  const ipc::Dictionary request{{"command", "process-lookup"}, {"address", ipc::Data(query.begin(), query.end())}};
+  std::size_t answered = 0, refused = 0;
+  auto count = [&](const ipc::Dictionary& reply) { ++(reply.contains("error") ? refused : answered); };
+  for (int number = 0; number < 513; ++number) deliver(fake::makeMessage(request, count));
+  EXPECT_EQ(log.back(), "[BRHMain] Too many process-lookup requests at once");
+  EXPECT_EQ(refused, 1u);
+  auto other = fake::makeConnection();
+  BRHMain::sharedInstance().handleXPCEvent(*other, fake::makeMessage(request, count));
+  fake::passTime({});
+  EXPECT_EQ(answered, 513u);
+  EXPECT_EQ(ask(request).size(), 0u);
+}
+
+TEST_F(DispatchTest, TheOtherEndIsOfUseWhenItIsAnAddressOfTheSameFamily) {
+  auto query = BRSockAddrMakeIPv4({127, 0, 0, 1}, 80), remote = BRSockAddrMakeIPv4({192, 0, 2, 1}, 443);
+  const ipc::Data address(query.begin(), query.end());
+  platform::SocketEntry first{.localPort = 80, .isIPv4 = true, .isIPv6 = false, .localAddress = {}, .identity = 7};
+  platform::SocketEntry named = first;
+  named.identity = 8;
+  machine().sockets = {{platform::SocketProtocol::tcp, first}};
+  machine().connections = {{443, named}};
+  machine().owners = {{7, 1}, {8, 2}};
+  machine().executables = {{1, "/first"}, {2, "/named"}};
+  auto owner = [&](const ipc::Value& other) {
+    auto reply = ask({{"command", "process-lookup"}, {"address", address}, {"remote", other}});
+    return *reply.get<std::int64_t>("pid");
+  };
+  EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end())), 2);
+  EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end() - 1)), 1);
+  EXPECT_EQ(owner("text"), 1);
+  remote = BRSockAddrMakeIPv6({}, 443);
+  EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end())), 1);
+}
+
 TEST_F(DispatchTest, ProbesNeedAnInterface) {
   for (const ipc::Dictionary& request :
        {ipc::Dictionary{{"command", "ra-detect"}}, ipc::Dictionary{{"command", "ra-detect"}, {"interface", ""}},
@@ -161,7 +198,7 @@ TEST_F(DispatchTest, RequestsThatAcceptNoReply) {
   tell({{"command", "process-lookup"}, {"address", ipc::Data(query.begin(), query.end())}});
   EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: process-lookup",
                                "[BRHMain] process-lookup request does not accept a reply"));
-  EXPECT_THAT(machine().ownersAsked, IsEmpty());
+  EXPECT_THAT(machine().passes, IsEmpty());
   tell({{"command", "ra-detect"}, {"interface", "lo"}});
   EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: ra-detect",
                                "[BRHMain] ra-detect request does not accept a reply"));

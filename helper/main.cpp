@@ -9,6 +9,7 @@
 #include "helper/log_file.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/ipc/service.h"
+#include "platform/network_settings/preferences.h"
 #include "platform/system/system_log.h"
 
 namespace {
@@ -29,6 +30,7 @@ int main() {
     platform::systemLog(fmt::format("Failed to create service: {}", created.error().what()));
     std::exit(EXIT_FAILURE);
   }
+  platform::preferences::keepApplied(HelperServiceName);
   auto listener = std::move(*created);
   listener->setEventHandler(BRHListenerEventHandler);
   listener->resume();

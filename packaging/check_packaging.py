@@ -44,12 +44,14 @@ for line in (f"ListenStream=/run/{service}.socket", "SocketMode=0666", "Accept=n
 for line in ("KillMode=process", "OOMPolicy=continue", "LimitNOFILE=4096", "WatchdogSec=120", "WatchdogSignal=SIGKILL", "StartLimitIntervalSec=0", f"After={service}.socket NetworkManager.service",
              f"StateDirectory={service}", "StateDirectoryMode=0700"):
     assert line in units["service"].splitlines(), line
+# The folder in /run has to outlive "stop".
+assert re.search(r"^ExecStopPost=/.*/BrimoProxiesOff$", units["service"], re.MULTILINE) and "RuntimeDirectory" not in units["service"]
 assert not re.search(r"PrivateTmp=(?!no)|ProtectHome=(?!no)", units["service"])
 
 # systemd looks for the program that a unit names: have it find this build's.
 with tempfile.TemporaryDirectory() as copies:
     for name, text in units.items():
-        text = re.sub(r"^ExecStart=.*", f"ExecStart={helper}", text, flags=re.MULTILINE)
+        text = re.sub(r"^(ExecStart|ExecStopPost)=.*/", rf"\1={helper.parent}/", text, flags=re.MULTILINE)
         Path(copies, f"{service}.{name}").write_text(text)
     result = subprocess.run(["systemd-analyze", "verify", "--man=no", *Path(copies).iterdir()], capture_output=True, text=True)
     complaints = [line for line in result.stderr.splitlines() if service in line]

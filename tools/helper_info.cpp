@@ -30,21 +30,22 @@ json::object constantsOf(const std::string& bytes) {
   return {};
 }
 
-void printAnchor(const std::string& bytes) {
-  auto start = bytes.find("-----BEGIN CERTIFICATE-----\nMII");
-  if (start == bytes.npos) return;
-  std::unique_ptr<BIO, decltype(&BIO_free)> text(BIO_new_mem_buf(bytes.data() + start, -1), BIO_free);
-  std::unique_ptr<X509, decltype(&X509_free)> anchor(PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr),
+void printRoots(const std::string& bytes) {
+  constexpr std::string_view begin = "-----BEGIN CERTIFICATE-----\nMII";
+  for (auto at = bytes.find(begin); at != bytes.npos; at = bytes.find(begin, at + 1)) {
+    std::unique_ptr<BIO, decltype(&BIO_free)> text(BIO_new_mem_buf(bytes.data() + at, -1), BIO_free);
+    std::unique_ptr<X509, decltype(&X509_free)> root(PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr),
                                                      X509_free);
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
-  unsigned length = 0;
-  if (!anchor || X509_digest(anchor.get(), EVP_sha256(), digest.data(), &length) != 1) return;
-  std::cout << "root certificate    " << platform::code_signing::subjectOf(*anchor) << "\nits SHA-256         ";
-  for (unsigned index = 0; index < length; ++index) {
-    constexpr char digits[] = "0123456789abcdef";
-    std::cout << digits[digest[index] >> 4] << digits[digest[index] & 15];
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
+    unsigned length = 0;
+    if (!root || X509_digest(root.get(), EVP_sha256(), digest.data(), &length) != 1) continue;
+    std::cout << "root certificate    " << platform::code_signing::subjectOf(*root) << "\nits SHA-256         ";
+    for (unsigned index = 0; index < length; ++index) {
+      constexpr char digits[] = "0123456789abcdef";
+      std::cout << digits[digest[index] >> 4] << digits[digest[index] & 15];
+    }
+    std::cout << '\n';
   }
-  std::cout << '\n';
 }
 
 }  // namespace
@@ -65,5 +66,5 @@ int main(int count, char** arguments) {
   std::cout << "build               " << constants.at("build") << "\nservice             " << text("service")
             << "\nclient's identifier " << text("identifier") << "\nteam                " << text("team")
             << "\nclient group        " << (text("group").empty() ? "none" : text("group")) << '\n';
-  printAnchor(bytes);
+  printRoots(bytes);
 }

@@ -34,6 +34,12 @@ BRSockAddr BRSockAddrMakeIPv6(const std::array<std::uint8_t, 16>& address, std::
   return make(28, BRFamilyIPv6, port, address, 8);
 }
 
+std::uint32_t BRSockAddrScope(const BRSockAddr& address) {
+  std::uint32_t scope = 0;
+  if (BRSockAddrFamily(address) == BRFamilyIPv6) std::memcpy(&scope, address.data() + 24, sizeof scope);
+  return scope;
+}
+
 std::span<const std::uint8_t> BRSockAddrAddress(const BRSockAddr& address) {
   std::span<const std::uint8_t> bytes = address;
   switch (BRSockAddrFamily(address)) {
@@ -53,8 +59,7 @@ std::string BRSockAddrText(const BRSockAddr& address, bool withPort) {
   inet_ntop(isIPv6 ? AF_INET6 : AF_INET, BRSockAddrAddress(address).data(), buffer.data(), buffer.size());
   std::string text = buffer.data();
   if (isIPv6) {
-    std::uint32_t scope;
-    std::memcpy(&scope, address.data() + 24, sizeof scope);
+    const auto scope = BRSockAddrScope(address);
     std::array<char, IF_NAMESIZE> name;
     if (scope != 0 && if_indextoname(scope, name.data())) text = fmt::format("{}%{}", text, name.data());
   }

@@ -28,6 +28,8 @@ inline std::uint8_t BRSockAddrFamily(const BRSockAddr& address) {
 inline std::uint16_t BRSockAddrPort(const BRSockAddr& address) {
   return static_cast<std::uint16_t>(address[2] << 8 | address[3]);
 }
+/// Index of the interface that an IPv6 address belongs to; 0: none, and for other families.
+std::uint32_t BRSockAddrScope(const BRSockAddr& address);
 /// The bytes of the address in network order; empty for other families.
 std::span<const std::uint8_t> BRSockAddrAddress(const BRSockAddr& address);
 

@@ -1,8 +1,11 @@
 #include "helper/probes/socket_owner_lookup.h"
 
 #include <algorithm>
+#include <mutex>
+#include <vector>
 
 #include "platform/base/utf8.h"
+#include "platform/dispatch/dispatch.h"
 #include "platform/process/process.h"
 #include "platform/sockets/socket_table.h"
 
@@ -29,22 +32,128 @@ bool matches(const SocketEntry& socket, const BRSockAddr& query) {
   return isZero(wanted) || isZero(bound) || std::equal(wanted.begin(), wanted.end(), bound.begin());
 }
 
-std::optional<BRProcess> socketOwner(platform::SocketProtocol protocol, const BRSockAddr& query) {
-  auto family = BRSockAddrFamily(query);
-  if (family != BRFamilyIPv4 && family != BRFamilyIPv6) return std::nullopt;
+platform::SocketEnd endOf(const BRSockAddr& address) {
+  return {.address = BRSockAddrAddress(address), .port = BRSockAddrPort(address), .scope = BRSockAddrScope(address)};
+}
 
+/// The socket that a question is about, if it is known without a walk through the table.
+std::optional<SocketEntry> socketAtOnce(const BRSocketQuestion& question) {
+  const auto local = endOf(question.address);
   std::optional<SocketEntry> found;
-  platform::visitSockets(protocol, BRSockAddrPort(query), family == BRFamilyIPv6, [&](const SocketEntry& socket) {
-    if (matches(socket, query)) found = socket;
-    return !found;
-  });
-  auto pid = found ? platform::socketOwner(*found) : std::nullopt;
-  if (!pid || *pid == 0) return std::nullopt;
-  auto path = platform::executablePath(*pid);
+  if (question.remote && BRSockAddrFamily(*question.remote) == BRSockAddrFamily(question.address) &&
+      BRSockAddrPort(*question.remote) != 0) {
+    found = platform::connectedSocket(question.protocol, local, endOf(*question.remote));
+  }
+  if (!found && question.protocol == platform::SocketProtocol::tcp && !isZero(local.address) && local.scope == 0) {
+    found = platform::likelySocket(local);
+  }
+  return found && matches(*found, question.address) ? found : std::nullopt;
+}
+
+std::optional<SocketEntry> socketOf(const BRSocketQuestion& question) {
+  auto found = socketAtOnce(question);
+  if (found) return found;
+  platform::visitSockets(question.protocol, BRSockAddrPort(question.address),
+                         BRSockAddrFamily(question.address) == BRFamilyIPv6, [&](const SocketEntry& socket) {
+                           if (matches(socket, question.address)) found = socket;
+                           return !found;
+                         });
+  return found;
+}
+
+/// The process that was seen to hold a socket, if it is still that process.
+std::optional<BRProcess> identify(std::int32_t pid, const SocketEntry& socket) {
+  if (pid == 0) return std::nullopt;
+  auto path = platform::executablePath(pid);
   // The path is that of the owner only if the process is still the same. Another may hold the socket, too.
-  if (!path || !platform::holdsSocket(*pid, *found)) return std::nullopt;
+  if (!path || !platform::holdsSocket(pid, socket)) return std::nullopt;
   if (!platform::isUTF8(*path)) path.reset();
-  return BRProcess{.pid = *pid, .processPath = std::move(path)};
+  return BRProcess{.pid = pid, .processPath = std::move(path)};
+}
+
+struct Waiting {
+  BRSocketQuestion question;
+  std::function<void(const std::optional<BRProcess>&)> answer;
+  int passes = 0;
+};
+
+/// Answers what one pass over the machine's processes can. Returns the questions whose socket is there but was not
+/// found with anybody: it may have gone from one process to another behind the pass's back.
+std::vector<Waiting> answerInOnePass(std::vector<Waiting> questions) {
+  constexpr int maximumPasses = 5;
+  std::vector<Waiting> asked;
+  std::vector<SocketEntry> sockets;
+  for (auto& next : questions) {
+    if (auto socket = socketOf(next.question)) {
+      sockets.push_back(*socket);
+      asked.push_back(std::move(next));
+    } else {
+      next.answer(std::nullopt);
+    }
+  }
+  platform::findSocketOwners(sockets, [&](std::size_t index, std::int32_t pid) {
+    // One that is ending has no executable any more, while another may go on with the socket.
+    auto owner = identify(pid, sockets[index]);
+    if (owner) std::exchange(asked[index].answer, nullptr)(owner);
+    return owner.has_value();
+  });
+  std::vector<Waiting> open;
+  for (auto& next : asked) {
+    if (!next.answer) continue;
+    if (++next.passes < maximumPasses) {
+      open.push_back(std::move(next));
+    } else {
+      next.answer(std::nullopt);
+    }
+  }
+  return open;
+}
+
+/// The questions that no pass has begun for.
+class WaitingQuestions {
+ public:
+  void add(Waiting question) {
+    std::lock_guard lock(mutex_);
+    questions_.push_back(std::move(question));
+    if (std::exchange(isServed_, true)) return;
+    platform::dispatch::async(platform::dispatch::globalQueue(), [this] { serve(); });
+  }
+
+ private:
+  void serve() {
+    std::vector<Waiting> open;
+    while (true) {
+      std::vector<Waiting> next = std::move(open);
+      {
+        std::lock_guard lock(mutex_);
+        std::move(questions_.begin(), questions_.end(), std::back_inserter(next));
+        questions_.clear();
+        if (next.empty()) {
+          isServed_ = false;
+          return;
+        }
+      }
+      open = answerInOnePass(std::move(next));
+    }
+  }
+
+  std::mutex mutex_;
+  std::vector<Waiting> questions_;
+  bool isServed_ = false;  // or about to be
+};
+
+bool canMatch(const BRSockAddr& address) {
+  return BRSockAddrFamily(address) == BRFamilyIPv4 || BRSockAddrFamily(address) == BRFamilyIPv6;
+}
+
+std::optional<BRProcess> socketOwner(platform::SocketProtocol protocol, const BRSockAddr& address) {
+  if (!canMatch(address)) return std::nullopt;
+  std::optional<BRProcess> owner;
+  std::vector<Waiting> questions;
+  questions.push_back({.question = {.protocol = protocol, .address = address, .remote = {}},
+                       .answer = [&](const auto& found) { owner = found; }});
+  while (!questions.empty()) questions = answerInOnePass(std::move(questions));
+  return owner;
 }
 
 }  // namespace
@@ -55,4 +164,14 @@ std::optional<BRProcess> BRTCPSocketOwner(const BRSockAddr& address) {
 
 std::optional<BRProcess> BRUDPSocketOwner(const BRSockAddr& address) {
   return socketOwner(platform::SocketProtocol::udp, address);
+}
+
+void BRAskSocketOwner(const BRSocketQuestion& question, std::function<void(const std::optional<BRProcess>&)> answer) {
+  if (!canMatch(question.address)) return answer(std::nullopt);
+  auto socket = socketAtOnce(question);
+  auto pid = socket ? platform::likelySocketOwner(*socket) : std::nullopt;
+  auto owner = pid ? identify(*pid, *socket) : std::nullopt;
+  if (owner) return answer(owner);
+  static auto& waiting = *new WaitingQuestions;  // never destroyed: it may be served while the process ends
+  waiting.add({.question = question, .answer = std::move(answer)});
 }

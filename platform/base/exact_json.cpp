@@ -7,6 +7,7 @@
 #include <array>
 #include <boost/json.hpp>
 #include <boost/json/basic_parser_impl.hpp>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #if __has_include(<xlocale.h>)
@@ -19,8 +20,15 @@ namespace json = boost::json;
 
 namespace {
 
-/// The double nearest to a number, without a digit grouping or decimal comma of the process's locale.
-double nearestDouble(std::string_view text) {
+/// The double nearest to a number, without a digit grouping or decimal comma of the process's locale; infinite when the
+/// number is too large.
+template <class Number = double>
+Number nearestDouble(std::string_view text) {
+  // Several times as quick as strtod(3), but not every standard library has it for doubles.
+  if constexpr (requires(Number number) { std::from_chars(text.data(), text.data(), number); }) {
+    Number number = 0;
+    if (std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc()) return number;
+  }
   static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
   // strtod_l() wants a zero byte behind the number.
   std::array<char, 64> buffer;

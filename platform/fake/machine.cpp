@@ -106,9 +106,25 @@ void visitSockets(SocketProtocol protocol, std::uint16_t, bool, const std::funct
   }
 }
 
-std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
-  fake::machine().ownersAsked.push_back(socket.identity);
-  return find(fake::machine().owners, socket.identity);
+std::optional<SocketEntry> connectedSocket(SocketProtocol, const SocketEnd&, const SocketEnd& remote) {
+  return find(fake::machine().connections, remote.port);
+}
+
+std::optional<SocketEntry> likelySocket(const SocketEnd&) {
+  return std::nullopt;
+}
+
+std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket) {
+  return fake::machine().ownersAreKnown ? find(fake::machine().owners, socket.identity) : std::nullopt;
+}
+
+void findSocketOwners(std::span<const SocketEntry> sockets,
+                      const std::function<bool(std::size_t index, std::int32_t pid)>& found) {
+  fake::machine().passes.emplace_back();
+  for (std::size_t index = 0; index < sockets.size(); ++index) {
+    fake::machine().passes.back().push_back(sockets[index].identity);
+    if (auto owner = find(fake::machine().owners, sockets[index].identity)) found(index, *owner);
+  }
 }
 
 bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {

@@ -47,9 +47,12 @@ struct Machine {
   std::vector<std::string> steps;
 
   std::vector<std::pair<SocketProtocol, SocketEntry>> sockets;
-  std::map<std::uint64_t, std::int32_t> owners;  ///< by the sockets' identity
-  bool ownersKeepSockets = true;                 ///< until they are looked at again
-  std::vector<std::uint64_t> ownersAsked;
+  std::map<std::uint64_t, std::int32_t> owners;      ///< by the sockets' identity
+  bool ownersKeepSockets = true;                     ///< until they are looked at again
+  bool ownersAreKnown = false;                       ///< and are told at once
+  std::map<std::uint16_t, SocketEntry> connections;  ///< by remote port
+  /// The identities of the sockets that were looked for in each pass over the processes.
+  std::vector<std::vector<std::uint64_t>> passes;
 
   std::vector<std::string> systemLog;
 };

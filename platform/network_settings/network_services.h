@@ -12,7 +12,8 @@ namespace platform {
 struct NetworkService {
   std::string id;
   std::string name;
-  std::string interface;  ///< empty when there is none; on Linux only that of an active one is known
+  std::string interface;   ///< empty when there is none; on Linux only that of an active one is known
+  bool isPrimary = false;  ///< whether it leads to the network at large; of all services at most one
 };
 
 /// All services. Needs no privilege.

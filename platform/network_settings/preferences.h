@@ -49,4 +49,13 @@ class Session {
   std::unique_ptr<Implementation> implementation_;
 };
 
+/// Has the running system follow what is committed from here on, when its network changes for example. Called once, on
+/// the main thread before dispatchMain(), by the process that serves. `store` is that of Session::create(); macOS
+/// follows by itself.
+void keepApplied(const std::string& store);
+
+/// Has the running system no longer use what keepApplied() had it use, for a process that served and cannot do so
+/// itself any more. Whether it does not; the system log says why it still may. Needs nothing on macOS.
+bool withdraw(const std::string& store);
+
 }  // namespace platform::preferences

@@ -11,6 +11,7 @@ import signal
 import socket
 import struct
 import subprocess
+import threading
 import time
 import unittest
 from pathlib import Path
@@ -102,16 +103,6 @@ def receive_frame(connection):
         raise EOFError from None
 
 
-def received_lines(log):
-    """What has come to a socket of the system log."""
-    lines = []
-    while True:
-        try:
-            lines.append(log.recv(4096).decode())
-        except BlockingIOError:
-            return lines
-
-
 def connect():
     connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
     connection.connect(ENDPOINT)
@@ -163,9 +154,9 @@ def read_line(process):
 
 
 def run_as_user(arguments, user=USER, groups=(), **options):
-    options.setdefault("env", ENVIRONMENT)
-    return subprocess.Popen([str(argument) for argument in arguments], user=user, group=user, extra_groups=groups, text=True,
-                            start_new_session=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
+    options = {"env": ENVIRONMENT, "group": user, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE} | options
+    return subprocess.Popen([str(argument) for argument in arguments], user=user, extra_groups=groups, text=True,
+                            start_new_session=True, **options)
 
 
 def refuse_option(option):
@@ -319,16 +310,21 @@ class HelperTest(unittest.TestCase):
         wait_until(lambda: any(re.fullmatch(line, entry) for entry in self.log()), f"the log says {line}")
 
     def listen_to_the_system_log(self):
-        """A folder in the place of /dev with a socket for the system log; returns the socket."""
+        """Lays a folder with a socket for the system log over /dev; returns the list that its lines come into."""
         folder = Path("/run/dev")
-        folder.mkdir()
+        folder.mkdir(exist_ok=True)
         subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
         subprocess.run(["cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder], check=True)
         log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.addCleanup(log.close)
         log.bind(str(folder / "log"))
-        log.setblocking(False)
         subprocess.run(["mount", "--move", folder, "/dev"], check=True)
-        self.addCleanup(folder.rmdir)
         self.addCleanup(subprocess.run, ["umount", "--lazy", "/dev"], check=True)
-        return log
+        lines = []
+
+        def read():  # all the time, since who logs waits for room
+            while line := log.recv(4096):
+                lines.append(line.decode(errors="replace"))
+            log.close()
+        threading.Thread(target=read).start()
+        self.addCleanup(log.shutdown, socket.SHUT_RD)
+        return lines

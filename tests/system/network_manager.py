@@ -35,7 +35,7 @@ type=ethernet
 autoconnect=false
 interface-name={interface}
 [ipv4]
-method=disabled
+{ipv4}
 [ipv6]
 method=disabled
 """
@@ -88,19 +88,20 @@ class NetworkManager:
             self.process.wait()
         self.process = None
 
-    def add_connections(self, count, interface, name="Idle"):
-        """Connections that are not active; returns their UUIDs."""
+    def add_connections(self, count, interface, name="Idle", address=None):
+        """Connections that are not active, with an address, or none; returns their UUIDs."""
+        ipv4 = f"method=manual\naddress1={address}" if address else "method=disabled"
         identifiers = [str(uuid.uuid4()) for _ in range(count)]
         files = [CONNECTIONS / f"{identifier}.nmconnection" for identifier in identifiers]
         for file, identifier in zip(files, identifiers):
             file.touch(mode=0o600)
-            file.write_text(CONNECTION.format(name=name, uuid=identifier, interface=interface))
+            file.write_text(CONNECTION.format(name=name, uuid=identifier, interface=interface, ipv4=ipv4))
         run("nmcli", "connection", "load", *files)
         return identifiers
 
-    def add_connection(self, name, interface, active=True):
+    def add_connection(self, name, interface, active=True, address=None):
         """Returns its UUID, once it is active if it is to be."""
-        (identifier,) = self.add_connections(1, interface, name)
+        (identifier,) = self.add_connections(1, interface, name, address)
         if active:
             run("nmcli", "connection", "up", identifier)
         return identifier

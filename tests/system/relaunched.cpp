@@ -24,7 +24,8 @@ std::string contentOf(const char* path) {
 
 boost::json::object report(int count, char** arguments) {
   boost::json::object descriptors;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+  std::error_code closed;  // to a set-group-ID program, even its own
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", closed)) {
     std::error_code gone;  // the folder's own
     auto target = std::filesystem::read_symlink(entry.path(), gone);
     if (!gone && !target.string().ends_with("/fd")) descriptors[entry.path().filename().string()] = target.string();

@@ -9,10 +9,9 @@ import socket
 import stat
 import subprocess
 import unittest
-from pathlib import Path
 
 import harness
-from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, Helper, HelperTest, LOG, PYTHON, TESTS, read_line, wait_until
+from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, HelperTest, LOG, PYTHON, TESTS, read_line, wait_until
 
 SANITIZED = any(name in (TESTS / "bin/BrimoHelper").read_bytes() for name in (b"__asan_init", b"__tsan_init"))
 # A sanitizer keeps freed memory for a while.
@@ -27,28 +26,6 @@ class Start(HelperTest):
                          r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6} \*\[Helper\] Version: 618, Starting\.\.\.$")
         self.assertEqual(stat.S_IMODE(LOG.stat().st_mode), 0o644)
         self.assertRegex(self.log()[1], r"\[Helper\] New connection: <connection from PID \d+, user 1000>")
-
-    def test_a_planted_log_file_is_replaced(self):
-        self.end_helper()
-        target = Path("/tmp/target")
-        for plant in (lambda: LOG.symlink_to(target), lambda: os.mkfifo(LOG), lambda: LOG.write_text("planted\n")):
-            LOG.unlink(missing_ok=True)
-            subprocess.run(["touch", target], check=True)
-            plant()
-            os.chown(LOG, harness.USER, harness.USER, follow_symlinks=False)
-            self.helper = Helper()
-            self.end_helper()
-            self.assertTrue(stat.S_ISREG(LOG.lstat().st_mode))
-            self.assertEqual(self.log()[0], "[Helper] Version: 618, Starting...")
-            self.assertEqual(target.read_text(), "")
-
-    def test_without_a_log_file_it_serves_all_the_same(self):
-        self.end_helper()
-        LOG.unlink()
-        LOG.mkdir()
-        self.helper = Helper()
-        self.end_helper()
-        LOG.rmdir()
 
     def test_systemd_socket_activate(self):
         self.end_helper()
@@ -88,6 +65,8 @@ class WithoutActivation(HelperTest):
         if self.helper.pid == 0:
             os.execve(TESTS / "bin/BrimoHelper", ["BrimoHelper"], ENVIRONMENT)
         wait_until(lambda: os.path.exists(ENDPOINT) and os.stat(ENDPOINT).st_ino != left, "it listens anew")
+        self.end_helper()
+        self.assertFalse(os.path.exists(ENDPOINT))
 
 
 class SystemLog(HelperTest):

@@ -1,24 +1,21 @@
 // The application that was admitted last, and its launch.
 #include "platform/application/application.h"
 
-#include <fcntl.h>
-#include <fmt/format.h>
-#include <unistd.h>
+#include <systemd/sd-daemon.h>
+#include <systemd/sd-login.h>
 
+#include <cstdlib>
 #include <map>
-#include <span>
-#include <sstream>
 
 #include "platform/application/linux/environment.h"
 #include "platform/application/linux/launch.h"
-#include "platform/base/file_io.h"
+#include "platform/application/linux/transient_service.h"
 #include "platform/dispatch/dispatch.h"
+#include "platform/process/linux/proc_files.h"
 
 namespace platform {
 
 namespace {
-
-constexpr std::size_t maximumSize = 1'048'576, pieceSize = 16'384;  // of what is read of a file below /proc
 
 // Of one user at a time: each takes a thread of the global queue while it waits for what the user can hold up.
 constexpr int maximumLaunches = 8;
@@ -35,32 +32,13 @@ std::optional<ApplicationIdentity>& notedIdentity() {
   return identity;
 }
 
-/// The beginning of a file below /proc/PID; absent when it cannot be read.
-std::optional<std::string> readProcessFile(std::int32_t pid, const char* name) {
-  FileDescriptor file(open(fmt::format("/proc/{}/{}", pid, name).c_str(), O_RDONLY | O_CLOEXEC));
-  std::string content;
-  // In pieces: few files are nearly as large as is allowed.
-  for (std::size_t filled = 0; filled < maximumSize;) {
-    content.resize(filled + pieceSize);
-    auto length = readInto(file.get(), std::span(content).subspan(filled));
-    if (!length) return std::nullopt;
-    filled += *length;
-    content.resize(filled);
-    if (*length < pieceSize) break;
-  }
-  return content;
-}
-
-/// The numbers behind a key of /proc/PID/status (proc(5)).
-std::vector<std::uint32_t> numbersOf(const std::string& status, const std::string& key) {
-  std::vector<std::uint32_t> numbers;
-  std::istringstream lines(status);
-  for (std::string line; std::getline(lines, line);) {
-    if (!line.starts_with(key)) continue;
-    std::istringstream words(line.substr(key.size()));
-    for (std::uint32_t number; words >> number;) numbers.push_back(number);
-  }
-  return numbers;
+/// Whether the user is logged in, as logind knows (sd_uid_get_state(3)); false where there is no logind.
+bool hasSession(uid_t user) {
+  char* state = nullptr;
+  if (sd_uid_get_state(user, &state) < 0) return false;
+  std::string text(state);
+  std::free(state);
+  return text == "opening" || text == "online" || text == "active";
 }
 
 std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint32_t userID) {
@@ -74,10 +52,19 @@ std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint3
   ApplicationIdentity identity{.user = userID,
                                .group = groups[0],
                                .groups = numbersOf(*status, "Groups:"),
-                               .environment = applicationEnvironment(*environment)};
+                               .environment = applicationEnvironment(*environment),
+                               .hadSession = hasSession(userID)};
   // What was read is true of the process only if it lives.
   if (process.hasEnded()) return std::nullopt;
   return identity;
+}
+
+Result<void> launch(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
+                    const ApplicationIdentity& identity) {
+  if (identity.hadSession && !hasSession(identity.user)) return Failure(0, "its user has logged out");
+  // Where systemd runs, process 1 starts it or nobody: a child of this service would inherit its confinement.
+  return sd_booted() > 0 ? startTransientService(identifier, path, arguments, identity)
+                         : launchApplication(path, arguments, identity);
 }
 
 }  // namespace
@@ -96,15 +83,15 @@ void openApplication(const std::string& identifier, const std::string& path, con
   auto& launches = launchesUnderWay()[identity->user];
   if (launches >= maximumLaunches) return refuse("too many launches for this user are under way");
   ++launches;
-  auto launch = [identifier, path, arguments, identity, completion = std::move(completion)] {
-    auto launched = launchApplication(identifier, path, arguments, *identity);
+  auto launchAndReport = [identifier, path, arguments, identity, completion = std::move(completion)] {
+    auto launched = launch(identifier, path, arguments, *identity);
     dispatch::async(dispatch::mainQueue(), [completion, launched, user = identity->user] {
       if (--launchesUnderWay()[user] == 0) launchesUnderWay().erase(user);
       completion(launched);
     });
   };
   // Reading the user database and starting a program may take their time.
-  dispatch::async(dispatch::globalQueue(), std::move(launch));
+  dispatch::async(dispatch::globalQueue(), std::move(launchAndReport));
 }
 
 }  // namespace platform

@@ -1,5 +1,8 @@
 #include "platform/application/linux/environment.h"
 
+#include <fmt/format.h>
+#include <pwd.h>
+
 #include <algorithm>
 #include <array>
 #include <set>
@@ -23,6 +26,10 @@ bool isKept(std::string_view name) {
          std::ranges::any_of(keptPrefixes, [&](auto prefix) { return name.starts_with(prefix); });
 }
 
+void fillIn(std::vector<std::string>& environment, const char* name, const char* value) {
+  if (valueOf(environment, name).empty()) environment.push_back(fmt::format("{}={}", name, value));
+}
+
 }  // namespace
 
 std::vector<std::string> applicationEnvironment(std::string_view bytes) {
@@ -38,6 +45,35 @@ std::vector<std::string> applicationEnvironment(std::string_view bytes) {
     kept.emplace_back(variable);
   }
   return kept;
+}
+
+std::string_view valueOf(const std::vector<std::string>& environment, std::string_view name) {
+  for (std::string_view variable : environment) {
+    if (variable.starts_with(name) && variable.substr(name.size()).starts_with('=')) {
+      return variable.substr(name.size() + 1);
+    }
+  }
+  return {};
+}
+
+void completeEnvironment(std::vector<std::string>& environment, uid_t user) {
+  std::array<char, 16'384> buffer;
+  passwd entry;
+  passwd* found = nullptr;
+  if (getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) == 0 && found) {
+    fillIn(environment, "HOME", found->pw_dir);
+    fillIn(environment, "USER", found->pw_name);
+    fillIn(environment, "LOGNAME", found->pw_name);
+    fillIn(environment, "SHELL", found->pw_shell);
+  }
+  fillIn(environment, "PATH", "/usr/local/bin:/usr/bin:/bin");
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (auto& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
 }
 
 }  // namespace platform

@@ -4,65 +4,25 @@
 #include <fmt/format.h>
 #include <grp.h>
 #include <poll.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 
+#include "platform/application/linux/environment.h"
 #include "platform/base/file_descriptor.h"
 #include "platform/base/file_io.h"
-#include "platform/base/linux/system_bus.h"
 
 namespace platform {
 
 namespace {
 
-/// Value of a variable; empty when the environment lacks it.
-std::string_view valueOf(const std::vector<std::string>& environment, std::string_view name) {
-  for (std::string_view variable : environment) {
-    if (variable.starts_with(name) && variable.substr(name.size()).starts_with('=')) {
-      return variable.substr(name.size() + 1);
-    }
-  }
-  return {};
-}
-
-void fillIn(std::vector<std::string>& environment, const char* name, const char* value) {
-  if (valueOf(environment, name).empty()) environment.push_back(fmt::format("{}={}", name, value));
-}
-
-/// Fills in what the user database knows of the user, who need not be in it.
-void completeEnvironment(std::vector<std::string>& environment, uid_t user) {
-  std::array<char, 16'384> buffer;
-  passwd entry;
-  passwd* found = nullptr;
-  if (getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) == 0 && found) {
-    fillIn(environment, "HOME", found->pw_dir);
-    fillIn(environment, "USER", found->pw_name);
-    fillIn(environment, "LOGNAME", found->pw_name);
-    fillIn(environment, "SHELL", found->pw_shell);
-  }
-  fillIn(environment, "PATH", "/usr/local/bin:/usr/bin:/bin");
-}
-
-/// Pointers to the texts, as execve(2) takes them.
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (auto& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 constexpr std::chrono::duration<unsigned> patience(10);  // with the user's home folder
 
-/// What a child tells: that a step failed, and with which errno, or, without a step, the process ID of the application.
+/// What a child tells: that a step failed, and with which errno, or, without a step, that the application was forked.
 /// The step is a literal, which has the same address in both processes.
 struct Report {
   const char* failedStep;
@@ -176,30 +136,12 @@ class Launch {
   FileDescriptor null_, report_;
 };
 
-/// Has systemd, where it is there, take the application out of this service into a scope among the user's processes:
-/// there it is counted, limited and ended as they are. Where that fails it goes on all the same.
-void moveToUsersSlice(const std::string& identifier, pid_t application, uid_t user) {
-  if (sd_booted() <= 0) return;
-  constexpr BusMethod startTransientUnit{"org.freedesktop.systemd1", "/org/freedesktop/systemd1",
-                                         "org.freedesktop.systemd1.Manager", "StartTransientUnit"};
-  auto scope = fmt::format("app-{}-{}.scope", identifier, application);
-  auto slice = fmt::format("user-{}.slice", user);
-  auto writeArguments = [&](sd_bus_message* call) {
-    return sd_bus_message_append(call, "ssa(sv)a(sa(sv))", scope.c_str(), "fail", 3, "Slice", "s", slice.c_str(),
-                                 "PIDs", "au", 1, static_cast<std::uint32_t>(application), "CollectMode", "s",
-                                 "inactive-or-failed", 0);
-  };
-  [[maybe_unused]] auto moved = callSystemBus(startTransientUnit, writeArguments, [](sd_bus_message*) { return 0; });
-}
-
 }  // namespace
 
-Result<void> launchApplication(const std::string& identifier, const std::string& path,
-                               const std::vector<std::string>& arguments, ApplicationIdentity identity) {
-  auto user = identity.user;
+Result<void> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
+                               ApplicationIdentity identity) {
   auto report = Launch(path, arguments, std::move(identity)).run();
   if (report.failedStep) return failureOf(report.number, report.failedStep);
-  moveToUsersSlice(identifier, report.number, user);
   return {};
 }
 

@@ -65,6 +65,17 @@ Result<BusMessage> callUntil(BusDeadline deadline, sd_bus* bus, sd_bus_message* 
   return BusMessage(received);
 }
 
+Result<void> serveUntil(BusDeadline deadline, sd_bus* bus) {
+  while (true) {
+    int result = sd_bus_process(bus, nullptr);
+    if (result > 0) return {};
+    auto left = timeUntil(deadline);
+    if (left == 0) return failureOf(ETIMEDOUT);
+    if (result == 0) result = sd_bus_wait(bus, left);
+    if (result < 0 && result != -EINTR) return failureOf(-result);
+  }
+}
+
 namespace {
 
 Result<void> ask(const BusMethod& method, const std::function<int(sd_bus_message*)>& writeArguments,

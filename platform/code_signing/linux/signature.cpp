@@ -35,6 +35,7 @@ struct Release {
 };
 using BIOPointer = std::unique_ptr<BIO, Release<BIO_free>>;
 using CMSPointer = std::unique_ptr<CMS_ContentInfo, Release<CMS_ContentInfo_free>>;
+using X509Pointer = std::unique_ptr<X509, Release<X509_free>>;
 using StorePointer = std::unique_ptr<X509_STORE, Release<X509_STORE_free>>;
 using StoreContextPointer = std::unique_ptr<X509_STORE_CTX, Release<X509_STORE_CTX_free>>;
 
@@ -47,17 +48,25 @@ BIOPointer bioOf(const void* bytes, std::size_t size) {
   return BIOPointer(BIO_new_mem_buf(bytes, static_cast<int>(size)));
 }
 
-/// The chain of the leaf up to the anchor; empty when there is none.
+/// The certificates of the trusted roots; none when one of them cannot be read.
+StorePointer trustedRoots(const std::string& anchorText) {
+  auto text = bioOf(anchorText.data(), anchorText.size());
+  StorePointer store(X509_STORE_new());
+  int count = 0;
+  while (X509Pointer root{PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr)}) {
+    if (!store || X509_STORE_add_cert(store.get(), root.get()) != 1) return nullptr;
+    ++count;
+  }
+  bool readAll = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
+  return count > 0 && readAll ? std::move(store) : nullptr;
+}
+
+/// The chain of the leaf up to one of the roots; empty when there is none.
 std::vector<std::shared_ptr<X509>> verifiedChain(X509* leaf, STACK_OF(X509) * untrusted,
                                                  const std::string& anchorText) {
-  auto text = bioOf(anchorText.data(), anchorText.size());
-  std::shared_ptr<X509> anchor(PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr), X509_free);
-  StorePointer store(X509_STORE_new());
+  auto store = trustedRoots(anchorText);
   StoreContextPointer context(X509_STORE_CTX_new());
-  if (!anchor || !store || !context || X509_STORE_add_cert(store.get(), anchor.get()) != 1 ||
-      X509_STORE_CTX_init(context.get(), store.get(), leaf, untrusted) != 1) {
-    return {};
-  }
+  if (!store || !context || X509_STORE_CTX_init(context.get(), store.get(), leaf, untrusted) != 1) return {};
   // There is no trusted time stamp, and an installed application must not stop working on a date.
   X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_NO_CHECK_TIME);
   if (X509_verify_cert(context.get()) != 1) return {};

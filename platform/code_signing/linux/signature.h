@@ -19,7 +19,7 @@
 
 namespace platform::code_signing {
 
-/// The root that every chain must end at: one PEM certificate, compiled in.
+/// The roots, one of which every chain must end at: PEM certificates, compiled in.
 extern const char anchorPEM[];
 
 /// Who signed a file, and what.
@@ -27,7 +27,7 @@ struct CodeSignature {
   std::string identifier;
   std::uint64_t payloadSize = 0;
   std::string payloadSHA256;                 ///< 64 lower-case hexadecimal digits
-  std::vector<std::shared_ptr<X509>> chain;  ///< leaf first, the anchor last
+  std::vector<std::shared_ptr<X509>> chain;  ///< leaf first, a root last
 };
 
 /// The subject of a certificate, for people: "CN = Example, OU = TEAM".

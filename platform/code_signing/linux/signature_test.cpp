@@ -56,6 +56,29 @@ TEST_F(CodeSignatureTest, OtherAnchorsDoNotCount) {
   EXPECT_EQ(check(readFile(*folder / "signed"), "no certificate"), signatureFailed);
 }
 
+TEST_F(CodeSignatureTest, AnyOfSeveralAnchorsCounts) {
+  auto own = readFile(*folder / "own/root.pem"), other = readFile(*folder / "other/root.pem");
+  CodeSignature signature;
+  EXPECT_EQ(check(readFile(*folder / "signed"), signature, other + own), success);
+  EXPECT_EQ(check(readFile(*folder / "signed"), signature, own + other), success);
+  EXPECT_EQ(check(readFile(*folder / "signed"), signature, own + other.substr(0, 200)), signatureFailed);
+}
+
+TEST_F(CodeSignatureTest, ASignatureMadeElsewhereIsAttached) {
+  auto tool = [&](const std::string& arguments) {
+    return std::system(fmt::format("{}/sign-code {} 2>/dev/null", TOOLS_FOLDER, arguments).c_str());
+  };
+  std::string file = *folder / "released", directory = *folder / "directory", cms = *folder / "cms";
+  writeFile(file, "abc");
+  ASSERT_EQ(tool(fmt::format("--identifier x --write-directory {} {}", directory, file)), 0);
+  EXPECT_EQ(readFile(directory), directoryOfABC);
+  signedWith("abc", readFile(directory), usual);  // leaves the CMS in a file
+  writeFile(*folder / "another", "abd");
+  EXPECT_NE(tool(fmt::format("--attach {} {}", cms, std::string(*folder / "another"))), 0);
+  ASSERT_EQ(tool(fmt::format("--attach {} {}", cms, file)), 0);
+  EXPECT_EQ(check(readFile(file)), success);
+}
+
 TEST_F(CodeSignatureTest, NoChangedByteGoesUnnoticed) {
   auto original = readFile(*folder / "signed");
   auto genuine = read(original).value();

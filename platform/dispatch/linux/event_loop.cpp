@@ -84,6 +84,17 @@ EventSource EventSource::timer(std::function<void()> handler) {
   return EventSource(std::move(state));
 }
 
+EventSource EventSource::exit(std::function<void()> handler) {
+  auto state = std::make_shared<State>();
+  state->handler = [handler = std::move(handler)](std::uint32_t) { handler(); };
+  auto callback = [](sd_event_source*, void* userdata) {
+    State::call(userdata, 0);
+    return 0;
+  };
+  check(sd_event_add_exit(mainEventLoop(), &state->source, callback, state.get()), "cannot watch the loop's end");
+  return EventSource(std::move(state));
+}
+
 void EventSource::startTimer(std::uint64_t microseconds) {
   check(sd_event_source_set_time_relative(state_->source, microseconds), "cannot set a timer");
   check(sd_event_source_set_enabled(state_->source, SD_EVENT_ONESHOT), "cannot start a timer");

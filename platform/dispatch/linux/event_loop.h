@@ -27,6 +27,9 @@ class EventSource {
   /// Calls `handler` once for each startTimer(). Made beforehand, since making one may fail.
   static EventSource timer(std::function<void()> handler);
 
+  /// Calls `handler` when the loop is told to end, and before it does.
+  static EventSource exit(std::function<void()> handler);
+
   EventSource() = default;
   EventSource(EventSource&&) = default;
   EventSource& operator=(EventSource&& other) noexcept;

@@ -66,7 +66,9 @@ Queue mainQueue() {
 }
 
 bool isMainThread() {
-  return gettid() == getpid();
+  // Asked for every line of the log.
+  static thread_local const bool isMain = gettid() == getpid();
+  return isMain;
 }
 
 void dispatchMain() {

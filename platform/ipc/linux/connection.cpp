@@ -89,9 +89,10 @@ Result<void> Connection::Implementation::admitPeer() {
   if (requirement_.empty() || !sender_->takePidfd(socket_.get())) return Failure(0, "the process has ended");
   // With namespaces of its own a process could forge its credentials and what /proc/PID/exe shows.
   if (!sender_->sharesNamespaces()) return Failure(0, "it lives in user or pid namespaces of its own");
-  if (endpoint_->requiredGroup && sender_->gid() != *endpoint_->requiredGroup) {
-    return Failure(0, fmt::format("it has connected with the group {}, not with the client group {}", sender_->gid(),
-                                  *endpoint_->requiredGroup));
+  if (endpoint_->requiredGroup && !sender_->wasGivenGroup(*endpoint_->requiredGroup)) {
+    return Failure(
+        0, fmt::format("it was not given the client group {} by its executable: it has connected with the group {}",
+                       *endpoint_->requiredGroup, sender_->gid()));
   }
   if (auto checked = checkSender(*sender_, requirement_); !checked) return checked;
   // What was sent by now may have been sent before the process became the one that was checked.

@@ -16,7 +16,7 @@ namespace platform::ipc {
 /// What a listener gives its connections.
 struct Endpoint {
   Dictionary greeting;
-  /// Group that a peer must have connected with; absent: any.
+  /// Group that a peer's executable must have given it; absent: any.
   std::optional<gid_t> requiredGroup;
 };
 

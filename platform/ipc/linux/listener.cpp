@@ -78,8 +78,11 @@ std::optional<gid_t> groupNamed(const std::string& name) {
 
 class Listener::Implementation final : public Listener {
  public:
-  Implementation(FileDescriptor socket, Endpoint endpoint)
-      : socket_(std::move(socket)), endpoint_(std::make_shared<Endpoint>(std::move(endpoint))) {}
+  /// `ownPath` is the socket's path if nobody else keeps it, to be removed with the service; empty under activation.
+  Implementation(FileDescriptor socket, std::string ownPath, Endpoint endpoint)
+      : socket_(std::move(socket)),
+        ownPath_(std::move(ownPath)),
+        endpoint_(std::make_shared<Endpoint>(std::move(endpoint))) {}
 
   void setEventHandler(std::function<void(const ListenerEvent&)> handler) override { handler_ = std::move(handler); }
 
@@ -123,6 +126,7 @@ class Listener::Implementation final : public Listener {
   }
 
   void terminate() {
+    if (!ownPath_.empty()) unlink(ownPath_.c_str());
     pause_ = {};
     readiness_ = {};
     // A handler may close any of the connections.
@@ -135,6 +139,7 @@ class Listener::Implementation final : public Listener {
   }
 
   FileDescriptor socket_;
+  std::string ownPath_;
   std::shared_ptr<const Endpoint> endpoint_;
   std::function<void(const ListenerEvent&)> handler_;
   EventSource readiness_;
@@ -148,7 +153,8 @@ class Listener::Implementation final : public Listener {
 Result<std::unique_ptr<Listener>> Listener::create(const ServiceSettings& settings) {
   auto path = endpointPath(settings.name);
   auto socket = activatedSocket(path);
-  if (!socket) {
+  const bool isActivated = static_cast<bool>(socket);
+  if (!isActivated) {
     auto bound = boundSocket(path);
     if (!bound) return bound.error();
     socket = std::move(*bound);
@@ -159,7 +165,7 @@ Result<std::unique_ptr<Listener>> Listener::create(const ServiceSettings& settin
   }
   Endpoint endpoint{.greeting = {{"service", settings.name}, {"build", settings.build}},
                     .requiredGroup = groupNamed(settings.clientGroup)};
-  return std::make_unique<Implementation>(std::move(socket), std::move(endpoint));
+  return std::make_unique<Implementation>(std::move(socket), isActivated ? "" : path, std::move(endpoint));
 }
 
 }  // namespace platform::ipc

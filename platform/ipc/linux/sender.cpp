@@ -6,6 +6,7 @@
 
 #include "platform/code_signing/linux/running_image.h"
 #include "platform/process/linux/pidfd.h"
+#include "platform/process/linux/proc_files.h"
 #include "platform/process/linux/process_folder.h"
 
 namespace platform::ipc {
@@ -40,6 +41,13 @@ bool Sender::takePidfd(int socket) {
 
 bool Sender::isAlive() const {
   return process_.handle() >= 0 && !process_.hasEnded();
+}
+
+bool Sender::wasGivenGroup(gid_t group) const {
+  if (gid_ != group) return false;
+  if (uid_ == 0) return true;
+  auto groups = numbersOf(readProcessFile(pid(), "status").value_or(""), "Gid:");  // real, effective, saved, of files
+  return groups.size() == 4 && groups[0] != group && isAlive();
 }
 
 bool Sender::sharesNamespaces() const {

@@ -27,6 +27,10 @@ class Sender {
   /// Whether the process has not ended. What was read under /proc/PID before is true of it if it still lives.
   bool isAlive() const;
 
+  /// Whether it has the group's right from a set-group-ID executable: it connected as of that group, and is not of it
+  /// otherwise. What a user runs by sg(1) is, and then loads what LD_PRELOAD says into such an executable. Root may be.
+  bool wasGivenGroup(gid_t group) const;
+
   /// Whether it lives in the same user and pid namespaces as this process.
   bool sharesNamespaces() const;
 

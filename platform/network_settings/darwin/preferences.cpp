@@ -84,4 +84,10 @@ void Session::unlock() {
   implementation_->unlock();
 }
 
+void keepApplied(const std::string&) {}
+
+bool withdraw(const std::string&) {
+  return true;
+}
+
 }  // namespace platform::preferences

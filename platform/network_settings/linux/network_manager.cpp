@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
 #include <set>
@@ -95,6 +96,39 @@ bool isOldForm(std::string_view setting, std::string_view key) {
   return (setting == "ipv4" || setting == "ipv6") && (key == "addresses" || key == "routes");
 }
 
+/// Whether settings hold the proxy already. Leaves the message to be read from its beginning.
+bool holdsProxy(sd_bus_message* settings, const ProxySetting& wanted) {
+  ProxySetting held;
+  bool holdsMore = false;
+  auto readText = [&](std::string& to) {
+    check(sd_bus_message_enter_container(settings, 'v', "s"));
+    to = readString(settings, 's');
+    check(sd_bus_message_exit_container(settings));
+  };
+  forEachEntry(settings, "sa{sv}", [&](std::string_view setting) {
+    if (setting != "proxy") return skip(settings, "a{sv}");
+    forEachEntry(settings, "sv", [&](std::string_view key) {
+      if (key == "pac-url") return readText(held.pacURL);
+      if (key == "pac-script") return readText(held.pacScript);
+      if (key != "method") {
+        holdsMore = true;
+        return skip(settings, "v");
+      }
+      std::int32_t method = 0;
+      check(sd_bus_message_read(settings, "v", "i", &method));
+      held.automatic = method == 1;
+    });
+  });
+  check(sd_bus_message_rewind(settings, true));
+  return !holdsMore && held == wanted;
+}
+
+/// Whether settings are as a change would leave them, as far as that is worth to be known: others than proxies change
+/// seldom.
+bool isDone(sd_bus_message* settings, const NetworkManager::Change& change) {
+  return !change.ipv4 && (!change.proxy || holdsProxy(settings, *change.proxy));
+}
+
 /// Copies the settings that come next in `from`, with a change in them.
 void writeChanged(sd_bus_message* to, sd_bus_message* from, const NetworkManager::Change& change) {
   check(sd_bus_message_open_container(to, 'a', "{sa{sv}}"));
@@ -143,33 +177,72 @@ BusMessage NetworkManager::makeCall(const Path& object, const char* interface, c
   return owner;
 }
 
-BusMessage NetworkManager::call(const BusMessage& request) {
-  sd_bus_error error{};
-  auto reply = callUntil(deadline_, bus_.get(), request.get(), &error);
-  std::unique_ptr<sd_bus_error, decltype(&sd_bus_error_free)> owner(&error, &sd_bus_error_free);
-  presence_ = Presence::there;
-  if (reply) {
+/// An answer, unless it says no.
+BusMessage NetworkManager::accepted(BusMessage reply) {
+  if (const auto* error = sd_bus_message_get_error(reply.get())) throw Refusal(*error);
+  return reply;
+}
+
+BusMessage NetworkManager::call(BusMessage request) {
+  std::vector<BusMessage> requests;
+  requests.push_back(std::move(request));
+  return accepted(std::move(callTogether(requests).front()));
+}
+
+std::vector<BusMessage> NetworkManager::callTogether(const std::vector<BusMessage>& requests) {
+  constexpr std::size_t maximumUnderWay = 16;
+  struct Release {
+    void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
+  };
+  std::vector<BusMessage> replies(requests.size());
+  std::vector<std::unique_ptr<sd_bus_slot, Release>> slots;
+  auto onReply = [](sd_bus_message* reply, void* place, sd_bus_error*) {
+    static_cast<BusMessage*>(place)->reset(sd_bus_message_ref(reply));
+    return 0;
+  };
+  std::size_t answered = 0;
+  while (answered < requests.size()) {
+    while (slots.size() < requests.size() && slots.size() < answered + maximumUnderWay) {
+      sd_bus_slot* slot = nullptr;
+      const auto& request = requests[slots.size()];
+      int sent = sd_bus_call_async(bus_.get(), &slot, request.get(), onReply, &replies[slots.size()], 0);
+      if (sent < 0) throwSilent(-sent);
+      slots.emplace_back(slot);
+    }
+    if (auto served = serveUntil(deadline_, bus_.get()); !served) throwSilent(served.error().number);
+    const auto count = static_cast<std::size_t>(std::count_if(replies.begin(), replies.end(), std::identity()));
+    if (count == answered) continue;
+    answered = count;
     // Only silence is not waited for: many services may take longer on a busy machine.
     deadline_ = std::chrono::steady_clock::now() + patience;
-    return std::move(*reply);
   }
-  if (sd_bus_error_has_names(&error, SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) {
+  for (const auto& reply : replies) notePresence(sd_bus_message_get_error(reply.get()));
+  return replies;
+}
+
+void NetworkManager::throwSilent(int number) {
+  presence_ = Presence::silent;
+  throw failureOf(number, "NetworkManager does not answer");
+}
+
+/// Throws when an answer, null unless it is an error, did not come from NetworkManager.
+void NetworkManager::notePresence(const sd_bus_error* error) {
+  presence_ = Presence::there;
+  if (!error) return;
+  if (sd_bus_error_has_names(error, SD_BUS_ERROR_SERVICE_UNKNOWN, SD_BUS_ERROR_NAME_HAS_NO_OWNER)) {
     presence_ = Presence::absent;
     throw Failure(0, "NetworkManager is not running");
   }
   // What did not come over the bus: time-outs, and the end of the bus or of NetworkManager.
-  if (!sd_bus_error_is_set(&error) ||
-      sd_bus_error_has_names(&error, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_TIMEOUT, SD_BUS_ERROR_DISCONNECTED)) {
-    presence_ = Presence::silent;
-    throw failureOf(reply.error().number, "NetworkManager does not answer");
+  if (sd_bus_error_has_names(error, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_TIMEOUT, SD_BUS_ERROR_DISCONNECTED)) {
+    throwSilent(sd_bus_error_get_errno(error));
   }
-  throw Refusal(error);
 }
 
 std::string NetworkManager::property(const Path& object, const char* interface, const char* name) {
   auto request = makeCall(object, "org.freedesktop.DBus.Properties", "Get");
   check(sd_bus_message_append(request.get(), "ss", interface, name));
-  auto reply = call(request);
+  auto reply = call(std::move(request));
   const char* type = nullptr;
   check(sd_bus_message_peek_type(reply.get(), nullptr, &type));
   check(sd_bus_message_enter_container(reply.get(), 'v', type));
@@ -186,16 +259,21 @@ std::vector<NetworkManager::Path> NetworkManager::list(const Path& object, const
 
 NetworkManager::Connection NetworkManager::readConnection(const Path& path) {
   auto reply = call(makeCall(path, connectionInterface, "GetSettings"));
-  Connection connection{.path = path, .uuid = {}, .name = {}};
+  Connection connection{.path = path, .uuid = {}, .name = {}, .proxy = {}};
+  const std::map<std::string, std::string*, std::less<>> members{{"connection.uuid", &connection.uuid},
+                                                                 {"connection.id", &connection.name},
+                                                                 {"proxy.pac-url", &connection.proxy.pacURL},
+                                                                 {"proxy.pac-script", &connection.proxy.pacScript}};
   forEachEntry(reply.get(), "sa{sv}", [&](std::string_view setting) {
     forEachEntry(reply.get(), "sv", [&](std::string_view key) {
-      bool isID = key == "uuid";
-      if (setting != "connection" || (!isID && key != "id")) return skip(reply.get(), "v");
+      auto member = members.find(fmt::format("{}.{}", setting, key));
+      if (member == members.end()) return skip(reply.get(), "v");
       check(sd_bus_message_enter_container(reply.get(), 'v', "s"));
-      (isID ? connection.uuid : connection.name) = readString(reply.get(), 's');
+      *member->second = readString(reply.get(), 's');
       check(sd_bus_message_exit_container(reply.get()));
     });
   });
+  connection.proxy.automatic = !connection.proxy.pacURL.empty() || !connection.proxy.pacScript.empty();
   return connection;
 }
 
@@ -213,18 +291,46 @@ Result<std::vector<NetworkManager::Connection>> NetworkManager::connections() {
   });
 }
 
-Result<std::optional<NetworkManager::Path>> NetworkManager::findConnection(const std::string& uuid) {
-  return attempt([&]() -> std::optional<Path> {
-    if (uuid.find('\0') != uuid.npos) return std::nullopt;
-    auto request = makeCall(settingsPath, settingsInterface, "GetConnectionByUuid");
-    int result = sd_bus_message_append(request.get(), "s", uuid.c_str());
-    if (result == -EINVAL) return std::nullopt;  // D-Bus carries no such text
-    check(result);
+Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager::findConnections(
+    const std::vector<std::string>& uuids) {
+  return attempt([&] {
+    std::vector<BusMessage> requests;
+    std::vector<bool> isAsked;  // for each UUID: D-Bus does not carry every text
+    for (const auto& uuid : uuids) {
+      auto request = makeCall(settingsPath, settingsInterface, "GetConnectionByUuid");
+      bool isText = uuid.find('\0') == uuid.npos;
+      int result = isText ? sd_bus_message_append(request.get(), "s", uuid.c_str()) : -EINVAL;
+      isAsked.push_back(result != -EINVAL);
+      if (!isAsked.back()) continue;
+      check(result);
+      requests.push_back(std::move(request));
+    }
+    auto replies = callTogether(requests);
+    auto next = replies.begin();
+    std::vector<Result<std::optional<Path>>> found;
+    for (bool hasReply : isAsked) {
+      found.push_back(attempt([&]() -> std::optional<Path> {
+        if (!hasReply) return std::nullopt;
+        try {
+          return readString(accepted(std::move(*next++)).get(), 'o');
+        } catch (const Refusal& refusal) {
+          if (refusal.name == "org.freedesktop.NetworkManager.Settings.InvalidConnection") return std::nullopt;
+          throw;
+        }
+      }));
+    }
+    return found;
+  });
+}
+
+Result<std::optional<NetworkManager::Path>> NetworkManager::primaryConnection() {
+  return attempt([this]() -> std::optional<Path> {
     try {
-      return readString(call(request).get(), 'o');
-    } catch (const Refusal& refusal) {
-      if (refusal.name == "org.freedesktop.NetworkManager.Settings.InvalidConnection") return std::nullopt;
-      throw;
+      auto activation = property(root, service, "PrimaryConnection");
+      if (activation == "/") return std::nullopt;
+      return property(activation, activeInterface, "Connection");
+    } catch (const Refusal&) {
+      return std::nullopt;  // gone since it was told
     }
   });
 }
@@ -246,13 +352,32 @@ Result<std::multimap<NetworkManager::Path, NetworkManager::Device>> NetworkManag
   });
 }
 
-Result<void> NetworkManager::update(const Path& connection, const Change& change) {
+Result<std::vector<Result<void>>> NetworkManager::update(const std::vector<std::pair<Path, Change>>& changes) {
   return attempt([&] {
-    auto settings = call(makeCall(connection, connectionInterface, "GetSettings"));
-    auto request = makeCall(connection, connectionInterface, "Update2");
-    writeChanged(request.get(), settings.get(), change);
-    check(sd_bus_message_append(request.get(), "ua{sv}", 0, 0));  // no flags: it stays on the disk, or off it
-    call(request);
+    std::vector<BusMessage> questions, requests;
+    for (const auto& [connection, change] : changes) {
+      questions.push_back(makeCall(connection, connectionInterface, "GetSettings"));
+    }
+    std::vector<Result<void>> done(changes.size());
+    std::vector<std::size_t> changed;  // whose requests follow
+    auto settings = callTogether(questions);
+    for (std::size_t index = 0; index < changes.size(); ++index) {
+      done[index] = attempt([&] {
+        const auto& [connection, change] = changes[index];
+        auto before = accepted(std::move(settings[index]));
+        if (isDone(before.get(), change)) return;
+        auto request = makeCall(connection, connectionInterface, "Update2");
+        writeChanged(request.get(), before.get(), change);
+        check(sd_bus_message_append(request.get(), "ua{sv}", 0, 0));  // no flags: it stays on the disk, or off it
+        requests.push_back(std::move(request));
+        changed.push_back(index);
+      });
+    }
+    auto replies = callTogether(requests);
+    for (std::size_t number = 0; number < changed.size(); ++number) {
+      done[changed[number]] = attempt([&] { accepted(std::move(replies[number])); });
+    }
+    return done;
   });
 }
 
@@ -262,12 +387,13 @@ Result<void> NetworkManager::reapply(const Path& device, const Change& change) {
     check(sd_bus_message_append(question.get(), "u", 0));
     auto request = makeCall(device, deviceInterface, "Reapply");
     try {
-      auto applied = call(question);
+      auto applied = call(std::move(question));
+      if (isDone(applied.get(), change)) return;
       writeChanged(request.get(), applied.get(), change);
       std::uint64_t version = 0;
       check(sd_bus_message_read(applied.get(), "t", &version));
       check(sd_bus_message_append(request.get(), "tu", version, 0));
-      call(request);
+      call(std::move(request));
     } catch (const Refusal& refusal) {
       if (refusal.name != "org.freedesktop.NetworkManager.Device.NotActive") throw;
     }

@@ -31,12 +31,16 @@ class NetworkManager {
   struct Connection {
     Path path;
     std::string uuid, name;
+    ProxySetting proxy;
   };
   /// Those that this process may see.
   Result<std::vector<Connection>> connections();
 
-  /// Absent when there is none of that UUID.
-  Result<std::optional<Path>> findConnection(const std::string& uuid);
+  /// One for each UUID, absent when there is none of that UUID.
+  Result<std::vector<Result<std::optional<Path>>>> findConnections(const std::vector<std::string>& uuids);
+
+  /// The one that leads to the network at large; absent when there is none.
+  Result<std::optional<Path>> primaryConnection();
 
   struct Device {
     Path path;
@@ -51,8 +55,8 @@ class NetworkManager {
     std::optional<IPv4Setting> ipv4;
   };
 
-  /// Changes a connection, where it is stored. What is active goes on as it is.
-  Result<void> update(const Path& connection, const Change& change);
+  /// Changes connections, where they are stored; one result for each. What is active goes on as it is.
+  Result<std::vector<Result<void>>> update(const std::vector<std::pair<Path, Change>>& changes);
 
   /// Changes what an active device uses, and nothing else of it; does nothing on one that is no longer active.
   Result<void> reapply(const Path& device, const Change& change);
@@ -63,7 +67,13 @@ class NetworkManager {
   // These throw a Failure.
   void connect();
   BusMessage makeCall(const Path& object, const char* interface, const char* method);
-  BusMessage call(const BusMessage& request);
+  [[noreturn]] void throwSilent(int number);
+  void notePresence(const sd_bus_error* error);
+  static BusMessage accepted(BusMessage reply);
+  BusMessage call(BusMessage request);
+  /// Makes several calls, some of them under way at a time. Returns the replies in the order of the calls; a refusal is
+  /// one, too.
+  std::vector<BusMessage> callTogether(const std::vector<BusMessage>& requests);
   std::vector<Path> list(const Path& object, const char* interface, const char* method);
   Connection readConnection(const Path& path);
   std::string property(const Path& object, const char* interface, const char* name);

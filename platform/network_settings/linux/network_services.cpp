@@ -10,12 +10,15 @@ Result<std::vector<NetworkService>> networkServices() {
   if (!active) return active.error();
   auto connections = manager.connections();
   if (!connections) return connections.error();
+  auto primary = manager.primaryConnection();
+  if (!primary) return primary.error();
   std::vector<NetworkService> services;
-  for (auto& [path, uuid, name] : *connections) {
+  for (auto& [path, uuid, name, proxy] : *connections) {
     auto device = active->find(path);
     services.push_back({.id = std::move(uuid),
                         .name = std::move(name),
-                        .interface = device == active->end() ? "" : device->second.interface});
+                        .interface = device == active->end() ? "" : device->second.interface,
+                        .isPrimary = path == *primary});
   }
   return services;
 }

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <set>
 
+#include "platform/network_settings/linux/desktop_proxies.h"
 #include "platform/network_settings/linux/network_manager.h"
 #include "platform/network_settings/linux/store.h"
 #include "platform/system/system_log.h"
@@ -22,6 +23,9 @@ namespace {
 // the whole wait.
 std::atomic<std::chrono::steady_clock::time_point> leftAloneUntil{};
 constexpr std::chrono::seconds rest(5);
+
+// Of the process that serves; null in any other. Never destroyed: the main loop calls it to the end.
+DesktopProxies* desktop = nullptr;
 
 /// Passes on what has become of a step; a failure shows in the system log, too.
 template <class Value>
@@ -63,7 +67,6 @@ class Handover {
   void recordProjected();
   void projectAll();
 
-  void project(const std::string& service, const NetworkManager::Path& connection);
   NetworkManager::Change changeOf(const std::string& service);
   bool isMirrored() const;
   void note(const std::string& service, const Result<void>& step);
@@ -73,7 +76,6 @@ class Handover {
   std::set<std::string> projected_;
   NetworkManager manager_;
   std::map<std::string, std::optional<NetworkManager::Path>> services_;  // that were changed, with their connections
-  std::multimap<NetworkManager::Path, NetworkManager::Device> active_;
   std::string problems_;
 };
 
@@ -96,15 +98,20 @@ Result<void> Handover::run() {
     }
     return done;
   }
+  if (desktop) desktop->publishKnowing(store_, projected_);
   if (!problems_.empty()) return Failure(0, problems_);
   return {};
 }
 
 void Handover::findConnections() {
   for (const auto& [service, entity] : committed_) services_.try_emplace(service);
+  std::vector<std::string> uuids;
+  for (const auto& [service, connection] : services_) uuids.push_back(service);
+  auto found = manager_.findConnections(uuids).value();
+  auto next = found.begin();
   for (auto& [service, connection] : services_) {
     note(service, attempt([&] {
-           connection = manager_.findConnection(service).value();
+           connection = (next++)->value();
            if (connection) {
              projected_.insert(service);
            } else {
@@ -122,19 +129,27 @@ void Handover::recordProjected() {
 void Handover::projectAll() {
   auto isKnown = [](const auto& service) { return service.second.has_value(); };
   if (std::none_of(services_.begin(), services_.end(), isKnown)) return;
-  active_ = manager_.activeDevices().value();
+  const auto active = manager_.activeDevices().value();
+  std::vector<std::string> services;
+  std::vector<std::pair<NetworkManager::Path, NetworkManager::Change>> changes;
   for (const auto& [service, connection] : services_) {
     if (!connection) continue;
-    note(service, attempt([&] { project(service, *connection); }));
+    note(service, attempt([&] {
+           auto change = changeOf(service);
+           if (!change.proxy && !change.ipv4) return;
+           services.push_back(service);
+           changes.emplace_back(*connection, std::move(change));
+         }));
   }
-}
-
-void Handover::project(const std::string& service, const NetworkManager::Path& connection) {
-  auto change = changeOf(service);
-  if (!change.proxy && !change.ipv4) return;
-  manager_.update(connection, change).value();
-  auto [first, last] = active_.equal_range(connection);
-  for (auto device = first; device != last; ++device) manager_.reapply(device->second.path, change).value();
+  auto updates = manager_.update(changes).value();
+  for (std::size_t index = 0; index < changes.size(); ++index) {
+    const auto& [connection, change] = changes[index];
+    note(services[index], attempt([&] {
+           updates[index].value();
+           auto [first, last] = active.equal_range(connection);
+           for (auto device = first; device != last; ++device) manager_.reapply(device->second.path, change).value();
+         }));
+  }
 }
 
 // Only what was set: the rest may have been changed in NetworkManager since.
@@ -171,10 +186,28 @@ class Session::Implementation {
   PreferencesStore store;
   std::set<Entity> changed;    ///< set and not yet committed
   std::set<Entity> committed;  ///< and not yet applied
+
+  void publish();
 };
+
+void Session::Implementation::publish() {
+  if (!desktop) return;
+  std::set<std::string> set, off;
+  for (const auto& [service, entity] : committed) {
+    if (entity == proxiesEntity) set.insert(service);
+  }
+  for (const auto& [service, entity] : changed) {
+    auto value = store.find(pathOf({service, entity}));
+    bool isEmpty = value && *value && **value == boost::json::object();
+    if (entity == proxiesEntity && isEmpty) off.insert(service);
+  }
+  if (!changed.empty()) store.forget();  // what could not be committed
+  desktop->publish(store, set, off);
+}
 
 Result<std::unique_ptr<Session>> Session::create(const std::string&, const std::string& folder) {
   auto store = logged(PreferencesStore::open("/var/lib/" + folder));
+  if (!store && desktop) desktop->publishNone();
   if (!store) return store.error();
   return std::make_unique<Session>(std::make_unique<Implementation>(std::move(*store)));
 }
@@ -183,7 +216,9 @@ Session::Session(std::unique_ptr<Implementation> implementation) : implementatio
 Session::~Session() = default;
 
 Result<void> Session::lock(bool wait) {
-  return logged(implementation_->store.lock(wait));
+  auto locked = logged(implementation_->store.lock(wait));
+  if (!locked && desktop) desktop->publishNone();
+  return locked;
 }
 
 Result<void> Session::setValue(const std::string& path, const boost::json::value& value) {
@@ -200,6 +235,7 @@ Result<void> Session::commit() {
 }
 
 Result<void> Session::apply() {
+  implementation_->publish();  // first, since NetworkManager may have to be waited for
   if (implementation_->committed.empty()) return {};
   auto applied = logged(Handover(implementation_->store, implementation_->committed).run());
   if (applied) implementation_->committed.clear();
@@ -213,6 +249,15 @@ void Session::synchronize() {
 
 void Session::unlock() {
   implementation_->store.unlock();
+}
+
+void keepApplied(const std::string& store) {
+  desktop = new DesktopProxies(store);
+  desktop->start();
+}
+
+bool withdraw(const std::string& store) {
+  return withdrawDesktopProxies(store);
 }
 
 }  // namespace platform::preferences

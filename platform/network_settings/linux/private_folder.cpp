@@ -10,9 +10,11 @@
 
 namespace platform {
 
-Result<PrivateFolder> PrivateFolder::open(const std::string& path) {
-  PrivateFolder folder(path);
-  if (mkdir(path.c_str(), 0700) == 0) {
+Result<PrivateFolder> PrivateFolder::open(const std::string& path, Readers readers) {
+  PrivateFolder folder(path, readers == Readers::owner ? S_IRWXG | S_IRWXO : S_IWGRP | S_IWOTH);
+  const mode_t mode = 0777 & ~folder.hidden_;
+  if (mkdir(path.c_str(), mode) == 0) {
+    if (chmod(path.c_str(), mode) != 0) return folder.failure(errno, "");  // the umask may have taken some
     FileDescriptor parent(::open((path + "/..").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!parent || fsync(parent.get()) != 0) return folder.failure(errno, "..");
   } else if (errno != EEXIST) {
@@ -50,11 +52,11 @@ Result<std::optional<FileContent>> PrivateFolder::read(const std::string& name) 
 Result<struct stat> PrivateFolder::replace(const std::string& name, const std::string& text) const {
   if (text.size() > maximumSize) return failure(EFBIG, name);
   const std::string draft = name + ".new";
-  // Of one that was killed.
-  if (unlinkat(folder_.get(), draft.c_str(), 0) != 0 && errno != ENOENT) return failure(errno, draft);
+  if (auto removed = remove(draft); !removed) return removed.error();  // of one that was killed
   FileDescriptor file(openat(folder_.get(), draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file) return failure(errno, draft);
   auto written = writeAll(file.get(), text);
+  if (written) written = resultOfCall(fchmod(file.get(), 0666 & ~hidden_));
   if (written) written = resultOfCall(fsync(file.get()));
   if (written) written = resultOfCall(renameat(folder_.get(), draft.c_str(), folder_.get(), name.c_str()));
   if (!written) {
@@ -68,12 +70,31 @@ Result<struct stat> PrivateFolder::replace(const std::string& name, const std::s
   return status;
 }
 
+Result<void> PrivateFolder::link(const std::string& name, const std::string& second) const {
+  if (auto removed = remove(second); !removed) return removed;
+  int result = linkat(folder_.get(), name.c_str(), folder_.get(), second.c_str(), 0);
+  if (result != 0 && errno != ENOENT) return failure(errno, second);
+  return {};
+}
+
+Result<void> PrivateFolder::remove(const std::string& name) const {
+  if (unlinkat(folder_.get(), name.c_str(), 0) != 0 && errno != ENOENT) return failure(errno, name);
+  return {};
+}
+
+Result<FileDescriptor> PrivateFolder::openToWrite(const std::string& name) const {
+  FileDescriptor file(openat(folder_.get(), name.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file && errno == ENOENT) return file;
+  if (!file) return failure(errno, name);
+  if (auto checked = checkPrivacy(file, name, S_IFREG); !checked) return checked.error();
+  return file;
+}
+
 Result<struct stat> PrivateFolder::checkPrivacy(const FileDescriptor& file, const std::string& name,
                                                 mode_t type) const {
   struct stat status;
   if (fstat(file.get(), &status) != 0) return failure(errno, name);
-  bool isPrivate =
-      (status.st_mode & S_IFMT) == type && status.st_uid == geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+  bool isPrivate = (status.st_mode & S_IFMT) == type && status.st_uid == geteuid() && (status.st_mode & hidden_) == 0;
   if (!isPrivate) return failure(EPERM, name, " does not belong to this user alone");
   return status;
 }

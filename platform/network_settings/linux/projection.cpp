@@ -1,15 +1,13 @@
 #include "platform/network_settings/linux/projection.h"
 
 #include <arpa/inet.h>
-#include <fmt/format.h>
 
-#include <algorithm>
 #include <bit>
 #include <boost/json.hpp>
-#include <iterator>
 #include <optional>
 
 #include "platform/base/json_text.h"
+#include "platform/network_settings/linux/proxies_dictionary.h"
 #include "platform/network_settings/linux/proxy_script.h"
 
 namespace platform {
@@ -18,28 +16,11 @@ namespace json = boost::json;
 
 namespace {
 
-bool isOn(const json::object& proxies, const std::string& key) {
-  const auto* value = proxies.if_contains(key);
-  return value && ((value->is_bool() && value->get_bool()) || (value->is_number() && value->to_number<double>() != 0));
-}
-
 /// The one text in an array under a key; empty when it holds anything else.
 std::string_view onlyText(const json::object& object, const char* key) {
   const auto* value = object.if_contains(key);
   const auto* array = value ? value->if_array() : nullptr;
   return array && array->size() == 1 ? textOf(&array->front()) : std::string_view();
-}
-
-/// "HOST:PORT" of the proxy of a kind, "HTTP" for example; empty when it is switched off.
-std::string proxyOf(const json::object& proxies, const std::string& kind) {
-  if (!isOn(proxies, kind + "Enable")) return {};
-  auto host = proxyHost(std::string(textMember(proxies, kind + "Proxy")));
-  if (host.empty()) throw Failure(0, kind + "Proxy is not a host");
-  const auto* port = proxies.if_contains(kind + "Port");
-  boost::system::error_code error;
-  auto number = port ? port->to_number<std::uint16_t>(error) : std::uint16_t{0};
-  if (error || number == 0) throw Failure(0, kind + "Port is not a port");
-  return fmt::format("{}:{}", host, number);
 }
 
 std::optional<std::uint32_t> addressNumber(const std::string& text) {
@@ -49,7 +30,7 @@ std::optional<std::uint32_t> addressNumber(const std::string& text) {
 }
 
 ProxySetting proxySetting(const json::object& proxies) {
-  if (isOn(proxies, "ProxyAutoConfigEnable")) {
+  if (isSwitchedOn(proxies, "ProxyAutoConfigEnable")) {
     std::string url(textMember(proxies, "ProxyAutoConfigURLString"));
     std::string script(textMember(proxies, "ProxyAutoConfigJavaScript"));
     if (url.empty() && !script.empty()) {
@@ -57,21 +38,15 @@ ProxySetting proxySetting(const json::object& proxies) {
       if (!isScript) throw Failure(0, "ProxyAutoConfigJavaScript does not define FindProxyForURL");
       return {.automatic = true, .pacURL = {}, .pacScript = std::move(script)};
     }
-    bool isPlain = std::all_of(url.begin(), url.end(), [](char c) { return c > ' ' && c < '\x7F'; });
-    if (url.empty() || !isPlain) throw Failure(0, "ProxyAutoConfigURLString is not a URL");
+    if (!isPlainURL(url)) throw Failure(0, "ProxyAutoConfigURLString is not a URL");
     return {.automatic = true, .pacURL = std::move(url), .pacScript = {}};
   }
-  ProxyRules rules{.http = proxyOf(proxies, "HTTP"),
-                   .https = proxyOf(proxies, "HTTPS"),
-                   .socks = proxyOf(proxies, "SOCKS"),
-                   .exceptions = {},
-                   .excludeSimpleHostnames = isOn(proxies, "ExcludeSimpleHostnames")};
+  ProxyRules rules{.http = textOf(fixedProxy(proxies, "HTTP").value()),
+                   .https = textOf(fixedProxy(proxies, "HTTPS").value()),
+                   .socks = textOf(fixedProxy(proxies, "SOCKS").value()),
+                   .exceptions = proxyExceptions(proxies),
+                   .excludeSimpleHostnames = isSwitchedOn(proxies, "ExcludeSimpleHostnames")};
   if (rules.http.empty() && rules.https.empty() && rules.socks.empty()) return {};
-  const auto* list = proxies.if_contains("ExceptionsList");
-  if (const auto* exceptions = list ? list->if_array() : nullptr) {
-    std::transform(exceptions->begin(), exceptions->end(), std::back_inserter(rules.exceptions),
-                   [](const json::value& exception) { return std::string(textOf(&exception)); });
-  }
   return {.automatic = true, .pacURL = {}, .pacScript = proxyScript(rules)};
 }
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "platform/network_settings/linux/desktop_proxy.h"
 #include "platform/network_settings/linux/projection.h"
 #include "platform/network_settings/linux/proxy_script.h"
 
@@ -35,6 +36,10 @@ void checkScript(std::string_view script) {
   }
 }
 
+bool isPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < '\x7F'; });
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -50,5 +55,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!setting->pacScript.empty() && !isOwn) checkScript(setting->pacScript);
   }
   if (auto setting = platform::projectIPv4(value.get_object())) require(setting->prefix <= 32);
+  for (const auto& [path, setting] : platform::dconfValues(platform::desktopProxy(value.get_object()))) {
+    if (const auto* text = std::get_if<std::string>(&setting)) require(isPlain(*text));
+    if (const auto* texts = std::get_if<std::vector<std::string>>(&setting)) {
+      require(std::all_of(texts->begin(), texts->end(), isPlain));
+    }
+  }
   return 0;
 }

@@ -105,15 +105,6 @@ std::string bits(std::span<const std::uint8_t> bytes) {
   return text;
 }
 
-/// An exception without what people put around the name of a host.
-std::string bare(std::string_view text) {
-  auto start = std::min(text.find_first_not_of(" \t\r\n"), text.size());
-  text = text.substr(start, text.find_last_not_of(" \t\r\n") + 1 - start);
-  if (text.ends_with('.')) text.remove_suffix(1);
-  if (text.starts_with('[') && text.ends_with(']')) text = text.substr(1, text.size() - 2);
-  return std::string(text);
-}
-
 /// All bits of an address after the mark of its family; absent when the text is none.
 std::optional<std::string> addressBits(const std::string& text) {
   std::array<std::uint8_t, 4> v4;
@@ -149,6 +140,15 @@ std::string proxyHost(const std::string& text) {
   return address ? fmt::format("[{}]", text) : std::string();
 }
 
+std::string proxyException(const std::string& given) {
+  std::string_view text = given;
+  auto start = std::min(text.find_first_not_of(" \t\r\n"), text.size());
+  text = text.substr(start, text.find_last_not_of(" \t\r\n") + 1 - start);
+  if (text.ends_with('.')) text.remove_suffix(1);
+  if (text.starts_with('[') && text.ends_with(']')) text = text.substr(1, text.size() - 2);
+  return consistsOf(text, ".-_*?:/") ? std::string(text) : std::string();
+}
+
 std::string proxyScript(const ProxyRules& rules) {
   // Old readers know "SOCKS" alone, which means version 4 to others.
   auto socks = rules.socks.empty() ? std::string() : fmt::format("SOCKS5 {0}; SOCKS {0}", rules.socks);
@@ -158,8 +158,8 @@ std::string proxyScript(const ProxyRules& rules) {
   };
   std::vector<std::string> names, networks;
   for (const auto& given : rules.exceptions) {
-    const auto exception = bare(given);
-    if (exception.empty() || !consistsOf(exception, ".-_*?:/")) continue;
+    const auto exception = proxyException(given);
+    if (exception.empty()) continue;
     if (auto network = networkBits(exception)) {
       networks.push_back(fmt::format("\"{}\"", *network));
     } else {

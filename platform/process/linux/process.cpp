@@ -10,11 +10,10 @@
 #include <unistd.h>
 
 #include <array>
-#include <fstream>
-#include <sstream>
 #include <string_view>
 
 #include "platform/process/linux/pidfd.h"
+#include "platform/process/linux/proc_files.h"
 #include "platform/process/linux/process_folder.h"
 
 namespace platform {
@@ -55,14 +54,8 @@ std::optional<std::string> executablePath(std::int32_t pid) {
 
 std::optional<std::uint32_t> effectiveUserID(std::int32_t pid) {
   // The owner of the folder is the effective user, but root's for a process that may not be dumped (proc(5)).
-  std::ifstream status(fmt::format("/proc/{}/status", pid));
-  for (std::string line; std::getline(status, line);) {
-    std::istringstream words(line);
-    std::string key;
-    std::uint32_t real, effective;
-    if (words >> key && key == "Uid:" && words >> real >> effective) return effective;
-  }
-  return std::nullopt;
+  auto users = numbersOf(readProcessFile(pid, "status").value_or(""), "Uid:");  // real, effective, saved, of files
+  return users.size() == 4 ? std::optional(users[1]) : std::nullopt;
 }
 
 std::optional<Process> Process::find(std::int32_t pid) {

@@ -42,13 +42,28 @@ void visitSockets(SocketProtocol protocol, std::uint16_t port, bool,
   visitSocketTable(table, protocol, release, port, visit);
 }
 
-std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
+std::optional<SocketEntry> connectedSocket(SocketProtocol, const SocketEnd&, const SocketEnd&) {
+  return std::nullopt;
+}
+
+std::optional<SocketEntry> likelySocket(const SocketEnd&) {
+  return std::nullopt;
+}
+
+std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket) {
   if (socket.identity == 0) return std::nullopt;
   return static_cast<std::int32_t>(socket.identity);
 }
 
+void findSocketOwners(std::span<const SocketEntry> sockets,
+                      const std::function<bool(std::size_t index, std::int32_t pid)>& found) {
+  for (std::size_t index = 0; index < sockets.size(); ++index) {
+    if (auto owner = likelySocketOwner(sockets[index])) found(index, *owner);
+  }
+}
+
 bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {
-  return socketOwner(socket) == pid;
+  return likelySocketOwner(socket) == pid;
 }
 
 }  // namespace platform

@@ -1,5 +1,7 @@
-// From a socket to the process that holds it: the kernel keeps no such link, so processes are searched for one.
+// From a socket to a process that holds it. The kernel keeps no such link, so descriptors are searched for one; what
+// was seen on the way is remembered as a place to look at first, and never believed without a look.
 #include <dirent.h>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,98 +9,324 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdlib>
+#include <chrono>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
+#include "platform/base/file_descriptor.h"
+#include "platform/sockets/linux/control_group.h"
 #include "platform/sockets/socket_table.h"
 
 namespace platform {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+using Inode = std::uint64_t;
+
+constexpr auto timeAtOnce = std::chrono::microseconds(300);
+// What is remembered: 4 MiB at most.
+constexpr std::size_t maximumKnown = 32, maximumPlaces = 16'384;
+constexpr std::size_t maximumDescriptors = 16'384;  // of a known process; others look new each time
+constexpr Inode noSocket = 0, notSeen = ~Inode{0};
+
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
-/// What the link of a descriptor of the socket reads (proc_pid_fd(5)).
-std::string linkOf(const SocketEntry& socket) {
-  return fmt::format("socket:[{}]", socket.identity);
-}
-
-/// Whether the link of one of the process's descriptors reads so.
-bool holdsLink(std::int32_t pid, std::string_view link) {
-  Directory descriptors(opendir(fmt::format("/proc/{}/fd", pid).c_str()));
-  if (!descriptors) return false;
-  while (const auto* entry = readdir(descriptors.get())) {
-    std::array<char, 64> target;
-    auto length = readlinkat(dirfd(descriptors.get()), entry->d_name, target.data(), target.size());
-    if (length > 0 && link == std::string_view(target.data(), static_cast<std::size_t>(length))) return true;
+/// The inode behind a descriptor's link, which reads "socket:[INODE]" (proc_pid_fd(5)); notSeen when there is none.
+Inode inodeBehind(int folder, const char* name) {
+  constexpr std::string_view prefix = "socket:[";
+  std::array<char, 64> target;
+  const auto length = readlinkat(folder, name, target.data(), target.size());
+  if (length < 0) return notSeen;
+  Inode inode = noSocket;
+  if (std::string_view(target.data(), static_cast<std::size_t>(length)).starts_with(prefix)) {
+    std::from_chars(target.data() + prefix.size(), target.data() + length, inode);
   }
-  return false;
+  return inode;
 }
 
-/// All processes: those of one user first, then the others, each newest first.
-std::vector<std::int32_t> processesOfUserFirst(std::uint32_t userID) {
-  std::vector<std::pair<bool, std::int32_t>> found;
-  Directory processes(opendir("/proc"));
-  while (const auto* entry = processes ? readdir(processes.get()) : nullptr) {
-    std::int32_t pid = 0;
-    std::string_view name = entry->d_name;
-    if (std::from_chars(name.data(), name.data() + name.size(), pid).ec != std::errc()) continue;
-    struct stat status;
-    if (fstatat(dirfd(processes.get()), entry->d_name, &status, 0) == 0)
-      found.emplace_back(status.st_uid == userID, pid);
+std::string pathOf(std::int32_t pid) {
+  return fmt::format("/proc/{}/fd", pid);
+}
+
+/// The numbers that are names in a folder of /proc, as long as `more` wants them.
+template <class More>
+std::vector<std::int32_t> numbersIn(DIR* folder, const More& more) {
+  std::vector<std::int32_t> numbers;
+  while (const auto* entry = folder && more() ? readdir(folder) : nullptr) {
+    std::int32_t number = 0;
+    if (std::from_chars(entry->d_name, entry->d_name + std::strlen(entry->d_name), number).ec == std::errc()) {
+      numbers.push_back(number);
+    }
   }
-  std::sort(found.rbegin(), found.rend());
-  std::vector<std::int32_t> pids;
-  for (const auto& [ofUser, pid] : found) pids.push_back(pid);
-  return pids;
+  return numbers;
 }
 
-/// Processes found lately, the latest first: few processes own most of the sockets that are asked for.
-class RecentOwners {
+/// A process that a socket was found in lately.
+struct KnownProcess {
+  std::int32_t pid = 0;
+  std::uint64_t controlGroup = 0;  // of the socket; under the lock of Memory
+
+  std::mutex mutex;  // held while the process is looked at
+
+  /// What a descriptor was when it was last looked at.
+  Inode before(std::size_t number) const { return number < descriptors_.size() ? descriptors_[number] : notSeen; }
+  void note(std::size_t number, Inode inode) {
+    if (number >= maximumDescriptors || (inode == notSeen && number >= descriptors_.size())) return;
+    if (number >= descriptors_.size()) descriptors_.resize(number + 1, notSeen);
+    descriptors_[number] = inode;
+  }
+
+ private:
+  std::vector<Inode> descriptors_;  // by number
+};
+
+/// Where to look first.
+class Memory {
  public:
-  std::deque<std::int32_t> snapshot() {
+  struct Place {
+    std::int32_t pid;
+    std::int32_t descriptor;
+  };
+
+  std::optional<Place> place(Inode inode) {
     std::lock_guard lock(mutex_);
-    return pids_;
+    auto found = places_.find(inode);
+    return found == places_.end() ? std::nullopt : std::make_optional(found->second);
   }
 
-  void note(std::int32_t pid) {
+  void notePlace(Inode inode, Place place) {
     std::lock_guard lock(mutex_);
-    std::erase(pids_, pid);
-    pids_.push_front(pid);
-    if (pids_.size() > 8) pids_.pop_back();
+    if (places_.size() >= maximumPlaces) places_.clear();
+    places_.insert_or_assign(inode, place);
+  }
+
+  /// The process comes first from now on.
+  void noteOwner(std::int32_t pid, const SocketEntry& socket) {
+    std::lock_guard lock(mutex_);
+    auto found = std::find_if(known_.begin(), known_.end(), [&](const auto& process) { return process->pid == pid; });
+    auto process = found == known_.end() ? std::make_shared<KnownProcess>() : *found;
+    process->pid = pid;
+    process->controlGroup = socket.controlGroup;
+    if (found != known_.end()) known_.erase(found);
+    known_.push_front(std::move(process));
+    if (known_.size() > maximumKnown) known_.pop_back();
+  }
+
+  void forget(std::int32_t pid) {
+    std::lock_guard lock(mutex_);
+    std::erase_if(known_, [&](const auto& process) { return process->pid == pid; });
+  }
+
+  /// The known processes, the latest first: those that were found by a socket of one of these control groups, or the
+  /// others.
+  std::vector<std::shared_ptr<KnownProcess>> known(const std::unordered_set<std::uint64_t>& groups, bool inGroups) {
+    std::lock_guard lock(mutex_);
+    std::vector<std::shared_ptr<KnownProcess>> list;
+    std::copy_if(known_.begin(), known_.end(), std::back_inserter(list),
+                 [&](const auto& process) { return groups.contains(process->controlGroup) == inGroups; });
+    return list;
   }
 
  private:
   std::mutex mutex_;
-  std::deque<std::int32_t> pids_;
+  std::unordered_map<Inode, Place> places_;
+  std::deque<std::shared_ptr<KnownProcess>> known_;
+};
+
+Memory& memory() {
+  static auto& memory = *new Memory;  // never destroyed: look-ups may run while the process ends
+  return memory;
+}
+
+bool isAt(Memory::Place place, Inode inode) {
+  return inodeBehind(AT_FDCWD, fmt::format("/proc/{}/fd/{}", place.pid, place.descriptor).c_str()) == inode;
+}
+
+/// One search for the owners of sockets, which ends when all are found or the time is over.
+class Search {
+ public:
+  Search(std::span<const SocketEntry> sockets, const std::function<bool(std::size_t, std::int32_t)>& found,
+         std::optional<Clock::time_point> end)
+      : sockets_(sockets), found_(found), end_(end) {
+    for (std::size_t index = 0; index < sockets.size(); ++index) {
+      wanted_.emplace(sockets[index].identity, index);
+      groups_.insert(sockets[index].controlGroup);
+      users_.insert(sockets[index].userID);
+    }
+  }
+
+  void lookAtPlaces() {
+    for (const auto& socket : sockets_) {
+      if (auto place = memory().place(socket.identity); place && isAt(*place, socket.identity)) {
+        report(socket.identity, place->pid);
+      }
+    }
+  }
+
+  void lookAtLikelyProcesses() {
+    for (bool inGroups : {true, false}) lookAtKnown(inGroups, Which::guesses);
+    lookAtKnown(true, Which::changes);
+    for (auto group : groups_) {
+      if (isOver()) return;
+      for (auto pid : processesOfControlGroup(group)) lookAtAll(pid);
+    }
+    lookAtKnown(false, Which::changes);
+  }
+
+  void lookAtAllProcesses() {
+    for (bool inGroups : {true, false}) lookAtKnown(inGroups, Which::all);
+    const Directory folder(opendir("/proc"));
+    auto pids = numbersIn(folder.get(), [this] { return !isOver(); });
+    std::sort(pids.rbegin(), pids.rend());
+    // Those of the sockets' users come first. Which these are is asked only as far as it is of use.
+    std::vector<std::int32_t> others;
+    for (auto pid : pids) {
+      if (isOver()) return;
+      struct stat status;
+      if (fstatat(dirfd(folder.get()), fmt::format("{}", pid).c_str(), &status, 0) != 0) continue;
+      if (users_.contains(status.st_uid)) {
+        lookAtAll(pid);
+      } else {
+        others.push_back(pid);
+      }
+    }
+    for (auto pid : others) lookAtAll(pid);
+  }
+
+ private:
+  bool isOver() const { return wanted_.empty() || (end_ && Clock::now() >= *end_); }
+
+  void report(Inode inode, std::int32_t pid) {
+    auto [next, last] = wanted_.equal_range(inode);
+    while (next != last) {
+      const auto index = next->second;
+      if (!found_(index, pid)) {
+        ++next;
+        continue;
+      }
+      memory().noteOwner(pid, sockets_[index]);
+      next = wanted_.erase(next);
+    }
+  }
+
+  /// Looks at one descriptor of a process, whose folder of descriptors is open.
+  Inode look(std::int32_t pid, int folder, std::int32_t number) {
+    std::array<char, 16> name{};
+    std::to_chars(name.data(), name.data() + name.size() - 1, number);
+    const auto inode = inodeBehind(folder, name.data());
+    if (inode != noSocket && inode != notSeen) {
+      memory().notePlace(inode, {.pid = pid, .descriptor = number});
+      report(inode, pid);
+    }
+    return inode;
+  }
+
+  enum class Which { guesses, changes, all };
+
+  void lookAtKnown(bool inGroups, Which which) {
+    for (const auto& process : memory().known(groups_, inGroups)) {
+      if (isOver()) return;
+      std::unique_lock lock(process->mutex, std::defer_lock);
+      if (!end_) {
+        lock.lock();
+      } else if (!lock.try_lock()) {
+        continue;
+      }
+      const bool isAlive = which == Which::guesses ? lookAtGuesses(*process) : lookAtListed(*process, which);
+      if (!isAlive) memory().forget(process->pid);
+    }
+  }
+
+  /// Looks where a new socket is likely to be: at what was a socket, whose number may be another's by now, and at the
+  /// lowest numbers that were free. Much quicker than a list. Returns whether the process is there.
+  bool lookAtGuesses(KnownProcess& process) {
+    constexpr int maximumSockets = 64, maximumFree = 4;
+    const FileDescriptor folder(open(pathOf(process.pid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder) return false;
+    int sockets = 0, free = 0;
+    for (std::size_t number = 0; free < maximumFree && sockets < maximumSockets; ++number) {
+      const auto before = process.before(number);
+      if (before == noSocket) continue;
+      if (isOver()) break;
+      ++(before == notSeen ? free : sockets);
+      process.note(number, look(process.pid, folder.get(), static_cast<std::int32_t>(number)));
+    }
+    return true;
+  }
+
+  /// Looks at descriptors that are new, then at those that were sockets, or at all. Returns whether the process is
+  /// there.
+  bool lookAtListed(KnownProcess& process, Which which) {
+    const Directory folder(opendir(pathOf(process.pid).c_str()));
+    if (!folder) return false;
+    auto numbers = numbersIn(folder.get(), [this] { return !isOver(); });
+    auto before = [&](std::int32_t number) { return process.before(static_cast<std::size_t>(number)); };
+    if (which == Which::changes) std::erase_if(numbers, [&](auto number) { return before(number) == noSocket; });
+    std::stable_partition(numbers.begin(), numbers.end(), [&](auto number) { return before(number) == notSeen; });
+    for (auto number : numbers) {
+      if (isOver()) break;
+      process.note(static_cast<std::size_t>(number), look(process.pid, dirfd(folder.get()), number));
+    }
+    return true;
+  }
+
+  void lookAtAll(std::int32_t pid) {
+    if (isOver()) return;
+    const Directory folder(opendir(pathOf(pid).c_str()));
+    for (auto number : numbersIn(folder.get(), [this] { return !isOver(); })) {
+      if (isOver()) return;
+      look(pid, dirfd(folder.get()), number);
+    }
+  }
+
+  const std::span<const SocketEntry> sockets_;
+  const std::function<bool(std::size_t, std::int32_t)>& found_;
+  const std::optional<Clock::time_point> end_;
+  std::unordered_multimap<Inode, std::size_t> wanted_;  // indices of the sockets that are not found yet
+  std::unordered_set<std::uint64_t> groups_;
+  std::unordered_set<std::uint32_t> users_;
 };
 
 }  // namespace
 
-std::optional<std::int32_t> socketOwner(const SocketEntry& socket) {
-  static auto& recent = *new RecentOwners;  // never destroyed: probes may run while the process ends
-  const auto link = linkOf(socket);
-  auto search = [&](const auto& pids) -> std::optional<std::int32_t> {
-    for (auto pid : pids) {
-      if (!holdsLink(pid, link)) continue;
-      recent.note(pid);
-      return pid;
-    }
-    return std::nullopt;
+std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket) {
+  std::optional<std::int32_t> owner;
+  const std::function found = [&](std::size_t, std::int32_t pid) {
+    owner = pid;
+    return true;
   };
-  if (auto owner = search(recent.snapshot())) return owner;
-  return search(processesOfUserFirst(socket.userID));
+  Search search({&socket, 1}, found, Clock::now() + timeAtOnce);
+  search.lookAtPlaces();
+  search.lookAtLikelyProcesses();
+  return owner;
+}
+
+void findSocketOwners(std::span<const SocketEntry> sockets,
+                      const std::function<bool(std::size_t index, std::int32_t pid)>& found) {
+  Search search(sockets, found, std::nullopt);
+  search.lookAtPlaces();
+  search.lookAtLikelyProcesses();
+  search.lookAtAllProcesses();
 }
 
 bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {
-  return holdsLink(pid, linkOf(socket));
+  auto place = memory().place(socket.identity);
+  if (place && place->pid == pid && isAt(*place, socket.identity)) return true;
+  const Directory folder(opendir(pathOf(pid).c_str()));
+  for (auto number : numbersIn(folder.get(), [] { return true; })) {
+    if (inodeBehind(dirfd(folder.get()), fmt::format("{}", number).c_str()) == socket.identity) return true;
+  }
+  return false;
 }
 
 }  // namespace platform

@@ -11,6 +11,8 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <deque>
+#include <mutex>
 
 #include "platform/base/file_descriptor.h"
 
@@ -41,11 +43,34 @@ struct DumpRequest {
   }
 };
 
+/// Reads what the kernel adds to a message (sock_diag(7)): the control group into the entry. Returns whether the socket
+/// takes part in IPv6 alone.
+bool readAttributes(const inet_diag_msg& message, std::size_t length, SocketEntry& entry) {
+  bool onlyIPv6 = false;
+  const auto* attribute = reinterpret_cast<const nlattr*>(&message + 1);
+  for (std::size_t rest = length - sizeof message;
+       rest >= sizeof *attribute && attribute->nla_len >= sizeof *attribute && attribute->nla_len <= rest;) {
+    const auto size = attribute->nla_len - sizeof *attribute;
+    if (attribute->nla_type == INET_DIAG_SKV6ONLY && size >= sizeof(std::uint8_t)) {
+      onlyIPv6 = *reinterpret_cast<const std::uint8_t*>(attribute + 1) != 0;
+    }
+    if (attribute->nla_type == INET_DIAG_CGROUP_ID && size >= sizeof entry.controlGroup) {
+      std::memcpy(&entry.controlGroup, attribute + 1, sizeof entry.controlGroup);
+    }
+    std::size_t step = std::min<std::size_t>(NLA_ALIGN(attribute->nla_len), rest);
+    rest -= step;
+    attribute = reinterpret_cast<const nlattr*>(reinterpret_cast<const char*>(attribute) + step);
+  }
+  return onlyIPv6;
+}
+
+/// `length` is that of the message with its attributes.
 SocketEntry entryOf(const inet_diag_msg& message, std::size_t length) {
   SocketEntry entry;
   entry.localPort = ntohs(message.id.idiag_sport);
   entry.identity = message.idiag_inode;
   entry.userID = message.idiag_uid;
+  const bool onlyIPv6 = readAttributes(message, length, entry);
   if (message.idiag_family == AF_INET) {
     entry.isIPv4 = true;
     std::memcpy(entry.localAddress.data() + 12, message.id.idiag_src, 4);
@@ -54,38 +79,79 @@ SocketEntry entryOf(const inet_diag_msg& message, std::size_t length) {
   std::memcpy(entry.localAddress.data(), message.id.idiag_src, 16);
   in6_addr address;
   std::memcpy(&address, message.id.idiag_src, sizeof address);
-  if (IN6_IS_ADDR_V4MAPPED(&address)) {
-    entry.isIPv4 = true;
-    return entry;
-  }
-  bool onlyIPv6 = false;
-  const auto* attribute = reinterpret_cast<const nlattr*>(&message + 1);
-  for (std::size_t rest = length - sizeof message;
-       rest >= sizeof *attribute && attribute->nla_len >= sizeof *attribute && attribute->nla_len <= rest;) {
-    if (attribute->nla_type == INET_DIAG_SKV6ONLY && attribute->nla_len > sizeof *attribute) {
-      onlyIPv6 = *reinterpret_cast<const std::uint8_t*>(attribute + 1) != 0;
-    }
-    std::size_t step = std::min<std::size_t>(NLA_ALIGN(attribute->nla_len), rest);
-    rest -= step;
-    attribute = reinterpret_cast<const nlattr*>(reinterpret_cast<const char*>(attribute) + step);
-  }
-  entry.isIPv6 = true;
-  entry.isIPv4 = IN6_IS_ADDR_UNSPECIFIED(&address) && !onlyIPv6;
+  entry.isIPv6 = !IN6_IS_ADDR_V4MAPPED(&address);
+  entry.isIPv4 = !entry.isIPv6 || (IN6_IS_ADDR_UNSPECIFIED(&address) && !onlyIPv6);
   return entry;
+}
+
+FileDescriptor openNetlink() {
+  return FileDescriptor(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
+}
+
+/// The far end of a connection.
+struct Remote {
+  std::uint8_t family = AF_INET;
+  std::array<std::uint8_t, 16> address{};  // an IPv4 one lies in the first four bytes
+  std::uint16_t port = 0;                  // host byte order
+
+  explicit Remote(const SocketEnd& end) : family(end.address.size() == 4 ? AF_INET : AF_INET6), port(end.port) {
+    std::copy(end.address.begin(), end.address.end(), address.begin());
+  }
+  /// That of an IPv6 socket which is connected over IPv4 is an IPv4 one.
+  explicit Remote(const inet_diag_msg& message) : port(ntohs(message.id.idiag_dport)) {
+    in6_addr bytes;
+    std::memcpy(&bytes, message.id.idiag_dst, sizeof bytes);
+    const bool isMapped = message.idiag_family == AF_INET6 && IN6_IS_ADDR_V4MAPPED(&bytes);
+    if (message.idiag_family == AF_INET6 && !isMapped) family = AF_INET6;
+    std::memcpy(address.data(), bytes.s6_addr + (isMapped ? 12 : 0), family == AF_INET ? 4 : 16);
+  }
+  bool operator==(const Remote&) const = default;
+
+  SocketEnd end() const { return {.address = std::span(address).first(family == AF_INET ? 4 : 16), .port = port}; }
+};
+
+/// Where the connections led that were looked for lately, the latest first: clients of one proxy are all connected to
+/// it.
+class RecentRemotes {
+ public:
+  void note(const inet_diag_msg& message) {
+    if (message.id.idiag_dport == 0) return;
+    const Remote remote(message);
+    std::lock_guard lock(mutex_);
+    if (!remotes_.empty() && remotes_.front() == remote) return;
+    std::erase(remotes_, remote);
+    remotes_.push_front(remote);
+    if (remotes_.size() > maximum) remotes_.pop_back();
+  }
+
+  std::deque<Remote> all() {
+    std::lock_guard lock(mutex_);
+    return remotes_;
+  }
+
+ private:
+  static constexpr std::size_t maximum = 8;
+  std::mutex mutex_;
+  std::deque<Remote> remotes_;
+};
+
+RecentRemotes& recentRemotes() {
+  static auto& remotes = *new RecentRemotes;  // never destroyed: look-ups may run while the process ends
+  return remotes;
 }
 
 /// Dumps the sockets that a request asks for; false when `visit` wanted no more.
 template <class Body>
 bool dump(const DumpRequest<Body>& request, const std::function<bool(const SocketEntry&)>& visit) {
   // One a dump: an earlier one may be left half read.
-  FileDescriptor netlink(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
+  const auto netlink = openNetlink();
   sockaddr_nl kernel{};
   kernel.nl_family = AF_NETLINK;
   if (!netlink ||
       sendto(netlink.get(), &request, sizeof request, 0, reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) < 0) {
     return true;
   }
-  alignas(nlmsghdr) static thread_local std::array<char, 32'768> buffer;
+  alignas(nlmsghdr) std::array<char, 32'768> buffer;
   while (true) {
     auto received = recv(netlink.get(), buffer.data(), buffer.size(), 0);
     if (received < 0 && errno == EINTR) continue;
@@ -98,12 +164,83 @@ bool dump(const DumpRequest<Body>& request, const std::function<bool(const Socke
       const auto& message = *static_cast<const inet_diag_msg*>(NLMSG_DATA(header));
       // The kernel leaves other ports out, but not among bound sockets, and takes port 0 for any.
       if (message.idiag_inode == 0 || message.id.idiag_sport != request.body.id.idiag_sport) continue;
-      if (!visit(entryOf(message, header->nlmsg_len - NLMSG_HDRLEN))) return false;
+      if (visit(entryOf(message, header->nlmsg_len - NLMSG_HDRLEN))) continue;
+      recentRemotes().note(message);
+      return false;
     }
   }
 }
 
+/// Asks for the socket that what comes to the local end from the remote one is for; without a remote end, for one that
+/// listens. Calls `visit` if a process holds it, and returns what that returned.
+bool askExactly(int netlink, SocketProtocol protocol, const SocketEnd& local, const SocketEnd* remote,
+                const std::function<bool(const inet_diag_msg&, const SocketEntry&)>& visit) {
+  struct {
+    nlmsghdr header{};
+    inet_diag_req_v2 body{};
+  } request;
+  request.header.nlmsg_len = sizeof request;
+  request.header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
+  request.header.nlmsg_flags = NLM_F_REQUEST;
+  request.body.sdiag_family = local.address.size() == 4 ? AF_INET : AF_INET6;
+  request.body.sdiag_protocol = protocol == SocketProtocol::udp ? IPPROTO_UDP : IPPROTO_TCP;
+  request.body.idiag_states = ~0u;
+  auto& id = request.body.id;
+  id.idiag_cookie[0] = id.idiag_cookie[1] = INET_DIAG_NOCOOKIE;
+  id.idiag_if = local.scope;
+  // For UDP the kernel takes the ends as a packet to the socket has them, for TCP as the socket has them.
+  auto set = [&](const SocketEnd& end, bool asSource) {
+    (asSource ? id.idiag_sport : id.idiag_dport) = htons(end.port);
+    std::memcpy(asSource ? id.idiag_src : id.idiag_dst, end.address.data(), end.address.size());
+  };
+  set(local, protocol == SocketProtocol::tcp);
+  if (remote) set(*remote, protocol == SocketProtocol::udp);
+
+  alignas(nlmsghdr) std::array<char, 4096> buffer;
+  if (send(netlink, &request, sizeof request, 0) < 0) return false;
+  const auto received = recv(netlink, buffer.data(), buffer.size(), 0);
+  const auto* header = reinterpret_cast<const nlmsghdr*>(buffer.data());
+  if (received < 0 || !NLMSG_OK(header, static_cast<unsigned>(received)) || header->nlmsg_type == NLMSG_ERROR ||
+      header->nlmsg_len < NLMSG_LENGTH(sizeof(inet_diag_msg))) {
+    return false;
+  }
+  const auto& message = *static_cast<const inet_diag_msg*>(NLMSG_DATA(header));
+  return message.idiag_inode != 0 && visit(message, entryOf(message, header->nlmsg_len - NLMSG_HDRLEN));
+}
+
+/// The socket that is connected so.
+std::optional<SocketEntry> askForConnected(int netlink, SocketProtocol protocol, const SocketEnd& local,
+                                           const SocketEnd& remote) {
+  std::optional<SocketEntry> found;
+  askExactly(netlink, protocol, local, &remote, [&](const inet_diag_msg& message, const SocketEntry& entry) {
+    // Without one, the kernel tells of the socket that would take a new connection.
+    if (Remote(message) != Remote(remote)) return false;
+    recentRemotes().note(message);
+    found = entry;
+    return true;
+  });
+  return found;
+}
+
 }  // namespace
+
+std::optional<SocketEntry> connectedSocket(SocketProtocol protocol, const SocketEnd& local, const SocketEnd& remote) {
+  const auto netlink = openNetlink();
+  return netlink ? askForConnected(netlink.get(), protocol, local, remote) : std::nullopt;
+}
+
+// The table has listeners first, and connections in an order of chance, so that each of them may be the first.
+std::optional<SocketEntry> likelySocket(const SocketEnd& local) {
+  const auto netlink = openNetlink();
+  if (!netlink) return std::nullopt;
+  auto isListener = [](const inet_diag_msg&, const SocketEntry&) { return true; };
+  if (askExactly(netlink.get(), SocketProtocol::tcp, local, nullptr, isListener)) return std::nullopt;
+  for (const auto& remote : recentRemotes().all()) {
+    if (remote.end().address.size() != local.address.size()) continue;
+    if (auto found = askForConnected(netlink.get(), SocketProtocol::tcp, local, remote.end())) return found;
+  }
+  return std::nullopt;
+}
 
 void visitSockets(SocketProtocol protocol, std::uint16_t port, bool onlyIPv6,
                   const std::function<bool(const SocketEntry&)>& visit) {

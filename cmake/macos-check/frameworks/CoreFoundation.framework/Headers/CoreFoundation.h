@@ -20,6 +20,7 @@ __BEGIN_DECLS
 typedef long CFIndex;
 typedef unsigned long CFTypeID;
 typedef const void* CFTypeRef;
+typedef CFTypeRef CFPropertyListRef;
 typedef const struct __CFAllocator* CFAllocatorRef;
 typedef const struct __attribute__((objc_bridge(NSString))) __CFString* CFStringRef;
 typedef const struct __attribute__((objc_bridge(NSData))) __CFData* CFDataRef;

@@ -32,5 +32,8 @@ CFStringRef _Nullable SCNetworkServiceGetName(SCNetworkServiceRef service);
 SCNetworkInterfaceRef _Nullable SCNetworkServiceGetInterface(SCNetworkServiceRef service);
 CFStringRef _Nullable SCNetworkInterfaceGetBSDName(SCNetworkInterfaceRef interface);
 
+typedef const struct __attribute__((objc_bridge(id))) __SCDynamicStore* SCDynamicStoreRef;
+CFPropertyListRef _Nullable SCDynamicStoreCopyValue(SCDynamicStoreRef _Nullable store, CFStringRef key);
+
 __END_DECLS
 #pragma clang assume_nonnull end

@@ -1,0 +1,79 @@
+// A helper under socket activation, as systemd would start it.
+#pragma once
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+#include "build_constants.h"
+#include "platform/base/file_descriptor.h"
+#include "platform/ipc/linux/endpoint.h"
+
+namespace bench {
+
+/// Runs from its making on; ended with this object.
+class Helper {
+ public:
+  explicit Helper(const char* executable) {
+    auto path = platform::ipc::endpointPath(HelperServiceName);
+    auto address = platform::ipc::endpointAddress(path);
+    platform::FileDescriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    unlink(path.c_str());
+    if (!address || bind(listener.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 ||
+        listen(listener.get(), SOMAXCONN) != 0) {
+      throw std::runtime_error("cannot listen on " + path);
+    }
+    pid_ = fork();
+    if (pid_ < 0) throw std::runtime_error("cannot fork");
+    if (pid_ > 0) return;
+    constexpr int firstActivated = 3;  // sd_listen_fds(3)
+    if (listener.get() == firstActivated) {
+      fcntl(firstActivated, F_SETFD, 0);
+    } else {
+      dup2(listener.get(), firstActivated);
+    }
+    setenv("LISTEN_FDS", "1", 1);
+    setenv("LISTEN_PID", fmt::format("{}", getpid()).c_str(), 1);
+    execl(executable, executable, nullptr);
+    _exit(127);
+  }
+  ~Helper() {
+    kill(pid_, SIGTERM);
+    waitpid(pid_, nullptr, 0);
+  }
+  Helper(const Helper&) = delete;
+  Helper& operator=(const Helper&) = delete;
+
+  /// Sum of the lines of a file under /proc/PID that begin with a name, in KiB.
+  double memory(const char* file, std::string_view name) const {
+    std::ifstream lines(fmt::format("/proc/{}/{}", pid_, file));
+    double sum = 0;
+    for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with(name)) sum += std::stod(line.substr(line.find(':') + 1));
+    }
+    return sum;
+  }
+
+  /// Processor time of all its threads since its start, in microseconds.
+  double processorTime() const {
+    clockid_t clock = 0;
+    timespec time{};
+    clock_getcpuclockid(pid_, &clock);
+    clock_gettime(clock, &time);
+    return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+  }
+
+ private:
+  pid_t pid_;
+};
+
+}  // namespace bench

@@ -1,0 +1,29 @@
+# What is installed on Linux, in two components: the helper, and the command line in its bundle.
+
+# The units name the helper's place, so that it cannot be another by now; DESTDIR may stand before it.
+install(CODE "
+  if(NOT CMAKE_INSTALL_PREFIX STREQUAL \"${CMAKE_INSTALL_PREFIX}\")
+    message(FATAL_ERROR \"The units name ${BRH_INSTALLED_HELPER}: configure with -DCMAKE_INSTALL_PREFIX=\${CMAKE_INSTALL_PREFIX} to install there\")
+  endif()" COMPONENT helper)
+
+install(TARGETS BrimoHelper DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/brimo COMPONENT helper)
+install(FILES ${units}/${BRH_SERVICE_NAME}.socket ${units}/${BRH_SERVICE_NAME}.service DESTINATION lib/systemd/system
+  COMPONENT helper)
+install(FILES systemd/tmpfiles.conf DESTINATION lib/tmpfiles.d RENAME brimo-helper.conf COMPONENT helper)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/BrimoHelper.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT helper)
+
+set(bundle lib/brimo/Brimo.app/Contents)
+install(TARGETS Brimo DESTINATION ${bundle}/MacOS COMPONENT client)
+foreach(framework Bugsnag Sparkle)
+  # The helper looks at their signatures alone.
+  file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/${framework} "A stand-in for the ${framework} framework.\n")
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${framework} DESTINATION ${bundle}/Frameworks/${framework}.framework COMPONENT client)
+endforeach()
+install(CODE "
+  set(folder \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
+  file(MAKE_DIRECTORY \"\${folder}/bin\")
+  file(CREATE_LINK ../${bundle}/MacOS/Brimo \"\${folder}/bin/Brimo\" SYMBOLIC)
+  message(STATUS \"The helper answers the bundle once its three files are signed: tools/sign-code\")" COMPONENT client)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/Brimo.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT client)
+install(FILES completion/Brimo.bash DESTINATION share/bash-completion/completions RENAME Brimo COMPONENT client)
+install(FILES completion/_Brimo DESTINATION share/zsh/site-functions COMPONENT client)

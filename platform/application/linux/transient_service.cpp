@@ -1,0 +1,229 @@
+#include "platform/application/linux/transient_service.h"
+
+#include <fmt/format.h>
+#include <systemd/sd-id128.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+
+#include "platform/application/linux/environment.h"
+#include "platform/base/linux/system_bus.h"
+#include "platform/base/utf8.h"
+#include "platform/process/process.h"
+
+namespace platform {
+
+namespace {
+
+constexpr char systemd[] = "org.freedesktop.systemd1";
+constexpr char unitInterface[] = "org.freedesktop.systemd1.Unit";
+constexpr char serviceInterface[] = "org.freedesktop.systemd1.Service";
+
+constexpr std::chrono::seconds patience(30);  // PAM modules may have to ask the network
+constexpr std::chrono::milliseconds betweenLooks(20);
+
+/// An error of sd-bus's, released at the end.
+struct BusError : sd_bus_error {
+  BusError() : sd_bus_error(SD_BUS_ERROR_NULL) {}
+  BusError(const BusError&) = delete;
+  BusError& operator=(const BusError&) = delete;
+  ~BusError() { sd_bus_error_free(this); }
+
+  /// What the other side said, else what the call came to.
+  Failure orElse(const Failure& failure) const { return message ? Failure(failure.number, message) : failure; }
+};
+
+void appendTexts(sd_bus_message* call, std::vector<std::string> texts) {
+  check(sd_bus_message_append_strv(call, pointersTo(texts).data()));
+}
+
+/// Appends a property, with a value that `write` appends.
+void addProperty(sd_bus_message* call, const char* name, const char* type, const std::function<void()>& write) {
+  check(sd_bus_message_open_container(call, 'r', "sv"));
+  check(sd_bus_message_append(call, "s", name));
+  check(sd_bus_message_open_container(call, 'v', type));
+  write();
+  check(sd_bus_message_close_container(call));
+  check(sd_bus_message_close_container(call));
+}
+
+void addText(sd_bus_message* call, const char* name, const std::string& text) {
+  addProperty(call, name, "s", [&] { check(sd_bus_message_append(call, "s", text.c_str())); });
+}
+
+void addFlag(sd_bus_message* call, const char* name, bool flag) {
+  addProperty(call, name, "b", [&] { check(sd_bus_message_append(call, "b", flag ? 1 : 0)); });
+}
+
+void addTexts(sd_bus_message* call, const char* name, const std::vector<std::string>& texts) {
+  addProperty(call, name, "as", [&] { appendTexts(call, texts); });
+}
+
+/// The command, in which "$" stays what it is; systemd itself guards "%".
+void addCommand(sd_bus_message* call, const std::vector<std::string>& arguments) {
+  addProperty(call, "ExecStartEx", "a(sasas)", [&] {
+    check(sd_bus_message_open_container(call, 'a', "(sasas)"));
+    check(sd_bus_message_open_container(call, 'r', "sasas"));
+    check(sd_bus_message_append(call, "s", arguments[0].c_str()));
+    appendTexts(call, arguments);
+    appendTexts(call, {"no-env-expand"});
+    check(sd_bus_message_close_container(call));
+    check(sd_bus_message_close_container(call));
+  });
+}
+
+/// What systemd, and so D-Bus, cannot be told is left out: texts that are not UTF-8.
+std::vector<std::string> sendableEnvironment(const ApplicationIdentity& identity) {
+  auto environment = identity.environment;
+  std::erase_if(environment, [](const auto& variable) { return !isUTF8(variable); });
+  completeEnvironment(environment, identity.user);
+  return environment;
+}
+
+void addIdentity(sd_bus_message* call, const ApplicationIdentity& identity) {
+  auto environment = sendableEnvironment(identity);
+  std::filesystem::path home(valueOf(environment, "HOME"));
+  std::vector<std::string> groups;
+  for (auto group : identity.groups) groups.push_back(std::to_string(group));
+  addText(call, "User", std::to_string(identity.user));
+  addText(call, "Group", std::to_string(identity.group));
+  addTexts(call, "SupplementaryGroups", groups);
+  addText(call, "PAMName", "systemd-user");
+  // "-": or "/", where it cannot be entered.
+  if (home.is_absolute()) addText(call, "WorkingDirectory", "-" + home.lexically_normal().string());
+  addTexts(call, "Environment", environment);
+  // What systemd adds to the environment of a service is not this application's.
+  std::vector<std::string> foreign{"INVOCATION_ID", "SYSTEMD_EXEC_PID"};
+  if (valueOf(environment, "LANG").empty()) foreign.emplace_back("LANG");
+  addTexts(call, "UnsetEnvironment", foreign);
+}
+
+void writeService(sd_bus_message* call, const std::string& unit, const std::vector<std::string>& arguments,
+                  const ApplicationIdentity& identity) {
+  const auto userManager = fmt::format("user@{}.service", identity.user);
+  check(sd_bus_message_append(call, "ss", unit.c_str(), "fail"));
+  check(sd_bus_message_open_container(call, 'a', "(sv)"));
+  addText(call, "Description", "Main application, launched again");
+  // Not "exec", by which systemd 252 waits in vain where there is a PAMName.
+  addText(call, "Type", "simple");
+  // What the application started goes on without it, as it does wherever the application was started otherwise.
+  addText(call, "ExitType", "cgroup");
+  addText(call, "CollectMode", "inactive-or-failed");
+  // Until then it stays for outcomeOfStart() to be found: as long as this connection to the bus.
+  addFlag(call, "AddRef", true);
+  addText(call, "Slice", fmt::format("user-{}.slice", identity.user));
+  addTexts(call, "PartOf", {userManager});
+  addTexts(call, "After", {userManager});
+  addIdentity(call, identity);
+  addFlag(call, "IgnoreSIGPIPE", false);
+  // The keys of its user are the application's, too.
+  addText(call, "KeyringMode", "shared");
+  addProperty(call, "UMask", "u", [&] { check(sd_bus_message_append(call, "u", std::uint32_t{022})); });
+  for (const char* stream : {"StandardInput", "StandardOutput", "StandardError"}) addText(call, stream, "null");
+  addCommand(call, arguments);
+  check(sd_bus_message_close_container(call));
+  check(sd_bus_message_append(call, "a(sa(sv))", 0));
+}
+
+/// One service, looked at over the connection that it was started by.
+class Service {
+ public:
+  Service(sd_bus* bus, const std::string& unit) : bus_(bus) {
+    char* path = nullptr;
+    check(sd_bus_path_encode("/org/freedesktop/systemd1/unit", unit.c_str(), &path));
+    path_ = path;
+    std::free(path);
+  }
+
+  ServiceState state() const {
+    // In this order: once the job is done, what follows is of the unit that it has started.
+    bool hasJob = number(unitInterface, "Job", "(uo)") != 0;
+    auto activeState = text(unitInterface, "ActiveState");
+    bool runs = runsApplication(static_cast<std::int32_t>(number(serviceInterface, "MainPID", "u")));
+    return {hasJob, activeState, runs, text(serviceInterface, "Result"),
+            static_cast<std::int32_t>(number(serviceInterface, "ExecMainStatus", "i"))};
+  }
+
+ private:
+  BusMessage property(const char* interface, const char* name, const char* type) const {
+    BusError error;
+    sd_bus_message* reply = nullptr;
+    int result = sd_bus_get_property(bus_, systemd, path_.c_str(), interface, name, &error, &reply, type);
+    if (result < 0) throw error.orElse(failureOf(-result));
+    return BusMessage(reply);
+  }
+
+  std::string text(const char* interface, const char* name) const {
+    auto reply = property(interface, name, "s");
+    const char* value = nullptr;
+    check(sd_bus_message_read(reply.get(), "s", &value));
+    return value;
+  }
+
+  /// The number that a value is or begins with.
+  std::uint32_t number(const char* interface, const char* name, const char* type) const {
+    auto reply = property(interface, name, type);
+    std::uint32_t value = 0;
+    if (*type == '(') check(sd_bus_message_enter_container(reply.get(), 'r', "uo"));
+    check(sd_bus_message_read_basic(reply.get(), *type == 'i' ? 'i' : 'u', &value));
+    return value;
+  }
+
+  /// Until the process executes the application it runs a program of systemd's, which one depends on the version.
+  static bool runsApplication(std::int32_t pid) {
+    auto image = pid > 0 ? executablePath(pid) : std::nullopt, manager = executablePath(1);
+    auto folder = [](const std::string& path) { return path.substr(0, path.rfind('/')); };
+    return image && manager && folder(*image) != folder(*manager);
+  }
+
+  sd_bus* bus_;
+  std::string path_;
+};
+
+void start(const std::string& unit, const std::vector<std::string>& command, const ApplicationIdentity& identity) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  auto bus = openSystemBus(deadline).value();
+  check(sd_bus_set_method_call_timeout(bus.get(), std::chrono::microseconds(patience).count()));
+  sd_bus_message* made = nullptr;
+  check(sd_bus_message_new_method_call(bus.get(), &made, systemd, "/org/freedesktop/systemd1",
+                                       "org.freedesktop.systemd1.Manager", "StartTransientUnit"));
+  BusMessage request(made);
+  writeService(request.get(), unit, command, identity);
+  BusError error;
+  auto reply = callUntil(deadline, bus.get(), request.get(), &error);
+  if (!reply) throw error.orElse(reply.error());
+
+  for (Service service(bus.get(), unit); std::chrono::steady_clock::now() < deadline;) {
+    if (auto outcome = outcomeOfStart(service.state())) return outcome->value();
+    std::this_thread::sleep_for(betweenLooks);
+  }
+  throw Failure(0, fmt::format("has not started in {} seconds", patience.count()));
+}
+
+}  // namespace
+
+std::optional<Result<void>> outcomeOfStart(const ServiceState& state) {
+  if (state.hasJob) return std::nullopt;
+  bool hasEnded = state.activeState == "failed" || state.activeState == "inactive";
+  if (hasEnded && state.result != "success") {
+    return Failure(0, fmt::format("{}, status {}", state.result, state.exitStatus));
+  }
+  if (hasEnded || state.runsApplication) return Result<void>();
+  return std::nullopt;
+}
+
+Result<void> startTransientService(const std::string& identifier, const std::string& path,
+                                   const std::vector<std::string>& arguments, const ApplicationIdentity& identity) {
+  if (!isUTF8(path)) return Failure(0, "its path is not UTF-8");
+  sd_id128_t random;
+  if (int result = sd_id128_randomize(&random); result < 0) return failureOf(-result);
+  auto unit = fmt::format("app-{}-{:016x}.service", identifier, random.qwords[0]);
+  auto command = arguments;
+  command.insert(command.begin(), path);
+  auto started = attempt([&] { start(unit, command, identity); });
+  if (!started) return Failure(started.error().number, fmt::format("{}: {}", unit, started.error().what()));
+  return {};
+}
+
+}  // namespace platform

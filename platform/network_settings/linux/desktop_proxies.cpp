@@ -1,0 +1,186 @@
+#include "platform/network_settings/linux/desktop_proxies.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <boost/json.hpp>
+#include <chrono>
+#include <mutex>
+#include <utility>
+
+#include "platform/network_settings/preferences.h"
+#include "platform/system/system_log.h"
+
+namespace platform {
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr char recordName[] = "services.json";
+constexpr std::chrono::seconds patience(2);
+
+/// Whether a step went well; the system log says why it did not.
+template <class Value>
+bool succeeded(const Result<Value>& step) {
+  if (!step) systemLog(fmt::format("Desktop proxies: {}", step.error().what()));
+  return step.has_value();
+}
+
+Result<ProxyRecord> load(const PrivateFolder& folder) {
+  auto file = folder.read(recordName);
+  if (!file) return file.error();
+  ProxyRecord record;
+  if (!*file) return record;
+  try {
+    const auto value = json::parse((*file)->text);
+    if (const auto* primary = value.at("primary").if_string()) record.primary = *primary;
+    for (const auto& service : value.at("services").as_array()) {
+      record.services.push_back(
+          {.id = std::string(service.at("id").as_string()), .isConnection = service.at("isConnection").as_bool()});
+    }
+  } catch (const std::exception& error) {
+    return Failure(0, fmt::format("{}: {}", recordName, error.what()));
+  }
+  return record;
+}
+
+Result<void> save(const ProxyRecord& record, const PrivateFolder& folder) {
+  json::array services;
+  for (const auto& [id, isConnection] : record.services) {
+    services.push_back({{"id", id}, {"isConnection", isConnection}});
+  }
+  json::object object{{"primary", nullptr}, {"services", services}};
+  if (record.primary) object["primary"] = *record.primary;
+  auto replaced = folder.replace(recordName, json::serialize(object));
+  if (!replaced) return replaced.error();
+  return {};
+}
+
+/// The stored proxies of a service, as programs are to be told of them.
+Result<DesktopProxy> proxyOf(PreferencesStore& store, const std::string& service) {
+  auto value = store.find(fmt::format("/{}/{}/{}", preferences::networkServices, service, preferences::proxiesEntity));
+  if (!value) return value.error();
+  const auto* proxies = *value ? (*value)->if_object() : nullptr;
+  if (!proxies) return DesktopProxy();
+  if (hasOnlyInlineScript(*proxies)) {
+    static std::once_flag isLogged;
+    std::call_once(isLogged, [] {
+      systemLog("Desktop proxies: a script that is not at a URL is only handed on to NetworkManager");
+    });
+  }
+  return desktopProxy(*proxies);
+}
+
+/// announce() over a connection of its own; returns when the bus has the signal.
+Result<void> announceNow(const std::string& service) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  return attempt([&] {
+    auto bus = openSystemBus(deadline).value();
+    announce(bus.get(), service).value();
+    // What the bus answers to, it has read after the signal.
+    sd_bus_message* made = nullptr;
+    check(sd_bus_message_new_method_call(bus.get(), &made, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                         "org.freedesktop.DBus.Peer", "Ping"));
+    const BusMessage request(made);
+    callUntil(deadline, bus.get(), request.get(), nullptr).value();
+  });
+}
+
+}  // namespace
+
+void ProxyRecord::add(const std::string& service) {
+  bool isKnown = std::any_of(services.begin(), services.end(), [&](const auto& known) { return known.id == service; });
+  if (!isKnown) services.push_back({.id = service});
+}
+
+void ProxyRecord::remove(const std::string& service) {
+  std::erase_if(services, [&](const auto& known) { return known.id == service; });
+}
+
+std::optional<std::string> ProxyRecord::source() const {
+  auto found = std::find_if(services.begin(), services.end(), [&](const auto& known) { return known.id == primary; });
+  if (found == services.end()) {
+    found = std::find_if(services.begin(), services.end(), [](const auto& known) { return !known.isConnection; });
+  }
+  if (found == services.end()) return std::nullopt;
+  return found->id;
+}
+
+DesktopProxies::DesktopProxies(const std::string& service) : service_(service) {}
+
+void DesktopProxies::start() {
+  succeeded(attempt([&] {
+    const auto database = DesktopDatabase::open(service_).value();
+    published_ = database.openPublished().value();
+    record_ = load(database.folder()).value();
+  }));
+  succeeded(attempt([&] {
+    end_ = EventSource::exit([this] {
+      publishNone();
+      withdrawDesktopProxies(service_);
+    });
+    primary_ = std::make_unique<PrimaryConnection>([this](const auto& primary) { setPrimary(primary); });
+  }));
+}
+
+void DesktopProxies::setPrimary(const std::optional<std::string>& primary) {
+  if (isPrimaryKnown_ && record_.primary == primary) return;
+  isPrimaryKnown_ = true;
+  record_.primary = primary;
+  auto store = PreferencesStore::open("/var/lib/" + service_);
+  publish(succeeded(store) ? &*store : nullptr);
+}
+
+void DesktopProxies::publish(PreferencesStore& store, const std::set<std::string>& set,
+                             const std::set<std::string>& off) {
+  for (const auto& service : set) record_.add(service);
+  for (const auto& service : off) record_.remove(service);
+  publish(&store);
+}
+
+void DesktopProxies::publishKnowing(PreferencesStore& store, const std::set<std::string>& connections) {
+  bool isNews = false;
+  for (auto& [id, isConnection] : record_.services) {
+    bool was = std::exchange(isConnection, connections.contains(id));
+    isNews = isNews || was != isConnection;
+  }
+  if (isNews) publish(&store);
+}
+
+void DesktopProxies::publishNone() {
+  publish(nullptr);
+}
+
+void DesktopProxies::publish(PreferencesStore* store) {
+  const auto before = std::move(published_);
+  succeeded(attempt([&] { replacePublished(store); }));
+  // Here as well, since its file or the folder may be gone, or no further descriptor be had.
+  succeeded(invalidate(before));
+  auto* bus = primary_ ? primary_->bus() : nullptr;
+  succeeded(bus ? announce(bus, service_) : Failure(0, "there is no system bus to tell running programs"));
+}
+
+void DesktopProxies::replacePublished(PreferencesStore* store) {
+  const auto database = DesktopDatabase::open(service_).value();
+  const auto source = record_.source();
+  // What cannot be recorded or read is not published: the next helper could not know of it.
+  auto proxy = attempt([&] {
+    save(record_, database.folder()).value();
+    return store && source ? proxyOf(*store, *source).value() : DesktopProxy();
+  });
+  if (!succeeded(proxy)) proxy = DesktopProxy();
+  database.publish(*proxy, source.value_or("")).value();
+  published_ = database.openPublished().value();
+}
+
+bool withdrawDesktopProxies(const std::string& service) {
+  const auto database = DesktopDatabase::open(service);
+  if (!succeeded(database)) return false;
+  bool isForgotten = succeeded(database->folder().remove(recordName));
+  bool isOff = succeeded(database->publish({}, ""));
+  succeeded(announceNow(service));
+  return isForgotten && isOff;
+}
+
+}  // namespace platform

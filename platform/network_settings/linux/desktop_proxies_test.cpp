@@ -1,0 +1,47 @@
+#include "platform/network_settings/linux/desktop_proxies.h"
+
+#include <gtest/gtest.h>
+
+#include <boost/json.hpp>
+
+namespace platform {
+namespace {
+
+namespace json = boost::json;
+
+// Programs that read the database for real are in tests/system/test_desktop_proxies.py.
+
+TEST(DesktopProxies, ThoseOfThePrimaryConnectionHoldElseOfTheFirstServiceThatIsNone) {
+  ProxyRecord record;
+  EXPECT_EQ(record.source(), std::nullopt);
+  for (auto service : {"a", "b", "a", "c", "d"}) record.add(service);
+  EXPECT_EQ(record.services.size(), 4u);
+  EXPECT_EQ(record.source(), std::nullopt) << "as far as is known, all are connections";
+  record.primary = "b";
+  EXPECT_EQ(record.source(), "b");
+  record.primary = "another";
+  EXPECT_EQ(record.source(), std::nullopt);
+  record.services[3].isConnection = record.services[2].isConnection = false;
+  EXPECT_EQ(record.source(), "c");
+  record.primary = "d";
+  EXPECT_EQ(record.source(), "d");
+  record.remove("d");
+  EXPECT_EQ(record.source(), "c");
+}
+
+TEST(DesktopProxies, WhatIsNotUsableIsOff) {
+  auto words = [](const char* proxies) {
+    return json::serialize(inPlainWords(desktopProxy(json::parse(proxies).get_object())));
+  };
+  for (auto off : {"{}", R"({"HTTPEnable":1,"HTTPProxy":"a b","HTTPPort":1})", R"({"HTTPEnable":1,"HTTPProxy":"a"})",
+                   R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"file:///a","HTTPEnable":1})"}) {
+    EXPECT_EQ(words(off), R"({"mode":"none"})") << off;
+    EXPECT_TRUE(dconfValues(desktopProxy(json::parse(off).get_object())).empty());
+  }
+  EXPECT_EQ(words(R"({"HTTPEnable":1,"HTTPProxy":"a","HTTPPort":0,"SOCKSEnable":1,"SOCKSProxy":"::1","SOCKSPort":2,
+                      "ExceptionsList":["10/8",".a","b.","\"","fe80::/10",1],"ExcludeSimpleHostnames":1})"),
+            R"({"mode":"manual","socks":"[::1]:2","exceptions":["10.0.0.0/8","*.a","b","fe80::/10","<local>"]})");
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,20 @@
+// GVDB, the format of dconf's databases: a hash table of serialised GVariants (gvdb-format.h in GLib's sources,
+// "GVariant Specification" in its documentation).
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace platform {
+
+/// Of the GVariant types b, i, s and as. Texts are UTF-8 without a NUL.
+using GVDBValue = std::variant<bool, std::int32_t, std::string, std::vector<std::string>>;
+
+/// The bytes of a database that holds values by their paths ("/system/proxy/mode"), and a lock for each of them.
+/// Without values it is a database that says nothing.
+std::string gvdbFile(const std::map<std::string, GVDBValue>& values);
+
+}  // namespace platform

@@ -1,0 +1,77 @@
+#include "platform/network_settings/proxy_report.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+#include "platform/network_settings/linux/desktop_database.h"
+#include "platform/network_settings/linux/network_manager.h"
+
+namespace platform {
+
+namespace {
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path);
+  std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  while (text.ends_with('\n')) text.pop_back();
+  return text;
+}
+
+std::string outputOf(const char* command) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command, "re"), &pclose);
+  char line[256] = "";
+  if (!pipe || !std::fgets(line, sizeof line, pipe.get())) return {};
+  std::string text = line;
+  while (text.ends_with('\n')) text.pop_back();
+  return text;
+}
+
+ProxyPlace desktop(const std::string& service) {
+  const auto words = contentOf(fmt::format("/run/{}/proxies.json", service));
+  const auto name = desktopDatabaseName(service);
+  bool isRead = contentOf("/etc/dconf/profile/user").find("system-db:" + name) != std::string::npos &&
+                !contentOf("/etc/dconf/db/" + name).empty();
+  return {.name = "all users' desktops",
+          .setting = words.empty() ? "none" : words,
+          .readers = isRead ? "Chromium and Firefox, GNOME's and other GLib programs"
+                            : fmt::format("nobody: /etc/dconf/profile/user does not name {}", name)};
+}
+
+/// What dconf has in the end for who asks, the locks of an administrator and a profile of the user's own counted in.
+ProxyPlace own() {
+  auto mode = outputOf("gsettings get org.gnome.system.proxy mode 2>/dev/null");
+  return {.name = "your desktop",
+          .setting = mode.empty() ? "unknown: gsettings does not tell" : "mode " + mode,
+          .readers = "the same programs, when you start them"};
+}
+
+std::string inWords(const ProxySetting& proxy) {
+  if (!proxy.automatic) return "none";
+  return proxy.pacURL.empty() ? "a PAC script" : "PAC " + proxy.pacURL;
+}
+
+}  // namespace
+
+std::vector<ProxyPlace> proxyPlaces(const std::string& service) {
+  std::vector<ProxyPlace> places{desktop(service), own()};
+  const char* readers = "pacrunner, and programs that ask it";
+  auto connections = NetworkManager().connections();
+  if (!connections) {
+    places.push_back({.name = "NetworkManager",
+                      .setting = fmt::format("unknown: {}", connections.error().what()),
+                      .readers = readers});
+    return places;
+  }
+  for (const auto& connection : *connections) {
+    places.push_back({.name = fmt::format("NetworkManager, {} ({})", connection.name, connection.uuid),
+                      .setting = inWords(connection.proxy),
+                      .readers = readers});
+  }
+  return places;
+}
+
+}  // namespace platform

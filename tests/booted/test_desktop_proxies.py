@@ -1,0 +1,56 @@
+"""The desktop's proxy and the ends of the helper, under its real unit."""
+
+import json
+from pathlib import Path
+
+from harness import SERVICE, wait_until
+from machine import UNIT, MachineTest, run, show
+
+FOLDER = Path("/run") / SERVICE
+SET = json.dumps({"command": "set-proxy", "payload": {"tunnel": {"HTTPEnable": 1, "HTTPProxy": "127.0.0.1", "HTTPPort": 1}},
+                  "cleanup": False})
+
+
+def mode():
+    return json.loads((FOLDER / "proxies.json").read_text())["mode"]
+
+
+class DesktopProxies(MachineTest):
+    def set(self):
+        client = self.client()
+        self.assertEqual(self.ask(client, f"json {SET}"), {"result": "success"})
+        self.assertEqual(mode(), "manual")
+        return client
+
+    def wait_until_off(self):
+        wait_until(lambda: mode() == "none", "the proxy is off")
+        self.assertFalse((FOLDER / "services.json").exists(), "the next helper does not bring it back")
+
+    def test_every_end_but_stop_takes_them_off(self):
+        for number in ("KILL", "SEGV", "ABRT", "INT", "TERM"):
+            with self.subTest(number):
+                self.set()
+                run("systemctl", "kill", f"--signal={number}", "--kill-whom=main", UNIT)
+                self.wait_until_off()
+        self.set()
+        run("systemctl", "stop", UNIT)
+        self.wait_until_off()
+
+    def test_stop_leaves_them_to_the_next_helper(self):
+        client = self.set()
+        before = show(UNIT, "ExecMainPID")
+        print("stop", file=client.stdin, flush=True)
+        wait_until(lambda: show(UNIT, "ActiveState") == "inactive", "it has stopped")
+        self.assertEqual(mode(), "manual")
+        client = self.client()
+        self.assertIn("version", self.ask(client, "version"))
+        self.assertNotEqual(show(UNIT, "ExecMainPID"), before)
+        self.assertEqual(mode(), "manual")
+        run("systemctl", "kill", "--signal=KILL", "--kill-whom=main", UNIT)
+        self.wait_until_off()
+
+    def test_they_are_installed_for_everybody_to_read(self):
+        self.assertEqual(Path(f"/etc/dconf/db/{SERVICE.replace('.', '_')}").resolve(), FOLDER / "dconf")
+        self.assertIn(f"  # {SERVICE}\n", Path("/etc/dconf/profile/user").read_text())
+        for name in (".", "dconf", "proxies.json"):
+            self.assertTrue((FOLDER / name).stat().st_mode & 0o004, name)

@@ -1,0 +1,60 @@
+"""The service's own life: started by its socket, killed, stopped, and gone with the machine."""
+
+import os
+import signal
+import subprocess
+import unittest
+
+from machine import MEMBER, STRANGER, UNIT, MachineTest, connected, ensure_installed, in_session, proxy_method, run, show
+from harness import ENDPOINT, SERVICE, read_line, wait_until
+
+TEMPORARY = "set-proxy Wired http=127.0.0.1:8080 temporary"
+
+
+def set_temporary_proxy_and_stay():
+    """For run: the machine is to go while this is so."""
+    ensure_installed()
+    connected()
+    client = in_session(MEMBER, "Brimo", "--json")
+    print(TEMPORARY, file=client.stdin, flush=True)
+    assert read_line(client) == '{"result":"success"}'
+    wait_until(lambda: proxy_method() == "auto", "the proxy is set")
+
+
+class Life(MachineTest):
+    def test_the_socket_starts_it_and_starts_it_again(self):
+        run("systemctl", "stop", UNIT)
+        self.assertEqual(show(UNIT, "ActiveState"), "inactive")
+        self.assertEqual(run("Brimo", "version"), "helper build 618\n")
+        before = int(show(UNIT, "MainPID"))
+        self.assertGreater(before, 0)
+        for _ in range(6):  # more often than systemd's limits of starts and of activations by themselves would let it
+            os.kill(int(show(UNIT, "MainPID")), signal.SIGKILL)
+            self.assertEqual(run("Brimo", "version"), "helper build 618\n")
+        self.assertNotEqual(int(show(UNIT, "MainPID")), before)
+        self.assertEqual(show(f"{SERVICE}.socket", "ActiveState"), "active")
+
+    def test_who_may_ask(self):
+        self.assertEqual(self.ask(self.client(), "version"), {"version": 618})
+        # The group is the process's own there, and not its executable's gift.
+        by_sg = self.start(MEMBER, "sg", "brimo", "-c", "Brimo version")
+        self.assertIn("refused", by_sg.communicate()[1])
+        stranger = self.start(STRANGER, "sh", "-c", "Brimo version")
+        self.assertIn("Permission denied", stranger.communicate()[1])
+
+    def test_stopping_it_takes_the_proxies_off(self):
+        connected()
+        client = self.client()
+        self.assertEqual(self.ask(client, TEMPORARY), {"result": "success"})
+        self.assertEqual(proxy_method(), "auto")
+        run("systemctl", "stop", UNIT)
+        self.assertEqual(proxy_method(), "none")
+        self.assertEqual(show(UNIT, "Result"), "success")
+
+    def test_the_exposure_is_what_it_was(self):
+        report = run("systemd-analyze", "security", "--no-pager", "--threshold=34", UNIT)
+        self.assertIn("Overall exposure level", report)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,100 @@
+"""Desktops of two users in the tests' namespaces, for the system tests and the demonstration."""
+
+import configparser
+import json
+import os
+import shutil
+import subprocess
+from pathlib import Path
+
+from harness import ENVIRONMENT, SERVICE, TESTS, kill_group, read_line, run_as_user, wait_until
+
+FOLDER = Path("/run") / SERVICE
+DATABASE = FOLDER / "dconf"
+PLAIN_WORDS = FOLDER / "proxies.json"
+PYTHON = "/usr/bin/python3"
+# Of the desktop's environment, what GLib goes by; no session bus.
+DESKTOP = ENVIRONMENT | {"XDG_CURRENT_DESKTOP": "GNOME", "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent"}
+del DESKTOP["PYTHONHOME"]
+
+# A program that runs, and prints at each line of its input which proxies GLib has for a URL in it.
+RESOLVER = """
+import sys
+from gi.repository import Gio, GLib
+resolver, loop = Gio.ProxyResolver.get_default(), GLib.MainLoop()
+def answer(source, condition):
+    line = sys.stdin.readline()
+    if not line:
+        loop.quit()
+    else:
+        print(*resolver.lookup(line.strip()), flush=True)
+    return bool(line)
+GLib.io_add_watch(0, GLib.IOCondition.IN | GLib.IOCondition.HUP, answer)
+loop.run()
+"""
+
+
+def install(profile=None):
+    """What the packages put under /etc and make at boot, over what the machine has there."""
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", "/etc/dconf"], check=True)
+    subprocess.run(["systemd-tmpfiles", "--create", TESTS / "packaging/tmpfiles.conf"], check=True)
+    if profile:
+        Path("/etc/dconf/profile").mkdir()
+        Path("/etc/dconf/profile/user").write_text(profile)
+    return profile_script("add")
+
+
+def profile_script(action):
+    return subprocess.run([TESTS / "packaging/dconf-profile", action, SERVICE], check=True, capture_output=True, text=True).stderr
+
+
+def proxies_off(code="killed", status="KILL"):
+    """What the service manager does when the helper has ended."""
+    subprocess.run([TESTS / "bin/BrimoProxiesOff"], env=ENVIRONMENT | {"EXIT_CODE": code, "EXIT_STATUS": status}, check=True)
+
+
+def plain_words():
+    return json.loads(PLAIN_WORDS.read_text())
+
+
+class User:
+    """A user with programs that run."""
+
+    def __init__(self, test, number):
+        self.test, self.number = test, number
+        home = Path(f"/tmp/home-{number}")
+        home.mkdir(exist_ok=True)
+        os.chown(home, number, number)
+        test.addCleanup(shutil.rmtree, home, ignore_errors=True)
+        self.environment = DESKTOP | {"HOME": str(home)}
+        self.resolver = self.start([PYTHON, "-c", RESOLVER], stdin=subprocess.PIPE)
+        self.resolve()
+
+    def start(self, command, **options):
+        process = run_as_user(command, user=self.number, env=self.environment, **options)
+        self.test.addCleanup(self._end, process)
+        return process
+
+    @staticmethod
+    def _end(process):
+        kill_group(process)
+        process.communicate()
+
+    def run(self, *command):
+        process = self.start(command)
+        out, err = process.communicate(timeout=20)
+        self.test.assertEqual(process.returncode, 0, err)
+        return out.rstrip("\n")
+
+    def dump(self):
+        """The user's proxy settings as dconf has them: {"http": {"port": "1"}}."""
+        parser = configparser.ConfigParser(interpolation=None)
+        parser.read_string(self.run("dconf", "dump", "/system/proxy/"))
+        return {section.strip("/"): dict(parser[section]) for section in parser.sections()}
+
+    def resolve(self, url="http://page.example/"):
+        print(url, file=self.resolver.stdin, flush=True)
+        return read_line(self.resolver)
+
+    def wait_for(self, proxies, url="http://page.example/"):
+        wait_until(lambda: self.resolve(url) == proxies, f"user {self.number} has {proxies} for {url}")
