@@ -7,7 +7,7 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from harness import DEADLINE, ENDPOINT, LOG, SERVICE, read_line, wait_until
+from harness import DEADLINE, LOG, SERVICE, read_line, wait_until
 
 HERE = Path("/opt/booted")
 UNIT = f"{SERVICE}.service"
@@ -36,7 +36,9 @@ def install(folder):
 
 
 def ensure_installed():
-    """The packages, and two users."""
+    """The packages, and two users; NetworkManager leaves interfaces alone unless it is asked."""
+    Path("/etc/NetworkManager/conf.d/test.conf").write_text("[main]\nno-auto-default=*\n[device]\nmanaged=0\n")
+    run("systemctl", "reload", "NetworkManager")
     if not CONTENTS.exists():
         install("first")
     for user, groups in ((MEMBER, ["-G", "brimo"]), (STRANGER, [])):

@@ -8,8 +8,8 @@ import threading
 import unittest
 from pathlib import Path
 
-from machine import CONTENTS, MEMBER, UNIT, MachineTest, install, packages, run, show
-from harness import ENDPOINT, LOG, SERVICE, wait_until
+from machine import CONTENTS, MEMBER, UNIT, MachineTest, install, run, show
+from harness import ENDPOINT, LOG, SERVICE
 
 HOLDS = ["/usr/libexec/brimo", "/usr/lib/brimo", "/usr/bin/Brimo", ENDPOINT, f"/var/lib/{SERVICE}", str(LOG),
          f"/lib/systemd/system/{UNIT}", f"/etc/systemd/system/sockets.target.wants/{SERVICE}.socket"]

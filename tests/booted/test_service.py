@@ -2,11 +2,10 @@
 
 import os
 import signal
-import subprocess
 import unittest
 
 from machine import MEMBER, STRANGER, UNIT, MachineTest, connected, ensure_installed, in_session, proxy_method, run, show
-from harness import ENDPOINT, SERVICE, read_line, wait_until
+from harness import SERVICE, read_line, wait_until
 
 TEMPORARY = "set-proxy Wired http=127.0.0.1:8080 temporary"
 
