@@ -154,7 +154,10 @@ Message Connection::Implementation::messageOf(Frame frame) {
 }
 
 void Connection::Implementation::terminate() {
-  deliver(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
+  // The handler keeps the connection.
+  if (auto handler = std::exchange(handler_, nullptr)) {
+    (*handler)(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
+  }
   close();
 }
 
