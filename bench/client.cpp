@@ -5,9 +5,8 @@
 //   version COUNT  round trip of "version" (µs)
 //   connections PROCESSES   look-ups of new connections (connections.cpp)
 //   beside COUNT   round trips of "version" of one client (µs) beside the look-ups of another (connections.cpp)
-//   throughput COUNT  look-ups a second of the sockets on standard input (protocol, address, owner), COUNT in all: by 1
-//   and 8
-//                     threads that wait for each, and with 64 under way
+//   throughput COUNT  look-ups a second of the sockets on standard input (protocol, address, owner), COUNT in all:
+//                     by 1 and 8 threads that wait for each, and with 64 under way
 //   proxies COUNT  "set-proxy" of the services on standard input, a name and their IDs a line (µs), COUNT each:
 //                  "together/NAME" in one command; with a COUNT of 2 or more, "singly/NAME" in a command for each
 #include <brimo/HelperClient.h>
