@@ -1,7 +1,13 @@
 # Boost.JSON and Boost.URL from Debian's headers, which hold the sources too.
 set(Boost_VERSION 1.81.0)
 foreach(name json url)
-  file(CONFIGURE OUTPUT boost_${name}.cpp CONTENT "#include <boost/${name}/src.hpp>\n")
+  # Newer headers come without the sources of Boost.URL; what uses it is then compiled, but cannot be linked.
+  set(sources boost/${name}/src.hpp)
+  file(STRINGS ${BRH_MACOS_LIBRARIES}/usr/include/${sources} isDiscontinued REGEX "^#error")
+  if(isDiscontinued)
+    set(sources boost/version.hpp)
+  endif()
+  file(CONFIGURE OUTPUT boost_${name}.cpp CONTENT "#include <${sources}>\n")
   add_library(boost_${name} STATIC ${CMAKE_CURRENT_BINARY_DIR}/boost_${name}.cpp)
   target_include_directories(boost_${name} SYSTEM PUBLIC ${BRH_MACOS_LIBRARIES}/usr/include)
   target_compile_definitions(boost_${name} PUBLIC BOOST_ALL_NO_LIB BOOST_CONTAINER_NO_LIB)

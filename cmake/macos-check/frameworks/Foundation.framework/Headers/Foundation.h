@@ -34,7 +34,7 @@
 @interface NSError : NSObject
 @end
 
-@interface NSException : NSObject
+__attribute__((objc_exception)) @interface NSException : NSObject
 @end
 
 @interface NSURL : NSObject
