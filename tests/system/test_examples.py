@@ -33,8 +33,9 @@ class Application(HelperTest):
         found = {}
         for folder in Path("/proc").glob("[0-9]*"):
             try:
-                if os.readlink(folder / "exe") == str(EXAMPLE):
-                    found[int(folder.name)] = (folder / "cmdline").read_bytes().split(b"\0")[1:-1]
+                arguments = (folder / "cmdline").read_bytes()  # none while it is being executed, or has ended
+                if arguments and os.readlink(folder / "exe") == str(EXAMPLE):
+                    found[int(folder.name)] = arguments.split(b"\0")[1:-1]
             except OSError:
                 pass
         return found

@@ -50,10 +50,10 @@ Result<FileDescriptor> DesktopDatabase::openPublished() const {
   return folder_.openToWrite(database);
 }
 
-Result<void> invalidate(const FileDescriptor& database) {
-  static constexpr char signature[8] = {};  // without its own, dconf takes a database for one that has been replaced
-  if (!database) return {};
-  return resultOfCall(static_cast<int>(pwrite(database.get(), signature, sizeof signature, 0)));
+Result<void> invalidate(const FileDescriptor& file) {
+  static constexpr char signature[8] = {};  // without its own, dconf takes a file for one that has been replaced
+  if (!file) return {};
+  return resultOfCall(static_cast<int>(pwrite(file.get(), signature, sizeof signature, 0)));
 }
 
 std::string desktopDatabaseName(std::string service) {
