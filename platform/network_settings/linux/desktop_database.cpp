@@ -51,7 +51,7 @@ Result<FileDescriptor> DesktopDatabase::openPublished() const {
 }
 
 Result<void> invalidate(const FileDescriptor& file) {
-  static constexpr char signature[8] = {};  // without its own, dconf takes a file for one that has been replaced
+  static constexpr char signature[8] = {};  // without its own, dconf takes a database for one that has been replaced
   if (!file) return {};
   return resultOfCall(static_cast<int>(pwrite(file.get(), signature, sizeof signature, 0)));
 }
