@@ -25,7 +25,7 @@ constexpr std::chrono::milliseconds betweenLooks(20);
 
 /// An error of sd-bus's, released at the end.
 struct BusError : sd_bus_error {
-  BusError() : sd_bus_error(SD_BUS_ERROR_NULL) {}
+  BusError() : sd_bus_error{} {}
   BusError(const BusError&) = delete;
   BusError& operator=(const BusError&) = delete;
   ~BusError() { sd_bus_error_free(this); }

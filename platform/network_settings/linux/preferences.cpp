@@ -109,13 +109,13 @@ void Handover::findConnections() {
   for (const auto& [service, connection] : services_) uuids.push_back(service);
   auto found = manager_.findConnections(uuids).value();
   auto next = found.begin();
-  for (auto& [service, connection] : services_) {
-    note(service, attempt([&] {
-           connection = (next++)->value();
-           if (connection) {
-             projected_.insert(service);
+  for (auto& entry : services_) {
+    note(entry.first, attempt([&] {
+           entry.second = (next++)->value();
+           if (entry.second) {
+             projected_.insert(entry.first);
            } else {
-             projected_.erase(service);
+             projected_.erase(entry.first);
            }
          }));
   }
@@ -132,22 +132,24 @@ void Handover::projectAll() {
   const auto active = manager_.activeDevices().value();
   std::vector<std::string> services;
   std::vector<std::pair<NetworkManager::Path, NetworkManager::Change>> changes;
-  for (const auto& [service, connection] : services_) {
-    if (!connection) continue;
-    note(service, attempt([&] {
-           auto change = changeOf(service);
+  for (const auto& entry : services_) {
+    if (!entry.second) continue;
+    note(entry.first, attempt([&] {
+           auto change = changeOf(entry.first);
            if (!change.proxy && !change.ipv4) return;
-           services.push_back(service);
-           changes.emplace_back(*connection, std::move(change));
+           services.push_back(entry.first);
+           changes.emplace_back(*entry.second, std::move(change));
          }));
   }
   auto updates = manager_.update(changes).value();
   for (std::size_t index = 0; index < changes.size(); ++index) {
-    const auto& [connection, change] = changes[index];
+    const auto& entry = changes[index];
     note(services[index], attempt([&] {
            updates[index].value();
-           auto [first, last] = active.equal_range(connection);
-           for (auto device = first; device != last; ++device) manager_.reapply(device->second.path, change).value();
+           auto [first, last] = active.equal_range(entry.first);
+           for (auto device = first; device != last; ++device) {
+             manager_.reapply(device->second.path, entry.second).value();
+           }
          }));
   }
 }
