@@ -37,7 +37,7 @@ class Life(MachineTest):
         self.assertEqual(self.ask(self.client(), "version"), {"version": 618})
         # The group is the process's own there, and not its executable's gift.
         by_sg = self.start(MEMBER, "sg", "brimo", "-c", "Brimo version")
-        self.assertIn("refused", by_sg.communicate()[1])
+        self.assertIn("does not admit", by_sg.communicate()[1])
         stranger = self.start(STRANGER, "sh", "-c", "Brimo version")
         self.assertIn("Permission denied", stranger.communicate()[1])
 
