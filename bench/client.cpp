@@ -5,26 +5,55 @@
 //   version COUNT  round trip of "version" (µs)
 //   connections PROCESSES   look-ups of new connections (connections.cpp)
 //   beside COUNT   round trips of "version" of one client (µs) beside the look-ups of another (connections.cpp)
+//   throughput COUNT  look-ups a second of the sockets on standard input (protocol, address, owner), COUNT in all: by 1
+//   and 8
+//                     threads that wait for each, and with 64 under way
 //   proxies COUNT  "set-proxy" of the services on standard input, a name and their IDs a line (µs), COUNT each:
 //                  "together/NAME" in one command; with a COUNT of 2 or more, "singly/NAME" in a command for each
+#include <brimo/HelperClient.h>
 #include <fmt/format.h>
 
-#include <boost/json.hpp>
+#include <atomic>
 #include <cstdlib>
+#include <future>
 #include <iostream>
 #include <iterator>
 #include <map>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "bench/connections.h"
 #include "bench/measure.h"
 #include "bench/running_helper.h"
-#include "client/HelperClient.h"
 
 namespace {
 
 const char* helperExecutable;
+
+/// A socket and the process that owns it.
+struct Case {
+  brimo::Transport transport;
+  std::string address;
+  std::int32_t owner;
+};
+
+std::vector<Case> readCases() {
+  std::vector<Case> cases;
+  std::string protocol, address;
+  for (std::int32_t owner = 0; std::cin >> protocol >> address >> owner;) {
+    cases.push_back({protocol == "udp" ? brimo::Transport::udp : brimo::Transport::tcp, address, owner});
+  }
+  return cases;
+}
+
+/// The answer to a request.
+template <class Value>
+Value ask(brimo::HelperClient& client, const brimo::Request<Value>& request) {
+  auto result = client.call(request);
+  if (!result) throw std::runtime_error(result.error().message);
+  return *result;
+}
 
 void print(const std::string& name, double value) {
   fmt::print("{} {}\n", name, value);
@@ -36,7 +65,7 @@ void measureStart(int count) {
     auto start = std::chrono::steady_clock::now();
     bench::Helper helper(helperExecutable);
     brimo::HelperClient client;
-    client.version();
+    ask(client, brimo::version());
     std::chrono::duration<double, std::micro> time = std::chrono::steady_clock::now() - start;
     values["start"].push_back(time.count());
     values["VmRSS"].push_back(helper.memory("status", "VmRSS:"));
@@ -46,12 +75,57 @@ void measureStart(int count) {
   for (const auto& [name, list] : values) print(name, bench::median(list));
 }
 
+/// Look-ups a second by threads that together keep so many under way; of each thread's own, when there is one each, by
+/// waiting.
+double lookupsPerSecond(const Case& next, int threadCount, int underWay, int count) {
+  bench::Helper helper(helperExecutable);
+  brimo::HelperClient client;
+  auto request = brimo::processLookup(next.transport, brimo::parseSocketAddress(next.address).value());
+  ask(client, request);
+  std::atomic<int> begun = 0, right = 0;
+  std::promise<void> finished;
+  brimo::Request<std::optional<brimo::SocketOwner>>::Handler handler = [&](auto owner) {
+    if (owner && *owner && (*owner)->pid == next.owner && ++right == count) finished.set_value();
+    if (++begun <= count) client.send(request, handler);
+  };
+  auto work = [&](int share) {
+    if (underWay > threadCount) {
+      for (int number = 0; number < share; ++number, ++begun) client.send(request, handler);
+    } else {
+      for (int number = 0; number < count / threadCount; ++number) {
+        if (auto owner = ask(client, request); !owner || owner->pid != next.owner)
+          throw std::runtime_error("wrong owner");
+      }
+    }
+  };
+  std::vector<std::thread> threads;
+  auto time = bench::microseconds([&] {
+    for (int number = 0; number < threadCount; ++number) threads.emplace_back(work, underWay / threadCount);
+    for (auto& thread : threads) thread.join();
+    if (underWay > threadCount) finished.get_future().get();
+  });
+  return count / time * 1e6;
+}
+
+void measureThroughput(int count) {
+  for (const auto& next : readCases()) {
+    for (int threads : {1, 8}) {
+      for (int underWay : {threads, 64}) {
+        print(fmt::format("throughput/{}/{}-threads/{}-under-way", next.address, threads, underWay),
+              lookupsPerSecond(next, threads, underWay, count));
+      }
+    }
+  }
+}
+
 void setProxies(brimo::HelperClient& client, const std::vector<std::string>& services) {
   static int port = 0;
   port = port % 60'000 + 1;  // another value each time
-  boost::json::object proxies{{"HTTPEnable", 1}, {"HTTPProxy", "127.0.0.1"}, {"HTTPPort", port}}, payload;
+  brimo::Proxies proxies;
+  proxies.http = {"127.0.0.1", static_cast<std::uint16_t>(port)};
+  std::map<std::string, brimo::Proxies> payload;
   for (const auto& service : services) payload[service] = proxies;
-  client.setProxies(payload, std::nullopt);
+  ask(client, brimo::setProxies(payload, brimo::ProxyLifetime::permanent));
 }
 
 void measureProxies(int count) {
@@ -80,15 +154,18 @@ int main(int count, char** values) try {
   } else if (what == "version") {
     bench::Helper helper(helperExecutable);
     brimo::HelperClient client;
-    print("version", bench::medianMicroseconds(std::atoi(values[3]), [&] { client.version(); }));
+    print("version", bench::medianMicroseconds(std::atoi(values[3]), [&] { ask(client, brimo::version()); }));
   } else if (what == "connections") {
     bench::measureConnections(helperExecutable, std::atoi(values[3]));
   } else if (what == "beside") {
     bench::measureBeside(helperExecutable, std::atoi(values[3]));
+  } else if (what == "throughput") {
+    measureThroughput(std::atoi(values[3]));
   } else if (what == "proxies") {
     measureProxies(std::atoi(values[3]));
   } else {
-    throw std::invalid_argument("usage: bench_client HELPER start|version|connections|beside|proxies NUMBER");
+    throw std::invalid_argument(
+        "usage: bench_client HELPER start|version|connections|beside|throughput|proxies NUMBER");
   }
 } catch (const std::exception& error) {
   fmt::print(stderr, "bench_client: {}\n", error.what());

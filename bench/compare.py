@@ -7,6 +7,7 @@ it. Argument: the build folder. Exit status 1 when something could not be run, w
 import json
 import os
 import re
+import socket
 import shutil
 import statistics
 import subprocess
@@ -131,6 +132,16 @@ def print_numbers():
     print(f"\n4 MiB of JSON numbers, parsed: {rate:.0f} MB/s\n  " + goal("at least 50 MB/s", rate >= 50))
 
 
+def print_throughput():
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        address = "127.0.0.1:%d" % server.getsockname()[1]
+        rates = client("throughput", "4000", input=f"tcp {address} {os.getpid()}\n")
+    print("\nlook-ups a second of a listening socket through the client library")
+    for threads in (1, 8):
+        waiting, together = (rates[f"throughput/{address}/{threads}-threads/{count}-under-way"] for count in (threads, 64))
+        print(f"{f'{threads} thread(s)':22}{waiting:10.0f} waiting for each{together:10.0f} with 64 under way")
+
+
 def print_queues(measured):
     print("\none million elements through HXFIFOQueue and through a std::deque under a mutex, medians of processor time in ms")
     print(f"{'':38}{'HXFIFOQueue':>12}{'std::deque':>12}{'ratio':>8}")
@@ -153,6 +164,7 @@ def main():
     processors = os.sched_getaffinity(0)
     connections.print_table(connections.measure(client), goal)
     print_round_trips(round_trips(processors), round_trips({min(processors)}), log_on_disk(disk, {min(processors)}))
+    print_throughput()
     print_start(client("start", "21"))
     print_numbers()
     print_queues(queues())

@@ -1,6 +1,7 @@
 #include "bench/connections.h"
 
 #include <arpa/inet.h>
+#include <brimo/HelperClient.h>
 #include <fmt/format.h>
 #include <linux/inet_diag.h>
 #include <linux/netlink.h>
@@ -22,8 +23,6 @@
 
 #include "bench/measure.h"
 #include "bench/running_helper.h"
-#include "client/HelperClient.h"
-#include "platform/ipc/client.h"
 
 namespace bench {
 
@@ -250,39 +249,26 @@ Cost run(std::vector<std::string> words) {
   return {.processor = time(usage.ru_utime) + time(usage.ru_stime), .wall = wall};
 }
 
-platform::ipc::Data record(const sockaddr_in& address) {
-  platform::ipc::Data bytes(128);
-  bytes[0] = 16;
-  bytes[1] = 2;
-  std::memcpy(&bytes[2], &address.sin_port, 2);
-  std::memcpy(&bytes[4], &address.sin_addr, 4);
-  return bytes;
-}
-
-/// Asks the helper as a client does; by the protocol itself, so that helpers of any age can be measured.
+/// Asks the helper as a client does.
 class Asker {
  public:
-  Asker() { connection_ = platform::ipc::ClientConnection::connect(HelperServiceName).value(); }
-
   void lookUp(const Case& which, const Clients::Made& made, const sockaddr_in& proxy) {
-    platform::ipc::Dictionary request{
-        {"command", "process-lookup"}, {"udp", which.protocol == "udp"}, {"address", record(made.from)}};
-    if (which.question == "remote") request.set("remote", record(proxy));
-    auto reply = ask(request);
-    const auto* pid = reply.get<std::int64_t>("pid");
-    if (!pid || *pid != made.pid) throw std::runtime_error("wrong owner in case " + which.name);
+    std::optional<brimo::SocketAddress> remote;
+    if (which.question == "remote") remote = addressOf(proxy);
+    auto transport = which.protocol == "udp" ? brimo::Transport::udp : brimo::Transport::tcp;
+    auto owner = client_.call(brimo::processLookup(transport, addressOf(made.from), remote));
+    if (!owner || !*owner || (*owner)->pid != made.pid) throw std::runtime_error("wrong owner in case " + which.name);
   }
 
-  void beRefused() { ask({{"command", "process-lookup"}, {"address", platform::ipc::Data(127)}}); }
+  /// A request of the same way that looks nothing up.
+  void beRefused() { client_.call(brimo::raDetect("")); }
 
  private:
-  platform::ipc::Dictionary ask(const platform::ipc::Dictionary& request) {
-    auto reply = connection_->sendWithReply(request);
-    if (!reply) throw std::runtime_error("no reply");
-    return std::move(*reply);
+  static brimo::SocketAddress addressOf(const sockaddr_in& address) {
+    return *brimo::socketAddress(reinterpret_cast<const sockaddr*>(&address));
   }
 
-  std::unique_ptr<platform::ipc::ClientConnection> connection_;
+  brimo::HelperClient client_;
 };
 
 void measure(const Case& which, const Helper& helper, Asker& asker) {
@@ -352,10 +338,10 @@ void measureBeside(const char* executable, int count) {
     for (; !isDone; ++lookups) asker.lookUp(among, clients.make(), clients.proxy());
   });
   brimo::HelperClient innocent;
-  innocent.version();
+  innocent.call(brimo::version());
   std::vector<double> times;
   for (int round = 0; round < count; ++round) {
-    times.push_back(microseconds([&] { innocent.version(); }));
+    times.push_back(microseconds([&] { innocent.call(brimo::version()); }));
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   isDone = true;

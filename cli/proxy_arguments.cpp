@@ -1,45 +1,68 @@
 #include "cli/proxy_arguments.h"
 
+#include <arpa/inet.h>
 #include <fmt/format.h>
 
-#include <boost/json.hpp>
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <map>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
 namespace brimo {
 
-namespace json = boost::json;
-
 namespace {
 
-const std::map<std::string, std::string> kinds{{"http", "HTTP"}, {"https", "HTTPS"}, {"socks", "SOCKS"}};
+const std::map<std::string, std::optional<ProxyServer> Proxies::*> kinds{
+    {"http", &Proxies::http}, {"https", &Proxies::https}, {"socks", &Proxies::socks}};
 
-void setFixedProxy(json::object& proxies, const std::string& kind, const std::string& value) {
+/// Whether a text is a host as a proxy may be told by: a name, an IPv4 address, or an IPv6 address in brackets.
+bool isHost(const std::string& text) {
+  if (text.size() > 2 && text.front() == '[' && text.back() == ']') {
+    in6_addr address;
+    return inet_pton(AF_INET6, text.substr(1, text.size() - 2).c_str(), &address) == 1;
+  }
+  auto isPlain = [](unsigned char c) { return std::isalnum(c) || c == '.' || c == '-' || c == '_'; };
+  return !text.empty() && std::all_of(text.begin(), text.end(), isPlain);
+}
+
+ProxyServer proxyServer(const std::string& value) {
   auto colon = value.rfind(':');
-  std::string host = value.substr(0, colon);
+  auto host = value.substr(0, colon);
   std::uint16_t port = 0;
   if (colon != value.npos) {
     const char* end = value.data() + value.size();
     auto [rest, error] = std::from_chars(value.data() + colon + 1, end, port);
     if (error != std::errc() || rest != end) port = 0;
   }
-  bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
-  if (bracketed) host = host.substr(1, host.size() - 2);
-  if (host.empty() || port == 0 || (host.find(':') != host.npos) != bracketed) {
+  if (port == 0 || !isHost(host)) {
     throw std::invalid_argument(fmt::format("\"{}\" is not a host and port: write proxy.example:8080", value));
   }
-  proxies[kind + "Enable"] = 1;
-  proxies[kind + "Proxy"] = host;
-  proxies[kind + "Port"] = port;
+  if (host.front() == '[') host = host.substr(1, host.size() - 2);
+  return {host, port};
 }
 
-json::array splitAtCommas(const std::string& text) {
-  json::array parts;
+std::string scriptURL(const std::string& value) {
+  auto hasScheme = [&](std::string_view scheme) { return value.size() > scheme.size() && value.starts_with(scheme); };
+  bool isURL = hasScheme("http://") || hasScheme("https://") || hasScheme("file:///") || hasScheme("data:");
+  auto isGraphic = [](unsigned char c) { return std::isgraph(c) != 0; };
+  if (!isURL || !std::all_of(value.begin(), value.end(), isGraphic)) {
+    throw std::invalid_argument(fmt::format("\"{}\" is no URL of a script: write http://host/proxy.pac", value));
+  }
+  return value;
+}
+
+std::vector<std::string> splitAtCommas(const std::string& text) {
+  std::vector<std::string> parts;
   std::istringstream stream(text);
   for (std::string part; std::getline(stream, part, ',');) {
-    if (!part.empty()) parts.emplace_back(part);
+    auto isGraphic = [](unsigned char c) { return std::isgraph(c) != 0; };
+    if (!std::all_of(part.begin(), part.end(), isGraphic)) {
+      throw std::invalid_argument(fmt::format("\"{}\" is no host to go to directly", part));
+    }
+    if (!part.empty()) parts.push_back(part);
   }
   return parts;
 }
@@ -49,20 +72,21 @@ json::array splitAtCommas(const std::string& text) {
 ProxyArguments parseProxyArguments(const std::vector<std::string>& words) {
   ProxyArguments result;
   if (words.size() == 1 && words[0] == "off") return result;
+  std::set<std::string> keys;
   for (const auto& word : words) {
     auto equals = word.find('=');
     auto key = word.substr(0, equals), value = equals == word.npos ? "" : word.substr(equals + 1);
+    if (!keys.insert(key).second) throw std::invalid_argument(fmt::format("\"{}\" is said twice", key));
     if (auto kind = kinds.find(key); kind != kinds.end()) {
-      setFixedProxy(result.proxies, kind->second, value);
-    } else if (key == "pac" && !value.empty()) {
-      result.proxies["ProxyAutoConfigEnable"] = 1;
-      result.proxies["ProxyAutoConfigURLString"] = value;
+      result.proxies.*kind->second = proxyServer(value);
+    } else if (key == "pac") {
+      result.proxies.automaticURL = scriptURL(value);
     } else if (key == "except") {
-      result.proxies["ExceptionsList"] = splitAtCommas(value);
+      result.proxies.exceptions = splitAtCommas(value);
     } else if (word == "except-simple") {
-      result.proxies["ExcludeSimpleHostnames"] = 1;
+      result.proxies.exceptSimpleNames = true;
     } else if (word == "temporary") {
-      result.cleanup = false;
+      result.lifetime = ProxyLifetime::untilAClientLeaves;
     } else {
       throw std::invalid_argument(fmt::format("\"{}\" is no proxy setting", word));
     }

@@ -1,16 +1,16 @@
 // Proxies as words of a command line.
 #pragma once
 
-#include <boost/json/object.hpp>
-#include <optional>
+#include <brimo/requests.h>
+
 #include <string>
 #include <vector>
 
 namespace brimo {
 
 struct ProxyArguments {
-  boost::json::object proxies;  ///< a proxies dictionary (SCSchemaDefinitions.h)
-  std::optional<bool> cleanup;  ///< as HelperClient::setProxies() takes it
+  Proxies proxies;
+  ProxyLifetime lifetime = ProxyLifetime::permanent;
 };
 
 /// Reads "http=HOST:PORT", "https=HOST:PORT", "socks=HOST:PORT", "pac=URL", "except=HOST,HOST", "except-simple" and

@@ -6,13 +6,10 @@
 #include <net/if.h>
 
 #include <array>
-#include <boost/json.hpp>
 #include <cctype>
 #include <cstring>
 
 namespace brimo {
-
-namespace json = boost::json;
 
 namespace {
 
@@ -101,10 +98,6 @@ bool addOption(RouterAdvertisement& result, Bytes option) {
   }
 }
 
-std::string lifetimeText(std::uint32_t seconds) {
-  return seconds == 0xFFFFFFFF ? "for ever" : fmt::format("{} s", seconds);
-}
-
 }  // namespace
 
 std::optional<RouterAdvertisement> decodeRouterAdvertisement(Bytes message, Bytes address) {
@@ -128,47 +121,6 @@ std::optional<RouterAdvertisement> decodeRouterAdvertisement(Bytes message, Byte
     options = options.subspan(length);
   }
   return result;
-}
-
-json::object RouterAdvertisement::json() const {
-  json::array prefixObjects;
-  for (const auto& prefix : prefixes) {
-    prefixObjects.push_back({{"prefix", prefix.prefix},
-                             {"on-link", prefix.onLink},
-                             {"autonomous", prefix.autonomous},
-                             {"valid-lifetime", prefix.validLifetime},
-                             {"preferred-lifetime", prefix.preferredLifetime}});
-  }
-  json::object object{{"router", router},
-                      {"lifetime", lifetime},
-                      {"hop-limit", hopLimit},
-                      {"managed", managed},
-                      {"other-configuration", otherConfiguration},
-                      {"prefixes", std::move(prefixObjects)},
-                      {"dns-servers", json::value_from(dnsServers)},
-                      {"search-domains", json::value_from(searchDomains)}};
-  if (linkLayerAddress) object["link-layer-address"] = *linkLayerAddress;
-  if (mtu) object["mtu"] = *mtu;
-  return object;
-}
-
-std::string RouterAdvertisement::text() const {
-  auto lines = fmt::format("router {}", router);
-  auto add = [&](const char* name, const std::string& value) { lines += fmt::format("\n  {:<18}{}", name, value); };
-  add("lifetime", lifetimeText(lifetime));
-  if (linkLayerAddress) add("hardware address", *linkLayerAddress);
-  if (hopLimit != 0) add("hop limit", fmt::format("{}", hopLimit));
-  if (managed) add("addresses", "by DHCPv6");
-  if (otherConfiguration) add("other settings", "by DHCPv6");
-  for (const auto& prefix : prefixes) {
-    add("prefix", fmt::format("{}{}{}, valid {}, preferred {}", prefix.prefix, prefix.onLink ? ", on link" : "",
-                              prefix.autonomous ? ", autonomous" : "", lifetimeText(prefix.validLifetime),
-                              lifetimeText(prefix.preferredLifetime)));
-  }
-  if (mtu) add("MTU", fmt::format("{}", *mtu));
-  if (!dnsServers.empty()) add("DNS servers", fmt::format("{}", fmt::join(dnsServers, " ")));
-  if (!searchDomains.empty()) add("search domains", fmt::format("{}", fmt::join(searchDomains, " ")));
-  return lines;
 }
 
 }  // namespace brimo

@@ -13,6 +13,8 @@ else()
   if(NOT EXISTS ${BRH_ANCHOR_FILE})
     message(FATAL_ERROR "BRH_CODE_SIGNING_ANCHOR names no file: ${BRH_ANCHOR_FILE}")
   endif()
+  execute_process(COMMAND ${CMAKE_COMMAND} -DPEM=${BRH_ANCHOR_FILE} -P ${PROJECT_SOURCE_DIR}/cmake/embed_anchor.cmake
+    COMMAND_ERROR_IS_FATAL ANY)
 endif()
 
 set(BRH_ANCHOR_SOURCE ${PROJECT_BINARY_DIR}/generated/code_signing_anchor.cpp)

@@ -7,6 +7,7 @@
 #include "platform/base/utf8.h"
 #include "platform/code_signing/code_signing.h"
 #include "platform/process/process.h"
+#include "platform/system/refusal_log.h"
 
 namespace ipc = platform::ipc;
 namespace code_signing = platform::code_signing;
@@ -15,14 +16,17 @@ namespace {
 
 constexpr char moduleName[] = "Helper";
 
-/// Validates the sender of a connection's first message. On success `path` is its executable's.
-code_signing::Status validateClient(const ipc::Message& message, std::int32_t peerPID, std::string& path) {
-  if (auto status = ipc::checkSender(*message.sender, ClientRequirement); status != code_signing::success) {
-    return status;
+/// Validates the sender of a connection's first message: the path of its executable. Fails with a Status.
+platform::Result<std::string> validateClient(const ipc::Message& message, std::int32_t peerPID) {
+  if (auto sender = ipc::checkSender(*message.sender, ClientRequirement); !sender) return sender.error();
+  auto path = platform::executablePath(peerPID).value_or("");
+  if (path.empty() || !platform::isUTF8(path)) {
+    return platform::Failure(code_signing::noSuchCode, "the path of its executable cannot be found");
   }
-  path = platform::executablePath(peerPID).value_or("");
-  if (path.empty() || !platform::isUTF8(path)) return code_signing::noSuchCode;
-  return BRHValidateMainApplication(path) ? code_signing::success : code_signing::requirementFailed;
+  if (auto application = BRHValidateMainApplication(path); !application) {
+    return platform::Failure(code_signing::requirementFailed, application.error().what());
+  }
+  return path;
 }
 
 }  // namespace
@@ -52,24 +56,25 @@ void BRHListenerEventHandler(const ipc::ListenerEvent& object) {
 void BRHConnectionMessageHandler(const std::shared_ptr<ipc::Connection>& connection, std::int32_t peerPID,
                                  bool& validated, const ipc::Event& event) {
   if (const auto* message = std::get_if<ipc::Message>(&event); message && !validated) {
-    std::string path;
-    auto status = validateClient(*message, peerPID, path);
-    HXLog(moduleName, "Client validation status: {}", status);
-    if (status != code_signing::success) {
+    auto path = validateClient(*message, peerPID);
+    HXLog(moduleName, "Client validation status: {}", path ? code_signing::success : path.error().number);
+    if (!path) {
       HXLog(moduleName, "Reject connection from PID {}", peerPID);
+      platform::logRefusal(connection->peerUserID(), peerPID, path.error().what());
       connection->cancel();
       return;
     }
     validated = true;
     // Together: an application is launched again as the user who ran it.
     platform::noteRunningApplication(connection->peer(), connection->peerUserID());
-    BRHMain::sharedInstance().setMainAppImagePath(path);
+    BRHMain::sharedInstance().setMainAppImagePath(*path);
   }
   if (validated) BRHMain::sharedInstance().handleXPCEvent(*connection, event);
 }
 
-bool BRHValidateStaticCode(const std::string& path, const std::string& requirement) {
-  return !path.empty() && !requirement.empty() && code_signing::checkFile(path, requirement) == code_signing::success;
+platform::Result<void> BRHValidateStaticCode(const std::string& path, const std::string& requirement) {
+  if (path.empty() || requirement.empty()) return platform::failureOf(EINVAL);
+  return code_signing::checkFile(path, requirement);
 }
 
 std::string BRHBundleOfExecutable(std::string executablePath) {
@@ -79,9 +84,11 @@ std::string BRHBundleOfExecutable(std::string executablePath) {
   return executablePath;
 }
 
-bool BRHValidateMainApplication(const std::string& executablePath) {
-  if (executablePath.empty() || !BRHValidateStaticCode(executablePath, ClientRequirement)) return false;
-  auto bundle = BRHBundleOfExecutable(executablePath);
-  return BRHValidateStaticCode(bundle + "/Contents/Frameworks/Bugsnag.framework/Bugsnag", FrameworkRequirement) &&
-         BRHValidateStaticCode(bundle + "/Contents/Frameworks/Sparkle.framework/Sparkle", FrameworkRequirement);
+platform::Result<void> BRHValidateMainApplication(const std::string& executablePath) {
+  if (auto main = BRHValidateStaticCode(executablePath, ClientRequirement); !main) return main;
+  auto frameworks = BRHBundleOfExecutable(executablePath) + "/Contents/Frameworks/";
+  for (const char* file : {"Bugsnag.framework/Bugsnag", "Sparkle.framework/Sparkle"}) {
+    if (auto framework = BRHValidateStaticCode(frameworks + file, FrameworkRequirement); !framework) return framework;
+  }
+  return {};
 }

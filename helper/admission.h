@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/base/result.h"
 #include "platform/ipc/service.h"
 
 /// Handles the events of the listener: prepares each new connection, and has BRHConnectionMessageHandler hear it.
@@ -18,13 +19,13 @@ void BRHListenerEventHandler(const platform::ipc::ListenerEvent& object);
 void BRHConnectionMessageHandler(const std::shared_ptr<platform::ipc::Connection>& connection, std::int32_t peerPID,
                                  bool& validated, const platform::ipc::Event& event);
 
-/// Whether the file at the path is signed as the requirement says.
-bool BRHValidateStaticCode(const std::string& path, const std::string& requirement);
+/// Whether the file at the path is signed as the requirement says; if not, why.
+platform::Result<void> BRHValidateStaticCode(const std::string& path, const std::string& requirement);
 
 /// The bundle around an application's executable: "/Name.app" of "/Name.app/Contents/MacOS/Name". Empty when the path
 /// is too short to lie in one.
 std::string BRHBundleOfExecutable(std::string executablePath);
 
 /// Whether the executable at the path and the frameworks Bugsnag and Sparkle of the bundle around it are signed as they
-/// must be.
-bool BRHValidateMainApplication(const std::string& executablePath);
+/// must be; if not, which is not, and why.
+platform::Result<void> BRHValidateMainApplication(const std::string& executablePath);

@@ -12,6 +12,13 @@
 #include "platform/network_settings/preferences.h"
 #include "platform/system/system_log.h"
 
+namespace {
+
+// Nothing reads it at run time.
+[[gnu::used]] const char* const info = BRHHelperInfo;
+
+}  // namespace
+
 int main() {
   BRHOpenLogFile(BRHLogFilePath);
   HXInstallUncaughtExceptionHandler();

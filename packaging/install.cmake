@@ -11,6 +11,9 @@ install(FILES ${units}/${BRH_SERVICE_NAME}.socket ${units}/${BRH_SERVICE_NAME}.s
   COMPONENT helper)
 install(FILES systemd/tmpfiles.conf DESTINATION lib/tmpfiles.d RENAME brimo-helper.conf COMPONENT helper)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/BrimoHelper.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT helper)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/brimo-check-code-signature.1 ${CMAKE_CURRENT_BINARY_DIR}/man/brimo-helper-info.1
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT helper)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/brimo-sign-code.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT development)
 
 set(bundle lib/brimo/Brimo.app/Contents)
 install(TARGETS Brimo DESTINATION ${bundle}/MacOS COMPONENT client)

@@ -99,7 +99,7 @@ int BRHV6RADetector::sendRS() {
   inet_pton(AF_INET6, "ff02::2", &allRouters.sin6_addr);
   // The kernel fills in the checksum.
   constexpr std::array<std::uint8_t, 8> solicitation{133};
-  listening_.wait();  // a router may answer at once
+  listening_.get_future().wait();  // a router may answer at once
   while (!_stopped) {
     if (sendto(socket.get(), solicitation.data(), solicitation.size(), 0,
                reinterpret_cast<const sockaddr*>(&allRouters), sizeof allRouters) < 0) {
@@ -142,7 +142,7 @@ platform::FileDescriptor BRHV6RADetector::openReceiver() const {
 
 int BRHV6RADetector::recvRA() {
   auto socket = openReceiver();
-  listening_.count_down();
+  listening_.set_value();
   if (!socket) return 1;
   std::array<std::uint8_t, receiveBuffer> buffer;
   while (!_stopped) {

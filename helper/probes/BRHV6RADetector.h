@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <latch>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -47,7 +47,7 @@ class BRHV6RADetector : public HXLogging<BRHV6RADetector>, public std::enable_sh
   int recvRA();
   platform::FileDescriptor openReceiver() const;
 
-  std::latch listening_{1};  // counted down when the receiver listens, or never will
+  std::promise<void> listening_;  // kept when the receiver listens, or never will
   std::thread _sendThread;
   std::thread _recvThread;
   std::shared_ptr<HXGCDTimer> _timeoutTimer;

@@ -5,7 +5,7 @@ _Brimo() {
     [[ ${COMP_WORDS[index]} == -* ]] || { command=${COMP_WORDS[index]}; break; }
   done
   case $command in
-    '') mapfile -t COMPREPLY < <(compgen -W "--json --help version process-lookup dhcp-discover ra-detect services proxies set-proxy
+    '') mapfile -t COMPREPLY < <(compgen -W "--json --help --version doctor version process-lookup dhcp-discover ra-detect services proxies set-proxy
       set-static-ip start-watchdog stop-watchdog defunct-restart prevent-sleep-temp start-dhcpd stop-dhcpd spindump stop json
       help" -- "$words") ;;
     process-lookup) [[ $index -ne COMP_CWORD-1 ]] || mapfile -t COMPREPLY < <(compgen -W "tcp udp" -- "$words") ;;

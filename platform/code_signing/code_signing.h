@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/base/result.h"
+
 namespace platform::code_signing {
 
 using Status = std::int32_t;
@@ -18,7 +20,8 @@ inline constexpr Status unsignedCode = -67062;        // errSecCSUnsigned
 inline constexpr Status noSuchCode = -67065;          // errSecCSNoSuchCode
 inline constexpr Status noSuchFile = -67068;          // errSecCSStaticCodeNotFound
 
-/// Checks the executable file at a path: its own signature, not the resources of a bundle that it may belong to.
-[[nodiscard]] Status checkFile(const std::string& path, const std::string& requirement);
+/// Checks the executable file at a path: its own signature, not the resources of a bundle that it may belong to. Fails
+/// with a Status, and with what is wrong as an administrator wants to read it.
+Result<void> checkFile(const std::string& path, const std::string& requirement);
 
 }  // namespace platform::code_signing

@@ -25,14 +25,23 @@ fake::Machine& fake::machine() {
   return machine;
 }
 
-code_signing::Status ipc::checkSender(const ipc::Sender&, const std::string& requirement) {
-  fake::machine().checks.emplace_back("", requirement);
-  return fake::machine().senderStatus;
+namespace {
+
+Result<void> resultOf(code_signing::Status status, const std::string& about) {
+  if (status != code_signing::success) return Failure(status, fmt::format("{} has status {}", about, status));
+  return {};
 }
 
-code_signing::Status code_signing::checkFile(const std::string& path, const std::string& requirement) {
+}  // namespace
+
+Result<void> ipc::checkSender(const ipc::Sender&, const std::string& requirement) {
+  fake::machine().checks.emplace_back("", requirement);
+  return resultOf(fake::machine().senderStatus, "the sender");
+}
+
+Result<void> code_signing::checkFile(const std::string& path, const std::string& requirement) {
   fake::machine().checks.emplace_back(path, requirement);
-  return find(fake::machine().files, path).value_or(noSuchFile);
+  return resultOf(find(fake::machine().files, path).value_or(noSuchFile), path);
 }
 
 std::optional<std::string> executablePath(std::int32_t pid) {

@@ -1,35 +1,64 @@
 // The client side of local IPC.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <variant>
 
-#include "platform/base/result.h"
 #include "platform/ipc/dictionary.h"
 
 namespace platform::ipc {
 
-/// A connection to a service. Blocking; used by one thread at a time. The connection is closed on exec.
-class ClientConnection {
+/// A client's end of a service's endpoint, with one connection at a time and many requests under way. Nothing blocks
+/// but wait(). All calls but wake() are made under one lock of the user's. The connection is closed on exec.
+class ClientChannel {
  public:
-  class Implementation;
+  using Clock = std::chrono::steady_clock;
 
-  /// Connects and waits until the service admits the caller to speak. On macOS a connection is had at once, and ends
-  /// with the first request when there is no service or it refuses the caller.
-  static Result<std::unique_ptr<ClientConnection>> connect(const std::string& serviceName);
+  struct Reply {
+    std::uint64_t id;
+    Dictionary dictionary;
+  };
+  /// Told once of each connection. No event of that connection follows.
+  struct End {
+    bool wasReached;     ///< false when there is no such service
+    std::string reason;  ///< a sentence for people
+  };
+  using Event = std::variant<Reply, End>;
 
-  explicit ClientConnection(std::unique_ptr<Implementation> implementation);
-  ~ClientConnection();
+  /// Throws std::system_error when the system has no descriptor left.
+  ClientChannel();
+  ~ClientChannel();
 
-  /// Sends a request and waits for its reply; absent when the connection ended first. Throws std::invalid_argument,
-  /// with the connection intact, when the request is too long to be sent.
-  std::optional<Dictionary> sendWithReply(const Dictionary& request);
+  /// Begins a connection; whether it comes up shows by its events. Not while another one is open.
+  void open(const std::string& serviceName);
 
-  /// Sends a message that accepts no reply; false when the connection has ended. Throws like sendWithReply().
-  bool send(const Dictionary& message);
+  /// Drops the connection, without an event.
+  void close();
+
+  /// Takes a request over while a connection is open; it goes out when the service lets this client speak. False when
+  /// it is too long to be sent.
+  [[nodiscard]] bool send(std::uint64_t id, const Dictionary& request);
+
+  /// Takes back a request that has not begun to go out.
+  void withdraw(std::uint64_t id);
+
+  /// What has happened, in order; absent when there is nothing new.
+  std::optional<Event> next();
+
+  /// Waits, with the lock let go of, until there may be something new, wake() was called or the time has come. One
+  /// thread at a time.
+  void wait(std::unique_lock<std::mutex>& lock, std::optional<Clock::time_point> deadline);
+
+  /// Ends a wait(), the next one when there is none. Any thread.
+  void wake();
 
  private:
+  class Implementation;
   std::unique_ptr<Implementation> implementation_;
 };
 

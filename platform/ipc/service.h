@@ -20,8 +20,8 @@ namespace platform::ipc {
 /// The process that sent a message, attested by the kernel.
 class Sender;
 
-/// Checks the image that the sender of a message runs.
-[[nodiscard]] code_signing::Status checkSender(const Sender& sender, const std::string& requirement);
+/// Checks the image that the sender of a message runs, as code_signing::checkFile() does a file.
+Result<void> checkSender(const Sender& sender, const std::string& requirement);
 
 /// A request as received.
 struct Message {

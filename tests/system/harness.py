@@ -11,6 +11,7 @@ import signal
 import socket
 import struct
 import subprocess
+import threading
 import time
 import unittest
 from pathlib import Path
@@ -307,3 +308,23 @@ class HelperTest(unittest.TestCase):
 
     def wait_for_log(self, line):
         wait_until(lambda: any(re.fullmatch(line, entry) for entry in self.log()), f"the log says {line}")
+
+    def listen_to_the_system_log(self):
+        """Lays a folder with a socket for the system log over /dev; returns the list that its lines come into."""
+        folder = Path("/run/dev")
+        folder.mkdir(exist_ok=True)
+        subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
+        subprocess.run(["cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder], check=True)
+        log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        log.bind(str(folder / "log"))
+        subprocess.run(["mount", "--move", folder, "/dev"], check=True)
+        self.addCleanup(subprocess.run, ["umount", "--lazy", "/dev"], check=True)
+        lines = []
+
+        def read():  # all the time, since who logs waits for room
+            while line := log.recv(4096):
+                lines.append(line.decode(errors="replace"))
+            log.close()
+        threading.Thread(target=read).start()
+        self.addCleanup(log.shutdown, socket.SHUT_RD)
+        return lines

@@ -3,6 +3,7 @@
 // It arms the watchdog, says so, sends the commands that it reads and waits for its end. Launched again by the helper
 // it leaves its report in /tmp, in a file named after its argument and process ID. Given another program's path and
 // arguments, it connects and becomes that program.
+#include <brimo/HelperClient.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -13,8 +14,6 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-
-#include "client/HelperClient.h"
 
 namespace {
 
@@ -46,7 +45,7 @@ boost::json::object report(int count, char** arguments) {
 /// Runs a program in this one's place once the helper has admitted it, with the connection as descriptor 3.
 int becomeAnother(char** program) {
   brimo::HelperClient helper;
-  static_cast<void>(helper.version());  // a process is looked at once more when its first message comes
+  helper.call(brimo::version());  // a process is looked at once more when its first message comes
   fcntl(3, F_SETFD, 0);
   return execv(program[0], program);
 }
@@ -58,7 +57,7 @@ int main(int count, char** arguments) {
   bool relaunched = count > 1 && std::string_view(arguments[1]).starts_with("-crash");
   auto found = relaunched ? report(count, arguments) : boost::json::object();  // before a connection is among it
   brimo::HelperClient helper;
-  helper.startWatchdog();
+  helper.call(brimo::startWatchdog());
   if (relaunched) {
     auto path = fmt::format("/tmp/{}.{}", arguments[1], getpid());
     std::ofstream(path + ".part") << boost::json::serialize(found);
@@ -66,7 +65,8 @@ int main(int count, char** arguments) {
   } else {
     std::cout << "armed" << std::endl;
   }
-  for (std::string command; std::getline(std::cin, command);)
-    helper.json(boost::json::serialize(boost::json::object{{"command", command}}));
+  for (std::string command; std::getline(std::cin, command);) {
+    helper.call(brimo::jsonCommand(boost::json::serialize(boost::json::object{{"command", command}})));
+  }
   while (true) pause();
 }

@@ -8,7 +8,7 @@ import unittest
 from pathlib import Path
 
 import harness
-from harness import BRIMO, FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, wait_until
+from harness import BRIMO, FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, run_as_user, wait_until
 
 # Runs when `python -c` of an attack has made itself ready; the signed application then stands under the same pid.
 BECOME_GENUINE = """
@@ -34,7 +34,7 @@ class Signatures(HelperTest):
             executable.write_bytes(content)
             executable.chmod(0o755)
             self.assert_refused(executable)
-        self.assertEqual(len([line for line in self.log() if "Received" in line]), 1)
+        self.assertEqual(len([line for line in self.log() if "Received" in line]), 2)  # the first client's
         # None of them was even greeted, so that nothing of theirs was read.
         self.assertEqual(len([line for line in self.log() if "Client validation" in line]), 1)
 
@@ -188,7 +188,7 @@ input()
         """The next good client is served, and is the only one that was ever heard."""
         self.assert_serves()
         heard = [line for line in self.log() if "Received" in line or "Client validation" in line]
-        self.assertEqual(heard, ["[Helper] Client validation status: 0", "[BRHMain] Received command: version"])
+        self.assertEqual(heard, ["[Helper] Client validation status: 0"] + 2 * ["[BRHMain] Received command: version"])
 
 
 class AttacksOnOldKernels(Attacks):
@@ -269,6 +269,54 @@ class ClientGroup(HelperTest):
         self.assertEqual(self.ask(self.executable, group="games", **preload), "refused")
         self.assertTrue(marker.exists())
         self.assertEqual(self.ask(self.executable, user=0, group="games"), "unknown command")
+
+
+class Reasons(HelperTest):
+    def setUp(self):
+        super().setUp()
+        self.user = 3000
+        self.bundle, self.executable = copy_bundle("Copy.app")
+
+    def assert_reason(self, reason, *command):
+        """Two refusals of a user's, of whom one line is to be had."""
+        self.user += 1
+        for _ in range(2):
+            process = run_as_user(command or [self.executable, "version"], user=self.user)
+            self.assertEqual((process.communicate(timeout=harness.DEADLINE)[0], process.returncode), ("", 3))
+        refusals = lambda: [line for line in self.system_log if f"of user {self.user}:" in line]
+        wait_until(refusals, "the system log has it")
+        lines = refusals()
+        self.assertEqual(len(lines), 1, lines)
+        self.assertRegex(lines[0], rf"Refused PID \d+ of user {self.user}: {reason}")
+
+    def test_the_system_log_alone_has_them_once_a_user_and_minute(self):
+        self.end_helper()
+        self.system_log = self.listen_to_the_system_log()
+        self.helper = harness.Helper()
+        subprocess.run([TESTS / "tools/make-development-certificates", "/opt/other-anchor", "BRIMO00618"], check=True)
+        signed = self.executable.read_bytes()
+        self.executable.unlink()
+        self.executable.write_bytes(signed[:-1])
+        self.executable.chmod(0o755)
+        self.assert_reason(f"{self.executable} has no signature")
+        sign(self.executable, certificates=Path("/opt/other-anchor"))
+        self.assert_reason(f'{self.executable} is signed by "CN = .*", under another root than the one trusted here')
+        sign(self.executable, identifier="com.example.other")
+        self.assert_reason(f'{self.executable} is signed as "com.example.other" by ".*OU = BRIMO00618", which does not satisfy: ')
+        sign(self.executable)
+        os.chown(self.bundle, USER, 0)
+        self.assert_reason(f"{self.bundle} may be changed by user {USER}, whose it is")
+        os.chown(self.bundle, 0, 0)
+        self.executable.parent.chmod(0o777)
+        self.assert_reason(f"{self.executable.parent} may be changed by the group 0")
+        self.executable.parent.chmod(0o755)
+        self.assert_reason("it lives in user or pid namespaces of its own", "unshare", "--user", self.executable, "version")
+        (self.bundle / FRAMEWORKS[1]).unlink()
+        self.assert_reason(f"{self.bundle}/{FRAMEWORKS[1]}: No such file or directory")
+        self.assert_succeeds(self.genuine("connections = [connect_greeted() for _ in range(64)]\nassert was_hung_up(connect())"))
+        wait_until(lambda: any(f"of user {USER}: there are too many connections: 64 of this user" in line
+                               for line in self.system_log), "the system log has it")
+        self.assertNotIn("Refused", harness.LOG.read_text())
 
 
 if __name__ == "__main__":

@@ -2,12 +2,16 @@
 
 import json
 import os
+import pty
+import select
+import signal
 import socket
 import subprocess
 import unittest
+from pathlib import Path
 
 import harness
-from harness import BRIMO, Helper, HelperTest, PYTHON, read_line, run_as_user
+from harness import BRIMO, HelperTest, PYTHON, USER, read_line, run_as_user, wait_until
 
 SERVER = """
 import socket, sys
@@ -97,27 +101,67 @@ class Lookup(HelperTest):
 class CommandLine(HelperTest):
     def test_answers_and_exit_codes(self):
         self.assertEqual(self.brimo("--json", "version"), (0, '{"version":618}\n', ""))
-        self.assertEqual(self.brimo("start-watchdog"), (0, "done\n", ""))
+        self.assertEqual(self.brimo("--version"), (0, "Brimo 618\n", ""))
         self.assertEqual(self.brimo("stop-watchdog"), (0, "done\n", ""))
-        self.assertEqual(self.brimo("process-lookup", "tcp", "127.0.0.1:1"), (4, "no process owns 127.0.0.1:1\n", ""))
+        self.assertEqual(self.brimo("process-lookup", "tcp", "localhost:1"), (4, "no process owns localhost:1\n", ""))
+        self.assertEqual(self.brimo("process-lookup", "tcp", "[fe80::1%lo]:1")[0], 4)
         self.assertEqual(self.brimo("json", '{"command": "version"}'), (0, '{"version":618}\n', ""))
         self.assertEqual(self.brimo("json", '{"command": "Version"}'), (1, '{"error":"unknown command"}\n', ""))
+        self.assertEqual(self.brimo("--json", "json", '{"command": "x"}'), (1, '{"error":"unknown command"}\n', ""))
         self.assertEqual(self.brimo("json", '{"command": "x'), (1, '{"error":"invalid command payload"}\n', ""))
+        self.assertIn("usage: Brimo set-proxy SERVICE", self.brimo("help", "set-proxy")[1])
         for arguments in (["nonsense"], ["version", "x"], ["process-lookup", "tcp"], ["process-lookup", "sctp", "1.1.1.1:1"],
-                          ["process-lookup", "tcp", "localhost:80"], ["process-lookup", "tcp", "127.0.0.1:65536"],
-                          ["process-lookup", "tcp", "127.0.0.1:"], ["process-lookup", "tcp", "::1:80"]):
+                          ["process-lookup", "tcp", "127.0.0.1:65536"], ["process-lookup", "tcp", "::1:80"], ["start-watchdog"], ["--nonsense"], ["help", "nonsense"],
+                          ["set-static-ip", "eth0", "1.2.3.4", "255.0.255.0", "1.2.3.1"], ["set-proxy", "eth0", "http=a b:1"]):
             code, out, err = self.brimo(*arguments)
             self.assertEqual((code, out), (2, ""), arguments)
             self.assertRegex(err, "^Brimo: .+\n$")
+            code, out, err = self.brimo("--json", *arguments)
+            self.assertEqual((code, list(json.loads(out)), err), (2, ["error"], ""), arguments)
+        with open("/dev/full", "w") as full:
+            process = subprocess.run([BRIMO, "version"], stdout=full, stderr=subprocess.PIPE, text=True)
+        self.assertEqual((process.returncode, process.stderr), (1, "Brimo: cannot write the answer\n"))
+
+    def test_what_ends_with_the_connection_lasts_until_the_interrupt(self):
+        store = Path(f"/var/lib/{harness.SERVICE}/preferences.json")
+        proxies = lambda: store.exists() and json.loads(store.read_text())["NetworkServices"]["id"]["Proxies"]
+        process = run_as_user([BRIMO, "set-proxy", "id", "--force", "http=192.0.2.1:1", "temporary"])
+        self.addCleanup(self._end_process, process)
+        self.assertEqual(read_line(process), "done")
+        self.assertTrue(proxies())
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(), 0)
+        wait_until(lambda: not proxies(), "the proxies were taken off")
 
     def test_lines_share_one_connection_and_outlive_errors(self):
         process = run_as_user([BRIMO], stdin=subprocess.PIPE)
-        out, err = process.communicate('version\n\nnonsense\njson {"command": "start-watchdog"}\nversion\n'
-                                       'set-proxy "no such service" off\n', timeout=harness.DEADLINE)
-        self.assertEqual(out, 'helper build 618\n{"result":"success"}\nhelper build 618\ndone\n')
-        self.assertEqual((process.returncode, err), (2, 'Brimo: unknown command "nonsense"\n'))
+        out, err = process.communicate('version # of the helper\n\nnonsense\n"process-lookup" tcp \'127.0.0.1:1\'\n'
+                                       'json {"command": "start-watchdog"}\n"version\nversion\n',
+                                       timeout=harness.DEADLINE)
+        self.assertEqual(out, 'helper build 618\nno process owns 127.0.0.1:1\n{"result":"success"}\nhelper build 618\n')
+        self.assertEqual((process.returncode, err), (2, 'Brimo: there is no command "nonsense"; "help" lists them\n'
+                                                        'Brimo: a quotation that " began does not end\n'))
         self.assertEqual(len([line for line in self.log() if "New connection" in line]), 1)
         self.assertEqual(len([line for line in self.log() if "validation" in line]), 1)
+
+    def test_a_terminal_completes_commands(self):
+        terminal, other = pty.openpty()
+        process = subprocess.Popen([BRIMO], stdin=other, stdout=other, stderr=other, user=USER, group=USER, extra_groups=(),
+                                   env=harness.ENVIRONMENT | {"TERM": "xterm"}, start_new_session=True)
+        self.addCleanup(self._end_process, process)
+        seen = b""
+
+        def read_until(text):
+            nonlocal seen
+            while text not in seen:
+                self.assertTrue(select.select([terminal], [], [], harness.DEADLINE)[0], seen)
+                seen += os.read(terminal, 1000)
+
+        read_until(b"brimo> ")  # from here on the terminal is the editor's
+        os.write(terminal, b"versi\t\n")
+        read_until(b"helper build 618")
+        os.write(terminal, b"quit\n")
+        self.assertEqual(process.wait(harness.DEADLINE), 0)
 
     def test_stop_and_the_absence_of_a_helper(self):
         session = run_as_user([BRIMO], stdin=subprocess.PIPE)
@@ -128,9 +172,7 @@ class CommandLine(HelperTest):
         code, out, err = self.brimo("version")
         self.assertEqual((code, out), (3, ""))
         self.assertEqual(err, f"Brimo: cannot reach the helper at {harness.ENDPOINT}: Connection refused\n")
-
-        # The next helper serves the same session.
-        self.helper = Helper()
+        self.helper = harness.Helper()  # which serves the same session
         print("version", file=session.stdin, flush=True)
         self.assertEqual(read_line(session), "helper build 618")
 

@@ -9,6 +9,7 @@ import socket
 import stat
 import subprocess
 import unittest
+from pathlib import Path
 
 import harness
 from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, HelperTest, LOG, PYTHON, TESTS, read_line, wait_until

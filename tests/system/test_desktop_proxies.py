@@ -74,7 +74,7 @@ class OnANetwork(NetworkTest):
         self.assertEqual(self.brimo("set-proxy", "primary", "off"), (0, "done\n", ""))
         self.wait_for(OFF)
         run("nmcli", "connection", "down", self.wired)
-        self.assertEqual(self.brimo("set-proxy", "primary", "off"), (1, "", "Brimo: no service leads to the network at large\n"))
+        self.assertEqual(self.brimo("set-proxy", "primary", "off"), (4, "", "Brimo: no service leads to the network at large\n"))
 
     def test_programs_follow_the_life_of_the_helper(self):
         self.switch_on()

@@ -25,7 +25,8 @@ class Power(HelperTest):
         return len([name for name in os.listdir(folder) if "/systemd/inhibit/" in os.readlink(f"{folder}/{name}")])
 
     def assert_no_descriptor_is_left(self, more=0):
-        wait_until(lambda: self.helper.descriptors() <= self.descriptors + more, "all other descriptors are closed")
+        # One is the connection over which the helper follows NetworkManager, as soon as there is a bus.
+        wait_until(lambda: self.helper.descriptors() <= self.descriptors + 1 + more, "all other descriptors are closed")
 
     def prevent_sleep(self):
         self.assertEqual(self.brimo("prevent-sleep-temp"), DONE)
@@ -68,7 +69,7 @@ class Power(HelperTest):
         for begin, end in zip((first, first, second, second), releases, strict=True):
             self.assertGreaterEqual(end - begin, 30 - 0.02)
         self.assertEqual(self.failures(), [])
-        self.assert_no_descriptor_is_left(more=2)  # the timers'
+        self.assert_no_descriptor_is_left()
 
     def test_the_end_of_the_helper_releases_them(self):
         bus = SystemBus(self)
@@ -88,20 +89,21 @@ class Power(HelperTest):
     def test_who_does_not_answer_is_not_waited_for(self):
         bus = SystemBus(self)
         bus.start_logind()
-        for count, process in enumerate((bus.logind, bus.process), 1):
+        for process in (bus.logind, bus.process):
+            held = bus.inhibitors()
             process.send_signal(signal.SIGSTOP)
             self.prevent_sleep()
             self.assertEqual(self.failures()[-2:], [FAILED.format(110)] * 2)  # ETIMEDOUT
-            self.assert_no_descriptor_is_left()
+            self.assert_no_descriptor_is_left(more=len(held))
             process.send_signal(signal.SIGCONT)
             # One silence is enough: for a while it is not asked again.
             before = len(self.failures())
             self.prevent_sleep()
             self.assertEqual(self.failures()[before:], [FAILED.format(110)] * 2)
             # What logind was asked for in vain it had granted, and let go of with the connection.
-            wait_until(lambda: bus.inhibitors() == self.expected(count - 1), "nothing is left of that")
+            wait_until(lambda: bus.inhibitors() == held, "nothing is left of that")
             wait_until(self.succeeds, "it is asked again")
-            wait_until(lambda: bus.inhibitors() == self.expected(count), "they are there")
+            wait_until(lambda: len(bus.inhibitors()) > len(held), "the new ones are there")
 
     def test_however_often_it_is_asked_descriptors_are_left(self):
         bus = SystemBus(self)

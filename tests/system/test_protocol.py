@@ -68,8 +68,8 @@ assert receive_frame(connection) == [2**64 - 1, {"error": "unknown command"}]
         shutil.copy(os.path.realpath(PYTHON), folder / "python")
         owner = run_as_user([folder / "python", "-c", """
 import socket
-s = socket.socket(type=socket.SOCK_DGRAM)
-s.bind(("127.0.0.1", 4000))
+listener = socket.create_server(("127.0.0.1", 4000))
+connected = socket.create_connection(("127.0.0.1", 4000), source_address=("127.0.0.1", 4001))
 print("bound", flush=True)
 input()
 """], stdin=subprocess.PIPE)
@@ -77,7 +77,8 @@ input()
         self.assertEqual(read_line(owner), "bound")
         process = self.genuine("""
 connection = connect_greeted()
-request = frame(1, {"command": "process-lookup", "udp": True, "address": socket_address("127.0.0.1", 4000)})
+request = frame(1, {"command": "process-lookup", "address": socket_address("127.0.0.1", 4001),
+                    "remote": socket_address("127.0.0.1", 4000)})
 connection.sendall(request)
 size = len(frame(*receive_frame(connection)))
 assert size > 3800, size

@@ -19,16 +19,16 @@ Result<CFOwner<SecRequirementRef>> parse(const std::string& text) {
       [&](auto* result) { return SecRequirementCreateWithString(string.get(), kSecCSDefaultFlags, result); });
 }
 
-Status checkFile(const std::string& path, const std::string& requirementText) {
+Result<void> checkFile(const std::string& path, const std::string& requirementText) {
   CFOwner<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), false));
-  if (!url) return noSuchFile;
+  if (!url) return Failure(noSuchFile, path + " is no path");
   auto code = make<SecStaticCodeRef>(
       [&](auto* result) { return SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, result); });
-  if (!code) return code.error().number;
+  if (!code) return code.error();
   auto requirement = parse(requirementText);
-  if (!requirement) return requirement.error().number;
-  return SecStaticCodeCheckValidity(code->get(), kSecCSDoNotValidateResources, requirement->get());
+  if (!requirement) return requirement.error();
+  return resultOf(SecStaticCodeCheckValidity(code->get(), kSecCSDoNotValidateResources, requirement->get()), path);
 }
 
 }  // namespace platform::code_signing

@@ -6,13 +6,17 @@
 namespace platform::code_signing {
 namespace {
 
+Status statusOf(const Result<void>& result) {
+  return result ? success : result.error().number;
+}
+
 TEST(CodeSigning, FilesAreCheckedAgainstTheRequirement) {
-  EXPECT_EQ(checkFile("/bin/ls", "anchor apple"), success);
-  EXPECT_EQ(checkFile("/bin/ls", R"(anchor apple and identifier "com.example.other")"), requirementFailed);
-  EXPECT_EQ(checkFile("/bin/ls", "anchor anchor"), requirementInvalid);
-  EXPECT_EQ(checkFile("/bin/ls", "\xFF"), requirementInvalid);
-  EXPECT_EQ(checkFile("/etc/hosts", "anchor apple"), unsignedCode);
-  EXPECT_NE(checkFile("/no/such/file", "anchor apple"), success);
+  EXPECT_EQ(statusOf(checkFile("/bin/ls", "anchor apple")), success);
+  EXPECT_EQ(statusOf(checkFile("/bin/ls", R"(anchor apple and identifier "com.example.other")")), requirementFailed);
+  EXPECT_EQ(statusOf(checkFile("/bin/ls", "anchor anchor")), requirementInvalid);
+  EXPECT_EQ(statusOf(checkFile("/bin/ls", "\xFF")), requirementInvalid);
+  EXPECT_EQ(statusOf(checkFile("/etc/hosts", "anchor apple")), unsignedCode);
+  EXPECT_NE(statusOf(checkFile("/no/such/file", "anchor apple")), success);
 }
 
 }  // namespace

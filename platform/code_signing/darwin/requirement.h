@@ -11,6 +11,12 @@
 
 namespace platform::code_signing {
 
+/// What a check of Security's has come to.
+inline Result<void> resultOf(Status status, const std::string& about) {
+  if (status != success) return Failure(status, about + ": status " + std::to_string(status) + " of Security");
+  return {};
+}
+
 /// Has `create` make an object of Security's. Fails with its Status.
 template <class Reference, class Create>
 Result<CFOwner<Reference>> make(Create create) {

@@ -1,5 +1,6 @@
 #include "platform/code_signing/code_signing.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 
 #include <map>
@@ -9,6 +10,7 @@
 #include "platform/code_signing/linux/running_image.h"
 #include "platform/code_signing/linux/signature.h"
 #include "platform/code_signing/linux/trusted_file.h"
+#include "platform/process/process.h"
 
 namespace platform::code_signing {
 
@@ -31,40 +33,53 @@ std::map<FileState, CodeSignature>& verifiedFiles() {
 }
 constexpr std::size_t maximumVerifiedFiles = 64;
 
-Status checkOpenFile(int descriptor, const std::string& requirementText) {
+Result<void> checkRequirement(const CodeRequirement& requirement, const std::string& text,
+                              const CodeSignature& signature) {
+  if (requirement.isSatisfiedBy(signature)) return {};
+  auto sentence = fmt::format(R"(is signed as "{}" by "{}", which does not satisfy: {})", signature.identifier,
+                              subjectOf(*signature.chain.front()), text);
+  return Failure(requirementFailed, sentence);
+}
+
+Result<void> checkOpenFile(int descriptor, const std::string& requirementText) {
   auto requirement = CodeRequirement::parse(requirementText);
-  if (!requirement) return requirementInvalid;
+  if (!requirement) return Failure(requirementInvalid, "is to satisfy what is no requirement: " + requirementText);
 
   auto& files = verifiedFiles();
   auto state = stateOf(descriptor);
   if (auto found = files.find(state); found != files.end()) {
-    return requirement->isSatisfiedBy(found->second) ? success : requirementFailed;
+    return checkRequirement(*requirement, requirementText, found->second);
   }
   // The digest comes last: reading a large file through is only worth it when all else is in order.
   auto signature = readSignatureOfFile(descriptor, anchorPEM);
-  if (!signature) return signature.error().number;
-  if (!requirement->isSatisfiedBy(*signature)) return requirementFailed;
-  if (!payloadMatches(descriptor, *signature)) return signatureFailed;
+  if (!signature) return signature.error();
+  if (auto satisfied = checkRequirement(*requirement, requirementText, *signature); !satisfied) return satisfied;
+  if (!payloadMatches(descriptor, *signature)) return Failure(signatureFailed, "has been changed since it was signed");
   if (files.size() >= maximumVerifiedFiles) files.clear();
   files.emplace(state, std::move(*signature));
-  return success;
+  return {};
 }
 
-Status statusOf(const Failure& failure) {
-  const int number = failure.number;
-  return number == ENOENT || number == ENOTDIR || number == ELOOP ? noSuchFile : signatureFailed;
+/// A file that was, or could not be, opened.
+Result<void> checkOpened(const Result<FileDescriptor>& file, const std::string& path, const std::string& requirement) {
+  if (!file) {
+    const int number = file.error().number;
+    const bool isMissing = number == ENOENT || number == ENOTDIR || number == ELOOP;
+    return Failure(isMissing ? noSuchFile : signatureFailed, file.error().what());
+  }
+  auto checked = checkOpenFile(file->get(), requirement);
+  if (!checked) return Failure(checked.error().number, path + " " + checked.error().what());
+  return {};
 }
 
 }  // namespace
 
-Status checkRunningImage(std::int32_t pid, const std::string& requirement) {
-  auto image = openTrustedImage(pid);
-  return image ? checkOpenFile(image->get(), requirement) : statusOf(image.error());
+Result<void> checkRunningImage(std::int32_t pid, const std::string& requirement) {
+  return checkOpened(openTrustedImage(pid), executablePath(pid).value_or("the image"), requirement);
 }
 
-Status checkFile(const std::string& path, const std::string& requirement) {
-  auto file = openTrustedFile(path);
-  return file ? checkOpenFile(file->get(), requirement) : statusOf(file.error());
+Result<void> checkFile(const std::string& path, const std::string& requirement) {
+  return checkOpened(openTrustedFile(path), path, requirement);
 }
 
 }  // namespace platform::code_signing

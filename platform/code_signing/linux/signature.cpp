@@ -81,7 +81,7 @@ std::vector<std::shared_ptr<X509>> verifiedChain(X509* leaf, STACK_OF(X509) * un
   return chain;
 }
 
-const Failure notInOrder(signatureFailed, "the signature is not in order");
+const Failure damaged(signatureFailed, "has a signature that is damaged");
 
 /// Reads the code directory into the signature; false unless it is exactly of its form.
 bool readCodeDirectory(std::string_view text, CodeSignature& signature) {
@@ -103,33 +103,36 @@ bool readCodeDirectory(std::string_view text, CodeSignature& signature) {
          signature.payloadSHA256.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
-std::optional<CodeSignature> verifySignature(std::span<const std::uint8_t> bytes, const std::string& anchor) {
-  if (bytes.empty() || bytes.size() > maximumCMSLength) return std::nullopt;
+Result<CodeSignature> verifySignature(std::span<const std::uint8_t> bytes, const std::string& anchor) {
+  if (bytes.empty() || bytes.size() > maximumCMSLength) return damaged;
   const auto* position = bytes.data();
   CMSPointer cms(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(bytes.size())));
-  if (!cms || position != bytes.data() + bytes.size()) return std::nullopt;
-  if (OBJ_obj2nid(CMS_get0_type(cms.get())) != NID_pkcs7_signed) return std::nullopt;
+  if (!cms || position != bytes.data() + bytes.size()) return damaged;
+  if (OBJ_obj2nid(CMS_get0_type(cms.get())) != NID_pkcs7_signed) return damaged;
 
   auto* signers = CMS_get0_SignerInfos(cms.get());
-  if (sk_CMS_SignerInfo_num(signers) != 1) return std::nullopt;
+  if (sk_CMS_SignerInfo_num(signers) != 1) return damaged;
   X509_ALGOR* digest = nullptr;
   CMS_SignerInfo_get0_algs(sk_CMS_SignerInfo_value(signers, 0), nullptr, nullptr, &digest, nullptr);
-  if (!digest || OBJ_obj2nid(digest->algorithm) != NID_sha256) return std::nullopt;
+  if (!digest || OBJ_obj2nid(digest->algorithm) != NID_sha256) return damaged;
 
   BIOPointer content(BIO_new(BIO_s_mem()));
   constexpr unsigned flags = CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY;  // the chain is verified below, to be kept
-  if (!content || CMS_verify(cms.get(), nullptr, nullptr, nullptr, content.get(), flags) != 1) return std::nullopt;
+  if (!content || CMS_verify(cms.get(), nullptr, nullptr, nullptr, content.get(), flags) != 1) return damaged;
   STACK_OF(X509)* found = CMS_get0_signers(cms.get());
   X509* leaf = found && sk_X509_num(found) == 1 ? sk_X509_value(found, 0) : nullptr;
   CertificatesPointer carried(CMS_get1_certs(cms.get()));
   CodeSignature signature;
+  auto subject = leaf ? subjectOf(*leaf) : "";
   if (leaf) signature.chain = verifiedChain(leaf, carried.get(), anchor);
   sk_X509_free(found);
-  if (signature.chain.empty()) return std::nullopt;
+  if (signature.chain.empty()) {
+    return Failure(signatureFailed, "is signed by \"" + subject + "\", under another root than the one trusted here");
+  }
 
   char* text = nullptr;
   auto length = BIO_get_mem_data(content.get(), &text);
-  if (!readCodeDirectory({text, static_cast<std::size_t>(length)}, signature)) return std::nullopt;
+  if (!readCodeDirectory({text, static_cast<std::size_t>(length)}, signature)) return damaged;
   return signature;
 }
 
@@ -146,31 +149,38 @@ bool readAt(int descriptor, std::span<std::uint8_t> bytes, std::uint64_t offset)
 
 }  // namespace
 
+std::string subjectOf(X509& certificate) {
+  BIOPointer text(BIO_new(BIO_s_mem()));
+  char* bytes = nullptr;
+  if (!text || X509_NAME_print_ex(text.get(), X509_get_subject_name(&certificate), 0, XN_FLAG_ONELINE) < 0) return {};
+  auto length = BIO_get_mem_data(text.get(), &bytes);
+  return {bytes, static_cast<std::size_t>(length)};
+}
+
 Result<CodeSignature> readSignature(std::span<const std::uint8_t> cms, const std::string& anchor) {
   auto signature = verifySignature(cms, anchor);
   ERR_clear_error();
-  if (!signature) return notInOrder;
-  return std::move(*signature);
+  return signature;
 }
 
 Result<CodeSignature> readSignatureOfFile(int descriptor, const std::string& anchor) {
   struct stat status;
   std::array<std::uint8_t, trailerSize> trailer;
-  if (fstat(descriptor, &status) != 0) return Failure(noSuchFile, "the file cannot be looked at");
+  if (fstat(descriptor, &status) != 0) return Failure(noSuchFile, "cannot be looked at");
   auto size = static_cast<std::uint64_t>(status.st_size);
   if (size < trailerSize || !readAt(descriptor, trailer, size - trailerSize) ||
       std::memcmp(trailer.data() + 8, magic.data(), magic.size()) != 0) {
-    return Failure(unsignedCode, "the file is not signed");
+    return Failure(unsignedCode, "has no signature");
   }
   std::uint64_t length = 0;
   for (std::size_t index = 0; index < 8; ++index) length = length << 8 | trailer[index];
-  if (length > maximumCMSLength || length > size - trailerSize) return notInOrder;
+  if (length > maximumCMSLength || length > size - trailerSize) return damaged;
 
   std::vector<std::uint8_t> cms(length);
   std::uint64_t payloadSize = size - trailerSize - length;
-  if (!readAt(descriptor, cms, payloadSize)) return notInOrder;
+  if (!readAt(descriptor, cms, payloadSize)) return damaged;
   auto signature = readSignature(cms, anchor);
-  if (signature && signature->payloadSize != payloadSize) return notInOrder;
+  if (signature && signature->payloadSize != payloadSize) return damaged;
   return signature;
 }
 

@@ -30,8 +30,11 @@ struct CodeSignature {
   std::vector<std::shared_ptr<X509>> chain;  ///< leaf first, a root last
 };
 
+/// The subject of a certificate, for people: "CN = Example, OU = TEAM".
+std::string subjectOf(X509& certificate);
+
 /// Reads the code directory from a CMS and verifies its signature and chain. Certificate dates do not count. Fails
-/// with the Status signatureFailed for whatever is not in order.
+/// with the Status signatureFailed for whatever is not in order. The sentence lacks its subject, the file.
 Result<CodeSignature> readSignature(std::span<const std::uint8_t> cms, const std::string& anchor);
 
 /// Reads and verifies the signature at the end of a file, but not yet the payload's digest. Fails with a Status:

@@ -19,15 +19,23 @@ namespace {
 
 constexpr int maximumLinks = 40;  // as the kernel's own path walk (path_resolution(7))
 
+/// What is wrong with a file or folder that only root should be able to change; empty when nothing is.
+std::string distrust(const struct stat& status, const struct statfs& fileSystem, mode_t type) {
+  if ((status.st_mode & S_IFMT) != type) return type == S_IFDIR ? "is no folder" : "is no regular file";
+  if (status.st_uid != 0) return fmt::format("may be changed by user {}, whose it is", status.st_uid);
+  if (status.st_mode & S_IWGRP) return fmt::format("may be changed by the group {}", status.st_gid);
+  if (status.st_mode & S_IWOTH) return "may be changed by everybody";
+  // A user's own file system server may claim any owner and mode.
+  if (fileSystem.f_type == FUSE_SUPER_MAGIC) return "lies on a file system that a user serves (FUSE)";
+  return {};
+}
+
 /// Fails unless only root can change what the descriptor names, which must be of the given type (S_IFREG or S_IFDIR).
-Result<void> checkTrust(int descriptor, mode_t type) {
+Result<void> checkTrust(int descriptor, mode_t type, const std::string& path) {
   struct stat status;
   struct statfs fileSystem;
-  if (fstat(descriptor, &status) != 0 || fstatfs(descriptor, &fileSystem) != 0) return lastFailure();
-  // A user's own file system server may claim any owner and mode.
-  bool trusted = (status.st_mode & S_IFMT) == type && status.st_uid == 0 &&
-                 (status.st_mode & (S_IWGRP | S_IWOTH)) == 0 && fileSystem.f_type != FUSE_SUPER_MAGIC;
-  if (!trusted) return failureOf(EPERM);
+  if (fstat(descriptor, &status) != 0 || fstatfs(descriptor, &fileSystem) != 0) return lastFailure(path);
+  if (auto reason = distrust(status, fileSystem, type); !reason.empty()) return Failure(EPERM, path + " " + reason);
   return {};
 }
 
@@ -44,28 +52,34 @@ void prepend(std::list<std::string>& rest, std::string_view path) {
 
 /// Walks a path through trusted folders only. The result is opened with O_PATH.
 Result<FileDescriptor> walk(const std::string& path, mode_t type) {
-  if (!path.starts_with('/') || path.size() >= PATH_MAX) return failureOf(EINVAL);
+  if (!path.starts_with('/') || path.size() >= PATH_MAX) return failureOf(EINVAL, path);
   auto root = [] { return FileDescriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)); };
   auto current = root();
   std::list<std::string> rest;
   prepend(rest, path);
+  std::string walked;
   for (int links = 0; !rest.empty();) {
-    if (auto trust = checkTrust(current.get(), S_IFDIR); !trust) return trust.error();
+    if (auto trust = checkTrust(current.get(), S_IFDIR, walked.empty() ? "/" : walked); !trust) return trust.error();
     FileDescriptor next(openat(current.get(), rest.front().c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status;
-    if (!next || fstat(next.get(), &status) != 0) return lastFailure();
+    if (!next || fstat(next.get(), &status) != 0) return lastFailure(walked + "/" + rest.front());
+    auto name = std::move(rest.front());
     rest.pop_front();
     if (!S_ISLNK(status.st_mode)) {
+      walked += "/" + name;
       current = std::move(next);
       continue;
     }
     std::array<char, PATH_MAX> target;
     auto length = readlinkat(next.get(), "", target.data(), target.size());
-    if (length <= 0 || ++links > maximumLinks) return failureOf(ELOOP);
-    if (target[0] == '/') current = root();
+    if (length <= 0 || ++links > maximumLinks) return failureOf(ELOOP, path);
+    if (target[0] == '/') {
+      current = root();
+      walked.clear();
+    }
     prepend(rest, {target.data(), static_cast<std::size_t>(length)});
   }
-  if (auto trust = checkTrust(current.get(), type); !trust) return trust.error();
+  if (auto trust = checkTrust(current.get(), type, walked); !trust) return trust.error();
   return current;
 }
 
@@ -87,10 +101,11 @@ Result<FileDescriptor> openTrustedFile(const std::string& path) {
 Result<FileDescriptor> openTrustedImage(std::int32_t pid) {
   // In this order: what the process names is followed only when nobody but root can have made it run the image.
   auto image = openImage(pid);
+  if (!image && image.error().number == EPERM) return Failure(EPERM, "it runs from a mount that is not root's");
   if (!image) return image;
-  if (auto trust = checkTrust(image->get(), S_IFREG); !trust) return trust.error();
   auto path = executablePath(pid);
-  if (!path) return failureOf(ENOENT);
+  if (!path) return failureOf(ENOENT, "the executable");
+  if (auto trust = checkTrust(image->get(), S_IFREG, *path); !trust) return trust.error();
   auto folder = walk(path->substr(0, std::max<std::size_t>(path->rfind('/'), 1)), S_IFDIR);
   if (!folder) return folder;
   return openAgain(image->get());

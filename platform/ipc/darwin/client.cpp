@@ -1,74 +1,161 @@
 #include "platform/ipc/client.h"
 
-#include <atomic>
+#include <condition_variable>
+#include <deque>
 
 #include "platform/dispatch/darwin/dispatch_reference.h"
 #include "platform/ipc/darwin/values.h"
 
 namespace platform::ipc {
 
-class ClientConnection::Implementation {
+namespace {
+
+/// What XPC's queue leaves for the waiting thread. Shared with the blocks that XPC keeps.
+class Inbox {
  public:
-  explicit Implementation(const std::string& serviceName)
-      : connection_(darwin::XPCConnection::adopt(
-            xpc_connection_create_mach_service(serviceName.c_str(), nullptr, XPC_CONNECTION_MACH_SERVICE_PRIVILEGED))) {
-    auto hasEnded = hasEnded_;
-    xpc_connection_set_event_handler(connection_.get(), ^(xpc_object_t object) {
-      if (xpc_get_type(object) == XPC_TYPE_ERROR) *hasEnded = true;
-    });
-    xpc_connection_resume(connection_.get());
-  }
-  ~Implementation() { xpc_connection_cancel(connection_.get()); }
-  Implementation(const Implementation&) = delete;
-  Implementation& operator=(const Implementation&) = delete;
-
-  std::optional<Dictionary> sendWithReply(const Dictionary& request) {
-    if (*hasEnded_) return std::nullopt;
-    auto reply = darwin::XPCObject::adopt(
-        xpc_connection_send_message_with_reply_sync(connection_.get(), makeMessage(request).get()));
-    if (xpc_get_type(reply.get()) == XPC_TYPE_DICTIONARY) return dictionaryOf(reply.get());
-    *hasEnded_ = true;
-    return std::nullopt;
+  /// Adds an event of a connection; of one that has been closed, or has told its end, nothing is taken.
+  void add(std::uint64_t connection, ClientChannel::Event event) {
+    std::lock_guard lock(mutex_);
+    if (connection != open_) return;
+    if (std::holds_alternative<ClientChannel::End>(event)) open_ = 0;
+    events_.push_back(std::move(event));
+    changed_.notify_all();
   }
 
-  bool send(const Dictionary& dictionary) {
-    if (*hasEnded_) return false;
-    xpc_connection_send_message(connection_.get(), makeMessage(dictionary).get());
-    // What is still to be sent when the connection is cancelled would be thrown away.
-    auto sent = darwin::DispatchSemaphore::adopt(dispatch_semaphore_create(0));
-    xpc_connection_send_barrier(connection_.get(), ^{
-      dispatch_semaphore_signal(sent.get());
-    });
-    dispatch_semaphore_wait(sent.get(), DISPATCH_TIME_FOREVER);
-    return !*hasEnded_;
+  /// Forgets what an earlier connection left. 0: no connection is open.
+  void setOpen(std::uint64_t connection) {
+    std::lock_guard lock(mutex_);
+    open_ = connection;
+    events_.clear();
+  }
+
+  std::optional<ClientChannel::Event> take() {
+    std::lock_guard lock(mutex_);
+    if (events_.empty()) return std::nullopt;
+    auto event = std::move(events_.front());
+    events_.pop_front();
+    return event;
+  }
+
+  void wait(std::optional<ClientChannel::Clock::time_point> deadline) {
+    std::unique_lock lock(mutex_);
+    auto isDue = [&] { return !events_.empty() || isWoken_; };
+    if (deadline) {
+      changed_.wait_until(lock, *deadline, isDue);
+    } else {
+      changed_.wait(lock, isDue);
+    }
+    isWoken_ = false;
+  }
+
+  void wake() {
+    std::lock_guard lock(mutex_);
+    isWoken_ = true;
+    changed_.notify_all();
   }
 
  private:
-  static darwin::XPCObject makeMessage(const Dictionary& dictionary) {
-    auto message = darwin::XPCObject::adopt(xpc_dictionary_create(nullptr, nullptr, 0));
-    setValues(message.get(), dictionary);
-    return message;
-  }
-
-  darwin::XPCConnection connection_;
-  // XPC would start the service anew for a message that follows its end; but then it would not be the one that this
-  // connection's requests were made to.
-  std::shared_ptr<std::atomic<bool>> hasEnded_ = std::make_shared<std::atomic<bool>>(false);
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<ClientChannel::Event> events_;
+  std::uint64_t open_ = 0;
+  bool isWoken_ = false;
 };
 
-// XPC looks for the service when the first message is sent, so that what is wrong with it shows there.
-Result<std::unique_ptr<ClientConnection>> ClientConnection::connect(const std::string& serviceName) {
-  return std::make_unique<ClientConnection>(std::make_unique<Implementation>(serviceName));
+ClientChannel::End endOf(xpc_object_t error) {
+  // XPC looks for the service when the first message is sent. A service that refuses its peer, or ends, interrupts.
+  return {.wasReached = error != XPC_ERROR_CONNECTION_INVALID, .reason = descriptionOf(error)};
 }
 
-ClientConnection::ClientConnection(std::unique_ptr<Implementation> implementation)
-    : implementation_(std::move(implementation)) {}
-ClientConnection::~ClientConnection() = default;
-std::optional<Dictionary> ClientConnection::sendWithReply(const Dictionary& request) {
-  return implementation_->sendWithReply(request);
+}  // namespace
+
+class ClientChannel::Implementation {
+ public:
+  Implementation()
+      : queue_(darwin::DispatchQueue::adopt(dispatch_queue_create("BrimoClient", DISPATCH_QUEUE_SERIAL))) {}
+  ~Implementation() { close(); }
+  Implementation(const Implementation&) = delete;
+  Implementation& operator=(const Implementation&) = delete;
+
+  void open(const std::string& serviceName) {
+    close();
+    inbox_->setOpen(++number_);
+    connection_ = darwin::XPCConnection::adopt(
+        xpc_connection_create_mach_service(serviceName.c_str(), queue_.get(), XPC_CONNECTION_MACH_SERVICE_PRIVILEGED));
+    auto inbox = inbox_;
+    auto number = number_;
+    xpc_connection_set_event_handler(connection_.get(), ^(xpc_object_t object) {
+      if (xpc_get_type(object) == XPC_TYPE_ERROR) inbox->add(number, endOf(object));
+    });
+    xpc_connection_resume(connection_.get());
+  }
+
+  // XPC would start the service anew for a message that follows its end; but then it would not be the one that this
+  // connection's requests were made to.
+  void close() {
+    inbox_->setOpen(0);
+    if (connection_) xpc_connection_cancel(connection_.get());
+    connection_ = {};
+  }
+
+  bool send(std::uint64_t id, const Dictionary& request) {
+    if (!connection_) return true;  // its end is on the way
+    auto message = darwin::XPCObject::adopt(xpc_dictionary_create(nullptr, nullptr, 0));
+    setValues(message.get(), request);
+    auto inbox = inbox_;
+    auto number = number_;
+    xpc_connection_send_message_with_reply(connection_.get(), message.get(), queue_.get(), ^(xpc_object_t reply) {
+      if (xpc_get_type(reply) == XPC_TYPE_DICTIONARY) {
+        inbox->add(number, Reply{.id = id, .dictionary = dictionaryOf(reply)});
+      } else {
+        inbox->add(number, endOf(reply));
+      }
+    });
+    return true;
+  }
+
+  std::optional<Event> next() {
+    auto event = inbox_->take();
+    if (event && std::holds_alternative<End>(*event)) close();
+    return event;
+  }
+
+  void wait(std::unique_lock<std::mutex>& lock, std::optional<Clock::time_point> deadline) {
+    lock.unlock();
+    inbox_->wait(deadline);
+    lock.lock();
+  }
+
+  void wake() { inbox_->wake(); }
+
+ private:
+  darwin::DispatchQueue queue_;
+  std::shared_ptr<Inbox> inbox_ = std::make_shared<Inbox>();
+  darwin::XPCConnection connection_;
+  std::uint64_t number_ = 0;  // of the connection
+};
+
+ClientChannel::ClientChannel() : implementation_(std::make_unique<Implementation>()) {}
+ClientChannel::~ClientChannel() = default;
+void ClientChannel::open(const std::string& serviceName) {
+  implementation_->open(serviceName);
 }
-bool ClientConnection::send(const Dictionary& message) {
-  return implementation_->send(message);
+void ClientChannel::close() {
+  implementation_->close();
+}
+bool ClientChannel::send(std::uint64_t id, const Dictionary& request) {
+  return implementation_->send(id, request);
+}
+// XPC has taken it.
+void ClientChannel::withdraw(std::uint64_t) {}
+std::optional<ClientChannel::Event> ClientChannel::next() {
+  return implementation_->next();
+}
+void ClientChannel::wait(std::unique_lock<std::mutex>& lock, std::optional<Clock::time_point> deadline) {
+  implementation_->wait(lock, deadline);
+}
+void ClientChannel::wake() {
+  implementation_->wake();
 }
 
 }  // namespace platform::ipc

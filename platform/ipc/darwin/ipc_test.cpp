@@ -47,8 +47,8 @@ void handle(Seen& seen, const Event& event) {
     if (!message->reply) return;
     // This process's own signature is not Apple's.
     Dictionary answer = message->dictionary;
-    answer.set("apple", checkSender(*message->sender, "anchor apple") == code_signing::success);
-    answer.set("status", std::int64_t{checkSender(*message->sender, "anchor anchor")});
+    answer.set("apple", checkSender(*message->sender, "anchor apple").has_value());
+    answer.set("status", std::int64_t{checkSender(*message->sender, "anchor anchor").error().number});
     message->reply(answer);
   } else {
     bool invalid = std::get<Error>(event).kind == Error::Kind::connectionInvalid;

@@ -6,13 +6,14 @@
 
 namespace platform::ipc {
 
-code_signing::Status checkSender(const Sender& sender, const std::string& requirementText) {
+Result<void> checkSender(const Sender& sender, const std::string& requirementText) {
   auto code = code_signing::make<SecCodeRef>(
       [&](auto* result) { return SecCodeCreateWithXPCMessage(sender.message(), kSecCSDefaultFlags, result); });
-  if (!code) return code.error().number;
+  if (!code) return code.error();
   auto requirement = code_signing::parse(requirementText);
-  if (!requirement) return requirement.error().number;
-  return SecCodeCheckValidity(code->get(), kSecCSDefaultFlags, requirement->get());
+  if (!requirement) return requirement.error();
+  auto status = SecCodeCheckValidity(code->get(), kSecCSDefaultFlags, requirement->get());
+  return code_signing::resultOf(status, "the sender");
 }
 
 }  // namespace platform::ipc

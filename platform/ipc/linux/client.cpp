@@ -1,11 +1,15 @@
 #include "platform/ipc/client.h"
 
-#include <fmt/format.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <stdexcept>
+#include <cstring>
+#include <deque>
+#include <system_error>
 
 #include "platform/base/file_descriptor.h"
 #include "platform/ipc/linux/endpoint.h"
@@ -13,81 +17,182 @@
 
 namespace platform::ipc {
 
-class ClientConnection::Implementation {
+class ClientChannel::Implementation {
  public:
-  explicit Implementation(FileDescriptor socket) : socket_(std::move(socket)) {}
+  Implementation() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!wake_) throw std::system_error(errno, std::generic_category(), "eventfd");
+  }
 
-  bool send(const Frame& frame) {
-    auto bytes = encodeFrame(frame);
-    if (!bytes) throw std::invalid_argument("the message is too long");
-    for (std::size_t sent = 0; sent < bytes->size();) {
-      auto length = ::send(socket_.get(), bytes->data() + sent, bytes->size() - sent, MSG_NOSIGNAL);
-      if (length < 0 && errno == EINTR) continue;
-      if (length < 0) return false;
-      sent += static_cast<std::size_t>(length);
+  void open(const std::string& serviceName) {
+    close();
+    serviceName_ = serviceName;
+    auto path = endpointPath(serviceName);
+    auto address = endpointAddress(path);
+    socket_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (address && socket_ &&
+        ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0) {
+      return;
     }
+    int error = address ? errno : ENAMETOOLONG;
+    // A full queue of connections that wait to be accepted (unix(7)) is no absence.
+    end_ = End{.wasReached = error == EAGAIN,
+               .reason = "cannot reach the helper at " + path + ": " + std::generic_category().message(error)};
+  }
+
+  void close() {
+    socket_.reset();
+    reader_ = {};
+    outgoing_.clear();
+    sent_ = 0;
+    isGreeted_ = false;
+    mayHaveMore_ = true;
+    end_.reset();
+  }
+
+  bool send(std::uint64_t id, const Dictionary& request) {
+    auto bytes = encodeFrame({.id = id, .dictionary = request});
+    if (!bytes) return false;
+    outgoing_.push_back({id, std::move(*bytes)});
+    // The service speaks first: what is said before its greeting would make it hang up.
+    if (isGreeted_ && outgoing_.size() == 1) flush();
+    // The waiting thread is to watch for room as well.
+    if (isGreeted_ && outgoing_.size() == 1) wake();
     return true;
   }
 
-  /// The next frame; absent when the connection ended.
-  std::optional<Frame> receive() {
-    while (true) {
-      if (auto frame = reader_.next()) return frame;
-      if (reader_.malformed()) return std::nullopt;
-      std::array<std::uint8_t, 65'536> chunk;
-      auto length = recv(socket_.get(), chunk.data(), chunk.size(), 0);
-      if (length < 0 && errno == EINTR) continue;
-      if (length <= 0) return std::nullopt;
-      reader_.append({chunk.data(), static_cast<std::size_t>(length)});
-    }
+  void withdraw(std::uint64_t id) {
+    auto found = std::find_if(outgoing_.begin(), outgoing_.end(), [&](const auto& next) { return next.id == id; });
+    if (found != outgoing_.end() && (found != outgoing_.begin() || sent_ == 0)) outgoing_.erase(found);
   }
 
-  std::optional<Dictionary> sendWithReply(const Dictionary& request) {
-    std::uint64_t id = ++lastID_;
-    if (!send({.id = id, .dictionary = request})) return std::nullopt;
-    while (auto frame = receive()) {
-      if (frame->id == id) return std::move(frame->dictionary);
+  std::optional<Event> next() {
+    while (socket_ && !end_) {
+      if (auto frame = reader_.next()) {
+        if (isGreeted_) return Reply{.id = frame->id, .dictionary = std::move(frame->dictionary)};
+        greet(*frame);
+      } else if (reader_.malformed()) {
+        end_ = End{.wasReached = true, .reason = "the helper's answers are malformed"};
+      } else if (!mayHaveMore_) {
+        mayHaveMore_ = true;
+        return std::nullopt;
+      } else if (!receive()) {
+        return std::nullopt;
+      }
     }
-    return std::nullopt;
+    if (!end_) return std::nullopt;
+    auto end = std::move(*end_);
+    close();
+    return end;
+  }
+
+  void wait(std::unique_lock<std::mutex>& lock, std::optional<Clock::time_point> deadline) {
+    if (end_) return;
+    const auto wanted = static_cast<short>(isGreeted_ && !outgoing_.empty() ? POLLIN | POLLOUT : POLLIN);
+    std::array<pollfd, 2> descriptors{pollfd{wake_.get(), POLLIN, 0}, pollfd{socket_.get(), wanted, 0}};
+    int timeout = -1;
+    if (deadline) {
+      using std::chrono::milliseconds;
+      // A later look does no harm when the deadline is days away.
+      auto rest = std::clamp(std::chrono::ceil<milliseconds>(*deadline - Clock::now()), milliseconds(0),
+                             milliseconds(std::chrono::hours(1)));
+      timeout = static_cast<int>(rest.count());
+    }
+    lock.unlock();
+    int count = poll(descriptors.data(), descriptors.size(), timeout);
+    lock.lock();
+    if (count <= 0) return;
+    if (descriptors[0].revents) {
+      std::uint64_t calls;
+      [[maybe_unused]] auto length = read(wake_.get(), &calls, sizeof calls);
+    }
+    if (descriptors[1].revents & POLLOUT) flush();
+  }
+
+  void wake() {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] auto length = write(wake_.get(), &one, sizeof one);
   }
 
  private:
+  struct Outgoing {
+    std::uint64_t id;
+    Data bytes;
+  };
+
+  void greet(const Frame& greeting) {
+    const auto* service = greeting.dictionary.get<std::string>("service");
+    isGreeted_ = greeting.id == 0 && service && *service == serviceName_;
+    if (isGreeted_) return flush();
+    end_ = End{.wasReached = true, .reason = "the endpoint is not that of " + serviceName_};
+  }
+
+  /// Reads once; false when nothing is there.
+  bool receive() {
+    auto length = recv(socket_.get(), chunk_.data(), chunk_.size(), 0);
+    if (length < 0 && errno == EINTR) return true;
+    if (length < 0 && errno == EAGAIN) return false;
+    if (length <= 0) {
+      end_ = End{.wasReached = true, .reason = "the helper has closed the connection"};
+      return true;
+    }
+    reader_.append({chunk_.data(), static_cast<std::size_t>(length)});
+    mayHaveMore_ = static_cast<std::size_t>(length) == chunk_.size();
+    return true;
+  }
+
+  void flush() {
+    while (!outgoing_.empty()) {
+      const auto& bytes = outgoing_.front().bytes;
+      auto length = ::send(socket_.get(), bytes.data() + sent_, bytes.size() - sent_, MSG_NOSIGNAL);
+      if (length < 0 && errno == EINTR) continue;
+      if (length < 0 && errno == EAGAIN) return;
+      if (length < 0) {
+        // The end is noticed when reading, after what was answered before.
+        outgoing_.clear();
+        shutdown(socket_.get(), SHUT_RDWR);
+        return;
+      }
+      sent_ += static_cast<std::size_t>(length);
+      if (sent_ < bytes.size()) continue;
+      outgoing_.pop_front();
+      sent_ = 0;
+    }
+  }
+
+  FileDescriptor wake_;
+  std::string serviceName_;
   FileDescriptor socket_;
   FrameReader reader_;
-  std::uint64_t lastID_ = 0;
+  std::array<std::uint8_t, 65'536> chunk_;
+  bool mayHaveMore_ = true;  // than the last read brought
+  std::deque<Outgoing> outgoing_;
+  std::size_t sent_ = 0;  // of the first outgoing one
+  bool isGreeted_ = false;
+  std::optional<End> end_;
 };
 
-Result<std::unique_ptr<ClientConnection>> ClientConnection::connect(const std::string& serviceName) {
-  auto path = endpointPath(serviceName);
-  auto address = endpointAddress(path);
-  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!address || !socket ||
-      ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
-    const int number = address ? errno : ENAMETOOLONG;
-    return failureOf(number, fmt::format("cannot reach the helper at {}", path));
-  }
-  auto implementation = std::make_unique<Implementation>(std::move(socket));
-  // The service speaks first: what is said before its greeting would make it hang up.
-  auto greeting = implementation->receive();
-  if (!greeting) {
-    return Failure(0,
-                   "the helper refused this application: it must be signed, and installed where only root can write");
-  }
-  const auto* service = greeting->dictionary.get<std::string>("service");
-  if (greeting->id != 0 || !service || *service != serviceName) {
-    return Failure(0, fmt::format("{} is not the endpoint of {}", path, serviceName));
-  }
-  return std::make_unique<ClientConnection>(std::move(implementation));
+ClientChannel::ClientChannel() : implementation_(std::make_unique<Implementation>()) {}
+ClientChannel::~ClientChannel() = default;
+void ClientChannel::open(const std::string& serviceName) {
+  implementation_->open(serviceName);
 }
-
-ClientConnection::ClientConnection(std::unique_ptr<Implementation> implementation)
-    : implementation_(std::move(implementation)) {}
-ClientConnection::~ClientConnection() = default;
-std::optional<Dictionary> ClientConnection::sendWithReply(const Dictionary& request) {
-  return implementation_->sendWithReply(request);
+void ClientChannel::close() {
+  implementation_->close();
 }
-bool ClientConnection::send(const Dictionary& message) {
-  return implementation_->send({.id = 0, .dictionary = message});
+bool ClientChannel::send(std::uint64_t id, const Dictionary& request) {
+  return implementation_->send(id, request);
+}
+void ClientChannel::withdraw(std::uint64_t id) {
+  implementation_->withdraw(id);
+}
+std::optional<ClientChannel::Event> ClientChannel::next() {
+  return implementation_->next();
+}
+void ClientChannel::wait(std::unique_lock<std::mutex>& lock, std::optional<Clock::time_point> deadline) {
+  implementation_->wait(lock, deadline);
+}
+void ClientChannel::wake() {
+  implementation_->wake();
 }
 
 }  // namespace platform::ipc

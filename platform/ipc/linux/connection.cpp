@@ -14,6 +14,7 @@
 #include "platform/code_signing/code_signing.h"
 #include "platform/code_signing/linux/requirement.h"
 #include "platform/dispatch/dispatch.h"
+#include "platform/system/refusal_log.h"
 
 namespace platform::ipc {
 
@@ -66,7 +67,10 @@ void Connection::Implementation::setEventHandler(std::function<void(const Event&
 
 void Connection::Implementation::resume() {
   if (!socket_) return;
-  if (!admitPeer()) return cancel();
+  if (auto admitted = admitPeer(); !admitted) {
+    logRefusal(sender_->uid(), sender_->pid(), admitted.error().what());
+    return cancel();
+  }
   readiness_ = EventSource::io(socket_.get(), EPOLLIN, [this](std::uint32_t events) {
     auto keep = shared_from_this();
     if (events & EPOLLOUT) flush();
@@ -81,15 +85,21 @@ void Connection::Implementation::resume() {
 }
 
 // The order matters: each step makes sure of what the next one relies on, and nothing of the peer's is read.
-bool Connection::Implementation::admitPeer() {
-  if (requirement_.empty() || !sender_->takePidfd(socket_.get())) return false;
+Result<void> Connection::Implementation::admitPeer() {
+  if (requirement_.empty() || !sender_->takePidfd(socket_.get())) return Failure(0, "the process has ended");
   // With namespaces of its own a process could forge its credentials and what /proc/PID/exe shows.
-  if (!sender_->sharesNamespaces()) return false;
-  if (endpoint_->requiredGroup && !sender_->wasGivenGroup(*endpoint_->requiredGroup)) return false;
-  if (checkSender(*sender_, requirement_) != code_signing::success) return false;
+  if (!sender_->sharesNamespaces()) return Failure(0, "it lives in user or pid namespaces of its own");
+  if (endpoint_->requiredGroup && !sender_->wasGivenGroup(*endpoint_->requiredGroup)) {
+    return Failure(
+        0, fmt::format("it was not given the client group {} by its executable: it has connected with the group {}",
+                       *endpoint_->requiredGroup, sender_->gid()));
+  }
+  if (auto checked = checkSender(*sender_, requirement_); !checked) return checked;
   // What was sent by now may have been sent before the process became the one that was checked.
   int waiting = 0;
-  return ioctl(socket_.get(), FIONREAD, &waiting) == 0 && waiting == 0;
+  if (ioctl(socket_.get(), FIONREAD, &waiting) != 0) return lastFailure();
+  if (waiting != 0) return Failure(0, "it has spoken before the greeting");
+  return {};
 }
 
 /// Reads once: what the frame that has begun lacks, or a chunk, whichever is more.
@@ -144,7 +154,10 @@ Message Connection::Implementation::messageOf(Frame frame) {
 }
 
 void Connection::Implementation::terminate() {
-  deliver(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
+  // The handler keeps the connection.
+  if (auto handler = std::exchange(handler_, nullptr)) {
+    (*handler)(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
+  }
   close();
 }
 

@@ -41,7 +41,7 @@ class Connection::Implementation final : public Connection, public std::enable_s
 
  private:
   void deliver(const Event& event);
-  bool admitPeer();
+  Result<void> admitPeer();
   enum class Received { bytes, nothing, end };
   Received receive();
   void handleFrames();

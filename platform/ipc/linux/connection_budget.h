@@ -13,19 +13,14 @@ namespace platform::ipc {
 class ConnectionBudget {
  public:
   using Time = std::chrono::steady_clock::time_point;
-  enum class Verdict {
-    admitted,
-    refused,
-    refusedAndToBeSaid,  ///< the user's first since a minute
-  };
 
-  Verdict spend(uid_t user, Time now);
+  /// Whether the user may have another connection.
+  bool spend(uid_t user, Time now);
 
  private:
   struct Bucket {
     double connections;
     Time filled;
-    Time said;
   };
   void forgetTheIdle(Time now);
 

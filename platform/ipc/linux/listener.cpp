@@ -17,6 +17,7 @@
 #include "platform/ipc/linux/connection.h"
 #include "platform/ipc/linux/connection_budget.h"
 #include "platform/ipc/linux/endpoint.h"
+#include "platform/system/refusal_log.h"
 #include "platform/system/system_log.h"
 
 namespace platform::ipc {
@@ -104,9 +105,16 @@ class Listener::Implementation final : public Listener {
     }
     // Connections that were made before this process came up have not had it from the listening socket.
     if (!passCredentials(socket.get())) return;
-    uid_t user = Sender(socket.get()).uid();
-    if (!isWithinBudget(user)) return;
-    if (connections_.size() >= maximumConnections || perUser_[user] >= maximumConnectionsPerUser) return;
+    const Sender sender(socket.get());
+    const auto user = sender.uid();
+    if (!budget_.spend(user, std::chrono::steady_clock::now())) {
+      return logRefusal(user, sender.pid(), "this user connects too often");
+    }
+    if (connections_.size() >= maximumConnections || perUser_[user] >= maximumConnectionsPerUser) {
+      return logRefusal(user, sender.pid(),
+                        fmt::format("there are too many connections: {} of this user, {} in all", perUser_[user],
+                                    connections_.size()));
+    }
     ++perUser_[user];
     auto entry = connections_.insert(connections_.end(), std::weak_ptr<Connection::Implementation>());
     auto connection = std::make_shared<Connection::Implementation>(std::move(socket), endpoint_, [this, user, entry] {
@@ -115,15 +123,6 @@ class Listener::Implementation final : public Listener {
     });
     *entry = connection;
     handler_(std::move(connection));
-  }
-
-  /// Whether the user may have another connection; else it is closed without a word but this one.
-  bool isWithinBudget(uid_t user) {
-    auto verdict = budget_.spend(user, std::chrono::steady_clock::now());
-    if (verdict == ConnectionBudget::Verdict::refusedAndToBeSaid) {
-      systemLog(fmt::format("User {} connects too often: connections are refused", user));
-    }
-    return verdict == ConnectionBudget::Verdict::admitted;
   }
 
   void terminate() {

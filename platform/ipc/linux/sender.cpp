@@ -55,11 +55,13 @@ bool Sender::sharesNamespaces() const {
   return peer.sharesNamespace("user") && peer.sharesNamespace("pid") && isAlive();
 }
 
-code_signing::Status checkSender(const Sender& sender, const std::string& requirement) {
-  auto status = code_signing::checkRunningImage(sender.pid(), requirement);
+Result<void> checkSender(const Sender& sender, const std::string& requirement) {
+  auto checked = code_signing::checkRunningImage(sender.pid(), requirement);
   // Whatever /proc said, it said it of the sender only if that has not ended meanwhile.
-  if (!sender.isAlive() || status == code_signing::noSuchFile) return code_signing::noSuchCode;
-  return status == code_signing::success ? status : code_signing::requirementFailed;
+  if (!sender.isAlive()) return Failure(code_signing::noSuchCode, "the process has ended");
+  if (checked) return checked;
+  const bool isMissing = checked.error().number == code_signing::noSuchFile;
+  return Failure(isMissing ? code_signing::noSuchCode : code_signing::requirementFailed, checked.error().what());
 }
 
 }  // namespace platform::ipc

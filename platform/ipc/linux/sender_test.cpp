@@ -13,7 +13,7 @@ TEST(Sender, AnythingWrongWithItsExecutableIsAFailedRequirement) {
   Sender sender(one.get());
   ASSERT_TRUE(sender.takePidfd(one.get()));
   // This program is not signed.
-  EXPECT_EQ(checkSender(sender, "identifier \"com.example.test\""), code_signing::requirementFailed);
+  EXPECT_EQ(checkSender(sender, "identifier \"com.example.test\"").error().number, code_signing::requirementFailed);
 }
 
 }  // namespace

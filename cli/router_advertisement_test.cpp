@@ -6,6 +6,8 @@
 #include <array>
 #include <boost/json.hpp>
 
+#include "cli/router_advertisement_text.h"
+
 namespace brimo {
 namespace {
 
@@ -45,12 +47,12 @@ TEST(RouterAdvertisement, DecodesEveryOption) {
   auto decoded =
       decodeRouterAdvertisement(join({header, linkLayer, unknown, prefix, mtu, dnsServers, searchDomains}), router);
   ASSERT_TRUE(decoded);
-  EXPECT_EQ(boost::json::serialize(decoded->json()),
+  EXPECT_EQ(boost::json::serialize(routerObject(*decoded)),
             R"({"router":"fe80::1","lifetime":1800,"hop-limit":64,"managed":false,"other-configuration":true,)"
             R"("prefixes":[{"prefix":"2001:db8:1::/64","on-link":true,"autonomous":true,"valid-lifetime":3600,)"
             R"("preferred-lifetime":4294967295}],"dns-servers":["2001:db8::53","fe80::53"],)"
             R"("search-domains":["lab.example","net"],"link-layer-address":"02:42:ac:11:00:0a","mtu":1500})");
-  EXPECT_EQ(decoded->text(),
+  EXPECT_EQ(routerText(*decoded),
             "router fe80::1\n"
             "  lifetime          1800 s\n"
             "  hardware address  02:42:ac:11:00:0a\n"
@@ -67,7 +69,7 @@ TEST(RouterAdvertisement, NeedsNoOptions) {
   ASSERT_TRUE(decoded);
   EXPECT_THAT(decoded->prefixes, IsEmpty());
   EXPECT_EQ(decoded->mtu, std::nullopt);
-  EXPECT_EQ(decoded->text(),
+  EXPECT_EQ(routerText(*decoded),
             "router fe80::1\n  lifetime          1800 s\n  hop limit         64\n"
             "  other settings    by DHCPv6");
 }

@@ -1,0 +1,240 @@
+#include "cli/commands.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <unistd.h>
+
+#include <bit>
+#include <boost/json.hpp>
+#include <filesystem>
+
+#include "cli/doctor.h"
+#include "cli/proxy_arguments.h"
+#include "cli/router_advertisement_text.h"
+#include "cli/services.h"
+#include "platform/base/exact_json.h"
+#include "platform/process/process.h"
+
+namespace brimo {
+
+namespace json = boost::json;
+
+namespace {
+
+using Run = std::function<Answer(const Surroundings&, const Arguments&)>;
+
+Answer runVersion(const Surroundings& surroundings, const Arguments&) {
+  auto build = ask(surroundings.helper(), brimo::version());
+  return {.object = {{"version", build}}, .text = fmt::format("helper build {}", build)};
+}
+
+Answer runProcessLookup(const Surroundings& surroundings, const Arguments& arguments) {
+  if (arguments[0] != "tcp" && arguments[0] != "udp") {
+    throw UsageError(fmt::format("\"{}\" is neither tcp nor udp", arguments[0]));
+  }
+  auto text = arguments[1];
+  constexpr std::string_view localhost = "localhost:";
+  if (text.starts_with(localhost)) text = "127.0.0.1:" + text.substr(localhost.size());
+  auto address = parseSocketAddress(text);
+  if (!address) {
+    throw UsageError(
+        fmt::format("\"{}\" is no address of this machine and port: write 127.0.0.1:80, [::1]:80, "
+                    "[fe80::1%eth0]:80 or localhost:80",
+                    arguments[1]));
+  }
+  auto transport = arguments[0] == "udp" ? Transport::udp : Transport::tcp;
+  auto owner = ask(surroundings.helper(), brimo::processLookup(transport, *address));
+  if (!owner) return {.object = {}, .text = fmt::format("no process owns {}", arguments[1]), .code = exitNotFound};
+  json::object object{{"pid", owner->pid}};
+  if (owner->path) object["path"] = *owner->path;
+  return {.object = object, .text = fmt::format("PID {} {}", owner->pid, owner->path.value_or("(unknown path)"))};
+}
+
+Answer runDHCPDiscover(const Surroundings& surroundings, const Arguments& arguments) {
+  auto servers = ask(surroundings.helper(), brimo::dhcpDiscover(arguments[0]));
+  json::object object{{"serverAddresses", json::value_from(servers)}};
+  if (servers.empty()) {
+    auto text = fmt::format("no DHCP server answers on {}", arguments[0]);
+    return {.object = std::move(object), .text = std::move(text), .code = exitNotFound};
+  }
+  return {.object = std::move(object), .text = fmt::format("{}", fmt::join(servers, "\n"))};
+}
+
+Answer runRADetect(const Surroundings& surroundings, const Arguments& arguments) {
+  auto advertisement = ask(surroundings.helper(), brimo::raDetect(arguments[0]));
+  if (!advertisement) {
+    return {.object = {}, .text = fmt::format("no IPv6 router answers on {}", arguments[0]), .code = exitNotFound};
+  }
+  return {.object = routerObject(*advertisement), .text = routerText(*advertisement)};
+}
+
+/// Takes "--force" out of the arguments; whether it was there.
+bool takeForce(Arguments& arguments) {
+  return std::erase(arguments, "--force") > 0;
+}
+
+Answer setProxy(const Surroundings& surroundings, const Arguments& given) {
+  auto arguments = given;
+  bool isForced = takeForce(arguments);
+  if (arguments.size() < 2) throw UsageError("set-proxy takes a service and settings, or \"off\"");
+  auto [proxies, lifetime] = parseProxyArguments({arguments.begin() + 1, arguments.end()});
+  auto service = findService(arguments[0], isForced);
+  ask(surroundings.helper(), brimo::setProxies({{service, proxies}}, lifetime));
+  auto answer = done();
+  answer.endsWithConnection = lifetime == ProxyLifetime::untilAClientLeaves;
+  return answer;
+}
+
+std::uint32_t requireIPv4(const std::string& text, const char* what) {
+  in_addr address;
+  if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
+    throw UsageError(fmt::format("\"{}\" is no {}: write it like 192.0.2.1", text, what));
+  }
+  return ntohl(address.s_addr);
+}
+
+Answer runSetStaticIP(const Surroundings& surroundings, const Arguments& given) {
+  auto arguments = given;
+  bool isForced = takeForce(arguments);
+  if (arguments.size() != 4) throw UsageError("set-static-ip takes a service, an address, a mask and a router");
+  if (requireIPv4(arguments[1], "address") == 0) throw UsageError("0.0.0.0 is no address of a machine");
+  auto mask = requireIPv4(arguments[2], "mask");
+  if (mask == 0 || std::countl_one(mask) + std::countr_zero(mask) != 32) {
+    throw UsageError(fmt::format("\"{}\" is no mask: its ones must come first, as in 255.255.255.0", arguments[2]));
+  }
+  requireIPv4(arguments[3], "router");
+  auto service = findService(arguments[0], isForced);
+  ask(surroundings.helper(), brimo::setStaticIP(service, arguments[1], arguments[2], arguments[3]));
+  return done();
+}
+
+/// The helper has a working folder of its own. Empty stays empty.
+std::string absolute(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::absolute(path, error);
+}
+
+Answer runStartWatchdog(const Surroundings& surroundings, const Arguments&) {
+  if (surroundings.isOnlyCommand) {
+    throw UsageError(
+        "start-watchdog by itself would have the helper launch this program, which ends at once, again and again; it "
+        "is "
+        "for lines over one connection");
+  }
+  return ask(surroundings.helper(), brimo::startWatchdog()), done();
+}
+
+Answer runStartDHCPServer(const Surroundings& surroundings, const Arguments& arguments) {
+  auto executable = std::filesystem::path(platform::executablePath(getpid()).value_or(""));
+  auto request =
+      brimo::startDHCPServer({.executable = executable.parent_path().parent_path() / "Applications/brimo-dhcpd",
+                              .interface = arguments[0],
+                              .configuration = absolute(arguments[1]),
+                              .leases = absolute(arguments[2]),
+                              .output = absolute(arguments[3]),
+                              .pidFile = absolute(arguments[4])});
+  auto pid = ask(surroundings.helper(), request);
+  return {.object = {{"result", "success"}, {"pid", pid}},
+          .text = fmt::format("DHCP server runs as PID {}", pid),
+          .endsWithConnection = true};
+}
+
+/// The reply as it is, an error among them.
+Answer sendJSON(const Surroundings& surroundings, const Arguments& arguments) {
+  auto result = surroundings.helper().call(jsonCommand(arguments[0]));
+  if (!result && result.error().code == ErrorCode::rejected) {
+    json::object object{{"error", result.error().message}};
+    auto text = platform::serializeExactJSON(object);
+    return {.object = std::move(object), .text = std::move(text), .code = exitRefused};
+  }
+  auto text = valueOf(std::move(result));
+  auto reply = platform::parseExactJSON(text, 512);
+  if (!reply || !reply->is_object()) throw CommandFailure(exitRefused, "the helper's reply is not a JSON object");
+  return {.object = std::move(reply->get_object()), .text = std::move(text)};
+}
+
+/// A command that only succeeds or fails.
+Run simple(Request<Done> (*request)()) {
+  return [request](const Surroundings& surroundings, const Arguments&) {
+    ask(surroundings.helper(), request());
+    return done();
+  };
+}
+
+Answer runSpindump(const Surroundings& surroundings, const Arguments& arguments) {
+  ask(surroundings.helper(), brimo::spindump(absolute(arguments[0])));
+  return done();
+}
+
+}  // namespace
+
+const std::map<std::string, Command>& commands() {
+  constexpr std::size_t any = 1'000;
+  static const std::map<std::string, Command> table{
+      {"version", {"", "Shows the build number of the helper.", 0, 0, runVersion}},
+      {"doctor",
+       {"",
+        "Looks at the installation, and says what is not in order and what helps. As root it looks at the store, too.",
+        0, 0, [](const Surroundings& surroundings, const Arguments&) { return examine(surroundings); }}},
+      {"process-lookup",
+       {"tcp|udp ADDRESS:PORT",
+        "Shows the owner of a local socket: 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, localhost:80.", 2, 2,
+        runProcessLookup}},
+      {"dhcp-discover",
+       {"INTERFACE", "Lists the DHCP servers that answer on an interface, after two seconds.", 1, 1, runDHCPDiscover}},
+      {"ra-detect",
+       {"INTERFACE", "Shows the first IPv6 router that answers on an interface, within five seconds.", 1, 1,
+        runRADetect}},
+      {"services",
+       {"", "Lists the network services of this machine: ID, interface, name; the primary one is marked.", 0, 0,
+        [](const Surroundings&, const Arguments&) { return listServices(); }}},
+      {"proxies",
+       {"", "Shows which proxies are set, where, and who obeys them.", 0, 0,
+        [](const Surroundings&, const Arguments&) { return listProxies(); }}},
+      {"set-proxy",
+       {"SERVICE SETTING… | SERVICE off [--force]",
+        "Gives a service these proxies, and no others; off takes them off. A SERVICE is told by its ID, else the\n"
+        "interface that it is active on, else its name; \"primary\" is the one that leads to the network at large. "
+        "With --force it is an ID, known to this machine or not.\n"
+        "  http=HOST:PORT https=HOST:PORT socks=HOST:PORT, or pac=URL\n"
+        "  except=HOST,*.DOMAIN,ADDRESS/BITS…   go there directly\n"
+        "  except-simple                        to names without a dot, too\n"
+        "  temporary                            only until a client leaves: a single run stays until it is\n"
+        "                                       interrupted. Without it, the settings stay",
+        2, any, setProxy}},
+      {"set-static-ip",
+       {"SERVICE ADDRESS MASK ROUTER [--force]", "Gives a service a manual IPv4 configuration, which stays.", 4, 5,
+        runSetStaticIP}},
+      {"start-watchdog",
+       {"", "Has the helper launch this program again after any client has left. Among several lines only.", 0, 0,
+        runStartWatchdog}},
+      {"stop-watchdog", {"", "No longer.", 0, 0, simple(brimo::stopWatchdog)}},
+      {"defunct-restart", {"", "Kills this program and launches it again.", 0, 0, simple(brimo::defunctRestart)}},
+      {"prevent-sleep-temp",
+       {"", "Keeps the idle machine awake for 30 seconds.", 0, 0, simple(brimo::preventSleepTemporarily)}},
+      {"start-dhcpd",
+       {"INTERFACE CONFIG LEASES OUTPUT PIDFILE",
+        "Starts the DHCP server of this bundle (Contents/Applications/brimo-dhcpd) until a client leaves: a single "
+        "run\n"
+        "stays until it is interrupted. LEASES and OUTPUT must exist.",
+        5, 5, runStartDHCPServer}},
+      {"stop-dhcpd", {"", "Stops it.", 0, 0, simple(brimo::stopDHCPServer)}},
+      {"spindump", {"FILE", "Samples this program into FILE.", 1, 1, runSpindump}},
+      {"stop", {"", "Ends the helper process, which undoes nothing.", 0, 0, simple(brimo::stop)}},
+      {"json", {"OBJECT", "Sends a JSON command, byte by byte as it is.", 1, 1, sendJSON}},
+  };
+  return table;
+}
+
+Answer runCommand(const std::string& name, const Surroundings& surroundings, const Arguments& arguments) {
+  auto found = commands().find(name);
+  if (found == commands().end()) throw UsageError(fmt::format("there is no command \"{}\"; \"help\" lists them", name));
+  const auto& command = found->second;
+  if (arguments.size() < command.least || arguments.size() > command.most) {
+    throw UsageError(fmt::format("usage: Brimo {}{}{}", name, command.arguments.empty() ? "" : " ", command.arguments));
+  }
+  return command.run(surroundings, arguments);
+}
+
+}  // namespace brimo

@@ -1,0 +1,35 @@
+// What a router advertisement says (RFC 4861; RFC 8106 for DNS).
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace brimo {
+inline namespace v1 {
+
+/// Times are in seconds; 0xFFFFFFFF stands for ever.
+struct RouterAdvertisement {
+  struct Prefix {
+    std::string prefix;       ///< "2001:db8::/64"
+    bool onLink = false;      ///< hosts of the prefix are reached without a router
+    bool autonomous = false;  ///< hosts may make their own addresses of it
+    std::uint32_t validLifetime = 0;
+    std::uint32_t preferredLifetime = 0;
+  };
+
+  std::string router;                           ///< its address, with its interface where that is known: "fe80::1%eth0"
+  std::uint8_t hopLimit = 0;                    ///< for hosts to use; 0: no advice
+  bool managed = false;                         ///< addresses are had by DHCPv6
+  bool otherConfiguration = false;              ///< other settings are had by DHCPv6
+  std::uint16_t lifetime = 0;                   ///< as a default router
+  std::optional<std::string> linkLayerAddress;  ///< "02:00:00:00:00:01"
+  std::optional<std::uint32_t> mtu;
+  std::vector<Prefix> prefixes;
+  std::vector<std::string> dnsServers;
+  std::vector<std::string> searchDomains;
+};
+
+}  // namespace v1
+}  // namespace brimo

@@ -1,0 +1,32 @@
+// The address of a local socket.
+#pragma once
+
+#include <brimo/result.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+struct sockaddr;
+
+namespace brimo {
+inline namespace v1 {
+
+struct SocketAddress {
+  bool isIPv6 = false;
+  std::array<std::uint8_t, 16> bytes{};  ///< in network order; IPv4 has the first four
+  std::uint16_t port = 0;                ///< in host order
+  std::uint32_t scope = 0;               ///< index of the interface, of link-local IPv6 addresses
+};
+
+/// The address in the system's form, a sockaddr_in or sockaddr_in6; absent for any other family. A v4-mapped IPv6
+/// address stays what it is.
+BRIMO_CLIENT_API std::optional<SocketAddress> socketAddress(const ::sockaddr* address);
+
+/// Reads "192.0.2.1:80", "[2001:db8::1]:80" or "[fe80::1%eth0]:80"; absent when it is anything else, or this machine
+/// has no such interface.
+BRIMO_CLIENT_API std::optional<SocketAddress> parseSocketAddress(const std::string& text);
+
+}  // namespace v1
+}  // namespace brimo

@@ -1,0 +1,2 @@
+// The JSON library's own code.
+#include <boost/json/src.hpp>

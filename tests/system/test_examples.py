@@ -1,0 +1,78 @@
+"""The examples, as an application developer has them: built against an installed prefix, or from the documents alone."""
+
+import json
+import os
+import shutil
+import signal
+import subprocess
+import unittest
+from pathlib import Path
+
+import harness
+from harness import GENUINE_PYTHON, HelperTest, TESTS, USER, kill_group, run_as_user, wait_until
+
+STORE = Path(f"/var/lib/{harness.SERVICE}/preferences.json")
+HOME = Path("/tmp/home")
+EXAMPLE = Path("/opt/Example.app/Contents/MacOS/Example")
+
+
+class Application(HelperTest):
+    def setUp(self):
+        super().setUp()
+        shutil.copytree(TESTS / "Example.app", "/opt/Example.app")
+        self.addCleanup(shutil.rmtree, "/opt/Example.app")
+        HOME.mkdir()
+        os.chown(HOME, USER, USER)
+        self.addCleanup(shutil.rmtree, HOME)
+
+    def proxies(self):
+        return json.loads(STORE.read_text())["NetworkServices"]["example"].get("Proxies") if STORE.exists() else None
+
+    def instances(self):
+        """Arguments of the running examples, by process ID."""
+        found = {}
+        for folder in Path("/proc").glob("[0-9]*"):
+            try:
+                if os.readlink(folder / "exe") == str(EXAMPLE):
+                    found[int(folder.name)] = (folder / "cmdline").read_bytes().split(b"\0")[1:-1]
+            except OSError:
+                pass
+        return found
+
+    def test_it_sets_looks_up_comes_back_and_cleans_up(self):
+        process = run_as_user([EXAMPLE, "example", "192.0.2.1", "8080"], env=harness.ENVIRONMENT | {"HOME": str(HOME)})
+        self.addCleanup(self._end_process, process)
+        lines = sorted(process.stdout.readline().rstrip("\n") for _ in range(7))
+        self.assertEqual(lines, ["connected to build 618"] + 4 * ["owner found"] + ["proxies set", "watched"])
+        self.assertEqual((self.proxies()["HTTPProxy"], self.proxies()["HTTPPort"]), ("192.0.2.1", 8080))
+
+        kill_group(process)
+        process.wait()
+        again = wait_until(self.instances, "it was launched again")
+        self.addCleanup(lambda: [os.kill(pid, signal.SIGKILL) for pid in self.instances()])
+        self.assertEqual(list(again.values()), [[b"-crashWatchDog"]])
+        wait_until(lambda: (self.proxies() or {}).get("HTTPProxy") == "192.0.2.1", "it has set its proxies again")
+        wait_until(lambda: self.log().count("[BRHMain] Received command: start-watchdog") == 2, "it is watched again")
+
+        os.kill(next(iter(again)), signal.SIGTERM)
+        wait_until(lambda: not self.instances(), "it ended")
+        self.assertFalse(self.proxies())
+        self.assertEqual(self.log().count("[BRHMain] Received command: stop-watchdog"), 1)
+
+
+class Python(HelperTest):
+    def test_the_smallest_client(self):
+        def run(interpreter):
+            process = run_as_user([interpreter, "-B", TESTS / "client.py", "lo"])
+            self.addCleanup(self._end_process, process)
+            return process
+        out = self.assert_succeeds(process := run(GENUINE_PYTHON))
+        self.assertEqual(out, "helper build 618\n"
+                              f"this program is PID {process.pid} at {GENUINE_PYTHON}\n"
+                              "DHCP servers on lo {'error': \"Error: Couldn't get hardware address!\"}\n")
+        _, errors = run(harness.PYTHON).communicate(timeout=harness.DEADLINE)
+        self.assertIn("Refused", errors)
+
+
+if __name__ == "__main__":
+    unittest.main()

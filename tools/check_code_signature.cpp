@@ -1,0 +1,65 @@
+// check-code-signature BUNDLE: whether the helper of this build would admit the application in a bundle, and if not,
+// why.
+#include <grp.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <iostream>
+
+#include "build_constants.h"
+#include "helper/admission.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// The one program of a bundle; says so and is empty when there is none, or several.
+fs::path programOf(const fs::path& bundle) {
+  std::error_code error;
+  fs::path found;
+  for (const auto& entry : fs::directory_iterator(bundle / "Contents/MacOS", error)) {
+    if (!found.empty()) {
+      std::cerr << bundle.string() << "/Contents/MacOS holds more than one file: name the program\n";
+      return {};
+    }
+    found = entry.path();
+  }
+  if (error) std::cerr << bundle.string() << "/Contents/MacOS: " << error.message() << '\n';
+  return found;
+}
+
+/// What is wrong with the program's group; empty when nothing is.
+std::string groupProblem(const fs::path& program) {
+  if (*BRHClientGroup == '\0') return {};
+  const auto* group = getgrnam(BRHClientGroup);
+  if (!group) return std::string("there is no group ") + BRHClientGroup;
+  struct stat status;
+  if (stat(program.c_str(), &status) != 0 || status.st_gid != group->gr_gid || (status.st_mode & S_ISGID) == 0) {
+    return program.string() + " is not setgid to the client group " + BRHClientGroup;
+  }
+  return {};
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 2) {
+    std::cerr << "usage: check-code-signature BUNDLE | PROGRAM\n";
+    return 2;
+  }
+  std::error_code error;
+  auto path = fs::canonical(arguments[1], error);
+  if (error) {
+    std::cerr << arguments[1] << ": " << error.message() << '\n';
+    return 1;
+  }
+  if (fs::is_directory(path)) path = programOf(path);
+  if (path.empty()) return 1;
+  auto admitted = BRHValidateMainApplication(path);
+  auto problem = admitted ? groupProblem(path) : admitted.error().what();
+  if (!problem.empty()) {
+    std::cout << "would be refused: " << problem << '\n';
+    return 1;
+  }
+  std::cout << path.string() << " would be admitted\n";
+}
