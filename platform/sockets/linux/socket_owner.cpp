@@ -11,7 +11,6 @@
 #include <charconv>
 #include <chrono>
 #include <cstring>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -21,6 +20,7 @@
 
 #include "platform/base/file_descriptor.h"
 #include "platform/sockets/linux/control_group.h"
+#include "platform/sockets/linux/known_owners.h"
 #include "platform/sockets/socket_table.h"
 
 namespace platform {
@@ -28,13 +28,8 @@ namespace platform {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Inode = std::uint64_t;
 
 constexpr auto timeAtOnce = std::chrono::microseconds(300);
-// What is remembered: 4 MiB at most.
-constexpr std::size_t maximumKnown = 32, maximumPlaces = 16'384;
-constexpr std::size_t maximumDescriptors = 16'384;  // of a known process; others look new each time
-constexpr Inode noSocket = 0, notSeen = ~Inode{0};
 
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
@@ -71,84 +66,7 @@ std::vector<std::int32_t> numbersIn(DIR* folder, const More& more) {
   return numbers;
 }
 
-/// A process that a socket was found in lately.
-struct KnownProcess {
-  std::int32_t pid = 0;
-  std::uint64_t controlGroup = 0;  // of the socket; under the lock of Memory
-
-  std::mutex mutex;  // held while the process is looked at
-
-  /// What a descriptor was when it was last looked at.
-  Inode before(std::size_t number) const { return number < descriptors_.size() ? descriptors_[number] : notSeen; }
-  void note(std::size_t number, Inode inode) {
-    if (number >= maximumDescriptors || (inode == notSeen && number >= descriptors_.size())) return;
-    if (number >= descriptors_.size()) descriptors_.resize(number + 1, notSeen);
-    descriptors_[number] = inode;
-  }
-
- private:
-  std::vector<Inode> descriptors_;  // by number
-};
-
-/// Where to look first.
-class Memory {
- public:
-  struct Place {
-    std::int32_t pid;
-    std::int32_t descriptor;
-  };
-
-  std::optional<Place> place(Inode inode) {
-    std::lock_guard lock(mutex_);
-    auto found = places_.find(inode);
-    return found == places_.end() ? std::nullopt : std::make_optional(found->second);
-  }
-
-  void notePlace(Inode inode, Place place) {
-    std::lock_guard lock(mutex_);
-    if (places_.size() >= maximumPlaces) places_.clear();
-    places_.insert_or_assign(inode, place);
-  }
-
-  /// The process comes first from now on.
-  void noteOwner(std::int32_t pid, const SocketEntry& socket) {
-    std::lock_guard lock(mutex_);
-    auto found = std::find_if(known_.begin(), known_.end(), [&](const auto& process) { return process->pid == pid; });
-    auto process = found == known_.end() ? std::make_shared<KnownProcess>() : *found;
-    process->pid = pid;
-    process->controlGroup = socket.controlGroup;
-    if (found != known_.end()) known_.erase(found);
-    known_.push_front(std::move(process));
-    if (known_.size() > maximumKnown) known_.pop_back();
-  }
-
-  void forget(std::int32_t pid) {
-    std::lock_guard lock(mutex_);
-    std::erase_if(known_, [&](const auto& process) { return process->pid == pid; });
-  }
-
-  /// The known processes, the latest first: those that were found by a socket of one of these control groups, or the
-  /// others.
-  std::vector<std::shared_ptr<KnownProcess>> known(const std::unordered_set<std::uint64_t>& groups, bool inGroups) {
-    std::lock_guard lock(mutex_);
-    std::vector<std::shared_ptr<KnownProcess>> list;
-    std::copy_if(known_.begin(), known_.end(), std::back_inserter(list),
-                 [&](const auto& process) { return groups.contains(process->controlGroup) == inGroups; });
-    return list;
-  }
-
- private:
-  std::mutex mutex_;
-  std::unordered_map<Inode, Place> places_;
-  std::deque<std::shared_ptr<KnownProcess>> known_;
-};
-
-Memory& memory() {
-  static auto& memory = *new Memory;  // never destroyed: look-ups may run while the process ends
-  return memory;
-}
-
-bool isAt(Memory::Place place, Inode inode) {
+bool isAt(KnownOwners::Place place, Inode inode) {
   return inodeBehind(AT_FDCWD, fmt::format("/proc/{}/fd/{}", place.pid, place.descriptor).c_str()) == inode;
 }
 
@@ -167,7 +85,7 @@ class Search {
 
   void lookAtPlaces() {
     for (const auto& socket : sockets_) {
-      if (auto place = memory().place(socket.identity); place && isAt(*place, socket.identity)) {
+      if (auto place = knownOwners().place(socket.identity); place && isAt(*place, socket.identity)) {
         report(socket.identity, place->pid);
       }
     }
@@ -214,7 +132,7 @@ class Search {
         ++next;
         continue;
       }
-      memory().noteOwner(pid, sockets_[index]);
+      knownOwners().noteOwner(pid, sockets_[index]);
       next = wanted_.erase(next);
     }
   }
@@ -225,7 +143,7 @@ class Search {
     std::to_chars(name.data(), name.data() + name.size() - 1, number);
     const auto inode = inodeBehind(folder, name.data());
     if (inode != noSocket && inode != notSeen) {
-      memory().notePlace(inode, {.pid = pid, .descriptor = number});
+      knownOwners().notePlace(inode, {.pid = pid, .descriptor = number});
       report(inode, pid);
     }
     return inode;
@@ -234,7 +152,7 @@ class Search {
   enum class Which { guesses, changes, all };
 
   void lookAtKnown(bool inGroups, Which which) {
-    for (const auto& process : memory().known(groups_, inGroups)) {
+    for (const auto& process : knownOwners().processes(groups_, inGroups)) {
       if (isOver()) return;
       std::unique_lock lock(process->mutex, std::defer_lock);
       if (!end_) {
@@ -243,7 +161,7 @@ class Search {
         continue;
       }
       const bool isAlive = which == Which::guesses ? lookAtGuesses(*process) : lookAtListed(*process, which);
-      if (!isAlive) memory().forget(process->pid);
+      if (!isAlive) knownOwners().forget(process->pid);
     }
   }
 
@@ -320,7 +238,7 @@ void findSocketOwners(std::span<const SocketEntry> sockets,
 }
 
 bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {
-  auto place = memory().place(socket.identity);
+  auto place = knownOwners().place(socket.identity);
   if (place && place->pid == pid && isAt(*place, socket.identity)) return true;
   const Directory folder(opendir(pathOf(pid).c_str()));
   for (auto number : numbersIn(folder.get(), [] { return true; })) {
