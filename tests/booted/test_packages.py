@@ -18,7 +18,7 @@ HOLDS = ["/usr/libexec/brimo", "/usr/lib/brimo", "/usr/bin/Brimo", ENDPOINT, f"/
 def everything():
     """All files of the machine but those that packages leave on purpose, or that change by themselves."""
     kept = ("/proc", "/sys", "/dev", "/run", "/tmp", "/opt/booted", "/root", "/home", "/var/log", "/var/cache", "/var/lib/dpkg",
-            "/var/lib/apt", "/var/lib/systemd", "/var/lib/NetworkManager", "/etc/.pwd.lock")
+            "/var/lib/apt", "/var/lib/systemd", "/var/lib/NetworkManager", "/etc/.pwd.lock", "/etc/NetworkManager/conf.d/test.conf")
     found = set()
     for folder, folders, files in os.walk("/"):
         folders[:] = [name for name in folders if not os.path.join(folder, name).startswith(kept)]
@@ -97,7 +97,7 @@ class Packages(MachineTest):
         self.assertEqual(run("Brimo", "version"), "helper build 618\n")
         for user in ("alice", "bob"):
             run("userdel", "--remove", "--force", user)
-        run("apt-get", "purge", "-y", "brimo", "brimo-helper")
+        run("apt-get", "purge", "-y", "brimo", "brimo-helper", "libbrimo-client1", "libbrimo-client-dev")
         self.assertEqual([path for path in HOLDS if os.path.lexists(path)], [])
         self.assertRaises(KeyError, grp.getgrnam, "brimo")
         self.assertEqual(run("dpkg-statoverride", "--list").count("brimo"), 0)
