@@ -1,4 +1,4 @@
-// Immutable data that remembers what it was parsed to; digests and hexadecimal text of data.
+// Immutable data with a cached JSON value, and digests and hexadecimal text of data.
 #pragma once
 
 #include <boost/json/value.hpp>
@@ -12,15 +12,14 @@
 
 #include "platform/system/digest.h"
 
-/// Holds bytes that never change, and a slot for the JSON value that they were found to be; see HX_JSONObject(). Any
-/// thread.
+/// Immutable bytes, with a slot for the JSON value parsed from them (see HX_JSONObject()). Any thread.
 class HXData {
  public:
   explicit HXData(std::vector<std::uint8_t> bytes)
       : HXData(std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes))) {}
   explicit HXData(std::string_view text) : HXData(std::vector<std::uint8_t>(text.begin(), text.end())) {}
 
-  /// Refers to bytes of somebody else, which live at least as long as `owner`.
+  /// Refers to bytes without copying them. They must stay valid and unchanged as long as `owner` lives.
   HXData(std::span<const std::uint8_t> bytes, std::shared_ptr<const void> owner)
       : owner_(std::move(owner)), bytes_(bytes) {}
 
@@ -31,7 +30,7 @@ class HXData {
     std::lock_guard lock(mutex_);
     return json_;
   }
-  /// Keeps the value, unless one is kept already; returns the one that is kept.
+  /// Stores the value unless one is already stored; returns the stored one.
   std::shared_ptr<const boost::json::value> cacheJSON(std::shared_ptr<const boost::json::value> value) const {
     std::lock_guard lock(mutex_);
     if (!json_) json_ = std::move(value);
@@ -47,20 +46,20 @@ class HXData {
   mutable std::shared_ptr<const boost::json::value> json_;
 };
 
-/// Wraps the caller's buffer without a copy; it must not change while the data lives. With freeWhenDone the buffer is
-/// from malloc(), and the data frees it when it is destroyed. A null pointer gives empty data.
+/// Wraps a buffer without copying it. The buffer must not change while the data lives. With `freeWhenDone` the buffer
+/// must come from malloc(), and the data frees it when destroyed. A null pointer gives empty data.
 HXData BR_dataWithBytesNoCopy(void* bytes, std::size_t length, bool freeWhenDone);
 
-/// Two lower-case digits a byte, nothing between them.
+/// Two lower-case hexadecimal digits for each byte, without separators.
 std::string hexadecimalString(std::span<const std::uint8_t> data);
 
-/// Reads pairs of hexadecimal digits of either case. What stands before a pair's first digit is passed over; a digit
-/// that something else than a digit follows is dropped together with what follows it, as is one at the very end:
+/// Reads pairs of hexadecimal digits of either case. Characters before the first digit of a pair are skipped. A digit
+/// followed by anything but a digit is dropped together with that character, and so is a lone digit at the end:
 /// "0A:1b:zz:3" gives the bytes 0x0A and 0x1B.
 std::vector<std::uint8_t> dataWithHEXString(std::string_view text);
 
-/// The MD5 digest (RFC 1321) as 32 lower-case hexadecimal digits. No protection against forgery.
+/// The MD5 digest (RFC 1321) as 32 lower-case hexadecimal digits. It is no protection against forgery.
 std::string HX_MD5(std::span<const std::uint8_t> data);
 
-/// The SHA-256 digest, raw.
+/// The SHA-256 digest (FIPS 180-4), as bytes.
 platform::SHA256Digest HX_SHA256(std::span<const std::uint8_t> data);

@@ -1,4 +1,4 @@
-// Hexadecimal text of anybody: never more bytes than pairs, and what was read reads back the same.
+// Arbitrary hexadecimal text gives at most one byte for two characters, and the bytes survive a round trip.
 #include <cstdlib>
 
 #include "foundation/HXData.h"

@@ -20,7 +20,7 @@ TEST(Hexadecimal, WritesTwoLowerCaseDigitsAByte) {
 TEST(Hexadecimal, ReadsPairsAndPassesOverTheRest) {
   EXPECT_THAT(dataWithHEXString("0A:1b:zz:3"), ElementsAre(0x0A, 0x1B));
   EXPECT_THAT(dataWithHEXString("0aFF"), ElementsAre(0x0A, 0xFF));
-  // What follows a lone digit goes with it, even where it could begin a pair.
+  // The character after a lone digit is dropped with it, even if it could begin a pair.
   EXPECT_THAT(dataWithHEXString("a:b1c2"), ElementsAre(0xB1, 0xC2));
   EXPECT_THAT(dataWithHEXString("1 23"), ElementsAre(0x23));
   EXPECT_THAT(dataWithHEXString("1g2h34"), ElementsAre(0x34));
@@ -50,7 +50,7 @@ TEST(DataNoCopy, RefersToTheCallersBuffer) {
   EXPECT_EQ(HX_JSONObject(borrowed)->at("a").as_int64(), 1);
   EXPECT_THAT(BR_dataWithBytesNoCopy(nullptr, 7, true).bytes(), IsEmpty());
 
-  // The leak and double-free checks of the asan build see whether it is freed once.
+  // Under asan, the leak and double-free checks verify that it is freed exactly once.
   auto owned = BR_dataWithBytesNoCopy(strdup("text"), 4, true);
   EXPECT_EQ(owned.view(), "text");
 }

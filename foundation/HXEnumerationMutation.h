@@ -1,4 +1,4 @@
-// What happens to a walk over a collection that is changed meanwhile.
+// The error of changing a collection during its enumeration.
 #pragma once
 
 #include <stdexcept>

@@ -10,7 +10,7 @@ bool startsWithEscapable(std::string_view text) {
   return text.starts_with('\\') || text.starts_with('"');
 }
 
-/// Where the "=" stands that ends the key.
+/// The position of the "=" that ends the key; npos if there is none.
 std::size_t endOfKey(std::string_view line) {
   enum { beforeKey, unquoted, quoted, afterQuote } state = beforeKey;
   std::string_view quote;

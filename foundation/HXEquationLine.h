@@ -1,4 +1,4 @@
-// Lines of the form key=value, with quotes.
+// Lines of the form key=value, in which quotes protect an "=".
 #pragma once
 
 #include <optional>
@@ -7,17 +7,20 @@
 
 namespace hx {
 
-/// The two sides of an equation, without white space and quotes around them.
+/// The two sides of an equation, without surrounding white space and quotes.
 struct Equation {
   std::string key;
   std::string value;
   bool operator==(const Equation&) const = default;
 };
 
-/// Splits a line at its first "=" outside of double quotes, and outside of apostrophes around the key. Within double
-/// quotes a backslash makes a backslash or double quote ordinary; on either side, quotes around the whole are taken
-/// off, and then these backslashes. A character with combining marks is never "=" or a quote. Absent when there is no
-/// such "=", or nothing at all follows it.
+/// Splits a line at the first "=" that is not quoted; absent if there is no such "=" or if nothing follows it.
+/// - Double quotes protect an "=" anywhere in the key: `a "=" b = c` has the key `a "=" b`.
+/// - Apostrophes protect it only if the key begins with one: `'a=b' = c` has the key `a=b`, but `a '=' b` splits at
+///   once.
+/// - White space around a side is removed, then a pair of quotes of either kind that encloses the whole side.
+/// - In a side that was enclosed in double quotes, `\"` stands for `"` and `\\` for `\`; other backslashes stay.
+/// - A character with combining marks is never an "=" or a quote.
 std::optional<Equation> splitEquationLine(std::string_view line);
 
 }  // namespace hx

@@ -23,11 +23,11 @@ TEST(EquationLine, SplitsAtTheFirstSignOutsideOfQuotes) {
            {R"("a'=b" = c)", "a'=b", "c"},
            {R"(a "=" b = c)", "a \"=\" b", "c"},  // a quoted part inside
            {R"(it's = c)", "it's", "c"},
-           {R"(a '=' b)", "a '", "' b"},  // apostrophes quote at the beginning alone
+           {R"(a '=' b)", "a '", "' b"},  // apostrophes quote only at the beginning
            {R"("a\"=\\" = c)", "a\"=\\", "c"},
            {R"('a\' = c)", "a\\", "c"},  // no escapes within apostrophes
            {R"("a" x = c)", "\"a\" x", "c"},
-           {R"("a""b=c" = d)", "\"a\"\"b", "c\" = d"},  // after a closing quote none opens at once
+           {R"("a""b=c" = d)", "\"a\"\"b", "c\" = d"},  // no quote opens directly after a closing one
            {R"("k" = "say \"hi\" \n")", "k", "say \"hi\" \\n"},
            {R"(k = "\")", "k", "\\"},
            {R"(k = ")", "k", "\""},
@@ -35,7 +35,7 @@ TEST(EquationLine, SplitsAtTheFirstSignOutsideOfQuotes) {
            {"\u2003k\u00A0=\u3000v\u2028", "k", "v"},
            {"k=\u4E2D\u6587", "k", "\u4E2D\u6587"},
            {"e\u0301=x", "e\u0301", "x"},
-           {"a=\u0338b = c", "a=\u0338b", "c"},  // one character, a crossed-out sign
+           {"a=\u0338b = c", "a=\u0338b", "c"},  // one composed character, a crossed-out equals sign
            {"\"\u0301a = \"b", "\"\u0301a", "\"b"},
            {"\xFF=\xC3", "\xFF", "\xC3"},
        }) {

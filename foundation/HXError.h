@@ -1,4 +1,4 @@
-// Errors that are told in a sentence.
+// Errors that consist of a sentence.
 #pragma once
 
 #include <string>

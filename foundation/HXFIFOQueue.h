@@ -18,27 +18,27 @@
 
 #include "foundation/HXEnumerationMutation.h"
 
-/// Holds references to objects in the order in which they were added. Logical index 0 is the oldest.
+/// Holds references to objects in insertion order. Logical index 0 is the oldest.
 ///
-/// Any thread. Every operation but the bound's accessors holds the queue's lock throughout: neither the functions
-/// handed to it nor the destructors of objects that it drops may call the same queue. An empty function does nothing,
-/// finds nothing and gives an empty array.
+/// Any thread may use it. Every operation except maxQueueSize() and setMaxQueueSize() holds the queue's lock
+/// throughout, so neither a function passed to the queue nor the destructor of an object it drops may call the same
+/// queue. Given an empty function, an operation does nothing and returns null or an empty array.
 ///
-/// Adding takes amortised constant time, as do looking at an index and taking out the oldest object; removals take time
-/// in proportion to the number of later objects. Memory is never given back before the queue's end.
+/// Adding takes amortised constant time; reading an index and removing the oldest object take constant time. Other
+/// removals take time proportional to the number of later objects. Memory is freed only when the queue is destroyed.
 template <class Element>
 class HXFIFOQueue {
  public:
   using Object = std::shared_ptr<Element>;
 
-  /// How far a fast enumeration has come; a fresh one starts it.
+  /// The position of a fast enumeration; a default-constructed one starts at the oldest object.
   struct EnumerationState {
     std::uint64_t state = 0;     ///< 0 before the first call
-    Object* items = nullptr;     ///< what the last call delivered
-    std::uint64_t position = 0;  ///< logical index of what the next call delivers
-    /// Changes whenever the queue does; set by the first call, valid as long as the queue.
+    Object* items = nullptr;     ///< the objects that the last call delivered
+    std::uint64_t position = 0;  ///< logical index of the next object to deliver
+    /// Changes whenever the queue changes. Set by the first call; valid as long as the queue lives.
     const std::atomic<std::uint64_t>* mutations = nullptr;
-    std::uint64_t observed = 0;  ///< *mutations at the last call
+    std::uint64_t observed = 0;  ///< value of *mutations at the last call
   };
 
   class Iterator;
@@ -48,7 +48,7 @@ class HXFIFOQueue {
   HXFIFOQueue(const HXFIFOQueue&) = delete;
   HXFIFOQueue& operator=(const HXFIFOQueue&) = delete;
 
-  /// Appends objects, none of them null. Where a bound is set, the oldest objects make room.
+  /// Appends objects, which must not be null. If a bound is set, the oldest objects are dropped to make room.
   void addObjectsFromArray(const std::vector<Object>& objects) {
     if (objects.empty()) return;
     std::lock_guard lock(_lock);
@@ -61,7 +61,6 @@ class HXFIFOQueue {
           dropOldest();
         }
       }
-      // As many as fit into the tail's block.
       auto size = std::min<std::uint64_t>({rest.size(), _capacity - _count, blockSize - _tail % blockSize});
       std::uninitialized_copy_n(rest.begin(), size, &object(_tail));
       _tail = (_tail + size) & (_capacity - 1);
@@ -77,10 +76,10 @@ class HXFIFOQueue {
     return _count;
   }
 
-  /// The newest object; null when there is none.
+  /// The newest object; null if the queue is empty.
   Object peekRecentEnqueued() const { return peekObjectAtIndex(-1); }
 
-  /// 0 is the oldest object, -1 the newest. Null when out of range.
+  /// The object at an index: 0 is the oldest, -1 the newest. Null if the index is out of range.
   Object peekObjectAtIndex(std::int64_t index) const {
     std::lock_guard lock(_lock);
     if (index < 0) index += static_cast<std::int64_t>(_count);
@@ -88,7 +87,7 @@ class HXFIFOQueue {
     return objectAtLogicalIndex(static_cast<std::uint64_t>(index));
   }
 
-  /// The oldest first.
+  /// All objects, the oldest first.
   std::vector<Object> allObjects() const {
     std::lock_guard lock(_lock);
     std::vector<Object> objects;
@@ -97,7 +96,8 @@ class HXFIFOQueue {
     return objects;
   }
 
-  /// Called with an object, its logical index, and a flag, initially false, that ends the walk after this call.
+  /// Called with an object, its logical index, and a flag, initially false; setting the flag ends the enumeration after
+  /// this call.
   using EnumerationBlock = std::function<void(const Object& object, std::uint64_t index, bool& stop)>;
 
   void enumerateObjectsRecentEnqueuedLastUsingBlock(const EnumerationBlock& block) const {
@@ -115,7 +115,7 @@ class HXFIFOQueue {
       block(objectAtLogicalIndex(index - 1), index - 1, stop);
   }
 
-  /// What the function gives for every object, the oldest first, less nulls.
+  /// The results of calling the function with every object, the oldest first, without null results.
   template <class Result = Element>
   std::vector<std::shared_ptr<Result>> arrayUsingMapEnumerateBlock(
       const std::type_identity_t<std::function<std::shared_ptr<Result>(const Object& object, std::uint64_t index)>>&
@@ -129,7 +129,7 @@ class HXFIFOQueue {
     return results;
   }
 
-  /// Takes the oldest object out for which the function says true; null when there is none.
+  /// Removes and returns the oldest object for which the function returns true; null if there is none.
   Object dequeueObjectWithFilter(const std::function<bool(const Object& object, std::uint64_t index)>& block) {
     if (!block) return nullptr;
     std::lock_guard lock(_lock);
@@ -142,8 +142,8 @@ class HXFIFOQueue {
     return nullptr;
   }
 
-  /// Removes every object for which the function says true, once it has seen them all, or has set the flag; the answer
-  /// of the call that sets it counts.
+  /// Calls the function with each object, the oldest first, until it sets the flag; then removes every object for which
+  /// it returned true, including in the call that set the flag.
   void enumerateObjectsToDeleteUsingBlock(
       const std::function<bool(const Object& object, std::uint64_t index, bool& stop)>& block) {
     if (!block) return;
@@ -169,12 +169,13 @@ class HXFIFOQueue {
     countMutations(1);
   }
 
-  /// How many objects are kept; unbounded when 0, as at first, or negative. Takes effect with the next addition.
+  /// The maximum number of objects; 0 (the initial value) and negative numbers mean no bound. A new bound takes effect
+  /// with the next addition.
   std::int64_t maxQueueSize() const { return _maxQueueSize.load(std::memory_order_relaxed); }
   void setMaxQueueSize(std::int64_t size) { _maxQueueSize.store(size, std::memory_order_relaxed); }
 
-  /// Copies the next references into a buffer and returns how many; 0 at the end. The lock is held within each call
-  /// alone: a caller that sees *state.mutations change between calls has objects of different states of the queue.
+  /// Copies the next references into a buffer and returns their number; 0 at the end. The lock is held only during each
+  /// call. If *state.mutations changes between calls, the delivered objects come from different states of the queue.
   std::size_t countByEnumeratingWithState(EnumerationState& state, std::span<Object> objects) const {
     std::lock_guard lock(_lock);
     if (state.state == 0) {
@@ -190,23 +191,24 @@ class HXFIFOQueue {
     return delivered;
   }
 
-  /// Walks from the oldest to the newest object without keeping the lock. Throws HXEnumerationMutation when it has to
-  /// fetch more objects and the queue was changed since begin().
+  /// Iterates from the oldest to the newest object without holding the lock. Throws HXEnumerationMutation when it
+  /// fetches more objects and the queue has changed since begin().
   Iterator begin() const { return Iterator(*this); }
   std::default_sentinel_t end() const { return {}; }
 
  private:
-  /// Slots of a block. Blocks of a size that malloc() keeps for reuse, and a growth that moves none of them, are what
-  /// makes a new queue as quick to fill as a used one: one large buffer is fresh pages from the kernel every time.
+  /// Slots in a block. Blocks are small enough that malloc() reuses their memory, and growing moves no block; so
+  /// filling a new queue is as fast as filling a used one. One large buffer would mean fresh pages from the kernel each
+  /// time.
   static constexpr std::uint64_t blockSize = 1024;
   static_assert(std::has_single_bit(blockSize), "the capacity is a power of two");
 
-  /// Raw memory: an object lives in each slot that is in use.
+  /// Raw memory; only slots in use hold an object.
   struct Block {
     alignas(Object) std::byte slots[blockSize * sizeof(Object)];
   };
 
-  /// Not make_unique(), which would write zeros into it.
+  /// Not make_unique(), which would zero the memory.
   static std::unique_ptr<Block> makeBlock() { return std::unique_ptr<Block>(new Block); }
 
   Object& object(std::uint64_t slot) const {
@@ -214,18 +216,18 @@ class HXFIFOQueue {
   }
   Object& objectAtLogicalIndex(std::uint64_t index) const { return object((_head + index) & (_capacity - 1)); }
 
-  /// Destroys the objects from a logical index on.
+  /// Destroys the objects from a logical index to the end.
   void destroyFrom(std::uint64_t index) {
     for (; index < _count; ++index) std::destroy_at(&objectAtLogicalIndex(index));
   }
 
-  /// Only the holder of the lock writes, so no atomic addition is needed.
+  /// Writers hold the lock, so no atomic addition is needed.
   void countMutations(std::uint64_t mutations) {
     _mutationCounter.store(_mutationCounter.load(std::memory_order_relaxed) + mutations, std::memory_order_release);
   }
 
-  /// Doubles a full ring. The head's block becomes the first; what the ring had come to hold in it before the head
-  /// follows the last block.
+  /// Doubles a full ring. The head's block becomes the first. The objects in that block before the head, which are the
+  /// newest, move behind the last block.
   void _growCapacity() {
     const auto blocks = static_cast<std::ptrdiff_t>(_capacity / blockSize);
     while (_buffer.size() < 2 * _capacity / blockSize) _buffer.push_back(makeBlock());
@@ -250,7 +252,7 @@ class HXFIFOQueue {
     countMutations(1);
   }
 
-  /// Closes all gaps in one pass. The indices ascend.
+  /// Removes objects in one pass. The indices must ascend.
   void removeObjectsAtLogicalIndices(const std::vector<std::uint64_t>& indices) {
     if (indices.empty()) return;
     auto removed = indices.begin();
@@ -278,7 +280,7 @@ class HXFIFOQueue {
   std::atomic<std::int64_t> _maxQueueSize = 0;
 };
 
-/// An input iterator over a queue, which must outlive it. Used by one thread.
+/// An input iterator over a queue, which must outlive it. For one thread at a time.
 template <class Element>
 class HXFIFOQueue<Element>::Iterator {
  public:

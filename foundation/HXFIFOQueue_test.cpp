@@ -32,7 +32,7 @@ std::vector<std::shared_ptr<int>> numbers(int from, int to) {
 
 TEST(FIFOQueue, GrowsInOrderWhereverTheRingBegins) {
   HXFIFOQueue<int> queue;
-  // The head stands in the middle of the ring when it grows, twice.
+  // The head is in the middle of the ring when it grows, twice.
   queue.addObjectsFromArray(numbers(-700, 0));
   queue.enumerateObjectsToDeleteUsingBlock([](const auto&, auto, bool&) { return true; });
   EXPECT_EQ(queue.count(), 0u);
@@ -66,7 +66,7 @@ TEST(FIFOQueue, TheBoundDropsTheOldestAtAdditionsOnly) {
   for (int part = 0; part < 3; ++part) large.addObjectsFromArray(numbers(500 * part, 500 * part + 500));
   EXPECT_EQ(large.count(), 1500u);
 
-  // Within one call the ring does not grow beyond the bound, and what is dropped is let go.
+  // Within one call the ring does not grow beyond the bound, and dropped objects are released.
   HXFIFOQueue<int> ring;
   ring.setMaxQueueSize(10);
   auto many = numbers(0, 3000);
@@ -143,7 +143,7 @@ TEST(FIFOQueue, RemovesWhatItIsTold) {
   queue.removeObjectIdenticalTo(nullptr);
   EXPECT_EQ(queue.allObjects(), (std::vector{equal, equal}));
 
-  // A filter that throws leaves the queue usable and as it was.
+  // A filter that throws leaves the queue unchanged and usable.
   EXPECT_THROW(queue.enumerateObjectsToDeleteUsingBlock([](const auto&, auto index, bool&) -> bool {
     if (index == 1) throw std::runtime_error("");
     return true;

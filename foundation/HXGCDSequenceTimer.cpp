@@ -34,7 +34,7 @@ void HXGCDSequenceTimer::invalidate() {
   _timer.cancel();
 }
 
-// Called under the lock.
+// Requires lock_.
 void HXGCDSequenceTimer::armNext() {
   _timer.cancel();
   const auto count = static_cast<std::int64_t>(_intervalSequence.size());
@@ -55,6 +55,6 @@ void HXGCDSequenceTimer::armNext() {
 void HXGCDSequenceTimer::fire(double interval, bool isLast) {
   if (_handler) _handler(interval, isLast);
   std::lock_guard guard(lock_);
-  // Without a source it was invalidated during the call.
+  // No source: the handler has invalidated the timer.
   if (_timer) armNext();
 }

@@ -9,30 +9,29 @@
 
 #include "platform/dispatch/dispatch.h"
 
-/// Fires once after each delay of a list, the delays being counted from the end of the handler's call before. Whoever
-/// made it keeps it: one that nobody keeps is destroyed and never fires. Any thread may use it, its own handler
-/// included.
+/// Fires once after each delay of a list; each delay counts from the end of the previous handler call. The maker owns
+/// it: a timer that nobody keeps is destroyed and never fires. Any thread may use it, including its own handler.
 class HXGCDSequenceTimer : public std::enable_shared_from_this<HXGCDSequenceTimer> {
  public:
   using Queue = platform::dispatch::Queue;
-  /// Gets the delay, in seconds, that has passed, and whether it is the list's last.
+  /// Receives the delay, in seconds, that has passed, and whether it is the last of the list.
   using Handler = std::function<void(double interval, bool isLast)>;
 
-  /// A timer armed with the first delay. With `repeatLastTimer` the last delay is armed again and again; the list must
-  /// then not be empty (std::out_of_range). The leeway is not used. On the wall clock time goes on while the machine
-  /// sleeps.
+  /// Makes a timer and arms it with the first delay. With `repeatLastTimer` the last delay is repeated for ever; the
+  /// list must then not be empty (std::out_of_range). The leeway is ignored. With `usingWalltime`, time also passes
+  /// while the machine sleeps.
   [[nodiscard]] static std::shared_ptr<HXGCDSequenceTimer> timerWithQueue(const Queue& queue,
                                                                           std::vector<double> intervalSequence,
                                                                           double leeway, bool repeatLastTimer,
                                                                           bool usingWalltime, Handler handler);
 
-  /// Drops the delay that is armed and arms the one after it; without one the timer has ended.
+  /// Cancels the current delay and arms the next one. After the last delay the timer has ended.
   void next();
 
-  /// Stops the timer. A call of the handler that has begun on another thread goes on. May be called again.
+  /// Stops the timer. A handler call already running on another thread continues. May be called more than once.
   void invalidate();
 
-  /// Delays in seconds.
+  /// The delays, in seconds.
   const std::vector<double>& intervalSequence() const { return _intervalSequence; }
 
  private:
@@ -41,7 +40,7 @@ class HXGCDSequenceTimer : public std::enable_shared_from_this<HXGCDSequenceTime
   void armNext();
   void fire(double interval, bool isLast);
 
-  std::mutex lock_;  // of _currentIdx and _timer
+  std::mutex lock_;  // protects _currentIdx and _timer
   std::int64_t _currentIdx = -1;
   platform::dispatch::TimerSource _timer;
   const bool _usingWalltime;

@@ -11,9 +11,9 @@ namespace dispatch = platform::dispatch;
 
 namespace {
 
-// The registries are never destroyed: timers may fire while the process ends.
+// The registries are never destroyed, because timers may fire while the process ends.
 
-/// The timers that holdReference() keeps.
+/// The timers kept by holdReference().
 struct HeldTimers {
   std::mutex lock;
   std::set<std::shared_ptr<HXGCDTimer>> timers;
@@ -27,7 +27,7 @@ struct HeldTimers {
 /// The debounce timers that have not fired yet.
 struct PendingTimers {
   struct Pending {
-    std::uint64_t call;  // tells it from that of a later call with the same identifier
+    std::uint64_t call;  // identifies the debounceWithDelay() call that armed the timer
     std::shared_ptr<HXGCDTimer> timer;
   };
   std::mutex lock;
@@ -78,7 +78,7 @@ void HXGCDTimer::debounceWithDelay(double delay, const Queue& queue, const std::
   dispatch::async(queue, [delay, queue, identifier, action = std::move(action)] {
     auto& pending = PendingTimers::instance();
     std::shared_ptr<HXGCDTimer> timer(new HXGCDTimer);
-    std::shared_ptr<HXGCDTimer> previous;  // invalidated and destroyed outside the lock
+    std::shared_ptr<HXGCDTimer> previous;  // invalidated and destroyed after the lock is released
     std::uint64_t call;
     {
       std::lock_guard guard(pending.lock);
@@ -93,7 +93,7 @@ void HXGCDTimer::debounceWithDelay(double delay, const Queue& queue, const std::
       {
         std::lock_guard guard(pending.lock);
         auto found = pending.timers.find(identifier);
-        // On a concurrent queue a later call may have come between.
+        // On a concurrent queue, a later call may have replaced this one.
         if (found == pending.timers.end() || found->second.call != call) return;
         fired = std::move(found->second.timer);
         pending.timers.erase(found);
@@ -128,8 +128,8 @@ void HXGCDTimer::start(dispatch::TimerSource source) {
 }
 
 void HXGCDTimer::invalidate() {
-  auto self = weak_from_this().lock();  // which only the handler may have kept; null in the destructor
-  dispatch::TimerSource source;         // destroyed, and with it maybe the handler, outside the lock
+  auto self = weak_from_this().lock();  // keeps this object alive until the end; null in the destructor
+  dispatch::TimerSource source;         // destroyed, possibly with the handler, after the lock is released
   {
     std::lock_guard guard(lock_);
     source = std::move(_timer);
@@ -149,7 +149,7 @@ void HXGCDTimer::holdReference() {
     held.timers.insert(shared_from_this());
     _hold = true;
   }
-  // Whoever invalidated it before now may have found nothing to let go of.
+  // If the timer was invalidated before it was registered, nothing else would release it.
   if (!isValid()) invalidate();
 }
 

@@ -1,4 +1,4 @@
-// Timers that are kept, dropped, held, invalidated from everywhere, and debounced.
+// Timers that are kept, dropped, held, invalidated from every place, and debounced.
 #include "foundation/HXGCDTimer.h"
 
 #include <gmock/gmock.h>
@@ -22,7 +22,7 @@ using testing::Pair;
 
 class Timers : public testing::Test {
  protected:
-  /// Waits until everything that was due `delay` seconds from now has fired.
+  /// Waits until every timer due `delay` seconds from now has fired.
   void waitUntilFired(double delay) {
     std::atomic<bool> fired = false;
     auto timer = HXGCDTimer::onetimeTimerWithQueue(queue, delay, [&] { fired = true; });
@@ -76,7 +76,7 @@ TEST_F(Timers, RepeatingTimerFiresAtOnceOrAfterItsInterval) {
 }
 
 TEST_F(Timers, TimerThatNobodyKeepsNeverFires) {
-  // Let go of by the work before them in the queue, whether they are due by then or not.
+  // Released by the work queued before them, whether or not they are due by then.
   platform::dispatch::async(queue, [this] {
     static_cast<void>(HXGCDTimer::onetimeTimerWithQueue(queue, 0, [this] { ++count; }));
     static_cast<void>(HXGCDTimer::repeatingTimerWithQueue(queue, 0.001, 0, true, [this] { ++count; }));
@@ -138,7 +138,7 @@ TEST_F(Timers, MayBeInvalidatedFromAnyThreadWhileFiring) {
       });
     }
     for (auto& thread : threads) thread.join();
-    waitUntilFired(0);  // a call that had begun has ended now
+    waitUntilFired(0);  // a handler call that had begun has now ended
     int final = fired;
     waitUntilFired(0.0001);
     EXPECT_EQ(fired, final);
@@ -165,7 +165,7 @@ TEST_F(Timers, HeldTimerLivesUntilItIsInvalidated) {
   repeating.lock()->invalidate();
   EXPECT_TRUE(repeating.expired());
 
-  // Held too late, after it has fired: nobody would ever let go of it.
+  // Held only after it has fired: nothing would release it later.
   auto fired = HXGCDTimer::onetimeTimerWithQueue(queue, 0, [] {});
   ASSERT_TRUE(eventually([&] { return !fired->isValid(); }));
   fired->holdReference();
@@ -175,7 +175,7 @@ TEST_F(Timers, HeldTimerLivesUntilItIsInvalidated) {
 
 TEST_F(Timers, DebounceRunsTheLastActionOfEachIdentifier) {
   std::vector<int> actions;  // used on the queue only
-  // From within the queue: the calls stand in it one after the other, whatever the machine is busy with.
+  // Called from within the queue, so that the calls are queued one after the other even on a busy machine.
   platform::dispatch::async(queue, [this, &actions] {
     for (int index = 1; index <= 3; ++index) {
       for (auto* identifier : {"a", "b"}) {
@@ -203,7 +203,7 @@ TEST_F(Timers, DebounceOnAConcurrentQueueAlwaysRunsAnAction) {
       HXGCDTimer::debounceWithDelay(0.0001, platform::dispatch::globalQueue(), "concurrent", [calls] { ++*calls; });
     }
     EXPECT_TRUE(eventually([&] { return *calls > 0; }));
-    // When nothing keeps the actions any more, they have all run or been dropped.
+    // Once nothing keeps the actions, all of them have run or been dropped.
     EXPECT_TRUE(eventually([&] { return calls.use_count() == 1; }));
     EXPECT_LE(*calls, 8);
   }

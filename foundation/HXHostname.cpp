@@ -15,7 +15,7 @@ constexpr std::string_view digits = "0123456789";
 constexpr std::string_view hostnameCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_";
 constexpr std::string_view patternCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_*?";
 
-/// 0 when it is no port.
+/// The port number, or 0 if the text is not a valid port.
 std::uint16_t portNumber(std::string_view text) {
   auto port = text.size() <= 5 ? hx::detail::decimalNumber(text).value_or(0) : 0;
   return port <= 65535 ? static_cast<std::uint16_t>(port) : std::uint16_t{0};
@@ -87,7 +87,7 @@ void getHostname(std::string_view text, std::optional<std::string>* hostname, st
     host = text;
   }
   if (port) *port = number;
-  // The text may be the very string that is written to.
+  // Assigned last: the text may refer to the very string assigned here.
   if (hostname) *hostname = host ? std::optional(std::string(*host)) : std::nullopt;
 }
 

@@ -40,7 +40,7 @@ TEST(Hostname, SplitsHostAndPort) {
            {"[::1]:", "::1", 0},
            {"[::1]:70000", "::1", 0},
            {"[::1]x80", "::1", 7},
-           {"[::1]x]:80", "::1", 80},  // the port stands after the first "]:"
+           {"[::1]x]:80", "::1", 80},  // the port follows the first "]:"
            {"[a]:1]:2", "a", 0},
            {"[name]:80", "name", 80},
            {"[]", "", 7},

@@ -16,7 +16,7 @@ using IPv4Bytes = std::array<std::uint8_t, 4>;
 
 template <class Bytes>
 std::optional<Bytes> parse(int family, std::string_view text) {
-  // What follows a zero byte must not pass unseen.
+  // inet_pton() would ignore everything after a zero byte.
   if (text.find('\0') != std::string_view::npos) return std::nullopt;
   Bytes bytes;
   if (inet_pton(family, std::string(text).c_str(), bytes.data()) != 1) return std::nullopt;
@@ -30,7 +30,7 @@ std::optional<IPv6Bytes> parseIPv6(std::string_view text) {
   return parse<IPv6Bytes>(AF_INET6, text);
 }
 
-/// Where socket addresses hold their own length.
+/// Sets the length field, on systems whose socket addresses have one.
 template <class Address>
 void setLength(Address& address) {
   if constexpr (requires { address.sin_len; }) address.sin_len = sizeof address;

@@ -1,6 +1,6 @@
-// IP addresses as text, numbers and bytes.
+// IP addresses as text, numbers and bytes. Any thread.
 //
-// An address in text form is what inet_pton(3) takes: IPv4 in four decimal parts, IPv6 without a scope. Any thread.
+// Address texts are those that inet_pton(3) accepts: IPv4 in four decimal parts, IPv6 without a scope.
 #pragma once
 
 #include <array>
@@ -12,7 +12,7 @@
 
 bool isIPv4Address(std::string_view text);
 bool isIPv6Address(std::string_view text);
-/// Of either family.
+/// Whether the text is an IPv4 or IPv6 address.
 bool isIPAddress(std::string_view text);
 
 /// ::ffff:0:0/96
@@ -24,25 +24,25 @@ bool isGUAIPv6Address(std::string_view text);
 /// fc00::/7, the unique local addresses (RFC 4193)
 bool isULAIPv6Address(std::string_view text);
 
-/// An IPv4 address other than 127.0.0.1 and outside of 0.0.0.0/8, 169.254.0.0/16 and 198.18.0.0/16.
+/// An IPv4 address other than 127.0.0.1 and not in 0.0.0.0/8, 169.254.0.0/16 or 198.18.0.0/16.
 bool isValidAccessableIPv4Address(std::string_view text);
 
-/// An IPv4 address, "/" and a prefix length from 0 to 32 of one to three digits. No IPv6.
+/// An IPv4 address, "/" and a prefix length from 0 to 32 with one to three digits. IPv6 is not accepted.
 bool isIPCIDRString(std::string_view text);
 
-/// The IPv4 address as a socket address stores it; 0 when it is none.
+/// An IPv4 address in network byte order; 0 if the text is not one.
 std::uint32_t IPAddressUsingNetworkByteOrder(std::string_view text);
-/// The IPv4 address as a number; 0 when it is none.
+/// An IPv4 address in host byte order; 0 if the text is not one.
 std::uint32_t IPAddressUsingHostByteOrder(std::string_view text);
 
-/// Back to text; absent when the system cannot convert.
+/// The text of an IPv4 address; absent if the system cannot convert it.
 std::optional<std::string> stringWithIPAddressUsingNetworkByteOrder(std::uint32_t address);
 std::optional<std::string> stringWithIPAddressUsingHostByteOrder(std::uint32_t address);
 
-/// The IPv4 address in an IPv4-mapped IPv6 address; absent for every other text.
+/// The IPv4 address in an IPv4-mapped IPv6 address; absent for any other text.
 std::optional<std::string> mappedIPv6AddressToIPv4Address(std::string_view text);
 
-/// The text of an IPv6 address in network order; absent when the system cannot convert.
+/// The text of an IPv6 address in network byte order; absent if the system cannot convert it.
 std::optional<std::string> stringWithIPv6Address(std::span<const std::uint8_t, 16> address);
 std::optional<std::string> stringWithIPv6AddressV(std::array<std::uint8_t, 16> address);
 

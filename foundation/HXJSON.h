@@ -9,22 +9,22 @@
 
 #include "foundation/HXData.h"
 
-/// Arrays and objects may stand in each other this deep.
+/// How deep arrays and objects may be nested.
 inline constexpr std::size_t HXJSONMaximumDepth = 512;
 
-/// The object or array that the bytes hold; null when they are not such a JSON text. Parsed once: later calls on the
-/// same data return the same value. Of members of one name the last counts.
+/// Parses an object or array; null if the bytes are not such a JSON text. The data keeps the value, so later calls
+/// return the same one. If a member name occurs more than once, the last member counts.
 std::shared_ptr<const boost::json::value> HX_JSONObject(const HXData& data);
-/// The same for a text, which is parsed by every call.
+/// The same for a text. Every call parses it.
 std::shared_ptr<const boost::json::value> HX_JSONObject(std::string_view text);
 
-/// The object or array as the caller's own, to be changed at will; parsed by every call. Absent where HX_JSONObject()
-/// gives null.
+/// The same, but the caller owns the value and may change it. Every call parses. Absent if HX_JSONObject() returns
+/// null.
 std::optional<boost::json::value> HX_JSONObjectWithMutableContainers(const HXData& data);
 std::optional<boost::json::value> HX_JSONObjectWithMutableContainers(std::string_view text);
 
-/// The compact UTF-8 text of an object or array. Absent, with a line in the log, when it is neither, or holds a number
-/// that is not finite or a text that is not UTF-8.
+/// The compact UTF-8 text of an object or array. Absent, with a line in the log, if the value is neither, or contains a
+/// number that is not finite or a text that is not UTF-8.
 std::optional<std::string> HX_JSONData(const boost::json::value& value);
 /// The same.
 std::optional<std::string> HX_JSONString(const boost::json::value& value);

@@ -1,5 +1,5 @@
-// JSON of a hostile client: what is accepted is written and read again as it was; and nothing is accepted that the
-// ordinary parser refuses.
+// JSON from a hostile client: accepted text survives a round trip, and nothing is accepted that the ordinary parser
+// rejects.
 #include <boost/json.hpp>
 #include <cstdlib>
 

@@ -67,7 +67,7 @@ TEST(HXJSONData, RealsAreWrittenShortAndReadBackAsTheyWere) {
   }
 }
 
-// A locale of the test's own: not every machine has one with a comma.
+// The test makes its own locale, because not every machine has one with a decimal comma.
 TEST(HXJSONObject, NumbersAreReadTheSameInEveryLocale) {
 #ifdef __linux__
   TemporaryFolder folder;

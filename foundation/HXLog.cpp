@@ -23,7 +23,7 @@ namespace {
 std::atomic<bool> HXLogEnabled{true};
 std::atomic<std::uint64_t> HXLogDestinations{HXLogToOSLog | HXLogToFile};
 
-/// What the log's lock protects.
+/// Protected by HXLogLock.
 struct LogState {
   std::mutex HXLogLock;
   platform::FileDescriptor HXLogFileHandle;
@@ -58,8 +58,8 @@ std::string symbolText() {
   return fmt::format("(\n    {}\n)", fmt::join(platform::callStackSymbols(), "\n    "));
 }
 
-// Runs on top of the stack that threw, which is not unwound when no handler is found (and no function on the way is
-// noexcept).
+// Runs on the stack of the throw, so the frames are still there: the stack is not unwound if no handler is found,
+// unless a noexcept function lies in between.
 void HXUncaughtExceptionHandler() {
   HXLog("HXLogger", "Uncaught Exception, description:{}, call stack:{}",
         HX_exceptionDescription(std::current_exception()), symbolText());
@@ -92,7 +92,8 @@ void HX_setLogAction(std::function<void(std::int8_t, const std::string&, const s
 }
 
 void HXSetLogFilePath(const std::string& path) {
-  // Before the lock is taken: a FIFO, for one, is not open until somebody reads it, and others log meanwhile.
+  // Opened before the lock is taken, because opening a FIFO waits for a reader and other threads must be able to log
+  // meanwhile.
   platform::FileDescriptor file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
   auto& state = logState();
   std::lock_guard lock(state.HXLogLock);
@@ -118,7 +119,7 @@ void HXLogWriteLine(const std::string& line) {
   if (destinations & HXLogToOSLog) platform::systemLog(line);
   if (destinations & HXLogToFile && state.HXLogFileHandle) {
     int file = state.HXLogFileHandle.get();
-    // Files that cannot be synchronised, a terminal's for one, take lines all the same (fsync(2): EINVAL).
+    // fsync(2) fails with EINVAL for files that cannot be synchronised, such as a terminal; that is no error here.
     auto written = platform::writeAll(file, line + "\n");
     if (written && fsync(file) != 0 && errno != EINVAL) written = platform::lastFailure();
     if (!written) {
@@ -137,7 +138,7 @@ void HXLogMessage(std::string_view moduleName, std::string_view message) {
 std::string HXClassName(const std::type_info& type) {
   auto name = boost::core::demangle(type.name());
   std::size_t start = 0;
-  int depth = 0;  // within template arguments, and the arguments of a function that the class is local to
+  int depth = 0;  // nesting of template arguments and of the arguments of an enclosing function
   for (std::size_t index = 0; index < name.size(); ++index) {
     if (name[index] == '<' || name[index] == '(') ++depth;
     if (name[index] == '>' || name[index] == ')') --depth;

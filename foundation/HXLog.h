@@ -1,9 +1,10 @@
-// One process-wide log: lines with timestamp, thread mark and module name, for the system log, a file and standard
-// error.
+// One log for the whole process. Each line has a timestamp, a thread mark and a module name, and goes to the system
+// log, a file and standard error, as selected.
 //
 //     2024-05-01 12:00:00.123456 *[Helper] Version: 618, Starting...
 //
-// "*" marks the main thread. Any thread may log; lines never interleave and reach every destination in the same order.
+// "*" marks the main thread. Any thread may log. Lines never interleave, and every destination gets them in the same
+// order.
 #pragma once
 
 #include <fmt/format.h>
@@ -16,33 +17,36 @@
 #include <string_view>
 #include <typeinfo>
 
-/// Destinations, a bit mask.
+/// Destinations; a bit mask.
 inline constexpr std::uint64_t HXLogToOSLog = 2;
 inline constexpr std::uint64_t HXLogToFile = 4;
 inline constexpr std::uint64_t HXLogToStderr = 8;
 
-/// Level of HX_log(); levels reach the log action alone.
+/// The level of HX_log(). Only the log action sees levels.
 inline constexpr std::int8_t HXLogDefaultLevel = 30;
 
-/// Master switch, initially on: while off nothing is formatted or written.
+/// Master switch, initially on. While it is off, nothing is formatted or written.
 void HXSetLogEnabled(bool enabled);
 bool HXLogIsEnabled();
 
-/// Which destinations lines go to; initially the system log and the file.
+/// Selects the destinations; initially the system log and the file.
 void HXSetLogDestinations(std::uint64_t destinations);
 
-/// Called last with every finished line, under the log's lock: it must not log. Empty: none.
+/// Sets a function that is called with every finished line after all destinations have it. It runs under the log's lock
+/// and must not log. An empty function removes the hook.
 void HXSetLogLineHook(std::function<void(const std::string&)> hook);
 
-/// Takes the place of the normal path of HX_log() and HX_logWithLevel(): gets level, module name and message. Empty
-/// restores the normal path.
+/// Sets a function that receives level, module name and message in place of the normal path of HX_log() and
+/// HX_logWithLevel(). An empty function restores the normal path.
 void HX_setLogAction(std::function<void(std::int8_t, const std::string&, const std::string&)> action);
 
-/// Appends lines to the file at a path from now on; it is made when missing, and never truncated or rotated. A symbolic
-/// link is not followed. Each line is synchronised to the disk. A file that cannot be opened is silently skipped; one
-/// that a line cannot be written to is closed, and the file left out until this is called again.
+/// Sets the file that lines are appended to from now on.
+/// - The file is created if missing, and never truncated or rotated. A symbolic link is not followed.
+/// - Each line is synchronised to the disk.
+/// - If the file cannot be opened, lines skip it silently. If writing a line fails, the file is closed and stays out of
+///   use until the next call.
 void HXSetLogFilePath(const std::string& path);
-/// The path that was set last, whether or not the file could be opened; empty at first.
+/// The path of the last HXSetLogFilePath(), whether or not the file could be opened; initially empty.
 std::string HXLogFilePath();
 
 /// Sends a finished line to the destinations.
@@ -55,37 +59,37 @@ void HXLog(std::string_view moduleName, fmt::format_string<Arguments...> format,
   if (HXLogIsEnabled()) HXLogMessage(moduleName, fmt::format(format, std::forward<Arguments>(arguments)...));
 }
 
-/// Reports an exception that nobody catches, with the call stack, before the process ends by it; then the handler that
-/// was installed before has its turn. To be called again does nothing more.
+/// Installs a terminate handler that logs the uncaught exception and the call stack, then calls the handler that was
+/// installed before. Further calls have no effect.
 void HXInstallUncaughtExceptionHandler();
 
-/// "Call stack: …" of the calling thread, one frame a line, with where the main image was loaded.
+/// The calling thread's stack: "Call stack: …", one frame a line, with the load address of the main image.
 std::string HXCallStackString();
 void HXLogCallStack();
 
-/// What an exception is, in words.
+/// The exception's type and message.
 std::string HX_exceptionDescription(const std::exception_ptr& exception);
 
-/// The text of HXCallStackString(), of the caller: an exception keeps no stack of its own.
+/// The text of HXCallStackString() for the caller, because an exception does not record its stack.
 std::string HX_callStackLog(const std::exception_ptr& exception);
 
-/// The description and, on the next line, HX_callStackLog().
+/// HX_exceptionDescription() and, on the next line, HX_callStackLog().
 std::string HX_exceptionReport(const std::exception_ptr& exception);
 
-/// Local time as "2024-05-01 12:00:00.123456", "2024-05-01" and "12:00:00.123456".
+/// The local time as "2024-05-01 12:00:00.123456", "2024-05-01" and "12:00:00.123456".
 std::string HX_logStyleCurrentDateTime();
 std::string HX_logStyleCurrentDate();
 std::string HX_logStyleCurrentTime();
 
-/// Hands a message to the log action or, without one, to the log.
+/// Passes a message to the log action if there is one, otherwise to the log.
 void HX_logMessage(std::int8_t level, const std::string& moduleName, const std::string& message);
 
-/// A class's name, with its template arguments and without what it is a member of.
+/// A class's name with its template arguments but without its enclosing scope.
 std::string HXClassName(const std::type_info& type);
 
-/// Gives the objects of a class log calls of their own: those of class BRHMain : HXLogging<BRHMain> log under the
-/// module name "BRHMain", those of a class derived from it, where it has virtual functions, under that one's name. A
-/// class may declare its own HX_logModuleName() to log under another name.
+/// Base of classes that log under their own name: class BRHMain : HXLogging<BRHMain> logs as "BRHMain". If BRHMain has
+/// virtual functions, objects of a derived class log under the derived class's name. A class may declare its own
+/// HX_logModuleName() to log under another name.
 template <class Class>
 class HXLogging {
  public:

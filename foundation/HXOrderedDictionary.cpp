@@ -99,11 +99,11 @@ std::string HXOrderedDictionary::equationLinesWithSeparator(std::string_view sep
   auto mark = hx::detail::trimmed(separator);
   auto isMarked = [mark](std::string_view text) { return !mark.empty() && text.find(mark) != std::string_view::npos; };
   std::string lines;
-  bool first = true;
+  bool isFirst = true;
   for (const auto& key : _array) {
     const auto& object = objectOrNull(key);
     auto objectText = text(object);
-    if (!std::exchange(first, false)) lines += separator;
+    if (!std::exchange(isFirst, false)) lines += separator;
     lines += quotedIf(isMarked(key), key) + '=' + quotedIf(object.is_string() && isMarked(objectText), objectText);
   }
   return lines;
@@ -123,7 +123,7 @@ void HXOrderedDictionary::enumerateKeysAndObjectsUsingBlock(const EnumerationBlo
 
 HXMutableOrderedDictionary HXMutableOrderedDictionary::initWithCapacity(std::size_t capacity) {
   HXMutableOrderedDictionary dictionary;
-  // A hint, and not to be taken at its word.
+  // The capacity is only a hint; a huge one must not exhaust memory.
   capacity = std::min<std::size_t>(capacity, 65'536);
   dictionary._array.reserve(capacity);
   dictionary._dictionary.reserve(capacity);
@@ -163,7 +163,7 @@ void HXMutableOrderedDictionary::addEntriesFromDictionary(const json::object& di
 }
 
 void HXMutableOrderedDictionary::removeObjectForKey(std::string_view key) {
-  // The key may be one of those that move.
+  // A copy, because `key` may refer to an element of _array.
   const std::string removed(key);
   _dictionary.erase(removed);
   if (std::erase(_array, removed) != 0) ++orderChanges_;
@@ -178,7 +178,7 @@ void HXMutableOrderedDictionary::removeObjectAtIndex(std::size_t index) {
 void HXMutableOrderedDictionary::replaceObjectAtIndex(std::size_t index, json::value object, std::string_view key) {
   auto& place = _array.at(index);
   if (std::string newKey(key); newKey != place) {
-    // A key that is nowhere is not looked for: that keeps the usual case constant.
+    // The order is searched only if the key can be in it; that keeps the usual case constant.
     auto earlier = mayLackEntries_ || _dictionary.contains(newKey) ? std::find(_array.begin(), _array.end(), newKey)
                                                                    : _array.end();
     _dictionary.erase(place);
@@ -194,7 +194,7 @@ void HXMutableOrderedDictionary::replaceObjectAtIndex(std::size_t index, json::v
 void HXMutableOrderedDictionary::sortUsingSelector(
     const std::function<std::weak_ordering(const std::string&, const std::string&)>& comparator) {
   if (!comparator) return;
-  // A copy: a comparison may throw, and may read this dictionary.
+  // Sorts a copy, because a comparison may throw or read this dictionary.
   auto sorted = _array;
   std::stable_sort(sorted.begin(), sorted.end(),
                    [&](const auto& key1, const auto& key2) { return comparator(key1, key2) < 0; });

@@ -1,9 +1,10 @@
 // Dictionaries that remember the order of their keys.
 //
-// Not thread-safe: callers take turns. With n keys, a lookup, and setting or replacing an object in place, take
-// constant time on average; adding a key does so amortised. Removing a key, and giving a place a key that another place
-// has, take time in proportion to n, as does setting a key that is new when a constructor was given keys without
-// entries; sorting n log n.
+// Not thread-safe: callers serialise access. Costs with n keys:
+// - looking up, and setting the object of an existing key: constant on average;
+// - adding a key: amortised constant, or proportional to n if a constructor was given keys without entries;
+// - removing a key, and replacing a key by one that already has another position: proportional to n;
+// - sorting: n log n.
 #pragma once
 
 #include <boost/json/object.hpp>
@@ -19,11 +20,11 @@
 
 class HXMutableOrderedDictionary;
 
-/// Keys in an order, each with an object.
+/// An ordered list of keys, each with an object.
 ///
-/// The constructors take key lists as given: a key may stand there twice, or without an entry in the dictionary. Where
-/// such a key's object is wanted, null stands for it; only the lookups, which return pointers, tell the difference.
-/// Pointers to objects are valid until the dictionary changes.
+/// The constructors take key lists as given: a key may occur twice, or have no entry. The object of a key without an
+/// entry is JSON null, except that the lookups, which return pointers, return a null pointer. Pointers to objects are
+/// valid until the dictionary changes.
 class HXOrderedDictionary {
  public:
   HXOrderedDictionary() = default;
@@ -32,18 +33,18 @@ class HXOrderedDictionary {
   HXOrderedDictionary& operator=(const HXOrderedDictionary&) = default;
   HXOrderedDictionary(HXOrderedDictionary&&) = default;
   HXOrderedDictionary& operator=(HXOrderedDictionary&&) = default;
-  // A mutable one is made immutable by copyWithZone(), and not in passing.
+  // Converting a mutable dictionary takes an explicit copyWithZone().
   template <std::same_as<HXMutableOrderedDictionary> Mutable>
   HXOrderedDictionary(const Mutable&) = delete;
   template <std::same_as<HXMutableOrderedDictionary> Mutable>
   HXOrderedDictionary& operator=(const Mutable&) = delete;
 
-  /// The first object belongs to the first key, and so on; of the objects of one key the last counts.
+  /// Pairs the first object with the first key, and so on. If a key occurs more than once, its last object counts.
   static HXOrderedDictionary initWithObjects(const std::vector<boost::json::value>& objects,
                                              std::vector<std::string> keys);
-  /// In the order of the object's members.
+  /// Takes the order of the object's members.
   static HXOrderedDictionary initWithDictionary(const boost::json::object& dictionary = {});
-  /// Reads what serializationData() gives; absent for everything else.
+  /// Reads the text that serializationData() returns; absent for any other text.
   static std::optional<HXOrderedDictionary> initWithSerializationData(std::string_view data);
 
   HXOrderedDictionary copyWithZone() const { return *this; }
@@ -52,30 +53,30 @@ class HXOrderedDictionary {
   /// Number of keys.
   std::size_t count() const { return _array.size(); }
 
-  /// These throw std::out_of_range for an index that is none.
+  /// These throw std::out_of_range if the index is out of range.
   const std::string& keyAtIndex(std::size_t index) const { return _array.at(index); }
   const boost::json::value* objectAtIndex(std::size_t index) const { return objectForKey(keyAtIndex(index)); }
   const boost::json::value* operator[](std::size_t index) const { return objectAtIndex(index); }
 
-  /// Null when there is no entry.
+  /// The object of a key; a null pointer if it has no entry.
   const boost::json::value* objectForKey(std::string_view key) const { return _dictionary.if_contains(key); }
   const boost::json::value* operator[](std::string_view key) const { return objectForKey(key); }
 
-  /// The keys in their order; they are not sorted.
+  /// The keys in their order. They are not sorted.
   std::vector<std::string> sortedKeys() const { return _array; }
   /// The objects in the order of the keys.
   std::vector<boost::json::value> sortedValues() const;
 
-  /// The entries; their order means nothing.
+  /// The entries, in no particular order.
   boost::json::object dictionary() const { return _dictionary; }
   boost::json::object dictionaryRepresentation() const { return _dictionary; }
 
-  /// Each call of the result gives the next key, or object, and null at the end. The keys come in order, the objects do
-  /// not. The dictionary must live on.
+  /// Each call of the returned function gives the next key or object, and null at the end. Keys come in order, objects
+  /// do not. The dictionary must outlive the function.
   std::function<const std::string*()> keyEnumerator() const;
   std::function<const boost::json::value*()> objectEnumerator() const;
 
-  /// Whether the other is of this one's class or of one derived from it, and isEqualToDictionary() holds.
+  /// Whether the other dictionary has this one's class or one derived from it and isEqualToDictionary() holds.
   virtual bool isEqual(const HXOrderedDictionary& other) const { return isEqualToDictionary(other); }
   /// Whether both have the same keys in the same order and the same entries.
   bool isEqualToDictionary(const HXOrderedDictionary& other) const {
@@ -83,29 +84,30 @@ class HXOrderedDictionary {
   }
   bool operator==(const HXOrderedDictionary& other) const { return isEqualToDictionary(other); }
 
-  /// "{\n    key = object\n}", a line an entry. An object that is not a string is shown as its JSON text.
+  /// "{\n key = object\n}", with one line for each entry. An object that is not a string is shown as JSON text.
   std::string description() const;
 
-  /// The compact JSON text of an array of two: the keys in order, and the entries as an object. Absent, with a line in
-  /// the log, when HX_JSONData() has none.
+  /// The compact JSON text of an array of two elements: the keys in order, and the entries as an object. Absent, with a
+  /// line in the log, if HX_JSONData() cannot write it.
   std::optional<std::string> serializationData() const;
 
-  /// "key=object" for each entry in order, the separator between entries. A key, or an object that is a string, is put
-  /// between double quotes, without escapes, when it contains the separator less white space at its ends. Other objects
-  /// are shown as their JSON text.
+  /// "key=object" for each entry in order, with the separator between entries.
+  /// - A key, or an object that is a string, is enclosed in double quotes if it contains the separator (without the
+  ///   white space at the separator's ends). Nothing is escaped.
+  /// - An object that is not a string is shown as JSON text.
   std::string equationLinesWithSeparator(std::string_view separator) const;
 
-  /// Called with a key, the number of keys visited before, its object, and a flag, false at each call, that ends the
-  /// walk after the call. The key and the object are the dictionary's own: once the block has changed the order of the
-  /// keys or removed the entry they may no longer be there.
+  /// Called with a key, the number of keys visited before, the key's object, and a flag that is false at each call;
+  /// setting it ends the enumeration after this call. The references point into the dictionary: they may dangle once
+  /// the block has changed the order of the keys or removed the entry.
   using EnumerationBlock =
       std::function<void(const std::string& key, std::size_t index, const boost::json::value& object, bool& stop)>;
-  /// Walks in order, or backwards. Throws HXEnumerationMutation when it goes on after the order of the keys was
-  /// changed.
+  /// Enumerates the entries in order, or backwards with `reverse`. Throws HXEnumerationMutation if it would continue
+  /// after the order of the keys has changed.
   void enumerateKeysAndObjectsUsingBlock(const EnumerationBlock& block, bool reverse = false) const;
 
  protected:
-  /// Counts changes of the order of the keys; assigning to a dictionary and moving from it are such changes.
+  /// Counts changes of the key order. Assigning to a dictionary or moving from it counts as a change.
   class OrderChanges {
    public:
     OrderChanges() = default;
@@ -133,11 +135,11 @@ class HXOrderedDictionary {
   std::vector<std::string> _array;
   boost::json::object _dictionary;
   OrderChanges orderChanges_;
-  /// Whether keys may stand in the order without an entry, as a constructor was given them.
+  /// Whether _array may hold keys without an entry, which only constructors can put there.
   bool mayLackEntries_ = false;
 };
 
-/// Sort options, a bit mask. Every sort here is stable, and none runs on several threads.
+/// Sort options; a bit mask. Every sort here is stable and single-threaded, whatever the options.
 using HXSortOptions = std::uint64_t;
 inline constexpr HXSortOptions HXSortConcurrent = 1;
 inline constexpr HXSortOptions HXSortStable = 16;
@@ -153,29 +155,28 @@ class HXMutableOrderedDictionary : public HXOrderedDictionary {
   static HXMutableOrderedDictionary initWithDictionary(const boost::json::object& dictionary = {});
   static std::optional<HXMutableOrderedDictionary> initWithSerializationData(std::string_view data);
 
-  /// Only another mutable dictionary is equal.
+  /// A mutable dictionary equals only another mutable one.
   bool isEqual(const HXOrderedDictionary& other) const override;
 
-  /// A new key goes to the end; one that has an entry keeps its place. An absent object, which JSON's null is not,
-  /// removes the key.
+  /// Sets the object of a key. A new key goes to the end; an existing one keeps its position. An absent object (unlike
+  /// JSON null) removes the key.
   void setObject(std::optional<boost::json::value> object, std::string_view key);
   template <class Text>
   requires(std::convertible_to<const Text&, std::string_view> &&
            !std::is_null_pointer_v<Text>) void setObject(const Text& text, std::string_view key) {
     setObject(std::make_optional<boost::json::value>(std::string_view(text)), key);
   }
-  /// Sets the object of every member, in the order of the members.
+  /// Sets the object of every member, in the members' order.
   void addEntriesFromDictionary(const boost::json::object& dictionary);
   void removeObjectForKey(std::string_view key);
 
-  /// These throw std::out_of_range for an index that is none.
+  /// These throw std::out_of_range if the index is out of range.
   void removeObjectAtIndex(std::size_t index);
-  /// Puts a key with its object at a place, instead of the key there. Where the new key already had another place, that
-  /// place is closed up.
+  /// Replaces the key at an index, and its object. If the new key had another position, it is removed there.
   void replaceObjectAtIndex(std::size_t index, boost::json::value object, std::string_view key);
 
-  /// Sort the keys. The comparisons must agree with each other; equal keys keep their order. What a comparison throws
-  /// passes through and leaves the order as it was.
+  /// Sort the keys. The comparator must be a strict weak ordering; equal keys keep their order. An exception of the
+  /// comparator passes through and leaves the order unchanged.
   void sortUsingSelector(const std::function<std::weak_ordering(const std::string&, const std::string&)>& comparator);
   void sortWithOptions(HXSortOptions options,
                        const std::function<std::weak_ordering(const std::string& key1, const std::string& key2,
@@ -183,6 +184,6 @@ class HXMutableOrderedDictionary : public HXOrderedDictionary {
                                                               const boost::json::value& object2)>& comparator);
   void reverseAllKeys();
 
-  /// Sets an object, a string, for every line that hx::splitEquationLine() can split; passes over the others.
+  /// Sets a string object for every line that hx::splitEquationLine() can split; skips the others.
   void importEquationLines(const std::vector<std::string>& lines);
 };

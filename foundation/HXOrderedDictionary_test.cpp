@@ -77,10 +77,10 @@ TEST(OrderedDictionary, ReplacesTheKeyAtAPlace) {
   dictionary.replaceObjectAtIndex(0, 6, "new");
   EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("new", "b", "c"));
   EXPECT_EQ(dictionary["a"], nullptr);
-  dictionary.replaceObjectAtIndex(2, 7, "new");  // from before the place
+  dictionary.replaceObjectAtIndex(2, 7, "new");  // the key was before this position
   EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("b", "new"));
   EXPECT_EQ(*dictionary["new"], 7);
-  dictionary.replaceObjectAtIndex(0, 8, dictionary.keyAtIndex(1));  // from behind it
+  dictionary.replaceObjectAtIndex(0, 8, dictionary.keyAtIndex(1));  // the key was after this position
   EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("new"));
   EXPECT_EQ(dictionary.dictionary(), (json::object{{"new", 8}}));
 }

@@ -51,7 +51,7 @@ TEST(SocketAddressData, TellsItsOwnSize) {
 
   EXPECT_EQ(stringWithIPAddressFromSockaddrData(bytesOf(four)), "192.0.2.7");
   EXPECT_EQ(stringWithIPAddressFromSockaddrData(bytesOf(six)), "::1");
-  // At the heap's very end and at odd addresses.
+  // At the very end of a heap block, and at odd addresses.
   auto shifted = bytesOf(six);
   shifted.insert(shifted.begin(), 0);
   EXPECT_EQ(stringWithIPAddressFromSockaddrData(std::span(shifted).subspan(1)), "::1");

@@ -19,7 +19,7 @@ bool isValidURL(std::string_view text) {
   if (!isURL(text)) return false;
   auto url = boost::urls::parse_uri({text.data(), text.size()});
   if (!url || url->encoded_host().empty()) return false;
-  // Boost.URL 1.81 takes what follows the digits of a port for a path (boostorg/url issue 680).
+  // Boost.URL 1.81 accepts a port such as "8x" and takes the "x" for the path (boostorg/url issue 680).
   auto path = url->encoded_path();
   return path.empty() || path.front() == '/';
 }

@@ -3,11 +3,11 @@
 
 #include <string_view>
 
-/// Begins with "http://" or "https://" in any case; nothing else is looked at.
+/// Whether the text begins with "http://" or "https://", ignoring case. The rest is not checked.
 bool isURL(std::string_view text);
 
-/// The same, and a URL (RFC 3986) with a host.
+/// The same, and the text is a URL (RFC 3986) with a host.
 bool isValidURL(std::string_view text);
 
-/// A valid URL that begins with "http://"; "https://" does not count.
+/// Whether the text is a valid URL that begins with "http://"; "https://" does not count.
 bool isValidHTTPURL(std::string_view text);

@@ -1,12 +1,12 @@
-// Times in seconds for interfaces that want nanoseconds.
+// Conversion of seconds to nanoseconds.
 #pragma once
 
 #include <chrono>
 
 namespace hx::detail {
 
-/// Whole nanoseconds of a time in seconds, cut off; 0 for a negative time, the longest there is for one that is too
-/// long.
+/// Converts seconds to whole nanoseconds, rounding towards zero. Negative times and NaN give 0; times that are too long
+/// give the longest representable one.
 inline std::chrono::nanoseconds nanosecondsOf(double seconds) {
   using std::chrono::nanoseconds;
   double value = seconds * 1e9;

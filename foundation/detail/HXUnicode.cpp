@@ -13,7 +13,7 @@ namespace {
 using UTF8 = boost::locale::utf::utf_traits<char>;
 
 struct CodePoint {
-  char32_t value;  ///< U+FFFD for a byte that is not UTF-8
+  char32_t value;  ///< U+FFFD for a byte that is not part of well-formed UTF-8
   std::string_view bytes;
 };
 

@@ -1,4 +1,4 @@
-// Characters of UTF-8 texts. A byte that is not UTF-8 counts as a character of its own, and is kept as it is.
+// Characters of UTF-8 texts. A byte that is not part of well-formed UTF-8 counts as a character and is kept unchanged.
 #pragma once
 
 #include <string>
@@ -6,17 +6,17 @@
 
 namespace hx::detail {
 
-/// Takes the first composed character, a code point with all combining marks that follow it, off a text that is not
-/// empty. The result refers to the text's bytes.
+/// Removes the first composed character (a code point and the combining marks after it) from a text, which must not be
+/// empty, and returns it. The result refers to the text's bytes.
 std::string_view takeComposedCharacter(std::string_view& text);
 
-/// Whether a composed character is a single white-space code point; line ends are.
+/// Whether a composed character is a single white-space code point. Line ends are white space.
 bool isWhiteSpace(std::string_view character);
 
-/// Without white space at either end. The result refers to the text's bytes.
+/// The text without white space at either end. The result refers to the text's bytes.
 std::string_view trimmed(std::string_view text);
 
-/// With every code point replaced by its simple lower-case mapping.
+/// The text with every code point replaced by its simple lower-case mapping.
 std::string lowercase(std::string_view text);
 
 }  // namespace hx::detail
