@@ -84,7 +84,7 @@ class HXOrderedDictionary {
   }
   bool operator==(const HXOrderedDictionary& other) const { return isEqualToDictionary(other); }
 
-  /// "{\n key = object\n}", with one line for each entry. An object that is not a string is shown as JSON text.
+  /// "{\n    key = object\n}", with one line for each entry. An object that is not a string is shown as JSON text.
   std::string description() const;
 
   /// The compact JSON text of an array of two elements: the keys in order, and the entries as an object. Absent, with a

@@ -20,24 +20,24 @@ namespace json = boost::json;
 
 namespace {
 
-/// The double nearest to a number, without a digit grouping or decimal comma of the process's locale; infinite when the
-/// number is too large.
+/// The double nearest to a number; infinity if the number is too large. The process's locale, with its decimal comma,
+/// has no effect.
 template <class Number = double>
 Number nearestDouble(std::string_view text) {
-  // Several times as quick as strtod(3), but not every standard library has it for doubles.
+  // Several times as fast as strtod(3), but missing from some standard libraries.
   if constexpr (requires(Number number) { std::from_chars(text.data(), text.data(), number); }) {
     Number number = 0;
     if (std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc()) return number;
   }
   static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-  // strtod_l() wants a zero byte behind the number.
+  // strtod_l() needs a terminating zero byte.
   std::array<char, 64> buffer;
   if (text.size() >= buffer.size()) return strtod_l(std::string(text).c_str(), nullptr, cLocale);
   *std::copy(text.begin(), text.end(), buffer.begin()) = '\0';
   return strtod_l(buffer.data(), nullptr, cLocale);
 }
 
-/// Puts together what the parser finds; the parser's own choice but for on_double().
+/// Builds the value, as Boost's own handler does, except for on_double().
 struct Handler {
   static constexpr std::size_t max_object_size = json::object::max_size();
   static constexpr std::size_t max_array_size = json::array::max_size();
@@ -82,7 +82,8 @@ class Writer {
     } else if (const auto* number = value.if_double()) {
       const auto start = text_.size();
       fmt::format_to(std::back_inserter(text_), "{}", *number);
-      if (text_.find_first_of(".e", start) == text_.npos) text_ += ".0";  // or it would be read back as an integer
+      // otherwise it would be read back as an integer
+      if (text_.find_first_of(".e", start) == text_.npos) text_ += ".0";
     } else {
       writeScalar(&value);
     }
@@ -101,7 +102,7 @@ class Writer {
     text_ += close;
   }
 
-  /// A text, or a pointer to a value.
+  /// Writes a text or, given a pointer, a value.
   template <class Scalar>
   void writeScalar(Scalar scalar) {
     serializer_.reset(scalar);
@@ -123,7 +124,7 @@ Result<json::value> parseExactJSON(std::string_view text, std::size_t maximumDep
   json::basic_parser<Handler> parser(options);
   parser.handler().values.reset();
   boost::system::error_code error;
-  // The whole text at once, so that every number comes in one piece.
+  // One call for the whole text, so that no number arrives in parts.
   auto length = parser.write_some(false, text.data(), text.size(), error);
   if (!error && length < text.size()) error = json::error::extra_data;
   if (error) return Failure(0, error.message());

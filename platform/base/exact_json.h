@@ -1,4 +1,4 @@
-// JSON that is read back as it was written, real numbers to the last bit.
+// JSON whose real numbers survive writing and reading unchanged, to the last bit.
 #pragma once
 
 #include <boost/json/value.hpp>
@@ -9,16 +9,16 @@
 
 namespace platform {
 
-/// Parses a text as json::parse() does, but for real numbers, which Boost 1.81 rounds to a neighbour of the nearest
-/// double. The process's locale plays no part. Arrays and objects may stand in each other `maximumDepth` deep.
+/// Parses a text like json::parse(), except that real numbers become the nearest double, which Boost 1.81 sometimes
+/// misses by one bit. The process's locale has no effect. Arrays and objects may be nested `maximumDepth` deep.
 Result<boost::json::value> parseExactJSON(std::string_view text, std::size_t maximumDepth);
 
-/// The text of a value as json::serialize() gives it, but real numbers as people write them, and as short as they can
-/// be and still be read back as the same: 1.5, 1.0, 1e+300. Its numbers must be finite.
+/// Writes a value like json::serialize(), except that real numbers are as short as they can be without changing when
+/// read back, and in the usual notation: 1.5, 1.0, 1e+300. All numbers must be finite.
 std::string serializeExactJSON(const boost::json::value& value);
 
-/// Whether JSON has a text for all numbers that a value holds: the infinite, which too large ones are read as, have
-/// none.
+/// Whether all numbers in a value are finite, since JSON has no text for infinity. The parser returns infinity for a
+/// number that is too large.
 bool isFiniteJSON(const boost::json::value& value);
 
 }  // namespace platform

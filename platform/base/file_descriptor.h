@@ -1,4 +1,4 @@
-// The one owner of a file descriptor.
+// The owner of a file descriptor.
 #pragma once
 
 #include <unistd.h>
@@ -7,7 +7,7 @@
 
 namespace platform {
 
-/// Owns a file descriptor and closes it; empty (-1) when nothing is owned.
+/// Owns a file descriptor and closes it; -1 if it owns none.
 class FileDescriptor {
  public:
   FileDescriptor() = default;

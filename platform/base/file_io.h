@@ -1,4 +1,4 @@
-// Reading and writing descriptors, however often a signal interrupts or the system stops half-way.
+// Reading and writing that continues after signals and after partial transfers.
 #pragma once
 
 #include <cstddef>
@@ -9,10 +9,10 @@
 
 namespace platform {
 
-/// Writes all of the bytes.
+/// Writes all bytes. After a failure, some of them may have been written.
 Result<void> writeAll(int descriptor, std::string_view bytes);
 
-/// Reads until the buffer is full or the file ends; returns the number of bytes read.
+/// Reads until the buffer is full or the file ends. Returns the number of bytes read.
 Result<std::size_t> readInto(int descriptor, std::span<char> buffer);
 
 }  // namespace platform

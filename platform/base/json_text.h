@@ -1,4 +1,4 @@
-// Texts in JSON.
+// Texts in JSON values.
 #pragma once
 
 #include <boost/json/object.hpp>
@@ -6,13 +6,13 @@
 
 namespace platform {
 
-/// The text that a value is; empty when there is no value or it is no text. Lives as long as the value.
+/// The text of a JSON string; empty for null pointers and values of other types. Valid as long as the value.
 inline std::string_view textOf(const boost::json::value* value) {
   const auto* text = value ? value->if_string() : nullptr;
   return text ? std::string_view(*text) : std::string_view();
 }
 
-/// The text of a member.
+/// The same for the member of an object; empty if there is none.
 inline std::string_view textMember(const boost::json::object& object, std::string_view key) {
   return textOf(object.if_contains(key));
 }

@@ -20,7 +20,7 @@ Readiness::Readiness() {
 }
 
 void Readiness::set() {
-  // A full pipe is readable, too.
+  // If the pipe is full, the write fails, but the pipe is readable already.
   [[maybe_unused]] auto written = write(writing_.get(), "", 1);
 }
 

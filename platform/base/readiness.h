@@ -1,19 +1,19 @@
-// A descriptor that shows that something is ready.
+// An event that poll(2) can wait for.
 #pragma once
 
 #include "platform/base/file_descriptor.h"
 
 namespace platform {
 
-/// Its descriptor is readable from set() to clear(), for poll(2) and whatever is made of it.
+/// A descriptor that is readable after set() until clear(), for poll(2), epoll(7) and the like.
 class Readiness {
  public:
-  /// Throws std::system_error when the system has no descriptors left.
+  /// Throws std::system_error if no descriptors are left.
   Readiness();
 
   int descriptor() const { return reading_.get(); }
 
-  /// Both may be called by any thread, and again without effect.
+  /// Any thread. Repeated calls have no further effect.
   void set();
   void clear();
 

@@ -1,4 +1,4 @@
-// The one way in which what can fail says so.
+// Results of operations that can fail.
 #pragma once
 
 #include <boost/system/result.hpp>
@@ -11,45 +11,46 @@
 
 namespace platform {
 
-/// Why something failed; what() is a sentence for people.
+/// The reason for a failure. what() is a sentence for people.
 struct Failure : std::runtime_error {
-  Failure() : Failure(0, "") {}  // error() of a success
+  Failure() : Failure(0, "") {}  // returned by error() of a success
   Failure(int failedWith, const std::string& sentence) : runtime_error(sentence), number(failedWith) {}
 
-  int number;  ///< an errno, or the status of the system's that a declaration names; 0 where neither says it
+  int number;  ///< an errno unless the declaration names another status; 0 if there is no number
 };
 
-/// The failure that an errno stands for: its text, after what it is about.
+/// The failure for an errno. The sentence is its message, preceded by `about` if given.
 inline Failure failureOf(int number, std::string_view about = {}) {
   return {number, std::string(about) + (about.empty() ? "" : ": ") + std::generic_category().message(number)};
 }
 
-/// The failure of the system call just made. Not a std::string: to make one could change errno.
+/// The failure of the last system call. `about` is not a std::string because making one could change errno.
 inline Failure lastFailure(std::string_view about = {}) {
   return failureOf(errno, about);
 }
 
-/// Has Result::value() throw the failure.
+/// Makes Result::value() throw the failure.
 [[noreturn]] inline void throw_exception_from_error(const Failure& failure, const boost::source_location&) {
   throw failure;
 }
 
-/// The value of what succeeded, or why it failed. `if (auto result = …) use(*result); else
-/// tell(result.error().what());`
+/// A value, or the Failure that prevented it:
+///
+///     if (auto result = …) use(*result); else log(result.error().what());
 template <class T>
 class [[nodiscard]] Result : public boost::system::result<T, Failure> {
  public:
   using boost::system::result<T, Failure>::result;
 };
 
-/// What a system call that returns -1 when it fails has come to.
+/// The result of a system call that returns -1 on failure.
 inline Result<void> resultOfCall(int returned) {
   if (returned < 0) return lastFailure();
   return {};
 }
 
-/// Takes a sequence of steps, each of which may throw a Failure: by value() of a Result, by check() or by itself. The
-/// first that does ends the sequence.
+/// Runs steps that may throw a Failure: through value() of a Result, through check(), or directly. The first failure
+/// ends the sequence and is the result.
 template <class Steps>
 auto attempt(Steps&& steps) -> Result<std::invoke_result_t<Steps>> {
   try {
@@ -64,8 +65,8 @@ auto attempt(Steps&& steps) -> Result<std::invoke_result_t<Steps>> {
   }
 }
 
-/// The result of a function that returns a negative errno when it fails, as those of sd-bus do; throws that Failure. Of
-/// functions that return a positive one, as posix_spawn(3) does, the result is negated.
+/// Passes on the result of a function that returns a negative errno on failure, such as those of sd-bus; throws a
+/// Failure for it. Negate the result of a function that returns a positive errno, such as posix_spawn(3).
 inline int check(int result, std::string_view about = {}) {
   if (result < 0) throw failureOf(-result, about);
   return result;

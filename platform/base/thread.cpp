@@ -6,7 +6,7 @@ namespace platform {
 
 namespace {
 
-/// Blocks all signals for the calling thread and the threads that it starts meanwhile.
+/// Blocks all signals for the calling thread while it lives. Threads started meanwhile inherit the mask.
 class BlockedSignals {
  public:
   BlockedSignals() {
@@ -29,7 +29,7 @@ Result<std::thread> startThread(std::function<void()> body) {
   try {
     return std::thread(std::move(body));
   } catch (const std::system_error& error) {
-    // By name: a thread could be made of anything.
+    // Explicitly, because std::thread could be constructed from a Failure too.
     return {boost::system::in_place_error, failureOf(error.code().value())};
   }
 }

@@ -1,4 +1,4 @@
-// Threads of the process's own.
+// Starting threads.
 #pragma once
 
 #include <functional>
@@ -8,8 +8,8 @@
 
 namespace platform {
 
-/// Starts a thread that signals are never delivered to: they are the main thread's. Fails when the system has
-/// no thread to give.
+/// Starts a thread with all signals blocked, so that signals are delivered to the main thread. Fails if the system
+/// cannot make another thread.
 Result<std::thread> startThread(std::function<void()> body);
 
 }  // namespace platform

@@ -14,7 +14,7 @@ bool isUTF8(std::string_view bytes) {
     std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     if (length > 1) {
       if (lead < 0xC2 || lead > 0xF4) return false;
-      // The second byte keeps out overlong forms, surrogates and what lies past U+10FFFF.
+      // The range of the second byte excludes overlong forms, surrogates and values above U+10FFFF.
       unsigned low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
       unsigned high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
       if (!byteIn(index + 1, low, high)) return false;

@@ -1,4 +1,4 @@
-// What the core takes for granted of macOS's numbers and layouts, checked by the compiler.
+// Compile-time checks of the macOS constants and layouts that portable code relies on.
 #include <fcntl.h>
 #include <libproc.h>
 #include <net/if_dl.h>
@@ -7,15 +7,15 @@
 
 #include <cstddef>
 
-// How files in /tmp are opened.
+// Flags for opening files in /tmp.
 static_assert((O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC) == 0x100030D);
 static_assert((O_RDONLY | O_NOFOLLOW | O_CLOEXEC) == 0x1000100);
 
-// Facts about a process.
+// Process information.
 static_assert(sizeof(proc_bsdinfo) == 136 && offsetof(proc_bsdinfo, pbi_uid) == 20);
 static_assert(PROC_PIDTBSDINFO == 3 && PROC_PIDPATHINFO_MAXSIZE == 4096);
 
-// Socket addresses, as bytes in messages (BRSockAddrObject.h, bsd_socket_address.h).
+// Socket addresses that messages carry as bytes (BRSockAddrObject.h, bsd_socket_address.h).
 static_assert(AF_INET == 2 && AF_INET6 == 30 && AF_LINK == 18 && sizeof(sockaddr_storage) == 128);
 static_assert(sizeof(sockaddr_in) == 16 && offsetof(sockaddr_in, sin_len) == 0 &&
               offsetof(sockaddr_in, sin_family) == 1);

@@ -1,4 +1,4 @@
-// Objects of CoreFoundation: owned, and texts from and to them.
+// Owners of CoreFoundation objects, and conversion of texts.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -14,15 +14,15 @@ struct CFReleaser {
   void operator()(CFTypeRef object) const { CFRelease(object); }
 };
 
-/// Owns an object that came from a function with "Create" or "Copy" in its name; null when there is none. Objects from
-/// other functions are not owned by their caller.
+/// Owns an object returned by a function with "Create" or "Copy" in its name; null if there is none. Callers do not own
+/// the results of other functions.
 template <class Reference>
 using CFOwner = std::unique_ptr<std::remove_pointer_t<Reference>, CFReleaser>;
 
-/// Null when the text is not UTF-8.
+/// A CFString of a text; null if the text is not UTF-8.
 CFOwner<CFStringRef> makeString(std::string_view text);
 
-/// The text in UTF-8; empty for null. What has no UTF-8 (half of a surrogate pair) becomes "?".
+/// The text of a CFString in UTF-8; empty for null. An unpaired surrogate, which has no UTF-8, becomes "?".
 std::string textOf(CFStringRef string);
 
 }  // namespace platform

@@ -1,20 +1,19 @@
-// The owner of XPC's and libdispatch's counted objects, which have several owners; CoreFoundation's have one.
+// Owner of reference-counted objects of XPC and libdispatch, which, unlike those of CoreFoundation here, are shared.
 #pragma once
 
 #include <utility>
 
 namespace platform::darwin {
 
-/// Keeps an object alive. Copies share it. Empty when nothing is owned. `Counting` has the static functions retain and
-/// release.
+/// Keeps an object alive; empty if it holds none. Copies share the object. `Counting` has the static functions retain
+/// and release.
 template <class Object, class Counting>
 class Reference {
  public:
   Reference() = default;
-  /// Takes over the reference that came with the object: of functions that create, copy or return retained. Null:
-  /// empty.
+  /// Takes over the reference that a creating, copying or retaining function returned. Null gives an empty owner.
   static Reference adopt(Object object) { return Reference(object); }
-  /// Adds a reference of its own to an object that somebody else owns.
+  /// Adds a reference to an object that has another owner.
   static Reference share(Object object) {
     if (object) Counting::retain(object);
     return Reference(object);

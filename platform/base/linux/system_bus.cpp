@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::chrono::seconds patience(2), rest(5);
 
-/// The services that were silent, and until when they are not asked again: else each of many requests would cost the
-/// whole wait.
+/// Services that timed out, with the time until which they are not asked again. Without it, each of many requests would
+/// wait for the full timeout.
 class SilentServices {
  public:
   bool contains(const char* service) {
@@ -31,7 +31,7 @@ class SilentServices {
   std::map<std::string, std::chrono::steady_clock::time_point> until_;
 };
 
-/// In microseconds; 0 when it has passed.
+/// In microseconds; 0 if the deadline has passed.
 std::uint64_t timeUntil(BusDeadline deadline) {
   auto left = std::chrono::ceil<std::chrono::microseconds>(deadline - std::chrono::steady_clock::now());
   return static_cast<std::uint64_t>(std::max(left, std::chrono::microseconds(0)).count());
@@ -39,7 +39,8 @@ std::uint64_t timeUntil(BusDeadline deadline) {
 
 }  // namespace
 
-// By itself the first call would wait for a minute and a half to be let in, whatever its own time limit.
+// Without this wait, the first call would block for up to 90 seconds until the bus accepts the connection, regardless
+// of the call's own timeout.
 Result<SystemBus> openSystemBus(BusDeadline deadline) {
   sd_bus* opened = nullptr;
   int result = sd_bus_open_system(&opened);
