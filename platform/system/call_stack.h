@@ -1,4 +1,4 @@
-// Call stacks, for reports of faults.
+// Call stacks for crash reports.
 #pragma once
 
 #include <cstdint>
@@ -7,13 +7,13 @@
 
 namespace platform {
 
-/// One text a frame of the calling thread's stack, the innermost first.
+/// The calling thread's stack, one text per frame, innermost first.
 std::vector<std::string> callStackSymbols();
 
-/// Where the main executable was loaded.
+/// The place in memory of the main executable.
 struct MainImage {
-  std::uintptr_t slide;        ///< load address less the address it was linked for
-  std::uintptr_t loadAddress;  ///< of the image's first byte
+  std::uintptr_t slide;        ///< difference between the load address and the address it was linked for
+  std::uintptr_t loadAddress;  ///< address of the image's first byte
 };
 MainImage mainImage();
 

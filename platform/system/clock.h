@@ -3,7 +3,7 @@
 
 namespace platform {
 
-/// Seconds since an arbitrary moment of this boot; goes on while the machine sleeps, and never goes back.
+/// Seconds since an arbitrary moment of this boot. The clock never goes back and continues while the machine sleeps.
 double continuousSeconds();
 
 }  // namespace platform

@@ -11,7 +11,7 @@ namespace platform {
 using MD5Digest = std::array<std::uint8_t, 16>;
 using SHA256Digest = std::array<std::uint8_t, 32>;
 
-/// The MD5 digest (RFC 1321) of a whole.
+/// The MD5 digest (RFC 1321) of the bytes.
 MD5Digest md5(std::span<const std::uint8_t> bytes);
 
 /// Computes a SHA-256 digest (FIPS 180-4) piece by piece.
@@ -24,7 +24,7 @@ class SHA256 {
 
   void update(std::span<const std::uint8_t> bytes);
 
-  /// The digest of all pieces; ends the computation.
+  /// The digest of all bytes so far. Nothing may be called after it.
   SHA256Digest finish();
 
  private:

@@ -6,8 +6,8 @@
 
 namespace platform {
 
-/// What the exception that is being handled says of itself, when C++ has no type for it: Objective-C's on macOS. Absent
-/// for others. To be called from within a handler, `catch (...)`.
+/// The description of the exception being handled, if it is not a C++ one but, on macOS, an Objective-C one; absent
+/// otherwise. Call it inside `catch (...)`.
 std::optional<std::string> foreignExceptionDescription();
 
 }  // namespace platform

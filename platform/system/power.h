@@ -8,14 +8,15 @@
 
 namespace platform::power {
 
-/// Names an assertion of this process.
+/// Identifies an assertion of this process.
 using AssertionID = std::uint32_t;
 
-/// Takes an assertion, which is held until it is released or the process ends. `type` is one of IOKit's assertion types
-/// (IOPMLib.h), `name` says who holds it. The number of a failure is an IOReturn on macOS, an errno on Linux.
+/// Creates an assertion, held until it is released or the process ends. Main thread. `type` is one of IOKit's assertion
+/// types (IOPMLib.h); `name` tells people who holds it. The number of a failure is an IOReturn on macOS and an errno on
+/// Linux.
 Result<AssertionID> createAssertion(const std::string& type, const std::string& name);
 
-/// Gives an assertion back; fails as createAssertion() does.
+/// Releases an assertion. Fails like createAssertion(), for an unknown assertion too.
 Result<void> releaseAssertion(AssertionID assertion);
 
 }  // namespace platform::power

@@ -1,4 +1,4 @@
-// Why clients were refused, for the administrator: the system log alone has it.
+// Reports of refused clients, for the administrator. They go only to the system log.
 #pragma once
 
 #include <cstdint>
@@ -6,8 +6,8 @@
 
 namespace platform {
 
-/// Logs why a process of a user was refused: at most one line a user and minute, so that nobody can flood the log. On
-/// the main queue only.
+/// Logs why a process of a user was refused, at most one line per user and minute so that nobody can flood the log.
+/// Main queue only.
 void logRefusal(std::uint32_t user, std::int32_t pid, const std::string& reason);
 
 }  // namespace platform

@@ -8,10 +8,10 @@ static_assert(MD5Digest().size() == CC_MD5_DIGEST_LENGTH && SHA256Digest().size(
 
 namespace {
 
-// CommonCrypto counts in 32 bits.
+// CommonCrypto takes 32-bit lengths.
 constexpr std::size_t maximumPiece = 1 << 30;
 
-/// Hands bytes over in pieces that CommonCrypto can count.
+/// Passes the bytes on in pieces short enough for CommonCrypto.
 template <class Update, class Context>
 void updateWith(Update update, Context* context, std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
@@ -27,7 +27,7 @@ CC_SHA256_CTX* context(void* pointer) {
 
 }  // namespace
 
-// MD5 names an image here and proves nothing, so that the system's advice against it does not apply.
+// MD5 only identifies an image here and proves nothing, so its deprecation does not matter.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
 MD5Digest md5(std::span<const std::uint8_t> bytes) {

@@ -6,15 +6,16 @@
 
 namespace platform {
 
-// A line of the unified log holds 1,024 bytes of dynamic text; longer ones become several.
+// A line of the unified log holds 1,024 bytes of dynamic text, so longer lines are split.
 void systemLog(const std::string& line) {
   constexpr std::size_t maximumPiece = 1'000;
   std::string_view rest = line;
   do {
     auto length = std::min(rest.size(), maximumPiece);
-    // Not within a character: what follows its first byte begins with the bits 10.
+    // Never split inside a character: its bytes after the first begin with the bits 10.
     while (length > maximumPiece - 4 && length < rest.size() && (rest[length] & 0xC0) == 0x80) --length;
-    os_log(OS_LOG_DEFAULT, "%{public}.*s", static_cast<int>(length), rest.data());  // asks whether its type is enabled
+    // checks whether the type is enabled
+    os_log(OS_LOG_DEFAULT, "%{public}.*s", static_cast<int>(length), rest.data());
     rest.remove_prefix(length);
   } while (!rest.empty());
 }

@@ -2,7 +2,7 @@
 
 namespace platform {
 
-// No library that is linked here throws any.
+// No library linked on Linux throws foreign exceptions.
 std::optional<std::string> foreignExceptionDescription() {
   return std::nullopt;
 }

@@ -13,11 +13,11 @@ namespace platform::power {
 
 namespace {
 
-constexpr std::size_t maximumAssertions = 256;  // each takes a descriptor
+constexpr std::size_t maximumAssertions = 256;  // each one holds a descriptor
 constexpr BusMethod inhibit{"org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
                             "Inhibit"};
 
-/// The assertions that are held, on the main thread.
+/// The assertions held at present. Main thread.
 std::map<AssertionID, FileDescriptor>& inhibitors() {
   static std::map<AssertionID, FileDescriptor> held;
   return held;
@@ -25,7 +25,7 @@ std::map<AssertionID, FileDescriptor>& inhibitors() {
 
 }  // namespace
 
-// Both types come to the same here: what would sleep is the idle machine, its network connections with it.
+// Both types have the same effect: the idle machine stays awake, and with it its network connections.
 Result<AssertionID> createAssertion(const std::string&, const std::string& name) {
   if (inhibitors().size() >= maximumAssertions) return failureOf(EMFILE);
   FileDescriptor inhibitor;
@@ -34,7 +34,7 @@ Result<AssertionID> createAssertion(const std::string&, const std::string& name)
                                  "block");
   };
   auto readReply = [&](sd_bus_message* reply) {
-    int descriptor;  // the reply's
+    int descriptor;  // owned by the reply
     if (int result = sd_bus_message_read(reply, "h", &descriptor); result < 0) return result;
     inhibitor.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
     return inhibitor ? 0 : -errno;
@@ -45,7 +45,7 @@ Result<AssertionID> createAssertion(const std::string&, const std::string& name)
   return last;
 }
 
-// logind lets go of an inhibitor when its descriptor is closed.
+// logind removes an inhibitor when its descriptor is closed.
 Result<void> releaseAssertion(AssertionID assertion) {
   if (inhibitors().erase(assertion) == 0) return failureOf(EINVAL);
   return {};

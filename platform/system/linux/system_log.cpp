@@ -20,8 +20,8 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/// The socket of the system's log. Not syslog(3), which waits for room in it: a journal that is stopped, or a /dev/log
-/// that nobody reads, would stop this process at its eleventh line.
+/// The socket of the system log. Not syslog(3), which blocks while the socket's queue is full: a stopped journal, or a
+/// /dev/log that nobody reads, would block this process at its eleventh line.
 class LogSocket {
  public:
   void write(const std::string& line) {
@@ -37,7 +37,7 @@ class LogSocket {
   }
 
   bool send(const std::string& line) {
-    // As RFC 3164 has it; who listens takes the rest from the credentials.
+    // The format of RFC 3164, without the host name, which the receiver knows.
     std::time_t now = std::time(nullptr);
     std::tm local{};
     localtime_r(&now, &local);
@@ -47,7 +47,7 @@ class LogSocket {
         fmt::format("<{}>{} {}[{}]: {}", LOG_DAEMON | LOG_NOTICE, time, program_invocation_short_name, getpid(), line);
     if (socket_ && sendText(text)) return true;
     if (socket_ && errno == EAGAIN) return false;
-    // Who listens may have been started anew.
+    // The log daemon may have been restarted.
     return connectSocket() && sendText(text);
   }
 
@@ -60,7 +60,7 @@ class LogSocket {
     const sockaddr_un address{.sun_family = AF_UNIX, .sun_path = "/dev/log"};
     if (socket_ && connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
       return true;
-    // Where there is no system log, not every line is to look for one.
+    // Without a system log, do not try to connect for every line.
     socket_.reset();
     restingUntil_ = steady_clock::now() + std::chrono::seconds(1);
     return false;
@@ -74,11 +74,11 @@ class LogSocket {
 
 }  // namespace
 
-// The journal listens on the syslog socket too, so one way serves machines with either.
+// The journal listens on the syslog socket too, so this works with either.
 void systemLog(const std::string& line) {
-  // Never destroyed: other threads may log while the process ends.
+  // Never destroyed, because other threads may log while the process ends.
   static auto* socket = new LogSocket;
-  // A zero byte would end the line.
+  // A zero byte would truncate the line.
   std::string text = line;
   std::replace(text.begin(), text.end(), '\0', ' ');
   socket->write(text);
