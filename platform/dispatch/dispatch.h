@@ -1,6 +1,4 @@
-// Queues of work, and timers that fire on them.
-//
-// Shaped after libdispatch, which is what carries it on macOS.
+// Queues of work, and timers that fire on them. Modelled on libdispatch, which implements them on macOS.
 #pragma once
 
 #include <chrono>
@@ -11,7 +9,8 @@
 
 namespace platform::dispatch {
 
-/// Where work runs. Copies stand for the same queue. An exception that leaves a piece of work ends the process.
+/// A queue that runs work. Copies refer to the same queue. An exception that escapes from a piece of work ends the
+/// process.
 class Queue {
  public:
   class Implementation;
@@ -22,49 +21,49 @@ class Queue {
   std::shared_ptr<Implementation> implementation_;
 };
 
-/// Runs work one piece after the other, from when the main thread is in dispatchMain(): on Linux on that thread, on
-/// macOS on any.
+/// Runs one piece of work at a time, once the main thread is in dispatchMain(): on Linux on that thread, on macOS on
+/// any thread.
 Queue mainQueue();
 
-/// Runs work on up to 64 threads at once, begun in the order in which it was handed over.
+/// Runs up to 64 pieces of work at once, on its own threads. Work starts in the order in which it was added.
 Queue globalQueue();
 
-/// Makes a queue that runs work one piece after the other, on the threads of the global queue. Work that was handed
-/// over runs even when nobody keeps the queue. The name is for debuggers.
+/// Makes a queue that runs one piece of work at a time, on the threads of the global queue. Work runs even if its queue
+/// has no owner left. The name is for debuggers.
 Queue makeSerialQueue(const std::string& name);
 
-/// Runs work later on a queue. May be called from any thread, the queue's own included; never runs the work itself.
+/// Adds work to a queue and returns. Any thread, including one of the queue's own; never runs the work itself.
 void async(const Queue& queue, std::function<void()> work);
 
-/// Runs work on a queue once a delay has passed on the monotonic clock.
+/// Adds work to a queue after a delay on the monotonic clock.
 void after(std::chrono::nanoseconds delay, const Queue& queue, std::function<void()> work);
 
 enum class Clock {
-  monotonic,  ///< stands still while the machine sleeps
-  wall,       ///< civil time: goes on while the machine sleeps, and a timer moves when the clock is set
+  monotonic,  ///< stops while the machine sleeps
+  wall,       ///< civil time: continues while the machine sleeps; setting the clock moves the timers too
 };
 
-/// When a timer fires.
+/// The times at which a timer fires.
 struct Schedule {
   Clock clock = Clock::monotonic;
-  std::chrono::nanoseconds start{0};  ///< from the making of the timer to its first firing
-  /// From one firing to the next, counted from the times at which they were due: firings that a busy queue missed come
-  /// as one. neverAgain: fires once.
+  std::chrono::nanoseconds start{0};  ///< from the timer's construction to its first firing
+  /// Interval between the times at which firings are due. Firings missed while the queue was busy are merged into one.
+  /// neverAgain: the timer fires once.
   std::chrono::nanoseconds period = neverAgain;
-  /// How late it may fire for the system's convenience; at most half the period is used.
+  /// How late the system may fire the timer to save power; at most half the period is used.
   std::chrono::nanoseconds leeway{0};
 
   static constexpr auto neverAgain = std::chrono::nanoseconds::max();
 };
 
-/// A timer: calls its handler on a queue, never twice at once. Cancelled when destroyed. Distinct sources may be used
-/// on different threads; one source by one thread at a time.
+/// A timer that calls its handler on a queue, never twice at the same time. Destroying it cancels it. Different timers
+/// may be used by different threads, each one by one thread at a time.
 class TimerSource {
  public:
   class State;
 
   TimerSource() = default;
-  /// Makes a timer that counts from now but stays silent until resume().
+  /// Makes a timer whose time starts now but which does not fire before resume().
   TimerSource(const Queue& queue, const Schedule& schedule, std::function<void()> handler);
   TimerSource(TimerSource&&) = default;
   TimerSource& operator=(TimerSource&& other) noexcept;
@@ -72,21 +71,21 @@ class TimerSource {
 
   explicit operator bool() const { return state_ != nullptr; }
 
-  /// Lets the timer fire. Called once.
+  /// Lets the timer fire. Must be called at most once.
   void resume();
 
-  /// Stops the timer and empties this object. A call of the handler that has begun on another thread goes on; none
-  /// begins from here on. The handler is let go when no call of it is running.
+  /// Stops the timer and empties this object. A handler call already running on another thread continues; none starts
+  /// after this. The handler is destroyed when no call of it is running.
   void cancel();
 
  private:
   std::shared_ptr<State> state_;
 };
 
-/// Whether the caller runs on the process's main thread; on macOS nothing does any more once that is in dispatchMain().
+/// Whether the caller is on the process's main thread. On macOS nothing is, once the main thread is in dispatchMain().
 bool isMainThread();
 
-/// Serves the main queue for ever. Called once, on the main thread; the process ends through exit().
+/// Runs the main queue for ever. Called once, on the main thread. Only exit() ends the process.
 [[noreturn]] void dispatchMain();
 
 }  // namespace platform::dispatch

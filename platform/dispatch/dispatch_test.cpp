@@ -63,7 +63,7 @@ TEST_F(DispatchDeathTest, ExceptionThatLeavesWorkEndsTheProcess) {
 
 TEST(Dispatch, SerialQueueRunsOneAtATimeInTheOrderOfEachThread) {
   constexpr int threads = 4, pieces = 500;
-  std::vector<std::vector<int>> seen(threads);  // locked by nothing but the queue
+  std::vector<std::vector<int>> seen(threads);  // protected only by the queue
   int total = 0;
   std::atomic<bool> finished = false;
   {
@@ -104,7 +104,7 @@ TEST(Dispatch, AfterRunsByTimeAndNeverEarly) {
   EXPECT_GE(elapsed.load(), 40ms);
 }
 
-/// Returns when what stands in a serial queue has run.
+/// Returns when all work already in a serial queue has run.
 void drain(const Queue& queue) {
   Gate done;
   async(queue, [&] { done.open(); });
@@ -148,7 +148,7 @@ TEST(Dispatch, FiringsThatABusyQueueMissedComeAsOne) {
   }));
   timer.cancel();
   drain(queue);
-  // Ten firings are one call; those after it keep to the grid.
+  // Ten missed firings become one call; the later ones keep to the schedule.
   EXPECT_GE(calls[3] - opened, 2 * period);
 }
 

@@ -27,7 +27,7 @@ using Work = std::function<void()>;
 
 constexpr nanoseconds none{0};
 
-// What libdispatch calls is noexcept, which is what ends the process when an exception leaves a piece of work.
+// These are noexcept so that an exception escaping from a piece of work ends the process.
 void runOnce(void* pointer) noexcept {
   std::unique_ptr<Work> work(static_cast<Work*>(pointer));
   (*work)();
@@ -43,7 +43,7 @@ Queue makeQueue(darwin::DispatchQueue queue) {
   return Queue(std::make_shared<Queue::Implementation>(std::move(queue)));
 }
 
-/// Overflow makes a time that never comes.
+/// A delay that is too long gives a time that never comes.
 dispatch_time_t timeAfter(Clock clock, nanoseconds delay) {
   auto delta = std::max(delay, none).count();
   return clock == Clock::wall ? dispatch_walltime(nullptr, delta) : dispatch_time(DISPATCH_TIME_NOW, delta);
@@ -57,7 +57,7 @@ class TimerSource::State {
       : source_(darwin::DispatchSource::adopt(
             dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, queue.implementation().queue()))) {
     if (!source_) throw lastFailure("cannot make a timer");
-    // The cancel handler runs once no call of the handler does.
+    // libdispatch runs the cancel handler when no call of the event handler is running.
     dispatch_set_context(source_.get(), new Work(std::move(handler)));
     dispatch_source_set_event_handler_f(source_.get(), run);
     dispatch_source_set_cancel_handler_f(source_.get(), destroy);
@@ -71,7 +71,7 @@ class TimerSource::State {
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
-  // A source must have been activated before it may be released; activating it again does nothing.
+  // A source must be activated before its release; activating it again has no effect.
   ~State() {
     dispatch_source_cancel(source_.get());
     resume();

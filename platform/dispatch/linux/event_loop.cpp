@@ -6,7 +6,7 @@
 
 namespace platform {
 
-// The state outlives its source for the length of a call, so that a handler may destroy the source that runs it.
+// A running call keeps the state alive, so a handler may destroy its own source.
 struct EventSource::State : std::enable_shared_from_this<State> {
   std::function<void(std::uint32_t)> handler;
   sd_event_source* source = nullptr;
@@ -18,14 +18,15 @@ struct EventSource::State : std::enable_shared_from_this<State> {
 
   void detach() { source = sd_event_source_disable_unref(source); }
 
-  // An exception ends the process all the same; without noexcept the stack that threw it is still there to be logged.
+  // Not noexcept: an exception ends the process either way, but this way the stack of the throw is still there to be
+  // logged.
   static void call(void* userdata, std::uint32_t events) {
     auto self = static_cast<State*>(userdata)->shared_from_this();
     self->handler(events);
   }
 };
 
-// Detaches at once, also under a running handler: the descriptor may be closed next, and its number given to another.
+// Detaches at once, even while the handler runs: the descriptor may be closed next and its number reused.
 EventSource::~EventSource() {
   if (state_) state_->detach();
 }

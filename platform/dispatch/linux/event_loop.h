@@ -1,4 +1,4 @@
-// The sd-event loop that carries the main queue; for the Linux platform's own use, on the main thread.
+// The sd-event loop behind the main queue. Only for the platform layer on Linux, on the main thread.
 #pragma once
 
 #include <systemd/sd-event.h>
@@ -9,25 +9,24 @@
 
 namespace platform {
 
-/// The loop of the main thread, made on first use.
+/// The main thread's loop, made on first use.
 sd_event* mainEventLoop();
 
-/// A source of events on the main loop. What fails throws a Failure: without its events the program cannot go on.
-/// A source is detached and its handler destroyed with this object, which the handler itself
-/// may bring about.
+/// A source of events on the main loop. Destroying it detaches it and destroys its handler, which may do this itself.
+/// Functions throw a Failure on errors, because the program cannot go on without its events.
 class EventSource {
  public:
-  /// Calls `handler` with the ready EPOLL… events whenever the descriptor has one of `events`. The descriptor stays the
-  /// caller's and outlives the source.
+  /// Calls `handler` with the EPOLL… flags whenever the descriptor is ready for one of `events`. The descriptor remains
+  /// the caller's and must outlive the source.
   static EventSource io(int descriptor, std::uint32_t events, std::function<void(std::uint32_t)> handler);
 
-  /// Calls `handler` on delivery of a signal, which is blocked for ordinary delivery from here on.
+  /// Calls `handler` when the signal arrives. The signal is blocked for ordinary delivery from now on.
   static EventSource signal(int number, std::function<void()> handler);
 
-  /// Calls `handler` once for each startTimer(). Made beforehand, since making one may fail.
+  /// Calls `handler` once for each startTimer(). Made in advance, because making one may fail.
   static EventSource timer(std::function<void()> handler);
 
-  /// Calls `handler` when the loop is told to end, and before it does.
+  /// Calls `handler` when the loop has been told to end, before it does.
   static EventSource exit(std::function<void()> handler);
 
   EventSource() = default;
@@ -35,7 +34,7 @@ class EventSource {
   EventSource& operator=(EventSource&& other) noexcept;
   ~EventSource();
 
-  /// Has a timer() fire `microseconds` from now on the monotonic clock.
+  /// Makes a timer() fire `microseconds` from now on the monotonic clock.
   void startTimer(std::uint64_t microseconds);
 
   /// Changes which events an io() source waits for.

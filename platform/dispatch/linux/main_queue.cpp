@@ -1,4 +1,4 @@
-// The main queue, on the main thread's event loop.
+// The main queue, implemented on the main thread's event loop.
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 
@@ -16,7 +16,7 @@ namespace platform::dispatch {
 
 namespace {
 
-/// Work on its way to the main thread, and the eventfd that wakes its loop.
+/// Work for the main thread, and the eventfd that wakes its loop.
 class MainQueue : public Queue::Implementation {
  public:
   MainQueue() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
@@ -31,14 +31,15 @@ class MainQueue : public Queue::Implementation {
 
   void serve() {
     source_ = EventSource::io(wake_.get(), EPOLLIN, [this](std::uint32_t) { runNext(); });
-    // Where the service manager watches over this process (sd_event_set_watchdog(3)), it hears of it at every turn.
+    // If the service manager supervises this process, every turn of the loop reports to it (sd_event_set_watchdog(3)).
     sd_event_set_watchdog(mainEventLoop(), 1);
     int status = sd_event_loop(mainEventLoop());
     std::exit(status < 0 ? EXIT_FAILURE : status);
   }
 
  private:
-  // One piece a turn of the loop: however many wait, descriptors are served in between, and the watchdog is fed.
+  // One piece of work per turn, so that descriptors and the watchdog are served in between, however much work is
+  // waiting.
   void runNext() {
     Work work;
     {
@@ -60,13 +61,13 @@ class MainQueue : public Queue::Implementation {
 }  // namespace
 
 Queue mainQueue() {
-  // Never destroyed: other threads may hand over work while the process ends.
+  // Never destroyed, because other threads may add work while the process ends.
   static auto* queue = new Queue(std::make_shared<MainQueue>());
   return *queue;
 }
 
 bool isMainThread() {
-  // Asked for every line of the log.
+  // Cached, because every line of the log asks.
   static thread_local const bool isMain = gettid() == getpid();
   return isMain;
 }
@@ -74,7 +75,7 @@ bool isMainThread() {
 void dispatchMain() {
   prepareTimers();
   static_cast<MainQueue&>(mainQueue().implementation()).serve();
-  std::abort();  // not reached: serve() ends the process
+  std::abort();  // not reached: serve() does not return
 }
 
 }  // namespace platform::dispatch

@@ -13,7 +13,7 @@ namespace platform::dispatch {
 namespace {
 
 constexpr std::size_t maximumWorkers = 64;
-constexpr std::chrono::seconds idleTime(1);  // how long a worker waits for more before its thread ends
+constexpr std::chrono::seconds idleTime(1);  // how long an idle worker waits for work before its thread ends
 
 class GlobalQueue : public Queue::Implementation {
  public:
@@ -27,7 +27,7 @@ class GlobalQueue : public Queue::Implementation {
  private:
   void addWorker() {
     auto worker = startThread([this] { serve(); });
-    if (!worker && workers_ > 0) return;  // the work waits for one of the others
+    if (!worker && workers_ > 0) return;  // one of the other workers will run it
     worker.value().detach();
     ++workers_;
   }
@@ -36,9 +36,9 @@ class GlobalQueue : public Queue::Implementation {
     std::unique_lock lock(mutex_);
     while (true) {
       ++idle_;
-      bool found = wake_.wait_for(lock, idleTime, [this] { return !work_.empty(); });
+      bool hasWork = wake_.wait_for(lock, idleTime, [this] { return !work_.empty(); });
       --idle_;
-      if (!found) break;
+      if (!hasWork) break;
       {
         auto work = std::move(work_.front());
         work_.pop_front();
@@ -54,7 +54,7 @@ class GlobalQueue : public Queue::Implementation {
   std::condition_variable wake_;
   std::deque<Work> work_;
   std::size_t workers_ = 0;
-  std::size_t idle_ = 0;  // workers that wait, or were woken and have not taken work yet
+  std::size_t idle_ = 0;  // waiting workers, and woken ones that have not taken work yet
 };
 
 class SerialQueue : public Queue::Implementation, public std::enable_shared_from_this<SerialQueue> {
@@ -85,13 +85,13 @@ class SerialQueue : public Queue::Implementation, public std::enable_shared_from
 
   std::mutex mutex_;
   std::deque<Work> work_;
-  bool isRunning_ = false;  // or about to
+  bool isRunning_ = false;  // or is about to run
 };
 
 }  // namespace
 
 Queue globalQueue() {
-  // Never destroyed: its threads go on while the process ends.
+  // Never destroyed, because its threads continue while the process ends.
   static auto* queue = new Queue(std::make_shared<GlobalQueue>());
   return *queue;
 }

@@ -1,4 +1,4 @@
-// What the queues of the Linux platform have in common.
+// The common base of the queues on Linux.
 #pragma once
 
 #include <deque>
@@ -16,7 +16,7 @@ class Queue::Implementation {
   virtual void add(Work work) = 0;
 };
 
-/// Makes what timers need besides memory and a thread, so that none fails for want of descriptors later.
+/// Allocates what timers need besides memory and a thread, so that no timer fails later for lack of descriptors.
 void prepareTimers();
 
 }  // namespace platform::dispatch

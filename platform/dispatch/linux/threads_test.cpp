@@ -1,4 +1,4 @@
-// What queues and timers do on Linux beyond what the header promises: their threads.
+// Threads of queues and timers on Linux, beyond the header's promises.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/epoll.h>
@@ -87,17 +87,17 @@ TEST(DispatchThreads, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemG
   EXPECT_EQ(mostRunning, 64);
   EXPECT_EQ(signalled, 0);
   EXPECT_TRUE(eventually([&] { return threadCount() < threadsBefore; }));
-  async(globalQueue(), [&] { ++done; });  // on a thread made anew
+  async(globalQueue(), [&] { ++done; });  // on a new thread
   EXPECT_TRUE(eventually([&] { return done == 101; }));
 }
 
-/// Whether all threads of this process but the calling one sleep (proc_pid_stat(5)).
+/// Whether all threads of this process except the calling one sleep (proc_pid_stat(5)).
 bool othersSleep() {
   for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
     if (task.path().filename() == std::to_string(gettid())) continue;
     std::ifstream file(task.path() / "stat");
     std::string stat;
-    std::getline(file, stat);  // nothing of a thread that has ended meanwhile
+    std::getline(file, stat);  // empty if the thread has ended meanwhile
     if (!stat.empty() && stat.substr(stat.rfind(')')).starts_with(") R")) return false;
   }
   return true;

@@ -1,4 +1,4 @@
-// Timers: one thread hands the handlers of those that are due to their queues.
+// Timers. One thread adds the handlers of due timers to their queues.
 #include <poll.h>
 #include <sys/timerfd.h>
 
@@ -22,7 +22,7 @@ namespace {
 constexpr auto forever = nanoseconds::max();
 constexpr nanoseconds none{0};
 
-/// A sum of times that are not negative, as long as there are numbers for it.
+/// The sum of two non-negative times, limited to `forever`.
 nanoseconds add(nanoseconds a, nanoseconds b) {
   return a > forever - b ? forever : a + b;
 }
@@ -43,8 +43,8 @@ class TimerSource::State {
   const Clock clock;
   const nanoseconds period;
   const nanoseconds leeway;
-  // The following belong to the lock of Timers.
-  nanoseconds due;  // on the clock
+  // The following are protected by the mutex of Timers.
+  nanoseconds due;  // a time of `clock`
   bool isCancelled = false;
 };
 
@@ -52,7 +52,7 @@ namespace {
 
 using State = TimerSource::State;
 
-/// The timers that wait for their time on one clock.
+/// The timers waiting on one clock.
 class ClockTimers {
  public:
   explicit ClockTimers(clockid_t clock)
@@ -77,20 +77,21 @@ class ClockTimers {
     if (waiting_.erase(timer) > 0) arm();
   }
 
-  /// Takes out the first timer that is due.
+  /// Removes and returns the first timer that is due; null if none is.
   std::shared_ptr<State> takeDue() {
     if (waiting_.empty() || (*waiting_.begin())->due > now()) return nullptr;
     return std::move(waiting_.extract(waiting_.begin()).value());
   }
 
-  /// Sets the descriptor to the last moment that suits all: timers whose leeways overlap fire together.
+  /// Arms the descriptor for the latest moment that suits all timers, so that timers with overlapping leeways fire
+  /// together.
   void arm() {
     auto moment = forever;
     for (const auto& timer : waiting_) {
       if (timer->due >= moment) break;
       moment = std::min(moment, add(timer->due, timer->leeway));
     }
-    // A time of zero would disarm.
+    // A time of zero would disarm the descriptor.
     itimerspec time{.it_interval = {}, .it_value = timespecOf(std::max(moment, nanoseconds(1)))};
     timerfd_settime(descriptor_.get(), TFD_TIMER_ABSTIME, &time, nullptr);
   }
@@ -107,11 +108,11 @@ class ClockTimers {
   std::set<std::shared_ptr<State>, Earlier> waiting_;
 };
 
-/// All timers. The thread is made for the first one.
+/// All timers. The first one starts the thread.
 class Timers {
  public:
   static Timers& instance() {
-    static auto* timers = new Timers;  // never destroyed: its thread goes on while the process ends
+    static auto* timers = new Timers;  // never destroyed, because its thread continues while the process ends
     return *timers;
   }
 
@@ -144,12 +145,12 @@ class Timers {
       std::lock_guard lock(mutex_);
       for (auto* timers : {&monotonic_, &wall_}) {
         while (auto timer = timers->takeDue()) async(timer->queue, [this, timer] { fire(timer); });
-        timers->arm();  // which also ends the descriptor's readiness
+        timers->arm();  // this also makes the descriptor unreadable again
       }
     }
   }
 
-  // A timer waits again only after its handler has returned, and so never runs twice at once.
+  // A timer is re-armed only after its handler has returned, so its handler never runs twice at once.
   void fire(const std::shared_ptr<State>& timer) {
     {
       std::lock_guard lock(mutex_);
@@ -165,7 +166,7 @@ class Timers {
 
   std::mutex mutex_;
   ClockTimers monotonic_{CLOCK_MONOTONIC};
-  // Not CLOCK_BOOTTIME: that too goes on during sleep, but does not follow the clock when it is set.
+  // Not CLOCK_BOOTTIME, which also continues during sleep but does not follow when the clock is set.
   ClockTimers wall_{CLOCK_REALTIME};
   bool isServed_ = false;
 };
