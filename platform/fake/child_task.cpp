@@ -1,4 +1,4 @@
-// Children that are only recorded; see machine.h for how a test steers them.
+// Children that are only recorded. machine.h says how tests control them.
 #include "platform/process/child_task.h"
 
 #include <fmt/format.h>

@@ -13,9 +13,9 @@ using std::chrono::nanoseconds;
 
 namespace {
 
-const auto mainThread = std::this_thread::get_id();  // which makes what is made before main()
+const auto mainThread = std::this_thread::get_id();  // static initialisers run on the main thread
 nanoseconds now{0};
-std::multimap<nanoseconds, std::function<void()>> waiting;  // by when it is due
+std::multimap<nanoseconds, std::function<void()>> waiting;  // by due time
 
 }  // namespace
 
@@ -99,7 +99,7 @@ bool isMainThread() {
 }
 
 void dispatchMain() {
-  std::abort();  // a unit test has passTime()
+  std::abort();  // unit tests use passTime() instead
 }
 
 }  // namespace dispatch

@@ -1,15 +1,15 @@
-// Queues whose time stands still until a unit test has it pass.
+// Queues whose time passes only when a unit test says so.
 #pragma once
 
 #include <chrono>
 
 namespace platform::fake {
 
-/// Forgets all work that waits.
+/// Drops all waiting work.
 void resetQueues();
 
-/// Lets time pass for the queues and timers, and runs on the calling thread what falls due, in its order; zero runs
-/// what is due already. The clock of platform/system/clock.h is the fake machine's and stands still.
+/// Advances the time of queues and timers, and runs the work that falls due, in order, on the calling thread. Zero runs
+/// only work that is due already. The clock of platform/system/clock.h does not advance.
 void passTime(std::chrono::nanoseconds time);
 
 }  // namespace platform::fake

@@ -5,7 +5,7 @@
 
 namespace platform::fake {
 
-/// What happened to a connection, and what it is to answer.
+/// What was done to a connection, and what it answers.
 struct ConnectionState {
   std::int32_t peerPID = 42;
   std::uint32_t peerUserID = 1000;
@@ -19,7 +19,7 @@ struct ConnectionState {
 std::shared_ptr<ipc::Connection> makeConnection(
     std::shared_ptr<ConnectionState> state = std::make_shared<ConnectionState>());
 
-/// A message from a sender that checkSender() of the fake code signing judges.
+/// A message whose sender is judged by checkSender() of the fake code signing.
 ipc::Message makeMessage(ipc::Dictionary dictionary, std::function<void(const ipc::Dictionary&)> reply = {});
 
 }  // namespace platform::fake

@@ -1,5 +1,5 @@
-// The facts that unit tests steer in place of the machine's: signatures, processes, children, applications, power, the
-// clock, sockets, the system log.
+// A fake machine for unit tests: its signatures, processes, children, applications, power assertions, clock, sockets
+// and system log.
 #pragma once
 
 #include <map>
@@ -19,48 +19,49 @@ namespace platform::fake {
 
 struct Machine {
   code_signing::Status senderStatus = code_signing::success;
-  std::map<std::string, code_signing::Status> files;  ///< others are missing
-  /// What was asked of code signing, as path (empty: the sender) and requirement.
+  std::map<std::string, code_signing::Status> files;  ///< other files do not exist
+  /// Every code-signing check: path (empty for a sender) and requirement.
   std::vector<std::pair<std::string, std::string>> checks;
 
   std::map<std::int32_t, std::string> executables;
-  std::map<std::int32_t, std::uint32_t> users;  ///< effective
+  std::map<std::int32_t, std::uint32_t> users;  ///< effective user IDs
   std::vector<std::int32_t> killed;
 
-  /// Clock of platform/system/clock.h, and by how much each reading moves it on.
+  /// The clock of platform/system/clock.h, and how far each reading advances it.
   double continuousSeconds = 0;
   double secondsPerReading = 0;
 
-  std::vector<std::pair<std::int32_t, std::uint32_t>> notedApplications;  ///< pid and user
+  std::vector<std::pair<std::int32_t, std::uint32_t>> notedApplications;  ///< PID and user ID
   std::vector<std::pair<std::string, std::vector<std::string>>> launches;
-  std::optional<Failure> launchError;  ///< with which every launch of an application fails
+  std::optional<Failure> launchError;  ///< if set, every launch of an application fails with it
 
-  std::map<std::string, int> assertionStatus;  ///< number of the failure, by type; others succeed
+  std::map<std::string, int> assertionStatus;  ///< number of the failure by type; other types succeed
   int releaseStatus = 0;
-  std::map<power::AssertionID, std::pair<std::string, std::string>> assertions;  ///< held ones: type and name
+  std::map<power::AssertionID, std::pair<std::string, std::string>> assertions;  ///< those held: type and name
 
-  std::optional<Failure> launchFailure;  ///< with which every launch of a child fails
+  std::optional<Failure> launchFailure;  ///< if set, every launch of a child fails with it
   bool childrenIgnoreTermination = false;
-  /// By PID, which are 1001 and so on. A launched child writes "output" and a line end to its output, if it has one.
+  /// Children by PID; PIDs are 1001, 1002 and so on. A launched child writes "output" and a line end to its output, if
+  /// it has one.
   std::map<std::int32_t, std::shared_ptr<ChildTask::Implementation>> children;
-  /// What was done to processes and children and asked about them, in order.
+  /// Every action on, and question about, processes and children, in order.
   std::vector<std::string> steps;
 
   std::vector<std::pair<SocketProtocol, SocketEntry>> sockets;
-  std::map<std::uint64_t, std::int32_t> owners;      ///< by the sockets' identity
-  bool ownersKeepSockets = true;                     ///< until they are looked at again
-  bool ownersAreKnown = false;                       ///< and are told at once
+  std::map<std::uint64_t, std::int32_t> owners;      ///< by socket identity
+  bool ownersKeepSockets = true;                     ///< whether owners still hold their sockets when checked again
+  bool ownersAreKnown = false;                       ///< whether likelySocketOwner() knows them
   std::map<std::uint16_t, SocketEntry> connections;  ///< by remote port
-  /// The identities of the sockets that were looked for in each pass over the processes.
+  /// For each pass over the processes, the identities of the sockets looked for.
   std::vector<std::vector<std::uint64_t>> passes;
 
   std::vector<std::string> systemLog;
 };
 
-/// The machine that the code under test sees. A test begins by assigning a fresh one.
+/// The machine seen by the code under test. Each test begins by assigning a new one.
 Machine& machine();
 
-/// Ends a child by itself, as the main queue would tell it.
+/// Ends a child, and reports its end as the main queue would.
 void endChild(std::int32_t pid);
 
 }  // namespace platform::fake

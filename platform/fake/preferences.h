@@ -1,4 +1,4 @@
-// Network preferences that unit tests steer and look into.
+// Fake network preferences for unit tests.
 #pragma once
 
 #include <boost/json/value.hpp>
@@ -12,17 +12,18 @@
 namespace platform::fake {
 
 struct Preferences {
-  /// The calls that fail, as they stand in `calls`.
+  /// The calls that fail, written as in `calls`.
   std::set<std::string> failing;
-  std::string errorText;  ///< of their failures
+  std::string errorText;  ///< the sentence of their failures
 
-  /// What was called, in order: "create BrimoHelper", "lock waiting", "set PATH", "commit", "apply", "synchronize",
-  /// "unlock", "release".
+  /// All calls, in order: "create BrimoHelper", "lock waiting", "set PATH", "commit", "apply", "synchronize", "unlock",
+  /// "release".
   std::vector<std::string> calls;
-  std::vector<std::pair<std::string, boost::json::value>> values;  ///< that were set, failed ones too
+  /// values passed to setValue(), including failed calls
+  std::vector<std::pair<std::string, boost::json::value>> values;
 };
 
-/// The preferences that the code under test sees. A test begins by assigning fresh ones.
+/// The preferences seen by the code under test. Each test begins by assigning new ones.
 Preferences& preferences();
 
 }  // namespace platform::fake

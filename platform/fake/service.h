@@ -1,4 +1,4 @@
-// A service's endpoint that a test speaks for, one step at a time. Linux only.
+// A service's endpoint that a test controls step by step. Linux only.
 #pragma once
 
 #include <memory>
@@ -10,10 +10,10 @@ namespace platform::fake {
 
 using Frame = ipc::ClientChannel::Reply;
 
-/// Waits until a descriptor can be read from; throws when it takes too long.
+/// Waits until a descriptor is readable. Throws if that takes too long.
 void waitReadable(int descriptor);
 
-/// The service's end of a connection. Everything throws when the client has left, or lets the test wait too long.
+/// The service's end of a connection. All functions throw if the client has left or does not respond in time.
 class Peer {
  public:
   class Implementation;
@@ -33,14 +33,14 @@ class Peer {
 
 class Service {
  public:
-  /// Of this process alone.
+  /// Unique to this process.
   const std::string name;
 
   Service();
   ~Service();
 
   Peer accept();
-  /// From here on nobody can connect.
+  /// Refuses all further connections.
   void leave();
 
  private:
