@@ -1,4 +1,4 @@
-// Children of this process.
+// Child processes.
 #pragma once
 
 #include <chrono>
@@ -13,37 +13,38 @@
 
 namespace platform {
 
-/// A child process: started with the arguments given, a minimal fixed environment, default signal handling, "/" as its
-/// folder, /dev/null as its input, a session of its own and no descriptor of ours but its output. Used on the main
-/// thread only. A child outlives its object, and is cleared away by the main queue when it ends.
+/// A child process. Main thread only. The child may outlive this object; the main queue reaps it when it ends.
+///
+/// It gets the given arguments, a minimal fixed environment, default signal handling, "/" as its working directory,
+/// /dev/null as standard input, its own session, and no other descriptor of this process than its output.
 class ChildTask {
  public:
   class Implementation;
 
-  /// `output` becomes standard output and standard error of the child; empty: it has ours.
+  /// `output` becomes the child's standard output and standard error. If it is empty, the child inherits both.
   ChildTask(std::string launchPath, std::vector<std::string> arguments, FileDescriptor output = {});
   ~ChildTask();
   ChildTask(const ChildTask&) = delete;
   ChildTask& operator=(const ChildTask&) = delete;
 
-  /// Has `handler` called on the main queue, once, when the child has ended; empty: nothing. May be changed at any
-  /// time; one that was replaced is not called any more, nor is any when this object is gone.
+  /// Sets the function that is called once, on the main queue, when the child has ended; an empty one removes it. May
+  /// be changed at any time. A replaced handler is not called, nor is any handler after this object is gone.
   void setTerminationHandler(std::function<void()> handler);
 
-  /// Starts the child. The sentence of a failure is the system's reason, empty where it gives none. Called once.
+  /// Starts the child. Called once. The sentence of a failure is the system's error text, or empty if there is none.
   Result<void> launch();
 
-  /// Process ID of the launched child; 0 when none was.
+  /// The child's process ID; 0 if it was not launched.
   std::int32_t processIdentifier() const;
 
-  /// Whether the child was launched and has not ended yet.
+  /// Whether the child has been launched and has not ended.
   bool isRunning() const;
 
-  void terminate();  ///< Sends SIGTERM; nothing happens when the child does not run.
-  void kill();       ///< Sends SIGKILL; nothing happens when the child does not run.
+  void terminate();  ///< Sends SIGTERM. No effect if the child is not running.
+  void kill();       ///< Sends SIGKILL. No effect if the child is not running.
 
-  /// Blocks until the child has ended, at most as long as `limit`. Whether it has. The termination handler is called
-  /// all the same, afterwards.
+  /// Blocks until the child has ended, at most for `limit`, and returns whether it has. The termination handler is
+  /// called later all the same.
   [[nodiscard]] bool waitForExit(std::chrono::milliseconds limit);
 
   /// Blocks until the child has ended.
@@ -53,7 +54,7 @@ class ChildTask {
   std::shared_ptr<Implementation> implementation_;
 };
 
-/// Runs a command of the shell (sh(1)), as a child like the above, and waits for its end; its result is ignored.
+/// Runs a shell command (sh(1)) as a child like the above, and waits until it ends. Its exit status is ignored.
 void runShellCommand(const std::string& command);
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// What each system has to know of a child.
+// The part of a child task that differs between systems.
 #pragma once
 
 #include <sys/types.h>
@@ -9,15 +9,15 @@ namespace platform {
 
 class ChildTask::Implementation {
  public:
-  /// The launch path is the first argument.
+  /// The first argument is the path of the executable.
   static std::shared_ptr<Implementation> make(std::vector<std::string> arguments, FileDescriptor output);
 
   virtual ~Implementation() = default;
 
   virtual Result<void> launch() = 0;
-  virtual pid_t pid() const = 0;                                  ///< 0: none was launched
-  virtual bool waitForExit(std::chrono::milliseconds limit) = 0;  ///< true at once when none runs
-  virtual void signal(int number) = 0;                            ///< nothing happens when none runs
+  virtual pid_t pid() const = 0;                                  ///< 0 if none was launched
+  virtual bool waitForExit(std::chrono::milliseconds limit) = 0;  ///< true at once if no child is running
+  virtual void signal(int number) = 0;                            ///< no effect if no child is running
 
   std::function<void()> terminationHandler;  ///< taken and called on the main queue
 };

@@ -1,7 +1,7 @@
-// Files that a client names, which need not exist, and need not be what they should be.
+// Files named by a client, which may not exist or may be of an unexpected kind.
 //
-// On Linux none is reached through a link of the kernel's own, such as /proc/PID/root: that leads to where a user may
-// have mounted, in namespaces of his own, what never answers.
+// On Linux, paths through links that only the kernel can make, such as /proc/PID/root, are refused: a user may have
+// mounted a file system there, in a private namespace, that never answers.
 #pragma once
 
 #include <string>
@@ -11,12 +11,12 @@
 
 namespace platform {
 
-/// Opens an existing file for appending: not through a symbolic link as the last component, and without waiting for
-/// the reader of a FIFO.
+/// Opens an existing file for appending. Fails if the last component is a symbolic link. Does not wait for the reader
+/// of a FIFO.
 Result<FileDescriptor> openForAppending(const std::string& path);
 
-/// An absolute path without symbolic links, dots and a "/" at its end, whether or not there is such a file: a running
-/// executable may have been renamed. Empty for other texts.
+/// The absolute path without symbolic links, dots and trailing slashes. The file need not exist, because a running
+/// executable may have been renamed. Empty if `path` is not absolute or cannot be resolved.
 std::string resolvedPath(const std::string& path);
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// Children, each with a thread that waits for its end.
+// Child processes, each with a thread that waits for its end.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -33,11 +33,11 @@ struct Attributes {
   posix_spawnattr_t value;
 };
 
-/// Starts a program, whose path is the first argument; an empty `output` leaves it ours. Throws a Failure.
+/// Starts a program; its path is the first argument. With an empty `output` it inherits ours. Throws a Failure.
 pid_t spawn(const std::vector<std::string>& arguments, const FileDescriptor& output) {
   FileActions actions;
   if (output) {
-    // First of all: it may itself have a number below 3.
+    // Before the other actions, because its own number may be below 3.
     check(-posix_spawn_file_actions_adddup2(&actions.value, output.get(), STDOUT_FILENO));
     check(-posix_spawn_file_actions_adddup2(&actions.value, STDOUT_FILENO, STDERR_FILENO));
   } else {
@@ -55,7 +55,8 @@ pid_t spawn(const std::vector<std::string>& arguments, const FileDescriptor& out
   sigdelset(&ordinary, SIGSTOP);
   check(-posix_spawnattr_setsigmask(&attributes.value, &none));
   check(-posix_spawnattr_setsigdefault(&attributes.value, &ordinary));
-  // With a session comes a process group: launchd ends that of a job together with the job (launchd.plist(5)).
+  // The session brings a process group of its own: launchd would otherwise end the child together with this job
+  // (launchd.plist(5)).
   check(-posix_spawnattr_setflags(&attributes.value, POSIX_SPAWN_CLOEXEC_DEFAULT | POSIX_SPAWN_SETSIGMASK |
                                                          POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID));
 
@@ -69,12 +70,12 @@ pid_t spawn(const std::vector<std::string>& arguments, const FileDescriptor& out
   return pid;
 }
 
-/// Takes leave of a child that has ended.
+/// Reaps a child that has ended.
 void reap(pid_t pid) {
   while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) continue;
 }
 
-/// Shared with the thread that waits for its end.
+/// Shared with the thread that waits for the child's end.
 class Child : public ChildTask::Implementation, public std::enable_shared_from_this<Child> {
  public:
   Child(std::vector<std::string> arguments, FileDescriptor output)
@@ -91,7 +92,7 @@ class Child : public ChildTask::Implementation, public std::enable_shared_from_t
       watcher->detach();
       return {};
     }
-    // What nobody can watch is not left running.
+    // A child that cannot be watched must not be left running.
     ::kill(pid_, SIGKILL);
     reap(std::exchange(pid_, 0));
     isRunning_ = false;
@@ -129,7 +130,7 @@ class Child : public ChildTask::Implementation, public std::enable_shared_from_t
   FileDescriptor output_;
   std::mutex mutex_;
   std::condition_variable end_;
-  bool isRunning_ = false;  // while it is, the number is the child's own
+  bool isRunning_ = false;  // while true, the PID cannot have been reused
   pid_t pid_ = 0;
 };
 

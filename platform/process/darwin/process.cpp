@@ -1,4 +1,4 @@
-// Facts about processes, by libproc.
+// Facts about processes, from libproc.
 #include "platform/process/process.h"
 
 #include <libproc.h>
@@ -22,14 +22,14 @@ std::optional<std::uint32_t> effectiveUserID(std::int32_t pid) {
   return info.pbi_uid;
 }
 
-// Numbers below 1 stand for groups of processes (kill(2)).
+// PIDs below 1 denote groups of processes (kill(2)).
 std::optional<Process> Process::find(std::int32_t pid) {
   if (pid < 1 || (::kill(pid, 0) != 0 && errno != EPERM)) return std::nullopt;
   return Process(pid, {});
 }
 
 bool Process::hasEnded() const {
-  return false;  // nobody can tell without a handle
+  return false;  // cannot be known without a handle
 }
 
 void Process::kill() const {

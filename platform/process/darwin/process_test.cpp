@@ -1,4 +1,4 @@
-// Real processes: this one, and children.
+// Real processes: this one and its children.
 #include "platform/process/process.h"
 
 #include <fcntl.h>
@@ -30,7 +30,7 @@ struct Pipe {
     for (int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
   }
 
-  /// What is written until nobody can write any more.
+  /// Reads until all writers have closed the pipe.
   std::string readAll() const {
     std::string text;
     char byte;
@@ -54,12 +54,12 @@ TEST(Processes, FactsAboutThisOneAndNone) {
   EXPECT_THAT(executablePath(getpid()).value_or(""), testing::EndsWith("/platform_tests"));
   EXPECT_EQ(effectiveUserID(getpid()), geteuid());
   EXPECT_EQ(Process::find(getpid())->pid(), getpid());
-  EXPECT_TRUE(Process::find(1));  // which only root may signal
+  EXPECT_TRUE(Process::find(1));  // process 1, which only root may signal
   for (std::int32_t none : {-1, 0, 99'999'999}) {
     EXPECT_FALSE(Process::find(none)) << none;
     EXPECT_EQ(executablePath(none == 0 ? -1 : none), std::nullopt);
     EXPECT_EQ(effectiveUserID(none == 0 ? -1 : none), std::nullopt);
-    Process(none, {}).kill();  // and this process goes on
+    Process(none, {}).kill();  // must not kill this process's group
   }
 }
 

@@ -1,4 +1,4 @@
-// Children by posix_spawn(3), each watched by its pidfd on the main loop.
+// Child processes made by posix_spawn(3), each watched on the main loop through its pidfd.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr char searchPath[] = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
 
-/// What a child is given of this process, and what it is not.
+/// What a child inherits from this process.
 struct SpawnSettings {
   explicit SpawnSettings(int output) {
     check(-posix_spawnattr_init(&attributes));
@@ -31,7 +31,7 @@ struct SpawnSettings {
     check(-posix_spawnattr_setsigdefault(&attributes, &all));
     check(-posix_spawnattr_setsigmask(&attributes, &none));
 
-    // The output first: it may itself have a number below 3.
+    // The output first, because its own number may be below 3.
     if (output >= 0) {
       check(-posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO));
       check(-posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO));
@@ -57,7 +57,7 @@ void clearAway(idtype_t kind, int id) {
   }
 }
 
-// From the launch on, the watch on the child's end keeps it alive.
+// After the launch, the event source keeps this object alive until the child ends.
 class Child : public ChildTask::Implementation, public std::enable_shared_from_this<Child> {
  public:
   Child(std::vector<std::string> arguments, FileDescriptor output)
@@ -98,7 +98,7 @@ class Child : public ChildTask::Implementation, public std::enable_shared_from_t
       if (!pidfd_) throw lastFailure();
       end_ = EventSource::io(pidfd_.get(), EPOLLIN, [self = shared_from_this()](std::uint32_t) { self->ended(); });
     } catch (const Failure&) {
-      // What nobody can watch is not left running.
+      // A child that cannot be watched must not be left running.
       ::kill(pid_, SIGKILL);
       clearAway(P_PID, std::exchange(pid_, 0));
       pidfd_.reset();

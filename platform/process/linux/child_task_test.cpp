@@ -1,4 +1,4 @@
-// Real children: what they are given, how their end is told, and what is left of them.
+// Real children: what they inherit, how their end is reported, and what remains of them.
 #include "platform/process/child_task.h"
 
 #include <gmock/gmock.h>
@@ -41,7 +41,7 @@ class ChildTaskTest : public testing::Test {
     return true;
   }
 
-  /// Serves the main loop as long as something waits there.
+  /// Serves the main loop until nothing is waiting.
   static void serveWhatWaits() {
     while (sd_event_run(mainEventLoop(), 0) > 0) {
     }
@@ -51,7 +51,7 @@ class ChildTaskTest : public testing::Test {
     return FileDescriptor(open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
   }
 
-  /// What a shell script prints as a child.
+  /// The output of a shell script that runs as a child.
   std::string outputOf(const std::string& script) const {
     ChildTask task("/bin/sh", {"-c", script, "name", "two words"}, openOutput());
     EXPECT_TRUE(task.launch());
@@ -60,7 +60,7 @@ class ChildTaskTest : public testing::Test {
     return test::readFile(output);
   }
 
-  /// A child that stays, and ignores SIGTERM if told to; returns once it does.
+  /// A child that stays alive, and on request ignores SIGTERM; returns once it does.
   static std::unique_ptr<ChildTask> start(bool ignoresTermination, std::function<void()> handler = {}) {
     int ends[2];
     EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -79,7 +79,7 @@ class ChildTaskTest : public testing::Test {
 };
 
 TEST_F(ChildTaskTest, AChildIsGivenWhatIsMeantForItAndNothingElse) {
-  // Things of ours that would come along.
+  // State of this process that a child could inherit.
   FileDescriptor inheritable(open("/etc/passwd", O_RDONLY));
   setenv("LD_LIBRARY_PATH", "/planted", 1);
   sigset_t all, before;
@@ -95,7 +95,7 @@ TEST_F(ChildTaskTest, AChildIsGivenWhatIsMeantForItAndNothingElse) {
                                                   "name two words\n",
                                                   output));
 
-  // Not a shell, which changes them. The C library ignores two signals of its own.
+  // Not a shell, which would change them. The C library ignores two signals itself.
   std::filesystem::remove(output);
   ChildTask grep("/bin/grep", {"-E", "^Sig(Blk|Ign)", "/proc/self/status"}, openOutput());
   EXPECT_TRUE(grep.launch());
@@ -133,7 +133,7 @@ TEST_F(ChildTaskTest, AnOutputMayHaveAnyNumber) {
       task.waitUntilExit();
       serveWhatWaits();
     }
-    dup2(ours.get(), number);  // by now the number may have been the pidfd's
+    dup2(ours.get(), number);  // the pidfd may have had this number meanwhile
     EXPECT_TRUE(launched);
     EXPECT_EQ(test::readFile(output), "out\nerror\n") << number;
     std::filesystem::remove(output);
@@ -153,7 +153,7 @@ TEST_F(ChildTaskTest, ItsEndIsToldOnceOnTheMainLoopAndNothingIsLeft) {
     task->terminate();
     EXPECT_TRUE(task->waitForExit(10s));
     EXPECT_FALSE(task->isRunning());
-    EXPECT_EQ(told, 0);  // only the loop tells
+    EXPECT_EQ(told, 0);  // only the loop reports it
     EXPECT_TRUE(serveUntil([&] { return told == 1; }));
     EXPECT_FALSE(exists(pid));
     serveWhatWaits();
@@ -217,7 +217,7 @@ TEST_F(ChildTaskTest, AFailedLaunchSaysWhy) {
   test::writeFile(executable, "neither a program nor a script");
   test::writeFile(plain, "");
   std::filesystem::permissions(executable, std::filesystem::perms::owner_all);
-  serveWhatWaits();  // or the loop would be made, and with it its descriptors, by the first launch
+  serveWhatWaits();  // otherwise the first launch would make the loop, with its descriptors
   const auto descriptors = openDescriptors();
   const std::pair<std::string, std::string> launches[] = {{"/nowhere/at/all", "No such file or directory"},
                                                           {"", "No such file or directory"},
@@ -243,7 +243,8 @@ TEST_F(ChildTaskTest, AChildThatCannotBeWatchedIsNotLeftRunning) {
   serveWhatWaits();
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
-  FileDescriptor used[] = {FileDescriptor(dup(0)), FileDescriptor(dup(0))};  // what a child takes for itself
+  // the descriptors that a launch needs for itself
+  FileDescriptor used[] = {FileDescriptor(dup(0)), FileDescriptor(dup(0))};
   auto next = FileDescriptor(dup(0)).get();
   const rlimit full{.rlim_cur = static_cast<rlim_t>(next), .rlim_max = limit.rlim_max};
   ChildTask task("/bin/sleep", {"1000"});

@@ -1,15 +1,15 @@
-// What is done with a pidfd (pidfd_open(2)), the handle on a process that no later process comes to stand behind.
+// Waiting on a pidfd (pidfd_open(2)), the handle to a process that never refers to a later one.
 #pragma once
 
 #include <chrono>
 
-extern "C" {  // which glibc 2.36's header forgets
+extern "C" {  // missing from glibc 2.36's header
 #include <sys/pidfd.h>
 }
 
 namespace platform {
 
-/// Whether the process has ended, reaped or not; waits for that as long as `limit`. Any thread.
+/// Waits until the process has ended, reaped or not, for at most `limit`; returns whether it has. Any thread.
 bool waitForEnd(int pidfd, std::chrono::milliseconds limit);
 
 }  // namespace platform

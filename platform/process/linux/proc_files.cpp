@@ -20,7 +20,7 @@ constexpr std::size_t maximumSize = 1'048'576, pieceSize = 16'384;
 std::optional<std::string> readProcessFile(std::int32_t pid, const char* name) {
   FileDescriptor file(open(fmt::format("/proc/{}/{}", pid, name).c_str(), O_RDONLY | O_CLOEXEC));
   std::string content;
-  // In pieces: few files are nearly as large as is allowed.
+  // Grows in pieces, because few files come near the limit.
   for (std::size_t filled = 0; filled < maximumSize;) {
     content.resize(filled + pieceSize);
     auto length = readInto(file.get(), std::span(content).subspan(filled));

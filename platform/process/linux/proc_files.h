@@ -1,5 +1,5 @@
-// What the kernel shows of a process as files (proc(5)). It is true of the process that is meant only if that has not
-// ended afterwards: pids are given out again.
+// Files below /proc/PID (proc(5)). PIDs are reused: the content belongs to the intended process only if that process is
+// still alive afterwards.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +10,10 @@
 
 namespace platform {
 
-/// The file /proc/PID/`name`, a mebibyte of it at most; absent when it cannot be read.
+/// The content of /proc/PID/`name`, cut after one mebibyte; absent if it cannot be read.
 std::optional<std::string> readProcessFile(std::int32_t pid, const char* name);
 
-/// The decimal numbers behind a key, such as "Uid:", of the text of /proc/PID/status; none when it is not there.
+/// The decimal numbers after a key, such as "Uid:", in the text of /proc/PID/status; empty if the key is missing.
 std::vector<std::uint32_t> numbersOf(std::string_view status, std::string_view key);
 
 }  // namespace platform

@@ -20,14 +20,14 @@ namespace platform {
 
 namespace {
 
-/// Opens a file with O_PATH if the kernel's cache of names leads there by itself (openat2(2)), as it does to a file
-/// that runs.
+/// Opens a file with O_PATH, using only the kernel's cache of names (openat2(2)). The cache has the path of a running
+/// file, and no file system is asked.
 FileDescriptor openCached(const std::string& path) {
   open_how how{.flags = O_PATH | O_NOFOLLOW | O_CLOEXEC, .mode = 0, .resolve = RESOLVE_CACHED};
   return FileDescriptor(static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how)));
 }
 
-/// Whether the file that a process runs lies at a path. Nothing that a user serves is asked.
+/// Whether a path leads to the file that a process runs. Asks no file system that a user could serve.
 bool runsFileAt(std::int32_t pid, const std::string& path) {
   auto running = openImage(pid);
   auto named = openCached(path);
@@ -46,15 +46,16 @@ std::optional<std::string> executablePath(std::int32_t pid) {
   if (length <= 0 || static_cast<std::size_t>(length) == buffer.size()) return std::nullopt;
   std::string path(buffer.data(), static_cast<std::size_t>(length));
 
-  // The kernel marks the path of a file that is no longer there (proc_pid_exe(5)); a file may also be named so.
+  // The kernel appends this mark to the path of a deleted file (proc_pid_exe(5)), but the name of an existing file may
+  // end with it too.
   constexpr std::string_view mark = " (deleted)";
   if (path.ends_with(mark) && !runsFileAt(pid, path)) path.resize(path.size() - mark.size());
   return path;
 }
 
 std::optional<std::uint32_t> effectiveUserID(std::int32_t pid) {
-  // The owner of the folder is the effective user, but root's for a process that may not be dumped (proc(5)).
-  auto users = numbersOf(readProcessFile(pid, "status").value_or(""), "Uid:");  // real, effective, saved, of files
+  // Not the owner of /proc/PID: it is root for processes that are not dumpable (proc(5)).
+  auto users = numbersOf(readProcessFile(pid, "status").value_or(""), "Uid:");  // real, effective, saved, file system
   return users.size() == 4 ? std::optional(users[1]) : std::nullopt;
 }
 

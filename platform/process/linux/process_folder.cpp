@@ -15,7 +15,7 @@ namespace platform {
 
 namespace {
 
-/// What is left to read of a file below /proc.
+/// The rest of a file in /proc.
 std::string readRest(int file) {
   std::string content;
   std::array<char, 16'384> piece;
@@ -26,7 +26,7 @@ std::string readRest(int file) {
   }
 }
 
-/// Number of the mount that a file lies on (proc(5), fdinfo), followed by a blank; empty when it cannot be told.
+/// The ID of the mount that a file is on (proc(5), fdinfo), followed by a space; empty if unknown.
 std::string mountOf(int file) {
   FileDescriptor info(::open(fmt::format("/proc/self/fdinfo/{}", file).c_str(), O_RDONLY | O_CLOEXEC));
   std::istringstream words(readRest(info.get()));
@@ -56,14 +56,14 @@ bool ProcessFolder::sharesNamespace(const char* kind) const {
 
 bool ProcessFolder::isOnSafeMount(int file) const {
   const auto mount = mountOf(file);
-  // Opening settles whose mounts are read: a process that enters another user namespace later does not change that, and
-  // one that entered it before does not come back.
+  // Opening fixes which process's mounts are read. The process cannot change that by entering another user namespace
+  // afterwards, and if it entered one before, it cannot have come back.
   auto mounts = open("mountinfo", O_RDONLY);
   if (mount.empty() || !mounts || !sharesNamespace("user")) return false;
   std::istringstream lines(readRest(mounts->get()));
   for (std::string line; std::getline(lines, line);) {
     if (!line.starts_with(mount)) continue;
-    auto type = line.find(" - ");  // the file system's, after the optional fields
+    auto type = line.find(" - ");  // file system type, after the optional fields
     return type != line.npos && !line.substr(type + 3).starts_with("fuse");
   }
   return false;

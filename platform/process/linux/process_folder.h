@@ -1,4 +1,4 @@
-// What the kernel shows of a process (proc(5)).
+// Access to /proc/PID (proc(5)).
 #pragma once
 
 #include <cstdint>
@@ -8,29 +8,30 @@
 
 namespace platform {
 
-/// The folder /proc/PID, held: once the process has ended nothing is found in it, whichever process has the number by
-/// then.
+/// The folder /proc/PID, held open. After the process has ended, nothing is found in it, even if the PID has been
+/// reused.
 class ProcessFolder {
  public:
   explicit ProcessFolder(std::int32_t pid);
 
-  /// Opens a file of the folder, with O_CLOEXEC besides the given flags.
+  /// Opens a file in the folder, with O_CLOEXEC in addition to the given flags.
   Result<FileDescriptor> open(const char* name, int flags) const;
 
-  /// Whether the process lives in the same namespace of a kind ("user", "pid") as this process.
+  /// Whether the process is in the same namespace of a kind ("user", "pid") as this one.
   bool sharesNamespace(const char* kind) const;
 
-  /// Whether a file lies on a mount that root made and that no user's server stands behind: one in the mount namespace
-  /// of the process, which shares this process's user namespace. The kernel answers this out of its own tables. Any
-  /// question to the file itself, fstat(2) included, may wait for ever on another mount, such as an overlay over a FUSE
-  /// that a user mounted in a user namespace of his own.
+  /// Whether a file is on a mount that root made and that no user's server is behind. Only mounts in the process's
+  /// mount namespace qualify, and only if the process shares this one's user namespace.
+  ///
+  /// The kernel answers from its own tables. Asking the file itself, even with fstat(2), may block for ever on other
+  /// mounts, such as an overlay over a FUSE file system that a user mounted in a private user namespace.
   bool isOnSafeMount(int file) const;
 
  private:
   FileDescriptor folder_;
 };
 
-/// Opens the file that a process runs with O_PATH. Fails with EPERM when it does not lie on a safe mount.
+/// Opens, with O_PATH, the file that a process runs. Fails with EPERM if it is not on a safe mount.
 Result<FileDescriptor> openImage(std::int32_t pid);
 
 }  // namespace platform

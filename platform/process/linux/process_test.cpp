@@ -14,7 +14,7 @@
 namespace platform {
 namespace {
 
-/// The executable path of a process started as `path`, asked for after `change` was made to the file.
+/// Starts a process from `path`, runs `change`, and returns the process's executable path.
 template <class Change>
 std::optional<std::string> pathAfter(const std::string& path, Change change) {
   test::RunningCopy process(path);
@@ -47,7 +47,7 @@ TEST(ExecutablePath, IsAbsentForWhatRunsNoFile) {
   EXPECT_EQ(executablePath(child), std::nullopt);
 }
 
-/// A process that waits for its end, with a PID of our choosing if one is given.
+/// Starts a process that waits to be killed, with a chosen PID if one is given.
 pid_t startWaiting(
     pid_t wanted = 0, const std::function<void()>& prepare = [] {}) {
   int ready[2];
@@ -113,7 +113,7 @@ TEST(Process, ReachesTheOneThatWasFoundAndNoneThatHasItsNumberLater) {
   siginfo_t status{};
   ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &status, WEXITED | WNOWAIT), 0);
   EXPECT_EQ(status.si_status, SIGKILL);
-  EXPECT_TRUE(second->hasEnded());  // though not yet cleared away
+  EXPECT_TRUE(second->hasEnded());  // though not yet reaped
   end(pid);
 }
 
