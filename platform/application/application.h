@@ -1,4 +1,4 @@
-// Launching the main application again, as the user whose application it was.
+// Launches the main application again, as the user who ran it.
 #pragma once
 
 #include <cstdint>
@@ -11,15 +11,14 @@
 
 namespace platform {
 
-/// Remembers as whom and in which environment the process runs, for openApplication(); replaces what was remembered
-/// before. `userID` is the user who is known to stand behind the process: one that runs as somebody else by now, as it
-/// does after executing a set-user-ID program, or that has ended, leaves nothing remembered. On the main thread. On
-/// macOS the system knows.
+/// Remembers the identity and environment of a running process for openApplication(), in place of those remembered
+/// before. Main thread. `userID` is the user known to be behind the process. If the process runs as another user by
+/// now, for example because it executed a set-user-ID program, or has ended, nothing is remembered. Does nothing on
+/// macOS, where the system knows the user.
 void noteRunningApplication(const Process& process, std::uint32_t userID);
 
-/// Launches the application whose executable lies at `path`, as the remembered process ran. `identifier` is its bundle
-/// identifier. On the main thread. Returns at once; `completion` is called on the main queue, with what has become of
-/// the launch.
+/// Launches the application with its executable at `path`, with the remembered identity and environment. `identifier`
+/// is its bundle identifier. Main thread. Returns at once; `completion` is called with the outcome on the main queue.
 void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(const Result<void>& launched)> completion);
 

@@ -1,7 +1,7 @@
-// Code signatures of files. Who sent a message is asked of platform/ipc/service.h.
+// Code signatures of files. platform/ipc/service.h checks the senders of messages.
 //
-// A requirement is a text in Apple's code signing requirement language; linux/requirement.h says which part of it
-// Linux understands. Status values are those of Security.framework's CSCommon.h on every platform.
+// A requirement is a text in Apple's code signing requirement language; linux/requirement.h describes the subset that
+// Linux supports. On every platform, status values are those of Security.framework's CSCommon.h.
 #pragma once
 
 #include <cstdint>
@@ -20,8 +20,8 @@ inline constexpr Status unsignedCode = -67062;        // errSecCSUnsigned
 inline constexpr Status noSuchCode = -67065;          // errSecCSNoSuchCode
 inline constexpr Status noSuchFile = -67068;          // errSecCSStaticCodeNotFound
 
-/// Checks the executable file at a path: its own signature, not the resources of a bundle that it may belong to. Fails
-/// with a Status, and with what is wrong as an administrator wants to read it.
+/// Checks the signature of the executable file itself, not of the resources of its bundle. The number of a failure is a
+/// Status; its sentence tells the administrator what is wrong.
 Result<void> checkFile(const std::string& path, const std::string& requirement);
 
 }  // namespace platform::code_signing

@@ -13,8 +13,8 @@
 
 namespace platform::ipc {
 
-/// A client's end of a service's endpoint, with one connection at a time and many requests under way. Nothing blocks
-/// but wait(). All calls but wake() are made under one lock of the user's. The connection is closed on exec.
+/// A client's end of a service's endpoint: one connection at a time, with many requests in progress. Only wait()
+/// blocks. All functions but wake() must be called under one lock of the caller's. The connection is closed on exec.
 class ClientChannel {
  public:
   using Clock = std::chrono::steady_clock;
@@ -23,38 +23,38 @@ class ClientChannel {
     std::uint64_t id;
     Dictionary dictionary;
   };
-  /// Told once of each connection. No event of that connection follows.
+  /// Reported once for each connection. No other event of that connection follows.
   struct End {
-    bool wasReached;     ///< false when there is no such service
+    bool wasReached;     ///< false if there is no such service
     std::string reason;  ///< a sentence for people
   };
   using Event = std::variant<Reply, End>;
 
-  /// Throws std::system_error when the system has no descriptor left.
+  /// Throws std::system_error if the system has no descriptors left.
   ClientChannel();
   ~ClientChannel();
 
-  /// Begins a connection; whether it comes up shows by its events. Not while another one is open.
+  /// Begins a connection. Its events show whether it succeeds. Must not be called while a connection is open.
   void open(const std::string& serviceName);
 
-  /// Drops the connection, without an event.
+  /// Closes the connection without an event.
   void close();
 
-  /// Takes a request over while a connection is open; it goes out when the service lets this client speak. False when
-  /// it is too long to be sent.
+  /// Queues a request on the open connection. It is sent once the service has accepted this client. False if the
+  /// request is too long to be sent.
   [[nodiscard]] bool send(std::uint64_t id, const Dictionary& request);
 
-  /// Takes back a request that has not begun to go out.
+  /// Removes a request whose sending has not begun.
   void withdraw(std::uint64_t id);
 
-  /// What has happened, in order; absent when there is nothing new.
+  /// The next event; absent if there is none.
   std::optional<Event> next();
 
-  /// Waits, with the lock let go of, until there may be something new, wake() was called or the time has come. One
-  /// thread at a time.
+  /// Releases the lock and waits until there may be an event, wake() is called, or the deadline passes; then takes the
+  /// lock again. Only one thread may wait at a time.
   void wait(std::unique_lock<std::mutex>& lock, std::optional<Clock::time_point> deadline);
 
-  /// Ends a wait(), the next one when there is none. Any thread.
+  /// Ends the current wait() or, if there is none, the next one. Any thread.
   void wake();
 
  private:

@@ -12,16 +12,16 @@ namespace platform::ipc {
 
 using Data = std::vector<std::uint8_t>;
 
-/// Text is valid UTF-8.
+/// A value of a message. Text is valid UTF-8.
 using Value = std::variant<std::string, Data, bool, std::int64_t>;
 
-/// Maps keys to typed values. A value of another type than the one asked for reads as absent.
+/// Maps keys to typed values.
 class Dictionary {
  public:
   Dictionary() = default;
   Dictionary(std::initializer_list<std::pair<const std::string, Value>> values) : values_(values) {}
 
-  /// The value of the asked type, or null; valid until the dictionary changes.
+  /// The value of a key; null if there is none or it has another type. Valid until the dictionary changes.
   template <class Type>
   const Type* get(std::string_view key) const {
     auto found = values_.find(key);

@@ -1,7 +1,6 @@
-// The service side of local IPC: a listener, its connections, and messages that are typed dictionaries with replies.
+// The service side of local IPC: a listener, its connections, and messages, which are typed dictionaries with replies.
 //
-// All events are delivered on the main queue. On macOS this is libxpc; the Linux transport is documented in
-// docs/protocol.md.
+// All events are delivered on the main queue. On macOS this is libxpc; docs/protocol.md describes the Linux transport.
 #pragma once
 
 #include <cstdint>
@@ -17,24 +16,24 @@
 
 namespace platform::ipc {
 
-/// The process that sent a message, attested by the kernel.
+/// The process that sent a message, as attested by the kernel.
 class Sender;
 
-/// Checks the image that the sender of a message runs, as code_signing::checkFile() does a file.
+/// Checks the image that a sender runs, as code_signing::checkFile() checks a file.
 Result<void> checkSender(const Sender& sender, const std::string& requirement);
 
-/// A request as received.
+/// A received request.
 struct Message {
   Dictionary dictionary;
   std::shared_ptr<const Sender> sender;
-  /// Sends the reply. Empty when the client expects none. May be called from any thread, once; what is sent after the
-  /// connection ended is dropped.
+  /// Sends the reply; empty if the client expects none. Any thread, at most once. After the connection has ended, the
+  /// reply is dropped.
   std::function<void(const Dictionary&)> reply;
 };
 
 struct Error {
   enum class Kind {
-    connectionInvalid,    ///< the peer left, broke the protocol or was refused; nothing follows
+    connectionInvalid,    ///< the peer left, broke the protocol or was refused; no event follows
     terminationImminent,  ///< the system is about to end this process
     other,
   };
@@ -44,31 +43,31 @@ struct Error {
 
 using Event = std::variant<Message, Error>;
 
-/// One accepted connection. Used on the main queue only.
+/// An accepted connection. Main queue only.
 class Connection {
  public:
-  class Implementation;  ///< each system's own
+  class Implementation;  ///< differs between systems
 
   Connection() = default;
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
   virtual ~Connection() = default;
 
-  /// For log lines.
+  /// A description for log lines.
   virtual std::string description() const = 0;
 
-  /// The peer's process ID, 0 when it cannot be told.
+  /// The peer's process ID; 0 if unknown.
   virtual std::int32_t peerPID() const = 0;
 
-  /// Effective user ID of the peer at the moment when it connected.
+  /// The peer's effective user ID when it connected.
   virtual std::uint32_t peerUserID() const = 0;
 
-  /// The peer's process; from resume() on it is held.
+  /// The peer's process; from resume() on, with a handle to it (on Linux).
   virtual const Process& peer() const = 0;
 
-  /// From resume() on, only a peer whose running image satisfies the requirement is heard. Returns 0, or the status
-  /// with which the requirement text or the peer's process ID was refused: of code_signing.h on Linux, of XPC's own on
-  /// macOS.
+  /// Sets the requirement that the peer's running image must satisfy; messages of other peers are not delivered. Call
+  /// it before resume(). Returns 0, or a status if the requirement or the peer's process ID is invalid: one of
+  /// code_signing.h on Linux, one of XPC's on macOS.
   [[nodiscard]] virtual std::int32_t setPeerCodeSigningRequirement(const std::string& requirement) = 0;
 
   virtual void setEventHandler(std::function<void(const Event&)> handler) = 0;
@@ -76,8 +75,8 @@ class Connection {
   /// Starts the delivery of events.
   virtual void resume() = 0;
 
-  /// Ends the connection; the handler then gets one connectionInvalid event, not before this call has returned, and is
-  /// let go afterwards.
+  /// Ends the connection. After this call has returned, the handler gets one connectionInvalid event and is then
+  /// destroyed.
   virtual void cancel() = 0;
 };
 
@@ -85,15 +84,15 @@ using ListenerEvent = std::variant<std::shared_ptr<Connection>, Error>;
 
 struct ServiceSettings {
   std::string name;
-  std::int64_t build = 0;   ///< what the greeting tells the client; macOS has no greeting
-  std::string clientGroup;  ///< group that a client must have connected with; empty: any. Linux only
+  std::int64_t build = 0;   ///< build number in the greeting to clients; macOS has no greeting
+  std::string clientGroup;  ///< group that a client must have connected with; empty for any. Linux only
 };
 
-/// The endpoint of a service. Used on the main queue, or before that is served. A new connection delivers nothing
+/// The endpoint of a service. Used on the main queue, or before dispatchMain(). A new connection delivers no events
 /// before its resume().
 class Listener {
  public:
-  class Implementation;  ///< each system's own
+  class Implementation;  ///< differs between systems
 
   static Result<std::unique_ptr<Listener>> create(const ServiceSettings& settings);
 

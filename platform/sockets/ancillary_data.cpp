@@ -9,7 +9,7 @@ namespace platform {
 
 namespace {
 
-/// From the start of a header to that of the next. (CMSG_ALIGN is not on every system.)
+/// Distance from the start of a header to the next. (CMSG_ALIGN is not available on every system.)
 constexpr std::size_t step(std::size_t length) {
   return CMSG_SPACE(length) - CMSG_SPACE(0);
 }

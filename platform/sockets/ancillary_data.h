@@ -7,8 +7,8 @@
 
 namespace platform {
 
-/// The hop limit that came with a datagram, by the first header that carries one (IPV6_2292HOPLIMIT). Absent when there
-/// is none, or a header before it is not well-formed.
+/// The hop limit of a datagram, from the first header that carries one (IPV6_2292HOPLIMIT). Absent if there is none or
+/// an earlier header is malformed.
 std::optional<int> hopLimitIn(std::span<const std::uint8_t> ancillary);
 
 }  // namespace platform

@@ -1,10 +1,10 @@
-// Ancillary data of any form: the walk ends, and stays within it.
+// Reading arbitrary ancillary data ends and stays within its bounds.
 #include <vector>
 
 #include "platform/sockets/ancillary_data.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  std::vector<std::uint8_t> copy(bytes, bytes + size);  // of exactly that size, for the sanitizer
+  std::vector<std::uint8_t> copy(bytes, bytes + size);  // exactly that size, so that the sanitizer sees overruns
   platform::hopLimitIn(copy);
   return 0;
 }

@@ -17,7 +17,7 @@ std::array<std::uint8_t, 28> bsdSocketAddress(const sockaddr_in6& address) {
 }
 
 std::vector<std::uint8_t> linkLayerAddressIn(std::span<const std::uint8_t> block) {
-  // The lengths of the name and of the address at bytes 5 and 6, the two themselves from byte 8 on.
+  // Byte 5 is the name's length, byte 6 the address's; the name begins at byte 8 and the address follows it.
   constexpr std::size_t data = 8;
   if (block.size() < data) return {};
   const std::size_t nameLength = block[5], addressLength = block[6];

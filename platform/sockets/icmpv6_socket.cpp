@@ -1,4 +1,4 @@
-// Reception by raw ICMPv6 sockets, which is the same on all systems (RFC 2292).
+// Receiving on raw ICMPv6 sockets, which works the same on all systems (RFC 2292).
 #include <netinet/in.h>
 #include <sys/socket.h>
 

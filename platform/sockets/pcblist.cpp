@@ -7,15 +7,15 @@ namespace platform {
 
 namespace {
 
-// A header, then for each socket a group of records, at a fixed distance from the next.
+// A header, then one group of records for each socket, all of the same size.
 constexpr std::size_t tableHeader = 24;
-constexpr std::size_t tcpControlBlock = 208;  // only TCP has it, after the others
+constexpr std::size_t tcpControlBlock = 208;  // last record of a group; TCP only
 
-// Places in a group.
-constexpr std::size_t localPortOffset = 18;     // network order
-constexpr std::size_t versionFlagsOffset = 44;  // of the families that the socket takes part in
+// Offsets in a group.
+constexpr std::size_t localPortOffset = 18;     // network byte order
+constexpr std::size_t versionFlagsOffset = 44;  // flags for the families that the socket takes part in
 constexpr std::size_t localAddressOffset = 64;
-constexpr std::size_t lastProcessOffset = 172;  // host order
+constexpr std::size_t lastProcessOffset = 172;  // host byte order
 
 constexpr std::uint8_t ipv4Flag = 1, ipv6Flag = 2;
 

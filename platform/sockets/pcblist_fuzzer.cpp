@@ -1,4 +1,4 @@
-// Tables of any form: whole groups with the port are visited, each once, and nothing else is read.
+// Arbitrary tables: each complete group with the port is visited once, and nothing outside the table is read.
 #include <cstdlib>
 #include <vector>
 
@@ -11,7 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   const auto protocol = (bytes[0] & 1) != 0 ? SocketProtocol::tcp : SocketProtocol::udp;
   const auto release = (bytes[0] & 2) != 0 ? SocketTableRelease::sinceMacOS13 : SocketTableRelease::beforeMacOS13;
   const auto port = static_cast<std::uint16_t>(bytes[1] << 8 | bytes[2]);
-  const std::vector<std::uint8_t> table(bytes + 3, bytes + size);  // of exactly that size, for the sanitizer
+  // exactly that size, so that the sanitizer sees overruns
+  const std::vector<std::uint8_t> table(bytes + 3, bytes + size);
 
   const std::size_t sizes[] = {384, 592, 408, 616};
   const std::size_t group = sizes[bytes[0] & 3];

@@ -1,4 +1,4 @@
-// The machine's sockets, and who holds them.
+// The sockets of this machine and their owners. Any thread.
 #pragma once
 
 #include <array>
@@ -16,48 +16,53 @@ struct SocketEntry {
   std::uint16_t localPort = 0;  ///< host byte order
   bool isIPv4 = false;          ///< takes part in IPv4; a dual-stack socket takes part in both
   bool isIPv6 = false;
-  /// Network byte order. IPv4 sockets hold theirs in the last four bytes.
+  /// Network byte order. An IPv4 address is in the last four bytes.
   std::array<std::uint8_t, 16> localAddress{};
-  std::uint64_t identity = 0;      ///< what its owner is known by: its inode on Linux, its process on macOS
-  std::uint32_t userID = 0;        ///< of the socket, whose processes are looked at first; 0 on macOS
-  std::uint64_t controlGroup = 0;  ///< Linux: ID of the one that it was made in; 0: not told
+  std::uint64_t identity = 0;      ///< identifies the socket for its owner: its inode on Linux, its process on macOS
+  std::uint32_t userID = 0;        ///< owner of the socket, whose processes are searched first; 0 on macOS
+  std::uint64_t controlGroup = 0;  ///< Linux: ID of the control group it was made in; 0 if unknown
 };
 
-/// An end of a connection.
+/// One end of a connection.
 struct SocketEnd {
   std::span<const std::uint8_t> address;  ///< network byte order, 4 or 16 bytes
   std::uint16_t port = 0;                 ///< host byte order
-  std::uint32_t scope = 0;                ///< index of the interface that an IPv6 address belongs to; 0: none
+  std::uint32_t scope = 0;                ///< interface index of a link-local IPv6 address; 0 for none
 };
 
 /// Calls `visit` for the sockets bound to a local port (host byte order), in the order of the system's table, until it
-/// returns false. Sockets that belong to no process any more are left out where the system tells them from others
-/// (Linux). With `onlyIPv6`, those that cannot take part in IPv6 may be left out. Sees the network namespace of the
-/// caller. Takes milliseconds on a large machine. Any thread; failures show no sockets.
+/// returns false.
+/// - Sockets that no longer belong to a process are left out, if the system distinguishes them (Linux).
+/// - With `onlyIPv6`, sockets that cannot take part in IPv6 may be left out.
+/// - Only the caller's network namespace is visible.
+/// - If the table cannot be read, no sockets are visited.
+/// - It takes milliseconds on a large machine.
 void visitSockets(SocketProtocol protocol, std::uint16_t port, bool onlyIPv6,
                   const std::function<bool(const SocketEntry&)>& visit);
 
-/// The socket that is connected from one end to the other, in microseconds. Both ends are of one family. Absent when
-/// there is none or the system cannot be asked so (macOS). Any thread.
+/// The socket that is connected from one end to the other. Both ends have the same family. Absent if there is none or
+/// the system has no such query (macOS). Takes microseconds.
 std::optional<SocketEntry> connectedSocket(SocketProtocol protocol, const SocketEnd& local, const SocketEnd& remote);
 
-/// A TCP socket that visitSockets() may show first for a local address, in microseconds: one that is connected to where
-/// those were that visitSockets() stopped at lately. Absent when that cannot be told at once. Any thread.
+/// A TCP socket with this local end that visitSockets() may visit first: one connected to a remote end of a recent
+/// result. Absent if that cannot be determined quickly. Takes microseconds.
 std::optional<SocketEntry> likelySocket(const SocketEnd& local);
 
-/// A process that holds the socket at this moment, if that can be told in a fraction of a millisecond from where the
-/// last ones were found. Any thread.
+/// A process that holds the socket at this moment, if it can be found in a fraction of a millisecond near the owners
+/// found recently; absent otherwise.
 std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket);
 
-/// Looks through the machine's processes once, for the owners of all these sockets. Calls `found` with the index of a
-/// socket and a process that was seen to hold it after the call began, preferably one of the socket's own user; on
-/// macOS the one that used it last, as the table said. `found` is called once for a socket at most, and not for one
-/// that is handed from process to process meanwhile. Takes up to a second on a large machine. Any thread.
+/// Searches all processes once for the owners of all these sockets. Takes up to a second on a large machine.
+///
+/// Calls `found` with the index of a socket and a process that held it after the call began: on Linux preferably one of
+/// the socket's user, on macOS the one that last used it according to the table. `found` returns whether it accepts the
+/// process; only if it does not, it is called for the same socket again. A socket that is passed between processes
+/// during the search may be missed.
 void findSocketOwners(std::span<const SocketEntry> sockets,
                       const std::function<bool(std::size_t index, std::int32_t pid)>& found);
 
-/// Whether a process holds the socket at this moment, as others may, too; on macOS whether it is the one that used it
-/// last, as the table said. Any thread.
+/// Whether a process holds the socket at this moment; others may hold it too. On macOS: whether it last used the socket
+/// according to the table.
 bool holdsSocket(std::int32_t pid, const SocketEntry& socket);
 
 }  // namespace platform

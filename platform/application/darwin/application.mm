@@ -1,4 +1,4 @@
-// Launching by NSWorkspace.
+// Launches the application through NSWorkspace.
 #include "platform/application/application.h"
 
 #import <AppKit/AppKit.h>
@@ -16,7 +16,7 @@ Result<void> launch(const std::string& path, const std::vector<std::string>& arg
     for (const auto& argument : arguments) [list addObject:@(argument.c_str())];
     NSURL* url = [NSURL fileURLWithFileSystemRepresentation:path.c_str() isDirectory:NO relativeToURL:nil];
     NSError* error = nil;
-// Its successor wants the bundle instead of the executable.
+// The replacement of this call takes a bundle instead of an executable.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
     if ([[NSWorkspace sharedWorkspace] launchApplicationAtURL:url
@@ -38,7 +38,7 @@ void noteRunningApplication(const Process&, std::uint32_t) {}
 
 void openApplication(const std::string&, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(const Result<void>& launched)> completion) {
-  // The call asks other processes and waits for their answer.
+  // The launch waits for answers of other processes.
   dispatch::async(dispatch::globalQueue(), [path, arguments, completion = std::move(completion)] {
     dispatch::async(dispatch::mainQueue(), [completion, launched = launch(path, arguments)] { completion(launched); });
   });

@@ -1,4 +1,4 @@
-// The application that was admitted last, and its launch.
+// Remembers the application that was admitted last, and launches it again.
 #include "platform/application/application.h"
 
 #include <systemd/sd-daemon.h>
@@ -17,10 +17,11 @@ namespace platform {
 
 namespace {
 
-// Of one user at a time: each takes a thread of the global queue while it waits for what the user can hold up.
+// Per user, at the same time. Each launch occupies a thread of the global queue and may wait for things that the user
+// can delay.
 constexpr int maximumLaunches = 8;
 
-/// How many launches are under way for each user, on the main thread.
+/// Number of launches in progress for each user. Main thread.
 std::map<uid_t, int>& launchesUnderWay() {
   static std::map<uid_t, int> launches;
   return launches;
@@ -32,7 +33,7 @@ std::optional<ApplicationIdentity>& notedIdentity() {
   return identity;
 }
 
-/// Whether the user is logged in, as logind knows (sd_uid_get_state(3)); false where there is no logind.
+/// Whether the user is logged in according to logind (sd_uid_get_state(3)); false without logind.
 bool hasSession(uid_t user) {
   char* state = nullptr;
   if (sd_uid_get_state(user, &state) < 0) return false;
@@ -46,15 +47,15 @@ std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint3
   auto status = readProcessFile(process.pid(), "status");
   if (!environment || !status) return std::nullopt;
   auto users = numbersOf(*status, "Uid:"), groups = numbersOf(*status, "Gid:");
-  // Real, effective, saved and of the file system.
+  // Real, effective, saved and file-system IDs.
   if (users != std::vector(4, userID) || groups.size() != 4) return std::nullopt;
-  // The real group: an executable that sets its group does so again.
+  // The real group: a set-group-ID executable sets the effective one again.
   ApplicationIdentity identity{.user = userID,
                                .group = groups[0],
                                .groups = numbersOf(*status, "Groups:"),
                                .environment = applicationEnvironment(*environment),
                                .hadSession = hasSession(userID)};
-  // What was read is true of the process only if it lives.
+  // The files belong to this process only if it is still alive.
   if (process.hasEnded()) return std::nullopt;
   return identity;
 }
@@ -62,7 +63,7 @@ std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint3
 Result<void> launch(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
                     const ApplicationIdentity& identity) {
   if (identity.hadSession && !hasSession(identity.user)) return Failure(0, "its user has logged out");
-  // Where systemd runs, process 1 starts it or nobody: a child of this service would inherit its confinement.
+  // Where systemd runs, only process 1 may start it: a child of this service would inherit its confinement.
   return sd_booted() > 0 ? startTransientService(identifier, path, arguments, identity)
                          : launchApplication(path, arguments, identity);
 }
@@ -79,7 +80,7 @@ void openApplication(const std::string& identifier, const std::string& path, con
     dispatch::async(dispatch::mainQueue(), [completion, reason] { completion(Failure(0, reason)); });
   };
   auto identity = notedIdentity();
-  if (!identity) return refuse("it is not known as whom it ran");
+  if (!identity) return refuse("the user it ran as is not known");
   auto& launches = launchesUnderWay()[identity->user];
   if (launches >= maximumLaunches) return refuse("too many launches for this user are under way");
   ++launches;
@@ -90,7 +91,7 @@ void openApplication(const std::string& identifier, const std::string& path, con
       completion(launched);
     });
   };
-  // Reading the user database and starting a program may take their time.
+  // Reading the user database and starting a program may take long.
   dispatch::async(dispatch::globalQueue(), std::move(launchAndReport));
 }
 

@@ -9,10 +9,10 @@
 namespace platform {
 namespace {
 
-constexpr char unknown[] = "it is not known as whom it ran";
+constexpr char unknown[] = "the user it ran as is not known";
 
-/// Launches a program that is not there, after `prepare`, and ends the process: with an error text on standard error,
-/// as which everything that comes before the program is ruled out.
+/// Runs `prepare`, launches a program that does not exist, and ends the process. The error text on standard error shows
+/// that every step before executing the program succeeded.
 void launchAfter(const std::function<void()>& prepare) {
   dispatch::async(dispatch::mainQueue(), [prepare] {
     prepare();
@@ -26,7 +26,7 @@ void launchAfter(const std::function<void()>& prepare) {
 
 class WorkspaceDeathTest : public testing::Test {
  protected:
-  // Not started anew for each: the application is this process's.
+  // Not "threadsafe", which repeats the test in a new process: the noted application must be a child of this one.
   void SetUp() override { GTEST_FLAG_SET(death_test_style, "fast"); }
 
   test::TemporaryFolder folder;
@@ -37,9 +37,9 @@ class WorkspaceDeathTest : public testing::Test {
 TEST_F(WorkspaceDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
   auto end = testing::ExitedWithCode(0);
   EXPECT_EXIT(launchAfter([] {}), end, unknown);
-  // Somebody else's by now.
+  // It runs as another user by now.
   EXPECT_EXIT(launchAfter([&] { noteRunningApplication(process, getuid() + 1); }), end, unknown);
-  // The noted one is replaced even by one that cannot be noted.
+  // An application that cannot be noted replaces the noted one too.
   EXPECT_EXIT(launchAfter([&] {
                 noteRunningApplication(process, getuid());
                 kill(application.pid(), SIGKILL);
@@ -50,7 +50,7 @@ TEST_F(WorkspaceDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
 }
 
 TEST_F(WorkspaceDeathTest, TheErrorNamesTheStepThatFailed) {
-  // Only root may set groups; whoever else runs this test gets no further.
+  // Only root may set groups, so the launch fails at that step.
   auto error = getuid() == 0 ? "execve: No such file or directory" : "setgroups: Operation not permitted";
   EXPECT_EXIT(launchAfter([&] { noteRunningApplication(process, getuid()); }), testing::ExitedWithCode(0), error);
 }

@@ -1,4 +1,4 @@
-// What an application that is launched again keeps of its environment.
+// The part of its environment that an application keeps when it is launched again.
 #pragma once
 
 #include <sys/types.h>
@@ -9,18 +9,18 @@
 
 namespace platform {
 
-/// Picks out of an environment, zero-terminated "NAME=value" texts one after the other (proc(5), environ), the
-/// variables that say whose session, display, message bus and language the application belongs to. Nothing that has
-/// code loaded is among them. Of two variables of one name the first counts, as for getenv(3); 64 KiB are kept at most.
+/// Selects the variables that identify the application's session, display, message bus and language. None of them can
+/// make a program load code. `bytes` is an environment: zero-terminated "NAME=value" texts (proc(5), environ). If a
+/// name occurs twice, the first counts, as for getenv(3). At most 64 KiB are kept.
 std::vector<std::string> applicationEnvironment(std::string_view bytes);
 
-/// Value of a variable; empty when the environment lacks it.
+/// Value of a variable; empty if it is not set.
 std::string_view valueOf(const std::vector<std::string>& environment, std::string_view name);
 
-/// Fills in what is missing of HOME, USER, LOGNAME, SHELL, as far as the user database knows the user, and of PATH.
+/// Adds HOME, USER, LOGNAME and SHELL, if they are missing and the user database has them, and PATH if it is missing.
 void completeEnvironment(std::vector<std::string>& environment, uid_t user);
 
-/// Pointers to the texts and a null pointer, as execve(2) takes them; good as long as the texts stay as they are.
+/// Pointers to the texts and a final null pointer, as execve(2) needs them. Valid until the texts change.
 std::vector<char*> pointersTo(std::vector<std::string>& texts);
 
 }  // namespace platform

@@ -9,12 +9,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::string all;
   for (const auto& variable : platform::applicationEnvironment(bytes)) {
     auto length = variable.find('=');
-    bool good = length != variable.npos && variable.find('\0') == variable.npos && !variable.starts_with("LD_") &&
-                bytes.find(variable) != bytes.npos && names.insert(variable.substr(0, length)).second;
-    if (!good) std::abort();
+    bool isGood = length != variable.npos && variable.find('\0') == variable.npos && !variable.starts_with("LD_") &&
+                  bytes.find(variable) != bytes.npos && names.insert(variable.substr(0, length)).second;
+    if (!isGood) std::abort();
     all += variable + '\0';
   }
-  // What was kept is kept again, whole.
+  // Everything that was kept is kept again.
   if (platform::applicationEnvironment(all).size() != names.size()) std::abort();
   return 0;
 }

@@ -20,17 +20,17 @@ namespace platform {
 
 namespace {
 
-constexpr std::chrono::duration<unsigned> patience(10);  // with the user's home folder
+constexpr std::chrono::duration<unsigned> patience(10);  // limit for entering the user's home folder
 
-/// What a child tells: that a step failed, and with which errno, or, without a step, that the application was forked.
-/// The step is a literal, which has the same address in both processes.
+/// A report of a child: the step that failed and its errno, or, without a step, that the application was forked. The
+/// step is a string literal, which has the same address in both processes.
 struct Report {
   const char* failedStep;
   int number;
 };
 
-/// All that the child needs, made ready before the fork: other threads may hold any lock at that moment, so that
-/// allocating is out of the question in the child, as is whatever else signal-safety(7) does not list.
+/// Everything the child needs, prepared before the fork. At the fork, other threads may hold any lock, so the child
+/// must not allocate memory or call anything else that signal-safety(7) does not list.
 class Launch {
  public:
   Launch(const std::string& path, const std::vector<std::string>& arguments, ApplicationIdentity identity)
@@ -47,12 +47,13 @@ class Launch {
     if (pipe2(ends, O_CLOEXEC) != 0) return {"pipe", errno};
     FileDescriptor reading(ends[0]), writing(ends[1]), null(open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!null) return {"open", errno};
-    // Away from the numbers of the standard descriptors, should those be free.
+    // Above the standard descriptors, whose numbers may be free.
     null_.reset(fcntl(null.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     report_.reset(fcntl(writing.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     if (!null_ || !report_) return {"fcntl", errno};
 
-    // A child's child belongs to process 1 as soon as the child has ended: nobody here need await its end.
+    // The application is a grandchild: it belongs to process 1 once its parent has ended, so nothing here needs to reap
+    // it.
     pid_t child = fork();
     if (child == 0) startGrandchild();
     if (child < 0) return {"fork", errno};
@@ -65,7 +66,7 @@ class Launch {
 
  private:
   [[noreturn]] void startGrandchild() const {
-    pid_t grandchild = _Fork();  // which is safe here, other than fork()
+    pid_t grandchild = _Fork();  // async-signal-safe, unlike fork()
     if (grandchild == 0) becomeApplication();
     if (grandchild < 0) fail("fork");
     _exit(0);
@@ -96,8 +97,9 @@ class Launch {
     fail("execve");
   }
 
-  // As the user, who may be able to reach what root is not, and who may have his home on a file system that does not
-  // answer: what was told last stands then. The alarm ends this process as soon as that file system lets it.
+  // Runs as the user, because root may have no access to the home folder. The folder may be on a file system that does
+  // not answer; in that case the first report stands, and the alarm ends this process as soon as the file system lets
+  // it.
   void enterHome() const {
     tell({"chdir", ETIMEDOUT});
     alarm(patience.count());
@@ -113,7 +115,8 @@ class Launch {
 
   void tell(const Report& report) const { [[maybe_unused]] auto length = write(report_.get(), &report, sizeof report); }
 
-  /// What the children told last, once a successful execve() or their end has closed their ends, or patience ended.
+  /// The last report of the children, once their descriptors are closed by a successful execve() or their end, or
+  /// patience has run out.
   static Report readReports(int descriptor) {
     Report result{"fork", ECHILD};
     const auto deadline = std::chrono::steady_clock::now() + patience;

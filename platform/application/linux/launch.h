@@ -1,4 +1,4 @@
-// Starting an application as a user, by a fork.
+// Starts an application as a user, by forking.
 #pragma once
 
 #include <sys/types.h>
@@ -10,20 +10,21 @@
 
 namespace platform {
 
-/// As whom and in which environment an application runs.
+/// The user, groups and environment that an application runs with.
 struct ApplicationIdentity {
   uid_t user;
   gid_t group;
   std::vector<gid_t> groups;             ///< supplementary
-  std::vector<std::string> environment;  ///< as execve(2) takes it
-  bool hadSession = false;               ///< whether the user was logged in when this was read
+  std::vector<std::string> environment;  ///< "NAME=value" texts, as for execve(2)
+  bool hadSession = false;               ///< whether the user was logged in when the identity was read
 };
 
-/// Starts the executable at `path`: as the identity says, in the home folder or else "/", in a session of its own, with
-/// /dev/null as its standard descriptors and no other, the file creation mask 022 and default signal handling. What the
-/// environment lacks of HOME, USER, LOGNAME, SHELL and PATH is filled in. The application is no child of the caller.
-/// Blocks until it runs or has failed to; the sentence of a failure names the step. Called by a thread that no signals
-/// are delivered to.
+/// Starts the executable at `path` with the given identity. Blocks until it runs or has failed; the sentence of a
+/// failure names the step. The calling thread must have all signals blocked.
+///
+/// The application gets its home folder (or "/") as working directory, its own session, /dev/null as standard
+/// descriptors and no others, the file creation mask 022 and default signal handling. Missing variables among HOME,
+/// USER, LOGNAME, SHELL and PATH are added. The application is not a child of this process.
 Result<void> launchApplication(const std::string& path, const std::vector<std::string>& arguments,
                                ApplicationIdentity identity);
 

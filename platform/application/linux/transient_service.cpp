@@ -20,17 +20,17 @@ constexpr char systemd[] = "org.freedesktop.systemd1";
 constexpr char unitInterface[] = "org.freedesktop.systemd1.Unit";
 constexpr char serviceInterface[] = "org.freedesktop.systemd1.Service";
 
-constexpr std::chrono::seconds patience(30);  // PAM modules may have to ask the network
+constexpr std::chrono::seconds patience(30);  // PAM modules may query the network
 constexpr std::chrono::milliseconds betweenLooks(20);
 
-/// An error of sd-bus's, released at the end.
+/// A D-Bus error that releases itself.
 struct BusError : sd_bus_error {
   BusError() : sd_bus_error{} {}
   BusError(const BusError&) = delete;
   BusError& operator=(const BusError&) = delete;
   ~BusError() { sd_bus_error_free(this); }
 
-  /// What the other side said, else what the call came to.
+  /// The message of the peer if there is one, otherwise the given failure's.
   Failure orElse(const Failure& failure) const { return message ? Failure(failure.number, message) : failure; }
 };
 
@@ -38,7 +38,7 @@ void appendTexts(sd_bus_message* call, std::vector<std::string> texts) {
   check(sd_bus_message_append_strv(call, pointersTo(texts).data()));
 }
 
-/// Appends a property, with a value that `write` appends.
+/// Appends a property; `write` appends its value.
 void addProperty(sd_bus_message* call, const char* name, const char* type, const std::function<void()>& write) {
   check(sd_bus_message_open_container(call, 'r', "sv"));
   check(sd_bus_message_append(call, "s", name));
@@ -60,7 +60,7 @@ void addTexts(sd_bus_message* call, const char* name, const std::vector<std::str
   addProperty(call, name, "as", [&] { appendTexts(call, texts); });
 }
 
-/// The command, in which "$" stays what it is; systemd itself guards "%".
+/// Appends the command. no-env-expand keeps "$" literal; systemd itself escapes "%".
 void addCommand(sd_bus_message* call, const std::vector<std::string>& arguments) {
   addProperty(call, "ExecStartEx", "a(sasas)", [&] {
     check(sd_bus_message_open_container(call, 'a', "(sasas)"));
@@ -73,7 +73,7 @@ void addCommand(sd_bus_message* call, const std::vector<std::string>& arguments)
   });
 }
 
-/// What systemd, and so D-Bus, cannot be told is left out: texts that are not UTF-8.
+/// The environment without texts that are not UTF-8, which D-Bus cannot carry.
 std::vector<std::string> sendableEnvironment(const ApplicationIdentity& identity) {
   auto environment = identity.environment;
   std::erase_if(environment, [](const auto& variable) { return !isUTF8(variable); });
@@ -90,10 +90,10 @@ void addIdentity(sd_bus_message* call, const ApplicationIdentity& identity) {
   addText(call, "Group", std::to_string(identity.group));
   addTexts(call, "SupplementaryGroups", groups);
   addText(call, "PAMName", "systemd-user");
-  // "-": or "/", where it cannot be entered.
+  // "-": falls back to "/" if the folder cannot be entered.
   if (home.is_absolute()) addText(call, "WorkingDirectory", "-" + home.lexically_normal().string());
   addTexts(call, "Environment", environment);
-  // What systemd adds to the environment of a service is not this application's.
+  // Variables that systemd adds for services are not part of the application's environment.
   std::vector<std::string> foreign{"INVOCATION_ID", "SYSTEMD_EXEC_PID"};
   if (valueOf(environment, "LANG").empty()) foreign.emplace_back("LANG");
   addTexts(call, "UnsetEnvironment", foreign);
@@ -105,19 +105,19 @@ void writeService(sd_bus_message* call, const std::string& unit, const std::vect
   check(sd_bus_message_append(call, "ss", unit.c_str(), "fail"));
   check(sd_bus_message_open_container(call, 'a', "(sv)"));
   addText(call, "Description", "Main application, launched again");
-  // Not "exec", by which systemd 252 waits in vain where there is a PAMName.
+  // Not "exec": with PAMName, systemd 252 would wait in vain.
   addText(call, "Type", "simple");
-  // What the application started goes on without it, as it does wherever the application was started otherwise.
+  // Programs that the application started continue without it, as they do when it was started in another way.
   addText(call, "ExitType", "cgroup");
   addText(call, "CollectMode", "inactive-or-failed");
-  // Until then it stays for outcomeOfStart() to be found: as long as this connection to the bus.
+  // Keeps the service, as long as this bus connection is open, so that outcomeOfStart() can find its result.
   addFlag(call, "AddRef", true);
   addText(call, "Slice", fmt::format("user-{}.slice", identity.user));
   addTexts(call, "PartOf", {userManager});
   addTexts(call, "After", {userManager});
   addIdentity(call, identity);
   addFlag(call, "IgnoreSIGPIPE", false);
-  // The keys of its user are the application's, too.
+  // The application shares its user's keyring.
   addText(call, "KeyringMode", "shared");
   addProperty(call, "UMask", "u", [&] { check(sd_bus_message_append(call, "u", std::uint32_t{022})); });
   for (const char* stream : {"StandardInput", "StandardOutput", "StandardError"}) addText(call, stream, "null");
@@ -126,7 +126,7 @@ void writeService(sd_bus_message* call, const std::string& unit, const std::vect
   check(sd_bus_message_append(call, "a(sa(sv))", 0));
 }
 
-/// One service, looked at over the connection that it was started by.
+/// A service, examined over the connection that started it.
 class Service {
  public:
   Service(sd_bus* bus, const std::string& unit) : bus_(bus) {
@@ -137,11 +137,11 @@ class Service {
   }
 
   ServiceState state() const {
-    // In this order: once the job is done, what follows is of the unit that it has started.
+    // In this order: after the job is done, the other properties belong to the started unit.
     bool hasJob = number(unitInterface, "Job", "(uo)") != 0;
     auto activeState = text(unitInterface, "ActiveState");
-    bool runs = runsApplication(static_cast<std::int32_t>(number(serviceInterface, "MainPID", "u")));
-    return {hasJob, activeState, runs, text(serviceInterface, "Result"),
+    const bool isRunning = runsApplication(static_cast<std::int32_t>(number(serviceInterface, "MainPID", "u")));
+    return {hasJob, activeState, isRunning, text(serviceInterface, "Result"),
             static_cast<std::int32_t>(number(serviceInterface, "ExecMainStatus", "i"))};
   }
 
@@ -161,7 +161,7 @@ class Service {
     return value;
   }
 
-  /// The number that a value is or begins with.
+  /// A property's value, or the first number of its structure.
   std::uint32_t number(const char* interface, const char* name, const char* type) const {
     auto reply = property(interface, name, type);
     std::uint32_t value = 0;
@@ -170,7 +170,8 @@ class Service {
     return value;
   }
 
-  /// Until the process executes the application it runs a program of systemd's, which one depends on the version.
+  /// Whether a process runs the application. Before that it runs a program of systemd; which one depends on the
+  /// version.
   static bool runsApplication(std::int32_t pid) {
     auto image = pid > 0 ? executablePath(pid) : std::nullopt, manager = executablePath(1);
     auto folder = [](const std::string& path) { return path.substr(0, path.rfind('/')); };

@@ -1,4 +1,4 @@
-// Having systemd, where it is process 1, start an application.
+// Starts an application through systemd, where systemd is process 1.
 #pragma once
 
 #include <cstdint>
@@ -11,25 +11,26 @@
 
 namespace platform {
 
-/// Has process 1 start the executable at `path` as a transient service among its user's processes: as the identity
-/// says, with its environment as in completeEnvironment() and the limits of its user (PAM), in the home folder or else
-/// "/". Nothing is handed on of this process's limits, sandbox, namespaces and control group. The service lasts as long
-/// as any process in it, and ends with user@UID.service. `path` is in bytes that are UTF-8, or it fails. `identifier`,
-/// the application's, becomes part of the service's name. Blocks until the application runs, at most half a minute. Any
-/// thread.
+/// Starts the executable at `path` as a transient service of process 1, among the processes of its user. Blocks until
+/// the application runs, at most 30 seconds. Any thread.
+/// - It has the given identity, the environment completed by completeEnvironment(), the user's limits (PAM), and the
+///   home folder or "/" as working directory.
+/// - It inherits nothing from this process: no limits, sandbox, namespaces or control group.
+/// - The service lasts as long as any process in it, and ends with user@UID.service.
+/// - `path` must be UTF-8. `identifier`, the application's bundle identifier, becomes part of the service's name.
 Result<void> startTransientService(const std::string& identifier, const std::string& path,
                                    const std::vector<std::string>& arguments, const ApplicationIdentity& identity);
 
-/// How far systemd has got with a service (org.freedesktop.systemd1(5)).
+/// The state of a service (org.freedesktop.systemd1(5)).
 struct ServiceState {
-  bool hasJob;              ///< its start is still to come or under way
-  std::string activeState;  ///< as systemd writes it
-  bool runsApplication;     ///< its main process has executed what it was to
-  std::string result;       ///< "success", or how it failed
-  std::int32_t exitStatus;  ///< of the main process
+  bool hasJob;              ///< its start is queued or in progress
+  std::string activeState;  ///< property ActiveState
+  bool runsApplication;     ///< its main process has executed the application
+  std::string result;       ///< "success" or the kind of failure
+  std::int32_t exitStatus;  ///< exit status of the main process
 };
 
-/// What has become of the start; absent while that is open.
+/// The outcome of the start; absent while it is undecided.
 std::optional<Result<void>> outcomeOfStart(const ServiceState& state);
 
 }  // namespace platform

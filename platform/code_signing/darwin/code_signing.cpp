@@ -22,7 +22,7 @@ Result<CFOwner<SecRequirementRef>> parse(const std::string& text) {
 Result<void> checkFile(const std::string& path, const std::string& requirementText) {
   CFOwner<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()), false));
-  if (!url) return Failure(noSuchFile, path + " is no path");
+  if (!url) return Failure(noSuchFile, path + " is not a path");
   auto code = make<SecStaticCodeRef>(
       [&](auto* result) { return SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, result); });
   if (!code) return code.error();

@@ -1,4 +1,4 @@
-// Requirements as Security has them.
+// Requirements as objects of Security.framework.
 #pragma once
 
 #include <Security/Security.h>
@@ -11,13 +11,13 @@
 
 namespace platform::code_signing {
 
-/// What a check of Security's has come to.
+/// The result of a check by Security.framework.
 inline Result<void> resultOf(Status status, const std::string& about) {
   if (status != success) return Failure(status, about + ": status " + std::to_string(status) + " of Security");
   return {};
 }
 
-/// Has `create` make an object of Security's. Fails with its Status.
+/// Makes an object of Security.framework through `create`. The number of a failure is a Status.
 template <class Reference, class Create>
 Result<CFOwner<Reference>> make(Create create) {
   Reference reference = nullptr;
@@ -27,7 +27,7 @@ Result<CFOwner<Reference>> make(Create create) {
   return object;
 }
 
-/// Reads a requirement. Fails with a Status.
+/// Parses a requirement. The number of a failure is a Status.
 Result<CFOwner<SecRequirementRef>> parse(const std::string& text);
 
 }  // namespace platform::code_signing

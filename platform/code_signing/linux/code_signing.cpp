@@ -16,7 +16,7 @@ namespace platform::code_signing {
 
 namespace {
 
-/// A state of a file: any change of its content shows in one of these.
+/// The state of a file. Any change of the content changes one of these.
 using FileState = std::tuple<dev_t, ino_t, off_t, time_t, long, time_t, long>;
 
 FileState stateOf(int descriptor) {
@@ -26,7 +26,7 @@ FileState stateOf(int descriptor) {
           status.st_mtim.tv_nsec, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
 }
 
-/// Signatures of files whose payload has been verified.
+/// Signatures of files whose payload has been verified. Main thread.
 std::map<FileState, CodeSignature>& verifiedFiles() {
   static std::map<FileState, CodeSignature> files;
   return files;
@@ -43,14 +43,15 @@ Result<void> checkRequirement(const CodeRequirement& requirement, const std::str
 
 Result<void> checkOpenFile(int descriptor, const std::string& requirementText) {
   auto requirement = CodeRequirement::parse(requirementText);
-  if (!requirement) return Failure(requirementInvalid, "is to satisfy what is no requirement: " + requirementText);
+  if (!requirement)
+    return Failure(requirementInvalid, "cannot be checked against an invalid requirement: " + requirementText);
 
   auto& files = verifiedFiles();
   auto state = stateOf(descriptor);
   if (auto found = files.find(state); found != files.end()) {
     return checkRequirement(*requirement, requirementText, found->second);
   }
-  // The digest comes last: reading a large file through is only worth it when all else is in order.
+  // The digest comes last, because reading a large file is only worthwhile if everything else is in order.
   auto signature = readSignatureOfFile(descriptor, anchorPEM);
   if (!signature) return signature.error();
   if (auto satisfied = checkRequirement(*requirement, requirementText, *signature); !satisfied) return satisfied;
@@ -60,7 +61,7 @@ Result<void> checkOpenFile(int descriptor, const std::string& requirementText) {
   return {};
 }
 
-/// A file that was, or could not be, opened.
+/// Checks the result of opening a file.
 Result<void> checkOpened(const Result<FileDescriptor>& file, const std::string& path, const std::string& requirement) {
   if (!file) {
     const int number = file.error().number;

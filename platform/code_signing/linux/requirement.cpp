@@ -12,8 +12,8 @@ namespace {
 
 constexpr int maximumNesting = 64;
 
-/// The certificate at a position of the chain, counted from the leaf, or from the anchor when negative; null when the
-/// chain is shorter.
+/// The certificate at a position of the chain, counted from the leaf or, if negative, from the anchor; null if the
+/// chain is too short.
 X509* certificateAt(const CodeSignature& signature, int position) {
   auto length = static_cast<int>(signature.chain.size());
   if (position < 0) position += length;
@@ -25,10 +25,10 @@ bool hasSubject(X509* certificate, int attribute, const std::string& expected) {
   for (int index = -1; (index = X509_NAME_get_index_by_NID(name, attribute, index)) >= 0;) {
     unsigned char* text = nullptr;
     int length = ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, index)));
-    bool equal =
+    bool isEqual =
         length >= 0 && expected == std::string_view(reinterpret_cast<char*>(text), static_cast<std::size_t>(length));
     OPENSSL_free(text);
-    if (equal) return true;
+    if (isEqual) return true;
   }
   return false;
 }
@@ -44,7 +44,7 @@ bool isWordCharacter(char character) {
 
 }  // namespace
 
-/// Recursive descent; each rule returns the test that its text stands for.
+/// A recursive-descent parser. Each rule returns the predicate for its text.
 class RequirementParser {
  public:
   explicit RequirementParser(std::string_view text) : text_(text) {}
@@ -92,7 +92,7 @@ class RequirementParser {
     if (acceptWord("anchor")) {
       expectWord("apple");
       expectWord("generic");
-      // No signature is read at all unless its chain ends at the anchor.
+      // Signatures are accepted only if their chain ends at the anchor.
       return [](const CodeSignature& signature) { return !signature.chain.empty(); };
     }
     if (acceptWord("identifier")) {
@@ -112,7 +112,7 @@ class RequirementParser {
     auto kind = word.substr(0, dot);
     std::string name(dot == word.npos ? "" : word.substr(dot + 1));
     expect("]");
-    // OpenSSL takes names of objects too, hence the look at the first character.
+    // The first character is checked because OpenSSL also accepts object names.
     if (kind == "field" && !name.empty() && name[0] >= '0' && name[0] <= '9') {
       std::shared_ptr<ASN1_OBJECT> field(OBJ_txt2obj(name.c_str(), 1), ASN1_OBJECT_free);
       if (!field) throw syntaxError(start, "an object identifier");

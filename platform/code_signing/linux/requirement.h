@@ -1,4 +1,4 @@
-// Requirements on code signatures, in the part of Apple's requirement language that reads
+// Requirements on code signatures, in a subset of Apple's requirement language:
 //
 //     expression  = expression "or" expression | expression "and" expression | "!" expression | "(" expression ")"
 //                 | "anchor apple generic" | "identifier" string
@@ -6,7 +6,7 @@
 //                 | "certificate" position "[subject." attribute "]" "=" string
 //     position    = "leaf" | "anchor" | "root" | number        (0: leaf; -1: anchor)
 //
-// where "!" binds tightest and "or" loosest. The anchor is the compiled-in root.
+// "!" binds tightest and "or" loosest. The anchor is one of the compiled-in roots.
 #pragma once
 
 #include <functional>
@@ -20,7 +20,7 @@ namespace platform::code_signing {
 
 class CodeRequirement {
  public:
-  /// Fails when the text is not of the language; the sentence says what is wrong at which byte.
+  /// Fails if the text does not follow the grammar; the sentence says what was expected at which byte.
   static Result<CodeRequirement> parse(std::string_view text);
 
   bool isSatisfiedBy(const CodeSignature& signature) const { return predicate_(signature); }

@@ -8,8 +8,8 @@
 
 namespace platform::code_signing {
 
-/// Checks the image that a process runs, as checkFile() does a file. What is found is true of the process only if it
-/// has not ended meanwhile.
+/// Checks the image that a process runs, as checkFile() checks a file. The result belongs to the process only if it is
+/// still alive afterwards.
 Result<void> checkRunningImage(std::int32_t pid, const std::string& requirement);
 
 }  // namespace platform::code_signing

@@ -48,7 +48,7 @@ BIOPointer bioOf(const void* bytes, std::size_t size) {
   return BIOPointer(BIO_new_mem_buf(bytes, static_cast<int>(size)));
 }
 
-/// The certificates of the trusted roots; none when one of them cannot be read.
+/// The certificates of the trusted roots; null if one of them cannot be read.
 StorePointer trustedRoots(const std::string& anchorText) {
   auto text = bioOf(anchorText.data(), anchorText.size());
   StorePointer store(X509_STORE_new());
@@ -57,17 +57,17 @@ StorePointer trustedRoots(const std::string& anchorText) {
     if (!store || X509_STORE_add_cert(store.get(), root.get()) != 1) return nullptr;
     ++count;
   }
-  bool readAll = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
-  return count > 0 && readAll ? std::move(store) : nullptr;
+  bool isComplete = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
+  return count > 0 && isComplete ? std::move(store) : nullptr;
 }
 
-/// The chain of the leaf up to one of the roots; empty when there is none.
+/// The chain from the leaf to one of the roots; empty if there is none.
 std::vector<std::shared_ptr<X509>> verifiedChain(X509* leaf, STACK_OF(X509) * untrusted,
                                                  const std::string& anchorText) {
   auto store = trustedRoots(anchorText);
   StoreContextPointer context(X509_STORE_CTX_new());
   if (!store || !context || X509_STORE_CTX_init(context.get(), store.get(), leaf, untrusted) != 1) return {};
-  // There is no trusted time stamp, and an installed application must not stop working on a date.
+  // Signatures have no trusted time stamp, and an installed application must not stop working on a certain date.
   X509_STORE_CTX_set_flags(context.get(), X509_V_FLAG_NO_CHECK_TIME);
   if (X509_verify_cert(context.get()) != 1) return {};
 
@@ -81,9 +81,9 @@ std::vector<std::shared_ptr<X509>> verifiedChain(X509* leaf, STACK_OF(X509) * un
   return chain;
 }
 
-const Failure damaged(signatureFailed, "has a signature that is damaged");
+const Failure damaged(signatureFailed, "has a damaged signature");
 
-/// Reads the code directory into the signature; false unless it is exactly of its form.
+/// Reads the code directory into the signature; false unless it has exactly the documented form.
 bool readCodeDirectory(std::string_view text, CodeSignature& signature) {
   boost::system::error_code error;
   auto parsed = boost::json::parse({text.data(), text.size()}, error);
@@ -117,7 +117,8 @@ Result<CodeSignature> verifySignature(std::span<const std::uint8_t> bytes, const
   if (!digest || OBJ_obj2nid(digest->algorithm) != NID_sha256) return damaged;
 
   BIOPointer content(BIO_new(BIO_s_mem()));
-  constexpr unsigned flags = CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY;  // the chain is verified below, to be kept
+  // the chain is verified below, where it can be kept
+  constexpr unsigned flags = CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY;
   if (!content || CMS_verify(cms.get(), nullptr, nullptr, nullptr, content.get(), flags) != 1) return damaged;
   STACK_OF(X509)* found = CMS_get0_signers(cms.get());
   X509* leaf = found && sk_X509_num(found) == 1 ? sk_X509_value(found, 0) : nullptr;
@@ -166,7 +167,7 @@ Result<CodeSignature> readSignature(std::span<const std::uint8_t> cms, const std
 Result<CodeSignature> readSignatureOfFile(int descriptor, const std::string& anchor) {
   struct stat status;
   std::array<std::uint8_t, trailerSize> trailer;
-  if (fstat(descriptor, &status) != 0) return Failure(noSuchFile, "cannot be looked at");
+  if (fstat(descriptor, &status) != 0) return Failure(noSuchFile, "cannot be examined");
   auto size = static_cast<std::uint64_t>(status.st_size);
   if (size < trailerSize || !readAt(descriptor, trailer, size - trailerSize) ||
       std::memcmp(trailer.data() + 8, magic.data(), magic.size()) != 0) {

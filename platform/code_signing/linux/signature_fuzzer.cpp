@@ -1,5 +1,4 @@
-// Hostile files, and what their signatures would be. The seeds are signed under a root of their own, whose keys are
-// gone.
+// Hostile files and signatures. The seeds were signed under a test root whose keys have been deleted.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -16,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     std::ifstream file(ANCHOR_FILE);
     return std::string(std::istreambuf_iterator<char>(file), {});
   }();
-  // Whatever verifies is what was signed.
+  // Only what was signed verifies.
   auto check = [](const platform::Result<CodeSignature>& signature) {
     if (signature && (signature->identifier != "com.example.brimo" || signature->payloadSize != 3)) std::abort();
   };

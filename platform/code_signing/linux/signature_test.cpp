@@ -14,7 +14,7 @@ using test::writeFile;
 
 class CodeSignatureTest : public test::SigningFixture {
  protected:
-  /// Verifies a file of the given content as admission does, payload last.
+  /// Verifies a file with the given content as admission does, with the payload last.
   Result<CodeSignature> read(const std::string& content, const std::string& root = anchor) {
     writeFile(*folder / "checked", content);
     FileDescriptor file(open((*folder / "checked").c_str(), O_RDONLY | O_CLOEXEC));
@@ -26,7 +26,7 @@ class CodeSignatureTest : public test::SigningFixture {
     return read(content, root).error().number;
   }
 
-  /// A payload signed by the openssl command with options of the test's choice.
+  /// A payload signed by the openssl command with the given options.
   std::string signedWith(const std::string& payload, const std::string& directory, const std::string& options) {
     writeFile(*folder / "directory", directory);
     run(fmt::format("cd {} && openssl cms -sign -binary -in {} -outform DER -out {} -inkey leaf.key {}",
@@ -81,7 +81,8 @@ TEST_F(CodeSignatureTest, ASignatureMadeElsewhereIsAttached) {
 TEST_F(CodeSignatureTest, NoChangedByteGoesUnnoticed) {
   auto original = readFile(*folder / "signed");
   auto genuine = read(original).value();
-  // All of the signature, and some of the payload. What CMS leaves unsigned may differ; who signed what may not.
+  // Every byte of the signature and some of the payload. CMS leaves some bytes unsigned, which may differ, but not the
+  // signer or the content.
   for (std::size_t position = 0; position < original.size(); position += position < 100'000 ? 9'999 : 1) {
     auto changed = original;
     changed[position] = static_cast<char>(changed[position] ^ 0x01);

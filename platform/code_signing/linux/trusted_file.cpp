@@ -17,20 +17,20 @@ namespace platform {
 
 namespace {
 
-constexpr int maximumLinks = 40;  // as the kernel's own path walk (path_resolution(7))
+constexpr int maximumLinks = 40;  // the limit of the kernel's own path walk (path_resolution(7))
 
-/// What is wrong with a file or folder that only root should be able to change; empty when nothing is.
+/// Why others than root may be able to change a file or folder; empty if they cannot.
 std::string distrust(const struct stat& status, const struct statfs& fileSystem, mode_t type) {
-  if ((status.st_mode & S_IFMT) != type) return type == S_IFDIR ? "is no folder" : "is no regular file";
-  if (status.st_uid != 0) return fmt::format("may be changed by user {}, whose it is", status.st_uid);
+  if ((status.st_mode & S_IFMT) != type) return type == S_IFDIR ? "is not a folder" : "is not a regular file";
+  if (status.st_uid != 0) return fmt::format("may be changed by its owner, user {}", status.st_uid);
   if (status.st_mode & S_IWGRP) return fmt::format("may be changed by the group {}", status.st_gid);
   if (status.st_mode & S_IWOTH) return "may be changed by everybody";
-  // A user's own file system server may claim any owner and mode.
+  // A user's file system server may report any owner and mode.
   if (fileSystem.f_type == FUSE_SUPER_MAGIC) return "lies on a file system that a user serves (FUSE)";
   return {};
 }
 
-/// Fails unless only root can change what the descriptor names, which must be of the given type (S_IFREG or S_IFDIR).
+/// Fails unless only root can change the open file, which must have the given type (S_IFREG or S_IFDIR).
 Result<void> checkTrust(int descriptor, mode_t type, const std::string& path) {
   struct stat status;
   struct statfs fileSystem;
@@ -39,7 +39,7 @@ Result<void> checkTrust(int descriptor, mode_t type, const std::string& path) {
   return {};
 }
 
-/// Puts the components of a path before the rest of the way.
+/// Inserts the components of a path before the remaining ones.
 void prepend(std::list<std::string>& rest, std::string_view path) {
   std::list<std::string> components;
   while (!path.empty()) {
@@ -50,7 +50,7 @@ void prepend(std::list<std::string>& rest, std::string_view path) {
   rest.splice(rest.begin(), components);
 }
 
-/// Walks a path through trusted folders only. The result is opened with O_PATH.
+/// Walks a path through trusted folders only. The result is open with O_PATH.
 Result<FileDescriptor> walk(const std::string& path, mode_t type) {
   if (!path.starts_with('/') || path.size() >= PATH_MAX) return failureOf(EINVAL, path);
   auto root = [] { return FileDescriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)); };
@@ -83,7 +83,7 @@ Result<FileDescriptor> walk(const std::string& path, mode_t type) {
   return current;
 }
 
-/// Opens for reading what is open with O_PATH.
+/// Opens for reading a file that is open with O_PATH.
 Result<FileDescriptor> openAgain(int descriptor) {
   FileDescriptor file(open(fmt::format("/proc/self/fd/{}", descriptor).c_str(), O_RDONLY | O_CLOEXEC));
   if (!file) return lastFailure();
@@ -99,9 +99,10 @@ Result<FileDescriptor> openTrustedFile(const std::string& path) {
 }
 
 Result<FileDescriptor> openTrustedImage(std::int32_t pid) {
-  // In this order: what the process names is followed only when nobody but root can have made it run the image.
+  // In this order: the path is walked only after it is certain that nobody but root can have made the process run the
+  // image.
   auto image = openImage(pid);
-  if (!image && image.error().number == EPERM) return Failure(EPERM, "it runs from a mount that is not root's");
+  if (!image && image.error().number == EPERM) return Failure(EPERM, "it runs from a mount that root did not make");
   if (!image) return image;
   auto path = executablePath(pid);
   if (!path) return failureOf(ENOENT, "the executable");

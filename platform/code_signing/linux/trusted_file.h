@@ -1,4 +1,4 @@
-// Files that nobody but root can change.
+// Files that only root can change.
 #pragma once
 
 #include <string>
@@ -8,14 +8,14 @@
 
 namespace platform {
 
-/// Opens a regular file for reading, provided that root owns it, nobody else may write it, and the same holds of every
-/// folder on the way to it. Symbolic links are followed where they stand in such folders. Fails with
-/// EPERM when others could change the file or it is not a regular one. Never waits on a FIFO or a device.
+/// Opens a regular file for reading if root owns it and nobody else may write it, and the same holds for every folder
+/// on its path. Symbolic links in such folders are followed. Fails with EPERM if others could change the file or it is
+/// not regular. Never waits for a FIFO or device.
 Result<FileDescriptor> openTrustedFile(const std::string& path);
 
-/// Opens the file that a process runs, under the same conditions, provided that it lies on a mount of the process's own
-/// mount namespace, and the process in this one's user namespace. The file is the one that runs even when its path
-/// names another by now. Never waits for a file system that a user serves.
+/// Opens the file that a process runs, under the same conditions. In addition, the file must be on a mount of the
+/// process's own mount namespace, and the process must share this one's user namespace. This is the running file even
+/// if its path now leads to another one. Never waits for a file system that a user serves.
 Result<FileDescriptor> openTrustedImage(std::int32_t pid);
 
 }  // namespace platform

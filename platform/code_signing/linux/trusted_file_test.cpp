@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-/// Files below a folder that only root may write, on the way from "/" too. Needs root, as does the helper.
+/// Files in a folder that only root may write, like all folders above it. Needs root, as the helper does.
 class TrustedFileTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -72,7 +72,7 @@ TEST_F(TrustedFileTest, FollowsLinksOnlyThroughTrustedFolders) {
   EXPECT_EQ(openError(folder / "absolute"), 0);
   EXPECT_EQ(openError(folder / "loop"), ELOOP);
 
-  // A link in a folder of another's, and one that leads through such a folder, may point elsewhere tomorrow.
+  // A link in another user's folder, or one that leads through such a folder, may lead elsewhere tomorrow.
   std::filesystem::create_directory(folder / "theirs");
   std::filesystem::create_symlink(file, folder / "theirs/link");
   std::filesystem::create_symlink("theirs/link", folder / "detour");
@@ -85,7 +85,7 @@ TEST_F(TrustedFileTest, FollowsLinksOnlyThroughTrustedFolders) {
 TEST_F(TrustedFileTest, OpensTheImageOfAProcess) {
   test::RunningCopy process(folder / "inner/image");
   EXPECT_TRUE(openTrustedImage(process.pid()));
-  // Its path may name another file by now, but the folders must be in order.
+  // Its path may lead to another file by now, but the folders must still be trusted.
   std::filesystem::remove(folder / "inner/image");
   EXPECT_TRUE(openTrustedImage(process.pid()));
   chmod((folder / "inner").c_str(), 0777);

@@ -10,10 +10,10 @@ namespace platform::ipc {
 
 namespace {
 
-/// What XPC's queue leaves for the waiting thread. Shared with the blocks that XPC keeps.
+/// Events that XPC's queue leaves for the waiting thread. Shared with blocks that XPC keeps.
 class Inbox {
  public:
-  /// Adds an event of a connection; of one that has been closed, or has told its end, nothing is taken.
+  /// Adds an event of a connection, unless the connection has been closed or has reported its end.
   void add(std::uint64_t connection, ClientChannel::Event event) {
     std::lock_guard lock(mutex_);
     if (connection != open_) return;
@@ -22,7 +22,7 @@ class Inbox {
     changed_.notify_all();
   }
 
-  /// Forgets what an earlier connection left. 0: no connection is open.
+  /// Sets the open connection, 0 for none, and drops the events of earlier ones.
   void setOpen(std::uint64_t connection) {
     std::lock_guard lock(mutex_);
     open_ = connection;
@@ -63,7 +63,8 @@ class Inbox {
 };
 
 ClientChannel::End endOf(xpc_object_t error) {
-  // XPC looks for the service when the first message is sent. A service that refuses its peer, or ends, interrupts.
+  // XPC looks up the service when the first message is sent, and reports a missing one as invalid. A service that
+  // refuses its peer, or ends, interrupts the connection.
   return {.wasReached = error != XPC_ERROR_CONNECTION_INVALID, .reason = descriptionOf(error)};
 }
 
@@ -90,8 +91,8 @@ class ClientChannel::Implementation {
     xpc_connection_resume(connection_.get());
   }
 
-  // XPC would start the service anew for a message that follows its end; but then it would not be the one that this
-  // connection's requests were made to.
+  // For a message after the service's end, XPC would start a new service; but the earlier requests were made to the old
+  // one. So the end of the service ends the connection.
   void close() {
     inbox_->setOpen(0);
     if (connection_) xpc_connection_cancel(connection_.get());
@@ -99,7 +100,7 @@ class ClientChannel::Implementation {
   }
 
   bool send(std::uint64_t id, const Dictionary& request) {
-    if (!connection_) return true;  // its end is on the way
+    if (!connection_) return true;  // the connection's end is about to be reported
     auto message = darwin::XPCObject::adopt(xpc_dictionary_create(nullptr, nullptr, 0));
     setValues(message.get(), request);
     auto inbox = inbox_;
@@ -132,7 +133,7 @@ class ClientChannel::Implementation {
   darwin::DispatchQueue queue_;
   std::shared_ptr<Inbox> inbox_ = std::make_shared<Inbox>();
   darwin::XPCConnection connection_;
-  std::uint64_t number_ = 0;  // of the connection
+  std::uint64_t number_ = 0;  // number of the connection
 };
 
 ClientChannel::ClientChannel() : implementation_(std::make_unique<Implementation>()) {}
@@ -146,7 +147,7 @@ void ClientChannel::close() {
 bool ClientChannel::send(std::uint64_t id, const Dictionary& request) {
   return implementation_->send(id, request);
 }
-// XPC has taken it.
+// XPC already has the request.
 void ClientChannel::withdraw(std::uint64_t) {}
 std::optional<ClientChannel::Event> ClientChannel::next() {
   return implementation_->next();

@@ -8,7 +8,7 @@
 namespace platform::ipc {
 
 struct Connection::Implementation::Delivery {
-  // Shared, so that a handler that drops its own connection outlives its call.
+  // Shared, so that a handler that drops its own connection stays alive until it returns.
   std::shared_ptr<const std::function<void(const Event&)>> handler;
 
   void deliver(xpc_object_t object);
@@ -18,7 +18,7 @@ namespace {
 
 Message messageOf(xpc_object_t object) {
   Message message{.dictionary = dictionaryOf(object), .sender = std::make_shared<Sender>(object), .reply = {}};
-  // Null when the client expects none.
+  // Null if the client expects no reply.
   auto reply = darwin::XPCObject::adopt(xpc_dictionary_create_reply(object));
   auto connection = darwin::XPCConnection::share(xpc_dictionary_get_remote_connection(object));
   if (reply && connection) {
@@ -40,7 +40,7 @@ Error errorOf(xpc_object_t object) {
 }
 
 void Connection::Implementation::Delivery::deliver(xpc_object_t object) {
-  // Nothing follows this error: whatever the handler keeps, the connection among it, is let go.
+  // No event follows this error, so the handler and what it holds, such as the connection, are released.
   auto current = object == XPC_ERROR_CONNECTION_INVALID ? std::exchange(handler, nullptr) : handler;
   if (!current) return;
   auto type = xpc_get_type(object);

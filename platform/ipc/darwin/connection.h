@@ -1,4 +1,4 @@
-// A connection that the listener was handed by XPC.
+// A connection that XPC passed to the listener.
 #pragma once
 
 #include "platform/ipc/darwin/xpc_reference.h"
@@ -6,7 +6,7 @@
 
 namespace platform::ipc {
 
-/// The error that an XPC object stands for; `other` for an object that is none.
+/// The error that an XPC object stands for; `other` if it is not an error.
 Error errorOf(xpc_object_t object);
 
 class Connection::Implementation final : public Connection {
@@ -23,12 +23,12 @@ class Connection::Implementation final : public Connection {
   void resume() override;
   void cancel() override;
 
-  /// Tells the handler that this process is about to end, which is the last that it is told: what the peer has sent and
-  /// was not carried out yet never is.
+  /// Tells the handler that this process is about to end. No event follows: messages of the peer that have not been
+  /// delivered by then never are.
   void terminate();
 
  private:
-  /// Kept by XPC as well, for as long as events may come.
+  /// Shared with XPC as long as events may come.
   struct Delivery;
 
   darwin::XPCConnection connection_;

@@ -1,4 +1,4 @@
-// Messages through XPC, over an anonymous listener in place of a service's.
+// Messages through XPC, with an anonymous listener in place of a service's.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -36,7 +36,7 @@ TEST(IPCValues, KeepTheirTypesAndOthersAreLeftOut) {
   EXPECT_EQ(dictionaryOf(message.get()), everyType);
 }
 
-/// What the service's side of a connection saw.
+/// What the service side of a connection received.
 struct Seen {
   int messages = 0;
 };
@@ -45,7 +45,7 @@ void handle(Seen& seen, const Event& event) {
   if (const auto* message = std::get_if<Message>(&event)) {
     ++seen.messages;
     if (!message->reply) return;
-    // This process's own signature is not Apple's.
+    // This process is not signed by Apple.
     Dictionary answer = message->dictionary;
     answer.set("apple", checkSender(*message->sender, "anchor apple").has_value());
     answer.set("status", std::int64_t{checkSender(*message->sender, "anchor anchor").error().number});
@@ -56,7 +56,7 @@ void handle(Seen& seen, const Event& event) {
   }
 }
 
-/// Sends one message that wants no reply and one that does, and leaves.
+/// Sends one message without and one with an expected reply, then closes the connection.
 void runClient(xpc_endpoint_t endpoint) {
   auto connection = XPCConnection::adopt(xpc_connection_create_from_endpoint(endpoint));
   xpc_connection_set_event_handler(connection.get(), ^(xpc_object_t){

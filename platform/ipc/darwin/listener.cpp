@@ -25,7 +25,7 @@ class Listener::Implementation final : public Listener {
       terminate();
     });
   }
-  // Neither may be released before it was activated.
+  // Neither may be released before it has been activated.
   ~Implementation() override {
     xpc_connection_cancel(service_.get());
     xpc_connection_activate(service_.get());
@@ -45,22 +45,22 @@ class Listener::Implementation final : public Listener {
   }
 
   void resume() override {
-    // The source hears of it all the same (signal(3), dispatch_source_create(3)).
+    // The dispatch source sees ignored signals too (dispatch_source_create(3)).
     signal(SIGTERM, SIG_IGN);
     dispatch_activate(termination_.get());
     xpc_connection_resume(service_.get());
   }
 
  private:
-  // XPC tells of a termination only where it counts transactions, and an idle client is none.
+  // XPC reports termination only to services with open transactions; an idle client holds none.
   void terminate() {
-    // A handler may close any of the connections.
+    // A copy, because a handler may close any of the connections.
     auto connections = connections_;
     for (const auto& weak : connections) {
       if (auto connection = weak.lock()) connection->terminate();
     }
     isTerminating_ = true;
-    // What is on its way on the main queue, the end of a connection for one, is still delivered.
+    // Events that are already on the main queue, such as the end of a connection, are still delivered.
     dispatch_async(dispatch_get_main_queue(), ^{
       std::exit(EXIT_SUCCESS);
     });
@@ -74,7 +74,7 @@ class Listener::Implementation final : public Listener {
 
 namespace {
 
-/// launchd gives a daemon 256 descriptors, which as many clients or 128 router probes take up.
+/// launchd limits a daemon to 256 descriptors, which as many clients, or 128 router probes, would use up.
 void raiseDescriptorLimit() {
   constexpr rlim_t wanted = 4'096;
   rlimit limit;
@@ -89,7 +89,7 @@ Result<std::unique_ptr<Listener>> Listener::create(const ServiceSettings& settin
   raiseDescriptorLimit();
   auto service = darwin::XPCConnection::adopt(xpc_connection_create_mach_service(
       settings.name.c_str(), dispatch_get_main_queue(), XPC_CONNECTION_MACH_SERVICE_LISTENER));
-  if (!service) return Failure(0, settings.name + " is not to be had");
+  if (!service) return Failure(0, settings.name + " cannot be registered");
   return std::make_unique<Implementation>(std::move(service));
 }
 

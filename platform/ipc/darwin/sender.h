@@ -6,7 +6,7 @@
 
 namespace platform::ipc {
 
-/// The message itself is what attests its sender.
+/// Holds the message, because the message itself attests its sender.
 class Sender {
  public:
   explicit Sender(xpc_object_t message) : message_(darwin::XPCObject::share(message)) {}

@@ -23,13 +23,13 @@ std::optional<Value> valueOf(xpc_object_t object) {
   return std::nullopt;
 }
 
-/// Sets one value, whatever its type.
+/// Sets a value of any type.
 struct Setter {
   xpc_object_t message;
   const char* key;
   void operator()(const std::string& text) const { xpc_dictionary_set_string(message, key, text.c_str()); }
   void operator()(const Data& data) const {
-    // No null pointer is taken, even for nothing.
+    // Null pointers are not accepted, even for empty data.
     xpc_dictionary_set_data(message, key, data.empty() ? "" : static_cast<const void*>(data.data()), data.size());
   }
   void operator()(bool value) const { xpc_dictionary_set_bool(message, key, value); }

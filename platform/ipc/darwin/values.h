@@ -1,4 +1,4 @@
-// Typed dictionaries as XPC carries them.
+// Conversion between typed dictionaries and XPC dictionaries.
 #pragma once
 
 #include <string>
@@ -8,13 +8,14 @@
 
 namespace platform::ipc {
 
-/// The values of the types that messages have; others, and texts that are not UTF-8, are left out.
+/// The values of an XPC dictionary. Values of types that messages do not have, and texts that are not UTF-8, are left
+/// out.
 Dictionary dictionaryOf(xpc_object_t message);
 
-/// Sets the values in an XPC dictionary. A text ends at its first zero byte.
+/// Sets values in an XPC dictionary. A text ends at its first zero byte.
 void setValues(xpc_object_t message, const Dictionary& dictionary);
 
-/// What XPC says of an object, for log lines.
+/// XPC's description of an object, for log lines.
 std::string descriptionOf(xpc_object_t object);
 
 }  // namespace platform::ipc

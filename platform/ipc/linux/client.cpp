@@ -34,7 +34,7 @@ class ClientChannel::Implementation {
       return;
     }
     int error = address ? errno : ENAMETOOLONG;
-    // A full queue of connections that wait to be accepted (unix(7)) is no absence.
+    // EAGAIN means that the queue of the listening socket is full (unix(7)), so the service exists.
     end_ = End{.wasReached = error == EAGAIN,
                .reason = "cannot reach the helper at " + path + ": " + std::generic_category().message(error)};
   }
@@ -53,9 +53,9 @@ class ClientChannel::Implementation {
     auto bytes = encodeFrame({.id = id, .dictionary = request});
     if (!bytes) return false;
     outgoing_.push_back({id, std::move(*bytes)});
-    // The service speaks first: what is said before its greeting would make it hang up.
+    // Nothing may be sent before the service's greeting: the service would close the connection.
     if (isGreeted_ && outgoing_.size() == 1) flush();
-    // The waiting thread is to watch for room as well.
+    // Wakes the waiting thread, which must now wait until the socket is writable too.
     if (isGreeted_ && outgoing_.size() == 1) wake();
     return true;
   }
@@ -70,7 +70,7 @@ class ClientChannel::Implementation {
       if (auto frame = reader_.next()) {
         if (isGreeted_) return Reply{.id = frame->id, .dictionary = std::move(frame->dictionary)};
         greet(*frame);
-      } else if (reader_.malformed()) {
+      } else if (reader_.isMalformed()) {
         end_ = End{.wasReached = true, .reason = "the helper's answers are malformed"};
       } else if (!mayHaveMore_) {
         mayHaveMore_ = true;
@@ -92,7 +92,7 @@ class ClientChannel::Implementation {
     int timeout = -1;
     if (deadline) {
       using std::chrono::milliseconds;
-      // A later look does no harm when the deadline is days away.
+      // A distant deadline is limited to an hour; waking up early does no harm.
       auto rest = std::clamp(std::chrono::ceil<milliseconds>(*deadline - Clock::now()), milliseconds(0),
                              milliseconds(std::chrono::hours(1)));
       timeout = static_cast<int>(rest.count());
@@ -126,7 +126,7 @@ class ClientChannel::Implementation {
     end_ = End{.wasReached = true, .reason = "the endpoint is not that of " + serviceName_};
   }
 
-  /// Reads once; false when nothing is there.
+  /// Reads once; false if nothing was waiting.
   bool receive() {
     auto length = recv(socket_.get(), chunk_.data(), chunk_.size(), 0);
     if (length < 0 && errno == EINTR) return true;
@@ -147,7 +147,7 @@ class ClientChannel::Implementation {
       if (length < 0 && errno == EINTR) continue;
       if (length < 0 && errno == EAGAIN) return;
       if (length < 0) {
-        // The end is noticed when reading, after what was answered before.
+        // The end is noticed when reading, after the replies that were sent before it.
         outgoing_.clear();
         shutdown(socket_.get(), SHUT_RDWR);
         return;
@@ -164,9 +164,9 @@ class ClientChannel::Implementation {
   FileDescriptor socket_;
   FrameReader reader_;
   std::array<std::uint8_t, 65'536> chunk_;
-  bool mayHaveMore_ = true;  // than the last read brought
+  bool mayHaveMore_ = true;  // whether the last read may have left bytes in the socket
   std::deque<Outgoing> outgoing_;
-  std::size_t sent_ = 0;  // of the first outgoing one
+  std::size_t sent_ = 0;  // bytes of the first outgoing request already sent
   bool isGreeted_ = false;
   std::optional<End> end_;
 };

@@ -20,12 +20,12 @@ namespace platform::ipc {
 
 namespace {
 
-// Of small frames no more than a chunk is served in one turn of the loop; a large one may fill more.
+// Bytes read in one turn of the loop: a chunk of small frames, or more of a large one.
 constexpr std::size_t receiveChunk = 4'096, largeFrameChunk = 65'536;
 constexpr std::size_t largeFrame = 1'048'576;
 constexpr std::size_t maximumUnreadReplies = std::size_t{32} * 1024 * 1024;
 
-/// The pid of the process that wrote what a recvmsg() brought, 0 when the kernel did not say.
+/// The PID of the process that wrote the data of a recvmsg(); 0 if the kernel did not report it.
 pid_t writerOf(msghdr& header) {
   for (auto* control = CMSG_FIRSTHDR(&header); control; control = CMSG_NXTHDR(&header, control)) {
     if (control->cmsg_level == SOL_SOCKET && control->cmsg_type == SCM_CREDENTIALS) {
@@ -77,35 +77,35 @@ void Connection::Implementation::resume() {
     if (socket_ && events & (EPOLLIN | EPOLLHUP | EPOLLERR)) {
       auto received = receive();
       handleFrames();
-      if (received == Received::end || reader_.malformed()) cancel();
+      if (received == Received::end || reader_.isMalformed()) cancel();
     }
   });
   peerEnd_ = EventSource::io(sender_->process().handle(), EPOLLIN, [this](std::uint32_t) { drain(); });
   send({.id = 0, .dictionary = endpoint_->greeting});
 }
 
-// The order matters: each step makes sure of what the next one relies on, and nothing of the peer's is read.
+// The order matters: each step establishes what the next one relies on. Nothing sent by the peer is read.
 Result<void> Connection::Implementation::admitPeer() {
   if (requirement_.empty() || !sender_->takePidfd(socket_.get())) return Failure(0, "the process has ended");
-  // With namespaces of its own a process could forge its credentials and what /proc/PID/exe shows.
-  if (!sender_->sharesNamespaces()) return Failure(0, "it lives in user or pid namespaces of its own");
+  // In private namespaces, a process could forge its credentials and the target of /proc/PID/exe.
+  if (!sender_->sharesNamespaces()) return Failure(0, "it runs in user or PID namespaces of its own");
   if (endpoint_->requiredGroup && !sender_->wasGivenGroup(*endpoint_->requiredGroup)) {
     return Failure(
         0, fmt::format("it was not given the client group {} by its executable: it has connected with the group {}",
                        *endpoint_->requiredGroup, sender_->gid()));
   }
   if (auto checked = checkSender(*sender_, requirement_); !checked) return checked;
-  // What was sent by now may have been sent before the process became the one that was checked.
+  // Bytes that arrived by now may have been sent before the process executed the checked image.
   int waiting = 0;
   if (ioctl(socket_.get(), FIONREAD, &waiting) != 0) return lastFailure();
-  if (waiting != 0) return Failure(0, "it has spoken before the greeting");
+  if (waiting != 0) return Failure(0, "it sent data before the greeting");
   return {};
 }
 
-/// Reads once: what the frame that has begun lacks, or a chunk, whichever is more.
+/// Reads once: the missing bytes of the current frame or a chunk, whichever is more.
 Connection::Implementation::Received Connection::Implementation::receive() {
   std::array<std::uint8_t, largeFrameChunk> chunk;
-  // No room for more than the credentials: descriptors that a peer passes are dropped by the kernel.
+  // Room for the credentials only: the kernel then drops descriptors that a peer passes.
   alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(ucred))> control;
   iovec vector{.iov_base = chunk.data(), .iov_len = std::clamp(reader_.missing(), receiveChunk, largeFrameChunk)};
   msghdr header{};
@@ -126,17 +126,17 @@ void Connection::Implementation::handleFrames() {
     if (!frame) return;
     deliver(messageOf(std::move(*frame)));
     frame.reset();
-    // The helper idles for days; what a large message took is not to stay with it.
+    // The helper may be idle for days and should not keep the memory of a large message.
     if (reader_.frameLength() > largeFrame) malloc_trim(0);
   }
 }
 
-/// The peer has ended; what it had sent still counts, a chunk each turn.
+/// The peer has ended. What it sent before is still handled, one chunk per turn.
 void Connection::Implementation::drain() {
   auto keep = shared_from_this();
   if (receive() != Received::bytes) return cancel();
   handleFrames();
-  if (reader_.malformed()) cancel();
+  if (reader_.isMalformed()) cancel();
 }
 
 Message Connection::Implementation::messageOf(Frame frame) {
@@ -154,7 +154,7 @@ Message Connection::Implementation::messageOf(Frame frame) {
 }
 
 void Connection::Implementation::terminate() {
-  // The handler keeps the connection.
+  // Taking the handler out keeps this connection alive until it returns.
   if (auto handler = std::exchange(handler_, nullptr)) {
     (*handler)(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
   }
@@ -180,14 +180,14 @@ void Connection::Implementation::flush() {
         ::send(socket_.get(), outgoing_.data() + sent_, outgoing_.size() - sent_, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (length < 0 && errno == EINTR) continue;
     if (length < 0 && errno == EAGAIN) {
-      // Drops what was sent only now and then: each time costs a move of the rest.
+      // Sent bytes are dropped only occasionally, because each time the rest must move.
       if (sent_ > outgoing_.size() / 2) {
         outgoing_.erase(outgoing_.begin(), outgoing_.begin() + static_cast<std::ptrdiff_t>(sent_));
         sent_ = 0;
       }
       return readiness_.setEvents(EPOLLIN | EPOLLOUT);
     }
-    // A peer that no longer reads is noticed when reading from it, after what it sent has been handled.
+    // The end of the peer is noticed when reading, after everything that it sent has been handled.
     if (length < 0) break;
     sent_ += static_cast<std::size_t>(length);
   }

@@ -13,16 +13,16 @@
 
 namespace platform::ipc {
 
-/// What a listener gives its connections.
+/// Settings that a listener shares with its connections.
 struct Endpoint {
   Dictionary greeting;
-  /// Group that a peer's executable must have given it; absent: any.
+  /// Group that a peer must have received from its executable (Sender::wasGivenGroup()); absent for any.
   std::optional<gid_t> requiredGroup;
 };
 
 class Connection::Implementation final : public Connection, public std::enable_shared_from_this<Implementation> {
  public:
-  /// Takes over an accepted, non-blocking socket. `closed` is called once, when the socket is given back.
+  /// Takes ownership of an accepted, non-blocking socket. `closed` is called once, when the socket is closed.
   Implementation(FileDescriptor socket, std::shared_ptr<const Endpoint> endpoint, std::function<void()> closed);
   ~Implementation() override;
 
@@ -35,8 +35,8 @@ class Connection::Implementation final : public Connection, public std::enable_s
   void resume() override;
   void cancel() override;
 
-  /// Tells the handler that this process is about to end, which is the last that it is told: what the peer has sent and
-  /// was not carried out yet never is.
+  /// Tells the handler that this process is about to end. No event follows: messages of the peer that have not been
+  /// delivered by then never are.
   void terminate();
 
  private:
@@ -56,13 +56,13 @@ class Connection::Implementation final : public Connection, public std::enable_s
   std::function<void()> closed_;
   std::shared_ptr<Sender> sender_;
   std::string requirement_;
-  // Shared, so that a handler that cancels its own connection outlives its call.
+  // Shared, so that a handler that cancels its own connection stays alive until it returns.
   std::shared_ptr<const std::function<void(const Event&)>> handler_;
   EventSource readiness_;
   EventSource peerEnd_;
   FrameReader reader_;
   Data outgoing_;
-  std::size_t sent_ = 0;  // of outgoing_
+  std::size_t sent_ = 0;  // bytes of outgoing_ already sent
 };
 
 }  // namespace platform::ipc

@@ -7,8 +7,8 @@ namespace platform::ipc {
 namespace {
 
 constexpr double capacity = 256;
-constexpr double refill = 64;                  // a second
-constexpr std::chrono::minutes timeToFill(1);  // at most
+constexpr double refill = 64;                  // per second
+constexpr std::chrono::minutes timeToFill(1);  // upper bound of the time to fill a bucket
 constexpr std::size_t manyBuckets = 256;
 
 }  // namespace
@@ -24,7 +24,7 @@ bool ConnectionBudget::spend(uid_t user, Time now) {
   return true;
 }
 
-// A user may have many IDs (subuid(5)).
+// Bounds the memory, because one person may have many user IDs (subuid(5)).
 void ConnectionBudget::forgetTheIdle(Time now) {
   std::erase_if(buckets_, [now](const auto& entry) { return now - entry.second.filled >= timeToFill; });
 }

@@ -1,4 +1,4 @@
-// How many connections each user may make.
+// Limits the rate at which each user makes connections.
 #pragma once
 
 #include <sys/types.h>
@@ -8,13 +8,13 @@
 
 namespace platform::ipc {
 
-/// A bucket for each user: 256 connections at once pass, as at the start of many programs or from a loop of a shell,
-/// and 64 a second from then on. Time is given by the caller, and does not go back.
+/// One token bucket per user: 256 connections at once, for example from many programs starting or a shell loop, then 64
+/// per second. The caller provides the time, which must not go back.
 class ConnectionBudget {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
-  /// Whether the user may have another connection.
+  /// Uses a token of the user; false if there is none left.
   bool spend(uid_t user, Time now);
 
  private:

@@ -1,4 +1,4 @@
-// Where a service listens.
+// The address of a service's socket.
 #pragma once
 
 #include <sys/un.h>
@@ -13,7 +13,7 @@ inline std::string endpointPath(const std::string& serviceName) {
   return "/run/" + serviceName + ".socket";
 }
 
-/// The path as a socket address; absent when it is too long for one (unix(7)).
+/// The path as a socket address; absent if it is too long (unix(7)).
 inline std::optional<sockaddr_un> endpointAddress(const std::string& path) {
   sockaddr_un address{};
   if (path.size() >= sizeof address.sun_path) return std::nullopt;

@@ -16,11 +16,11 @@ namespace {
 constexpr std::size_t lengthSize = 4;
 constexpr int maximumDepth = 8;
 
-/// The head of a CBOR item, with the content of a definite-length string.
+/// The head of a CBOR item; for a string of definite length, with its content.
 struct Token {
   enum class Type { integer, negative, data, text, boolean, array, map, tag, end, other };
   Type type = Type::other;
-  bool indefinite = false;  // strings, arrays and maps that last until an `end`
+  bool isIndefinite = false;  // a string, array or map that ends with an `end`
   std::uint64_t number = 0;
   std::span<const std::uint8_t> bytes;
 
@@ -29,22 +29,22 @@ struct Token {
 
 template <Token::Type type, class Number>
 void onNumber(void* token, Number number) {
-  *static_cast<Token*>(token) = {.type = type, .indefinite = false, .number = number, .bytes = {}};
+  *static_cast<Token*>(token) = {.type = type, .isIndefinite = false, .number = number, .bytes = {}};
 }
 
 template <Token::Type type>
 void onString(void* token, cbor_data bytes, std::size_t length) {
-  *static_cast<Token*>(token) = {.type = type, .indefinite = false, .number = length, .bytes = {bytes, length}};
+  *static_cast<Token*>(token) = {.type = type, .isIndefinite = false, .number = length, .bytes = {bytes, length}};
 }
 
 template <Token::Type type>
 void onIndefinite(void* token) {
-  *static_cast<Token*>(token) = {.type = type, .indefinite = true, .number = 0, .bytes = {}};
+  *static_cast<Token*>(token) = {.type = type, .isIndefinite = true, .number = 0, .bytes = {}};
 }
 
 cbor_callbacks tokenCallbacks() {
   using Type = Token::Type;
-  cbor_callbacks callbacks = cbor_empty_callbacks;  // leaves the token as it is: other
+  cbor_callbacks callbacks = cbor_empty_callbacks;  // other items leave the token unchanged: other
   callbacks.uint8 = onNumber<Type::integer, std::uint8_t>;
   callbacks.uint16 = onNumber<Type::integer, std::uint16_t>;
   callbacks.uint32 = onNumber<Type::integer, std::uint32_t>;
@@ -67,7 +67,7 @@ cbor_callbacks tokenCallbacks() {
   return callbacks;
 }
 
-/// Malformed input; never leaves decodeFrame().
+/// Thrown for malformed input; never leaves decodeFrame().
 struct Malformed {};
 
 class Decoder {
@@ -77,12 +77,12 @@ class Decoder {
   Frame frame() {
     Frame result;
     Token outer = next();
-    if (outer.type != Token::Type::array || (!outer.indefinite && outer.number != 2)) throw Malformed();
+    if (outer.type != Token::Type::array || (!outer.isIndefinite && outer.number != 2)) throw Malformed();
     Token id = next();
     if (id.type != Token::Type::integer) throw Malformed();
     result.id = id.number;
     result.dictionary = dictionary(next());
-    if (outer.indefinite && next().type != Token::Type::end) throw Malformed();
+    if (outer.isIndefinite && next().type != Token::Type::end) throw Malformed();
     if (!rest_.empty()) throw Malformed();
     return result;
   }
@@ -101,8 +101,8 @@ class Decoder {
     return token;
   }
 
-  /// Length of the simple value (RFC 8949, section 3.3) that comes next, 0 when something else does. They are
-  /// well-formed, but libcbor refuses them.
+  /// Length of the next item if it is an unassigned simple value (RFC 8949, section 3.3), otherwise 0. These are
+  /// well-formed, but libcbor rejects them.
   std::size_t unassignedSimpleValue() const {
     if (!rest_.empty() && rest_[0] >= 0xE0 && rest_[0] <= 0xF3) return 1;
     return rest_.size() >= 2 && rest_[0] == 0xF8 && rest_[1] >= 32 ? 2 : 0;
@@ -125,12 +125,12 @@ class Decoder {
     return result;
   }
 
-  /// Calls `element` with the head of each element of an array or each key of a map.
+  /// Calls `element` with the head of each element of an array or each key of a map; it must read the rest.
   template <class Element>
   void forEach(const Token& head, Element element) {
-    for (std::uint64_t count = 0; head.indefinite || count < head.number; ++count) {
+    for (std::uint64_t count = 0; head.isIndefinite || count < head.number; ++count) {
       Token token = next();
-      if (head.indefinite && token.type == Token::Type::end) return;
+      if (head.isIndefinite && token.type == Token::Type::end) return;
       element(token);
     }
   }
@@ -169,17 +169,18 @@ class Decoder {
     return result;
   }
 
-  /// A string of indefinite length consists of definite ones of its own type (RFC 8949, section 3.2.3).
+  /// Calls `chunk` for each part of a string. One of indefinite length consists of definite ones of the same type (RFC
+  /// 8949, section 3.2.3).
   template <class Chunk>
   void forEachChunk(const Token& head, Chunk chunk) {
-    if (!head.indefinite) return chunk(head);
+    if (!head.isIndefinite) return chunk(head);
     forEach(head, [&](const Token& token) {
-      if (token.type != head.type || token.indefinite) throw Malformed();
+      if (token.type != head.type || token.isIndefinite) throw Malformed();
       chunk(token);
     });
   }
 
-  /// Reads past an item that stands `depth` levels deep.
+  /// Skips an item at nesting level `depth`.
   void skip(const Token& head, int depth) {
     switch (head.type) {
       case Token::Type::text:
@@ -208,12 +209,12 @@ class Decoder {
   std::span<const std::uint8_t> rest_;
 };
 
-/// Appends CBOR to a frame that is being built.
+/// Builds a frame.
 class Encoder {
  public:
   Data bytes = Data(lengthSize);
 
-  /// Appends the head that one of libcbor's cbor_encode_… functions writes.
+  /// Appends the head written by one of libcbor's cbor_encode_… functions.
   template <class Argument>
   void head(std::size_t (*encode)(Argument, unsigned char*, std::size_t), std::type_identity_t<Argument> argument) {
     std::array<unsigned char, 9> buffer;
@@ -275,24 +276,24 @@ void FrameReader::append(std::span<const std::uint8_t> bytes) {
 
 std::size_t FrameReader::missing() const {
   auto available = std::span(buffer_).subspan(consumed_);
-  if (malformed_ || available.size() < lengthSize) return 0;
+  if (isMalformed_ || available.size() < lengthSize) return 0;
   auto whole = lengthSize + readLength(available.data());
   return whole - std::min(whole, available.size());
 }
 
 std::optional<Frame> FrameReader::next() {
   auto available = std::span(buffer_).subspan(consumed_);
-  if (malformed_ || available.size() < lengthSize) return std::nullopt;
+  if (isMalformed_ || available.size() < lengthSize) return std::nullopt;
   std::size_t length = readLength(available.data());
-  malformed_ = length < 1 || length > maximumFrameLength;
-  if (malformed_ || available.size() - lengthSize < length) return std::nullopt;
+  isMalformed_ = length < 1 || length > maximumFrameLength;
+  if (isMalformed_ || available.size() - lengthSize < length) return std::nullopt;
 
   auto frame = decodeFrame(available.subspan(lengthSize, length));
-  malformed_ = !frame;
+  isMalformed_ = !frame;
   frameLength_ = length;
   consumed_ += lengthSize + length;
   if (consumed_ == buffer_.size()) {
-    // A large frame's memory goes back at once: connections may be idle for days.
+    // Frees the memory of a large frame at once, because connections may be idle for days.
     Data().swap(buffer_);
     consumed_ = 0;
   }

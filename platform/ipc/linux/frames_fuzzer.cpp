@@ -1,4 +1,4 @@
-// Frames of a hostile peer: whatever decodes must encode again to something that decodes to the same.
+// Frames of a hostile peer: a decoded frame survives a round trip.
 #include <cstdlib>
 
 #include "platform/ipc/linux/frames.h"

@@ -72,7 +72,7 @@ TEST(IPCFrames, RefusesWhatIsNotOneItemOfTheForm) {
            bytes({0x83, 0, 0xA0}),
            bytes({0x83, 0, 0xA0, 0}),
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x5F, 0xFF}),
-           bytes({0x82, 0x20, 0xA0}),  // not the form
+           bytes({0x82, 0x20, 0xA0}),  // wrong form
            bytes({0x82, 0, 0xA0, 0}),  // something follows
            bytes({0x82, 0, 0xA1, 0x61, 'a'}),
            bytes({0x82, 0, 0xA1, 1, 1}),                               // no value; key not a text
@@ -80,8 +80,9 @@ TEST(IPCFrames, RefusesWhatIsNotOneItemOfTheForm) {
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0x62, 0xC0, 0x80}),        // overlong text
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0x63, 0xED, 0xA0, 0x80}),  // surrogate
            bytes({0x82, 0, 0xA2, 0x61, 'a', 1, 0x61, 'a', 2}),         // key twice
-           bytes({0x82, 0, 0xA2, 0x61, 'a', 0xF6, 0x61, 'a', 2}),      // the same, once with a value left out
-           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x61, 'x', 0xFF}),   // text inside indefinite data
+           // the same key; its first value is of a type that is left out
+           bytes({0x82, 0, 0xA2, 0x61, 'a', 0xF6, 0x61, 'a', 2}),
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x61, 'x', 0xFF}),  // text inside indefinite data
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0xFF}),
            bytes({0x9F, 0, 0xA0}),                         // break out of place; no break
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0xF8, 0x10}),  // ill-formed simple value
@@ -112,7 +113,7 @@ TEST(IPCFrames, CutsTheStreamWhereverItWasBroken) {
   }
   FrameReader reader;
   std::vector<std::uint64_t> ids;
-  for (std::size_t size : {1, 7, 400, 700}) {  // pieces that end within frames, too
+  for (std::size_t size : {1, 7, 400, 700}) {  // pieces may end within frames
     ids.clear();
     for (auto rest = std::span<const std::uint8_t>(stream); !rest.empty();) {
       auto piece = rest.first(std::min(size, rest.size()));
@@ -121,26 +122,26 @@ TEST(IPCFrames, CutsTheStreamWhereverItWasBroken) {
       rest = rest.subspan(piece.size());
     }
     EXPECT_THAT(ids, testing::ElementsAre(1, 2, 3)) << size;
-    EXPECT_FALSE(reader.malformed());
+    EXPECT_FALSE(reader.isMalformed());
   }
 
-  // What came whole before a malformed frame is still had.
+  // Complete frames before a malformed one are still returned.
   reader.append(stream);
   reader.append(bytes({0, 0, 0, 0}));
   ids.clear();
   while (auto frame = reader.next()) ids.push_back(frame->id);
   EXPECT_THAT(ids, testing::ElementsAre(1, 2, 3));
-  EXPECT_TRUE(reader.malformed());
+  EXPECT_TRUE(reader.isMalformed());
 }
 
 TEST(IPCFrames, LengthIsCheckedBeforeTheContentArrives) {
   FrameReader atLimit, past;
   atLimit.append(bytes({1, 0, 0, 0}));
   EXPECT_FALSE(atLimit.next());
-  EXPECT_FALSE(atLimit.malformed());
+  EXPECT_FALSE(atLimit.isMalformed());
   past.append(bytes({1, 0, 0, 1}));
   EXPECT_FALSE(past.next());
-  EXPECT_TRUE(past.malformed());
+  EXPECT_TRUE(past.isMalformed());
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ constexpr std::size_t maximumConnections = 256;
 constexpr std::size_t maximumConnectionsPerUser = 64;
 constexpr std::uint64_t pauseAfterFailedAccept = 100'000;  // microseconds
 
-/// The listening socket that the service manager handed over, which must be the one on `path`.
+/// The listening socket that the service manager passed, if its path is `path`; empty otherwise.
 FileDescriptor activatedSocket(const std::string& path) {
   int count = sd_listen_fds(1);
   for (int descriptor = SD_LISTEN_FDS_START; descriptor < SD_LISTEN_FDS_START + count; ++descriptor) {
@@ -37,7 +37,7 @@ FileDescriptor activatedSocket(const std::string& path) {
   return {};
 }
 
-/// Binds and listens without a service manager.
+/// Binds and listens, for use without a service manager.
 Result<FileDescriptor> boundSocket(const std::string& path) {
   auto address = endpointAddress(path);
   if (!address) return failureOf(ENAMETOOLONG, path);
@@ -48,25 +48,25 @@ Result<FileDescriptor> boundSocket(const std::string& path) {
   };
   if (bindListener() != 0) {
     auto failure = lastFailure(path);
-    // A helper that was killed leaves its socket behind; one that still serves is not to be robbed of it.
+    // A killed helper leaves its socket file behind. It is replaced only if nobody is listening on it.
     FileDescriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    bool left = failure.number == EADDRINUSE && probe &&
-                connect(probe.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 &&
-                errno == ECONNREFUSED;
-    if (!left) return failure;
+    const bool isAbandoned = failure.number == EADDRINUSE && probe &&
+                             connect(probe.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 &&
+                             errno == ECONNREFUSED;
+    if (!isAbandoned) return failure;
     if (unlink(path.c_str()) != 0 || bindListener() != 0) return lastFailure(path);
   }
   if (chmod(path.c_str(), 0666) != 0 || listen(listener.get(), SOMAXCONN) != 0) return lastFailure(path);
   return listener;
 }
 
-/// Makes every recvmsg() tell who wrote what it brings.
+/// Makes every recvmsg() report who wrote the data.
 bool passCredentials(int socket) {
   int on = 1;
   return setsockopt(socket, SOL_SOCKET, SO_PASSCRED, &on, sizeof on) == 0;
 }
 
-/// The group of that name; absent when the name is empty. A group that does not exist is one that nobody is in.
+/// The ID of a group; absent if the name is empty. For a group that does not exist, an ID that no process has.
 std::optional<gid_t> groupNamed(const std::string& name) {
   if (name.empty()) return std::nullopt;
   if (const auto* entry = getgrnam(name.c_str())) return entry->gr_gid;
@@ -78,7 +78,8 @@ std::optional<gid_t> groupNamed(const std::string& name) {
 
 class Listener::Implementation final : public Listener {
  public:
-  /// `ownPath` is the socket's path if nobody else keeps it, to be removed with the service; empty under activation.
+  /// `ownPath` is the path of a socket that this process bound, to be removed at its end; empty under socket
+  /// activation.
   Implementation(FileDescriptor socket, std::string ownPath, Endpoint endpoint)
       : socket_(std::move(socket)),
         ownPath_(std::move(ownPath)),
@@ -97,13 +98,13 @@ class Listener::Implementation final : public Listener {
     FileDescriptor socket(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) {
       if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
-      // Out of descriptors or memory: the caller stays in the queue, and asking for it at once again would not help.
+      // Out of descriptors or memory. The client stays in the queue; retrying at once would not help.
       const std::string problem = lastFailure("accept").what();
       readiness_.setEvents(0);
       pause_.startTimer(pauseAfterFailedAccept);
       return handler_(Error{.kind = Error::Kind::other, .description = problem});
     }
-    // Connections that were made before this process came up have not had it from the listening socket.
+    // Connections made before this process started did not inherit the option from the listening socket.
     if (!passCredentials(socket.get())) return;
     const Sender sender(socket.get());
     const auto user = sender.uid();
@@ -129,12 +130,12 @@ class Listener::Implementation final : public Listener {
     if (!ownPath_.empty()) unlink(ownPath_.c_str());
     pause_ = {};
     readiness_ = {};
-    // A handler may close any of the connections.
+    // A copy, because a handler may close any of the connections.
     auto connections = connections_;
     for (const auto& weak : connections) {
       if (auto connection = weak.lock()) connection->terminate();
     }
-    // What is on its way on the main queue, the end of a connection for one, is still delivered.
+    // Events that are already on the main queue, such as the end of a connection, are still delivered.
     dispatch::async(dispatch::mainQueue(), [] { sd_event_exit(mainEventLoop(), 0); });
   }
 

@@ -13,7 +13,7 @@ namespace platform::ipc {
 
 namespace {
 
-constexpr int peerPidfdOption = 77;  // SO_PEERPIDFD, Linux 6.5; newer than Debian 12's headers
+constexpr int peerPidfdOption = 77;  // SO_PEERPIDFD, since Linux 6.5, missing from Debian 12's headers
 
 }  // namespace
 
@@ -32,8 +32,7 @@ bool Sender::takePidfd(int socket) {
   if (getsockopt(socket, SOL_SOCKET, peerPidfdOption, &descriptor, &length) == 0) {
     process_ = Process(pid(), FileDescriptor(descriptor));
   } else if (errno == ENOPROTOOPT) {
-    // The pid may have gone to another process since the peer connected. Then it is that process whose image is checked
-    // and whose writing is wanted.
+    // If the PID was reused, the new process is the one that is checked and must be the writer.
     process_ = Process(pid(), FileDescriptor(pidfd_open(pid(), 0)));
   }
   return process_.handle() >= 0;
@@ -46,7 +45,8 @@ bool Sender::isAlive() const {
 bool Sender::wasGivenGroup(gid_t group) const {
   if (gid_ != group) return false;
   if (uid_ == 0) return true;
-  auto groups = numbersOf(readProcessFile(pid(), "status").value_or(""), "Gid:");  // real, effective, saved, of files
+  // real, effective, saved, file system
+  auto groups = numbersOf(readProcessFile(pid(), "status").value_or(""), "Gid:");
   return groups.size() == 4 && groups[0] != group && isAlive();
 }
 
@@ -57,7 +57,7 @@ bool Sender::sharesNamespaces() const {
 
 Result<void> checkSender(const Sender& sender, const std::string& requirement) {
   auto checked = code_signing::checkRunningImage(sender.pid(), requirement);
-  // Whatever /proc said, it said it of the sender only if that has not ended meanwhile.
+  // The result belongs to the sender only if it is still alive.
   if (!sender.isAlive()) return Failure(code_signing::noSuchCode, "the process has ended");
   if (checked) return checked;
   const bool isMissing = checked.error().number == code_signing::noSuchFile;

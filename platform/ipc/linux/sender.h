@@ -12,26 +12,28 @@ namespace platform::ipc {
 
 class Sender {
  public:
-  /// What the kernel recorded when the peer connected (SO_PEERCRED, unix(7)).
+  /// Reads what the kernel recorded when the peer connected (SO_PEERCRED, unix(7)).
   explicit Sender(int socket);
 
-  std::int32_t pid() const { return process_.pid(); }  ///< 0: not in this process's pid namespace
+  std::int32_t pid() const { return process_.pid(); }  ///< 0 if the peer is not in this process's PID namespace
   uid_t uid() const { return uid_; }
   gid_t gid() const { return gid_; }
 
-  /// Takes a pidfd of the peer, from here on the one handle on it that no other process can come to stand behind.
+  /// Opens the peer's pidfd, which, unlike its PID, never refers to another process. False if that fails.
   [[nodiscard]] bool takePidfd(int socket);
-  /// The peer behind its pidfd; without one before that was taken.
+  /// The peer's process; without a handle before takePidfd().
   const Process& process() const { return process_; }
 
-  /// Whether the process has not ended. What was read under /proc/PID before is true of it if it still lives.
+  /// Whether the process is still alive. If so, what was read from /proc/PID before belongs to it. False before
+  /// takePidfd().
   bool isAlive() const;
 
-  /// Whether it has the group's right from a set-group-ID executable: it connected as of that group, and is not of it
-  /// otherwise. What a user runs by sg(1) is, and then loads what LD_PRELOAD says into such an executable. Root may be.
+  /// Whether the peer got a group from a set-group-ID executable: it connected with the group as its effective group,
+  /// and its real group is another one. Under sg(1) both are the same; the dynamic linker then obeys LD_PRELOAD, so the
+  /// user could have made the executable load any code. Root always passes if it connected with the group.
   bool wasGivenGroup(gid_t group) const;
 
-  /// Whether it lives in the same user and pid namespaces as this process.
+  /// Whether the peer is in the same user and PID namespaces as this process.
   bool sharesNamespaces() const;
 
  private:

@@ -1,4 +1,3 @@
-// Sockets that work on one interface.
 #include "platform/sockets/interface_socket.h"
 
 #include <fcntl.h>
@@ -29,8 +28,8 @@ Result<void> allowReuseOfPort(int socket) {
 
 Result<void> bindToInterface(int socket, const std::string& interfaceName) {
   const int index = static_cast<int>(if_nametoindex(interfaceName.c_str()));
-  if (index == 0) return lastFailure();  // which would lift a binding
-  sockaddr_storage own{};                // tells the family, bound or not
+  if (index == 0) return lastFailure();  // 0 would remove a binding
+  sockaddr_storage own{};                // gives the family, even if unbound
   socklen_t length = sizeof own;
   if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return lastFailure();
   const bool isIPv6 = own.ss_family == AF_INET6;
@@ -38,7 +37,7 @@ Result<void> bindToInterface(int socket, const std::string& interfaceName) {
                                  &index, sizeof index));
 }
 
-// A size above the system's limit is refused, not cut.
+// macOS rejects a size above its limit instead of reducing it.
 void enlargeReceiveBuffer(int socket) {
   constexpr int largest = 16 << 20, smallest = 1 << 18;
   for (int size = largest; size >= smallest; size /= 2) {
@@ -64,7 +63,7 @@ Result<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceN
   return std::vector<std::uint8_t>();
 }
 
-// The bound socket itself receives what is broadcast on the interface, with or without an address.
+// The bound socket itself receives broadcasts on the interface, even if the interface has no address.
 Result<FileDescriptor> openDatagramReceiver(int socket, const std::string&, std::uint16_t) {
   enlargeReceiveBuffer(socket);
   FileDescriptor receiver(fcntl(socket, F_DUPFD_CLOEXEC, 0));

@@ -1,4 +1,3 @@
-// The kernel's tables of sockets.
 #include "platform/sockets/socket_table.h"
 
 #include <sys/sysctl.h>
@@ -11,9 +10,9 @@ namespace platform {
 
 namespace {
 
-/// The table of that name, empty on failure.
+/// The table with that name; empty on failure.
 std::vector<std::uint8_t> readTable(const char* name) {
-  // The kernel states a size with some room to spare, which many new sockets can still exceed in between.
+  // The kernel reports a size with some reserve, but many new sockets may exceed it before the second call.
   constexpr int attempts = 4;
   for (int attempt = 0; attempt < attempts; ++attempt) {
     std::size_t size = 0;

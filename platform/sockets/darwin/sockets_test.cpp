@@ -16,7 +16,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// A UDP or TCP socket of IPv4 on a free port of the loopback address.
+/// An IPv4 UDP or TCP socket on a free port of the loopback address.
 struct Bound {
   explicit Bound(int type) : descriptor(openSocket(AF_INET, type, 0).value()) {
     sockaddr_in address{};

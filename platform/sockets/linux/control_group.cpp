@@ -37,14 +37,14 @@ std::vector<std::int32_t> processesOfControlGroup(std::uint64_t group) {
   std::memcpy(bytes.data() + sizeof(file_handle), &group, sizeof group);
   const FileDescriptor folder(open_by_handle_at(mount.get(), handle, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const FileDescriptor list(folder ? openat(folder.get(), "cgroup.procs", O_RDONLY | O_CLOEXEC) : -1);
-  std::array<char, 1024> text;  // more than the processes that count need
+  std::array<char, 1024> text;  // enough for the maximum number of processes
   const auto length = list ? read(list.get(), text.data(), text.size()) : 0;
   std::vector<std::int32_t> pids;
   const char* end = text.data() + std::max<ssize_t>(length, 0);
   for (const char* next = text.data(); next < end; ++next) {
     std::int32_t pid = 0;
     next = std::from_chars(next, end, pid).ptr;
-    if (pid > 0) pids.push_back(pid);  // 0: in another pid namespace
+    if (pid > 0) pids.push_back(pid);  // 0 denotes a process in another PID namespace
   }
   if (pids.size() > maximumProcesses) return {};
   std::sort(pids.begin(), pids.end(), std::greater());

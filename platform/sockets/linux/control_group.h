@@ -6,8 +6,8 @@
 
 namespace platform {
 
-/// The process IDs, newest first, of the control group that sock_diag has this ID for. Empty for the root, for a group
-/// of more than 64 processes and when they cannot be told (CAP_DAC_READ_SEARCH is missing, for one). Any thread.
+/// The process IDs, newest first, of the control group with this ID of sock_diag(7). Empty for the root group, for a
+/// group of more than 64 processes, and if they cannot be read, for example without CAP_DAC_READ_SEARCH. Any thread.
 std::vector<std::int32_t> processesOfControlGroup(std::uint64_t group);
 
 }  // namespace platform

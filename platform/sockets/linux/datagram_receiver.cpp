@@ -1,5 +1,5 @@
-// Datagrams as a packet socket sees them: before the kernel asks whether it has the address they are sent to, and a
-// route back to their sender (rp_filter).
+// Receives datagrams through a packet socket, which sees them before the kernel checks their destination address and
+// the route back to their sender (rp_filter).
 #include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -17,9 +17,10 @@ namespace platform {
 
 namespace {
 
-/// Has the kernel pass over packets that are not whole UDP datagrams to the port, or not for this machine.
+/// Makes the kernel drop packets that are not unfragmented UDP datagrams to the port, or that are addressed to another
+/// machine.
 bool setFilter(int socket, std::uint16_t port) {
-  // Jumps count from the next instruction: to the last one when a test fails.
+  // Jumps are relative to the next instruction. A failed test jumps to the last instruction.
   std::array<sock_filter, 11> program{{
       BPF_STMT(BPF_LD | BPF_B | BPF_ABS, static_cast<unsigned>(SKF_AD_OFF + SKF_AD_PKTTYPE)),
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PACKET_OTHERHOST, 8, 0),
@@ -37,8 +38,8 @@ bool setFilter(int socket, std::uint16_t port) {
   return setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter) == 0;
 }
 
-/// Whether the datagram's checksum has been verified, or was not computed because the packet has met no wire
-/// (packet(7), PACKET_AUXDATA).
+/// Whether the datagram's checksum has been verified, or was never computed because the packet did not leave this
+/// machine (packet(7), PACKET_AUXDATA).
 bool isChecksumTrusted(msghdr& header) {
   for (auto* control = CMSG_FIRSTHDR(&header); control; control = CMSG_NXTHDR(&header, control)) {
     if (control->cmsg_level != SOL_PACKET || control->cmsg_type != PACKET_AUXDATA) continue;
@@ -51,7 +52,7 @@ bool isChecksumTrusted(msghdr& header) {
 }  // namespace
 
 Result<FileDescriptor> openDatagramReceiver(int, const std::string& interfaceName, std::uint16_t port) {
-  // Of no protocol, and so without packets, until the filter is in place.
+  // Protocol 0: no packets arrive before the filter is installed.
   auto receiver = openSocket(AF_PACKET, SOCK_DGRAM, 0);
   if (!receiver) return receiver;
   const int socket = receiver->get();

@@ -1,4 +1,3 @@
-// Sockets that work on one interface.
 #include "platform/sockets/interface_socket.h"
 
 #include <ifaddrs.h>
@@ -21,8 +20,8 @@ Result<FileDescriptor> openSocket(int family, int type, int protocol) {
   return opened;
 }
 
-// Nothing to do for UDP: a port is free as soon as its socket is closed. SO_REUSEADDR would let a second socket bind a
-// port that another with the option holds (socket(7)).
+// Nothing to do for UDP: closing a socket frees its port. SO_REUSEADDR would let two sockets with the option share a
+// port (socket(7)).
 Result<void> allowReuseOfPort(int) {
   return {};
 }
@@ -38,8 +37,7 @@ void enlargeReceiveBuffer(int socket) {
   setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
 }
 
-// Sockets that are bound to different interfaces can share a port, so for the length of bind() this one is bound to
-// none.
+// Sockets bound to different interfaces can share a port, so the interface is unbound during bind().
 Result<void> bindToPort(int socket, std::uint16_t port) {
   std::array<char, IF_NAMESIZE> name{};
   socklen_t length = name.size();
@@ -60,7 +58,7 @@ Result<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceN
     if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_PACKET || interfaceName != entry->ifa_name) continue;
     sockaddr_ll address;
     std::memcpy(&address, entry->ifa_addr, sizeof address);
-    // The loopback interface shows six zeros that are nobody's address.
+    // The loopback interface reports six zeros, which are not an address.
     if (address.sll_hatype == ARPHRD_LOOPBACK) break;
     return std::vector<std::uint8_t>(address.sll_addr, address.sll_addr + std::min<std::size_t>(address.sll_halen, 8));
   }

@@ -7,7 +7,7 @@ namespace platform {
 namespace {
 
 constexpr std::size_t maximumOwners = 32, maximumPlaces = 16'384;
-constexpr std::size_t maximumDescriptors = 16'384;  // of a process; others look new each time
+constexpr std::size_t maximumDescriptors = 16'384;  // per process; higher ones count as new each time
 
 }  // namespace
 
@@ -56,7 +56,7 @@ std::vector<std::shared_ptr<KnownProcess>> KnownOwners::processes(const std::uno
 }
 
 KnownOwners& knownOwners() {
-  static auto& owners = *new KnownOwners;  // never destroyed: look-ups may run while the process ends
+  static auto& owners = *new KnownOwners;  // never destroyed, because look-ups may run while the process ends
   return owners;
 }
 

@@ -1,4 +1,4 @@
-// Where sockets were seen: places to look at first, which are never believed without a look.
+// Places where sockets were seen. They are only hints, to be verified before use.
 #pragma once
 
 #include <cstdint>
@@ -17,15 +17,15 @@ namespace platform {
 using Inode = std::uint64_t;
 inline constexpr Inode noSocket = 0, notSeen = ~Inode{0};
 
-/// A process that a socket was found in lately.
+/// A process in which a socket was found recently.
 class KnownProcess {
  public:
   explicit KnownProcess(std::int32_t id) : pid(id) {}
 
   const std::int32_t pid;
-  std::mutex mutex;  ///< held while the process is looked at, and for what follows
+  std::mutex mutex;  ///< held while the process is searched; protects the following
 
-  /// What a descriptor was when it was last looked at: the inode of a socket, noSocket, or notSeen.
+  /// What a descriptor was when last looked at: the inode of a socket, noSocket or notSeen.
   Inode before(std::size_t number) const { return number < descriptors_.size() ? descriptors_[number] : notSeen; }
   void note(std::size_t number, Inode inode);
 
@@ -33,7 +33,7 @@ class KnownProcess {
   std::vector<Inode> descriptors_;  // by number
 };
 
-/// What is remembered takes 5 MiB at most. Any thread.
+/// Uses 5 MiB of memory at most. Any thread.
 class KnownOwners {
  public:
   struct Place {
@@ -41,22 +41,22 @@ class KnownOwners {
     std::int32_t descriptor;
   };
 
-  /// Where a socket was seen last; absent when that is not known.
+  /// Where a socket was last seen; absent if unknown.
   std::optional<Place> place(Inode inode);
   void notePlace(Inode inode, Place place);
 
-  /// A process was found to hold a socket: it comes first from now on.
+  /// Records that a process holds a socket, and moves the process to the front.
   void noteOwner(std::int32_t pid, const SocketEntry& socket);
   void forget(std::int32_t pid);
 
-  /// The known processes, the latest first: those that were found by a socket of one of these control groups, or the
-  /// others.
+  /// The known processes, latest first: those found through a socket of one of these control groups, or, if `inGroups`
+  /// is false, the others.
   std::vector<std::shared_ptr<KnownProcess>> processes(const std::unordered_set<std::uint64_t>& groups, bool inGroups);
 
  private:
   struct Owner {
     std::shared_ptr<KnownProcess> process;
-    std::uint64_t controlGroup;  // of the socket
+    std::uint64_t controlGroup;  // the control group of the socket
   };
 
   std::mutex mutex_;
@@ -64,7 +64,7 @@ class KnownOwners {
   std::deque<Owner> owners_;
 };
 
-/// Those of this process.
+/// The instance of this process.
 KnownOwners& knownOwners();
 
 }  // namespace platform

@@ -1,5 +1,5 @@
-// From a socket to a process that holds it. The kernel keeps no such link, so descriptors are searched for one; what
-// was seen on the way is remembered as a place to look at first, and never believed without a look.
+// Finds a process that holds a socket. The kernel keeps no such link, so descriptors are searched. Places seen on the
+// way are remembered and searched first, but always verified.
 #include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -36,7 +36,8 @@ struct CloseDirectory {
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
-/// The inode behind a descriptor's link, which reads "socket:[INODE]" (proc_pid_fd(5)); notSeen when there is none.
+/// The inode in a descriptor's link, which reads "socket:[INODE]" (proc_pid_fd(5)); noSocket for other links, notSeen
+/// if there is no such descriptor.
 Inode inodeBehind(int folder, const char* name) {
   constexpr std::string_view prefix = "socket:[";
   std::array<char, 64> target;
@@ -53,7 +54,7 @@ std::string pathOf(std::int32_t pid) {
   return fmt::format("/proc/{}/fd", pid);
 }
 
-/// The numbers that are names in a folder of /proc, as long as `more` wants them.
+/// The entries of a folder in /proc that are numbers, read while `more` returns true.
 template <class More>
 std::vector<std::int32_t> numbersIn(DIR* folder, const More& more) {
   std::vector<std::int32_t> numbers;
@@ -70,7 +71,7 @@ bool isAt(KnownOwners::Place place, Inode inode) {
   return inodeBehind(AT_FDCWD, fmt::format("/proc/{}/fd/{}", place.pid, place.descriptor).c_str()) == inode;
 }
 
-/// One search for the owners of sockets, which ends when all are found or the time is over.
+/// A search for the owners of sockets. It ends when all are found or at the deadline.
 class Search {
  public:
   Search(std::span<const SocketEntry> sockets, const std::function<bool(std::size_t, std::int32_t)>& found,
@@ -106,7 +107,7 @@ class Search {
     const Directory folder(opendir("/proc"));
     auto pids = numbersIn(folder.get(), [this] { return !isOver(); });
     std::sort(pids.rbegin(), pids.rend());
-    // Those of the sockets' users come first. Which these are is asked only as far as it is of use.
+    // Processes of the sockets' users first. The users are determined only until the search is over.
     std::vector<std::int32_t> others;
     for (auto pid : pids) {
       if (isOver()) return;
@@ -137,7 +138,7 @@ class Search {
     }
   }
 
-  /// Looks at one descriptor of a process, whose folder of descriptors is open.
+  /// Looks at one descriptor of a process; `folder` is the process's open folder of descriptors.
   Inode look(std::int32_t pid, int folder, std::int32_t number) {
     std::array<char, 16> name{};
     std::to_chars(name.data(), name.data() + name.size() - 1, number);
@@ -165,8 +166,9 @@ class Search {
     }
   }
 
-  /// Looks where a new socket is likely to be: at what was a socket, whose number may be another's by now, and at the
-  /// lowest numbers that were free. Much quicker than a list. Returns whether the process is there.
+  /// Looks where a new socket is likely to be: at descriptors that were sockets before, since their numbers may have
+  /// been reused, and at the lowest free numbers. Much faster than listing the folder. Returns false if the process is
+  /// gone.
   bool lookAtGuesses(KnownProcess& process) {
     constexpr int maximumSockets = 64, maximumFree = 4;
     const FileDescriptor folder(open(pathOf(process.pid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -182,8 +184,8 @@ class Search {
     return true;
   }
 
-  /// Looks at descriptors that are new, then at those that were sockets, or at all. Returns whether the process is
-  /// there.
+  /// Looks at descriptors that are new, then at those that were sockets or, with Which::all, at all others. Returns
+  /// false if the process is gone.
   bool lookAtListed(KnownProcess& process, Which which) {
     const Directory folder(opendir(pathOf(process.pid).c_str()));
     if (!folder) return false;
@@ -210,7 +212,7 @@ class Search {
   const std::span<const SocketEntry> sockets_;
   const std::function<bool(std::size_t, std::int32_t)>& found_;
   const std::optional<Clock::time_point> end_;
-  std::unordered_multimap<Inode, std::size_t> wanted_;  // indices of the sockets that are not found yet
+  std::unordered_multimap<Inode, std::size_t> wanted_;  // indices of sockets not found yet
   std::unordered_set<std::uint64_t> groups_;
   std::unordered_set<std::uint32_t> users_;
 };

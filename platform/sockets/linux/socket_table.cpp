@@ -20,15 +20,15 @@ namespace platform {
 
 namespace {
 
-// States as bits. TIME_WAIT, SYN_RECV and NEW_SYN_RECV are no sockets of a process.
+// States as bits. Sockets in TIME_WAIT, SYN_RECV and NEW_SYN_RECV belong to no process.
 constexpr std::uint32_t listening = 1u << TCP_LISTEN;
 constexpr std::uint32_t connected = 1u << TCP_ESTABLISHED | 1u << TCP_SYN_SENT | 1u << TCP_FIN_WAIT1 |
                                     1u << TCP_FIN_WAIT2 | 1u << TCP_CLOSE | 1u << TCP_CLOSE_WAIT | 1u << TCP_LAST_ACK |
                                     1u << TCP_CLOSING;
-constexpr std::uint32_t boundInactive = 1u << 13;  // TCP_BOUND_INACTIVE, Linux 6.8; ignored before
+constexpr std::uint32_t boundInactive = 1u << 13;  // TCP_BOUND_INACTIVE, since Linux 6.8; ignored before
 
-/// Asks for the sockets on a local port. The body is inet_diag_req_v2, or the inet_diag_req of old, for TCP alone: that
-/// one covers both address families in one walk through the kernel's tables.
+/// Asks for the sockets on a local port. The body is inet_diag_req_v2 or, for TCP only, the older inet_diag_req, which
+/// covers both address families in one walk through the kernel's tables.
 template <class Body>
 struct DumpRequest {
   nlmsghdr header{};
@@ -43,8 +43,8 @@ struct DumpRequest {
   }
 };
 
-/// Reads what the kernel adds to a message (sock_diag(7)): the control group into the entry. Returns whether the socket
-/// takes part in IPv6 alone.
+/// Reads the attributes of a message (sock_diag(7)) and stores the control group in the entry. Returns whether the
+/// socket takes part only in IPv6.
 bool readAttributes(const inet_diag_msg& message, std::size_t length, SocketEntry& entry) {
   bool onlyIPv6 = false;
   const auto* attribute = reinterpret_cast<const nlattr*>(&message + 1);
@@ -64,7 +64,7 @@ bool readAttributes(const inet_diag_msg& message, std::size_t length, SocketEntr
   return onlyIPv6;
 }
 
-/// `length` is that of the message with its attributes.
+/// `length` includes the attributes after the message.
 SocketEntry entryOf(const inet_diag_msg& message, std::size_t length) {
   SocketEntry entry;
   entry.localPort = ntohs(message.id.idiag_sport);
@@ -91,13 +91,13 @@ FileDescriptor openNetlink() {
 /// The far end of a connection.
 struct Remote {
   std::uint8_t family = AF_INET;
-  std::array<std::uint8_t, 16> address{};  // an IPv4 one lies in the first four bytes
+  std::array<std::uint8_t, 16> address{};  // an IPv4 address is in the first four bytes
   std::uint16_t port = 0;                  // host byte order
 
   explicit Remote(const SocketEnd& end) : family(end.address.size() == 4 ? AF_INET : AF_INET6), port(end.port) {
     std::copy(end.address.begin(), end.address.end(), address.begin());
   }
-  /// That of an IPv6 socket which is connected over IPv4 is an IPv4 one.
+  /// An IPv6 socket connected over IPv4 has an IPv4 remote end.
   explicit Remote(const inet_diag_msg& message) : port(ntohs(message.id.idiag_dport)) {
     in6_addr bytes;
     std::memcpy(&bytes, message.id.idiag_dst, sizeof bytes);
@@ -110,8 +110,7 @@ struct Remote {
   SocketEnd end() const { return {.address = std::span(address).first(family == AF_INET ? 4 : 16), .port = port}; }
 };
 
-/// Where the connections led that were looked for lately, the latest first: clients of one proxy are all connected to
-/// it.
+/// The remote ends of connections looked up recently, latest first. Clients of a proxy all connect to the same one.
 class RecentRemotes {
  public:
   void note(const inet_diag_msg& message) {
@@ -136,14 +135,14 @@ class RecentRemotes {
 };
 
 RecentRemotes& recentRemotes() {
-  static auto& remotes = *new RecentRemotes;  // never destroyed: look-ups may run while the process ends
+  static auto& remotes = *new RecentRemotes;  // never destroyed, because look-ups may run while the process ends
   return remotes;
 }
 
-/// Dumps the sockets that a request asks for; false when `visit` wanted no more.
+/// Passes the sockets of a dump to `visit`; returns false if `visit` ended it.
 template <class Body>
 bool dump(const DumpRequest<Body>& request, const std::function<bool(const SocketEntry&)>& visit) {
-  // One a dump: an earlier one may be left half read.
+  // A new socket for each dump, because an earlier dump may have been left half read.
   const auto netlink = openNetlink();
   sockaddr_nl kernel{};
   kernel.nl_family = AF_NETLINK;
@@ -162,7 +161,7 @@ bool dump(const DumpRequest<Body>& request, const std::function<bool(const Socke
       if (header->nlmsg_type == NLMSG_DONE || header->nlmsg_type == NLMSG_ERROR) return true;
       if (header->nlmsg_len < NLMSG_LENGTH(sizeof(inet_diag_msg))) continue;
       const auto& message = *static_cast<const inet_diag_msg*>(NLMSG_DATA(header));
-      // The kernel leaves other ports out, but not among bound sockets, and takes port 0 for any.
+      // The kernel filters by port, except that it does not filter bound sockets and treats port 0 as any port.
       if (message.idiag_inode == 0 || message.id.idiag_sport != request.body.id.idiag_sport) continue;
       if (visit(entryOf(message, header->nlmsg_len - NLMSG_HDRLEN))) continue;
       recentRemotes().note(message);
@@ -171,8 +170,8 @@ bool dump(const DumpRequest<Body>& request, const std::function<bool(const Socke
   }
 }
 
-/// Asks for the socket that what comes to the local end from the remote one is for; without a remote end, for one that
-/// listens. Calls `visit` if a process holds it, and returns what that returned.
+/// Asks for the socket that receives what arrives at the local end from the remote one or, without a remote end, for
+/// the one that listens there. If a process holds it, calls `visit` and returns its result; otherwise returns false.
 bool askExactly(int netlink, SocketProtocol protocol, const SocketEnd& local, const SocketEnd* remote,
                 const std::function<bool(const inet_diag_msg&, const SocketEntry&)>& visit) {
   struct {
@@ -188,7 +187,7 @@ bool askExactly(int netlink, SocketProtocol protocol, const SocketEnd& local, co
   auto& id = request.body.id;
   id.idiag_cookie[0] = id.idiag_cookie[1] = INET_DIAG_NOCOOKIE;
   id.idiag_if = local.scope;
-  // For UDP the kernel takes the ends as a packet to the socket has them, for TCP as the socket has them.
+  // For UDP the kernel expects the ends of an incoming packet; for TCP, the ends of the socket.
   auto set = [&](const SocketEnd& end, bool asSource) {
     (asSource ? id.idiag_sport : id.idiag_dport) = htons(end.port);
     std::memcpy(asSource ? id.idiag_src : id.idiag_dst, end.address.data(), end.address.size());
@@ -208,12 +207,12 @@ bool askExactly(int netlink, SocketProtocol protocol, const SocketEnd& local, co
   return message.idiag_inode != 0 && visit(message, entryOf(message, header->nlmsg_len - NLMSG_HDRLEN));
 }
 
-/// The socket that is connected so.
+/// The socket connected from the local to the remote end.
 std::optional<SocketEntry> askForConnected(int netlink, SocketProtocol protocol, const SocketEnd& local,
                                            const SocketEnd& remote) {
   std::optional<SocketEntry> found;
   askExactly(netlink, protocol, local, &remote, [&](const inet_diag_msg& message, const SocketEntry& entry) {
-    // Without one, the kernel tells of the socket that would take a new connection.
+    // If none is connected, the kernel returns the socket that would accept a new connection.
     if (Remote(message) != Remote(remote)) return false;
     recentRemotes().note(message);
     found = entry;
@@ -229,7 +228,7 @@ std::optional<SocketEntry> connectedSocket(SocketProtocol protocol, const Socket
   return netlink ? askForConnected(netlink.get(), protocol, local, remote) : std::nullopt;
 }
 
-// The table has listeners first, and connections in an order of chance, so that each of them may be the first.
+// The table lists listeners first, then connections in arbitrary order, so any of them may be the first.
 std::optional<SocketEntry> likelySocket(const SocketEnd& local) {
   const auto netlink = openNetlink();
   if (!netlink) return std::nullopt;
@@ -254,8 +253,8 @@ void visitSockets(SocketProtocol protocol, std::uint16_t port, bool onlyIPv6,
     }
     return;
   }
-  // The cheap ones and the likely ones first: the kernel has a table of listeners alone, walks that of connections to
-  // its end, and for sockets that are merely bound walks both it and the table of ports.
+  // Cheap and likely ones first. The kernel has a separate table of listeners, walks the whole table of connections,
+  // and for bound sockets walks that table and the table of ports.
   for (std::uint32_t states : {listening, connected, boundInactive}) {
     if (!dump(DumpRequest<inet_diag_req>(TCPDIAG_GETSOCK, states, port), visit)) return;
   }

@@ -81,7 +81,7 @@ TEST(SocketTable, ShowsListenersFirstAndLeavesOutWhatBelongsToNoProcess) {
   address.sin_port = htons(listener.port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   ASSERT_EQ(connect(client.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  // Not yet accepted, the far end has no descriptor and no inode.
+  // Before accept(), the far end has no descriptor and no inode.
   EXPECT_THAT(socketsOn(SocketProtocol::tcp, listener.port), testing::SizeIs(1));
   FileDescriptor accepted(accept4(listener.descriptor.get(), nullptr, nullptr, SOCK_CLOEXEC));
   auto entries = socketsOn(SocketProtocol::tcp, listener.port);
@@ -123,7 +123,7 @@ TEST(SocketTable, AConnectionIsFoundByItsEndsAndThenByOneOfThem) {
     const auto* bytes = address.sin6_addr.s6_addr;
     const std::span host(bytes + (isIPv6 ? 0 : 12), isIPv6 ? 16u : 4u);
     const SocketEnd near{.address = host, .port = client.port}, far{.address = host, .port = listener.port};
-    EXPECT_FALSE(likelySocket(near));  // nothing has led there yet
+    EXPECT_FALSE(likelySocket(near));  // no connection has led there yet
     auto found = connectedSocket(SocketProtocol::tcp, near, far);
     ASSERT_TRUE(found);
     EXPECT_THAT(*found, TakesPart(!isIPv6, isIPv6));
@@ -167,7 +167,7 @@ TEST(SocketOwner, IsOnlyAProcessThatHoldsTheSocketNow) {
   std::set<std::int32_t> offered;
   findSocketOwners({&entry, 1}, [&](std::size_t, std::int32_t pid) { return offered.insert(pid).first, false; });
   EXPECT_THAT(offered, testing::UnorderedElementsAre(getpid(), child));
-  bound.descriptor.reset();  // this process was found a moment ago, but holds it no longer
+  bound.descriptor.reset();  // this process was found before, but no longer holds it
   EXPECT_FALSE(holdsSocket(getpid(), entry));
   EXPECT_THAT(ownersOf({entry}), testing::ElementsAre(child));
   kill(child, SIGKILL);

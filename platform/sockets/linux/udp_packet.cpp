@@ -15,7 +15,7 @@ unsigned word(std::span<const std::uint8_t> bytes, std::size_t offset) {
   return static_cast<unsigned>(bytes[offset] << 8 | bytes[offset + 1]);
 }
 
-/// The ones' complement sum of RFC 1071, of 16-bit words, not complemented: 0xFFFF for bytes that contain their
+/// The ones' complement sum of 16-bit words (RFC 1071), not complemented: 0xFFFF for bytes that include their own
 /// checksum.
 unsigned sum(std::span<const std::uint8_t> bytes, unsigned start = 0) {
   unsigned total = start;
@@ -31,7 +31,7 @@ std::optional<UDPPacket> readUDPPacket(std::span<const std::uint8_t> packet, boo
   if (packet.size() < minimumIPHeader || packet[0] >> 4 != 4) return std::nullopt;
   const std::size_t headerLength = std::size_t{4} * (packet[0] & 0x0Fu);
   const std::size_t packetLength = word(packet, 2);
-  constexpr unsigned fragment = 0x3FFF;  // more to follow, or not the first
+  constexpr unsigned fragment = 0x3FFF;  // flag and offset that only fragments have
   if (headerLength < minimumIPHeader || packetLength < headerLength + udpHeader || packetLength > packet.size() ||
       (word(packet, 6) & fragment) != 0 || packet[9] != IPPROTO_UDP || sum(packet.first(headerLength)) != 0xFFFF) {
     return std::nullopt;
@@ -41,8 +41,8 @@ std::optional<UDPPacket> readUDPPacket(std::span<const std::uint8_t> packet, boo
   const std::size_t length = word(datagram, 4);
   if (length < udpHeader || length > datagram.size()) return std::nullopt;
   datagram = datagram.first(length);
-  // The sum is over a pseudo header too: both addresses, the protocol and the length. A checksum of zero stands for
-  // none.
+  // The sum includes a pseudo header: both addresses, the protocol and the length. A checksum field of zero means that
+  // the sender computed none.
   const unsigned pseudoHeader = sum(packet.subspan(12, 8), static_cast<unsigned>(IPPROTO_UDP + length));
   if (!trustChecksum && word(datagram, 6) != 0 && sum(datagram, pseudoHeader) != 0xFFFF) return std::nullopt;
 

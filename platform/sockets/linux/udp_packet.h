@@ -9,13 +9,13 @@
 namespace platform {
 
 struct UDPPacket {
-  std::array<std::uint8_t, 4> source;  ///< network order
+  std::array<std::uint8_t, 4> source;  ///< network byte order
   std::span<const std::uint8_t> payload;
 };
 
-/// Finds the datagram in a packet that begins with its IP header; bytes after the packet's end are passed over. Absent
-/// when it is not a whole, undamaged UDP datagram. The checksum of the datagram, not that of the IP header, is taken on
-/// trust with `trustChecksum`.
+/// Finds the datagram in a packet that begins with its IP header. Bytes after the packet's end are ignored. Absent
+/// unless it is a complete, undamaged UDP datagram. `trustChecksum` skips verifying the UDP checksum, but not the IP
+/// header's.
 std::optional<UDPPacket> readUDPPacket(std::span<const std::uint8_t> packet, bool trustChecksum);
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// Packets of hostile senders: a payload lies within its packet.
+// A payload found in a hostile packet lies within the packet.
 #include <cstdlib>
 
 #include "platform/sockets/linux/udp_packet.h"

@@ -1,4 +1,4 @@
-// Packets to the byte, with every length and checksum wrong in turn.
+// Exact packets, and packets with one wrong length or checksum each.
 #include "platform/sockets/linux/udp_packet.h"
 
 #include <gmock/gmock.h>
@@ -15,7 +15,7 @@ using testing::ElementsAre;
 const Bytes whole{0x45, 0,   0,   33, 0x12, 0x34, 0,  0, 64, 17,   0xA6, 0x97, 192, 0,   2,   1,  255,
                   255,  255, 255, 0,  67,   0,    68, 0, 13, 0xF5, 0x7F, 'o',  'f', 'f', 'e', 'r'};
 
-/// With the checksums made right again.
+/// The packet with corrected checksums.
 Bytes summed(Bytes packet) {
   auto fold = [](std::uint32_t total) {
     while (total > 0xFFFF) total = (total >> 16) + (total & 0xFFFF);
@@ -77,7 +77,7 @@ TEST(UDPPacket, ChecksumsAreVerified) {
   }
   auto damaged = good;
   damaged.back() ^= 1;
-  EXPECT_EQ(payload(damaged, true), "offes");  // not computed by the sender, the kernel says
+  EXPECT_EQ(payload(damaged, true), "offes");  // the kernel says that the sender did not compute it
   damaged[26] = damaged[27] = 0;
   EXPECT_EQ(payload(damaged), "offes");  // the sender computed none
   damaged[10] ^= 1;
@@ -106,7 +106,7 @@ TEST(UDPPacket, LengthsAreChecked) {
   EXPECT_EQ(with(3, 27), std::nullopt);    // packet ends inside the UDP header
   EXPECT_EQ(with(6, 0x20), std::nullopt);  // fragments
   EXPECT_EQ(with(7, 1), std::nullopt);
-  EXPECT_EQ(with(6, 0x40), "offer");    // "don't fragment" is no fragment
+  EXPECT_EQ(with(6, 0x40), "offer");    // "don't fragment" does not make a fragment
   EXPECT_EQ(with(9, 6), std::nullopt);  // TCP
 }
 
