@@ -1,4 +1,4 @@
-// The network services of this machine, by the IDs that the network preferences know them by.
+// The network services of this machine, identified as in the network preferences.
 #pragma once
 
 #include <string>
@@ -8,15 +8,16 @@
 
 namespace platform {
 
-/// On Linux a NetworkManager connection: its UUID, its name, and the interface that it is active on.
+/// A network service. On Linux, a connection of NetworkManager: its UUID, its name, and the interface on which it is
+/// active.
 struct NetworkService {
   std::string id;
   std::string name;
-  std::string interface;   ///< empty when there is none; on Linux only that of an active one is known
-  bool isPrimary = false;  ///< whether it leads to the network at large; of all services at most one
+  std::string interface;   ///< empty if there is none; on Linux known only for active connections
+  bool isPrimary = false;  ///< whether it carries the default route; true for at most one service
 };
 
-/// All services. Needs no privilege.
+/// All network services. Needs no privilege.
 Result<std::vector<NetworkService>> networkServices();
 
 }  // namespace platform

@@ -1,6 +1,5 @@
-// The system's network preferences: per network service, its proxies and its IPv4 configuration.
-//
-// Shaped after SCPreferences, which is what carries it on macOS.
+// The system's network preferences: for each network service, its proxies and IPv4 configuration. Modelled on
+// SCPreferences, which implements them on macOS.
 #pragma once
 
 #include <boost/json/value.hpp>
@@ -11,36 +10,37 @@
 
 namespace platform::preferences {
 
-// Keys of the store, the same on every platform (SCSchemaDefinitions.h).
+// Keys of the store; the same on every platform (SCSchemaDefinitions.h).
 inline constexpr char networkServices[] = "NetworkServices";
 inline constexpr char proxiesEntity[] = "Proxies";
 inline constexpr char ipv4Entity[] = "IPv4";
 
-/// A session of changes to the network preferences. Used by one thread. The sentence of a failure is the system's text
-/// for it (on macOS SCErrorString()). Destroying a session unlocks it, and drops what was not committed.
+/// A session that changes the network preferences. One thread at a time. The sentence of a failure is the system's
+/// error text (on macOS, SCErrorString()). Destroying a session unlocks it and discards uncommitted changes.
 class Session {
  public:
   class Implementation;
 
-  /// `name` says who asks. On Linux `store` is the folder below /var/lib that holds the preferences; macOS has its own.
+  /// `name` identifies the caller. `store` is the folder below /var/lib that holds the preferences on Linux; macOS
+  /// ignores it.
   static Result<std::unique_ptr<Session>> create(const std::string& name, const std::string& store);
 
   explicit Session(std::unique_ptr<Implementation> implementation);
   ~Session();
 
-  /// Locks the preferences against other sessions. With `wait`, blocks until they are free.
+  /// Locks the preferences against other sessions. With `wait`, blocks until the lock is free.
   Result<void> lock(bool wait);
 
-  /// Sets the value at a path of "/"-separated keys that begins with "/"; makes what is missing on the way.
+  /// Sets the value at a path, which consists of keys that each follow a "/". Missing parents are created.
   Result<void> setValue(const std::string& path, const boost::json::value& value);
 
-  /// Writes the changes to the store, all or none. The session must hold the lock.
+  /// Writes all changes to the store, or none. The session must hold the lock.
   Result<void> commit();
 
-  /// Has the running system use what was committed.
+  /// Applies the committed changes to the running system.
   Result<void> apply();
 
-  /// Forgets what was read of the store, so that the next use of the session reads it anew.
+  /// Discards cached values and uncommitted changes, so that the next use of the session reads the store again.
   void synchronize();
 
   void unlock();
@@ -49,13 +49,13 @@ class Session {
   std::unique_ptr<Implementation> implementation_;
 };
 
-/// Has the running system follow what is committed from here on, when its network changes for example. Called once, on
-/// the main thread before dispatchMain(), by the process that serves. `store` is that of Session::create(); macOS
-/// follows by itself.
+/// Keeps the running system up to date with the committed preferences from now on, for example when its network
+/// changes. Called once by the serving process, on the main thread before dispatchMain(). `store` is that of
+/// Session::create(). Does nothing on macOS, which does this itself.
 void keepApplied(const std::string& store);
 
-/// Has the running system no longer use what keepApplied() had it use, for a process that served and cannot do so
-/// itself any more. Whether it does not; the system log says why it still may. Needs nothing on macOS.
+/// Undoes keepApplied() for a serving process that ended without doing so itself. Returns whether that succeeded; the
+/// system log says what failed. Does nothing on macOS.
 bool withdraw(const std::string& store);
 
 }  // namespace platform::preferences

@@ -1,4 +1,4 @@
-// Which proxies are set on this machine, for people.
+// A report, for people, of the proxies that are set on this machine.
 #pragma once
 
 #include <string>
@@ -6,15 +6,15 @@
 
 namespace platform {
 
-/// A place that programs learn of proxies from.
+/// A place where programs look up their proxies.
 struct ProxyPlace {
   std::string name;
-  std::string setting;  ///< what is set there; "none" when nothing is
-  std::string readers;  ///< the programs that obey it
+  std::string setting;  ///< the setting; "none" if nothing is set
+  std::string readers;  ///< the programs that use it
 };
 
-/// All places that a service's "set-proxy" changes, those without a setting too. What cannot be read says why in its
-/// setting. Needs no privilege.
+/// All places that "set-proxy" of a service changes, including those without a setting. If a place cannot be read, its
+/// setting says why. Needs no privilege.
 std::vector<ProxyPlace> proxyPlaces(const std::string& service);
 
 }  // namespace platform

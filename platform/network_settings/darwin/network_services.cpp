@@ -1,4 +1,3 @@
-// The network services of the default network preferences.
 #include "platform/network_settings/network_services.h"
 
 #include <SystemConfiguration/SystemConfiguration.h>
@@ -11,7 +10,7 @@ namespace platform {
 
 namespace {
 
-/// The ID of the service that leads to the network at large; empty when there is none.
+/// The ID of the service that carries the default route; empty if there is none.
 std::string primaryService() {
   CFOwner<CFPropertyListRef> state(SCDynamicStoreCopyValue(nullptr, CFSTR("State:/Network/Global/IPv4")));
   auto value = state ? jsonValue(state.get()) : std::nullopt;

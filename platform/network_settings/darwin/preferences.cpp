@@ -1,4 +1,4 @@
-// Network preferences by SCPreferences.
+// Network preferences through SCPreferences.
 #include "platform/network_settings/preferences.h"
 
 #include <SystemConfiguration/SystemConfiguration.h>

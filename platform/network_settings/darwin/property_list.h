@@ -1,4 +1,4 @@
-// JSON values as property-list objects, and back, without loss.
+// Lossless conversion between JSON values and property lists.
 #pragma once
 
 #include <boost/json/value.hpp>
@@ -8,12 +8,12 @@
 
 namespace platform {
 
-/// Booleans become CFBoolean, integers and others CFNumber of 64 bits. Null when the value, or one in it, has no
-/// counterpart: null, which property lists lack, and integers above INT64_MAX.
+/// Converts a JSON value. Booleans become CFBoolean; integers and other numbers become 64-bit CFNumber. Null if the
+/// value or one inside it cannot be converted: JSON null, or an integer above INT64_MAX.
 CFOwner<CFTypeRef> propertyList(const boost::json::value& value);
 
-/// Absent when the object, or one in it, has no counterpart in JSON: data, dates, keys that are no strings, numbers of
-/// more than 64 bits.
+/// Converts a property list. Absent if the object or one inside it cannot be converted: data, a date, a key that is not
+/// a string, or a number of more than 64 bits.
 std::optional<boost::json::value> jsonValue(CFTypeRef object);
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// There and back, each type by its own.
+// Round trips of each type.
 #include "platform/network_settings/darwin/property_list.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The network preferences and the power assertions of the machine that the tests run on; nothing of it is changed.
+// The real network preferences and power assertions of this machine; the tests change nothing.
 #include <SystemConfiguration/SystemConfiguration.h>
 #include <gmock/gmock.h>
 
@@ -16,7 +16,7 @@ TEST(Preferences, KeysAreTheSystemsOwn) {
   EXPECT_EQ(textOf(kSCEntNetIPv4), preferences::ipv4Entity);
 }
 
-// Nothing is committed.
+// Never commits.
 TEST(Preferences, OnlyObjectsOfWhatPropertyListsKnowAreSet) {
   auto session = preferences::Session::create("platform_tests", "").value();
   EXPECT_TRUE(session->setValue("/NetworkServices/none/Proxies", boost::json::object()));

@@ -24,7 +24,7 @@ Result<DesktopDatabase> DesktopDatabase::open(const std::string& service) {
 Result<void> DesktopDatabase::publish(const DesktopProxy& proxy, const std::string& networkService) const {
   auto replaced = replace(proxy, networkService);
   if (replaced) return replaced;
-  // What is published already is no longer so. This takes no room on a disk that is full.
+  // The published database no longer applies. Invalidating it works even on a full disk.
   auto taken = attempt([this] {
     invalidate(openPublished().value()).value();
     folder_.remove(plainWords).value();
@@ -36,7 +36,7 @@ Result<void> DesktopDatabase::replace(const DesktopProxy& proxy, const std::stri
   return attempt([&] {
     auto words = inPlainWords(proxy);
     if (!proxy.isOff()) words["service"] = networkService;
-    invalidate(folder_.openToWrite(oldDatabase).value()).value();  // of one that was killed in between
+    invalidate(folder_.openToWrite(oldDatabase).value()).value();  // left by a killed helper
     const auto old = openPublished().value();
     folder_.link(database, oldDatabase).value();
     folder_.replace(database, gvdbFile(dconfValues(proxy))).value();
@@ -51,7 +51,7 @@ Result<FileDescriptor> DesktopDatabase::openPublished() const {
 }
 
 Result<void> invalidate(const FileDescriptor& file) {
-  static constexpr char signature[8] = {};  // without its own, dconf takes a database for one that has been replaced
+  static constexpr char signature[8] = {};  // without its signature, dconf treats a database as replaced
   if (!file) return {};
   return resultOfCall(static_cast<int>(pwrite(file.get(), signature, sizeof signature, 0)));
 }

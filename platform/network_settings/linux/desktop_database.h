@@ -1,4 +1,4 @@
-// The folder through which programs of a desktop learn of proxies: a dconf database, and the same in plain words.
+// The folder through which desktop programs read their proxies: a dconf database, and the same as readable JSON.
 #pragma once
 
 #include <string>
@@ -9,22 +9,24 @@
 
 namespace platform {
 
-/// Files that everybody may read: "dconf" is the database, "proxies.json" the plain words. "dconf.old" is a second name
-/// of a database that is being replaced: as long as its first bytes are there, who has it mapped takes it for the
-/// present one.
+/// The files in the folder, which everybody may read:
+/// - "dconf" is the database.
+/// - "proxies.json" is the readable form.
+/// - "dconf.old" is a second name for a database while it is being replaced. Programs that have it mapped consider it
+///   current until its first bytes are cleared (invalidate()).
 class DesktopDatabase {
  public:
-  /// In the folder in /run of a service, which is made when it is missing.
+  /// Opens the service's folder in /run; creates it if missing.
   static Result<DesktopDatabase> open(const std::string& service);
 
-  /// Publishes a proxy of a network service in the place of whatever was published before. When that fails, no proxy is
-  /// published. Programs that run look again when they are told to: announce().
+  /// Publishes the proxy of a network service in place of the previous one. On failure, no proxy is published any more.
+  /// Running programs notice when they are told (announce()).
   Result<void> publish(const DesktopProxy& proxy, const std::string& networkService) const;
 
-  /// What is published, for invalidate(); empty when that is nothing.
+  /// The published database, for invalidate(); empty if nothing is published.
   Result<FileDescriptor> openPublished() const;
 
-  /// For what is to live as long as the database.
+  /// The folder, for files with the same lifetime as the database.
   const PrivateFolder& folder() const { return folder_; }
 
  private:
@@ -34,15 +36,16 @@ class DesktopDatabase {
   PrivateFolder folder_;
 };
 
-/// Has everybody who has a database mapped look for the one in its place, even where its file is gone. Takes no room,
-/// and no descriptor.
+/// Makes every program that has a database mapped look for its replacement, even if the file has been deleted. Needs no
+/// disk space and no further descriptor. Does nothing if `database` is empty.
 Result<void> invalidate(const FileDescriptor& database);
 
-/// What dconf calls the database of a service: its name in characters that a D-Bus path may have.
+/// The dconf name of a service's database: the service's name with "_" for characters that a D-Bus path may not
+/// contain.
 std::string desktopDatabaseName(std::string service);
 
-/// Has the programs of all users that run look at a service's database again, by a signal on the system bus. Does not
-/// wait for it to be sent.
+/// Makes running programs of all users read a service's database again, by a signal on the system bus. Does not wait
+/// until it is sent.
 Result<void> announce(sd_bus* bus, const std::string& service);
 
 }  // namespace platform

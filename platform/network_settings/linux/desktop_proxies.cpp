@@ -20,7 +20,7 @@ namespace {
 constexpr char recordName[] = "services.json";
 constexpr std::chrono::seconds patience(2);
 
-/// Whether a step went well; the system log says why it did not.
+/// Whether a step succeeded. A failure goes to the system log.
 template <class Value>
 bool succeeded(const Result<Value>& step) {
   if (!step) systemLog(fmt::format("Desktop proxies: {}", step.error().what()));
@@ -57,7 +57,7 @@ Result<void> save(const ProxyRecord& record, const PrivateFolder& folder) {
   return {};
 }
 
-/// The stored proxies of a service, as programs are to be told of them.
+/// The stored proxies of a service, in the form for desktop programs.
 Result<DesktopProxy> proxyOf(PreferencesStore& store, const std::string& service) {
   auto value = store.find(fmt::format("/{}/{}/{}", preferences::networkServices, service, preferences::proxiesEntity));
   if (!value) return value.error();
@@ -72,13 +72,13 @@ Result<DesktopProxy> proxyOf(PreferencesStore& store, const std::string& service
   return desktopProxy(*proxies);
 }
 
-/// announce() over a connection of its own; returns when the bus has the signal.
+/// announce() over a private connection. Returns when the bus has received the signal.
 Result<void> announceNow(const std::string& service) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   return attempt([&] {
     auto bus = openSystemBus(deadline).value();
     announce(bus.get(), service).value();
-    // What the bus answers to, it has read after the signal.
+    // The bus reads in order: once it replies to this, it has the signal.
     sd_bus_message* made = nullptr;
     check(sd_bus_message_new_method_call(bus.get(), &made, "org.freedesktop.DBus", "/org/freedesktop/DBus",
                                          "org.freedesktop.DBus.Peer", "Ping"));
@@ -142,8 +142,8 @@ void DesktopProxies::publish(PreferencesStore& store, const std::set<std::string
 void DesktopProxies::publishKnowing(PreferencesStore& store, const std::set<std::string>& connections) {
   bool isNews = false;
   for (auto& [id, isConnection] : record_.services) {
-    bool was = std::exchange(isConnection, connections.contains(id));
-    isNews = isNews || was != isConnection;
+    const bool wasConnection = std::exchange(isConnection, connections.contains(id));
+    isNews = isNews || wasConnection != isConnection;
   }
   if (isNews) publish(&store);
 }
@@ -155,7 +155,7 @@ void DesktopProxies::publishNone() {
 void DesktopProxies::publish(PreferencesStore* store) {
   const auto before = std::move(published_);
   succeeded(attempt([&] { replacePublished(store); }));
-  // Here as well, since its file or the folder may be gone, or no further descriptor be had.
+  // replacePublished() may have failed to invalidate it: its file or folder may be gone, or no descriptor left.
   succeeded(invalidate(before));
   auto* bus = primary_ ? primary_->bus() : nullptr;
   succeeded(bus ? announce(bus, service_) : Failure(0, "there is no system bus to tell running programs"));
@@ -164,7 +164,7 @@ void DesktopProxies::publish(PreferencesStore* store) {
 void DesktopProxies::replacePublished(PreferencesStore* store) {
   const auto database = DesktopDatabase::open(service_).value();
   const auto source = record_.source();
-  // What cannot be recorded or read is not published: the next helper could not know of it.
+  // A proxy that cannot be recorded is not published, because the next helper would not know of it.
   auto proxy = attempt([&] {
     save(record_, database.folder()).value();
     return store && source ? proxyOf(*store, *source).value() : DesktopProxy();

@@ -1,4 +1,4 @@
-// Which of the stored proxies programs of a desktop are told, and when.
+// Decides which of the stored proxies desktop programs see, and when.
 #pragma once
 
 #include <map>
@@ -14,42 +14,42 @@
 
 namespace platform {
 
-/// The services whose proxies a client has set since the machine started or the helper last ended unexpectedly. What
-/// the store holds for others is of another time.
+/// The services whose proxies clients have set since the machine started or the helper last ended unexpectedly. The
+/// store may hold older settings of other services; those do not count.
 struct ProxyRecord {
   struct Service {
     std::string id;
-    bool isConnection = true;  ///< of NetworkManager's, as far as is known
+    bool isConnection = true;  ///< whether it is a connection of NetworkManager, as far as known
   };
-  std::vector<Service> services;  ///< the first recorded first
+  std::vector<Service> services;  ///< in the order of recording
   std::optional<std::string> primary;
 
   void add(const std::string& service);
   void remove(const std::string& service);
 
-  /// Whose proxies hold: the primary connection's; where there is none, or nobody set it, those of the first service
-  /// that is no connection. Absent when there is none either.
+  /// The service whose proxies apply: the primary connection if it is recorded, otherwise the first recorded service
+  /// that is not a connection. Absent if there is neither.
   std::optional<std::string> source() const;
 };
 
-/// Used on the main thread. Nothing in it throws: what goes wrong is in the system log, and no proxy is published then.
+/// Main thread only. Nothing here throws: failures go to the system log, and then no proxy is published.
 class DesktopProxies {
  public:
-  /// `service`: the name of the helper's service, after which the store and the folder in /run are called.
+  /// `service` is the name of the helper's service, which also names the store and the folder in /run.
   explicit DesktopProxies(const std::string& service);
 
-  /// Goes on where the helper before stopped, and follows the primary connection from here on. At the end of the main
-  /// loop publishes no proxy any more.
+  /// Continues where the previous helper stopped, and follows the primary connection from now on. When the main loop
+  /// ends, withdraws the published proxy.
   void start();
 
-  /// Publishes what a session has committed: the store with the proxies of services that have just been set, and those
-  /// that were to be switched off, which counts even where the store could not be changed.
+  /// Publishes the changes of a session: in `set` the services whose proxies were just committed, in `off` those that
+  /// were to be switched off, which takes effect even if the store could not be changed.
   void publish(PreferencesStore& store, const std::set<std::string>& set, const std::set<std::string>& off);
 
-  /// As publish(), once it is known which services are NetworkManager's connections.
+  /// Publishes again, now that it is known which services are connections of NetworkManager.
   void publishKnowing(PreferencesStore& store, const std::set<std::string>& connections);
 
-  /// Publishes no proxy, since there is no store to be read.
+  /// Publishes that there is no proxy, because the store cannot be read.
   void publishNone();
 
  private:
@@ -59,14 +59,14 @@ class DesktopProxies {
 
   std::string service_;
   ProxyRecord record_;
-  FileDescriptor published_;  ///< held, so that it can be invalidated whatever becomes of its file
+  FileDescriptor published_;  ///< kept open, so that it can be invalidated whatever happens to its file
   bool isPrimaryKnown_ = false;
   EventSource end_;
   std::unique_ptr<PrimaryConnection> primary_;
 };
 
-/// Publishes no proxy and forgets the record, for good. Tells running programs within two seconds, or not at all.
-/// Whether the first two went well; the system log says why not.
+/// Publishes that there is no proxy, and deletes the record. Tells running programs, for at most two seconds. Returns
+/// whether the first two succeeded; the system log says what failed.
 bool withdrawDesktopProxies(const std::string& service);
 
 }  // namespace platform

@@ -9,7 +9,7 @@ namespace {
 
 namespace json = boost::json;
 
-// Programs that read the database for real are in tests/system/test_desktop_proxies.py.
+// tests/system/test_desktop_proxies.py covers real programs that read the database.
 
 TEST(DesktopProxies, ThoseOfThePrimaryConnectionHoldElseOfTheFirstServiceThatIsNone) {
   ProxyRecord record;

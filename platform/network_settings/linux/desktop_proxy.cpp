@@ -12,11 +12,11 @@ namespace json = boost::json;
 
 namespace {
 
-/// The names of the kinds in dconf and in a proxies dictionary.
+/// Names of the kinds of proxies: in dconf, in a proxies dictionary.
 const std::map<std::string, std::string> kinds{
     {"http", "HTTP"}, {"https", "HTTPS"}, {"ftp", "FTP"}, {"socks", "SOCKS"}};
 
-/// An exception in the form that all of the programs know; empty when it has none.
+/// An exception in the form that all programs understand; empty if there is none.
 std::string desktopException(const std::string& given) {
   auto exception = proxyException(given);
   if (exception.starts_with('.')) return "*" + exception;
@@ -45,7 +45,8 @@ DesktopProxy desktopProxy(const json::object& proxies) {
   for (const auto& given : proxyExceptions(proxies)) {
     if (auto exception = desktopException(given); !exception.empty()) result.exceptions.push_back(exception);
   }
-  if (isSwitchedOn(proxies, "ExcludeSimpleHostnames")) result.exceptions.emplace_back("<local>");  // Chromium's word
+  // as Chromium writes it
+  if (isSwitchedOn(proxies, "ExcludeSimpleHostnames")) result.exceptions.emplace_back("<local>");
   return result;
 }
 

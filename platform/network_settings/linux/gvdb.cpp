@@ -9,7 +9,7 @@ namespace {
 constexpr std::uint32_t noParent = 0xFFFFFFFF;
 constexpr std::size_t headerSize = 24, itemSize = 24;
 
-/// Little-endian, in which the whole file is; its first bytes say so.
+/// Appends a number in little-endian order, in which the whole file is; its first bytes say so.
 void append(std::string& to, std::uint64_t number, std::size_t bytes) {
   for (std::size_t index = 0; index < bytes; ++index) to += static_cast<char>(number >> (8 * index) & 0xFF);
 }
@@ -20,7 +20,8 @@ std::uint32_t hashOf(const std::string& key) {
   return hash;
 }
 
-/// An array of strings: the strings, then where each ends, in numbers just wide enough for the size of it all.
+/// An array of strings: the strings, then the offset of each one's end. Offsets are just wide enough for the size of
+/// the array.
 std::string serialised(const std::vector<std::string>& texts) {
   std::string bytes;
   std::vector<std::size_t> ends;
@@ -34,7 +35,7 @@ std::string serialised(const std::vector<std::string>& texts) {
   return bytes;
 }
 
-/// A variant: the value, a NUL, its type.
+/// A variant: the value, a zero byte, the type.
 std::string serialised(const GVDBValue& value) {
   using namespace std::string_literals;
   std::string bytes;
@@ -47,16 +48,16 @@ std::string serialised(const GVDBValue& value) {
   return serialised(std::get<std::vector<std::string>>(value)) + "\0as"s;
 }
 
-/// An entry of a table, whose name goes on where its parent's ends.
+/// An entry of a table. Its name continues the name of its parent.
 struct Item {
   std::string path;
   std::uint32_t parent = noParent;
   std::string name = path;
-  char type = 'v';   ///< v a variant, L the items of a folder, H another table
-  std::string data;  ///< of v and L
+  char type = 'v';   ///< v: a variant, L: the items of a folder, H: another table
+  std::string data;  ///< used for v and L
 };
 
-/// Where a part of the file lies.
+/// The position of a part of the file.
 struct Range {
   std::size_t start = 0, end = 0;
 };
@@ -79,7 +80,7 @@ class Writer {
     return range;
   }
 
-  /// A table of one bucket, which its readers search from end to end, and without a filter before it.
+  /// A table with a single bucket, which readers search linearly, and without a bloom filter.
   Range addTable(const std::vector<Item>& items, const std::vector<Item>& inner) {
     std::string table;
     append(table, 0, 4);
@@ -104,13 +105,13 @@ class Writer {
   std::string bytes_ = std::string(headerSize, '\0');
 };
 
-/// The folder that a path lies in, with its "/"; empty for that of "/".
+/// The folder of a path, including its final "/"; empty for "/" itself.
 std::string folderOf(std::string path) {
   if (path.ends_with('/')) path.pop_back();
   return path.substr(0, path.rfind('/') + 1);
 }
 
-/// The values, and the folders that they lie in.
+/// The values and the folders that contain them.
 std::vector<Item> tree(const std::map<std::string, GVDBValue>& values) {
   std::map<std::string, Item> items;
   for (const auto& [path, value] : values) {

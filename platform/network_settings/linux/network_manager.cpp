@@ -19,7 +19,7 @@ constexpr char connectionInterface[] = "org.freedesktop.NetworkManager.Settings.
 constexpr char activeInterface[] = "org.freedesktop.NetworkManager.Connection.Active";
 constexpr char deviceInterface[] = "org.freedesktop.NetworkManager.Device";
 
-/// An answer that says no.
+/// A D-Bus error reply.
 struct Refusal : Failure {
   Refusal(const sd_bus_error& error) : Failure(0, error.message ? error.message : error.name), name(error.name) {}
   std::string name;
@@ -35,7 +35,7 @@ void skip(sd_bus_message* message, const char* type) {
   check(sd_bus_message_skip(message, type));
 }
 
-/// Walks the entries of the dictionary that comes next. `visit` gets each key and must read or skip its value.
+/// Iterates over the dictionary that comes next. `visit` gets each key and must read or skip the value.
 void forEachEntry(sd_bus_message* message, const char* entry, const std::function<void(const char* key)>& visit) {
   check(sd_bus_message_enter_container(message, 'a', fmt::format("{{{}}}", entry).c_str()));
   while (check(sd_bus_message_enter_container(message, 'e', entry)) > 0) {
@@ -45,7 +45,7 @@ void forEachEntry(sd_bus_message* message, const char* entry, const std::functio
   check(sd_bus_message_exit_container(message));
 }
 
-/// Adds an entry with a variant as its value to the setting that is open. `write` gets what the value is written to.
+/// Adds an entry to the open setting; `write` writes the variant's value.
 void addEntry(sd_bus_message* to, const char* key, const char* type,
               const std::function<void(sd_bus_message*)>& write) {
   check(sd_bus_message_open_container(to, 'e', "sv"));
@@ -60,7 +60,7 @@ void addText(sd_bus_message* to, const char* key, const std::string& text) {
   addEntry(to, key, "s", [&](auto* value) { check(sd_bus_message_append(value, "s", text.c_str())); });
 }
 
-/// Opens a setting, lets `write` fill it, and closes it.
+/// Adds a setting; `write` adds its entries.
 void addSetting(sd_bus_message* to, const char* name, const std::function<void()>& write) {
   check(sd_bus_message_open_container(to, 'e', "sa{sv}"));
   check(sd_bus_message_append(to, "s", name));
@@ -85,18 +85,19 @@ void writeIPv4(sd_bus_message* to, const IPv4Setting& ipv4) {
   });
 }
 
-/// The keys of "ipv4" that writeIPv4() writes, and the one that would keep its gateway from being used.
+/// The keys of "ipv4" that writeIPv4() writes, and the one that would disable its gateway.
 bool isReplacedInIPv4(std::string_view key) {
   static const std::set<std::string_view> keys{"method", "gateway", "address-data", "never-default"};
   return keys.contains(key);
 }
 
-/// The old forms of "address-data" and "route-data", which would be preferred to them and hold less.
+/// Whether a key is a deprecated form of "address-data" or "route-data". NetworkManager would prefer it, and it holds
+/// less.
 bool isOldForm(std::string_view setting, std::string_view key) {
   return (setting == "ipv4" || setting == "ipv6") && (key == "addresses" || key == "routes");
 }
 
-/// Whether settings hold the proxy already. Leaves the message to be read from its beginning.
+/// Whether settings already contain the proxy. Rewinds the message afterwards.
 bool holdsProxy(sd_bus_message* settings, const ProxySetting& wanted) {
   ProxySetting held;
   bool holdsMore = false;
@@ -123,13 +124,13 @@ bool holdsProxy(sd_bus_message* settings, const ProxySetting& wanted) {
   return !holdsMore && held == wanted;
 }
 
-/// Whether settings are as a change would leave them, as far as that is worth to be known: others than proxies change
-/// seldom.
+/// Whether a change would leave the settings as they are. Only proxies are compared, because other settings seldom
+/// change.
 bool isDone(sd_bus_message* settings, const NetworkManager::Change& change) {
   return !change.ipv4 && (!change.proxy || holdsProxy(settings, *change.proxy));
 }
 
-/// Copies the settings that come next in `from`, with a change in them.
+/// Copies the settings that come next in `from`, applying a change.
 void writeChanged(sd_bus_message* to, sd_bus_message* from, const NetworkManager::Change& change) {
   check(sd_bus_message_open_container(to, 'a', "{sa{sv}}"));
   if (change.proxy) addSetting(to, "proxy", [&] { writeProxy(to, *change.proxy); });
@@ -165,7 +166,7 @@ void NetworkManager::connect() {
   const auto failure = bus.error();
   bool isAbsent = failure.number == ENOENT || failure.number == ECONNREFUSED;
   presence_ = isAbsent ? Presence::absent : Presence::silent;
-  throw failureOf(failure.number, isAbsent ? "no system bus" : "the system bus cannot be had");
+  throw failureOf(failure.number, isAbsent ? "no system bus" : "the system bus does not answer");
 }
 
 BusMessage NetworkManager::makeCall(const Path& object, const char* interface, const char* method) {
@@ -173,11 +174,11 @@ BusMessage NetworkManager::makeCall(const Path& object, const char* interface, c
   sd_bus_message* message = nullptr;
   check(sd_bus_message_new_method_call(bus_.get(), &message, service, object.c_str(), interface, method));
   BusMessage owner(message);
-  check(sd_bus_message_set_auto_start(message, 0));  // who does not run NetworkManager does not want it started
+  check(sd_bus_message_set_auto_start(message, 0));  // a user who does not run NetworkManager does not want it started
   return owner;
 }
 
-/// An answer, unless it says no.
+/// Returns the reply unless it is an error; throws a Refusal for that.
 BusMessage NetworkManager::accepted(BusMessage reply) {
   if (const auto* error = sd_bus_message_get_error(reply.get())) throw Refusal(*error);
   return reply;
@@ -213,7 +214,7 @@ std::vector<BusMessage> NetworkManager::callTogether(const std::vector<BusMessag
     const auto count = static_cast<std::size_t>(std::count_if(replies.begin(), replies.end(), std::identity()));
     if (count == answered) continue;
     answered = count;
-    // Only silence is not waited for: many services may take longer on a busy machine.
+    // Each reply extends the deadline: on a busy machine many services may take longer, and only silence counts.
     deadline_ = std::chrono::steady_clock::now() + patience;
   }
   for (const auto& reply : replies) notePresence(sd_bus_message_get_error(reply.get()));
@@ -225,7 +226,8 @@ void NetworkManager::throwSilent(int number) {
   throw failureOf(number, "NetworkManager does not answer");
 }
 
-/// Throws when an answer, null unless it is an error, did not come from NetworkManager.
+/// Notes the presence shown by a reply's error (null if none). Throws if the error did not come from NetworkManager
+/// itself.
 void NetworkManager::notePresence(const sd_bus_error* error) {
   presence_ = Presence::there;
   if (!error) return;
@@ -233,7 +235,7 @@ void NetworkManager::notePresence(const sd_bus_error* error) {
     presence_ = Presence::absent;
     throw Failure(0, "NetworkManager is not running");
   }
-  // What did not come over the bus: time-outs, and the end of the bus or of NetworkManager.
+  // Errors that are made locally: time-outs, and the end of the bus or of NetworkManager.
   if (sd_bus_error_has_names(error, SD_BUS_ERROR_NO_REPLY, SD_BUS_ERROR_TIMEOUT, SD_BUS_ERROR_DISCONNECTED)) {
     throwSilent(sd_bus_error_get_errno(error));
   }
@@ -284,7 +286,7 @@ Result<std::vector<NetworkManager::Connection>> NetworkManager::connections() {
       try {
         connections.push_back(readConnection(path));
       } catch (const Refusal&) {
-        continue;  // another user's, or gone since it was listed
+        continue;  // another user's, or removed since it was listed
       }
     }
     return connections;
@@ -295,7 +297,7 @@ Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager:
     const std::vector<std::string>& uuids) {
   return attempt([&] {
     std::vector<BusMessage> requests;
-    std::vector<bool> isAsked;  // for each UUID: D-Bus does not carry every text
+    std::vector<bool> isAsked;  // per UUID; D-Bus cannot carry every text
     for (const auto& uuid : uuids) {
       auto request = makeCall(settingsPath, settingsInterface, "GetConnectionByUuid");
       bool isText = uuid.find('\0') == uuid.npos;
@@ -330,7 +332,7 @@ Result<std::optional<NetworkManager::Path>> NetworkManager::primaryConnection() 
       if (activation == "/") return std::nullopt;
       return property(activation, activeInterface, "Connection");
     } catch (const Refusal&) {
-      return std::nullopt;  // gone since it was told
+      return std::nullopt;  // removed since it was reported
     }
   });
 }
@@ -345,7 +347,7 @@ Result<std::multimap<NetworkManager::Path, NetworkManager::Device>> NetworkManag
         active.emplace(property(activation, activeInterface, "Connection"),
                        Device{.path = device, .interface = property(device, deviceInterface, "Interface")});
       } catch (const Refusal&) {
-        continue;  // gone since it was listed
+        continue;  // removed since it was listed
       }
     }
     return active;
@@ -359,7 +361,7 @@ Result<std::vector<Result<void>>> NetworkManager::update(const std::vector<std::
       questions.push_back(makeCall(connection, connectionInterface, "GetSettings"));
     }
     std::vector<Result<void>> done(changes.size());
-    std::vector<std::size_t> changed;  // whose requests follow
+    std::vector<std::size_t> changed;  // indices of the changes that `requests` are for
     auto settings = callTogether(questions);
     for (std::size_t index = 0; index < changes.size(); ++index) {
       done[index] = attempt([&] {
@@ -368,7 +370,8 @@ Result<std::vector<Result<void>>> NetworkManager::update(const std::vector<std::
         if (isDone(before.get(), change)) return;
         auto request = makeCall(connection, connectionInterface, "Update2");
         writeChanged(request.get(), before.get(), change);
-        check(sd_bus_message_append(request.get(), "ua{sv}", 0, 0));  // no flags: it stays on the disk, or off it
+        // no flags: it remains stored on disk, or not, as before
+        check(sd_bus_message_append(request.get(), "ua{sv}", 0, 0));
         requests.push_back(std::move(request));
         changed.push_back(index);
       });

@@ -1,4 +1,4 @@
-// NetworkManager, over the system bus (nm-dbus-interface, nm-settings-dbus(5)).
+// A client of NetworkManager over the system bus (nm-dbus-interface, nm-settings-dbus(5)).
 #pragma once
 
 #include <map>
@@ -11,58 +11,58 @@
 
 namespace platform {
 
-/// A connection to the bus of its own. Construction and the first call together wait for five seconds at most, and each
-/// further call for five.
+/// A private connection to the bus. Construction and the first call together wait at most five seconds; so does each
+/// further call.
 class NetworkManager {
  public:
   enum class Presence {
-    there,   ///< a failure only concerns what the call was about
-    silent,  ///< it does not answer, or the bus cannot be had now
-    absent,  ///< it does not run, or there is no bus
+    there,   ///< it answers; a failure concerns only the call itself
+    silent,  ///< it does not answer, or the bus cannot be reached now
+    absent,  ///< it is not running, or there is no bus
   };
-  /// Whether it can be had, as the last call found.
+  /// The presence of NetworkManager at the last call.
   Presence presence() const { return presence_; }
 
   using Path = std::string;  ///< of a D-Bus object
 
   NetworkManager() : deadline_(std::chrono::steady_clock::now() + patience) {}
 
-  /// A network profile, in NetworkManager's words a connection.
+  /// A network profile; NetworkManager calls it a connection.
   struct Connection {
     Path path;
     std::string uuid, name;
     ProxySetting proxy;
   };
-  /// Those that this process may see.
+  /// The connections visible to this process.
   Result<std::vector<Connection>> connections();
 
-  /// One for each UUID, absent when there is none of that UUID.
+  /// The connection of each UUID, in order; absent if there is none.
   Result<std::vector<Result<std::optional<Path>>>> findConnections(const std::vector<std::string>& uuids);
 
-  /// The one that leads to the network at large; absent when there is none.
+  /// The connection that carries the default route; absent if there is none.
   Result<std::optional<Path>> primaryConnection();
 
   struct Device {
     Path path;
     std::string interface;
   };
-  /// The devices that run a connection, by its path.
+  /// The active devices, by the path of their connection.
   Result<std::multimap<Path, Device>> activeDevices();
 
-  /// New settings in the place of a connection's; what is absent stays.
+  /// New settings for a connection; absent ones stay unchanged.
   struct Change {
     std::optional<ProxySetting> proxy;
     std::optional<IPv4Setting> ipv4;
   };
 
-  /// Changes connections, where they are stored; one result for each. What is active goes on as it is.
+  /// Changes stored connections; one result for each. Active devices keep their settings until reapply().
   Result<std::vector<Result<void>>> update(const std::vector<std::pair<Path, Change>>& changes);
 
-  /// Changes what an active device uses, and nothing else of it; does nothing on one that is no longer active.
+  /// Changes settings of an active device and nothing else. Does nothing if the device is no longer active.
   Result<void> reapply(const Path& device, const Change& change);
 
  private:
-  static constexpr std::chrono::seconds patience{5};  // a call takes some milliseconds
+  static constexpr std::chrono::seconds patience{5};  // a call normally takes milliseconds
 
   // These throw a Failure.
   void connect();
@@ -71,8 +71,8 @@ class NetworkManager {
   void notePresence(const sd_bus_error* error);
   static BusMessage accepted(BusMessage reply);
   BusMessage call(BusMessage request);
-  /// Makes several calls, some of them under way at a time. Returns the replies in the order of the calls; a refusal is
-  /// one, too.
+  /// Makes several calls, some of them at the same time. Returns the replies in the order of the calls, including error
+  /// replies.
   std::vector<BusMessage> callTogether(const std::vector<BusMessage>& requests);
   std::vector<Path> list(const Path& object, const char* interface, const char* method);
   Connection readConnection(const Path& path);

@@ -19,15 +19,15 @@ namespace platform::preferences {
 
 namespace {
 
-// Until when a NetworkManager that did not answer is not asked again: else each of many clients that leave would cost
-// the whole wait.
+// After a timeout, do not ask NetworkManager again before this time; otherwise each departing client would wait five
+// seconds.
 std::atomic<std::chrono::steady_clock::time_point> leftAloneUntil{};
 constexpr std::chrono::seconds rest(5);
 
-// Of the process that serves; null in any other. Never destroyed: the main loop calls it to the end.
+// Null except in the serving process. Never destroyed, because the main loop calls it to the end.
 DesktopProxies* desktop = nullptr;
 
-/// Passes on what has become of a step; a failure shows in the system log, too.
+/// Returns the result of a step; a failure also goes to the system log.
 template <class Value>
 Result<Value> logged(Result<Value> step) {
   if (!step) systemLog(fmt::format("Network preferences: {}", step.error().what()));
@@ -41,7 +41,7 @@ std::string pathOf(const Entity& entity) {
   return fmt::format("/{}/{}/{}", networkServices, entity.first, entity.second);
 }
 
-/// The entity that a path leads to; absent when it leads elsewhere.
+/// The entity at a path; absent if the path leads elsewhere.
 std::optional<Entity> entityOf(std::string_view path) {
   const std::string start = fmt::format("/{}/", networkServices);
   if (!path.starts_with(start)) return std::nullopt;
@@ -51,8 +51,8 @@ std::optional<Entity> entityOf(std::string_view path) {
   return Entity(path.substr(0, slash), path.substr(slash + 1));
 }
 
-/// Hands on to NetworkManager, once, what was committed. NetworkManager is a mirror of the store: without it, there is
-/// nothing more to apply to than the store itself. But what a service once had there is not undone by its absence.
+/// Hands committed changes on to NetworkManager, once. NetworkManager only mirrors the store: if it is absent, storing
+/// is enough, except for services whose settings were handed on before; those fail.
 class Handover {
  public:
   Handover(PreferencesStore& store, const std::set<Entity>& committed)
@@ -61,8 +61,7 @@ class Handover {
   Result<void> run();
 
  private:
-  // These throw a Failure: at the first one where NetworkManager cannot be had, else `problems_` gets those of the
-  // services.
+  // These throw a Failure that concerns all services; failures of single services are collected in `problems_`.
   void findConnections();
   void recordProjected();
   void projectAll();
@@ -75,7 +74,7 @@ class Handover {
   const std::set<Entity>& committed_;
   std::set<std::string> projected_;
   NetworkManager manager_;
-  std::map<std::string, std::optional<NetworkManager::Path>> services_;  // that were changed, with their connections
+  std::map<std::string, std::optional<NetworkManager::Path>> services_;  // the changed services and their connections
   std::string problems_;
 };
 
@@ -121,7 +120,8 @@ void Handover::findConnections() {
   }
 }
 
-// Before anything is projected: afterwards it would be unknown to a helper that ended in between.
+// Recorded before anything is handed on; otherwise a helper killed in between would leave settings that nobody knows
+// of.
 void Handover::recordProjected() {
   if (projected_ != store_.projectedServices()) store_.setProjectedServices(projected_).value();
 }
@@ -154,7 +154,7 @@ void Handover::projectAll() {
   }
 }
 
-// Only what was set: the rest may have been changed in NetworkManager since.
+// Only entities that were set: the others may have been changed in NetworkManager since.
 NetworkManager::Change Handover::changeOf(const std::string& service) {
   static const boost::json::object none;
   auto value = [&](const char* entity) -> const boost::json::object* {
@@ -175,7 +175,8 @@ bool Handover::isMirrored() const {
 
 void Handover::note(const std::string& service, const Result<void>& step) {
   if (step) return;
-  if (manager_.presence() != NetworkManager::Presence::there) throw step.error();  // so it would be for the others
+  // the other services would fail in the same way
+  if (manager_.presence() != NetworkManager::Presence::there) throw step.error();
   problems_ += fmt::format("{}{}: {}", problems_.empty() ? "" : "; ", service, step.error().what());
 }
 
@@ -186,8 +187,8 @@ class Session::Implementation {
   explicit Implementation(PreferencesStore opened) : store(std::move(opened)) {}
 
   PreferencesStore store;
-  std::set<Entity> changed;    ///< set and not yet committed
-  std::set<Entity> committed;  ///< and not yet applied
+  std::set<Entity> changed;    ///< set, not yet committed
+  std::set<Entity> committed;  ///< committed, not yet applied
 
   void publish();
 };
@@ -203,7 +204,7 @@ void Session::Implementation::publish() {
     bool isEmpty = value && *value && **value == boost::json::object();
     if (entity == proxiesEntity && isEmpty) off.insert(service);
   }
-  if (!changed.empty()) store.forget();  // what could not be committed
+  if (!changed.empty()) store.forget();  // discards changes that could not be committed
   desktop->publish(store, set, off);
 }
 
@@ -237,7 +238,7 @@ Result<void> Session::commit() {
 }
 
 Result<void> Session::apply() {
-  implementation_->publish();  // first, since NetworkManager may have to be waited for
+  implementation_->publish();  // first, because NetworkManager may take long
   if (implementation_->committed.empty()) return {};
   auto applied = logged(Handover(implementation_->store, implementation_->committed).run());
   if (applied) implementation_->committed.clear();

@@ -14,7 +14,7 @@ constexpr char activeInterface[] = "org.freedesktop.NetworkManager.Connection.Ac
 constexpr char properties[] = "org.freedesktop.DBus.Properties";
 constexpr std::uint64_t retryAfter = 5'000'000;  // microseconds
 
-/// The text in a reply to Properties.Get(); absent when it is an error or holds something else.
+/// The text in a reply to Properties.Get(); absent if the reply is an error or holds another type.
 std::optional<std::string> textIn(sd_bus_message* reply, const char* type) {
   const char* text = nullptr;
   if (sd_bus_message_is_method_error(reply, nullptr) > 0 || sd_bus_message_read(reply, "v", type, &text) < 0) {
@@ -66,7 +66,7 @@ void PrimaryConnection::connect() {
   ask();
 }
 
-// The bus is released later: it may be the one that calls.
+// connect() releases the bus later, because the bus may be calling this function.
 void PrimaryConnection::lose() {
   isLost_ = true;
   retry_.startTimer(retryAfter);
@@ -104,7 +104,7 @@ void PrimaryConnection::takeConnection(sd_bus_message* reply) {
   if (active) get(active->c_str(), activeInterface, "Uuid", &PrimaryConnection::takeUUID);
 }
 
-// Where it is gone already, NetworkManager is about to tell of another.
+// If the connection is already gone, NetworkManager will soon report another one.
 void PrimaryConnection::takeUUID(sd_bus_message* reply) {
   if (auto uuid = textIn(reply, "s")) handler_(uuid);
 }

@@ -1,4 +1,4 @@
-// Follows which connection NetworkManager uses for the network at large.
+// Follows which connection NetworkManager uses for the default route.
 #pragma once
 
 #include <functional>
@@ -10,16 +10,16 @@
 
 namespace platform {
 
-/// Over a connection to the system bus of its own, which never waits and is made anew when it is lost. Main thread.
+/// Uses a private connection to the system bus, which never blocks and is reopened when lost. Main thread.
 class PrimaryConnection {
  public:
-  /// Called with its UUID, again and again, also when it is still the same; without one when there is none, or neither
-  /// NetworkManager nor a bus. Not called as long as NetworkManager does not answer.
+  /// Called with the UUID of the primary connection, possibly several times with the same one; absent if there is no
+  /// primary connection, NetworkManager or bus. Not called while NetworkManager does not answer.
   using Handler = std::function<void(const std::optional<std::string>&)>;
 
   explicit PrimaryConnection(Handler handler);
 
-  /// The connection to the bus, on which signals can be sent; null when there is none now.
+  /// The bus connection, for sending signals; null if there is none now.
   sd_bus* bus();
 
  private:
@@ -35,7 +35,7 @@ class PrimaryConnection {
   Handler handler_;
   SystemBus bus_;
   bool isLost_ = true;
-  BusSlot question_;  ///< under way
+  BusSlot question_;  ///< the call in progress
   ReplyHandler replyHandler_ = nullptr;
   EventSource retry_;
 };

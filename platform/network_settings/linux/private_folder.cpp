@@ -14,7 +14,7 @@ Result<PrivateFolder> PrivateFolder::open(const std::string& path, Readers reade
   PrivateFolder folder(path, readers == Readers::owner ? S_IRWXG | S_IRWXO : S_IWGRP | S_IWOTH);
   const mode_t mode = 0777 & ~folder.hidden_;
   if (mkdir(path.c_str(), mode) == 0) {
-    if (chmod(path.c_str(), mode) != 0) return folder.failure(errno, "");  // the umask may have taken some
+    if (chmod(path.c_str(), mode) != 0) return folder.failure(errno, "");  // the umask may have removed permissions
     FileDescriptor parent(::open((path + "/..").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!parent || fsync(parent.get()) != 0) return folder.failure(errno, "..");
   } else if (errno != EEXIST) {
@@ -35,7 +35,7 @@ Result<FileDescriptor> PrivateFolder::openLockFile(const std::string& name) cons
 }
 
 Result<std::optional<FileContent>> PrivateFolder::read(const std::string& name) const {
-  // Not blocking: what is no regular file shall not be waited for.
+  // O_NONBLOCK: opening something other than a regular file must not block.
   FileDescriptor file(openat(folder_.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file && errno == ENOENT) return std::nullopt;
   if (!file) return failure(errno, name);
@@ -45,14 +45,15 @@ Result<std::optional<FileContent>> PrivateFolder::read(const std::string& name) 
   FileContent content{.text = std::string(static_cast<std::size_t>(status->st_size), '\0'), .status = *status};
   auto length = readInto(file.get(), content.text);
   if (!length) return failure(length.error().number, name);
-  if (*length < content.text.size()) return failure(EIO, name);  // nobody shortens a file that is only ever replaced
+  // files are only ever replaced, so it cannot have become shorter
+  if (*length < content.text.size()) return failure(EIO, name);
   return content;
 }
 
 Result<struct stat> PrivateFolder::replace(const std::string& name, const std::string& text) const {
   if (text.size() > maximumSize) return failure(EFBIG, name);
   const std::string draft = name + ".new";
-  if (auto removed = remove(draft); !removed) return removed.error();  // of one that was killed
+  if (auto removed = remove(draft); !removed) return removed.error();  // left by a killed process
   FileDescriptor file(openat(folder_.get(), draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file) return failure(errno, draft);
   auto written = writeAll(file.get(), text);
@@ -63,9 +64,9 @@ Result<struct stat> PrivateFolder::replace(const std::string& name, const std::s
     unlinkat(folder_.get(), draft.c_str(), 0);
     return failure(written.error().number, draft);
   }
-  // After the renaming, which counts as a change of the file.
+  // Read after the rename, which changes the file's ctime.
   struct stat status;
-  if (fsync(folder_.get()) != 0) return failure(errno, name, " is replaced, but maybe not on the disk");
+  if (fsync(folder_.get()) != 0) return failure(errno, name, " is replaced, but may be lost in a crash");
   if (fstat(file.get(), &status) != 0) return failure(errno, name);
   return status;
 }

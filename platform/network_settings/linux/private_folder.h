@@ -1,5 +1,4 @@
-// A folder of small files that nobody but this process's user can change, nor, unless it is made for readers, read or
-// lock.
+// A folder of small files that only this process's user can change and, unless it is for other readers, read or lock.
 #pragma once
 
 #include <sys/stat.h>
@@ -12,41 +11,41 @@
 
 namespace platform {
 
-/// What a file holds, and which state of it that is.
+/// The content of a file, and the state of the file with that content.
 struct FileContent {
   std::string text;
   struct stat status;
 };
 
-/// The sentence of every failure names the file and says when it is not private. The folder and each file in it must
-/// belong to the effective user and be open to nobody else, but for reading to its readers; anything else is refused
-/// with EPERM, and left as it is.
+/// The folder and each file in it must belong to the effective user and be inaccessible to others, except for reading
+/// if the folder is for everybody. Anything else is refused with EPERM and left unchanged. The sentence of every
+/// failure names the file.
 class PrivateFolder {
  public:
   enum class Readers { owner, everybody };
 
-  /// Makes the folder when it is missing.
+  /// Opens the folder; creates it if missing.
   static Result<PrivateFolder> open(const std::string& path, Readers readers = Readers::owner);
 
-  /// A descriptor of a file, for flock(2); the file is made when it is missing.
+  /// Opens a file for flock(2); creates it if missing.
   Result<FileDescriptor> openLockFile(const std::string& name) const;
 
-  /// Absent when there is no such file. EFBIG when it is longer than maximumSize.
+  /// Reads a file; absent if it does not exist. Fails with EFBIG if it is longer than maximumSize.
   Result<std::optional<FileContent>> read(const std::string& name) const;
 
-  /// Puts a text in the place of a file, whole or not at all, whenever the process or the machine ends. On success it
-  /// is on the disk, and the file's new state is returned; on failure the old text is, unless only the last step
-  /// failed, to have the disk know of the new one, which is then in place until the machine stops. Two processes must
-  /// not replace one file at the same time.
+  /// Replaces a file atomically, even if the process or machine stops meanwhile. On success the text is on disk, and
+  /// the file's new state is returned. If only the final fsync of the folder fails, the new text is visible but may be
+  /// lost in a crash; after any other failure the old text remains. Two processes must not replace a file at the same
+  /// time.
   Result<struct stat> replace(const std::string& name, const std::string& text) const;
 
-  /// Gives a file, if there is one, a second name, in the place of what had that before.
+  /// Gives a file a second name, replacing the file that had it. Does nothing if there is no such file.
   Result<void> link(const std::string& name, const std::string& second) const;
 
-  /// Removes a file, if there is one.
+  /// Removes a file. Does nothing if there is none.
   Result<void> remove(const std::string& name) const;
 
-  /// A file to be written to in place; empty when there is none.
+  /// Opens a file for writing in place; empty if it does not exist.
   Result<FileDescriptor> openToWrite(const std::string& name) const;
 
   static constexpr std::size_t maximumSize = 16 << 20;  ///< bytes
@@ -57,7 +56,7 @@ class PrivateFolder {
   Result<struct stat> checkPrivacy(const FileDescriptor& file, const std::string& name, mode_t type) const;
 
   std::string path_;
-  mode_t hidden_;  ///< what nobody else may be allowed
+  mode_t hidden_;  ///< the permissions that others must not have
   FileDescriptor folder_;
 };
 

@@ -16,7 +16,7 @@ namespace json = boost::json;
 
 namespace {
 
-/// The one text in an array under a key; empty when it holds anything else.
+/// The only element of an array under a key; empty unless the array is one text.
 std::string_view onlyText(const json::object& object, const char* key) {
   const auto* value = object.if_contains(key);
   const auto* array = value ? value->if_array() : nullptr;
@@ -45,7 +45,7 @@ ProxySetting proxySetting(const json::object& proxies) {
                    .https = textOf(fixedProxy(proxies, "HTTPS").value()),
                    .socks = textOf(fixedProxy(proxies, "SOCKS").value()),
                    .exceptions = proxyExceptions(proxies),
-                   .excludeSimpleHostnames = isSwitchedOn(proxies, "ExcludeSimpleHostnames")};
+                   .excludesSimpleHostnames = isSwitchedOn(proxies, "ExcludeSimpleHostnames")};
   if (rules.http.empty() && rules.https.empty() && rules.socks.empty()) return {};
   return {.automatic = true, .pacURL = {}, .pacScript = proxyScript(rules)};
 }

@@ -1,4 +1,4 @@
-// What NetworkManager is told of a network service's preferences. Pure functions.
+// Converts a network service's preferences to settings of NetworkManager. Pure functions.
 #pragma once
 
 #include <boost/json/object.hpp>
@@ -11,18 +11,19 @@ namespace platform {
 
 /// NetworkManager's setting "proxy" (nm-settings-dbus(5)); by default no proxy.
 struct ProxySetting {
-  bool automatic = false;  ///< then one of the two is not empty
+  bool automatic = false;  ///< if set, one of the two texts is not empty
   std::string pacURL;
-  std::string pacScript;  ///< holds "FindProxyForURL"
+  std::string pacScript;  ///< contains "FindProxyForURL"
   bool operator==(const ProxySetting&) const = default;
 };
 
-/// What a proxies dictionary comes to (SCSchemaDefinitions.h): a PAC script's URL, or where there is none the script
-/// itself, when automatic configuration is switched on; else, when proxies for HTTP, HTTPS or SOCKS are, a script that
-/// tells them (proxy_script.h); else nothing.
+/// Converts a proxies dictionary (SCSchemaDefinitions.h). The first of these that is switched on applies:
+/// - automatic configuration: the URL of a PAC script or, without a URL, the script itself;
+/// - proxies for HTTP, HTTPS or SOCKS: a generated script (proxy_script.h);
+/// - otherwise no proxy.
 ///
-/// A proxy that is switched on and cannot be used, since its host, port or script is missing or none, is a failure: to
-/// go without it would send what was to be proxied over the open network.
+/// Fails if a proxy is switched on but its host, port or script is missing or invalid: without the proxy, traffic meant
+/// for it would go out over the open network.
 Result<ProxySetting> projectProxies(const boost::json::object& proxies);
 
 /// The part of NetworkManager's setting "ipv4" that a manual configuration determines.
@@ -33,8 +34,7 @@ struct IPv4Setting {
   bool operator==(const IPv4Setting&) const = default;
 };
 
-/// What a manual IPv4 entity comes to. Fails when it is not one of exactly one address, with a contiguous mask
-/// and a router.
+/// Converts a manual IPv4 entity. Fails unless it has exactly one address, a contiguous mask and a router.
 Result<IPv4Setting> projectIPv4(const boost::json::object& entity);
 
 }  // namespace platform

@@ -1,5 +1,4 @@
-// Any proxies: a script made here differs from every other in its first four lines alone, and no text there can end a
-// string.
+// For any proxies, generated scripts differ only in their first four lines, and no text there can end a string.
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cstdlib>
@@ -15,7 +14,7 @@ void require(bool condition) {
   if (!condition) std::abort();
 }
 
-/// What follows the first four lines.
+/// The script after its first four lines.
 std::string_view bodyOf(std::string_view script) {
   for (int line = 0; line < 4; ++line) script.remove_prefix(script.find('\n') + 1);
   return script;
@@ -26,13 +25,13 @@ void checkScript(std::string_view script) {
   require(bodyOf(script) == bodyOf(empty));
   std::string_view head = script.substr(0, script.size() - bodyOf(script).size());
   require(head.starts_with("var http = \"") && std::count(head.begin(), head.end(), '\n') == 4);
-  bool inside = false;
+  bool isInside = false;
   for (char c : head) {
-    if (c == '"') inside = !inside;
+    if (c == '"') isInside = !isInside;
     bool isWordLike = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
     require(isWordLike || std::string_view(" \".-_*?:;/[]").find(c) != std::string_view::npos ||
-            (!inside && std::string_view("=,\n").find(c) != std::string_view::npos));
-    require(c != '\n' || !inside);
+            (!isInside && std::string_view("=,\n").find(c) != std::string_view::npos));
+    require(c != '\n' || !isInside);
   }
 }
 

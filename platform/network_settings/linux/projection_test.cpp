@@ -20,7 +20,7 @@ std::string problem(std::string_view proxies) {
   return tryToProject(proxies).error().what();
 }
 
-/// What duktape (Debian package duktape) says to a script's FindProxyForURL() of each URL.
+/// The results of a script's FindProxyForURL() for each URL, from duktape (Debian package duktape).
 std::vector<std::string> evaluate(const std::string& script, const std::vector<std::string>& urls) {
   test::TemporaryFolder folder;
   std::string calls;

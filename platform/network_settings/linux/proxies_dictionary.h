@@ -1,4 +1,4 @@
-// What a network service's proxies dictionary says (SCSchemaDefinitions.h).
+// Reads a network service's proxies dictionary (SCSchemaDefinitions.h).
 #pragma once
 
 #include <boost/json/object.hpp>
@@ -11,25 +11,25 @@
 
 namespace platform {
 
-/// Whether the value of a key is a number other than 0, or true.
+/// Whether the value of a key is true or a number other than 0.
 bool isSwitchedOn(const boost::json::object& proxies, const std::string& key);
 
 struct ProxyAddress {
-  std::string host;  ///< as proxyHost() makes it (proxy_script.h)
+  std::string host;  ///< a result of proxyHost() (proxy_script.h)
   std::uint16_t port = 0;
 };
 
-/// "HOST:PORT"; empty when there is no proxy.
+/// "HOST:PORT"; empty if there is no proxy.
 std::string textOf(const std::optional<ProxyAddress>& proxy);
 
-/// The proxy of a kind, "HTTP" for example; absent when it is switched off. Fails when it is switched on, and its host
-/// or port is missing or none.
+/// The proxy of a kind such as "HTTP"; absent if it is switched off. Fails if it is switched on but its host or port is
+/// missing or invalid.
 Result<std::optional<ProxyAddress>> fixedProxy(const boost::json::object& proxies, const std::string& kind);
 
-/// "ExceptionsList"; what in it is no text is empty.
+/// The elements of "ExceptionsList"; an element that is not a text becomes an empty one.
 std::vector<std::string> proxyExceptions(const boost::json::object& proxies);
 
-/// Whether a text can be a URL: some of ASCII's characters, and no blank.
+/// Whether a text can be a URL: one or more printable ASCII characters without spaces.
 bool isPlainURL(std::string_view text);
 
 }  // namespace platform

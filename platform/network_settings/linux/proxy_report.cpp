@@ -41,11 +41,11 @@ ProxyPlace desktop(const std::string& service) {
                             : fmt::format("nobody: /etc/dconf/profile/user does not name {}", name)};
 }
 
-/// What dconf has in the end for who asks, the locks of an administrator and a profile of the user's own counted in.
+/// The effective setting for the caller, including an administrator's locks and the user's own profile.
 ProxyPlace own() {
   auto mode = outputOf("gsettings get org.gnome.system.proxy mode 2>/dev/null");
   return {.name = "your desktop",
-          .setting = mode.empty() ? "unknown: gsettings does not tell" : "mode " + mode,
+          .setting = mode.empty() ? "unknown: gsettings gives no answer" : "mode " + mode,
           .readers = "the same programs, when you start them"};
 }
 

@@ -15,7 +15,7 @@ namespace platform {
 
 namespace {
 
-// No text goes into a script that could end a string in it: names() and bits() let none through.
+// No inserted text can end a string: names() and bits() exclude such characters.
 constexpr char scriptFormat[] = R"(var http = "{http}", https = "{https}", other = "{other}";
 var excludeSimple = {excludeSimple};
 var names = [{names}];
@@ -105,7 +105,7 @@ std::string bits(std::span<const std::uint8_t> bytes) {
   return text;
 }
 
-/// All bits of an address after the mark of its family; absent when the text is none.
+/// The mark of an address's family, then all bits of the address; absent if the text is not an address.
 std::optional<std::string> addressBits(const std::string& text) {
   std::array<std::uint8_t, 4> v4;
   std::array<std::uint8_t, 16> v6;
@@ -114,8 +114,8 @@ std::optional<std::string> addressBits(const std::string& text) {
   return std::nullopt;
 }
 
-/// The bits that all addresses of a network begin with, after the mark of its family; absent when the text is neither
-/// an address nor a network. The trailing zeros of an IPv4 network may be left out.
+/// The mark of a network's family, then the bits that all its addresses share; absent if the text is neither a network
+/// nor an address. Trailing zeros of an IPv4 network may be omitted.
 std::optional<std::string> networkBits(const std::string& text) {
   auto slash = text.find('/');
   if (slash == text.npos) return addressBits(text);
@@ -150,7 +150,7 @@ std::string proxyException(const std::string& given) {
 }
 
 std::string proxyScript(const ProxyRules& rules) {
-  // Old readers know "SOCKS" alone, which means version 4 to others.
+  // Old programs know only "SOCKS", which means version 4 to others.
   auto socks = rules.socks.empty() ? std::string() : fmt::format("SOCKS5 {0}; SOCKS {0}", rules.socks);
   auto route = [&](const std::string& proxy) {
     if (proxy.empty()) return socks.empty() ? "DIRECT" : socks;
@@ -167,7 +167,7 @@ std::string proxyScript(const ProxyRules& rules) {
     }
   }
   return fmt::format(scriptFormat, fmt::arg("http", route(rules.http)), fmt::arg("https", route(rules.https)),
-                     fmt::arg("other", route("")), fmt::arg("excludeSimple", rules.excludeSimpleHostnames),
+                     fmt::arg("other", route("")), fmt::arg("excludeSimple", rules.excludesSimpleHostnames),
                      fmt::arg("names", fmt::join(names, ", ")), fmt::arg("networks", fmt::join(networks, ", ")));
 }
 

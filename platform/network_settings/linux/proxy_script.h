@@ -1,4 +1,4 @@
-// Proxy auto-configuration: the script that tells fixed proxies and their exceptions.
+// Generates proxy auto-configuration scripts for fixed proxies and their exceptions.
 #pragma once
 
 #include <string>
@@ -6,27 +6,28 @@
 
 namespace platform {
 
-/// Which proxies there are, each as "HOST:PORT" of a proxyHost(), or empty.
+/// The proxies, each as "HOST:PORT" with a host from proxyHost(), or empty.
 struct ProxyRules {
   std::string http;   ///< for http: and ws:
   std::string https;  ///< for https: and wss:
-  std::string socks;  ///< for every scheme, after the one above
+  std::string socks;  ///< for every scheme, tried after the one above
   std::vector<std::string> exceptions;
-  bool excludeSimpleHostnames = false;
+  bool excludesSimpleHostnames = false;
 };
 
-/// A host as scripts name it: a name of ASCII letters, digits, ".", "-" and "_", an IPv4 address, or an IPv6 address,
-/// which is put in brackets. Empty when the text is none.
+/// A host in the form that scripts use: a name of ASCII letters, digits, ".", "-" and "_", an IPv4 address, or an IPv6
+/// address, which is put in brackets. Empty if the text is none of these.
 std::string proxyHost(const std::string& text);
 
-/// An exception without what people put around the name of a host: blanks around it, the brackets of an IPv6 address,
-/// the dot at the end of a full name. Empty when it has characters that no name of a host in a URL has.
+/// An exception without additions that people make: spaces around it, the brackets of an IPv6 address, the dot at the
+/// end of a full name. Empty if a character cannot occur in a host.
 std::string proxyException(const std::string& text);
 
-/// A script of ECMAScript 5 in ASCII that defines FindProxyForURL() and calls no helper function. An exception is
-/// - an IP address or a network ("10.0.0.0/8", "169.254/16", "fe80::/10"): for hosts that are addresses in it;
-/// - anything else: a host's whole name, in which "*" stands for any text and "?" for any one character.
-/// Each is taken as proxyException() has it; empty ones are left out.
+/// A script in ASCII and ECMAScript 5 that defines FindProxyForURL() and calls no helper function. Exceptions are
+/// cleaned by proxyException(); empty ones are left out. An exception is one of:
+/// - an IP address or a network ("10.0.0.0/8", "169.254/16", "fe80::/10"), which matches hosts that are addresses in
+///   it;
+/// - anything else: a pattern for the whole host name, in which "*" matches any text and "?" any character.
 std::string proxyScript(const ProxyRules& rules);
 
 }  // namespace platform

@@ -17,7 +17,7 @@ namespace {
 
 constexpr char storeName[] = "preferences.json", lockName[] = "preferences.lock", projectedName[] = "projected.json";
 
-// A value of a request is at most 512 deep, so all can be read again.
+// A request's value is at most 512 deep, so every stored value can be read again.
 constexpr std::size_t maximumPathDepth = 64, maximumDepth = 1024;
 
 std::vector<std::string_view> keysOf(std::string_view path) {
@@ -56,30 +56,30 @@ Result<PreferencesStore> PreferencesStore::open(const std::string& path) {
 }
 
 Result<void> PreferencesStore::lock(bool wait) {
-  if (locked_) return {};
+  if (isLocked_) return {};
   while (flock(lockFile_.get(), wait ? LOCK_EX : LOCK_EX | LOCK_NB) != 0) {
     if (errno != EINTR) return lastFailure(lockName);
   }
-  locked_ = true;
-  auto isRead = attempt([this] {
+  isLocked_ = true;
+  auto loaded = attempt([this] {
     read();
     readProjected();
   });
-  if (!isRead) unlock();
-  return isRead;
+  if (!loaded) unlock();
+  return loaded;
 }
 
 void PreferencesStore::unlock() {
-  if (locked_) flock(lockFile_.get(), LOCK_UN);
-  locked_ = false;
+  if (isLocked_) flock(lockFile_.get(), LOCK_UN);
+  isLocked_ = false;
 }
 
-// The first time the values, from then on only whether they still are those.
+// Reads the values the first time; later only checks that the file is unchanged.
 void PreferencesStore::read() {
   auto content = folder_.read(storeName).value();
   auto state = content ? std::make_optional(content->status) : std::nullopt;
   if (values_) {
-    if (!isSameState(state, state_)) throw Failure(0, "The network preferences have changed meanwhile");
+    if (!isSameState(state, state_)) throw Failure(0, "The network preferences have changed since they were read");
     return;
   }
   auto value = content ? parse(content->text, storeName) : json::object();
@@ -103,7 +103,7 @@ json::object& PreferencesStore::values() {
 }
 
 Result<void> PreferencesStore::set(const std::string& path, const json::value& value) {
-  // It would keep everything else from being written as well.
+  // A stored infinity would prevent every later write.
   if (!isFiniteJSON(value)) return Failure(0, fmt::format("{} would hold a number that is too large", path));
   return attempt([&] {
     auto keys = keysOf(path);
@@ -111,26 +111,26 @@ Result<void> PreferencesStore::set(const std::string& path, const json::value& v
     auto* object = &values();
     for (auto key = keys.begin(); key != keys.end() - 1; ++key) {
       auto& next = object->emplace(*key, json::object()).first->value();
-      if (!next.is_object()) throw Failure(0, fmt::format("\"{}\" of {} is no object", *key, path));
+      if (!next.is_object()) throw Failure(0, fmt::format("\"{}\" of {} is not an object", *key, path));
       object = &next.get_object();
     }
     object->insert_or_assign(keys.back(), value);
-    changed_ = true;
+    isChanged_ = true;
   });
 }
 
 Result<void> PreferencesStore::commit() {
-  if (!locked_) return Failure(0, "The network preferences are not locked");
-  if (!changed_) return {};
+  if (!isLocked_) return Failure(0, "The network preferences are not locked");
+  if (!isChanged_) return {};
   return attempt([this] {
     auto text = serializeExactJSON(*values_);
     if (text.size() > PrivateFolder::maximumSize) {
       leaveOutEmpty();
       text = serializeExactJSON(*values_);
     }
-    parse(text, "What was set");  // a store that could not be read again would be lost
+    parse(text, "What was set");  // an unreadable store would be lost
     state_ = folder_.replace(storeName, text).value();
-    changed_ = false;
+    isChanged_ = false;
     addedEmpty_.clear();
   });
 }
@@ -138,13 +138,13 @@ Result<void> PreferencesStore::commit() {
 void PreferencesStore::forget() {
   values_.reset();
   state_.reset();
-  changed_ = false;
+  isChanged_ = false;
   addedEmpty_.clear();
 }
 
 void PreferencesStore::leaveOutEmpty() {
   for (const auto& path : addedEmpty_) {
-    // With what was made on the way and holds nothing else.
+    // Also removes parents that become empty.
     std::string_view rest = path;
     for (auto keys = keysOf(rest); !keys.empty(); keys.pop_back(), rest = rest.substr(0, rest.rfind('/'))) {
       const auto* value = find(std::string(rest)).value();

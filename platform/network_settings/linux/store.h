@@ -1,4 +1,4 @@
-// The network preferences as a JSON file that is locked, read, changed and replaced as a whole.
+// The network preferences in a JSON file that is locked, read, changed and replaced as a whole.
 #pragma once
 
 #include <boost/json/object.hpp>
@@ -11,35 +11,37 @@
 
 namespace platform {
 
-/// One session's view of the store. A failed step leaves the file as it was, but for the end of a commit
-/// (PrivateFolder::replace()). Used by one thread.
+/// One session's view of the store. One thread at a time. A failed step leaves the file unchanged, except for the last
+/// step of a commit (PrivateFolder::replace()).
 ///
-/// Beside the file "preferences.json" lies "preferences.lock", which the holder of the lock has locked by flock(2), and
-/// "projected.json", a list of the services whose settings have been handed on to NetworkManager.
+/// The folder holds three files:
+/// - "preferences.json": the preferences;
+/// - "preferences.lock": locked with flock(2) by the holder of the lock;
+/// - "projected.json": a list of the services whose settings have been handed on to NetworkManager.
 class PreferencesStore {
  public:
   static Result<PreferencesStore> open(const std::string& folder);
 
-  /// Takes the lock and reads the files. Fails when the file has changed since this session read it, and, unless it is
-  /// to wait, when somebody else has the lock.
+  /// Takes the lock and reads the files. Fails if the file has changed since this session read it, and, without `wait`,
+  /// if another session holds the lock.
   Result<void> lock(bool wait);
   void unlock();
 
-  /// Sets the value at a path as platform/network_settings/preferences.h has it.
+  /// Sets the value at a path (platform/network_settings/preferences.h).
   Result<void> set(const std::string& path, const boost::json::value& value);
 
-  /// Replaces the file with what was set; does nothing when nothing was. The session must hold the lock. Where the file
-  /// would become too long, empty objects that were not there before are left out: nothing and an empty object mean the
-  /// same to who reads it, so that whatever fills the store, everything in it can be emptied.
+  /// Writes the changes to the file; does nothing if there are none. The session must hold the lock. If the file would
+  /// become too long, new empty objects are left out. To readers they mean the same as missing ones, so a full store
+  /// can still be emptied.
   Result<void> commit();
 
-  /// Drops what was read and set, and not committed.
+  /// Discards cached values and uncommitted changes.
   void forget();
 
-  /// The value at a path; null when there is none.
+  /// The value at a path; null if there is none. Valid until the next change.
   Result<const boost::json::value*> find(const std::string& path);
 
-  /// What has been handed on, as it was when this session took the lock, which it must hold to change it.
+  /// The services whose settings have been handed on to NetworkManager, as of lock(). Changing them requires the lock.
   const std::set<std::string>& projectedServices() const { return projected_; }
   Result<void> setProjectedServices(std::set<std::string> services);
 
@@ -55,12 +57,12 @@ class PreferencesStore {
 
   PrivateFolder folder_;
   FileDescriptor lockFile_;
-  bool locked_ = false;
-  bool changed_ = false;
-  std::vector<std::string> addedEmpty_;        ///< paths at which there was nothing, and an empty object was set
-  std::optional<boost::json::object> values_;  ///< absent until they are read
+  bool isLocked_ = false;
+  bool isChanged_ = false;
+  std::vector<std::string> addedEmpty_;        ///< paths where a new empty object was set
+  std::optional<boost::json::object> values_;  ///< absent until read
   std::set<std::string> projected_;
-  std::optional<struct stat> state_;  ///< of the file that was read; absent: there was none
+  std::optional<struct stat> state_;  ///< state of the file that was read; absent if there was none
 };
 
 }  // namespace platform

@@ -24,7 +24,7 @@ class PreferencesStoreTest : public testing::Test {
  protected:
   PreferencesStore open() const { return PreferencesStore::open(folder).value(); }
 
-  /// A session from lock to unlock.
+  /// A session, from lock() to unlock().
   Result<void> tryToChange(const std::string& path, const json::value& value) const {
     return attempt([&] {
       auto store = PreferencesStore::open(folder).value();
@@ -36,7 +36,7 @@ class PreferencesStoreTest : public testing::Test {
   }
   void change(const std::string& path, const json::value& value) const { tryToChange(path, value).value(); }
 
-  /// What a session complains of that would have changed the store.
+  /// The error of a session that tries to change the store.
   std::string refusal() const { return tryToChange("/NetworkServices/A/Proxies", "changed").error().what(); }
 
   std::string content() const { return test::readFile(file); }
@@ -93,7 +93,7 @@ TEST_F(PreferencesStoreTest, WhatCannotBeSetIsRefused) {
   }
   EXPECT_EQ(content(), before);
 
-  // Alone: what was set besides is written.
+  // Only these are left out: other values are written.
   auto store = open();
   store.lock(true).value();
   EXPECT_FALSE(store.set("/a", json::array{infinity}));
@@ -118,14 +118,14 @@ TEST_F(PreferencesStoreTest, AChangeMeanwhileIsFoundStale) {
   auto store = open();
   store.set("/b", 1).value();
   change("/a", 2);
-  EXPECT_STREQ(store.lock(true).error().what(), "The network preferences have changed meanwhile");
-  change("/a", 3);  // the lock is free
+  EXPECT_STREQ(store.lock(true).error().what(), "The network preferences have changed since they were read");
+  change("/a", 3);  // the lock is free again
   store.forget();
   store.lock(true).value();
   store.set("/b", 1).value();
   store.commit().value();
   store.unlock();
-  store.lock(true).value();  // one's own change is none
+  store.lock(true).value();  // the session's own change does not count
   EXPECT_FALSE(open().lock(false));
   EXPECT_EQ(content(), R"({"a":3,"b":1})");
 }
@@ -213,7 +213,7 @@ TEST_F(PreferencesStoreTest, WhatFillsTheStoreCanBeEmptiedAndKeepsNobodyFromEmpt
 TEST_F(PreferencesStoreTest, AFailedWriteLeavesTheOldStore) {
   change("/a", 1);
   const auto before = content();
-  // A draft that cannot be made, one that cannot be written to its end, and a store that cannot be replaced.
+  // A draft that cannot be created, one that cannot be written completely, and a store that cannot be replaced.
   fs::create_directory(file + ".new");
   EXPECT_NE(refusal(), "");
   fs::remove(file + ".new");
