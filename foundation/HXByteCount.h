@@ -16,5 +16,5 @@ std::string stringFromByteCount(std::uint64_t byteCount, std::size_t maxNumberCh
 /// The number with two decimals; with one or none if it would otherwise take more than `maxCharacter` characters.
 std::string stringWithDouble(double number, std::size_t maxCharacter);
 
-/// stringFromByteCount() and "/s".
+/// The result of stringFromByteCount(), followed by "/s".
 std::string speedStringFromByteCount(std::uint64_t byteCount);

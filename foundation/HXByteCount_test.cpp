@@ -12,7 +12,7 @@ TEST(ByteCount, ChoosesTheUnitBeforeItRounds) {
            {999, "999 B"},
            {1000, "1 KB"},
            {1500, "2 KB"},
-           {2500, "2 KB"},  // halves go to the even digit
+           {2500, "2 KB"},  // halves round to even
            {999'999, "1000 KB"},
            {1'000'000, "1.0 MB"},
            {1'250'000, "1.2 MB"},

@@ -1,4 +1,4 @@
-// The error of changing a collection during its enumeration.
+// The error for a collection that changes during its enumeration.
 #pragma once
 
 #include <stdexcept>

@@ -156,7 +156,7 @@ class HXFIFOQueue {
     removeObjectsAtLogicalIndices(indices);
   }
 
-  /// Removes every reference to this very object.
+  /// Removes every reference to this object; equal but distinct objects stay.
   void removeObjectIdenticalTo(const Object& object) {
     if (!object) return;
     enumerateObjectsToDeleteUsingBlock([&](const Object& other, std::uint64_t, bool&) { return other == object; });

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-/// Exactly "127.0.0.1", "localhost" or "::1".
+/// Whether the text is exactly "127.0.0.1", "localhost" or "::1".
 bool isLocalhost(std::string_view text);
 
 /// Whether a name matches a shell pattern (fnmatch(3), in which a backslash is an ordinary character), ignoring case.

@@ -15,19 +15,20 @@ bool isIPv6Address(std::string_view text);
 /// Whether the text is an IPv4 or IPv6 address.
 bool isIPAddress(std::string_view text);
 
-/// ::ffff:0:0/96
+/// Whether the text is an address in ::ffff:0:0/96.
 bool isIPv4MappedIPv6Address(std::string_view text);
-/// 224.0.0.0/4
+/// Whether the text is an address in 224.0.0.0/4.
 bool isMulticastIPv4Address(std::string_view text);
-/// 2000::/3, the global unicast addresses
+/// Whether the text is a global unicast address (2000::/3).
 bool isGUAIPv6Address(std::string_view text);
-/// fc00::/7, the unique local addresses (RFC 4193)
+/// Whether the text is a unique local address (fc00::/7, RFC 4193).
 bool isULAIPv6Address(std::string_view text);
 
-/// An IPv4 address other than 127.0.0.1 and not in 0.0.0.0/8, 169.254.0.0/16 or 198.18.0.0/16.
+/// Whether the text is an IPv4 address other than 127.0.0.1 and not in 0.0.0.0/8, 169.254.0.0/16 or 198.18.0.0/16.
 bool isValidAccessableIPv4Address(std::string_view text);
 
-/// An IPv4 address, "/" and a prefix length from 0 to 32 with one to three digits. IPv6 is not accepted.
+/// Whether the text is an IPv4 address, "/" and a prefix length from 0 to 32 with one to three digits. IPv6 is not
+/// accepted.
 bool isIPCIDRString(std::string_view text);
 
 /// An IPv4 address in network byte order; 0 if the text is not one.

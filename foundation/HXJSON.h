@@ -9,7 +9,7 @@
 
 #include "foundation/HXData.h"
 
-/// How deep arrays and objects may be nested.
+/// Maximum nesting depth of arrays and objects.
 inline constexpr std::size_t HXJSONMaximumDepth = 512;
 
 /// Parses an object or array; null if the bytes are not such a JSON text. The data keeps the value, so later calls

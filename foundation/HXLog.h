@@ -32,8 +32,8 @@ bool HXLogIsEnabled();
 /// Selects the destinations; initially the system log and the file.
 void HXSetLogDestinations(std::uint64_t destinations);
 
-/// Sets a function that is called with every finished line after all destinations have it. It runs under the log's lock
-/// and must not log. An empty function removes the hook.
+/// Sets a function that is called with every finished line, after the line has gone to all destinations. It runs under
+/// the log's lock and must not log. An empty function removes the hook.
 void HXSetLogLineHook(std::function<void(const std::string&)> hook);
 
 /// Sets a function that receives level, module name and message in place of the normal path of HX_log() and
@@ -43,8 +43,8 @@ void HX_setLogAction(std::function<void(std::int8_t, const std::string&, const s
 /// Sets the file that lines are appended to from now on.
 /// - The file is created if missing, and never truncated or rotated. A symbolic link is not followed.
 /// - Each line is synchronised to the disk.
-/// - If the file cannot be opened, lines skip it silently. If writing a line fails, the file is closed and stays out of
-///   use until the next call.
+/// - If the file cannot be opened, lines silently go only to the other destinations. If writing a line fails, the file
+///   is closed and not used again until the next call.
 void HXSetLogFilePath(const std::string& path);
 /// The path of the last HXSetLogFilePath(), whether or not the file could be opened; initially empty.
 std::string HXLogFilePath();

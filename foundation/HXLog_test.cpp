@@ -156,7 +156,7 @@ TEST_F(HXLogTest, AnUncaughtExceptionIsLoggedAndHandedOn) {
       _exit(7);
     });
     HXInstallUncaughtExceptionHandler();
-    HXInstallUncaughtExceptionHandler();  // must not become its own predecessor
+    HXInstallUncaughtExceptionHandler();  // the handler must not become its own predecessor
     HXSetLogDestinations(HXLogToFile | HXLogToStderr);
     std::thread([] { throw std::runtime_error("nobody catches this"); }).join();
   };

@@ -20,11 +20,10 @@
 
 class HXMutableOrderedDictionary;
 
-/// An ordered list of keys, each with an object.
+/// An ordered list of keys, each with an object. Pointers to objects are valid until the dictionary changes.
 ///
-/// The constructors take key lists as given: a key may occur twice, or have no entry. The object of a key without an
-/// entry is JSON null, except that the lookups, which return pointers, return a null pointer. Pointers to objects are
-/// valid until the dictionary changes.
+/// The constructors take key lists as given: a key may occur twice, or have no entry. A key without an entry has a null
+/// pointer as the result of lookups and JSON null as its object everywhere else.
 class HXOrderedDictionary {
  public:
   HXOrderedDictionary() = default;

@@ -13,7 +13,7 @@ class Readiness {
 
   int descriptor() const { return reading_.get(); }
 
-  /// Any thread. Repeated calls have no further effect.
+  /// Any thread. Calling one of them again has no further effect.
   void set();
   void clear();
 

@@ -62,7 +62,7 @@ class Connection {
   /// The peer's effective user ID when it connected.
   virtual std::uint32_t peerUserID() const = 0;
 
-  /// The peer's process; from resume() on, with a handle to it (on Linux).
+  /// The peer's process. From resume() on, it has a handle on Linux.
   virtual const Process& peer() const = 0;
 
   /// Sets the requirement that the peer's running image must satisfy; messages of other peers are not delivered. Call

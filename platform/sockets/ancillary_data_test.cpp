@@ -13,7 +13,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// One header with data, padded to where the next may begin.
+/// One header with data, padded to where the next header may begin.
 Bytes entry(int level, int type, const Bytes& data, std::optional<std::size_t> length = {}) {
   Bytes bytes(CMSG_SPACE(data.size()), 0xEE);
   cmsghdr header{};
@@ -42,8 +42,10 @@ TEST(AncillaryData, FirstHopLimitIsFound) {
   EXPECT_EQ(hopLimitIn(hopLimit(255)), 255);
   EXPECT_EQ(hopLimitIn(hopLimit(64) + hopLimit(255)), 64);
   EXPECT_EQ(hopLimitIn(other + entry(IPPROTO_IPV6, IPV6_2292PKTINFO, Bytes(20)) + hopLimit(-1)), -1);
-  EXPECT_EQ(hopLimitIn(entry(SOL_SOCKET, IPV6_2292HOPLIMIT, Bytes(4)) + hopLimit(7)), 7);    // the level counts too
-  EXPECT_EQ(hopLimitIn(entry(IPPROTO_IPV6, IPV6_2292HOPLIMIT, Bytes(3)) + hopLimit(8)), 8);  // too short: the next
+  // Another level does not count
+  EXPECT_EQ(hopLimitIn(entry(SOL_SOCKET, IPV6_2292HOPLIMIT, Bytes(4)) + hopLimit(7)), 7);
+  // Too short, so the next one counts
+  EXPECT_EQ(hopLimitIn(entry(IPPROTO_IPV6, IPV6_2292HOPLIMIT, Bytes(3)) + hopLimit(8)), 8);
 }
 
 TEST(AncillaryData, WhatIsCutOffOrMalformedIsNotRead) {
@@ -53,7 +55,7 @@ TEST(AncillaryData, WhatIsCutOffOrMalformedIsNotRead) {
   for (std::size_t size = 0; size < CMSG_LEN(sizeof(int)); ++size) {
     EXPECT_EQ(hopLimitIn(std::span(whole).first(size)), std::nullopt) << size;
   }
-  EXPECT_EQ(hopLimitIn(std::span(whole).first(CMSG_LEN(sizeof(int)))), 255);  // no padding after the last
+  EXPECT_EQ(hopLimitIn(std::span(whole).first(CMSG_LEN(sizeof(int)))), 255);  // the last header needs no padding
 
   for (std::size_t length :
        {std::size_t{0}, std::size_t{1}, CMSG_LEN(0) - 1, std::size_t{1000}, SIZE_MAX - 2, SIZE_MAX}) {

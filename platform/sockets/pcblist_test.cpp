@@ -26,7 +26,7 @@ constexpr Layout layouts[] = {
 
 constexpr std::uint8_t four = 1, six = 2;
 
-/// A table of `count` groups without a field set; whatever is no field is 0xEE. The trailing header is left out.
+/// A table of `count` groups with all fields zero; bytes outside the fields are 0xEE. There is no trailing header.
 Bytes table(const Layout& layout, std::size_t count) {
   Bytes bytes(24 + count * layout.size, 0xEE);
   for (std::size_t group = 24; group < bytes.size(); group += layout.size) {
@@ -79,7 +79,7 @@ TEST(SocketTableOfMacOS, FieldsAreFoundInEachLayout) {
     EXPECT_THAT(found[0].localAddress, ElementsAre(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 127, 0, 0, 1));
     EXPECT_THAT(found[2].localAddress, ElementsAre(0xFE, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1));
     EXPECT_THAT(processesOn(8080, bytes, layout), ElementsAre(42, 0x89ABCDEF, 0));
-    EXPECT_THAT(processesOn(0, bytes, layout), ElementsAre(0));  // bound to none
+    EXPECT_THAT(processesOn(0, bytes, layout), ElementsAre(0));  // bound to no port
     EXPECT_THAT(processesOn(0x901F, bytes, layout), IsEmpty());  // the other byte order
     EXPECT_THAT(processesOn(0xEEEE, bytes, layout), IsEmpty());
   }

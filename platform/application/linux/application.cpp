@@ -17,8 +17,8 @@ namespace platform {
 
 namespace {
 
-// Per user, at the same time. Each launch occupies a thread of the global queue and may wait for things that the user
-// can delay.
+// Maximum number of concurrent launches per user. Each one occupies a thread of the global queue and may wait for
+// things that the user can delay.
 constexpr int maximumLaunches = 8;
 
 /// Number of launches in progress for each user. Main thread.

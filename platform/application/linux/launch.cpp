@@ -47,7 +47,7 @@ class Launch {
     if (pipe2(ends, O_CLOEXEC) != 0) return {"pipe", errno};
     FileDescriptor reading(ends[0]), writing(ends[1]), null(open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!null) return {"open", errno};
-    // Above the standard descriptors, whose numbers may be free.
+    // Moved above the standard descriptors, which may be closed and so have free numbers.
     null_.reset(fcntl(null.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     report_.reset(fcntl(writing.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     if (!null_ || !report_) return {"fcntl", errno};

@@ -1,4 +1,4 @@
-// Requirement texts of any kind: parsed or refused, and what was parsed can be evaluated.
+// Arbitrary requirement texts are either parsed or rejected, and parsed ones can be evaluated.
 #include <string_view>
 
 #include "platform/code_signing/linux/requirement.h"

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int maximumLinks = 40;  // the limit of the kernel's own path walk (path_resolution(7))
 
-/// Why others than root may be able to change a file or folder; empty if they cannot.
+/// Why users other than root may be able to change a file or folder; empty if they cannot.
 std::string distrust(const struct stat& status, const struct statfs& fileSystem, mode_t type) {
   if ((status.st_mode & S_IFMT) != type) return type == S_IFDIR ? "is not a folder" : "is not a regular file";
   if (status.st_uid != 0) return fmt::format("may be changed by its owner, user {}", status.st_uid);

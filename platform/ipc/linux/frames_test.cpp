@@ -80,7 +80,7 @@ TEST(IPCFrames, RefusesWhatIsNotOneItemOfTheForm) {
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0x62, 0xC0, 0x80}),        // overlong text
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0x63, 0xED, 0xA0, 0x80}),  // surrogate
            bytes({0x82, 0, 0xA2, 0x61, 'a', 1, 0x61, 'a', 2}),         // key twice
-           // the same key; its first value is of a type that is left out
+           // The same key; its first value is of a type that is left out
            bytes({0x82, 0, 0xA2, 0x61, 'a', 0xF6, 0x61, 'a', 2}),
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x61, 'x', 0xFF}),  // text inside indefinite data
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0xFF}),

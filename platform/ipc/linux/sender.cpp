@@ -45,7 +45,7 @@ bool Sender::isAlive() const {
 bool Sender::wasGivenGroup(gid_t group) const {
   if (gid_ != group) return false;
   if (uid_ == 0) return true;
-  // real, effective, saved, file system
+  // Real, effective, saved and file-system IDs.
   auto groups = numbersOf(readProcessFile(pid(), "status").value_or(""), "Gid:");
   return groups.size() == 4 && groups[0] != group && isAlive();
 }

@@ -45,7 +45,7 @@ DesktopProxy desktopProxy(const json::object& proxies) {
   for (const auto& given : proxyExceptions(proxies)) {
     if (auto exception = desktopException(given); !exception.empty()) result.exceptions.push_back(exception);
   }
-  // as Chromium writes it
+  // Chromium's notation.
   if (isSwitchedOn(proxies, "ExcludeSimpleHostnames")) result.exceptions.emplace_back("<local>");
   return result;
 }

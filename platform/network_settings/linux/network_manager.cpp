@@ -370,7 +370,7 @@ Result<std::vector<Result<void>>> NetworkManager::update(const std::vector<std::
         if (isDone(before.get(), change)) return;
         auto request = makeCall(connection, connectionInterface, "Update2");
         writeChanged(request.get(), before.get(), change);
-        // no flags: it remains stored on disk, or not, as before
+        // No flags: the connection remains stored on disk, or not, as before.
         check(sd_bus_message_append(request.get(), "ua{sv}", 0, 0));
         requests.push_back(std::move(request));
         changed.push_back(index);

@@ -175,7 +175,7 @@ bool Handover::isMirrored() const {
 
 void Handover::note(const std::string& service, const Result<void>& step) {
   if (step) return;
-  // the other services would fail in the same way
+  // The other services would fail in the same way.
   if (manager_.presence() != NetworkManager::Presence::there) throw step.error();
   problems_ += fmt::format("{}{}: {}", problems_.empty() ? "" : "; ", service, step.error().what());
 }

@@ -15,7 +15,8 @@ namespace platform {
 
 namespace {
 
-// No inserted text can end a string: names() and bits() exclude such characters.
+// No inserted text can end a string: proxyHost(), proxyException() and bits() let no quote, backslash or line end
+// through.
 constexpr char scriptFormat[] = R"(var http = "{http}", https = "{https}", other = "{other}";
 var excludeSimple = {excludeSimple};
 var names = [{names}];

@@ -55,7 +55,7 @@ TEST_F(PreferencesStoreTest, IsMadeForItsUserAloneAndKeepsValuesAsTheyAre) {
   mode_t before = umask(0);
   auto value = json::parse(R"({"int":-1,"large":18446744073709551615,"real":1.0,"half":0.5,"true":true,"null":null,
                                "text":"é\u0000\"","list":[[],{}]})");
-  value.get_object()["long"] = 1.3927926388013963E-143;  // which Boost 1.81 itself would not read back
+  value.get_object()["long"] = 1.3927926388013963E-143;  // Boost 1.81 itself would misread it
   change("/NetworkServices/A/Proxies", value);
   change("/NetworkServices/A/IPv4", "second");
   change("/NetworkServices//Proxies", 3);

@@ -33,7 +33,8 @@ struct Attributes {
   posix_spawnattr_t value;
 };
 
-/// Starts a program; its path is the first argument. With an empty `output` it inherits ours. Throws a Failure.
+/// Starts a program; its path is the first argument. With an empty `output` it inherits this process's standard output
+/// and error. Throws a Failure.
 pid_t spawn(const std::vector<std::string>& arguments, const FileDescriptor& output) {
   FileActions actions;
   if (output) {

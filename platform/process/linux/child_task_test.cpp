@@ -243,7 +243,7 @@ TEST_F(ChildTaskTest, AChildThatCannotBeWatchedIsNotLeftRunning) {
   serveWhatWaits();
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
-  // the descriptors that a launch needs for itself
+  // The descriptors that a launch needs for itself.
   FileDescriptor used[] = {FileDescriptor(dup(0)), FileDescriptor(dup(0))};
   auto next = FileDescriptor(dup(0)).get();
   const rlimit full{.rlim_cur = static_cast<rlim_t>(next), .rlim_max = limit.rlim_max};

@@ -107,7 +107,7 @@ class Search {
     const Directory folder(opendir("/proc"));
     auto pids = numbersIn(folder.get(), [this] { return !isOver(); });
     std::sort(pids.rbegin(), pids.rend());
-    // Processes of the sockets' users first. The users are determined only until the search is over.
+    // Processes of the sockets' users first. The loop determines a process's user only while the search lasts.
     std::vector<std::int32_t> others;
     for (auto pid : pids) {
       if (isOver()) return;
