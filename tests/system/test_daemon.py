@@ -103,7 +103,7 @@ class SystemLog(HelperTest):
         self.assertLess(len(lines), 60)
         self.assertGreater(len(self.log()), 60)  # the file has them all
         self.assert_serves()
-        self.assertRegex(self.received()[0], r": Lines before this one that could not be handed over: \d+$")
+        self.assertRegex(self.received()[0], r": Lines dropped before this one: \d+$")
 
 
 class End(HelperTest):

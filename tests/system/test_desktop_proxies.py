@@ -161,7 +161,7 @@ class OnANetwork(NetworkTest):
         for unusable in (script, pac | {"ProxyAutoConfigURLString": "file:///a"}):
             self.assertEqual(client.set_proxy({self.wired: unusable}), SUCCESS)
             self.assertEqual((plain_words(), user.dump()), (NONE, {}))
-        self.wait_for_system_log("a script that is not at a URL is only handed on to NetworkManager")
+        self.wait_for_system_log("an inline PAC script is only passed to NetworkManager")
 
     def test_what_is_out_of_order_leaves_no_proxy(self):
         """At the end of a client the store, the folder in /run, NetworkManager or the bus cannot be had."""

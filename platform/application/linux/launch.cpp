@@ -85,7 +85,7 @@ class Launch {
     if (setresuid(identity_.user, identity_.user, identity_.user) != 0) fail("setresuid");
     if (identity_.user != 0 && setuid(0) == 0) {
       errno = EPERM;
-      fail("the user's IDs do not stay");
+      fail("the process could become root again");
     }
 
     umask(S_IWGRP | S_IWOTH);

@@ -13,7 +13,7 @@ namespace platform::code_signing {
 
 /// The result of a check by Security.framework.
 inline Result<void> resultOf(Status status, const std::string& about) {
-  if (status != success) return Failure(status, about + ": status " + std::to_string(status) + " of Security");
+  if (status != success) return Failure(status, about + ": Security status " + std::to_string(status));
   return {};
 }
 
@@ -23,7 +23,7 @@ Result<CFOwner<Reference>> make(Create create) {
   Reference reference = nullptr;
   Status status = create(&reference);
   CFOwner<Reference> object(reference);
-  if (status != success) return Failure(status, "status " + std::to_string(status) + " of Security");
+  if (status != success) return Failure(status, "Security status " + std::to_string(status));
   return object;
 }
 

@@ -16,7 +16,7 @@ namespace platform::fake {
 void waitReadable(int descriptor) {
   constexpr int deadline = 30'000;  // milliseconds
   pollfd poll{descriptor, POLLIN, 0};
-  if (::poll(&poll, 1, deadline) != 1) throw std::runtime_error("nothing came");
+  if (::poll(&poll, 1, deadline) != 1) throw std::runtime_error("timed out waiting for data");
 }
 
 class Peer::Implementation {

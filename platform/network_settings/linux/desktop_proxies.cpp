@@ -66,7 +66,7 @@ Result<DesktopProxy> proxyOf(PreferencesStore& store, const std::string& service
   if (hasOnlyInlineScript(*proxies)) {
     static std::once_flag isLogged;
     std::call_once(isLogged, [] {
-      systemLog("Desktop proxies: a script that is not at a URL is only handed on to NetworkManager");
+      systemLog("Desktop proxies: an inline PAC script is only passed to NetworkManager");
     });
   }
   return desktopProxy(*proxies);

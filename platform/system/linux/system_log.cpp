@@ -31,7 +31,7 @@ class LogSocket {
 
  private:
   bool sendMissed() {
-    if (!send(fmt::format("Lines before this one that could not be handed over: {}", missed_))) return false;
+    if (!send(fmt::format("Lines dropped before this one: {}", missed_))) return false;
     missed_ = 0;
     return true;
   }
