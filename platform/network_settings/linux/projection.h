@@ -19,8 +19,8 @@ struct ProxySetting {
 
 /// Converts a proxies dictionary (SCSchemaDefinitions.h). The first of these that is switched on applies:
 /// - automatic configuration: the URL of a PAC script or, without a URL, the script itself;
-/// - proxies for HTTP, HTTPS or SOCKS: a generated script (proxy_script.h);
-/// - otherwise no proxy.
+/// - proxies for HTTP, HTTPS or SOCKS: a generated script (proxy_script.h).
+/// If neither is switched on, the result is no proxy.
 ///
 /// Fails if a proxy is switched on but its host, port or script is missing or invalid: without the proxy, traffic meant
 /// for it would go out over the open network.
