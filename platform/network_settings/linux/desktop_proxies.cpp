@@ -65,9 +65,8 @@ Result<DesktopProxy> proxyOf(PreferencesStore& store, const std::string& service
   if (!proxies) return DesktopProxy();
   if (hasOnlyInlineScript(*proxies)) {
     static std::once_flag isLogged;
-    std::call_once(isLogged, [] {
-      systemLog("Desktop proxies: an inline PAC script is only passed to NetworkManager");
-    });
+    std::call_once(isLogged,
+                   [] { systemLog("Desktop proxies: an inline PAC script is only passed to NetworkManager"); });
   }
   return desktopProxy(*proxies);
 }
