@@ -52,7 +52,7 @@ class WatchdogTest : public testing::Test {
     EXPECT_EQ(chown(path.c_str(), 1000, 1000), 0) << "run as root";
   }
 
-  /// Runs the sweep; whether the file is gone.
+  /// Runs the sweep and returns whether it deleted the file.
   bool deletes() {
     machine().steps.clear();
     log.clear();
@@ -118,7 +118,7 @@ TEST_F(WatchdogTest, AnUnsafeFileIsRefusedAndLeft) {
 }
 
 TEST_F(WatchdogTest, AFileThatIsShorterThanItSaysIsLeft) {
-  BRHKillWatchedExternalProcesses("/sys/kernel/fscaps");  // which says 4096
+  BRHKillWatchedExternalProcesses("/sys/kernel/fscaps");  // stat() reports 4096 bytes, but it has fewer
   EXPECT_THAT(log, ElementsAre("[Helper] Failed to read external-process watchdog file"));
 }
 
