@@ -100,9 +100,9 @@ function(brh_development_bundle name bundle executable)
   add_custom_target(${name} ALL DEPENDS ${bundle}/signed)
 endfunction()
 
-# brh_room([PORTABLE file…] [LINUX file…] [DARWIN file…]): adds sources of the current folder to the platform library. LINUX
+# brh_module([PORTABLE file…] [LINUX file…] [DARWIN file…]): adds sources of the current folder to the platform library. LINUX
 # files lie in linux/, DARWIN files in darwin/.
-function(brh_room)
+function(brh_module)
   if(NOT TARGET platform)
     return()
   endif()
