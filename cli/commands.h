@@ -20,7 +20,7 @@ struct Surroundings {
 
 struct Command {
   std::string arguments;    ///< as the usage shows them
-  std::string description;  ///< lines for people
+  std::string description;  ///< for people; may have several lines
   std::size_t least, most;  ///< number of arguments
   std::function<Answer(const Surroundings&, const Arguments&)> run;
 };

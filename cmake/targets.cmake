@@ -25,7 +25,7 @@ function(brh_library name)
   brh_use_common(${name})
 endfunction()
 
-# main() of the unit tests.
+# The main() of the unit tests.
 if(BRH_BUILD_TESTS)
   add_library(test_main OBJECT ${PROJECT_SOURCE_DIR}/tests/support/test_main.cpp)
   brh_use_common(test_main)

@@ -67,7 +67,7 @@ class Helper:
         self.socket.connect(f"/run/{service}.socket")
         self.last_id = 0
         self.was_answered = False
-        greeting_id, greeting = self.receive()  # the helper speaks first
+        greeting_id, greeting = self.receive()  # the helper sends the first message
         assert (greeting_id, greeting["service"]) == (0, service)
         self.build = greeting["build"]
 

@@ -18,8 +18,7 @@ class BRHMain : public HXLogging<BRHMain> {
   /// The one instance.
   static BRHMain& sharedInstance();
 
-  /// Handles an event of an admitted connection: answers a request, or cleans up after a lost client.
-  /// (BRHMain_dispatch)
+  /// Handles an event of an admitted connection: a request, or the loss of the client. (BRHMain_dispatch)
   void handleXPCEvent(platform::ipc::Connection& connection, const platform::ipc::Event& event);
 
   /// Carries out a client's JSON command and returns the reply. Throws nothing. (BRHMain_commands)

@@ -83,7 +83,7 @@ TEST_F(SupervisionTest, TheFirstRelaunchWaitsForThirtySecondsOfUptime) {
 TEST_F(SupervisionTest, TheTimeOfARelaunchIsReadAnew) {
   machine().secondsPerReading = 5;
   EXPECT_TRUE(relaunchesAt(1000));
-  EXPECT_FALSE(relaunchesAt(1035));  // 30 after 1005
+  EXPECT_FALSE(relaunchesAt(1035));  // exactly 30 seconds after the relaunch at 1005
   EXPECT_TRUE(relaunchesAt(1036));
 }
 

@@ -74,7 +74,7 @@ TEST_F(WatchdogTest, KillsWhatStillRunsAsItWasListedAndHoldsItFirst) {
   put(R"([[10, "/a"], [11, "/a"], [12, "/a"], [13, "/a"], [14, "/a"], [15, "/a"], [10, "/A"], [1, "/a"]])");
   EXPECT_TRUE(deletes());
   EXPECT_THAT(machine().killed, ElementsAre(10));
-  EXPECT_EQ(std::count(machine().steps.begin(), machine().steps.end(), "find 10"), 1);  // though listed twice
+  EXPECT_EQ(std::count(machine().steps.begin(), machine().steps.end(), "find 10"), 1);  // listed twice, looked up once
   machine().steps.resize(7);
   EXPECT_THAT(machine().steps,
               ElementsAre("find 10", "user 10", "path 10", "kill 10", "find 11", "user 11", "path 11"));

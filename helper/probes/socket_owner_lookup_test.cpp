@@ -73,7 +73,7 @@ TEST_F(SocketOwnerLookupTest, FamiliesKeepApart) {
   EXPECT_EQ(owner(askLocal6), 0);
   EXPECT_EQ(owner(askAny6), 3);
   auto unknown = askAny4;
-  unknown[1] = 10;  // AF_INET6 of another system
+  unknown[1] = 10;  // AF_INET6 on another system
   EXPECT_EQ(owner(unknown), 0);
 }
 

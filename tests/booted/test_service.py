@@ -11,7 +11,7 @@ TEMPORARY = "set-proxy Wired http=127.0.0.1:8080 temporary"
 
 
 def set_temporary_proxy_and_stay():
-    """For run: the machine is to go while this is so."""
+    """Leaves temporary proxies set; the script "run" then shuts the machine down."""
     ensure_installed()
     connected()
     client = in_session(MEMBER, "Brimo", "--json")

@@ -1,4 +1,4 @@
-"""Desktops of two users in the tests' namespaces, for the system tests and the demonstration."""
+"""Desktops of two users in the tests' namespaces."""
 
 import configparser
 import json

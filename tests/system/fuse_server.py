@@ -63,7 +63,7 @@ class FuseServer:
         return struct.pack("=6Q10I", node, size, (size + 511) // 512, 0, 0, 0, 0, 0, 0, mode, 1, 0, 0, 0, 4096, 0)
 
 
-# Run by a user: serves the file /var/lib/overlay/x (deleted) through an overlay, where he alone sees it.
+# A user's script that serves "/var/lib/overlay/x (deleted)" through an overlay in his own mount namespace.
 SERVE_UNDER_OVERLAY = """
 from fuse_server import FuseServer
 libc = enter_user_namespace(0x00020000)  # CLONE_NEWNS

@@ -1,8 +1,8 @@
-// An application that the helper launches again, and that writes down from inside how it finds itself.
+// An application that the helper relaunches and that reports its own state.
 //
-// It arms the watchdog, says so, sends the commands that it reads and waits for its end. Launched again by the helper
-// it leaves its report in /tmp, in a file named after its argument and process ID. Given another program's path and
-// arguments, it connects and becomes that program.
+// It starts the watchdog, prints that, sends the commands that it reads, and waits until it is killed. After a
+// relaunch, it writes its report to /tmp, in a file named after its argument and PID. With the path and arguments of
+// another program, it connects and then executes that program.
 #include <brimo/HelperClient.h>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -42,7 +42,7 @@ boost::json::object report(int count, char** arguments) {
           {"umask", mask}};
 }
 
-/// Runs a program in this one's place once the helper has admitted it, with the connection as descriptor 3.
+/// Connects, waits until the helper admits this program, and executes another one with the connection as descriptor 3.
 int becomeAnother(char** program) {
   brimo::HelperClient helper;
   helper.call(brimo::version());  // the helper checks the process again on its first message

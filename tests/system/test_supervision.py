@@ -37,7 +37,7 @@ class Relaunch(HelperTest):
         for pid in self.relaunched:
             try:
                 os.kill(pid, signal.SIGKILL)
-                os.waitpid(pid, 0)  # its parent is this process, the first of its namespace
+                os.waitpid(pid, 0)  # this process is the first of its namespace, so it is the parent
             except (ProcessLookupError, ChildProcessError):
                 pass
 

@@ -76,8 +76,8 @@ struct Proxies {
 /// What happens to the proxies when a client disconnects.
 enum class ProxyLifetime {
   untilAClientLeaves,  ///< the helper switches them off when any client disconnects, not only this one
-  permanent,           ///< they stay
-  permanentForAll,     ///< they stay, and so do all proxies set before with untilAClientLeaves
+  permanent,           ///< the proxies stay
+  permanentForAll,     ///< the proxies stay, and so do all that were set with untilAClientLeaves before
 };
 
 /// Replaces the proxies of network services. The keys are the services' IDs.

@@ -26,21 +26,21 @@ struct Error {
   std::string message;  ///< for people to read, in UTF-8
 };
 
-/// The answer to a request, or an error.
+/// The result of a request: an answer or an error.
 template <class Value>
 class Result {
  public:
   Result(Value value) : value_(std::move(value)) {}
   Result(Error error) : error_(std::move(error)) {}
 
-  /// Whether there is an answer.
+  /// Whether this is an answer.
   explicit operator bool() const { return value_.has_value(); }
 
-  /// The answer. Undefined when there is none.
+  /// The answer. Undefined if this is an error.
   const Value& operator*() const { return *value_; }
   const Value* operator->() const { return &*value_; }
 
-  /// The error. Undefined when there is an answer.
+  /// The error. Undefined if this is an answer.
   const Error& error() const { return *error_; }
 
  private:
