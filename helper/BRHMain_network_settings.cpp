@@ -103,7 +103,7 @@ void BRHMain::cleanupProxySettings() {
   if (!session) return;
   platform::Result<void> outcome;  // the last failure
   for (const auto& serviceID : *_serviceProxySettingsChanged) {
-    // An empty dictionary switches every proxy of the service off; removing the entity would not.
+    // An empty dictionary, rather than no dictionary, switches every proxy of the service off.
     auto set = session->setValue(entityPath(serviceID, preferences::proxiesEntity), json::object());
     HX_log("Remove service {} proxy settings, result: {:d}", serviceID, set.has_value());
     if (!set) outcome = set;

@@ -1,5 +1,5 @@
-// check-code-signature BUNDLE: says whether the helper of this build would admit the application in a bundle and, if not,
-// why not.
+// check-code-signature BUNDLE: says whether the helper of this build would admit the application in a bundle and, if
+// not, why not.
 #include <grp.h>
 #include <sys/stat.h>
 

@@ -1,5 +1,5 @@
-// helper-info FILE: prints the constants that a helper was built with. Reads them from the file, because the helper takes
-// no arguments.
+// helper-info FILE: prints the constants that a helper was built with. Reads them from the file, because the helper
+// takes no arguments.
 #include <openssl/bio.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -17,8 +17,8 @@ namespace json = boost::json;
 
 namespace {
 
-/// The JSON object after the marker; empty when the file is not a helper. Skips markers without an object, such as the one
-/// in this program itself.
+/// The JSON object after the marker; empty when the file is not a helper. Skips markers without an object, such as the
+/// one in this program itself.
 json::object constantsOf(const std::string& bytes) {
   constexpr std::string_view marker = "BRHHelperInfo {";
   for (auto at = bytes.find(marker); at != bytes.npos; at = bytes.find(marker, at + 1)) {

@@ -1,4 +1,5 @@
-// Runs a fuzz target over stored inputs without libFuzzer. The arguments are files and folders; ignores libFuzzer's options.
+// Runs a fuzz target over stored inputs without libFuzzer. The arguments are files and folders; ignores libFuzzer's
+// options.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
