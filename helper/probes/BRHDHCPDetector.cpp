@@ -81,11 +81,11 @@ class Probe : public HXLogging<Probe> {
   void bindToClientPort() {
     auto bound = platform::bindToPort(socket_.get(), clientPort);
     if (bound) return;
-    const bool inUse = bound.error().number == EADDRINUSE;
+    const bool isInUse = bound.error().number == EADDRINUSE;
     HX_log("Error: Could not bind to DHCP socket (port {})! {}", clientPort, bound.error().what());
     // Only EADDRINUSE means that another socket holds the port. When the interface vanishes during the bind, the owner
     // of the port is this very socket.
-    auto owner = inUse ? BRUDPSocketOwner(BRSockAddrMakeIPv4({}, clientPort)) : std::nullopt;
+    auto owner = isInUse ? BRUDPSocketOwner(BRSockAddrMakeIPv4({}, clientPort)) : std::nullopt;
     if (!owner) throw platform::Failure(0, "Error: Could not bind to DHCP socket!");
     throw platform::Failure(0, fmt::format("DHCP client port {} is used by {} (PID {})", clientPort,
                                            owner->processPath.value_or("(null)"), owner->pid));
