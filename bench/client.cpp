@@ -1,14 +1,15 @@
-// A signed client that measures the helper through its endpoint. It starts the helper under socket activation, as often
-// as the measurement wants a fresh one. Prints lines of a name and a median.
+// A signed client that measures the helper through its endpoint. It starts the helper under socket activation, several
+// times if necessary. Prints lines with a name and a median.
 //
-//   start COUNT    from fork and exec to the first reply (µs), and the memory of the helper then (KiB)
+//   start COUNT    time from fork and exec to the first reply (µs), and the helper's memory then (KiB)
 //   version COUNT  round trip of "version" (µs)
-//   connections PROCESSES   look-ups of new connections (connections.cpp)
-//   beside COUNT   round trips of "version" of one client (µs) beside the look-ups of another (connections.cpp)
-//   throughput COUNT  look-ups a second of the sockets on standard input (protocol, address, owner), COUNT in all:
-//                     by 1 and 8 threads that wait for each, and with 64 under way
-//   proxies COUNT  "set-proxy" of the services on standard input, a name and their IDs a line (µs), COUNT each:
-//                  "together/NAME" in one command; with a COUNT of 2 or more, "singly/NAME" in a command for each
+//   connections PROCESSES  look-ups of new connections (connections.cpp)
+//   beside COUNT   round trips of "version" of one client (µs) during the look-ups of another (connections.cpp)
+//   throughput COUNT  look-ups per second of the sockets on standard input (protocol, address, owner), COUNT in total:
+//                     by 1 and 8 threads that wait for each answer, and with 64 pending
+//   proxies COUNT  COUNT times "set-proxy" (µs) for each line on standard input, a name and service IDs:
+//   "together/NAME" in
+//                  one command and, with a COUNT of 2 or more, "singly/NAME" with one command per service
 #include <brimo/HelperClient.h>
 #include <fmt/format.h>
 
@@ -46,7 +47,7 @@ std::vector<Case> readCases() {
   return cases;
 }
 
-/// The answer to a request.
+/// Sends a request and returns its answer.
 template <class Value>
 Value ask(brimo::HelperClient& client, const brimo::Request<Value>& request) {
   auto result = client.call(request);
@@ -74,8 +75,8 @@ void measureStart(int count) {
   for (const auto& [name, list] : values) print(name, bench::median(list));
 }
 
-/// Look-ups a second by threads that together keep so many under way; of each thread's own, when there is one each, by
-/// waiting.
+/// Look-ups per second by threads that together keep a number of them pending. With one per thread, each thread waits
+/// for its answer.
 double lookupsPerSecond(const Case& next, int threadCount, int underWay, int count) {
   bench::Helper helper(helperExecutable);
   brimo::HelperClient client;
@@ -119,7 +120,7 @@ void measureThroughput(int count) {
 
 void setProxies(brimo::HelperClient& client, const std::vector<std::string>& services) {
   static int port = 0;
-  port = port % 60'000 + 1;  // another value each time
+  port = port % 60'000 + 1;  // changes the value each time
   brimo::Proxies proxies;
   proxies.http = {"127.0.0.1", static_cast<std::uint16_t>(port)};
   std::map<std::string, brimo::Proxies> payload;

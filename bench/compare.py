@@ -1,7 +1,7 @@
-"""Measures the helper beside other programs and prints tables, each when it is measured.
+"""Compares the helper with other programs and prints each table as soon as it is measured.
 
-Runs as the first process of its own mount, network and pid namespaces (see scripts/bench): all that it starts ends with
-it. Argument: the build folder. Exit status 1 when something could not be run, whatever the numbers.
+Runs as the first process of its own mount, network and PID namespaces (see scripts/bench), so everything that it starts ends
+with it. Argument: the build folder. The exit status is 1 if something could not be run; the numbers do not matter.
 """
 
 import json
@@ -17,7 +17,7 @@ import connections
 import network_settings
 import probes
 
-PLACE = "/run/bench"  # only root can write there, and nothing is on disk
+PLACE = "/run/bench"  # only root can write here; a tmpfs
 
 
 def run(*command, **options):
@@ -25,7 +25,7 @@ def run(*command, **options):
 
 
 def medians(*command, **options):
-    """What a program printed as lines of a name and a number."""
+    """Runs a program and parses its output, lines with a name and a number."""
     return {name: float(value) for name, value in (line.split() for line in run(*command, **options).splitlines())}
 
 
@@ -43,7 +43,7 @@ def prepare(build):
     return disk
 
 
-# --- The measurements; times in microseconds ---
+# --- Measurements; times in microseconds ---
 
 
 def client(*arguments, helper=f"{PLACE}/BrimoHelper", **options):
@@ -63,12 +63,12 @@ def start_bus(path):
 
 
 def round_trips(processors):
-    """Round trips among processes that may run on these processors alone."""
+    """Round trips between processes that run only on the given processors."""
     everywhere = os.sched_getaffinity(0)
     os.sched_setaffinity(0, processors)
     bus = start_bus(f"{PLACE}/bus{len(processors)}")
     rounds = []
-    for _ in range(7):  # in turn, so that a busy machine is busy for all of them
+    for _ in range(7):  # alternates, so that load on the machine affects all of them
         rounds.append(client("version", "2000") | medians("./bench_transports", "seqpacket", "2000")
                       | medians("./bench_transports", "dbus", "2000", bus))
     os.sched_setaffinity(0, everywhere)
@@ -76,7 +76,7 @@ def round_trips(processors):
 
 
 def log_on_disk(folder, processors):
-    """The round trip of "version" with the log on the build folder's disk, each line of it synchronised."""
+    """The round trip of "version" with the log file on the build folder's disk and each line synchronised."""
     run("mount", "--bind", folder, "/tmp")
     everywhere = os.sched_getaffinity(0)
     os.sched_setaffinity(0, processors)
@@ -87,7 +87,7 @@ def log_on_disk(folder, processors):
 
 
 def queues():
-    """Processor time by operation, size of arrays, and queue; other programs disturb it less than time."""
+    """Processor time by operation, array size and queue. Other programs affect it less than elapsed time."""
     output = run("./fifo_queue_bench", "--benchmark_format=json", "--benchmark_min_time=0.1", "--benchmark_repetitions=5",
                  "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true")
     results = {}

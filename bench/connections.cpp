@@ -35,7 +35,7 @@ void require(bool fine, const char* what) {
   if (!fine) throw std::runtime_error(fmt::format("{}: {}", what, std::strerror(errno)));
 }
 
-/// Moves this process, and thereby its later children, to a control group.
+/// Moves this process and its future children to a control group.
 void enterGroup(const std::string& name) {
   const bool isBesideVersion1 = access("/sys/fs/cgroup/unified", F_OK) == 0;
   const std::string groups = isBesideVersion1 ? "/sys/fs/cgroup/unified/brimo-bench" : "/sys/fs/cgroup/brimo-bench";
@@ -47,14 +47,14 @@ void enterGroup(const std::string& name) {
   require(list.good(), "cannot enter a control group");
 }
 
-/// Fills the table of descriptors of this process up to a number.
+/// Opens descriptors in this process up to the given number.
 void openDescriptors(int count) {
   rlimit limit{.rlim_cur = 32'768, .rlim_max = 32'768};
   setrlimit(RLIMIT_NOFILE, &limit);
   for (int last = open("/dev/null", O_RDONLY); last + 1 < count;) last = dup(last);
 }
 
-/// A process that ends with this object.
+/// A process, killed by the destructor.
 struct Child {
   pid_t pid = -1;
   platform::FileDescriptor orders;
@@ -85,7 +85,7 @@ struct Child {
   }
 };
 
-/// The end that clients connect to.
+/// The listening socket that clients connect to.
 class Proxy {
  public:
   explicit Proxy(bool udp) : udp_(udp), socket_(socket(AF_INET, (udp ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0)) {
@@ -99,7 +99,7 @@ class Proxy {
 
   const sockaddr_in& address() const { return address_; }
 
-  /// In a client: a new connection.
+  /// Opens a new connection; called in a client.
   int connectTo() const {
     int made = socket(AF_INET, udp_ ? SOCK_DGRAM : SOCK_STREAM, 0);
     if (connect(made, reinterpret_cast<const sockaddr*>(&address_), sizeof address_) != 0) _exit(1);
@@ -107,7 +107,7 @@ class Proxy {
     return made;
   }
 
-  /// Waits for the next connection; returns who made it. Keeps the last hundreds.
+  /// Waits for the next connection and returns the client's address. Keeps some hundred connections open.
   sockaddr_in accepted() {
     sockaddr_in peer{};
     socklen_t length = sizeof peer;
@@ -134,7 +134,7 @@ struct Case {
   int clients = 0, descriptors = 0;
 };
 
-/// Makes new connections, one after the other.
+/// Opens new connections one after the other.
 class Clients {
  public:
   explicit Clients(const Case& with) : case_(with), proxy_(with.protocol == "udp") {
@@ -199,7 +199,7 @@ double threadTime() {
   return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
 }
 
-/// What no look-up can do without: which socket it is, that a descriptor is of it, and what the process runs.
+/// The minimum of any look-up: identifies the socket, confirms a descriptor and reads the process's executable.
 void floorOf(const Clients::Made& made, const sockaddr_in& proxy) {
   static const platform::FileDescriptor netlink(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
   struct {
@@ -249,7 +249,7 @@ Cost run(std::vector<std::string> words) {
   return {.processor = time(usage.ru_utime) + time(usage.ru_stime), .wall = wall};
 }
 
-/// Asks the helper as a client does.
+/// Sends requests to the helper like a client.
 class Asker {
  public:
   void lookUp(const Case& which, const Clients::Made& made, const sockaddr_in& proxy) {
@@ -260,7 +260,7 @@ class Asker {
     if (!owner || !*owner || (*owner)->pid != made.pid) throw std::runtime_error("wrong owner in case " + which.name);
   }
 
-  /// A request of the same way that looks nothing up.
+  /// A request of the same kind that the helper refuses at once.
   void beRefused() { client_.call(brimo::raDetect("")); }
 
  private:

@@ -1,20 +1,28 @@
-// What a proxy asks: who made this new connection?
+// Measures the look-ups of a proxy: which process opened a new connection?
 #pragma once
 
 namespace bench {
 
-/// Measures look-ups of new connections among that many processes of 30 descriptors. Reads cases from standard input,
-/// one a line: a name; "tcp" or "udp"; "known" (the same clients all the time) or "new" (a process for each
-/// connection); how many clients; how many descriptors each has; "own" or "shared" (control groups); "alone" or
-/// "remote" (the question names the other end). Prints lines of NAME/WHAT and microseconds. WHAT is "helper", the
-/// processor time of a look-up less that of one that is refused at once; "wall" and "wall99", median and 99th
-/// percentile of how long the look-up took; and, taken in turns with those, "floor", the processor time of an exact
-/// request to the kernel and two readlink(2), and "ss", "ss-wall", "lsof" and "lsof-wall" of a look-up by these
-/// programs.
+/// Measures look-ups of new connections among the given number of processes with 30 descriptors each.
+///
+/// Reads cases from standard input, one per line, with these words:
+/// - a name;
+/// - "tcp" or "udp";
+/// - "known" (always the same clients) or "new" (a new process for each connection);
+/// - the number of clients;
+/// - the number of descriptors of each client;
+/// - "own" or "shared" control groups;
+/// - "alone" or "remote" (the question includes the remote end).
+///
+/// Prints lines with NAME/WHAT and microseconds, measured alternately. WHAT is:
+/// - "helper": the processor time of a look-up minus that of a request that is refused at once;
+/// - "wall" and "wall99": median and 99th percentile of the elapsed time;
+/// - "floor": the processor time of one exact request to the kernel and two readlink(2);
+/// - "ss", "ss-wall", "lsof", "lsof-wall": the times of these programs.
 void measureConnections(const char* helper, int processes);
 
-/// Measures as many round trips of "version" while another client has connections looked up without a pause among 20
-/// processes of 15,000 descriptors. Prints lines of a name and microseconds: "median", "p99", "worst".
+/// Measures the given number of round trips of "version" while another client looks up connections without pause among
+/// 20 processes with 15,000 descriptors. Prints lines with a name ("median", "p99", "worst") and microseconds.
 void measureBeside(const char* helper, int count);
 
 }  // namespace bench

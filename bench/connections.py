@@ -1,13 +1,13 @@
-"""Look-ups of new connections, as a proxy makes them, beside ss and lsof (connections.h says what is measured)."""
+"""Compares look-ups of new connections, as a proxy makes them, with ss and lsof. connections.h describes the measurement."""
 
 DESCRIPTORS = (50, 300)
-# Times the floor that a look-up may cost among 300 processes.
+# The goal for a look-up among 300 processes, as a multiple of the floor.
 BARS = {"1 of 50": 7, "4 of 50": 15, "8 of 50": 25, "8 of 300": 200, "8 of 300, own groups": 50, "12 of 300": 300,
         "new process": 100, "new process, own group": 50}
 
 
 def cases():
-    """Name and the words of connections.h."""
+    """The name of a case and its words, as in connections.h."""
     for clients in (1, 4, 8, 12):
         for descriptors in DESCRIPTORS:
             for group in ("shared", "own"):

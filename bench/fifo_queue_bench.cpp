@@ -1,4 +1,4 @@
-// HXFIFOQueue beside a std::deque under a mutex: one million elements appended, looked at and drained.
+// Compares HXFIFOQueue with a std::deque under a mutex: appends, reads and drains one million elements.
 #include <benchmark/benchmark.h>
 
 #include <deque>
@@ -15,7 +15,7 @@ constexpr std::size_t elementCount = 1'000'000;
 
 using Object = std::shared_ptr<std::size_t>;
 
-/// What the queue would be without a ring of its own.
+/// The same queue without its own ring buffer.
 class LockedDeque {
  public:
   void addObjectsFromArray(const std::vector<Object>& objects) {
@@ -50,7 +50,7 @@ class FIFOQueue : public HXFIFOQueue<std::size_t> {
   }
 };
 
-/// All elements, in arrays of `size`.
+/// All elements in arrays of `size`.
 const std::vector<std::vector<Object>>& arraysOf(std::size_t size) {
   static std::map<std::size_t, std::vector<std::vector<Object>>> made;
   auto& arrays = made[size];
@@ -66,7 +66,7 @@ void fill(Queue& queue, std::size_t arraySize) {
   for (const auto& array : arraysOf(arraySize)) queue.addObjectsFromArray(array);
 }
 
-/// To a queue that has to get its memory.
+/// Appends to a new queue, which has to allocate memory.
 template <class Queue>
 void appendToNew(benchmark::State& state) {
   auto arraySize = static_cast<std::size_t>(state.range(0));
@@ -81,7 +81,7 @@ void appendToNew(benchmark::State& state) {
   state.SetItemsProcessed(static_cast<std::int64_t>(elementCount) * state.iterations());
 }
 
-/// To a queue that was as long before.
+/// Appends to a queue that has already been this long.
 template <class Queue>
 void append(benchmark::State& state) {
   auto arraySize = static_cast<std::size_t>(state.range(0));
@@ -152,7 +152,7 @@ BENCHMARK(drainAtOnce<FIFOQueue>)->Unit(benchmark::kMillisecond);
 }  // namespace
 
 int main(int count, char** arguments) {
-  // A program with threads counts references atomically; one without has no use for the lock.
+  // With a second thread, reference counting is atomic and the lock is not elided, as in the helper.
   std::promise<void> end;
   auto other = std::async(std::launch::async, [&] { end.get_future().wait(); });
   benchmark::Initialize(&count, arguments);

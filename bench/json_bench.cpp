@@ -1,4 +1,4 @@
-// Parsing a request of the largest size that holds real numbers alone.
+// Measures parsing a request of the maximum size that consists of real numbers.
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-// Measured loops.
+// Timing of repeated calls.
 #pragma once
 
 #include <algorithm>
@@ -7,7 +7,7 @@
 
 namespace bench {
 
-/// The value that a fraction of the others lie below.
+/// The value below which the given fraction of the values lies.
 inline double quantile(std::vector<double> values, double fraction) {
   auto place = values.begin() + static_cast<std::ptrdiff_t>(fraction * static_cast<double>(values.size() - 1));
   std::nth_element(values.begin(), place, values.end());
@@ -18,7 +18,7 @@ inline double median(std::vector<double> values) {
   return quantile(std::move(values), 0.5);
 }
 
-/// How long one call takes, in microseconds.
+/// The duration of one call in microseconds.
 template <class Operation>
 double microseconds(const Operation& operation) {
   auto start = std::chrono::steady_clock::now();
@@ -26,7 +26,7 @@ double microseconds(const Operation& operation) {
   return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count();
 }
 
-/// The median of `repetitions` calls, after a tenth as many that do not count.
+/// The median of `repetitions` calls after a tenth as many calls to warm up.
 template <class Operation>
 double medianMicroseconds(int repetitions, const Operation& operation) {
   for (int count = 0; count < repetitions / 10; ++count) operation();

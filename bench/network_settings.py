@@ -1,4 +1,4 @@
-"""set-proxy for 1, 10 and 100 services, without and with a NetworkManager that has a connection for each."""
+"""Measures set-proxy for 1, 10 and 100 services, without NetworkManager and with a connection for each."""
 
 import re
 import sys
@@ -14,10 +14,10 @@ ROUNDS = 15
 
 
 def synchronisations(helper, client, lines):
-    """How often one set-proxy of each case has the kernel write to the disk: the store when the services are handed on for
-    the first time, the store later, and the log."""
+    """Counts disk synchronisations per set-proxy: of the store when the services are applied for the first time, of the store
+    later, and of the log."""
     trace, traced = Path("trace"), Path("traced_helper")
-    # The tracer is the helper's grandchild, so that the helper keeps the pid that its socket is for.
+    # The tracer is the helper's grandchild, so that the helper keeps the PID for which its socket is meant.
     traced.write_text(f"#!/bin/sh\nexec strace -D -f -y -e trace=fsync,fdatasync -o trace {helper}\n")
     traced.chmod(0o755)
     counts = {}
@@ -35,8 +35,8 @@ def synchronisations(helper, client, lines):
 
 
 def measure(helper, client):
-    """By "without" and "with": the times of bench_client and the synchronisations."""
-    test = unittest.TestCase()  # nothing is cleaned up: all ends with the namespaces
+    """The times of bench_client and the synchronisations, by "without" and "with"."""
+    test = unittest.TestCase()  # no clean-up: everything ends with the namespaces
     results = {}
     identifiers = [f"service{number}" for number in range(max(COUNTS))]
     for where in ("without", "with"):

@@ -1,6 +1,6 @@
-// Makes one probe in a process that has made none, and prints when what happened: "call"; "seen", the first offer or
-// the advertisement; "end", the completion. Times are nanoseconds since 1970, which is how the kernel stamps packets.
-// The log goes to a file, as in the helper, and tells of the first offer.
+// Runs one probe in a new process and prints the times of "call", "seen" (the first offer or the advertisement) and
+// "end" (the completion). Times are nanoseconds since 1970, like the kernel's packet timestamps. The log goes to a
+// file, as in the helper, and shows the first offer.
 //
 //   bench_probes dhcp|ra INTERFACE
 #include <fmt/format.h>
@@ -37,7 +37,7 @@ Times discover(const std::string& interface) {
   std::promise<Times> times;
   std::optional<Time> seen;
   HXSetLogLineHook([&](const std::string& line) {
-    // The first line about a message that has been found to be an offer.
+    // The first log line about a valid offer.
     if (!seen && line.find("DHCPOFFER ciaddr") != std::string::npos) seen = now();
   });
   BRHDHCPDetector().startTestWithInterfaceName(interface,

@@ -1,7 +1,7 @@
-"""The network probes beside nmap and rdisc6, on the system tests' network of namespaces with dnsmasq and radvd.
+"""Compares the network probes with nmap and rdisc6, on the system tests' network with dnsmasq and radvd.
 
 The kernel stamps the packets on the interface, whichever program sends and receives them. Programs are stamped on the
-same clock: bench_probes tells when it called a probe and had its first answer in hand, the others start and end."""
+same clock: bench_probes reports when it called a probe and received the first answer; for the others, start and end count."""
 
 import socket
 import statistics
@@ -27,7 +27,7 @@ PROGRAMS = {
 
 
 def kind_of(frame):
-    """Whether a frame is what a probe sends or what it waits for."""
+    """Classifies a frame as a probe's request or the answer to it."""
     if frame[12:14] == b"\x08\0" and frame[23] == 17:
         return {b"\0\x43": "request", b"\0\x44": "answer"}.get(frame[36:38])
     if frame[12:14] == b"\x86\xdd" and frame[20] == 58:
@@ -36,7 +36,7 @@ def kind_of(frame):
 
 
 def packet_times(wire):
-    """When the first request and the first answer after it were on the wire."""
+    """The times of the first request and of the first answer after it on the wire."""
     times = {}
     while len(times) < 2:
         frame, ((_, _, stamp),), *_ = wire.recvmsg(65535, 100, socket.MSG_DONTWAIT)
@@ -47,7 +47,7 @@ def packet_times(wire):
 
 
 def observe(lan, command):
-    """Runs a program and returns how long each step took, in milliseconds."""
+    """Runs a program and returns the duration of each step in milliseconds."""
     with lan.packet_socket() as wire:
         wire.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
         times = {"call": time.time_ns()}
@@ -65,11 +65,11 @@ def observe(lan, command):
 
 
 def measure():
-    """The steps of every round, by program."""
-    lan = Lan(unittest.TestCase())  # nothing is cleaned up: all ends with the namespaces
+    """The steps of all rounds, by program."""
+    lan = Lan(unittest.TestCase())  # no clean-up: everything ends with the namespaces
     lan.add_dnsmasq()
     lan.add_radvd("prefix 2001:db8:1::/64 {};")
-    ip("address", "add", "192.0.2.20/24", "dev", INTERFACE)  # nmap takes no interface without one
+    ip("address", "add", "192.0.2.20/24", "dev", INTERFACE)  # nmap rejects an interface without an address
     return {name: [observe(lan, command) for _ in range(ROUNDS[kind])] for name, (kind, *command) in PROGRAMS.items()}
 
 

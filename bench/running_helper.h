@@ -1,4 +1,4 @@
-// A helper under socket activation, as systemd would start it.
+// A helper under socket activation, started as systemd starts it.
 #pragma once
 
 #include <fcntl.h>
@@ -20,7 +20,7 @@
 
 namespace bench {
 
-/// Runs from its making on; ended with this object.
+/// The constructor starts the helper and the destructor ends it.
 class Helper {
  public:
   explicit Helper(const char* executable) {
@@ -53,7 +53,7 @@ class Helper {
   Helper(const Helper&) = delete;
   Helper& operator=(const Helper&) = delete;
 
-  /// Sum of the lines of a file under /proc/PID that begin with a name, in KiB.
+  /// The sum in KiB of the lines with the given name in a file under /proc/PID.
   double memory(const char* file, std::string_view name) const {
     std::ifstream lines(fmt::format("/proc/{}/{}", pid_, file));
     double sum = 0;
@@ -63,7 +63,7 @@ class Helper {
     return sum;
   }
 
-  /// Processor time of all its threads since its start, in microseconds.
+  /// The processor time of all threads since the start, in microseconds.
   double processorTime() const {
     clockid_t clock = 0;
     timespec time{};

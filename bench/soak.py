@@ -1,7 +1,7 @@
-"""One hour of commands in two minutes, by four clients that come, misbehave and die at random; then nothing may be left.
+"""Runs an hour's worth of commands in two minutes: four clients connect, misbehave and die at random. Nothing may be left.
 
-Run by scripts/bench soak, among the system tests' modules and in their namespaces. A failure is an exit status; what was
-done is printed either way. The environment's SOAK_SEED repeats a run's choices, SOAK_SECONDS sets its length."""
+scripts/bench soak runs it with the system tests' modules and in their namespaces. It always prints what it did and exits with 1
+after a failure. The environment variable SOAK_SEED repeats a run's choices; SOAK_SECONDS sets its length."""
 
 import collections
 import faulthandler
@@ -24,27 +24,27 @@ from network_manager import NetworkManager
 from system_bus import SystemBus
 
 SECONDS = int(os.environ.get("SOAK_SECONDS", 120))
-WARM_UP = 15  # seconds after which memory and descriptors are what they should come back to
+WARM_UP = 15  # seconds; memory and descriptors must return to their values at this time
 CLIENTS = 4
 ALLOWED_GROWTH = 2_000  # kilobytes
 FILES = Path("/opt/soak")
 DHCPD_INTERFACE = "soak0"
 WATCHDOG_FILE = "/tmp/Brimo-External-Processes-Watchdog.json"
 
-# Each must have been logged: that the commands did what they are for.
+# Every one of these must be in the log, to show that the commands worked.
 WANTED_LINES = ["[BRHMain] " + line for line in (
     "dhcpd started", "Terminate previous dhcpd", "spindump started", "spindump completed", "Release IOPMAssertion",
     "Relaunching", "cleanupProxySettings", "SCPreferencesPathSetValue result: 1")]
 WANTED_LINES += ["[BRHV6RADetector] completed", "[BRHDHCPDetector] Valid responses for this machine: 1"]
-# These are what a client must have been told, and all that it may be told.
+# Clients must receive each of these errors and no others.
 SUCCESSFUL = ("set-proxy", "start-watchdog", "stop-watchdog", "prevent-sleep-temp", "start-dhcpd", "stop-dhcpd", "spindump")
 WANTED_REPLIES = {f"{command}: success" for command in SUCCESSFUL} | {
     "version: 618", "set-static-ip: success", "set-static-ip: invalid static IP configuration",
     "start-dhcpd: invalid dhcpd output path", "nonsense: unknown command", ": unknown command", "large: 618",
     "large: command payload is too large", "process-lookup: found", "process-lookup: nothing", "watchdog-file: listed"}
 
-# What a client does, and prints: what it was answered. Arguments: a seed, the network services as JSON, the DHCP server.
-# Its connection is descriptor 3.
+# A client, which prints the answers that it receives. Arguments: a seed, the network services as JSON, the DHCP server. Its
+# connection is descriptor 3.
 CLIENT = """
 from harness import *
 import json, random, sys
@@ -52,7 +52,7 @@ chance = random.Random(sys.argv[1])
 services = json.loads(sys.argv[2])
 connection = socket.socket(fileno=3)
 connection.settimeout(DEADLINE)
-last_id = 1000  # what it was before has used the first
+last_id = 1000  # the program that it replaced has used the first IDs
 
 def send(dictionary, wants_reply=True):
     global last_id
@@ -62,7 +62,7 @@ def send(dictionary, wants_reply=True):
 def ask(name, dictionary):
     send(dictionary)
     id, reply = None, None
-    while id != last_id:  # late answers of probes come in between
+    while id != last_id:  # late answers of probes can come in between
         id, reply = receive_frame(connection)
     if "json" in reply:
         text = json.loads(reply["json"])
@@ -91,7 +91,7 @@ def list_a_process():
     try:
         os.link(own, FILE)
         print("watchdog-file: listed", flush=True)
-    except FileExistsError:  # another client's, which the next loss of any client uses up
+    except FileExistsError:  # another client's file, which the helper deletes when the next client disconnects
         victim.kill()
     os.unlink(own)
 
@@ -158,9 +158,9 @@ for _ in range(chance.randrange(200)):
     time.sleep(chance.expovariate(1 / 0.02))
 try:
     chance.choice(ends)()
-    time.sleep(DEADLINE)  # defunct-restart ends this
+    time.sleep(DEADLINE)  # defunct-restart kills this process
 except (EOFError, OSError):
-    sys.exit(0)  # the helper hung up
+    sys.exit(0)  # the helper has closed the connection
 """.replace("FILE)", f"{WATCHDOG_FILE!r})")
 
 
@@ -185,7 +185,7 @@ class Soak(HelperTest):
         self.addCleanup(self.end_relaunched)
 
     def prepare_application(self):
-        """Genuine, and able to come back; most of what runs as it, though, becomes a script once it is admitted."""
+        """The genuine application, which can be relaunched. Most instances execute a script once they are admitted."""
         self.bundle, self.executable = copy_bundle("Soak.app")
         shutil.copy(TESTS / "bin/relaunched", self.executable)
         sign(self.executable)
@@ -193,7 +193,7 @@ class Soak(HelperTest):
         self.prepare_dhcpd()
 
     def prepare_dhcpd(self):
-        """A signed server in the bundle, and an interface for it."""
+        """Puts a signed DHCP server into the bundle and creates an interface for it."""
         FILES.mkdir(exist_ok=True)
         self.dhcpd.parent.mkdir(exist_ok=True)
         shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), self.dhcpd)
@@ -237,22 +237,22 @@ class Soak(HelperTest):
 
     @staticmethod
     def what_it_printed(pipe):
-        """Not to the pipe's end, which a child may keep open."""
+        """Does not wait for the end of the pipe, because a child may keep it open."""
         with pipe:
             ready = select.select([pipe], [], [], 0)[0]
             return os.read(pipe.fileno(), 1 << 16).decode() if ready else ""
 
     def end_relaunched(self):
-        """Ends the applications that were launched again; theirs is the last word, the argument."""
+        """Kills the relaunched applications, which have the argument as their last word."""
         for path in glob.glob("/tmp/-crash*[0-9]"):
             argument, _, pid = Path(path).name.rpartition(".")
             os.unlink(path)
             os.kill(int(pid), signal.SIGKILL)
-            os.waitpid(int(pid), 0)  # its parent is this process, the first of its namespace
+            os.waitpid(int(pid), 0)  # this process is the first of its namespace, so it is the parent
             self.relaunched[argument] += 1
 
     def descriptors(self):
-        """What the helper has open, other than inhibitors, which have 30 seconds."""
+        """The helper's descriptors except inhibitors, which last 30 seconds."""
         folder = f"/proc/{self.helper.pid}/fd"
         kinds = collections.Counter()
         for name in os.listdir(folder):
@@ -268,7 +268,7 @@ class Soak(HelperTest):
         return Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children").read_text().split()
 
     def processes_of_user(self):
-        """What is left of clients, of applications launched again and of processes listed to die."""
+        """The remaining clients, relaunched applications and processes listed in the watchdog file."""
         return subprocess.run(["pgrep", "-u", str(USER), "-r", "R,S,D,T", "-a"], capture_output=True, text=True).stdout
 
     def inhibitors(self):

@@ -1,6 +1,6 @@
-// What the round trip of "version" is measured against: the same messages between two processes over a bare
-// SOCK_SEQPACKET pair, and through a dbus-daemon. The other side answers with what it has at hand: it neither parses
-// nor logs. Prints the median in microseconds.
+// Baselines for the round trip of "version": the same messages between two processes, over a SOCK_SEQPACKET pair and
+// through a dbus-daemon. The other side sends a fixed answer without parsing or logging. Prints the median in
+// microseconds.
 #include <fmt/format.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -29,7 +29,7 @@ void require(bool fine, const char* what) {
   if (!fine) throw std::runtime_error(what);
 }
 
-/// A process that runs `serve`; killed with this object.
+/// A process that runs `serve`, killed by the destructor.
 class Server {
  public:
   explicit Server(const std::function<void()>& serve) : pid_(fork()) {
@@ -66,7 +66,7 @@ double pingPong(int count) {
   });
 }
 
-// The dictionary {"json": data} as D-Bus has it: a{sv} with a value of type ay.
+// The dictionary {"json": data} in D-Bus: a{sv} with a value of type ay.
 void append(sd_bus_message* message, std::string_view json) {
   require(sd_bus_message_open_container(message, 'a', "{sv}") >= 0 &&
               sd_bus_message_open_container(message, 'e', "sv") >= 0 &&

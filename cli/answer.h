@@ -1,4 +1,4 @@
-// What commands come to.
+// The answers of commands.
 #pragma once
 
 #include <brimo/HelperClient.h>
@@ -11,15 +11,15 @@ namespace brimo {
 
 enum ExitCode { exitSuccess = 0, exitRefused = 1, exitUsage = 2, exitUnreachable = 3, exitNotFound = 4 };
 
-/// What a command found: an object for --json, text for people.
+/// The answer of a command: an object for --json and text for people.
 struct Answer {
   boost::json::object object;
   std::string text;
   ExitCode code = exitSuccess;
-  bool endsWithConnection = false;  ///< what was done is undone when the connection ends
+  bool endsWithConnection = false;  ///< the helper undoes the command when the connection ends
 };
 
-/// Why a command failed, as a sentence.
+/// The reason why a command failed, as a sentence.
 struct CommandFailure : std::runtime_error {
   CommandFailure(ExitCode exitCode, const std::string& sentence) : std::runtime_error(sentence), code(exitCode) {}
   ExitCode code;
@@ -33,7 +33,7 @@ inline Answer done() {
   return {.object = {{"result", "success"}}, .text = "done"};
 }
 
-/// The answer of a result; throws CommandFailure when there is none.
+/// The value of a result. Throws CommandFailure if it is an error.
 template <class Value>
 Value valueOf(Result<Value> result) {
   if (result) return *result;
@@ -42,7 +42,7 @@ Value valueOf(Result<Value> result) {
   throw CommandFailure(code == ErrorCode::rejected ? exitRefused : exitUnreachable, message);
 }
 
-/// The answer to a request.
+/// Sends a request and returns its answer. Throws CommandFailure.
 template <class Value>
 Value ask(HelperClient& helper, const Request<Value>& request) {
   return valueOf(helper.call(request));

@@ -69,7 +69,7 @@ Answer runRADetect(const Surroundings& surroundings, const Arguments& arguments)
   return {.object = routerObject(*advertisement), .text = routerText(*advertisement)};
 }
 
-/// Takes "--force" out of the arguments; whether it was there.
+/// Removes "--force" from the arguments and returns whether it was there.
 bool takeForce(Arguments& arguments) {
   return std::erase(arguments, "--force") > 0;
 }
@@ -109,7 +109,7 @@ Answer runSetStaticIP(const Surroundings& surroundings, const Arguments& given) 
   return done();
 }
 
-/// The helper has a working folder of its own. Empty stays empty.
+/// Makes a path absolute, because the helper has another working folder. Keeps an empty path empty.
 std::string absolute(const std::string& path) {
   std::error_code error;
   return std::filesystem::absolute(path, error);
@@ -140,7 +140,7 @@ Answer runStartDHCPServer(const Surroundings& surroundings, const Arguments& arg
           .endsWithConnection = true};
 }
 
-/// The reply as it is, an error among them.
+/// Prints the reply unchanged, even if it is an error.
 Answer sendJSON(const Surroundings& surroundings, const Arguments& arguments) {
   auto result = surroundings.helper().call(jsonCommand(arguments[0]));
   if (!result && result.error().code == ErrorCode::rejected) {
@@ -154,7 +154,7 @@ Answer sendJSON(const Surroundings& surroundings, const Arguments& arguments) {
   return {.object = std::move(reply->get_object()), .text = std::move(text)};
 }
 
-/// A command that only succeeds or fails.
+/// Runs a request that has no answer but success or failure.
 Run simple(Request<Done> (*request)()) {
   return [request](const Surroundings& surroundings, const Arguments&) {
     ask(surroundings.helper(), request());

@@ -12,26 +12,26 @@ namespace brimo {
 
 using Arguments = std::vector<std::string>;
 
-/// What a command is run with.
+/// The environment of a command.
 struct Surroundings {
-  std::function<HelperClient&()> helper;  ///< connects when it is first called
+  std::function<HelperClient&()> helper;  ///< connects on its first call
   bool isOnlyCommand;                     ///< the connection ends with the command
 };
 
 struct Command {
-  std::string arguments;    ///< as usage shows them
-  std::string description;  ///< lines for people
-  std::size_t least, most;  ///< how many arguments it takes
+  std::string arguments;    ///< as the usage shows them
+  std::string description;  ///< for people; may have several lines
+  std::size_t least, most;  ///< number of arguments
   std::function<Answer(const Surroundings&, const Arguments&)> run;
 };
 
-/// By name.
+/// All commands by name.
 const std::map<std::string, Command>& commands();
 
-/// Runs a command. Throws CommandFailure, and what the system throws.
+/// Runs a command. Throws CommandFailure and other exceptions derived from std::runtime_error or std::invalid_argument.
 Answer runCommand(const std::string& name, const Surroundings& surroundings, const Arguments& arguments);
 
-/// "usage: Brimo NAME ARGUMENTS" and what the command does. Throws UsageError when there is no such command.
+/// The usage and the description of a command. Throws UsageError when there is no such command.
 std::string commandHelp(const std::string& name);
 
 /// The usage of the program.

@@ -25,7 +25,7 @@ namespace {
 struct Finding {
   std::string subject;
   std::string text;
-  std::string remedy = {};  ///< empty when all is in order
+  std::string remedy = {};  ///< empty when the check passed
 };
 
 Finding service() {
@@ -64,7 +64,7 @@ Finding bundle() {
   return {"bundle", contents.parent_path()};
 }
 
-/// A file of the store as JSON; absent when it cannot be read.
+/// A file of the store as JSON; absent when it cannot be read or parsed.
 std::optional<json::object> stored(const char* name) {
   std::ifstream file(fs::path(storeFolder) / name);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
@@ -89,7 +89,7 @@ Finding store() {
     if (proxies && proxies->is_object() && !proxies->get_object().empty()) withProxies.emplace_back(id);
   }
   if (withProxies.empty()) return {"store", "no service has proxies"};
-  // An application sets its own again when it connects; what nobody owns any more stays for ever.
+  // An application sets its proxies again when it connects, but proxies without an application stay for ever.
   return {"store", fmt::format("services with proxies: {}", fmt::join(withProxies, ", ")),
           fmt::format("if no running application has set them: Brimo set-proxy {} off --force", withProxies.front())};
 }

@@ -1,12 +1,12 @@
-// What is in order with the helper on this machine, and what is not.
+// Checks the installation of the helper on this machine.
 #pragma once
 
 #include "cli/commands.h"
 
 namespace brimo {
 
-/// A line for each thing that was looked at, with a remedy after each that is not in order; exitRefused when there is
-/// one. Its connection ends as any other.
+/// Returns one line per check, followed by a remedy if the check failed. The exit code is exitRefused if any check
+/// failed. Like every command, it opens a connection, whose end makes the helper clean up.
 Answer examine(const Surroundings& surroundings);
 
 }  // namespace brimo

@@ -1,4 +1,4 @@
-// What the command line says about itself.
+// The usage of the command line.
 #include <fmt/format.h>
 
 #include <sstream>

@@ -55,7 +55,7 @@ class LineReader::Terminal {
   }
 
  private:
-  /// Adds what all fitting words have in common; lists them when that is nothing.
+  /// Inserts the common prefix of all matching words, or lists the words if that adds nothing.
   static unsigned char complete(EditLine* editor, int) {
     Terminal* self = nullptr;
     el_get(editor, EL_CLIENTDATA, &self);

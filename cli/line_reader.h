@@ -1,4 +1,4 @@
-// Lines that a person types, or a script hands over.
+// Reads the lines that a person types or a script sends.
 #pragma once
 
 #include <memory>
@@ -8,20 +8,20 @@
 
 namespace brimo {
 
-/// Reads standard input line by line: on a terminal with a prompt, with editing, a history and completion of the first
-/// word by Tab; otherwise as it comes.
+/// Reads standard input line by line. On a terminal it offers a prompt, editing, a history and Tab completion of the
+/// first word.
 class LineReader {
  public:
-  /// The words that a line may begin with.
+  /// `firstWords` are the words that Tab completes.
   explicit LineReader(std::vector<std::string> firstWords);
   ~LineReader();
 
-  /// The next line without its end; absent at the end of the input.
+  /// The next line without its line feed; absent at the end of the input.
   std::optional<std::string> next();
 
  private:
   class Terminal;
-  std::unique_ptr<Terminal> terminal_;  // null when there is none
+  std::unique_ptr<Terminal> terminal_;  // null when standard input is not a terminal
 };
 
 }  // namespace brimo

@@ -1,4 +1,4 @@
-// Brimo: the main application in the small, a command line for everything that the helper does.
+// Brimo, a command line for everything that the helper does.
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
@@ -22,7 +22,7 @@ namespace json = boost::json;
 
 constexpr std::string_view blanks = " \t";
 
-/// Runs commands over one connection, made when the first needs it.
+/// Runs commands over one connection, which the first command that needs it opens.
 class CommandLine {
  public:
   explicit CommandLine(bool printsJSON) : printsJSON_(printsJSON) {}
@@ -33,7 +33,7 @@ class CommandLine {
     return mustStay && code == exitSuccess ? stay() : code;
   }
 
-  /// Reads commands from standard input, to its end.
+  /// Runs commands from standard input until it ends.
   ExitCode runLines() {
     std::vector<std::string> names{"help", "quit"};
     for (const auto& [name, command] : commands()) names.push_back(name);
@@ -90,12 +90,12 @@ class CommandLine {
       return fail(failure.code, failure.what());
     } catch (const std::invalid_argument& error) {
       return fail(exitUsage, error.what());
-    } catch (const std::runtime_error& error) {  // the system's
+    } catch (const std::runtime_error& error) {  // from the system
       return fail(exitRefused, error.what());
     }
   }
 
-  /// What follows "json" is one argument, blanks and all, unless it is quoted.
+  /// Splits a line into words. Unquoted text after "json" is a single argument, including its blanks.
   std::optional<Arguments> wordsOf(const std::string& line) {
     auto start = line.find_first_not_of(blanks);
     constexpr std::string_view name = "json";
@@ -115,13 +115,13 @@ class CommandLine {
   HelperClient& helper() {
     if (helper_) return *helper_;
     Options options;
-    options.ownThread = false;  // everything here asks and waits
+    options.ownThread = false;  // this program waits for every answer
     options.reconnects = false;
     options.onConnection = [this](const ConnectionChange& change) { problem_ = change.error; };
     return helper_.emplace(std::move(options));
   }
 
-  /// Keeps the connection until somebody interrupts this program, or the helper ends it.
+  /// Keeps the connection open until a signal interrupts this program or the helper closes it.
   ExitCode stay() {
     static platform::Readiness interrupted;
     struct sigaction action {};

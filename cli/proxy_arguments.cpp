@@ -18,7 +18,7 @@ namespace {
 const std::map<std::string, std::optional<ProxyServer> Proxies::*> kinds{
     {"http", &Proxies::http}, {"https", &Proxies::https}, {"socks", &Proxies::socks}};
 
-/// Whether a text is a host as a proxy may be told by: a name, an IPv4 address, or an IPv6 address in brackets.
+/// Whether a text is a valid proxy host: a name, an IPv4 address or an IPv6 address in brackets.
 bool isHost(const std::string& text) {
   if (text.size() > 2 && text.front() == '[' && text.back() == ']') {
     in6_addr address;

@@ -1,4 +1,4 @@
-// Proxies as words of a command line.
+// Parses proxies from words of a command line.
 #pragma once
 
 #include <brimo/requests.h>
@@ -13,9 +13,9 @@ struct ProxyArguments {
   ProxyLifetime lifetime = ProxyLifetime::permanent;
 };
 
-/// Reads "http=HOST:PORT", "https=HOST:PORT", "socks=HOST:PORT", "pac=URL", "except=HOST,HOST", "except-simple" and
-/// "temporary" in any order, or "off" by itself. IPv6 hosts stand in brackets. Throws std::invalid_argument with a
-/// sentence.
+/// Parses "off" alone, or any of these words in any order: "http=HOST:PORT", "https=HOST:PORT", "socks=HOST:PORT",
+/// "pac=URL", "except=HOST,HOST", "except-simple" and "temporary". IPv6 hosts need brackets. Throws
+/// std::invalid_argument with a sentence for people.
 ProxyArguments parseProxyArguments(const std::vector<std::string>& words);
 
 }  // namespace brimo

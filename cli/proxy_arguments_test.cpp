@@ -7,7 +7,7 @@
 namespace brimo {
 namespace {
 
-/// The command that the words become.
+/// The JSON command that the words produce.
 std::string command(const std::vector<std::string>& words) {
   auto [proxies, lifetime] = parseProxyArguments(words);
   auto request = setProxies({{"id", proxies}}, lifetime);

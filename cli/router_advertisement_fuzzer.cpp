@@ -1,4 +1,4 @@
-// Advertisements of hostile routers: whatever decodes can be shown on a terminal.
+// Fuzzes advertisements from hostile routers: every decoded one must be safe to print on a terminal.
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>

@@ -1,4 +1,4 @@
-// An advertisement with everything in it, and ones that break off.
+// Tests an advertisement with all options, and truncated ones.
 #include "client/router_advertisement.h"
 
 #include <gmock/gmock.h>
@@ -96,8 +96,9 @@ TEST(RouterAdvertisement, MalformedOnesAreNotDecoded) {
       EXPECT_FALSE(decodeRouterAdvertisement(std::span(whole).first(size), router));
     }
   }
-  EXPECT_FALSE(decodeRouterAdvertisement(join({header, {1, 0, 0, 0, 0, 0, 0, 0}}), router));   // of no length
-  EXPECT_FALSE(decodeRouterAdvertisement(join({header, {3, 1, 64, 0, 0, 0, 0, 0}}), router));  // too short for a prefix
+  EXPECT_FALSE(decodeRouterAdvertisement(join({header, {1, 0, 0, 0, 0, 0, 0, 0}}), router));  // length 0
+  EXPECT_FALSE(
+      decodeRouterAdvertisement(join({header, {3, 1, 64, 0, 0, 0, 0, 0}}), router));  // too short for a prefix option
 }
 
 TEST(RouterAdvertisement, ListsThatBreakOffKeepWhatIsWhole) {

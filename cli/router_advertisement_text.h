@@ -1,4 +1,4 @@
-// A router advertisement as it is shown.
+// Formats a router advertisement for output.
 #pragma once
 
 #include <brimo/RouterAdvertisement.h>
@@ -10,7 +10,7 @@ namespace brimo {
 
 boost::json::object routerObject(const RouterAdvertisement& router);
 
-/// Several lines for people, without the last line feed.
+/// Several lines for people, without a line feed at the end.
 std::string routerText(const RouterAdvertisement& router);
 
 }  // namespace brimo

@@ -1,4 +1,4 @@
-// Network services as people call them.
+// Lists network services and finds them by name.
 #pragma once
 
 #include <string>
@@ -7,16 +7,21 @@
 
 namespace brimo {
 
-/// The services of this machine.
+/// Lists the network services of this machine.
 Answer listServices();
 
-/// Which proxies are set, where, and who obeys them.
+/// Shows which proxies are set, where, and which programs use them.
 Answer listProxies();
 
-/// The ID of the service that a person called "primary", the one that leads to the network at large, or by its ID, the
-/// interface that it is active on, or its name, in this order. Throws UsageError when several are called so, and
-/// CommandFailure (exitNotFound) when none is, unless `isForced`: then the text is the ID. So it is where the system
-/// does not say which services it has.
+/// Returns the ID of a service. `text` can be, in order of precedence:
+///
+/// - "primary", for the service with the default route;
+/// - an ID;
+/// - the interface on which the service is active;
+/// - the service's name.
+///
+/// Throws UsageError when several services match and CommandFailure (exitNotFound) when none does. Returns the text
+/// itself if `isForced` is true or the system does not say which services it has.
 std::string findService(const std::string& text, bool isForced);
 
 }  // namespace brimo

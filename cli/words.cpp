@@ -7,7 +7,7 @@ namespace brimo {
 
 std::vector<std::string> splitWords(std::string_view line) {
   std::vector<std::string> words;
-  std::optional<std::string> word;  // '' is a word, too
+  std::optional<std::string> word;  // present but empty after ''
   char quote = 0;
   for (std::size_t index = 0; index < line.size(); ++index) {
     char character = line[index];

@@ -1,4 +1,4 @@
-// Words of a line, as a shell has them.
+// Splits a line into words like a shell.
 #pragma once
 
 #include <string>
@@ -7,9 +7,13 @@
 
 namespace brimo {
 
-/// Splits a line at blanks. '…' keeps everything as it is; in "…", and outside, a backslash keeps the next character; a
-/// word that begins with # begins a comment. Throws std::invalid_argument, with a sentence, when a quotation does not
-/// end.
+/// Splits a line at blanks.
+///
+/// - '…' takes everything literally.
+/// - In "…" and outside quotes, a backslash takes the next character literally.
+/// - A # at the start of a word begins a comment.
+///
+/// Throws std::invalid_argument, with a sentence for people, when a quotation does not end.
 std::vector<std::string> splitWords(std::string_view line);
 
 }  // namespace brimo

@@ -9,7 +9,7 @@ class HelperClient::Implementation {
  public:
   explicit Implementation(Options options) : session(Session::start(std::move(options))) {}
 
-  // Shared, since a handler that destroys the client is still running in it.
+  // Shared, because a handler that destroys the client is still running inside the session.
   const std::shared_ptr<Session> session;
 };
 

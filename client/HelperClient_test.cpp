@@ -1,4 +1,4 @@
-// The client against an endpoint that the test speaks for.
+// Tests the client against an endpoint that the test serves.
 #include <brimo/HelperClient.h>
 #include <gmock/gmock.h>
 #include <poll.h>
@@ -21,7 +21,7 @@ using testing::HasSubstr;
 
 constexpr char loopback[] = "127.0.0.1:80";
 
-/// A result that a handler brings. A second call of the handler ends the test program.
+/// Waits for the result that a handler receives. A second call of the handler aborts the test program.
 template <class Value>
 class Outcome {
  public:
@@ -45,7 +45,7 @@ Dictionary jsonReply(const std::string& text) {
 
 class HelperClientTest : public testing::Test {
  protected:
-  /// Greets, and answers the request that a client begins with.
+  /// Sends the greeting and answers the client's first request.
   void admit(Peer& peer) {
     peer.greet(helper_.name);
     peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"version":618})")});
@@ -79,7 +79,7 @@ TEST_F(HelperClientTest, RequestsAreUnderWayTogether) {
   peer.send({.id = secondID, .dictionary = owner(2)});
   EXPECT_EQ((*second.get())->pid, 2);
   EXPECT_FALSE(first.isThere());
-  peer.send({.id = secondID, .dictionary = owner(3)});  // nobody asks any more
+  peer.send({.id = secondID, .dictionary = owner(3)});  // this request already has its answer
   peer.send({.id = firstID, .dictionary = {}});
   EXPECT_EQ(*first.get(), std::nullopt);
 }
@@ -164,14 +164,14 @@ TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
 
 TEST_F(HelperClientTest, NoAnswerIsWaitedForWithoutEnd) {
   HelperClient client(options());
-  EXPECT_EQ(client.call(version(), 1ms).error().code, ErrorCode::timedOut);  // the helper has not even greeted
+  EXPECT_EQ(client.call(version(), 1ms).error().code, ErrorCode::timedOut);  // the helper has not sent its greeting yet
   Outcome<std::int64_t> cancelled;
   auto request = client.send(version(), cancelled.handler());
   client.cancel(request);
   client.cancel(request);
   EXPECT_EQ(cancelled.get().error().code, ErrorCode::cancelled);
 
-  // What was given up before it was sent is never sent.
+  // A request that is cancelled before it is sent is never sent.
   Outcome<std::optional<SocketOwner>> kept;
   client.send(lookup(), kept.handler());
   auto peer = admit();
@@ -180,7 +180,7 @@ TEST_F(HelperClientTest, NoAnswerIsWaitedForWithoutEnd) {
   peer.send({.id = frame.id, .dictionary = owner(1)});
   EXPECT_TRUE(kept.get());
 
-  // An answer that comes too late is nobody's.
+  // A late answer is ignored.
   Outcome<std::int64_t> late;
   client.send(version(), late.handler(), 1ms);
   auto lateID = peer.receive().id;
@@ -212,7 +212,7 @@ TEST_F(HelperClientTest, ComesBackAndSaysSo) {
   EXPECT_EQ(watchdog.get().error().code, ErrorCode::lost);
   auto again = admit();
   EXPECT_EQ(second.get_future().get(), 618);
-  EXPECT_TRUE(again.hasHeardNothing());  // the lost request is not made again
+  EXPECT_TRUE(again.hasHeardNothing());  // the lost request is not sent again
 }
 
 TEST_F(HelperClientTest, TheEndOfTheHelperIsTheAnswerToStop) {
@@ -224,7 +224,7 @@ TEST_F(HelperClientTest, TheEndOfTheHelperIsTheAnswerToStop) {
   peer.close();
   EXPECT_TRUE(stopped.get());
   auto next = std::async([&] { return client.call(version()); });
-  auto id = helper_.accept();  // for the next request alone
+  auto id = helper_.accept();  // connects only for the next request
   admit(id);
   id.send({.id = id.receive().id, .dictionary = jsonReply(R"({"version":3})")});
   EXPECT_EQ(*next.get(), 3);

@@ -62,7 +62,7 @@ void Session::end() {
   handlersDue_.notify_all();
   channel_.wake();
   if (connectionThread_.joinable()) connectionThread_.join();
-  // A handler may be what ends the session.
+  // A handler may call end(), and a thread cannot join itself.
   if (handlerThread_.get_id() == std::this_thread::get_id()) {
     handlerThread_.detach();
   } else if (handlerThread_.joinable()) {
@@ -143,7 +143,7 @@ void Session::finishOverdue() {
   }
 }
 
-/// Whether one of the requests was for the helper to end, and that is what it did.
+/// Ends all requests with the error. Returns whether the helper ended because one of them asked it to.
 bool Session::finishAll(const Error& error, bool helperHasEnded) {
   bool wasAskedFor = false;
   for (auto all = std::exchange(pending_, {}); auto& [id, request] : all) {
@@ -176,7 +176,7 @@ void Session::runConnection() {
       }
     }
     finishOverdue();
-    // Without a new deadline the old one stays: waking once too often costs less than being woken for each request.
+    // An old deadline is kept until it passes: one wake-up too many costs less than a wake-up for each request.
     if (auto next = nextDeadline()) {
       waitsUntil_ = next;
     } else if (waitsUntil_ && *waitsUntil_ <= Clock::now()) {
@@ -222,7 +222,7 @@ void Session::handleEnd(const Channel::End& end) {
   isOpen_ = false;
   Error error{ErrorCode::lost, end.reason};
   if (!isAdmitted_ && !end.wasReached) error.code = ErrorCode::notInstalled;
-  // The first request is what has the helper look at the whole bundle.
+  // The helper checks the rest of the bundle when it receives the first request, so it may still refuse then.
   if (!isAdmitted_ && end.wasReached) {
     error = {ErrorCode::refused,
              "the helper does not admit this program; the system log says why (" + end.reason + ")"};
@@ -240,7 +240,7 @@ void Session::handleEnd(const Channel::End& end) {
 
 // --- Handlers -------------------------------------------------------------------------------------------------------
 
-/// An error that stays the same is announced once.
+/// Announces a repeated error only once.
 void Session::announce(ConnectionChange change) {
   auto code = change.error ? std::make_optional(change.error->code) : std::nullopt;
   bool isNew = !code || code != announcedError_;
@@ -266,13 +266,13 @@ bool Session::hasHandlersDue() const {
 
 void Session::deliver() {
   std::unique_lock lock(mutex_);
-  // What becomes due meanwhile is left for the next time: others have a turn in the user's loop.
+  // Handlers that become due meanwhile wait for the next call, so that the user's loop can do other work in between.
   for (auto count = due_.size(); count > 0 && !due_.empty(); --count) {
     auto handler = std::move(due_.front());
     due_.pop_front();
     lock.unlock();
     handler();
-    handler = nullptr;  // what it holds may call as well
+    handler = nullptr;  // unlocked: destroying what it captured may call the client
     lock.lock();
   }
   if (due_.empty()) isDue_.clear();

@@ -1,4 +1,4 @@
-// The requests that are under way, the connection that carries them, and the handlers that are due.
+// The pending requests, the connection that carries them, and the handlers that are due.
 #pragma once
 
 #include <brimo/HelperClient.h>
@@ -16,8 +16,8 @@
 
 namespace brimo {
 
-/// One thread does everything with the connection and keeps the time limits; another one, or the user's, runs the
-/// handlers, so that a slow handler delays nobody who waits. All functions may be called by any thread.
+/// One thread owns the connection and keeps the time limits. A second thread, or the user's own, runs the handlers, so
+/// that a slow handler does not delay anybody who waits. All functions may be called on any thread.
 class Session {
  public:
   using ID = HelperClient::ID;
@@ -25,18 +25,18 @@ class Session {
   using Finish = std::function<void(const detail::Reply&)>;
   using Limit = std::optional<std::chrono::milliseconds>;
 
-  /// Throws std::system_error when the system has no descriptor left.
+  /// Throws std::system_error when no descriptor is available.
   explicit Session(Options options);
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// Starts the session's threads, which keep it alive until end(). Throws std::system_error when there is none to be
-  /// had.
+  /// Starts the session's threads, which keep it alive until end(). Throws std::system_error when no thread can be
+  /// started.
   static std::shared_ptr<Session> start(Options options);
-  /// Ends all requests and the threads, and runs the handlers that are left. Called once.
+  /// Cancels all requests, ends the threads and runs the remaining handlers. Called once.
   void end();
 
-  /// Sends a request and has `finish` run with the other handlers.
+  /// Sends a request. `finish` runs like the other handlers.
   ID begin(Message message, Finish finish, Limit limit);
   /// Sends a request and waits for its reply.
   std::shared_ptr<const detail::Reply> wait(Message message, Limit limit);
@@ -48,7 +48,7 @@ class Session {
  private:
   using Clock = platform::ipc::ClientChannel::Clock;
 
-  /// Somebody who waits for a reply.
+  /// A thread that waits for a reply.
   struct Waiter {
     std::condition_variable replied;
     std::shared_ptr<const detail::Reply> reply;
@@ -56,7 +56,7 @@ class Session {
   struct Pending {
     Message message;
     Finish finish;
-    Waiter* waiter = nullptr;  ///< in place of `finish`
+    Waiter* waiter = nullptr;  ///< set instead of `finish`
     Clock::time_point deadline = {};
   };
 
@@ -87,7 +87,7 @@ class Session {
 
   bool isOpen_ = false;
   bool isAdmitted_ = false;
-  ID probe_ = 0;  // the request that shows whether the helper admits this program
+  ID probe_ = 0;  // request whose reply shows that the helper admits this program
   std::optional<Clock::time_point> nextAttempt_;
   bool isReconnecting_ = false;
   std::chrono::seconds pause_{1};  // before the next attempt to reconnect

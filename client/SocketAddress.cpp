@@ -45,7 +45,7 @@ std::optional<SocketAddress> parseSocketAddress(const std::string& text) {
     if (result.scope == 0) return std::nullopt;
     host.resize(percent);
   }
-  // A zero byte would end the text for inet_pton(3).
+  // inet_pton(3) would ignore everything after a NUL.
   if (host.find('\0') != host.npos) return std::nullopt;
   if (inet_pton(result.isIPv6 ? AF_INET6 : AF_INET, host.c_str(), result.bytes.data()) != 1) return std::nullopt;
   return result;

@@ -1,2 +1,2 @@
-// The JSON library's own code.
+// Compiles the JSON library into the shared client library.
 #include <boost/json/src.hpp>

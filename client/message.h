@@ -1,4 +1,4 @@
-// What a request sends, and what comes back.
+// The content of a request and of its reply.
 #pragma once
 
 #include <brimo/requests.h>
@@ -15,12 +15,12 @@ namespace detail {
 
 struct Message {
   platform::ipc::Dictionary dictionary;
-  std::chrono::milliseconds ownTime{0};     ///< that the helper takes for it by nature
-  bool endsHelper = false;                  ///< the end of the connection is its answer
-  std::optional<std::string> problem = {};  ///< why it cannot be sent
+  std::chrono::milliseconds ownTime{0};     ///< time that the helper needs for it by design
+  bool endsHelper = false;                  ///< the end of the connection is the answer
+  std::optional<std::string> problem = {};  ///< why it cannot be sent, if it cannot
 };
 
-/// The helper's answer, or why there is none.
+/// The helper's answer, or the reason why there is no answer.
 struct Reply : std::variant<platform::ipc::Dictionary, Error> {
   using variant::variant;
 };

@@ -38,7 +38,7 @@ Message jsonMessage(const json::object& command) {
 
 // --- Replies --------------------------------------------------------------------------------------------------------
 
-/// The reply's dictionary, or the error that it holds or that there is in place of it.
+/// The reply's dictionary. Fails when there is no reply or the reply contains an error.
 Result<ipc::Dictionary> readDictionary(const Reply& reply) {
   if (const auto* error = std::get_if<Error>(&reply)) return *error;
   const auto& dictionary = std::get<ipc::Dictionary>(reply);
@@ -46,7 +46,7 @@ Result<ipc::Dictionary> readDictionary(const Reply& reply) {
   return dictionary;
 }
 
-/// The same of a JSON command's reply.
+/// The object in the reply to a JSON command. Fails in the same way.
 Result<json::object> readObject(const Reply& reply) {
   auto dictionary = readDictionary(reply);
   if (!dictionary) return dictionary.error();
@@ -88,7 +88,7 @@ Result<std::int32_t> readPID(const Reply& reply) {
 Result<std::string> readText(const Reply& reply) {
   auto object = readObject(reply);
   if (!object) return object.error();
-  // As it came: numbers keep their digits.
+  // Returns the text unchanged, so that numbers keep their digits.
   const auto& data = *std::get<ipc::Dictionary>(reply).get<ipc::Data>("json");
   return std::string(data.begin(), data.end());
 }
@@ -123,7 +123,7 @@ Result<std::optional<RouterAdvertisement>> readRouter(const Reply& reply) {
   return advertisement;
 }
 
-/// "stop" is answered by the end of the connection, "defunct-restart" by that of this process.
+/// The connection ends in answer to "stop", and this process ends in answer to "defunct-restart".
 Result<Done> readEnd(const Reply& reply) {
   if (const auto* error = std::get_if<Error>(&reply)) return *error;
   if (std::get<ipc::Dictionary>(reply).size() == 0) return Done();
@@ -133,7 +133,7 @@ Result<Done> readEnd(const Reply& reply) {
 
 // --- Values ---------------------------------------------------------------------------------------------------------
 
-/// The BSD layout, in which messages carry addresses (docs/protocol.md).
+/// The address in the BSD layout that messages use (docs/protocol.md).
 ipc::Data addressData(const SocketAddress& address) {
   constexpr std::size_t size = 128;
   ipc::Data data(size);
@@ -147,7 +147,7 @@ ipc::Data addressData(const SocketAddress& address) {
   return data;
 }
 
-/// A proxies dictionary, in the keys of macOS (SCSchemaDefinitions.h).
+/// A proxies dictionary with the keys of macOS (SCSchemaDefinitions.h).
 json::object proxiesObject(const Proxies& proxies, std::optional<std::string>& problem) {
   json::object object;
   auto add = [&](const std::string& kind, const std::optional<ProxyServer>& server) {

@@ -1,4 +1,4 @@
-// What requests send.
+// Tests the messages that requests send.
 #include <brimo/requests.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>

@@ -9,8 +9,8 @@
 
 namespace brimo {
 
-/// Decodes an ICMPv6 message and its sender's socket address in the BSD layout, as "ra-detect" answers them. Absent
-/// when they are no well-formed advertisement. Options of other kinds are passed over.
+/// Decodes the two values that "ra-detect" returns: an ICMPv6 message and the sender's socket address in the BSD
+/// layout. Absent unless they form a well-formed advertisement. Ignores unknown options.
 std::optional<RouterAdvertisement> decodeRouterAdvertisement(std::span<const std::uint8_t> message,
                                                              std::span<const std::uint8_t> address);
 

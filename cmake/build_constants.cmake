@@ -1,5 +1,5 @@
-# The constants of this build as a header.
-# The one text of each requirement, for the helper and for its property list.
+# Generates the header with the constants of this build. The helper and its property list share the text of each
+# requirement.
 string(CONCAT signers
   "(certificate leaf[field.1.2.840.113635.100.6.1.9] /* exists */"
   " or certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */"

@@ -1,1 +1,1 @@
-// Carries the precompiled header; see cmake/targets.cmake.
+// The source of the target that builds the precompiled header; see cmake/targets.cmake.

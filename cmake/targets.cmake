@@ -1,6 +1,6 @@
-# What the targets of this project have in common.
+# Functions that define this project's targets.
 
-# Standard and library headers that nearly every file uses, compiled once.
+# The precompiled header, with the headers that nearly every file uses.
 add_library(brh_common OBJECT ${PROJECT_SOURCE_DIR}/cmake/precompiled.cpp)
 target_link_libraries(brh_common PRIVATE Boost::json ${BRH_FMT} Threads::Threads)
 target_precompile_headers(brh_common PRIVATE <fmt/format.h> <boost/json.hpp> <functional> <map> <memory> <mutex>
@@ -12,9 +12,9 @@ function(brh_use_common target)
   target_precompile_headers(${target} REUSE_FROM brh_common)
 endfunction()
 
-# brh_use_constants(target): lets it include the constants of this build, which nothing below the helper and its client knows.
+# brh_use_constants(target): lets the target include build_constants.h. platform/ and foundation/ must not use it.
 function(brh_use_constants target)
-  if(TARGET ${target})  # a test may be none of this build's
+  if(TARGET ${target})  # tests may be disabled
     target_include_directories(${target} PRIVATE ${PROJECT_BINARY_DIR}/generated)
   endif()
 endfunction()
@@ -25,7 +25,7 @@ function(brh_library name)
   brh_use_common(${name})
 endfunction()
 
-# main() of the unit tests.
+# The main() of the unit tests.
 if(BRH_BUILD_TESTS)
   add_library(test_main OBJECT ${PROJECT_SOURCE_DIR}/tests/support/test_main.cpp)
   brh_use_common(test_main)
@@ -40,7 +40,7 @@ function(brh_program name)
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
 endfunction()
 
-# brh_unit_test(name SOURCES … LIBRARIES …): a GoogleTest executable, run by ctest under the label "unit".
+# brh_unit_test(name SOURCES … LIBRARIES …): a GoogleTest executable; ctest runs it under the label "unit".
 function(brh_unit_test name)
   if(NOT BRH_BUILD_TESTS)
     return()
@@ -51,8 +51,8 @@ function(brh_unit_test name)
   set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 120)
 endfunction()
 
-# brh_fuzzer(name source libraries…): a libFuzzer target, or, without libFuzzer, a replay of its seed corpus in
-# tests/fuzz_corpus/<name> that ctest runs under the label "fuzz".
+# brh_fuzzer(name source libraries…): a libFuzzer target or, without libFuzzer, a program that replays the seed corpus.
+# ctest runs it over tests/fuzz_corpus/<name> under the label "fuzz".
 add_custom_target(fuzzers)
 function(brh_fuzzer name source)
   if(NOT BRH_BUILD_TESTS)
@@ -69,22 +69,22 @@ function(brh_fuzzer name source)
   set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 120)
 endfunction()
 
-# brh_sign(target identifier path): has codesign sign what a target has built, ad hoc or with the identity given. Other
-# systems have no codesign.
+# brh_sign(target identifier path): signs a target's output with codesign and BRH_SIGNING_IDENTITY. Does nothing on other
+# systems.
 function(brh_sign target identifier path)
   if(NOT CMAKE_HOST_APPLE)
     return()
   endif()
   set(options --force --sign "${BRH_SIGNING_IDENTITY}" --identifier ${identifier})
   if(NOT BRH_SIGNING_IDENTITY STREQUAL "-")
-    # What notarisation asks for.
+    # Notarisation requires both.
     list(APPEND options --options runtime --timestamp)
   endif()
   add_custom_command(TARGET ${target} POST_BUILD COMMAND codesign ${options} ${path} VERBATIM)
 endfunction()
 
-# brh_development_bundle(name bundle executable): an application bundle around the executable and two frameworks, signed
-# with the development leaf, since the helper answers no other client. Nothing where the anchor is a given one, or Apple's.
+# brh_development_bundle(name bundle executable): an application bundle with the executable and two frameworks, signed with
+# the development leaf so that the helper admits it. Does nothing on macOS or when the build has its own anchor.
 function(brh_development_bundle name bundle executable)
   if(APPLE OR BRH_CODE_SIGNING_ANCHOR)
     return()
@@ -100,9 +100,9 @@ function(brh_development_bundle name bundle executable)
   add_custom_target(${name} ALL DEPENDS ${bundle}/signed)
 endfunction()
 
-# brh_room([PORTABLE file…] [LINUX file…] [DARWIN file…]): adds a room's sources to the platform library; those of a system
-# lie in its folder.
-function(brh_room)
+# brh_module([PORTABLE file…] [LINUX file…] [DARWIN file…]): adds sources of the current folder to the platform library. LINUX
+# files lie in linux/, DARWIN files in darwin/.
+function(brh_module)
   if(NOT TARGET platform)
     return()
   endif()
@@ -112,8 +112,8 @@ function(brh_room)
   target_sources(platform PRIVATE ${arg_PORTABLE} ${arg_${system}})
 endfunction()
 
-# brh_objective_c(file): adds a source in Objective-C++ to the platform library on macOS: by a target of its own, since the
-# precompiled header is C++'s.
+# brh_objective_c(file): adds an Objective-C++ source to the platform library on macOS. It needs a target of its own, because
+# it cannot use the C++ precompiled header.
 function(brh_objective_c file)
   if(NOT APPLE)
     return()
@@ -126,7 +126,7 @@ function(brh_objective_c file)
   target_sources(platform PRIVATE $<TARGET_OBJECTS:objective_c_${name}>)
 endfunction()
 
-# brh_needs_tools(test): the test signs files with the project's own tools.
+# brh_needs_tools(test): defines TOOLS_FOLDER for a test that signs files.
 function(brh_needs_tools name)
   if(TARGET ${name})
     target_compile_definitions(${name} PRIVATE TOOLS_FOLDER="${PROJECT_SOURCE_DIR}/tools")

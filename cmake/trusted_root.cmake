@@ -1,4 +1,4 @@
-# The trusted root as a source file: the given one, or a throw-away one made here.
+# Generates a source file with the trusted roots: those in BRH_CODE_SIGNING_ANCHOR or a throw-away root.
 if(NOT BRH_CODE_SIGNING_ANCHOR)
   set(BRH_ANCHOR_FILE ${BRH_CERTIFICATES}/root.pem)
   add_custom_command(
@@ -11,7 +11,7 @@ if(NOT BRH_CODE_SIGNING_ANCHOR)
 else()
   get_filename_component(BRH_ANCHOR_FILE ${BRH_CODE_SIGNING_ANCHOR} ABSOLUTE BASE_DIR ${PROJECT_SOURCE_DIR})
   if(NOT EXISTS ${BRH_ANCHOR_FILE})
-    message(FATAL_ERROR "BRH_CODE_SIGNING_ANCHOR names no file: ${BRH_ANCHOR_FILE}")
+    message(FATAL_ERROR "BRH_CODE_SIGNING_ANCHOR: there is no file ${BRH_ANCHOR_FILE}")
   endif()
   execute_process(COMMAND ${CMAKE_COMMAND} -DPEM=${BRH_ANCHOR_FILE} -P ${PROJECT_SOURCE_DIR}/cmake/embed_anchor.cmake
     COMMAND_ERROR_IS_FATAL ANY)
@@ -24,6 +24,6 @@ add_custom_command(
   DEPENDS ${BRH_ANCHOR_FILE} ${PROJECT_SOURCE_DIR}/cmake/embed_anchor.cmake
   VERBATIM)
 
-# By itself, not as a source of the platform's: a custom command serves targets of its own folder alone.
+# A target of its own, because a custom command can only be used in the folder that defines it.
 add_library(code_signing_anchor OBJECT ${BRH_ANCHOR_SOURCE})
 brh_use_common(code_signing_anchor)

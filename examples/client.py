@@ -1,6 +1,6 @@
-"""The smallest client of the helper, in Python's standard library alone. It speaks what docs/protocol.md says.
+"""A minimal client in Python that uses only the standard library. It implements docs/protocol.md.
 
-The helper answers signed programs only: run this with a Python interpreter that is signed as the application and stands in
+The helper answers signed programs only: run this with a Python interpreter that is signed as the application and lies in
 its bundle, in place of /usr/bin/python3.
 """
 import ipaddress
@@ -35,7 +35,7 @@ def encode(value):
 
 
 def decode(data, at=0):
-    """The item that begins at an offset, and the offset of the next: all that the helper sends has definite lengths."""
+    """Decodes the item at an offset. Returns it and the offset of the next. The helper sends only definite lengths."""
     major, number, at = data[at] >> 5, data[at] & 31, at + 1
     if major == 7:
         return {20: False, 21: True}[number], at
@@ -48,18 +48,18 @@ def decode(data, at=0):
         piece = data[at:at + number]
         return (piece if major == 2 else piece.decode()), at + number
     items = []
-    for _ in range(number * (major - 3)):  # a map has twice as many as it says
+    for _ in range(number * (major - 3)):  # a map of n entries has 2n items
         item, at = decode(data, at)
         items.append(item)
     return (items if major == 4 else dict(zip(items[::2], items[1::2]))), at
 
 
 class Refused(Exception):
-    """The helper does not admit this program; the system log says why."""
+    """The helper refuses this program. The system log has the reason."""
 
 
 class Helper:
-    """A connection. One in a process: when any connection ends, the helper undoes the work of all."""
+    """A connection to the helper. Use one per application: when any connection ends, the helper undoes all settings."""
 
     def __init__(self, service=SERVICE, time_limit=10):
         self.socket = socket.socket(socket.AF_UNIX)
@@ -67,7 +67,7 @@ class Helper:
         self.socket.connect(f"/run/{service}.socket")
         self.last_id = 0
         self.was_answered = False
-        greeting_id, greeting = self.receive()  # the helper speaks first
+        greeting_id, greeting = self.receive()  # the helper sends the first message
         assert (greeting_id, greeting["service"]) == (0, service)
         self.build = greeting["build"]
 
@@ -88,14 +88,14 @@ class Helper:
         return decode(self.receive_exactly(length))[0]
 
     def send(self, request):
-        """Sends a request and returns its ID, which its reply will carry."""
+        """Sends a request and returns its ID, which the reply repeats."""
         self.last_id += 1
         item = encode([self.last_id, request])
         self.socket.sendall(struct.pack(">I", len(item)) + item)
         return self.last_id
 
     def ask(self, **request):
-        """The reply to a raw command."""
+        """Sends a raw command and returns the reply."""
         request_id = self.send(request)
         while True:
             reply_id, reply = self.receive()
@@ -104,12 +104,12 @@ class Helper:
                 return reply
 
     def json(self, **command):
-        """The reply to a JSON command."""
+        """Sends a JSON command and returns the reply."""
         return json.loads(self.ask(json=json.dumps(command).encode())["json"])
 
 
 def address(text, port):
-    """A socket address in the layout that requests carry."""
+    """A socket address in the layout of requests."""
     ip = ipaddress.ip_address(text)
     if ip.version == 4:
         return struct.pack(">BBH4s120x", 16, 2, port, ip.packed)

@@ -1,4 +1,4 @@
-// The helper's central object: every event of an admitted client arrives here.
+// The helper's central object. It receives every event of every admitted client.
 #pragma once
 
 #include <boost/json/object.hpp>
@@ -12,39 +12,39 @@
 #include "platform/ipc/service.h"
 #include "platform/process/child_task.h"
 
-/// Confined to the main queue; nothing in it is locked. One source file per concern implements it.
+/// Used on the main queue only, so it needs no locks. Its source files are split by concern.
 class BRHMain : public HXLogging<BRHMain> {
  public:
   /// The one instance.
   static BRHMain& sharedInstance();
 
-  /// Handles an event of an admitted connection: answers a request, or cleans up after a lost client.
-  /// (BRHMain_dispatch)
+  /// Handles an event of an admitted connection: a request, or the loss of the client. (BRHMain_dispatch)
   void handleXPCEvent(platform::ipc::Connection& connection, const platform::ipc::Event& event);
 
-  /// Carries out a JSON command of a client, and returns the reply. Throws nothing. (BRHMain_commands)
+  /// Carries out a client's JSON command and returns the reply. Throws nothing. (BRHMain_commands)
   boost::json::object execCommand(const boost::json::object& request, const platform::ipc::Connection& client);
 
-  /// Writes the proxies of the network services that a "set-proxy" request names, and keeps the list of services that
-  /// are to be cleaned up. False when anything failed; the other services are written all the same.
+  /// Sets the proxies of the network services in a "set-proxy" request and updates the list of services to clean up.
+  /// Returns false when any step fails; the remaining services are set all the same.
   /// (BRHMain_network_settings)
   bool applyProxySettings(const boost::json::object& request);
 
-  /// Switches the proxies off of every service in the list; forgets the list when all of it succeeded.
+  /// Switches off the proxies of every service in the list. Clears the list only if every step succeeds.
   /// (BRHMain_network_settings)
   void cleanupProxySettings();
 
-  /// Stops the DHCP server child, if there is one: by SIGTERM, after a second by SIGKILL. Returns when it has ended.
+  /// Stops the DHCP server child, if there is one: sends SIGTERM, and SIGKILL one second later. Returns when the child
+  /// has ended.
   /// (BRHMain_child_tasks)
   void stopDHCP();
 
-  /// Launches the main application again, if it is still the signed one; a failure is logged. (BRHMain_supervision)
+  /// Relaunches the main application if its signature is still valid. Logs failures. (BRHMain_supervision)
   void launchMainApplicationWithArguments(const std::vector<std::string>& arguments);
 
-  /// Has the system's DNS responder drop its cache. (BRHMain_power)
+  /// Makes the system's DNS responder drop its cache. (BRHMain_power)
   void flushSystemDNS();
 
-  /// Executable of the client admitted last; absent before the first.
+  /// Path of the executable of the most recently admitted client; absent before the first.
   const std::optional<std::string>& mainAppImagePath() const { return _mainAppImagePath; }
   void setMainAppImagePath(std::string path) { _mainAppImagePath = std::move(path); }
 
@@ -57,7 +57,7 @@ class BRHMain : public HXLogging<BRHMain> {
   void dhcpDiscover(const boost::json::object& command, const platform::ipc::Message& request);
   void cleanUpAfterLostClient();
 
-  /// Carries out one command; returns the reply.
+  /// Carries out one command and returns the reply.
   using Command = boost::json::object(const boost::json::object& request, const platform::ipc::Connection& client);
   Command version, stop, startWatchdog, stopWatchdog;  // BRHMain_commands
   Command setProxy, setStaticIP;                       // BRHMain_network_settings
@@ -73,8 +73,8 @@ class BRHMain : public HXLogging<BRHMain> {
 
   std::shared_ptr<platform::ChildTask> _spindumpTask;
   std::shared_ptr<platform::ChildTask> _dhcpdTask;
-  std::optional<std::vector<std::string>> _serviceProxySettingsChanged;  ///< IDs, without duplicates
+  std::optional<std::vector<std::string>> _serviceProxySettingsChanged;  ///< service IDs, without duplicates
   bool _watchdogStarted = false;
-  double _watchdogLastTime = 0;  ///< seconds of platform::continuousSeconds()
+  double _watchdogLastTime = 0;  ///< of the last relaunch, in platform::continuousSeconds()
   std::optional<std::string> _mainAppImagePath;
 };

@@ -1,4 +1,4 @@
-// The children: the DHCP server and spindump.
+// The child processes: the DHCP server and spindump.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,23 +17,39 @@ namespace json = boost::json;
 namespace {
 
 constexpr std::uint16_t dhcpServerPort = 67;
-constexpr std::chrono::seconds terminationTime(1);  // before a child that was told to end is killed
+constexpr std::chrono::seconds terminationTime(1);  // between SIGTERM and SIGKILL
 
-/// The text of a member, empty when it cannot be an argument of a program.
+/// A member's text; empty when it contains a NUL and so cannot be a program argument.
 std::string argument(const json::object& request, std::string_view key) {
   auto text = platform::textMember(request, key);
   return text.find('\0') == text.npos ? std::string(text) : "";
 }
 
-/// Opens the file that a child appends its output to. Empty unless it is a regular file that belongs to the client's
-/// user and has no other name: root is not to be led to another's file, nor to wait at a FIFO. Files of the kernel, who
-/// judges the writer by the opener, mostly have no end to move to.
+/// Opens the file that a child appends its output to. Empty unless the file is regular, belongs to the client's user
+/// and has a single link, so that a client can neither direct root to another user's file nor make it wait at a FIFO.
+/// Kernel files check the opener's rights, not the writer's; most of them fail lseek(SEEK_END) and are refused.
 platform::FileDescriptor openOutput(const std::string& path, std::uint32_t user) {
   auto file = platform::openForAppending(path);
   struct stat status;
   bool isSafe = file && fstat(file->get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == user &&
                 status.st_nlink == 1 && lseek(file->get(), 0, SEEK_END) >= 0;
   return isSafe ? std::move(*file) : platform::FileDescriptor();
+}
+
+/// Resolves the path of a DHCP server. Empty unless it is the one in the application's bundle, signed by the team.
+std::string resolveDHCPServer(const std::string& path, const std::string& application) {
+  auto bundle = BRHBundleOfExecutable(platform::resolvedPath(application));
+  auto resolved = platform::resolvedPath(path);
+  bool isValid = !bundle.empty() && resolved == bundle + "/Contents/Applications/brimo-dhcpd" &&
+                 BRHValidateStaticCode(resolved, FrameworkRequirement);
+  return isValid ? resolved : "";
+}
+
+/// Logs why a program could not be started and returns the reply that says so.
+json::object launchError(const char* program, const platform::Failure& failure) {
+  const std::string reason = failure.what();
+  HX_log<BRHMain>("Failed to start {}: {}", program, reason);
+  return BRHError(reason.empty() ? fmt::format("failed to start {}", program) : reason);
 }
 
 }  // namespace
@@ -46,10 +62,8 @@ json::object BRHMain::startDHCP(const json::object& request, const platform::ipc
     return BRHError("invalid dhcpd arguments");
   }
 
-  auto bundle = BRHBundleOfExecutable(platform::resolvedPath(_mainAppImagePath.value_or("")));
-  auto candidate = platform::resolvedPath(dhcpd);
-  if (bundle.empty() || candidate != bundle + "/Contents/Applications/brimo-dhcpd" ||
-      !BRHValidateStaticCode(candidate, FrameworkRequirement)) {
+  auto executable = resolveDHCPServer(dhcpd, _mainAppImagePath.value_or(""));
+  if (executable.empty()) {
     HX_log("Reject invalid dhcpd executable at {}", dhcpd);
     return BRHError("invalid dhcpd executable");
   }
@@ -66,14 +80,12 @@ json::object BRHMain::startDHCP(const json::object& request, const platform::ipc
   auto output = openOutput(outputPath, client.peerUserID());
   if (!output) return BRHError("invalid dhcpd output path");
   _dhcpdTask = std::make_shared<platform::ChildTask>(
-      candidate, std::vector<std::string>{"-4", "-f", "-d", "-cf", config, "-lf", lease, "-pf", pidFile, interface},
+      executable, std::vector<std::string>{"-4", "-f", "-d", "-cf", config, "-lf", lease, "-pf", pidFile, interface},
       std::move(output));
   _dhcpdTask->setTerminationHandler([this, task = _dhcpdTask.get()] { dhcpdCompleted(task); });
   if (auto launched = _dhcpdTask->launch(); !launched) {
-    const std::string reason = launched.error().what();
-    HX_log("Failed to start dhcpd: {}", reason);
     _dhcpdTask.reset();
-    return BRHError(reason.empty() ? "failed to start dhcpd" : reason);
+    return launchError("dhcpd", launched.error());
   }
   HX_log("dhcpd started");
   return {{"result", "success"}, {"pid", _dhcpdTask->processIdentifier()}};
@@ -84,7 +96,7 @@ void BRHMain::killOwnerOfDHCPPort() {
   auto owner = BRUDPSocketOwner(anyAddress);
   if (!owner || owner->pid == getpid()) return;
   HX_log("Port 67 is already used: {}, kill", owner->description());
-  // Its number may have gone to another process by now; a process that is held and then found to be the owner is it.
+  // The PID may have been reused since the first look-up, so the owner is looked up again once a handle is held.
   auto process = platform::Process::find(owner->pid);
   if (process && BRUDPSocketOwner(anyAddress) == owner) process->kill();
 }
@@ -120,10 +132,8 @@ json::object BRHMain::startSpindump(const json::object& request, const platform:
       "/usr/sbin/spindump", std::vector<std::string>{std::to_string(client.peerPID()), "-o", path});
   _spindumpTask->setTerminationHandler([this] { spindumpCompleted(); });
   if (auto launched = _spindumpTask->launch(); !launched) {
-    const std::string reason = launched.error().what();
-    HX_log("Failed to start spindump: {}", reason);
     _spindumpTask.reset();
-    return BRHError(reason.empty() ? "failed to start spindump" : reason);
+    return launchError("spindump", launched.error());
   }
   HX_log("spindump started");
   return BRHSuccess();

@@ -25,7 +25,7 @@ namespace fs = std::filesystem;
 
 const std::uint32_t user = platform::fake::ConnectionState().peerUserID;
 
-/// Steps of the helper: what it logs, and what it does to processes.
+/// Records what the helper logs and what it does to processes, in order.
 class ChildTasksTest : public testing::Test {
  protected:
   ChildTasksTest() {
@@ -111,7 +111,7 @@ TEST_F(ChildTasksTest, OnlyTheSignedServerOfTheBundleIsStarted) {
                            std::string("/Contents/Applications/brimo-dhcpd")}) {
     refuses(path);
   }
-  EXPECT_THAT(machine().checks, IsEmpty());  // another path's signature is not even looked at
+  EXPECT_THAT(machine().checks, IsEmpty());  // the signature of a file at another path is not even checked
 
   machine().files[dhcpd] = platform::code_signing::unsignedCode;
   refuses(dhcpd);
@@ -134,7 +134,7 @@ TEST_F(ChildTasksTest, LinksAreResolvedOnBothSides) {
   request["dhcpd"] = bundle + "/Contents/MacOS/.././/Applications/brimo-dhcpd";
   EXPECT_EQ(start(), R"({"result":"success","pid":1002})");
 
-  // The application may be removed while it runs.
+  // The application can be removed while it runs.
   fs::remove(executable);
   request["dhcpd"] = dhcpd + "//";
   EXPECT_EQ(start(), R"({"result":"success","pid":1003})");
@@ -151,7 +151,7 @@ TEST_F(ChildTasksTest, APreviousServerIsStoppedFirst) {
   EXPECT_THAT(machine().steps, ElementsAre("Terminate previous dhcpd", "terminate 1002", "wait 1000 ms",
                                            "kill child 1002", "wait until exit"));
   machine().steps.clear();
-  endChild(1002);  // nobody listens any more
+  endChild(1002);  // its termination handler has been removed
   EXPECT_THAT(machine().steps, IsEmpty());
   helper.stopDHCP();
   EXPECT_THAT(machine().steps, ElementsAre("terminate 1003", "wait 1000 ms", "kill child 1003", "wait until exit"));
@@ -199,7 +199,7 @@ TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
   fs::remove(output);
   fs::copy_file(target, output);
   ASSERT_EQ(chown(output.c_str(), user, user), 0);
-  request["output"] = "/proc/self/root" + output;  // which leads to wherever the process wants
+  request["output"] = "/proc/self/root" + output;  // the process decides where this leads
   EXPECT_EQ(start(), R"({"error":"invalid dhcpd output path"})");
   request["output"] = output;
   peer->peerUserID = 1001;
@@ -222,7 +222,7 @@ TEST_F(ChildTasksTest, AFailedLaunchIsToldAndForgotten) {
   }
   machine().launchFailure.reset();
   EXPECT_EQ(start(), started);
-  EXPECT_EQ(machine().steps.front(), "Start dhcpd");  // and not the end of a previous one
+  EXPECT_EQ(machine().steps.front(), "Start dhcpd");  // no previous server is terminated
 }
 
 TEST_F(ChildTasksTest, WhatALostClientLeavesIsUndoneInOrder) {

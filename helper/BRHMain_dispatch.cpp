@@ -1,4 +1,4 @@
-// Tells errors from requests, and raw commands from JSON commands.
+// Dispatches events: errors, raw commands and JSON commands.
 #include <algorithm>
 #include <atomic>
 #include <boost/json.hpp>
@@ -20,11 +20,11 @@ namespace {
 
 constexpr std::size_t maximumPayload = 4'194'304;  // bytes
 constexpr int maximumRouterProbes = 128;
-constexpr int maximumLookups = 512;  // of one connection at a time
+constexpr int maximumLookups = 512;  // at a time, per connection
 
 using Reply = std::function<void(const ipc::Dictionary&)>;
 
-/// The socket address under a key; absent unless it has the size of one.
+/// The socket address under a key; absent when the value is missing or has the wrong size.
 std::optional<BRSockAddr> addressIn(const ipc::Dictionary& dictionary, const char* key) {
   const auto* data = dictionary.get<ipc::Data>(key);
   BRSockAddr address;
@@ -33,7 +33,7 @@ std::optional<BRSockAddr> addressIn(const ipc::Dictionary& dictionary, const cha
   return address;
 }
 
-/// Sends a reply whose "json" value is the text of an object. The request must accept a reply.
+/// Sends an object as JSON text under the reply's key "json".
 void sendJSON(const Reply& reply, const json::object& object) {
   ipc::Dictionary dictionary;
   if (auto text = HX_JSONData(object)) dictionary.set("json", ipc::Data(text->begin(), text->end()));
@@ -42,6 +42,22 @@ void sendJSON(const Reply& reply, const json::object& object) {
 
 void sendJSONError(const ipc::Message& request, const char* text) {
   if (request.reply) sendJSON(request.reply, {{"error", text}});
+}
+
+BRSocketQuestion socketQuestion(const ipc::Dictionary& request, const BRSockAddr& address) {
+  const auto* udp = request.get<bool>("udp");
+  return {.protocol = udp && *udp ? platform::SocketProtocol::udp : platform::SocketProtocol::tcp,
+          .address = address,
+          .remote = addressIn(request, "remote")};
+}
+
+ipc::Dictionary ownerReply(const std::optional<BRProcess>& owner) {
+  ipc::Dictionary dictionary;
+  if (owner) {
+    dictionary.set("pid", std::int64_t{owner->pid});
+    if (owner->processPath) dictionary.set("path", *owner->processPath);
+  }
+  return dictionary;
 }
 
 }  // namespace
@@ -68,7 +84,7 @@ void BRHMain::handleXPCEvent(ipc::Connection& connection, const ipc::Event& even
   cleanUpAfterLostClient();
 }
 
-// Undoes what the client had done to the system. The order of the steps matters.
+// Undoes what clients have changed on the system. The order of the steps matters.
 void BRHMain::cleanUpAfterLostClient() {
   cleanupProxySettings();
   BRHKillWatchedExternalProcesses();
@@ -126,28 +142,18 @@ void BRHMain::processLookup(const ipc::Message& request, const ipc::Connection& 
     HX_log("Invalid process-lookup address length: {}", data ? data->size() : 0);
     return request.reply({{"error", "invalid address"}});
   }
-  // Of the main queue's; a connection that has taken the place of one that ended shares its count for a moment.
+  // Used on the main queue only. A new connection at the address of one that has ended briefly shares its count.
   static std::map<const ipc::Connection*, int> lookups;
   if (lookups[&client] >= maximumLookups) {
     HX_log("Too many process-lookup requests at once");
     return request.reply({{"error", "too many requests"}});
   }
   ++lookups[&client];
-  const auto* udp = request.dictionary.get<bool>("udp");
-  const BRSocketQuestion question{
-      .protocol = udp && *udp ? platform::SocketProtocol::udp : platform::SocketProtocol::tcp,
-      .address = *address,
-      .remote = addressIn(request.dictionary, "remote")};
   auto answer = [reply = request.reply, connection = &client](const std::optional<BRProcess>& owner) {
     if (--lookups[connection] == 0) lookups.erase(connection);
-    ipc::Dictionary dictionary;
-    if (owner) {
-      dictionary.set("pid", std::int64_t{owner->pid});
-      if (owner->processPath) dictionary.set("path", *owner->processPath);
-    }
-    reply(dictionary);
+    reply(ownerReply(owner));
   };
-  BRAskSocketOwner(question, [answer](const std::optional<BRProcess>& owner) {
+  BRAskSocketOwner(socketQuestion(request.dictionary, *address), [answer](const std::optional<BRProcess>& owner) {
     if (platform::dispatch::isMainThread()) return answer(owner);
     platform::dispatch::async(platform::dispatch::mainQueue(), [answer, owner] { answer(owner); });
   });
@@ -163,7 +169,7 @@ void BRHMain::raDetect(const ipc::Message& request) {
     HX_log("Invalid ra-detect interface");
     return request.reply({{"error", "invalid interface"}});
   }
-  // Each takes two threads and two sockets for some seconds.
+  // Each probe uses two threads and two sockets for several seconds.
   static std::atomic<int> running = 0;
   if (running >= maximumRouterProbes) {
     HX_log("Too many ra-detect requests at once");
@@ -172,7 +178,7 @@ void BRHMain::raDetect(const ipc::Message& request) {
   ++running;
   auto detector = std::make_shared<BRHV6RADetector>();
   detector->setInterface(*interface);
-  // The handler keeps the detector until the probe has completed.
+  // The handler keeps the detector alive until the probe completes.
   detector->setCompletionHandler([detector, reply = request.reply](const auto& data, const auto& address) {
     --running;
     ipc::Dictionary answer;

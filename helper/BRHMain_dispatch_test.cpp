@@ -161,7 +161,7 @@ TEST_F(DispatchTest, ProbesNeedAnInterface) {
     EXPECT_EQ(ask(request), (ipc::Dictionary{{"error", "invalid interface"}}));
     EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: ra-detect", "[BRHMain] Invalid ra-detect interface"));
   }
-  // An empty reply: nothing was found.
+  // An empty reply means that no router was found.
   EXPECT_EQ(ask({{"command", "ra-detect"}, {"interface", "nothing0"}}).size(), 0u);
   EXPECT_EQ(log.back(), "[BRHV6RADetector] Invalid interface: nothing0");
 

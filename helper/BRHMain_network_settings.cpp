@@ -18,12 +18,26 @@ platform::Result<std::unique_ptr<preferences::Session>> createSession() {
   return preferences::Session::create("BrimoHelper", HelperServiceName);
 }
 
+/// A locked session; null after a failure, which it logs. `purpose` becomes part of the message.
+std::unique_ptr<preferences::Session> createLockedSession(const char* purpose = "") {
+  auto session = createSession();
+  if (!session) {
+    HX_log<BRHMain>("Failed to create SCPreferences session{}", purpose);
+    return nullptr;
+  }
+  if (auto locked = (*session)->lock(true); !locked) {
+    HX_log<BRHMain>("Failed to lock SCPreferences{}: {}", purpose, locked.error().what());
+    return nullptr;
+  }
+  return std::move(*session);
+}
+
 std::string entityPath(std::string_view serviceID, const char* entity) {
   return fmt::format("/{}/{}/{}", preferences::networkServices, serviceID, entity);
 }
 
-/// Writes and applies what was set, even when not all of it could be, and releases the session. Fails as the last step
-/// that failed.
+/// Commits and applies the changes, even when some values could not be set, and ends the session. Returns the failure
+/// of the last step that failed.
 platform::Result<void> finish(std::unique_ptr<preferences::Session> session) {
   auto committed = session->commit();
   auto applied = session->apply();
@@ -32,12 +46,22 @@ platform::Result<void> finish(std::unique_ptr<preferences::Session> session) {
   return applied ? committed : applied;
 }
 
-/// What a value means where a boolean is asked for; absent when it is neither a boolean nor a number.
-std::optional<bool> booleanMeaning(const json::value* value) {
+/// A value as a boolean: numbers other than 0 are true. Absent when it is neither a boolean nor a number.
+std::optional<bool> booleanValue(const json::value* value) {
   if (!value) return std::nullopt;
   if (const auto* boolean = value->if_bool()) return *boolean;
   if (value->is_number()) return value->to_number<double>() != 0;
   return std::nullopt;
+}
+
+/// Adds the services of a payload that the list does not contain yet.
+void addServices(std::optional<std::vector<std::string>>& list, const json::object& payload) {
+  if (!list) list.emplace();
+  const std::set<std::string, std::less<>> known(list->begin(), list->end());
+  for (const auto& entry : payload) {
+    std::string_view serviceID = entry.key();
+    if (!known.contains(serviceID)) list->emplace_back(serviceID);
+  }
 }
 
 }  // namespace
@@ -49,61 +73,37 @@ bool BRHMain::applyProxySettings(const json::object& request) {
     HX_log("Invalid proxy settings payload");
     return false;
   }
-  auto created = createSession();
-  if (!created) {
-    HX_log("Failed to create SCPreferences session");
-    return false;
-  }
-  auto session = std::move(*created);
-  if (auto locked = session->lock(true); !locked) {
-    HX_log("Failed to lock SCPreferences: {}", locked.error().what());
-    return false;
-  }
-  bool ok = true;
+  auto session = createLockedSession();
+  if (!session) return false;
+  bool isComplete = true;
   for (const auto& [key, proxies] : *payload) {
     std::string_view serviceID = key;
     if (!proxies.is_object() || serviceID.find('/') != serviceID.npos) {
       HX_log("Invalid proxy settings entry: {}", serviceID);
-      ok = false;
+      isComplete = false;
       continue;
     }
-    bool set = session->setValue(entityPath(serviceID, preferences::proxiesEntity), proxies).has_value();
+    bool isSet = session->setValue(entityPath(serviceID, preferences::proxiesEntity), proxies).has_value();
     HX_log("Update service {} proxy settings to: {}, result: {:d}", serviceID,
-           HX_JSONString(proxies).value_or("(null)"), set);
-    ok = ok && set;
+           HX_JSONString(proxies).value_or("(null)"), isSet);
+    isComplete = isComplete && isSet;
   }
-  ok = finish(std::move(session)) && ok;
+  isComplete = finish(std::move(session)) && isComplete;
 
-  auto cleanup = booleanMeaning(request.if_contains("cleanup"));
-  if (cleanup == true && ok) _serviceProxySettingsChanged.reset();
-  if (cleanup == false) {
-    auto& changed = _serviceProxySettingsChanged;
-    if (!changed) changed.emplace();
-    const std::set<std::string, std::less<>> known(changed->begin(), changed->end());
-    for (const auto& entry : *payload) {
-      std::string_view serviceID = entry.key();
-      if (!known.contains(serviceID)) changed->emplace_back(serviceID);
-    }
-  }
-  return ok;
+  auto cleanup = booleanValue(request.if_contains("cleanup"));
+  if (cleanup == true && isComplete) _serviceProxySettingsChanged.reset();
+  if (cleanup == false) addServices(_serviceProxySettingsChanged, *payload);
+  return isComplete;
 }
 
 void BRHMain::cleanupProxySettings() {
   if (!_serviceProxySettingsChanged) return;
   HX_log("cleanupProxySettings");
-  auto created = createSession();
-  if (!created) {
-    HX_log("Failed to create SCPreferences session for cleanup");
-    return;
-  }
-  auto session = std::move(*created);
-  if (auto locked = session->lock(true); !locked) {
-    HX_log("Failed to lock SCPreferences for cleanup: {}", locked.error().what());
-    return;
-  }
-  platform::Result<void> outcome;  // of the last step that failed
+  auto session = createLockedSession(" for cleanup");
+  if (!session) return;
+  platform::Result<void> outcome;  // the last failure
   for (const auto& serviceID : *_serviceProxySettingsChanged) {
-    // Empty rather than none: that switches every proxy of the service off.
+    // An empty dictionary, rather than no dictionary, switches every proxy of the service off.
     auto set = session->setValue(entityPath(serviceID, preferences::proxiesEntity), json::object());
     HX_log("Remove service {} proxy settings, result: {:d}", serviceID, set.has_value());
     if (!set) outcome = set;
@@ -134,8 +134,8 @@ json::object BRHMain::setStaticIP(const json::object& request, const platform::i
   if (!created) return BRHError("failed to create preferences session");
   auto session = std::move(*created);
   if (!session->lock(true)) return BRHError("failed to lock preferences");
-  bool set = session->setValue(entityPath(serviceID, preferences::ipv4Entity), entity).has_value();
-  HX_log("SCPreferencesPathSetValue result: {:d}", set);
-  if (!finish(std::move(session)) || !set) return BRHError("failed to apply static IP configuration");
+  bool isSet = session->setValue(entityPath(serviceID, preferences::ipv4Entity), entity).has_value();
+  HX_log("SCPreferencesPathSetValue result: {:d}", isSet);
+  if (!finish(std::move(session)) || !isSet) return BRHError("failed to apply static IP configuration");
   return BRHSuccess();
 }

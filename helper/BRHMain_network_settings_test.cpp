@@ -20,7 +20,7 @@ std::string setProxies(const std::string& service) {
   return "set /NetworkServices/" + service + "/Proxies";
 }
 
-/// What a session goes through that sets these paths.
+/// The steps of a session that sets these paths.
 Lines calls(const Lines& sets) {
   Lines all{"create BrimoHelper", "lock waiting"};
   all.insert(all.end(), sets.begin(), sets.end());
@@ -44,7 +44,7 @@ class NetworkSettingsTest : public testing::Test {
     return json::serialize(main.execCommand(json::parse(request).get_object(), *platform::fake::makeConnection()));
   }
 
-  /// Sets proxies of the services "A" and so on.
+  /// Sets the proxies of the services "A" and so on.
   std::string setProxy(std::string_view payload, std::string_view rest = "") {
     return run(fmt::format(R"({{"command":"set-proxy","payload":{}{}}})", payload, rest));
   }
@@ -53,7 +53,7 @@ class NetworkSettingsTest : public testing::Test {
     return run(fmt::format(R"({{"command":"set-static-ip",{}}})", members));
   }
 
-  /// The services that a clean-up finds in the list; "none" when there is no list.
+  /// The services that a clean-up resets; "none" when there is no list.
   Lines listAtCleanup() {
     preferences() = {};
     log.clear();

@@ -1,4 +1,4 @@
-// Keeping the machine awake, and the DNS cache.
+// Keeps the machine awake and flushes the DNS cache.
 #include "build_constants.h"
 #include "helper/BRHMain.h"
 #include "helper/reply.h"

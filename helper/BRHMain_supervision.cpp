@@ -1,4 +1,4 @@
-// Launching the main application again.
+// Relaunches the main application.
 #include "build_constants.h"
 #include "helper/BRHMain.h"
 #include "helper/admission.h"
@@ -12,12 +12,12 @@ namespace dispatch = platform::dispatch;
 namespace {
 
 constexpr std::chrono::seconds relaunchDelay(1);
-constexpr double relaunchInterval = 30;  // seconds that must have passed since the relaunch before
+constexpr double relaunchInterval = 30;  // minimum seconds between two relaunches by the watchdog
 
 }  // namespace
 
 boost::json::object BRHMain::defunctRestart(const boost::json::object&, const platform::ipc::Connection& client) {
-  // The death that follows is not to have the application launched a second time.
+  // Otherwise the kill below would also trigger the watchdog and launch the application twice.
   _watchdogStarted = false;
   client.peer().kill();
   dispatch::after(relaunchDelay, dispatch::mainQueue(),

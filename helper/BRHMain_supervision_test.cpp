@@ -25,7 +25,7 @@ class SupervisionTest : public CommandTest {
     helper.setMainAppImagePath(executable);
   }
 
-  /// Loses the client at a moment of the continuous clock; returns whether the application was launched afterwards.
+  /// Loses the client at a time of the continuous clock. Returns whether the application is then launched.
   bool relaunchesAt(double seconds) {
     machine().continuousSeconds = seconds;
     EXPECT_EQ(run("start-watchdog"), success);
@@ -66,7 +66,7 @@ TEST_F(SupervisionTest, MoreThanThirtySecondsLieBetweenTwoRelaunches) {
   log();
   EXPECT_FALSE(relaunchesAt(1010));
   EXPECT_THAT(log(), ElementsAre("XPC connection closed", "Main process died unexpectedly"));
-  // The refusal has disarmed the watchdog as well.
+  // The refusal has stopped the watchdog, too.
   machine().continuousSeconds = 5000;
   loseClient();
   EXPECT_THAT(log(), ElementsAre("XPC connection closed"));
@@ -83,7 +83,7 @@ TEST_F(SupervisionTest, TheFirstRelaunchWaitsForThirtySecondsOfUptime) {
 TEST_F(SupervisionTest, TheTimeOfARelaunchIsReadAnew) {
   machine().secondsPerReading = 5;
   EXPECT_TRUE(relaunchesAt(1000));
-  EXPECT_FALSE(relaunchesAt(1035));  // 30 after 1005
+  EXPECT_FALSE(relaunchesAt(1035));  // exactly 30 seconds after the relaunch at 1005
   EXPECT_TRUE(relaunchesAt(1036));
 }
 
@@ -111,7 +111,7 @@ TEST_F(SupervisionTest, DefunctRestartKillsAndRelaunchesWithoutALimit) {
                 ElementsAre(Pair(executable, ElementsAre("-crashDefunctRestart"))));
     EXPECT_THAT(log(), ElementsAre("XPC connection closed"));
   }
-  // It does not count as a relaunch by the watchdog.
+  // A defunct-restart does not count as a relaunch by the watchdog.
   EXPECT_TRUE(relaunchesAt(1000));
   EXPECT_EQ(run("defunct-restart"), success);
   passTime(1s);

@@ -16,7 +16,8 @@ namespace {
 
 constexpr char moduleName[] = "Helper";
 
-/// Validates the sender of a connection's first message: the path of its executable. Fails with a Status.
+/// Validates the sender of a connection's first message and returns the path of its executable. The number of a Failure
+/// is a code_signing::Status.
 platform::Result<std::string> validateClient(const ipc::Message& message, std::int32_t peerPID) {
   if (auto sender = ipc::checkSender(*message.sender, ClientRequirement); !sender) return sender.error();
   auto path = platform::executablePath(peerPID).value_or("");
@@ -45,7 +46,7 @@ void BRHListenerEventHandler(const ipc::ListenerEvent& object) {
     connection->cancel();
     return;
   }
-  // The handler keeps the connection until the connection lets go of the handler.
+  // The handler keeps the connection alive until the connection releases the handler.
   connection->setEventHandler(
       [connection, peerPID, validated = std::make_shared<bool>(false)](const ipc::Event& event) {
         BRHConnectionMessageHandler(connection, peerPID, *validated, event);
@@ -65,7 +66,7 @@ void BRHConnectionMessageHandler(const std::shared_ptr<ipc::Connection>& connect
       return;
     }
     validated = true;
-    // Together: an application is launched again as the user who ran it.
+    // The user and the path change together: the application is relaunched as the user who ran it.
     platform::noteRunningApplication(connection->peer(), connection->peerUserID());
     BRHMain::sharedInstance().setMainAppImagePath(*path);
   }

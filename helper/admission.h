@@ -1,8 +1,8 @@
-// Who may speak to the helper: the correctly signed main application and nobody else.
+// Admits the correctly signed main application and refuses all other clients.
 //
-// The system is told to let through only peers whose running image satisfies ClientRequirement. The first message of a
-// connection is then validated once more: its sender, the executable on disk, and two frameworks of its bundle.
-// Everything here runs on the main queue.
+// The platform delivers messages only from peers whose running image satisfies ClientRequirement. On the first message
+// of a connection, the helper also validates the sender, the executable on disk and two frameworks in its bundle.
+// All functions run on the main queue.
 #pragma once
 
 #include <cstdint>
@@ -12,20 +12,21 @@
 #include "platform/base/result.h"
 #include "platform/ipc/service.h"
 
-/// Handles the events of the listener: prepares each new connection, and has BRHConnectionMessageHandler hear it.
+/// Handles events of the listener. Each new connection gets BRHConnectionMessageHandler as its event handler.
 void BRHListenerEventHandler(const platform::ipc::ListenerEvent& object);
 
-/// Handles an event of a connection. `validated` is the connection's own, false before its first message passed.
+/// Handles an event of a connection. `validated` belongs to the connection and starts as false; the first valid message
+/// sets it.
 void BRHConnectionMessageHandler(const std::shared_ptr<platform::ipc::Connection>& connection, std::int32_t peerPID,
                                  bool& validated, const platform::ipc::Event& event);
 
-/// Whether the file at the path is signed as the requirement says; if not, why.
+/// Checks that the signature of the file at the path satisfies the requirement.
 platform::Result<void> BRHValidateStaticCode(const std::string& path, const std::string& requirement);
 
-/// The bundle around an application's executable: "/Name.app" of "/Name.app/Contents/MacOS/Name". Empty when the path
-/// is too short to lie in one.
+/// The bundle that contains an executable: "/Name.app" for "/Name.app/Contents/MacOS/Name". Empty when the path has too
+/// few components.
 std::string BRHBundleOfExecutable(std::string executablePath);
 
-/// Whether the executable at the path and the frameworks Bugsnag and Sparkle of the bundle around it are signed as they
-/// must be; if not, which is not, and why.
+/// Checks the signatures of the executable at the path and of the frameworks Bugsnag and Sparkle in its bundle. A
+/// failure names the file.
 platform::Result<void> BRHValidateMainApplication(const std::string& executablePath);

@@ -30,11 +30,11 @@ class AdmissionTest : public testing::Test {
     for (const auto& path : {executable, bugsnag, sparkle}) machine().files[path] = code_signing::success;
     BRHMain::sharedInstance().setMainAppImagePath("/none");
   }
-  ~AdmissionTest() override { state->handler = nullptr; }  // which holds the connection
+  ~AdmissionTest() override { state->handler = nullptr; }  // the handler holds the connection
 
   void accept() { BRHListenerEventHandler(fake::makeConnection(state)); }
 
-  /// Delivers a request; returns whether it was answered.
+  /// Delivers a request and returns whether it was answered.
   bool answered() {
     bool replied = false;
     state->handler(fake::makeMessage({{"command", "x"}}, [&](const auto&) { replied = true; }));
@@ -86,7 +86,7 @@ TEST_F(AdmissionTest, EveryFailedStepRejectsTheConnection) {
     EXPECT_EQ(machine().checks.size(), checks);
     EXPECT_THAT(log, ElementsAre(fmt::format("[Helper] Client validation status: {}", status),
                                  "[Helper] Reject connection from PID 42"));
-    // The cancelled connection's end is nobody's business.
+    // Nothing reacts to the end of a cancelled connection.
     state->handler(ipc::Error{.kind = ipc::Error::Kind::connectionInvalid, .description = ""});
     EXPECT_EQ(log.size(), 2u);
     EXPECT_EQ(BRHMain::sharedInstance().mainAppImagePath(), "/none");

@@ -1,4 +1,4 @@
-// What tests of the commands share: a helper, its log, and a client that it can lose.
+// A fixture for tests of the commands: a helper, its log and a client that can disconnect.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -12,7 +12,7 @@
 #include "platform/fake/ipc.h"
 #include "platform/fake/machine.h"
 
-/// Runs each test on a fresh machine, with a helper of its own whose log begins empty.
+/// Gives each test a fresh fake machine and a new helper with an empty log.
 class CommandTest : public testing::Test {
  protected:
   CommandTest() {
@@ -26,7 +26,7 @@ class CommandTest : public testing::Test {
     platform::fake::resetQueues();
   }
 
-  /// Carries out a command that the process with the ID 42 sent; returns the reply's text.
+  /// Carries out a command sent by the process with PID 42 and returns the reply's text.
   std::string run(const char* command) {
     return boost::json::serialize(helper.execCommand({{"command", command}}, *platform::fake::makeConnection()));
   }
@@ -37,7 +37,7 @@ class CommandTest : public testing::Test {
     helper.handleXPCEvent(*connection, Error{.kind = Error::Kind::connectionInvalid, .description = ""});
   }
 
-  /// Messages logged since the last call.
+  /// The messages logged since the last call.
   std::vector<std::string> log() { return std::exchange(log_, {}); }
 
   BRHMain helper;

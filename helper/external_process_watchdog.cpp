@@ -21,7 +21,7 @@ namespace {
 constexpr char moduleName[] = "Helper";
 constexpr std::uint64_t maximumSize = 0x100000;  // bytes
 
-/// Whether nobody but its owner can have written it.
+/// Whether the file is regular, small enough, and writable by its owner only.
 bool isSafe(const struct stat& status) {
   return (status.st_mode & (S_IFMT | S_IWGRP | S_IWOTH)) == S_IFREG &&
          static_cast<std::uint64_t>(status.st_size) <= maximumSize;
@@ -31,21 +31,21 @@ std::optional<BRHWatchedProcess> watchedProcess(const json::value& element) {
   const auto* pair = element.if_array();
   if (!pair || pair->size() != 2) return std::nullopt;
   boost::system::error_code error;
-  auto number = pair->at(0).to_number<double>(error);  // which holds each 32-bit integer exactly
+  auto number = pair->at(0).to_number<double>(error);  // a double represents every 32-bit integer exactly
   const auto* path = pair->at(1).if_string();
   if (error || !(number >= 2 && number < 0x80000000p0) || !path || path->empty()) return std::nullopt;
   return BRHWatchedProcess{.pid = static_cast<std::int32_t>(number), .path = std::string(*path)};
 }
 
-/// Kills a process that is listed with these paths, unless it has ended or its number is another's by now.
+/// Kills the process if it belongs to the user and runs one of the listed executables; the PID may have been reused.
 void killIfStillTheSame(std::int32_t pid, const std::set<std::string>& paths, std::uint32_t user) {
-  // Held before it is looked at: what is killed is what was looked at.
+  // The handle is taken first, so that the process checked below is the process killed.
   auto process = platform::Process::find(pid);
   if (!process || platform::effectiveUserID(pid) != user) return;
   if (auto path = platform::executablePath(pid); path && paths.contains(*path)) process->kill();
 }
 
-/// Looks at each listed process once, however often it is listed: anybody may fill the file, and all clients wait.
+/// Checks each PID once, however often it is listed: any user can fill the file, and all clients wait meanwhile.
 void killListed(const std::vector<BRHWatchedProcess>& processes, std::uint32_t user) {
   std::map<std::int32_t, std::set<std::string>> pathsOf;
   for (const auto& process : processes) pathsOf[process.pid].insert(process.path);
@@ -68,7 +68,7 @@ std::optional<std::vector<BRHWatchedProcess>> BRHParseWatchedProcesses(std::stri
 }
 
 void BRHKillWatchedExternalProcesses(const std::string& watchdogFile) {
-  // Without O_NONBLOCK a FIFO would be waited for.
+  // Without O_NONBLOCK, open() would block on a FIFO.
   platform::FileDescriptor file(open(watchdogFile.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file) return;
   struct stat status;

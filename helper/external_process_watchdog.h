@@ -1,4 +1,4 @@
-// Ending the processes that the main application has listed for its own death.
+// Kills the processes that the main application has listed to end with it.
 #pragma once
 
 #include <cstdint>
@@ -11,14 +11,14 @@ inline constexpr char BRHWatchdogFilePath[] = "/tmp/Brimo-External-Processes-Wat
 
 struct BRHWatchedProcess {
   std::int32_t pid;  ///< 2 or more
-  std::string path;  ///< executable, as platform::executablePath() tells it; not empty
+  std::string path;  ///< of the executable, as platform::executablePath() returns it; not empty
   bool operator==(const BRHWatchedProcess&) const = default;
 };
 
-/// The processes that a watchdog file lists, [[pid, "path"], …]; what is no such pair is left out. Absent when the text
-/// is no JSON array.
+/// Parses the content of a watchdog file, [[pid, "path"], …]. Skips elements of any other form. Absent when the text is
+/// not a JSON array.
 std::optional<std::vector<BRHWatchedProcess>> BRHParseWatchedProcesses(std::string_view text);
 
-/// Kills every process listed in the watchdog file that still runs the listed executable as the owner of the file, and
-/// deletes the file. A file that may have been planted is refused and left. On the main queue.
+/// Kills each process in the watchdog file that still runs the listed executable as the file's owner, then deletes the
+/// file. Leaves a file in place that another user may have planted. Main queue only.
 void BRHKillWatchedExternalProcesses(const std::string& watchdogFile = BRHWatchdogFilePath);

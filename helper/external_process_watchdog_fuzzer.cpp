@@ -1,4 +1,4 @@
-// The watchdog file's content, which any user of the machine may have written.
+// Fuzzes the content of the watchdog file, which any user of the machine can write.
 #include <cstdlib>
 
 #include "helper/external_process_watchdog.h"

@@ -52,7 +52,7 @@ class WatchdogTest : public testing::Test {
     EXPECT_EQ(chown(path.c_str(), 1000, 1000), 0) << "run as root";
   }
 
-  /// Runs the sweep; whether the file is gone.
+  /// Runs the sweep and returns whether it deleted the file.
   bool deletes() {
     machine().steps.clear();
     log.clear();
@@ -74,7 +74,7 @@ TEST_F(WatchdogTest, KillsWhatStillRunsAsItWasListedAndHoldsItFirst) {
   put(R"([[10, "/a"], [11, "/a"], [12, "/a"], [13, "/a"], [14, "/a"], [15, "/a"], [10, "/A"], [1, "/a"]])");
   EXPECT_TRUE(deletes());
   EXPECT_THAT(machine().killed, ElementsAre(10));
-  EXPECT_EQ(std::count(machine().steps.begin(), machine().steps.end(), "find 10"), 1);  // though listed twice
+  EXPECT_EQ(std::count(machine().steps.begin(), machine().steps.end(), "find 10"), 1);  // listed twice, looked up once
   machine().steps.resize(7);
   EXPECT_THAT(machine().steps,
               ElementsAre("find 10", "user 10", "path 10", "kill 10", "find 11", "user 11", "path 11"));
@@ -118,7 +118,7 @@ TEST_F(WatchdogTest, AnUnsafeFileIsRefusedAndLeft) {
 }
 
 TEST_F(WatchdogTest, AFileThatIsShorterThanItSaysIsLeft) {
-  BRHKillWatchedExternalProcesses("/sys/kernel/fscaps");  // which says 4096
+  BRHKillWatchedExternalProcesses("/sys/kernel/fscaps");  // stat() reports 4096 bytes, but it has fewer
   EXPECT_THAT(log, ElementsAre("[Helper] Failed to read external-process watchdog file"));
 }
 

@@ -1,11 +1,11 @@
-// The helper's log file, in a folder that everybody may write to.
+// The helper's log file, which lies in a world-writable folder.
 #pragma once
 
 #include <string>
 
 inline constexpr char BRHLogFilePath[] = "/tmp/BrimoHelper.log";
 
-/// Has the log go to the file at the path, provided that nobody else can have planted it: a regular file of one link
-/// that the process's effective user owns and nobody else may write. What is there instead is deleted, twice at most;
-/// then the system log is told that there will be no file.
+/// Directs the log to the file at the path. The file must be regular, have a single link, belong to the effective user
+/// and be writable by nobody else. Any other file is deleted and created again, twice at most; after that the system
+/// log says that there is no log file.
 void BRHOpenLogFile(const std::string& path);

@@ -31,7 +31,7 @@ class LogFileTest : public testing::Test {
     chmod(path.c_str(), mode);
   }
 
-  /// What the file holds after a line was logged: timestamps cut away.
+  /// Logs a line and returns the file's content without timestamps.
   std::string contentAfterOpening() {
     BRHOpenLogFile(path);
     HXLog("T", "line");
@@ -102,7 +102,7 @@ TEST_F(LogFileTest, GoesOnWithoutAFileThatCannotBeMadeSafe) {
   EXPECT_TRUE(std::filesystem::is_directory(path));
 
   machine() = {};
-  BRHOpenLogFile(folder / "none/log");  // unlink says ENOENT each time
+  BRHOpenLogFile(folder / "none/log");  // unlink() fails with ENOENT each time
   EXPECT_THAT(machine().systemLog, testing::ElementsAre("Brimo Helper refused to open an unsafe log file"));
 }
 

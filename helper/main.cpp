@@ -14,7 +14,7 @@
 
 namespace {
 
-// Nothing reads it at run time.
+// Read from the executable's bytes by tools/helper-info, never at run time.
 [[gnu::used]] const char* const info = BRHHelperInfo;
 
 }  // namespace

@@ -1,6 +1,5 @@
-// Run by the service manager when the helper has ended (ExecStopPost= in systemd.service(5)): takes the proxies off
-// that programs of a desktop were told, unless the helper ended as it was told to, which leaves everything as it is. By
-// hand, as root, it takes them off as well.
+// Removes the desktop proxies after the helper has ended. systemd runs it (ExecStopPost= in systemd.service(5)). When
+// the helper exited with status 0, after "stop", the proxies stay. Root can also run it by hand.
 #include <cstdlib>
 #include <string_view>
 

@@ -1,4 +1,4 @@
-// The replies that JSON commands have in common.
+// Replies that several JSON commands share.
 #pragma once
 
 #include <boost/json/object.hpp>

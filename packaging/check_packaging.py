@@ -23,14 +23,14 @@ assert information == {
     "CFBundleInfoDictionaryVersion": "6.0",
     "AssociatedBundleIdentifiers": client,
 }, information
-# The helper enforces the very text that it is published with.
+# The property list and the helper contain the same requirement.
 assert len(authorized) == 1 and authorized[0].encode() in helper.read_bytes(), authorized
 
 job = plistlib.loads((folder / "macos/launchd.plist").read_bytes())
 assert job == {"Label": service, "MachServices": {service: True}, "AssociatedBundleIdentifiers": client}, job
 
-if helper.read_bytes().startswith((b"\xcf\xfa\xed\xfe", b"\xca\xfe\xba\xbe")):  # Mach-O: of 64 bits, universal
-    # The executable carries both lists in sections of their own; launchd is told besides where it lies.
+if helper.read_bytes().startswith((b"\xcf\xfa\xed\xfe", b"\xca\xfe\xba\xbe")):  # Mach-O: 64-bit or universal
+    # The executable contains both lists in sections. The list for launchd adds the path of the program.
     for section, name in (("__info_plist", "Info"), ("__launchd_plist", "launchd")):
         assert section.encode() in helper.read_bytes(), section
         assert (folder / f"macos/{name}.plist").read_bytes() in helper.read_bytes(), name
@@ -44,11 +44,11 @@ for line in (f"ListenStream=/run/{service}.socket", "SocketMode=0666", "Accept=n
 for line in ("KillMode=process", "OOMPolicy=continue", "LimitNOFILE=4096", "WatchdogSec=120", "WatchdogSignal=SIGKILL", "StartLimitIntervalSec=0", f"After={service}.socket NetworkManager.service",
              f"StateDirectory={service}", "StateDirectoryMode=0700"):
     assert line in units["service"].splitlines(), line
-# The folder in /run has to outlive "stop".
+# The folder in /run must outlive "stop".
 assert re.search(r"^ExecStopPost=/.*/BrimoProxiesOff$", units["service"], re.MULTILINE) and "RuntimeDirectory" not in units["service"]
 assert not re.search(r"PrivateTmp=(?!no)|ProtectHome=(?!no)", units["service"])
 
-# systemd looks for the program that a unit names: have it find this build's.
+# systemd-analyze checks that the program of a unit exists, so the copies name this build's.
 with tempfile.TemporaryDirectory() as copies:
     for name, text in units.items():
         text = re.sub(r"^(ExecStart|ExecStopPost)=.*/", rf"\1={helper.parent}/", text, flags=re.MULTILINE)

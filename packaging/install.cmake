@@ -1,6 +1,6 @@
-# What is installed on Linux, in two components: the helper, and the command line in its bundle.
+# Installation on Linux, in two components: the helper, and the command line in its bundle.
 
-# The units name the helper's place, so that it cannot be another by now; DESTDIR may stand before it.
+# The units contain the helper's path, so the prefix cannot change after configuring. DESTDIR is allowed.
 install(CODE "
   if(NOT CMAKE_INSTALL_PREFIX STREQUAL \"${CMAKE_INSTALL_PREFIX}\")
     message(FATAL_ERROR \"The units name ${BRH_INSTALLED_HELPER}: configure with -DCMAKE_INSTALL_PREFIX=\${CMAKE_INSTALL_PREFIX} to install there\")
@@ -18,7 +18,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/brimo-sign-code.1 DESTINATION ${CM
 set(bundle lib/brimo/Brimo.app/Contents)
 install(TARGETS Brimo DESTINATION ${bundle}/MacOS COMPONENT client)
 foreach(framework Bugsnag Sparkle)
-  # The helper looks at their signatures alone.
+  # Stand-ins: the helper checks only their signatures.
   file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/${framework} "A stand-in for the ${framework} framework.\n")
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${framework} DESTINATION ${bundle}/Frameworks/${framework}.framework COMPONENT client)
 endforeach()
@@ -26,7 +26,7 @@ install(CODE "
   set(folder \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
   file(MAKE_DIRECTORY \"\${folder}/bin\")
   file(CREATE_LINK ../${bundle}/MacOS/Brimo \"\${folder}/bin/Brimo\" SYMBOLIC)
-  message(STATUS \"The helper answers the bundle once its three files are signed: tools/sign-code\")" COMPONENT client)
+  message(STATUS \"The helper admits the bundle after its three files are signed with tools/sign-code\")" COMPONENT client)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/Brimo.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT client)
 install(FILES completion/Brimo.bash DESTINATION share/bash-completion/completions RENAME Brimo COMPONENT client)
 install(FILES completion/_Brimo DESTINATION share/zsh/site-functions COMPONENT client)

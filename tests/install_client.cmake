@@ -1,5 +1,4 @@
-# Installs the client library of BUILD under PREFIX, and looks at what is there: the headers by themselves, the symbols, and what
-# pkg-config says.
+# Installs the client library from BUILD under PREFIX and checks the headers, the exported symbols and the pkg-config file.
 function(run)
   execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_VARIABLE output OUTPUT_STRIP_TRAILING_WHITESPACE)
   set(output "${output}" PARENT_SCOPE)
@@ -10,7 +9,7 @@ foreach(component library development)
   run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX} --component ${component})
 endforeach()
 
-# Each header compiles alone, as C++17, without this project's folders.
+# Each header must compile alone, as C++17, without this project's folders.
 file(GLOB headers RELATIVE ${PREFIX}/include ${PREFIX}/include/brimo/*.h)
 foreach(header ${headers})
   file(WRITE ${PREFIX}/alone.cpp "#include <${header}>\n")
@@ -30,7 +29,7 @@ if(symbols)
 endif()
 
 set(ENV{PKG_CONFIG_PATH} ${PREFIX}/lib/pkgconfig:${PREFIX}/lib/x86_64-linux-gnu/pkgconfig:${PREFIX}/lib/aarch64-linux-gnu/pkgconfig)
-# The whole program of the documentation, as it says.
+# The complete program in the documentation must compile as described there.
 file(READ ${CMAKE_CURRENT_LIST_DIR}/../docs/client.md text)
 if(NOT text MATCHES "```cpp\n(#include <brimo[^`]*)```")
   message(FATAL_ERROR "docs/client.md has no program")

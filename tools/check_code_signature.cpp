@@ -1,5 +1,5 @@
-// check-code-signature BUNDLE: whether the helper of this build would admit the application in a bundle, and if not,
-// why.
+// check-code-signature BUNDLE: says whether the helper of this build would admit the application in a bundle and, if
+// not, why not.
 #include <grp.h>
 #include <sys/stat.h>
 
@@ -13,13 +13,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The one program of a bundle; says so and is empty when there is none, or several.
+/// The only program in a bundle. If there is none or more than one, prints an error and returns an empty path.
 fs::path programOf(const fs::path& bundle) {
   std::error_code error;
   fs::path found;
   for (const auto& entry : fs::directory_iterator(bundle / "Contents/MacOS", error)) {
     if (!found.empty()) {
-      std::cerr << bundle.string() << "/Contents/MacOS holds more than one file: name the program\n";
+      std::cerr << bundle.string() << "/Contents/MacOS contains more than one file: give the path of the program\n";
       return {};
     }
     found = entry.path();
@@ -28,7 +28,7 @@ fs::path programOf(const fs::path& bundle) {
   return found;
 }
 
-/// What is wrong with the program's group; empty when nothing is.
+/// A description of the problem with the program's group; empty when there is no problem.
 std::string groupProblem(const fs::path& program) {
   if (*BRHClientGroup == '\0') return {};
   const auto* group = getgrnam(BRHClientGroup);

@@ -1,4 +1,5 @@
-// helper-info FILE: what a helper was built for, read from its bytes: the helper itself looks at no arguments.
+// helper-info FILE: prints the constants that a helper was built with. Reads them from the file, because the helper
+// takes no arguments.
 #include <openssl/bio.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -16,8 +17,8 @@ namespace json = boost::json;
 
 namespace {
 
-/// The JSON object behind its marker; empty when the file is no helper. This program has the marker in its own bytes,
-/// too, but no object behind it.
+/// The JSON object after the marker; empty when the file is not a helper. Skips markers without an object, such as the
+/// one in this program itself.
 json::object constantsOf(const std::string& bytes) {
   constexpr std::string_view marker = "BRHHelperInfo {";
   for (auto at = bytes.find(marker); at != bytes.npos; at = bytes.find(marker, at + 1)) {
@@ -59,7 +60,7 @@ int main(int count, char** arguments) {
   const std::string bytes{std::istreambuf_iterator<char>(file), {}};
   auto constants = constantsOf(bytes);
   if (constants.empty()) {
-    std::cerr << "helper-info: " << arguments[1] << (file ? " is no helper\n" : " cannot be read\n");
+    std::cerr << "helper-info: " << arguments[1] << (file ? " is not a helper\n" : " cannot be read\n");
     return 1;
   }
   auto text = [&](const char* key) { return std::string(constants.at(key).as_string()); };

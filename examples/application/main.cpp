@@ -1,5 +1,5 @@
-// An application in the small: it sets proxies for as long as it lives, asks from several threads which program opened
-// a connection, is started again when it dies, and cleans up when it is told to end.
+// A small application. It sets proxies while it runs, finds the program behind each connection from several threads, is
+// relaunched when it dies, and cleans up when it is asked to end.
 //
 // usage: Example SERVICE-ID HOST PORT
 #include <arpa/inet.h>
@@ -24,8 +24,8 @@ struct Settings {
   brimo::ProxyServer proxy;
 };
 
-/// The helper starts an application that died with one argument, which says why, and none of its own: what it needs to
-/// know it must find again by itself.
+/// The helper relaunches an application with a single argument, the reason. The application must store its own
+/// settings.
 std::string settingsFile() {
   const char* home = std::getenv("HOME");
   return std::string(home ? home : "/tmp") + "/.brimo-example";
@@ -42,7 +42,7 @@ void say(const std::string& text) {
   std::cout << text << std::endl;
 }
 
-/// Called for every new connection: what an earlier one had set the helper has undone.
+/// Called for every new connection. The helper has undone earlier settings, so this sets them again.
 void setUp(brimo::HelperClient& helper, const Settings& settings) {
   brimo::Proxies proxies;
   proxies.http = proxies.https = settings.proxy;
@@ -53,7 +53,7 @@ void setUp(brimo::HelperClient& helper, const Settings& settings) {
               [](brimo::Result<brimo::Done> done) { say(done ? "watched" : done.error().message); });
 }
 
-/// What a proxy does for each connection that it accepts: here, of a listening socket of this very process.
+/// A proxy does this for each connection that it accepts. Here, the socket is a listener of this process itself.
 void lookUpOwner(brimo::HelperClient& helper) {
   int listener = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};
@@ -63,7 +63,7 @@ void lookUpOwner(brimo::HelperClient& helper) {
   auto* generic = reinterpret_cast<sockaddr*>(&address);
   if (bind(listener, generic, length) == 0 && listen(listener, 1) == 0 &&
       getsockname(listener, generic, &length) == 0) {
-    // Nobody waits for an owner longer than for a connection: without one, the proxy goes on.
+    // A short limit: the proxy continues without the owner.
     auto owner = helper.call(brimo::processLookup(brimo::Transport::tcp, *brimo::socketAddress(generic)),
                              std::chrono::seconds(5));
     if (!owner) say(owner.error().message);
@@ -95,7 +95,7 @@ int main(int count, char** arguments) {
     return 2;
   }
 
-  // Before any thread starts, so that the signals wait for sigwait().
+  // Blocked before any thread starts, so that only sigwait() receives the signals.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);

@@ -27,19 +27,19 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::uint16_t clientPort = 68, serverPort = 67;
 constexpr std::chrono::seconds listeningTime(2);
-// Everybody on the network can send to the client port, and forge the addresses of servers. Past this number, neither
-// what adds nothing nor further servers are logged: a log that is synchronised to the disk is far slower than a
-// network.
+// Anybody on the network can send to the client port and forge the addresses of servers, and each log line is
+// synchronised to the disk, which is far slower than a network. So only this many useless datagrams and this many
+// servers are logged.
 constexpr std::size_t maximumLogged = 20;
 
-/// One probe, on one thread. Its sockets close with it. A step that fails throws what the client is told.
+/// One probe, run on one thread. A step that fails throws the Failure that the client receives.
 class Probe : public HXLogging<Probe> {
  public:
   static std::string HX_logModuleName() { return BRHDHCPDetector::HX_logModuleName(); }
 
   explicit Probe(const std::string& interfaceName) : interfaceName_(interfaceName) {}
 
-  /// The addresses that offers came from.
+  /// Runs the probe and returns the addresses of the servers that made offers.
   platform::Result<std::vector<std::string>> run() {
     return platform::attempt([this] {
       if (interfaceName_.empty()) throw platform::Failure(0, "Error: Interface name is empty!");
@@ -81,10 +81,11 @@ class Probe : public HXLogging<Probe> {
   void bindToClientPort() {
     auto bound = platform::bindToPort(socket_.get(), clientPort);
     if (bound) return;
-    const bool inUse = bound.error().number == EADDRINUSE;
+    const bool isInUse = bound.error().number == EADDRINUSE;
     HX_log("Error: Could not bind to DHCP socket (port {})! {}", clientPort, bound.error().what());
-    // An interface that vanishes under the bind leaves the port to this very socket, which is not to blame.
-    auto owner = inUse ? BRUDPSocketOwner(BRSockAddrMakeIPv4({}, clientPort)) : std::nullopt;
+    // Only EADDRINUSE means that another socket holds the port. When the interface vanishes during the bind, the owner
+    // of the port is this very socket.
+    auto owner = isInUse ? BRUDPSocketOwner(BRSockAddrMakeIPv4({}, clientPort)) : std::nullopt;
     if (!owner) throw platform::Failure(0, "Error: Could not bind to DHCP socket!");
     throw platform::Failure(0, fmt::format("DHCP client port {} is used by {} (PID {})", clientPort,
                                            owner->processPath.value_or("(null)"), owner->pid));
@@ -149,7 +150,7 @@ class Probe : public HXLogging<Probe> {
     HX_log("Valid responses for this machine: {}", addresses_.size());
   }
 
-  /// Takes one datagram; false when it adds nothing.
+  /// Receives one datagram. Returns whether it is an offer from a new server.
   bool receive() {
     BRHDHCPMessage message{};
     auto datagram = platform::receiveDatagram(receiver_.get(), message);
@@ -174,26 +175,30 @@ class Probe : public HXLogging<Probe> {
     log("Result=OK");
     log("DHCPOFFER from IP address {}", sourceText.data());
     log("DHCPOFFER XID: {} (0x{:X})", transactionID, transactionID);
+    logVerdict(verdict, message);
+    if (isNew) addresses_.push_back(std::move(*address));
+    return isNew;
+  }
 
+  void logVerdict(BRHDHCPVerdict verdict, const BRHDHCPMessage& message) {
     switch (verdict) {
       case BRHDHCPVerdict::malformedOrNoOffer:
         log("Ignoring malformed or non-offer DHCP packet");
-        return false;
+        break;
       case BRHDHCPVerdict::otherTransaction:
-        log("DHCPOFFER XID ({}) did not match DHCPDISCOVER XID ({}) - ignoring packet", transactionID, transactionID_);
-        return false;
+        log("DHCPOFFER XID ({}) did not match DHCPDISCOVER XID ({}) - ignoring packet", BRHDHCPTransactionID(message),
+            transactionID_);
+        break;
       case BRHDHCPVerdict::otherHardwareAddress:
         log("DHCPOFFER hardware address did not match our own - ignoring packet");
-        return false;
+        break;
       case BRHDHCPVerdict::offer:
+        log("DHCPOFFER ciaddr: {}", BRHDHCPAddressText(message, BRHDHCPClientAddressOffset));
+        log("DHCPOFFER yiaddr: {}", BRHDHCPAddressText(message, BRHDHCPYourAddressOffset));
+        log("DHCPOFFER siaddr: {}", BRHDHCPAddressText(message, BRHDHCPServerAddressOffset));
+        log("DHCPOFFER giaddr: {}", BRHDHCPAddressText(message, BRHDHCPRelayAddressOffset));
         break;
     }
-    log("DHCPOFFER ciaddr: {}", BRHDHCPAddressText(message, BRHDHCPClientAddressOffset));
-    log("DHCPOFFER yiaddr: {}", BRHDHCPAddressText(message, BRHDHCPYourAddressOffset));
-    log("DHCPOFFER siaddr: {}", BRHDHCPAddressText(message, BRHDHCPServerAddressOffset));
-    log("DHCPOFFER giaddr: {}", BRHDHCPAddressText(message, BRHDHCPRelayAddressOffset));
-    if (isNew) addresses_.push_back(std::move(*address));
-    return isNew;
   }
 
   static sockaddr_in socketAddress(const std::array<std::uint8_t, 4>& address) {
@@ -203,19 +208,19 @@ class Probe : public HXLogging<Probe> {
     return result;
   }
 
-  /// Logs about a packet that adds something, or is not yet one of too many that do not.
+  /// Logs, unless too many datagrams have been logged already.
   template <class... Arguments>
   void log(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
     if (!isQuiet_) HX_log(format, std::forward<Arguments>(arguments)...);
   }
 
   const std::string interfaceName_;
-  platform::FileDescriptor socket_;    // sends, and holds the client port
-  platform::FileDescriptor receiver_;  // gets what comes to that port
+  platform::FileDescriptor socket_;    // sends, and occupies the client port
+  platform::FileDescriptor receiver_;  // receives what arrives at that port
   BRHHardwareAddress hardwareAddress_{};
   std::uint32_t transactionID_ = 0;
   std::vector<std::string> addresses_;
-  std::size_t refusals_ = 0;  // datagrams that added nothing
+  std::size_t refusals_ = 0;  // datagrams without an offer from a new server
   bool isQuiet_ = false;
 };
 

@@ -1,4 +1,4 @@
-// Which DHCP servers answer on an interface.
+// Finds the DHCP servers that answer on an interface.
 #pragma once
 
 #include <functional>
@@ -9,14 +9,14 @@
 #include "foundation/HXError.h"
 #include "foundation/HXLog.h"
 
-/// Broadcasts one DHCPDISCOVER and listens for offers for two seconds. Never asks for a lease.
+/// Broadcasts one DHCPDISCOVER and listens for offers for two seconds. Never requests a lease.
 class BRHDHCPDetector : public HXLogging<BRHDHCPDetector> {
  public:
-  /// Gets either an error or the distinct IPv4 addresses that offers came from, in order of arrival.
+  /// Receives either an error or the distinct IPv4 addresses of the servers that made offers, in order of arrival.
   using CompletionHandler =
       std::function<void(const std::optional<HXError>&, const std::optional<std::vector<std::string>>&)>;
 
-  /// Starts a probe and returns at once. The handler is called exactly once, on the global queue, when the probe's
-  /// sockets have been closed. Needs the right to bind UDP port 68, which one probe at a time can have.
+  /// Starts a probe and returns at once. The handler is called exactly once, on the global queue, after the probe's
+  /// sockets are closed. The probe binds UDP port 68, so it needs that right and only one probe can run at a time.
   void startTestWithInterfaceName(const std::string& interfaceName, CompletionHandler completionHandler) const;
 };

@@ -22,7 +22,7 @@ namespace {
 constexpr double timeoutSeconds = 5.0;
 constexpr std::size_t receiveBuffer = 2048;
 
-/// Reports what a thread's step failed with, on standard error.
+/// Reports a failed step on standard error. Returns the exit value of the thread's function.
 int fail(const char* step, const platform::Failure& failure = platform::lastFailure()) {
   std::fprintf(stderr, "%s: %s\n", step, failure.what());
   return 1;
@@ -35,7 +35,7 @@ bool setOption(int socket, int level, int option, const Value& value) {
 
 }  // namespace
 
-// Each thread keeps the detector, so the last to let go may be one of them: it cannot wait for itself.
+// Each thread owns the detector, so the destructor may run on one of them, and a thread cannot join itself.
 BRHV6RADetector::~BRHV6RADetector() {
   if (_sendThread.joinable()) _sendThread.detach();
   if (_recvThread.joinable()) _recvThread.detach();
@@ -97,9 +97,9 @@ int BRHV6RADetector::sendRS() {
   allRouters.sin6_family = AF_INET6;
   allRouters.sin6_scope_id = index;
   inet_pton(AF_INET6, "ff02::2", &allRouters.sin6_addr);
-  // The kernel fills in the checksum.
+  // Type 133; the kernel fills in the checksum.
   constexpr std::array<std::uint8_t, 8> solicitation{133};
-  listening_.get_future().wait();  // a router may answer at once
+  listening_.get_future().wait();  // a router can answer at once
   while (!_stopped) {
     if (sendto(socket.get(), solicitation.data(), solicitation.size(), 0,
                reinterpret_cast<const sockaddr*>(&allRouters), sizeof allRouters) < 0) {
@@ -112,7 +112,7 @@ int BRHV6RADetector::sendRS() {
   return 0;
 }
 
-// Empty on failure, which it reports.
+// Reports a failure itself and then returns an empty descriptor.
 platform::FileDescriptor BRHV6RADetector::openReceiver() const {
   auto failed = [](const char* step, const platform::Failure& failure = platform::lastFailure()) {
     fail(step, failure);

@@ -1,4 +1,4 @@
-// Which IPv6 router answers on an interface.
+// Finds the IPv6 router that answers on an interface.
 #pragma once
 
 #include <atomic>
@@ -16,12 +16,12 @@
 #include "foundation/HXLog.h"
 #include "platform/base/file_descriptor.h"
 
-/// Solicits routers once a second until the first advertisement of a default router, for five seconds at most. Used
-/// once: set up, then start(). Keep it until it has completed. Needs the right to raw sockets.
+/// Solicits routers once a second until a default router sends an advertisement, for five seconds at most. Use each
+/// object once: set it up, call start(), and keep it until it completes. Needs the right to open raw sockets.
 class BRHV6RADetector : public HXLogging<BRHV6RADetector>, public std::enable_shared_from_this<BRHV6RADetector> {
  public:
   using Data = std::vector<std::uint8_t>;
-  /// Gets the ICMPv6 message and its sender's socket address in the BSD layout, or neither.
+  /// Receives the ICMPv6 message and the sender's socket address in the BSD layout, or neither.
   using CompletionHandler = std::function<void(const std::optional<Data>& data, const std::optional<Data>& address)>;
 
   ~BRHV6RADetector();
@@ -29,16 +29,17 @@ class BRHV6RADetector : public HXLogging<BRHV6RADetector>, public std::enable_sh
   const std::string& interface() const { return _interface; }
   void setInterface(std::string interface) { _interface = std::move(interface); }
 
-  /// Called exactly once, on whichever thread completes the probe, and then let go: it may keep the detector.
+  /// The handler is called exactly once, on the thread that completes the probe, and then released. It may therefore
+  /// own the detector.
   void setCompletionHandler(CompletionHandler handler) { _completionHandler = std::move(handler); }
 
-  /// Starts the probe and returns at once. Without such an interface the probe completes before that.
+  /// Starts the probe and returns at once. If the interface does not exist, the probe completes before start() returns.
   void start();
 
-  /// Completes the probe, unless it has completed already. Any thread.
+  /// Completes the probe unless it is already complete. Any thread.
   void completeWithData(const std::optional<Data>& data, const std::optional<Data>& address);
 
-  /// Whether the probe has completed. Its threads end within about a second from then.
+  /// Whether the probe is complete. Its threads end within about a second after that.
   bool stopped() const { return _stopped; }
 
  private:
@@ -47,12 +48,12 @@ class BRHV6RADetector : public HXLogging<BRHV6RADetector>, public std::enable_sh
   int recvRA();
   platform::FileDescriptor openReceiver() const;
 
-  std::promise<void> listening_;  // kept when the receiver listens, or never will
+  std::promise<void> listening_;  // set when the receiver listens or has failed
   std::thread _sendThread;
   std::thread _recvThread;
   std::shared_ptr<HXGCDTimer> _timeoutTimer;
   std::atomic<bool> _stopped = false;
   std::string _interface;
   CompletionHandler _completionHandler;
-  std::mutex lock_;  // of what completing changes
+  std::mutex lock_;  // guards the members that completeWithData() changes
 };

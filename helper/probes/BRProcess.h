@@ -1,4 +1,4 @@
-// A process found by one of the probes.
+// A process that owns a socket.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 struct BRProcess {
   std::int32_t pid = 0;
-  /// Executable; absent when its path is not UTF-8.
+  /// Path of the executable; absent when it is not UTF-8.
   std::optional<std::string> processPath;
 
   /// "PID 42 /usr/bin/thing"

@@ -35,7 +35,7 @@ TEST(BRSockAddrObject, EqualityCountsAsManyBytesAsTheLengthSays) {
   EXPECT_EQ(four({1, 2, 3, 4}, 80), four({1, 2, 3, 4}, 80));
   EXPECT_FALSE(four({1, 2, 3, 4}, 80) == four({1, 2, 3, 4}, 81));
   auto left = BRSockAddrMakeIPv4({1, 2, 3, 4}, 80), right = left;
-  right[16] = 9;  // past the length
+  right[16] = 9;  // beyond the length
   EXPECT_EQ(BRSockAddrObject::objectWithAddr(left), BRSockAddrObject::objectWithAddr(right));
   right[15] = 9;
   EXPECT_FALSE(BRSockAddrObject::objectWithAddr(left) == BRSockAddrObject::objectWithAddr(right));

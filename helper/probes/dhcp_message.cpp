@@ -14,7 +14,7 @@ constexpr std::array<std::uint8_t, 4> cookie{99, 130, 83, 99};
 constexpr std::uint8_t padOption = 0, messageTypeOption = 53, endOption = 255;
 constexpr std::uint8_t typeDiscover = 1, typeOffer = 2;
 
-/// The value of the first message type option; empty when the options end or break off before it.
+/// The value of the first message type option; empty when there is none before the options end or become malformed.
 std::span<const std::uint8_t> messageType(std::span<const std::uint8_t> options) {
   while (!options.empty()) {
     if (options[0] == padOption) {
@@ -31,7 +31,7 @@ std::span<const std::uint8_t> messageType(std::span<const std::uint8_t> options)
 }
 
 bool isOffer(std::span<const std::uint8_t> message) {
-  // At least a header, a cookie and one byte of options.
+  // An offer has a header, a cookie and at least one byte of options.
   if (message.size() <= optionsOffset || message[0] != bootReply || message[1] != ethernet ||
       message[2] != ethernetAddressLength ||
       !std::equal(cookie.begin(), cookie.end(), message.begin() + cookieOffset)) {

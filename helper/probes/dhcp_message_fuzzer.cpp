@@ -1,4 +1,4 @@
-// Offers of hostile servers: an accepted one must be what an offer has to be, whatever surrounds it.
+// Fuzzes offers from hostile servers: every accepted message must be a well-formed offer.
 #include <algorithm>
 #include <cstdlib>
 

@@ -1,4 +1,4 @@
-// The DISCOVER to the byte, and offers with one thing wrong.
+// Tests every byte of the DISCOVER, and offers that each have one fault.
 #include "helper/probes/dhcp_message.h"
 
 #include <gmock/gmock.h>
@@ -23,7 +23,7 @@ TEST(DHCPMessage, DiscoverToTheByte) {
   EXPECT_EQ(BRHDHCPTransactionID(expected), ourTransaction);
 }
 
-/// A message of our transaction for our hardware address, with the given options.
+/// An offer for our transaction and hardware address, with the given options.
 struct Offer {
   BRHDHCPMessage message = BRHMakeDHCPDiscover(ourAddress, ourTransaction);
   std::size_t length;
@@ -43,10 +43,11 @@ struct Offer {
 
 TEST(DHCPMessage, OfferIsFoundWhereverItsTypeStands) {
   EXPECT_EQ(Offer().verdict(), Verdict::offer);
-  EXPECT_EQ(Offer({53, 1, 2}).verdict(), Verdict::offer);  // needs no end
+  EXPECT_EQ(Offer({53, 1, 2}).verdict(), Verdict::offer);  // the end option may be missing
   EXPECT_EQ(Offer({0, 0, 53, 1, 2}).verdict(), Verdict::offer);
-  EXPECT_EQ(Offer({54, 4, 192, 0, 2, 1, 0, 1, 0, 53, 1, 2, 53, 1, 5}).verdict(), Verdict::offer);  // the first counts
-  EXPECT_EQ(Offer({12, 3, 53, 1, 5, 53, 1, 2}).verdict(), Verdict::offer);                         // not inside another
+  EXPECT_EQ(Offer({54, 4, 192, 0, 2, 1, 0, 1, 0, 53, 1, 2, 53, 1, 5}).verdict(),
+            Verdict::offer);                                                // the first type counts
+  EXPECT_EQ(Offer({12, 3, 53, 1, 5, 53, 1, 2}).verdict(), Verdict::offer);  // no type inside another option
   std::vector<std::uint8_t> full(308);
   std::copy_n(std::array<std::uint8_t, 3>{53, 1, 2}.begin(), 3, full.end() - 3);
   EXPECT_EQ(Offer(full).verdict(), Verdict::offer);
@@ -64,15 +65,15 @@ TEST(DHCPMessage, AnyOneThingWrongIsMalformed) {
   for (const std::vector<std::uint8_t>& options : {
            std::vector<std::uint8_t>{53, 1, 5},  // ACK
            {53, 1, 6},                           // NAK
-           {53, 2, 2, 0},                        // of two bytes
-           {53, 0},                              // of none
-           {53, 1},                              // breaks off before its value
-           {53},                                 // before its length
-           {255, 53, 1, 2},                      // after the end
-           {0, 0, 0, 0, 0},                      // nothing but padding
+           {53, 2, 2, 0},                        // two bytes long
+           {53, 0},                              // empty
+           {53, 1},                              // no value
+           {53},                                 // no length
+           {255, 53, 1, 2},                      // after the end option
+           {0, 0, 0, 0, 0},                      // only padding
            {54, 4, 192, 0, 2, 1},                // no type
-           {54, 5, 192, 0, 2, 1, 53, 1, 2},      // the option before swallows the type
-           {54, 255, 53, 1, 2},                  // one that runs past the end
+           {54, 5, 192, 0, 2, 1, 53, 1, 2},      // the type lies inside the previous option
+           {54, 255, 53, 1, 2},                  // an option that extends past the end
            {53, 1, 5, 53, 1, 2},                 // the first type counts
        }) {
     EXPECT_EQ(Offer(options).verdict(), Verdict::malformedOrNoOffer) << testing::PrintToString(options);
@@ -84,7 +85,7 @@ TEST(DHCPMessage, ShapeIsJudgedBeforeTransactionBeforeHardwareAddress) {
   EXPECT_EQ(Offer().with(7, 0).verdict(), Verdict::otherTransaction);
   EXPECT_EQ(Offer().with(28, 0).verdict(), Verdict::otherHardwareAddress);
   EXPECT_EQ(Offer().with(33, 0).verdict(), Verdict::otherHardwareAddress);
-  EXPECT_EQ(Offer().with(34, 9).verdict(), Verdict::offer);  // after the six bytes
+  EXPECT_EQ(Offer().with(34, 9).verdict(), Verdict::offer);  // beyond the six bytes of the address
   EXPECT_EQ(Offer().with(28, 0).with(7, 0).verdict(), Verdict::otherTransaction);
   EXPECT_EQ(Offer().with(28, 0).with(7, 0).with(0, 1).verdict(), Verdict::malformedOrNoOffer);
 }

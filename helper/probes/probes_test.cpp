@@ -1,4 +1,4 @@
-// What the probes do on every machine: refuse, complete once, and leave nothing behind.
+// Tests what the probes do on any machine: they refuse bad interfaces, complete once and release everything.
 #include <gmock/gmock.h>
 
 #include <mutex>
@@ -31,7 +31,7 @@ class Probes : public testing::Test {
     return lines;
   }
 
-  /// The error that a DHCP probe completes with.
+  /// Runs a DHCP probe and returns its error.
   std::string dhcpError(const std::string& interface) {
     std::atomic<int> completions = 0;
     std::string description;

@@ -1,4 +1,4 @@
-// Advertisements of hostile routers: an accepted one ends where the datagram does and is one.
+// Fuzzes advertisements from hostile routers: an accepted message is an advertisement and ends with the datagram.
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -6,7 +6,7 @@
 #include "helper/probes/router_advertisement.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  // The sender's address, a hop limit, the datagram.
+  // Input: the sender's address, a hop limit, the datagram.
   if (size < 17) return 0;
   std::array<std::uint8_t, 16> source;
   std::copy_n(bytes, source.size(), source.begin());

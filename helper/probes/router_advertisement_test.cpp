@@ -1,4 +1,4 @@
-// Advertisements with one thing wrong.
+// Tests advertisements that each have one fault.
 #include "helper/probes/router_advertisement.h"
 
 #include <gmock/gmock.h>
@@ -30,7 +30,7 @@ TEST(RouterAdvertisement, IsTakenWhole) {
   EXPECT_EQ(judge(advertisement), advertisement);
   Bytes shortest(advertisement.begin(), advertisement.begin() + 16);
   EXPECT_EQ(judge(shortest), shortest);
-  EXPECT_TRUE(judge(changed(6, 0)));  // either byte of the lifetime will do
+  EXPECT_TRUE(judge(changed(6, 0)));  // the other byte of the lifetime is not 0
   EXPECT_TRUE(judge(changed(7, 0)));
 }
 

@@ -17,13 +17,13 @@ bool isZero(std::span<const std::uint8_t> bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](auto byte) { return byte == 0; });
 }
 
-/// The rule by which a socket answers to an address.
+/// Whether a socket matches an address.
 bool matches(const SocketEntry& socket, const BRSockAddr& query) {
   if (socket.localPort != BRSockAddrPort(query)) return false;
   auto wanted = BRSockAddrAddress(query);
   std::span<const std::uint8_t> bound = socket.localAddress;
   if (BRSockAddrFamily(query) == BRFamilyIPv4) {
-    // A dual-stack socket answers to IPv4 with the last four bytes.
+    // The IPv4 address of a dual-stack socket is the last four bytes of its v4-mapped address.
     if (!socket.isIPv4) return false;
     bound = bound.last(4);
   } else if (!socket.isIPv6) {
@@ -36,7 +36,7 @@ platform::SocketEnd endOf(const BRSockAddr& address) {
   return {.address = BRSockAddrAddress(address), .port = BRSockAddrPort(address), .scope = BRSockAddrScope(address)};
 }
 
-/// The socket that a question is about, if it is known without a walk through the table.
+/// The socket that a question is about, if it can be found without walking the table.
 std::optional<SocketEntry> socketAtOnce(const BRSocketQuestion& question) {
   const auto local = endOf(question.address);
   std::optional<SocketEntry> found;
@@ -61,11 +61,11 @@ std::optional<SocketEntry> socketOf(const BRSocketQuestion& question) {
   return found;
 }
 
-/// The process that was seen to hold a socket, if it is still that process.
+/// Names the process with this PID, if it still holds the socket.
 std::optional<BRProcess> identify(std::int32_t pid, const SocketEntry& socket) {
   if (pid == 0) return std::nullopt;
   auto path = platform::executablePath(pid);
-  // The path is that of the owner only if the process is still the same. Another may hold the socket, too.
+  // Checked after the path is read: if the PID still holds the socket, the path belongs to an owner of it.
   if (!path || !platform::holdsSocket(pid, socket)) return std::nullopt;
   if (!platform::isUTF8(*path)) path.reset();
   return BRProcess{.pid = pid, .processPath = std::move(path)};
@@ -77,8 +77,8 @@ struct Waiting {
   int passes = 0;
 };
 
-/// Answers what one pass over the machine's processes can. Returns the questions whose socket is there but was not
-/// found with anybody: it may have gone from one process to another behind the pass's back.
+/// Answers the questions that one pass over all processes can answer. Returns those whose socket exists but whose owner
+/// was not found: the socket may have moved from one process to another during the pass.
 std::vector<Waiting> answerInOnePass(std::vector<Waiting> questions) {
   constexpr int maximumPasses = 5;
   std::vector<Waiting> asked;
@@ -92,7 +92,7 @@ std::vector<Waiting> answerInOnePass(std::vector<Waiting> questions) {
     }
   }
   platform::findSocketOwners(sockets, [&](std::size_t index, std::int32_t pid) {
-    // One that is ending has no executable any more, while another may go on with the socket.
+    // An exiting process has no executable any more, but another process may share the socket.
     auto owner = identify(pid, sockets[index]);
     if (owner) std::exchange(asked[index].answer, nullptr)(owner);
     return owner.has_value();
@@ -109,7 +109,7 @@ std::vector<Waiting> answerInOnePass(std::vector<Waiting> questions) {
   return open;
 }
 
-/// The questions that no pass has begun for.
+/// The questions that wait for a pass.
 class WaitingQuestions {
  public:
   void add(Waiting question) {
@@ -139,7 +139,7 @@ class WaitingQuestions {
 
   std::mutex mutex_;
   std::vector<Waiting> questions_;
-  bool isServed_ = false;  // or about to be
+  bool isServed_ = false;  // serve() is running or queued
 };
 
 bool canMatch(const BRSockAddr& address) {
@@ -172,6 +172,6 @@ void BRAskSocketOwner(const BRSocketQuestion& question, std::function<void(const
   auto pid = socket ? platform::likelySocketOwner(*socket) : std::nullopt;
   auto owner = pid ? identify(*pid, *socket) : std::nullopt;
   if (owner) return answer(owner);
-  static auto& waiting = *new WaitingQuestions;  // never destroyed: it may be served while the process ends
+  static auto& waiting = *new WaitingQuestions;  // never destroyed: serve() may run while the process exits
   waiting.add({.question = question, .answer = std::move(answer)});
 }

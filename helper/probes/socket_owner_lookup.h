@@ -1,4 +1,4 @@
-// Which process owns the socket that is bound to a local address.
+// Finds the process that owns the socket bound to a local address.
 #pragma once
 
 #include <functional>
@@ -8,21 +8,21 @@
 #include "helper/probes/BRSockAddrObject.h"
 #include "platform/sockets/socket_table.h"
 
-/// The owner of the first socket in the system's table that the address matches: same port, same family, and the same
-/// address unless either is unspecified. Absent when there is no such socket, or its process or the process's
-/// executable cannot be told. May take up to seconds. Any thread.
+/// Returns the owner of the first socket in the system's table that matches the address: the port and the family are
+/// equal, and the addresses are equal or one of them is unspecified. Absent when there is no such socket, or when its
+/// process or the process's executable cannot be found. Can take seconds. Any thread.
 std::optional<BRProcess> BRTCPSocketOwner(const BRSockAddr& address);
 std::optional<BRProcess> BRUDPSocketOwner(const BRSockAddr& address);
 
 struct BRSocketQuestion {
   platform::SocketProtocol protocol;
   BRSockAddr address;
-  /// The other end: the socket that is connected to it comes before the others. Of use if it is of the address's
-  /// family.
+  /// The remote end of the connection: a socket connected to it is preferred. Ignored when its family differs from that
+  /// of `address`.
   std::optional<BRSockAddr> remote;
 };
 
-/// Asks the same without waiting: answers before it returns where that takes a fraction of a millisecond, and on the
-/// global queue otherwise. One pass over the machine's processes serves all questions that wait when it begins.
-/// `answer` is called once. Any thread.
+/// Finds the owner without blocking. Calls `answer` exactly once: before returning, if that takes a fraction of a
+/// millisecond, otherwise on the global queue. One pass over all processes serves all questions that are waiting when
+/// it begins. Any thread.
 void BRAskSocketOwner(const BRSocketQuestion& question, std::function<void(const std::optional<BRProcess>&)> answer);

@@ -28,7 +28,7 @@ class SocketOwnerLookupTest : public testing::Test {
  protected:
   SocketOwnerLookupTest() { machine() = {}; }
 
-  /// Adds a socket whose owner is process `pid`; 0: nobody.
+  /// Adds a socket owned by process `pid`, or by no process if `pid` is 0.
   void add(std::uint16_t port, bool isIPv4, bool isIPv6, std::array<std::uint8_t, 16> address, std::int32_t pid) {
     auto identity = machine().sockets.size();
     machine().sockets.emplace_back(SocketProtocol::tcp, SocketEntry{port, isIPv4, isIPv6, address, identity});
@@ -73,16 +73,16 @@ TEST_F(SocketOwnerLookupTest, FamiliesKeepApart) {
   EXPECT_EQ(owner(askLocal6), 0);
   EXPECT_EQ(owner(askAny6), 3);
   auto unknown = askAny4;
-  unknown[1] = 10;  // AF_INET6 of another system
+  unknown[1] = 10;  // AF_INET6 on another system
   EXPECT_EQ(owner(unknown), 0);
 }
 
 TEST_F(SocketOwnerLookupTest, TheFirstMatchEndsTheSearch) {
-  add(81, true, false, any, 1);  // as a filter in the kernel may let through
+  add(81, true, false, any, 1);  // the kernel's filter can let such a socket through
   add(80, true, false, v4Local, 0);
   add(80, true, false, any, 3);
   EXPECT_EQ(owner(askLocal4), 0);
-  // It is there, so that somebody may have taken it behind the back of a pass; but not for ever.
+  // The socket exists, so its owner may have changed during the pass. The search repeats, but not for ever.
   EXPECT_THAT(machine().passes, testing::AllOf(testing::SizeIs(5), testing::Each(ElementsAre(1))));
   EXPECT_EQ(owner(askOther4), 3);
 }
@@ -90,7 +90,7 @@ TEST_F(SocketOwnerLookupTest, TheFirstMatchEndsTheSearch) {
 TEST_F(SocketOwnerLookupTest, ThePathMustBeKnownAndIsLeftOutWhenNotUTF8) {
   add(80, true, false, any, 5);
   EXPECT_EQ(BRTCPSocketOwner(askAny4)->description(), "PID 5 /bin/owner");
-  machine().ownersKeepSockets = false;  // whose process's path was it?
+  machine().ownersKeepSockets = false;  // the path may be another process's
   EXPECT_FALSE(BRTCPSocketOwner(askAny4));
   machine().ownersKeepSockets = true;
   machine().executables[5] = "/bin/\xFF";
@@ -123,10 +123,10 @@ TEST_F(SocketOwnerLookupTest, OnePassServesWhatWaitsWhenItBegins) {
                                .address = BRSockAddrMakeIPv4({127, 0, 0, 1}, 81),
                                .remote = BRSockAddrMakeIPv4({192, 0, 2, 1}, 443)};
   BRAskSocketOwner(known, [&](const auto& found) { answers.push_back(found->pid); });
-  EXPECT_EQ(answers.back(), 2);  // at once
+  EXPECT_EQ(answers.back(), 2);  // answered at once
   machine().ownersKeepSockets = false;
   BRAskSocketOwner(known, [&](const auto& found) { answers.push_back(found ? found->pid : 0); });
-  EXPECT_EQ(answers.size(), 4u);  // it has just gone to another process, perhaps
+  EXPECT_EQ(answers.size(), 4u);  // it may just have moved to another process
   machine().ownersKeepSockets = true;
   platform::fake::passTime({});
   EXPECT_THAT(answers, ElementsAre(0, 1, 2, 2, 2));

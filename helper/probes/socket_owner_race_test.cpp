@@ -1,6 +1,6 @@
-// Look-ups while processes make sockets, copy and pass them on, fork, execute and end. Every process writes down when
-// it may have held a socket and when it surely did; the answers are judged by that in the end. The environment variable
-// LOOKUPS tells how many are made.
+// Looks up owners while processes create, duplicate and pass sockets, fork, exec and exit. Every process records when
+// it may have held a socket and when it certainly did; the answers are checked against these records at the end. The
+// environment variable LOOKUPS sets the number of look-ups.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -31,7 +31,7 @@ using Time = std::int64_t;  // nanoseconds of CLOCK_MONOTONIC
 
 constexpr int workers = 6, maximumHeld = 12;
 constexpr std::size_t maximumHolds = 4'000'000;
-constexpr std::uint32_t localAddress = 0x7F061201;  // 127.6.18.1, where nothing else is bound
+constexpr std::uint32_t localAddress = 0x7F061201;  // 127.6.18.1; nothing else binds there
 constexpr Time forever = INT64_MAX;
 
 Time now() {
@@ -40,7 +40,7 @@ Time now() {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-/// That a process holds a socket: not before `from` and not after `to`, and surely from `surelyFrom` to `surelyTo`.
+/// A process holds a socket at some time between `from` and `to`, and certainly from `surelyFrom` to `surelyTo`.
 struct Hold {
   std::uint16_t port;
   bool udp;
@@ -48,7 +48,7 @@ struct Hold {
   Time from, surelyFrom, surelyTo, to;
 };
 
-/// What all processes write to.
+/// Shared memory that all processes write to.
 struct Shared {
   std::atomic<bool> isOver;
   std::atomic<std::size_t> count;
@@ -83,7 +83,7 @@ std::uint16_t bindTo(int socket, std::uint32_t host) {
   return ntohs(address.sin_port);
 }
 
-/// What goes along with a descriptor that is passed on.
+/// The data sent along with a passed descriptor.
 struct Passed {
   std::uint16_t port;
   bool udp;
@@ -139,7 +139,7 @@ class Worker {
     int made = socket(AF_INET, udp ? SOCK_DGRAM : SOCK_STREAM, 0);
     const auto port = bindTo(made, localAddress);
     if (!udp) {
-      linger reset{.l_onoff = 1, .l_linger = 0};  // leaves nothing behind that would keep the port
+      linger reset{.l_onoff = 1, .l_linger = 0};  // a reset leaves no TIME_WAIT that blocks the port
       setsockopt(made, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
       auto server = addressOf(INADDR_LOOPBACK, server_);
       if (connect(made, reinterpret_cast<sockaddr*>(&server), sizeof server) != 0) _exit(1);
@@ -198,13 +198,13 @@ class Worker {
     hold(descriptor, passed.port, passed.udp, from);
   }
 
-  /// Moves a socket to a number of its own choice.
+  /// Moves a socket to another descriptor number.
   void renumber(Held& held) {
     int other = fcntl(held.descriptor, F_DUPFD, 10 + random_() % 40);
     close(std::exchange(held.descriptor, other));
   }
 
-  /// A child holds all that this process holds. It ends soon, half of them in another image.
+  /// Forks a child, which holds all sockets of this process. It exits soon; half of the children exec first.
   void forkChild() {
     Child child;
     const auto from = now();
@@ -260,12 +260,12 @@ struct Answer {
   std::uint16_t port;
   bool udp;
   Time asked, answered;
-  pid_t pid;  // 0: none
+  pid_t pid;  // 0 if there is none
 };
 
 using Holds = std::map<std::pair<bool, std::uint16_t>, std::vector<Hold>>;
 
-/// Whether an answer is a process that held the socket between question and answer, or none if there was none.
+/// Whether the answer can have been true at some time between question and answer.
 bool isRight(const Answer& answer, const Holds& all) {
   const auto& holds = all.at({answer.udp, answer.port});
   if (answer.pid != 0) {
@@ -273,7 +273,7 @@ bool isRight(const Answer& answer, const Holds& all) {
       return hold.pid == answer.pid && hold.from <= answer.answered && hold.to >= answer.asked;
     });
   }
-  // From the question on, as far as somebody surely held it all the time.
+  // Until when, from the question on, some process certainly held the socket.
   Time covered = answer.asked;
   for (bool goesOn = true; goesOn && covered < answer.answered;) {
     goesOn = false;
@@ -286,7 +286,7 @@ bool isRight(const Answer& answer, const Holds& all) {
   return covered < answer.answered;
 }
 
-/// Takes the connections of the workers, and lets them go in the end.
+/// Accepts the workers' connections and closes them at the end.
 pid_t startServer(int listener) {
   pid_t pid = fork();
   if (pid > 0) return pid;
@@ -331,9 +331,9 @@ TEST(SocketOwnerRaces, EveryAnswerWasTrueBetweenQuestionAndAnswer) {
   while (static_cast<int>(answers.size()) < lookups) {
     std::vector<std::pair<Answer, std::promise<Answer>>> asked(1 + random() % 4);
     for (auto& [answer, promise] : asked) {
-      // Of the latest, about half are held by somebody.
+      // About half of the latest sockets are still held.
       Hold about{};
-      while (about.port == 0) about = shared().holds[shared().count - 1 - random() % 100];  // 0: not filled in yet
+      while (about.port == 0) about = shared().holds[shared().count - 1 - random() % 100];  // 0: not recorded yet
       answer = {.port = about.port, .udp = about.udp, .asked = now(), .answered = 0, .pid = 0};
       BRAskSocketOwner({.protocol = answer.udp ? SocketProtocol::udp : SocketProtocol::tcp,
                         .address = BRSockAddrMakeIPv4({127, 6, 18, 1}, answer.port),

@@ -1,4 +1,4 @@
-# What has programs of the desktop obey proxies.
+# Installs what makes desktop programs follow the proxies.
 configure_file(dconf/tmpfiles.conf.in tmpfiles.conf @ONLY)
 configure_file(dconf/apt-proxy.in apt-proxy @ONLY)
 

@@ -1,1 +1,1 @@
-// A framework that is nothing but signed.
+// An empty framework, which exists only to be signed.

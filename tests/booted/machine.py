@@ -1,4 +1,4 @@
-"""A booted Debian with the packages installed: what the tests of this folder share. They run in it as root; see run."""
+"""A booted Debian with the packages installed, for the tests in this folder. They run inside it as root; see run."""
 
 import json
 import pwd
@@ -12,11 +12,11 @@ from harness import DEADLINE, LOG, SERVICE, read_line, wait_until
 HERE = Path("/opt/booted")
 UNIT = f"{SERVICE}.service"
 CONTENTS = Path("/usr/lib/brimo/Brimo.app/Contents")
-MEMBER, STRANGER = "bob", "alice"  # of the group "brimo", and not
+MEMBER, STRANGER = "bob", "alice"  # in the group "brimo", and not in it
 
 
 def run(*arguments, **options):
-    """What a command prints; its failure fails the test."""
+    """Runs a command and returns its output. Fails the test if the command fails."""
     result = subprocess.run([str(argument) for argument in arguments], capture_output=True, text=True, **options)
     if result.returncode:
         raise AssertionError(f"{arguments}: {result.returncode} {result.stdout}{result.stderr}")
@@ -36,7 +36,7 @@ def install(folder):
 
 
 def ensure_installed():
-    """The packages, and two users; NetworkManager leaves interfaces alone unless it is asked."""
+    """Installs the packages and creates two users. NetworkManager manages no interfaces by default."""
     Path("/etc/NetworkManager/conf.d/test.conf").write_text("[main]\nno-auto-default=*\n[device]\nmanaged=0\n")
     run("systemctl", "reload", "NetworkManager")
     if not CONTENTS.exists():
@@ -55,7 +55,7 @@ def sign(path, identifier="com.example.brimo", keys="first"):
 
 
 def in_session(user, *arguments):
-    """A command, started in a login session of the user's; its standard streams are pipes. Ends with the session."""
+    """A command in a login session of a user, with pipes as standard streams. It ends with the session."""
     return subprocess.Popen(["systemd-run", "--quiet", "--pipe", "--wait", "--collect", f"--property=User={user}",
                              "--property=PAMName=login", "--property=WorkingDirectory=~", "--", *arguments],
                             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True)
@@ -83,12 +83,12 @@ class MachineTest(unittest.TestCase):
         process.stderr.close()
 
     def client(self, user=MEMBER):
-        """Brimo in a session, reading commands."""
+        """Brimo in a session; it reads commands."""
         return self.start(user, "Brimo", "--json")
 
     @staticmethod
     def ask(client, command):
-        """The reply to one line of Brimo's."""
+        """Sends a line to Brimo and returns the reply."""
         print(command, file=client.stdin, flush=True)
         return json.loads(read_line(client))
 
@@ -100,7 +100,7 @@ class MachineTest(unittest.TestCase):
 
 
 def connected(interface="nm0", name="Wired"):
-    """Makes an interface that NetworkManager has a connection on; returns the connection's ID."""
+    """Creates an interface with a NetworkManager connection. Returns the connection's ID."""
     if not Path(f"/sys/class/net/{interface}").exists():
         run("ip", "link", "add", interface, "type", "veth", "peer", "name", f"{interface}-peer")
         run("ip", "link", "set", f"{interface}-peer", "up")
@@ -116,7 +116,7 @@ def proxy_method(name="Wired"):
 
 
 def make_application(folder="/opt/Application.app"):
-    """An application that stays once it is launched again, installed as applications are: set-group-ID, for everybody."""
+    """Installs an application that keeps running after its relaunch. It is set-group-ID, and every user can execute it."""
     shutil.rmtree(folder, ignore_errors=True)
     shutil.copytree(CONTENTS, Path(folder) / "Contents", ignore=shutil.ignore_patterns("MacOS"))
     executable = Path(folder) / "Contents/MacOS/Application"

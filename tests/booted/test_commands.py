@@ -1,4 +1,4 @@
-"""Every command, asked of the confined service."""
+"""Every command, sent to the sandboxed service."""
 
 import json
 import os
@@ -26,7 +26,7 @@ class Commands(MachineTest):
         self.brimo = self.client()
 
     def hold(self, protocol, port, user=None):
-        """A process that holds a port; its PID. Of a user, in a session of his; else of the machine's own."""
+        """Starts a process that holds a port, in a session of the user or as a system process. Returns its PID."""
         command = ["python3", "-c", HOLDER, protocol, str(port)]
         if user:
             process = self.start(user, *command)
@@ -81,7 +81,7 @@ class Commands(MachineTest):
         self.addCleanup(shutil.rmtree, server.parent)
         shutil.copy("/usr/sbin/dhcpd", server)
         sign(server, "com.example.brimo.dhcpd")
-        # In the client's own home, which nobody else may enter.
+        # The files lie in the client's home folder, which nobody else can enter.
         folder = Path(f"/home/{MEMBER}/dhcp")
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir(mode=0o700)

@@ -1,4 +1,4 @@
-"""The desktop's proxy and the ends of the helper, under its real unit."""
+"""The desktop proxies after every end of the helper, with its real unit."""
 
 import json
 from pathlib import Path

@@ -1,4 +1,4 @@
-"""The packages' life: installed, upgraded with clients connected, with a change of the root certificate, removed, purged."""
+"""The packages: installation, upgrade with connected clients and a new root certificate, removal, purge."""
 
 import grp
 import os
@@ -16,26 +16,26 @@ HOLDS = ["/usr/libexec/brimo", "/usr/lib/brimo", "/usr/bin/Brimo", ENDPOINT, f"/
 
 
 def everything():
-    """All files of the machine but those that packages leave on purpose, or that change by themselves."""
+    """All files of the machine except those that packages leave on purpose and those that change by themselves."""
     kept = ("/proc", "/sys", "/dev", "/run", "/tmp", "/opt/booted", "/root", "/home", "/var/log", "/var/cache", "/var/lib/dpkg",
             "/var/lib/apt", "/var/lib/systemd", "/var/lib/NetworkManager", "/etc/.pwd.lock", "/etc/NetworkManager/conf.d/test.conf")
     found = set()
     for folder, folders, files in os.walk("/"):
         folders[:] = [name for name in folders if not os.path.join(folder, name).startswith(kept)]
         found |= {os.path.join(folder, name) for name in files + folders}
-    # Backups of the user database.
+    # backups of the user database
     return {path for path in found if not path.startswith(kept) and not path.endswith("-")}
 
 
 class Knocker(threading.Thread):
-    """Connects again and again."""
+    """Connects repeatedly."""
 
     def __init__(self):
         super().__init__()
         self.stopped, self.refusals, self.connections = threading.Event(), [], 0
 
     def run(self):
-        while not self.stopped.wait(0.02):  # below what the helper lets one user do
+        while not self.stopped.wait(0.02):  # below the helper's limit per user
             with socket.socket(socket.AF_UNIX) as connection:
                 problem = connection.connect_ex(ENDPOINT)
             self.connections += 1
@@ -50,7 +50,7 @@ class Packages(MachineTest):
         super().setUpClass()
 
     def upgrade(self, folder):
-        """Installs other packages while clients connect and one stays connected."""
+        """Installs other packages while clients connect and one client stays connected."""
         client = self.client()
         self.assertEqual(self.ask(client, "version"), {"version": 618})
         before, endpoint = show(UNIT, "MainPID"), os.stat(ENDPOINT).st_ino
@@ -74,7 +74,7 @@ class Packages(MachineTest):
         self.assertNotIn(MEMBER, run("dpkg", "-s", "brimo"))
         old_client = (CONTENTS / "MacOS/Brimo").read_bytes()
 
-        # A new root: first a helper that accepts both, then one that accepts the new alone.
+        # Changes the root: first a helper that accepts both, then one that accepts only the new one.
         self.upgrade("both")
         new_client = (CONTENTS / "MacOS/Brimo").read_bytes()
         self.assertNotEqual(new_client, old_client)

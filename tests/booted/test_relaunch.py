@@ -1,4 +1,4 @@
-"""The application, launched again by process 1: as what, for how long, and when not."""
+"""The relaunch of the application by process 1: its identity, its lifetime, and when it does not happen."""
 
 import os
 import re
@@ -20,17 +20,17 @@ class Relaunch(MachineTest):
     def setUp(self):
         for unit in services():
             run("systemctl", "stop", unit)
-        # Signs for systemd and for the shell in its path, too.
+        # The path also contains characters that are special to systemd and to the shell.
         self.executable = make_application("/opt/a %u $HOME.app")
 
     def launch(self, *environment):
-        """The application, admitted, in a session of its own that lasts as long as the test wants."""
+        """The admitted application in its own session, which the test ends."""
         process = self.start(STRANGER, "env", *environment, self.executable)
         self.assertEqual(read_line(process), "armed")
         return process
 
     def launch_again(self, *environment):
-        """Its service and main process, launched again while another session of its user's goes on."""
+        """The service and the main process of the application, relaunched during another session of its user."""
         session = self.start(STRANGER, "cat")
         process = self.launch(*environment)
         print("defunct-restart", file=process.stdin, flush=True)
@@ -60,7 +60,7 @@ class Relaunch(MachineTest):
         self.assertIn("4096", re.search("Max open files.*", helper_limits)[0])
         self.assertNotIn("4096", re.search("Max open files.*", (process / "limits").read_text())[0])
 
-        # With its session its user's manager goes, and the application with that.
+        # The end of the session ends the user's manager, which ends the application.
         self.end(session)
         wait_until(lambda: not process.exists(), "it has ended", 40)
         self.assertEqual(services(), [])
@@ -89,7 +89,7 @@ class Relaunch(MachineTest):
     def test_an_application_that_died_comes_back_after_the_helper_was_killed(self):
         self.start(STRANGER, "cat")
         process = self.launch()
-        # The watchdog went with the first helper: the application arms the next one's, as any that lost its connection does.
+        # The watchdog ended with the first helper. The application starts it again, as after every lost connection.
         run("systemctl", "kill", "--signal=KILL", UNIT)
         process = self.launch()
         run("pkill", "-KILL", "-x", "Application")

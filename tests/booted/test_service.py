@@ -1,4 +1,4 @@
-"""The service's own life: started by its socket, killed, stopped, and gone with the machine."""
+"""The service: started by its socket, killed, stopped, and ended with the machine."""
 
 import os
 import signal
@@ -11,7 +11,7 @@ TEMPORARY = "set-proxy Wired http=127.0.0.1:8080 temporary"
 
 
 def set_temporary_proxy_and_stay():
-    """For run: the machine is to go while this is so."""
+    """Leaves temporary proxies set; the script "run" then shuts the machine down."""
     ensure_installed()
     connected()
     client = in_session(MEMBER, "Brimo", "--json")
@@ -27,7 +27,7 @@ class Life(MachineTest):
         self.assertEqual(run("Brimo", "version"), "helper build 618\n")
         before = int(show(UNIT, "MainPID"))
         self.assertGreater(before, 0)
-        for _ in range(6):  # more often than systemd's limits of starts and of activations by themselves would let it
+        for _ in range(6):  # more often than systemd's default limits for starts and activations permit
             os.kill(int(show(UNIT, "MainPID")), signal.SIGKILL)
             self.assertEqual(run("Brimo", "version"), "helper build 618\n")
         self.assertNotEqual(int(show(UNIT, "MainPID")), before)
@@ -35,7 +35,7 @@ class Life(MachineTest):
 
     def test_who_may_ask(self):
         self.assertEqual(self.ask(self.client(), "version"), {"version": 618})
-        # The group is the process's own there, and not its executable's gift.
+        # The process already has the group there, so the executable does not add it.
         by_sg = self.start(MEMBER, "sg", "brimo", "-c", "Brimo version")
         self.assertIn("does not admit", by_sg.communicate()[1])
         stranger = self.start(STRANGER, "sh", "-c", "Brimo version")

@@ -1,4 +1,4 @@
-// The log of tests.
+// Captures the log in tests.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 
 #include "foundation/HXLog.h"
 
-/// Has the log's lines for itself while it lives: "[Module] message", without the time.
+/// Receives the log's lines during its lifetime, without the time: "[Module] message".
 class CapturedLog {
  public:
   CapturedLog() {

@@ -1,11 +1,11 @@
-// Waiting in tests.
+// Waits for a condition in tests.
 #pragma once
 
 #include <chrono>
 #include <functional>
 #include <thread>
 
-/// Whether a condition came true before ten seconds had passed.
+/// Waits until a condition holds. Returns false after ten seconds.
 inline bool eventually(const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   while (!condition()) {

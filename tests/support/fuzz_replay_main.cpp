@@ -1,5 +1,5 @@
-// Runs a fuzz target over stored inputs where there is no libFuzzer: files and folders of files are arguments, options
-// of libFuzzer are passed over.
+// Runs a fuzz target over stored inputs without libFuzzer. The arguments are files and folders; ignores libFuzzer's
+// options.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

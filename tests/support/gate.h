@@ -1,4 +1,4 @@
-// How tests of several threads hold them back, and write down what they did.
+// Blocks threads in tests and records what they do.
 #pragma once
 
 #include <condition_variable>
@@ -7,7 +7,7 @@
 
 #include "tests/support/eventually.h"
 
-/// Holds whoever waits until it is opened.
+/// Blocks waiting threads until it is opened.
 class Gate {
  public:
   void open() {
@@ -26,7 +26,7 @@ class Gate {
   bool isOpen_ = false;
 };
 
-/// What happened, in order.
+/// Records events in order.
 class Record {
  public:
   void add(int event) {

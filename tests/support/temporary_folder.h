@@ -1,4 +1,4 @@
-// Folders of tests.
+// Temporary folders for tests.
 #pragma once
 
 #include <unistd.h>
@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-/// A folder, its path without symbolic links, that goes with the object.
+/// A folder that the destructor deletes. Its path contains no symbolic links.
 class TemporaryFolder {
  public:
   explicit TemporaryFolder(const std::filesystem::path& base = std::filesystem::temp_directory_path())

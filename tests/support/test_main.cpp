@@ -1,4 +1,4 @@
-// main() of the unit tests: exit(0) within a test must not pass for tests that have all run.
+// main() of the unit tests. If a test calls exit(0), the program must not look as if all tests had run.
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 
 namespace {
 
-const pid_t thisProcess = getpid();  // not a death test's child, whose end is looked at by its test
+const pid_t thisProcess = getpid();  // a death test's child has another PID; the test checks how it exits
 bool haveAllRun = false;
 
 void failUnlessAllHaveRun() {
@@ -21,7 +21,7 @@ void failUnlessAllHaveRun() {
 
 int main(int count, char** arguments) {
   for (int index = 1; index < count; ++index) {
-    // The same child, started anew.
+    // A death test's child that executes this program again.
     haveAllRun |= std::string_view(arguments[index]).starts_with("--gtest_internal_run_death_test");
   }
   testing::InitGoogleMock(&count, arguments);

@@ -1,4 +1,4 @@
-// What tests ask of the machine that they run on.
+// Facts about the machine and the process that run the tests.
 #pragma once
 
 #include <net/if.h>
@@ -10,21 +10,21 @@
 #include <filesystem>
 #include <string>
 
-/// Name of the loopback interface, which comes first everywhere.
+/// Name of the loopback interface, which is the first on every system.
 inline std::string loopbackInterface() {
   std::array<char, IF_NAMESIZE> name{};
   return if_indextoname(1, name.data()) ? name.data() : "";
 }
 
-/// How many descriptors this process has open, the one that looks included.
+/// The number of open descriptors of this process, including the one used for counting.
 inline std::ptrdiff_t openDescriptors() {
   return std::distance(std::filesystem::directory_iterator("/dev/fd"), {});
 }
 
-/// How many threads this process has. In platform/<system>/thread_count.cpp.
+/// The number of threads of this process. Implemented in tests/support/<system>/thread_count.cpp.
 std::ptrdiff_t threadCount();
 
-/// While it lives, no file of this process takes a byte more: as on a full disk, but the error is EFBIG.
+/// During its lifetime, no file of this process can grow, as on a full disk, but with the error EFBIG.
 class FullDisk {
  public:
   FullDisk() : handler_(signal(SIGXFSZ, SIG_IGN)) {

@@ -1,4 +1,4 @@
-"""Desktops of two users in the tests' namespaces, for the system tests and the demonstration."""
+"""Desktops of two users in the tests' namespaces."""
 
 import configparser
 import json
@@ -13,11 +13,11 @@ FOLDER = Path("/run") / SERVICE
 DATABASE = FOLDER / "dconf"
 PLAIN_WORDS = FOLDER / "proxies.json"
 PYTHON = "/usr/bin/python3"
-# Of the desktop's environment, what GLib goes by; no session bus.
+# The environment variables of the desktop that GLib uses. There is no session bus.
 DESKTOP = ENVIRONMENT | {"XDG_CURRENT_DESKTOP": "GNOME", "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent"}
 del DESKTOP["PYTHONHOME"]
 
-# A program that runs, and prints at each line of its input which proxies GLib has for a URL in it.
+# Reads URLs from standard input and prints GLib's proxies for each.
 RESOLVER = """
 import sys
 from gi.repository import Gio, GLib
@@ -35,7 +35,7 @@ loop.run()
 
 
 def install(profile=None):
-    """What the packages put under /etc and make at boot, over what the machine has there."""
+    """Creates the files that the packages install under /etc and create at boot, mounted over the machine's own."""
     subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", "/etc/dconf"], check=True)
     subprocess.run(["systemd-tmpfiles", "--create", TESTS / "packaging/tmpfiles.conf"], check=True)
     if profile:
@@ -49,7 +49,7 @@ def profile_script(action):
 
 
 def proxies_off(code="killed", status="KILL"):
-    """What the service manager does when the helper has ended."""
+    """Does what systemd does after the helper has ended."""
     subprocess.run([TESTS / "bin/BrimoProxiesOff"], env=ENVIRONMENT | {"EXIT_CODE": code, "EXIT_STATUS": status}, check=True)
 
 
@@ -58,7 +58,7 @@ def plain_words():
 
 
 class User:
-    """A user with programs that run."""
+    """A user with running programs."""
 
     def __init__(self, test, number):
         self.test, self.number = test, number
@@ -87,7 +87,7 @@ class User:
         return out.rstrip("\n")
 
     def dump(self):
-        """The user's proxy settings as dconf has them: {"http": {"port": "1"}}."""
+        """The user's proxy settings in dconf: {"http": {"port": "1"}}."""
         parser = configparser.ConfigParser(interpolation=None)
         parser.read_string(self.run("dconf", "dump", "/system/proxy/"))
         return {section.strip("/"): dict(parser[section]) for section in parser.sections()}

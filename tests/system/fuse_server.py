@@ -1,4 +1,4 @@
-"""A file system that a user serves (fuse(4)): a folder with one file, both of root's."""
+"""A file system served by a user (fuse(4)): a folder with one file, which both appear to belong to root."""
 
 import ctypes
 import errno
@@ -6,13 +6,13 @@ import os
 import struct
 import threading
 
-ROOT, FILE = 1, 2  # numbers of the nodes
-FORGET, INTERRUPT, BATCH_FORGET = 2, 36, 42  # which want no answer
+ROOT, FILE = 1, 2  # node numbers
+FORGET, INTERRUPT, BATCH_FORGET = 2, 36, 42  # requests without an answer
 LOOKUP, GETATTR, OPEN, READ, STATFS, INIT, OPENDIR, READDIR = 1, 3, 14, 15, 17, 26, 27, 28
 
 
 class FuseServer:
-    """Mounts a folder and serves it on a thread. Once `hangs`, whoever opens or looks at anything waits for ever."""
+    """Mounts a folder and serves it on a thread. Once `hangs` is set, every access waits for ever."""
 
     def __init__(self, folder, name, content, options="", libc=None):
         self.name, self.content, self.hangs = os.fsencode(name) + b"\0", content, False
@@ -39,8 +39,8 @@ class FuseServer:
             os.write(self.device, struct.pack("=IiQ", 16 + len(data), error, unique) + data)
 
     def _answer(self, operation, node, body):
-        """What is asked for, or why it cannot be had."""
-        # Nothing may be remembered: each look asks anew.
+        """The answer to a request, or an error."""
+        # The kernel must not cache anything, so that each access asks again.
         if operation == INIT:
             return struct.pack("=IIIIHHIIHHII24x", 7, 31, 1 << 17, 0, 16, 12, 1 << 17, 1, 0, 0, 0, 0)
         if operation == LOOKUP:
@@ -63,7 +63,7 @@ class FuseServer:
         return struct.pack("=6Q10I", node, size, (size + 511) // 512, 0, 0, 0, 0, 0, 0, mode, 1, 0, 0, 0, 4096, 0)
 
 
-# Run by a user: serves the file /var/lib/overlay/x (deleted) through an overlay, where he alone sees it.
+# A user's script that serves "/var/lib/overlay/x (deleted)" through an overlay in his own mount namespace.
 SERVE_UNDER_OVERLAY = """
 from fuse_server import FuseServer
 libc = enter_user_namespace(0x00020000)  # CLONE_NEWNS

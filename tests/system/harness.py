@@ -1,4 +1,4 @@
-"""The real helper, signed clients and hostile ones, for the system tests; see run."""
+"""Starts the real helper, signed clients and hostile clients for the system tests; see run."""
 
 import ctypes
 import faulthandler
@@ -23,10 +23,10 @@ SERVICE = "com.example.brimo.helper"
 ENDPOINT = f"/run/{SERVICE}.socket"
 LOG = Path("/tmp/BrimoHelper.log")
 USER = 1000
-DEADLINE = 10.0  # seconds; generous, and never waited out when all is well
+DEADLINE = 10.0  # seconds; generous, because a passing test never waits this long
 
 BRIMO = Path("/opt/Brimo.app/Contents/MacOS/Brimo")
-# A Python interpreter signed as the main application: what it is told to do, an admitted client does.
+# A Python interpreter signed as the main application. Its scripts act as an admitted client.
 GENUINE_PYTHON = Path("/opt/Python.app/Contents/MacOS/Brimo")
 PYTHON = "/usr/bin/python3"
 FRAMEWORKS = ("Contents/Frameworks/Bugsnag.framework/Bugsnag", "Contents/Frameworks/Sparkle.framework/Sparkle")
@@ -42,7 +42,7 @@ def sign(path, identifier="com.example.brimo", certificates=TESTS / "certificate
 
 
 def make_bundles():
-    """The client's bundle and, beside it, one whose executable is a Python interpreter."""
+    """Creates the client's bundle, and another one whose executable is a Python interpreter."""
     if BRIMO.exists():
         return
     shutil.copytree(TESTS / "Brimo.app", "/opt/Brimo.app")
@@ -52,7 +52,7 @@ def make_bundles():
 
 
 def copy_bundle(name, source="/opt/Brimo.app"):
-    """A fresh copy of a bundle under /opt; returns it and its executable."""
+    """Copies a bundle under /opt and returns the copy and its executable."""
     bundle = Path("/opt") / name
     shutil.rmtree(bundle, ignore_errors=True)
     shutil.copytree(source, bundle)
@@ -60,7 +60,7 @@ def copy_bundle(name, source="/opt/Brimo.app"):
 
 
 def add_spindump(test, script):
-    """Lays a folder with a shell script as spindump over /usr/sbin, for the tests' own mount namespace."""
+    """Mounts a shell script as /usr/sbin/spindump in the tests' mount namespace."""
     folder = Path("/run/sbin")
     folder.mkdir()
     test.addCleanup(shutil.rmtree, folder)
@@ -74,7 +74,7 @@ def wait_until(condition, what, seconds=DEADLINE):
     end = time.monotonic() + seconds
     while not (result := condition()):
         if time.monotonic() > end:
-            raise AssertionError(f"waited in vain until {what}\n{LOG.read_text() if LOG.exists() else 'no log'}")
+            raise AssertionError(f"timed out waiting until {what}\n{LOG.read_text() if LOG.exists() else 'no log'}")
         time.sleep(0.005)
     return result
 
@@ -95,7 +95,7 @@ def receive_exactly(connection, size):
 
 
 def receive_frame(connection):
-    """The next [id, dictionary]; EOFError when the helper has hung up."""
+    """Receives [id, dictionary]. Raises EOFError if the helper closes the connection."""
     try:
         (length,) = struct.unpack(">I", receive_exactly(connection, 4))
         return cbor2.loads(receive_exactly(connection, length))
@@ -111,14 +111,14 @@ def connect():
 
 
 def connect_greeted():
-    """A connection whose greeting has been read."""
+    """Opens a connection and reads the greeting."""
     connection = connect()
     assert receive_frame(connection) == [0, {"service": SERVICE, "build": 618}]
     return connection
 
 
 def was_hung_up(connection):
-    """Whether the helper closes the connection without another frame."""
+    """Returns whether the helper closes the connection without another frame."""
     try:
         return not receive_frame(connection)
     except EOFError:
@@ -126,7 +126,7 @@ def was_hung_up(connection):
 
 
 def socket_address(address, port):
-    """A 128-byte record in the BSD layout."""
+    """A socket address of 128 bytes in the BSD layout."""
     if ":" in address:
         record = struct.pack(">BBHI16s", 28, 30, port, 0, socket.inet_pton(socket.AF_INET6, address))
     else:
@@ -135,7 +135,7 @@ def socket_address(address, port):
 
 
 def kill_group(process):
-    """Ends a process and what it started: descendants may outlive it and keep its pipes."""
+    """Kills a process and its descendants, which could otherwise keep its pipes open."""
     try:
         os.killpg(process.pid, signal.SIGKILL)
     except ProcessLookupError:
@@ -143,7 +143,7 @@ def kill_group(process):
 
 
 def read_line(process):
-    """The next line that a process prints, without its end; what it printed as errors fails the test when none comes."""
+    """Returns the next line that a process prints. If there is none, fails with its error output."""
     ready = select.select([process.stdout], [], [], DEADLINE)[0]
     line = process.stdout.readline() if ready else ""
     if not line:
@@ -160,7 +160,7 @@ def run_as_user(arguments, user=USER, groups=(), **options):
 
 
 def refuse_option(option):
-    """Has getsockopt(SOL_SOCKET, option) fail with ENOPROTOOPT in this process and what it runs, as on an old kernel."""
+    """Makes getsockopt(SOL_SOCKET, option) fail with ENOPROTOOPT in this process and its children, as on an old kernel."""
     number = {"x86_64": 55, "aarch64": 209}[platform.machine()]
     load, equal, result = 0x20, 0x15, 0x06
     program = [(load, 0, 0, 0), (equal, 0, 5, number), (load, 0, 0, 24), (equal, 0, 3, socket.SOL_SOCKET),
@@ -173,7 +173,7 @@ def refuse_option(option):
 
 
 def enter_user_namespace(flags):
-    """Gives the calling user a user namespace of his own, in which he is root, and those that the flags say; returns libc."""
+    """Enters a new user namespace, as its root, and the namespaces in the flags. Returns libc."""
     libc = ctypes.CDLL(None, use_errno=True)
     if libc.unshare(0x10000000 | flags):  # CLONE_NEWUSER
         raise OSError(ctypes.get_errno(), "unshare")
@@ -199,13 +199,13 @@ class Helper:
             try:
                 if activated:
                     os.dup2(listener.fileno(), 3)
-                    os.set_inheritable(3, True)  # dup2 does not, if it was 3 before
+                    os.set_inheritable(3, True)  # dup2 keeps close-on-exec if the descriptor is already 3
                     environment |= {"LISTEN_FDS": "1", "LISTEN_PID": str(os.getpid())}
-                if quiet:  # about what the probes and children print
+                if quiet:  # discards the output of the probes and children
                     output = os.open("/tmp/helper.output", os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o600)
                     os.dup2(output, 1)
                     os.dup2(output, 2)
-                os.umask(0)  # nothing that it makes, or starts, may depend on it
+                os.umask(0)  # the helper must set its own modes
                 if old_kernel:
                     refuse_option(77)  # SO_PEERPIDFD
                 os.execve(TESTS / "bin" / executable, [executable], environment)
@@ -218,7 +218,7 @@ class Helper:
         os.kill(self.pid, number)
 
     def wait(self):
-        """Exit status of the process, once it has ended."""
+        """Waits for the end of the process and returns its exit status."""
         def ended():
             if self.status is None:
                 pid, status = os.waitpid(self.pid, os.WNOHANG)
@@ -229,7 +229,7 @@ class Helper:
         return self.status
 
     def pause(self):
-        """Stops it in its tracks; what clients do meanwhile waits in queues."""
+        """Stops the process. What clients send meanwhile waits in queues."""
         self.signal(signal.SIGSTOP)
         wait_until(lambda: Path(f"/proc/{self.pid}/stat").read_text().rpartition(")")[2].split()[0] == "T", "it stopped")
 
@@ -244,12 +244,12 @@ class Helper:
 
 
 class HelperTest(unittest.TestCase):
-    """Starts a helper for each test and, in the end, makes sure that it still serves and ends in good order."""
+    """Starts a helper for each test and verifies at the end that it still serves and exits cleanly."""
 
     helper_options = {}
 
     def setUp(self):
-        faulthandler.dump_traceback_later(120, exit=True)  # better than to hang
+        faulthandler.dump_traceback_later(120, exit=True)  # instead of hanging
         make_bundles()
         LOG.unlink(missing_ok=True)
         self.helper = Helper(**self.helper_options)
@@ -283,7 +283,7 @@ class HelperTest(unittest.TestCase):
         return self.start_script(GENUINE_PYTHON, script, *arguments, **options)
 
     def start_script(self, interpreter, script, *arguments, **options):
-        """Runs a script as a user; `from harness import *` is done for it."""
+        """Runs a script as a user, after `from harness import *`."""
         process = run_as_user([interpreter, "-B", "-c", "from harness import *\n" + script, *arguments], **options)
         self.addCleanup(self._end_process, process)
         return process
@@ -302,7 +302,7 @@ class HelperTest(unittest.TestCase):
         return out
 
     def log(self):
-        """Modules and messages of the log's lines."""
+        """The modules and messages of the log's lines."""
         text = LOG.read_text() if LOG.exists() else ""
         return [line[line.index("["):] for line in text.splitlines() if "[" in line]
 
@@ -310,7 +310,7 @@ class HelperTest(unittest.TestCase):
         wait_until(lambda: any(re.fullmatch(line, entry) for entry in self.log()), f"the log says {line}")
 
     def listen_to_the_system_log(self):
-        """Lays a folder with a socket for the system log over /dev; returns the list that its lines come into."""
+        """Mounts a socket for the system log at /dev/log. Returns the list that receives its lines."""
         folder = Path("/run/dev")
         folder.mkdir(exist_ok=True)
         subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
@@ -321,7 +321,7 @@ class HelperTest(unittest.TestCase):
         self.addCleanup(subprocess.run, ["umount", "--lazy", "/dev"], check=True)
         lines = []
 
-        def read():  # all the time, since who logs waits for room
+        def read():  # reads all the time, because a full socket would block the helper
             while line := log.recv(4096):
                 lines.append(line.decode(errors="replace"))
             log.close()

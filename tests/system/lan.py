@@ -1,7 +1,7 @@
-"""A local network of namespaces with real and hostile servers on it, for the system tests of the probes.
+"""A local network of namespaces with real and hostile servers for the system tests of the probes.
 
-The interface "probe0" is in the namespace of the tests; its other end, "wire", is a port of a bridge in the namespace
-"lan", to which the namespaces of servers are connected by their "eth0"."""
+The interface "probe0" lies in the tests' namespace. Its other end, "wire", is a port of a bridge in the namespace "lan". The
+servers' namespaces are connected to that bridge by their "eth0"."""
 
 import ctypes
 import errno
@@ -31,7 +31,7 @@ def set_option(family, interface, option, value, namespace=None):
 
 
 class Namespace:
-    """Sockets made inside are of the network namespace."""
+    """Sockets created inside belong to the network namespace."""
 
     def __init__(self, name):
         self.name = name
@@ -51,7 +51,7 @@ class Namespace:
 
 
 class Lan:
-    """The network. `test` is told what to clean up."""
+    """The network. Registers its clean-up with `test`."""
 
     def __init__(self, test):
         self.test = test
@@ -71,7 +71,7 @@ class Lan:
         self.test.addCleanup(ip, "netns", "delete", name)
 
     def add_server(self, *addresses):
-        """A namespace with an interface of these addresses; returns its name."""
+        """Creates a namespace with an interface that has these addresses. Returns its name."""
         self.servers += 1
         name = f"server{self.servers}"
         self.add_namespace(name)
@@ -84,7 +84,7 @@ class Lan:
         return name
 
     def run_in(self, name, arguments, ready):
-        """Runs a server in a namespace until the test ends; waits until its output says that it is ready."""
+        """Runs a server in a namespace until the test ends. Waits until its output says that it is ready."""
         output = Path(f"/tmp/{name}.output")
         with output.open("w") as file:
             process = subprocess.Popen(["ip", "netns", "exec", name, *arguments], stdin=subprocess.DEVNULL, stdout=file,
@@ -111,7 +111,7 @@ class Lan:
         Path(f"/tmp/{name}.conf").write_text("ping-check false;\n"
                                              "subnet 192.0.2.0 netmask 255.255.255.0 { range 192.0.2.100 192.0.2.110; }\n")
         Path(f"/tmp/{name}.leases").touch()
-        dhcpd = shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), "/run")  # AppArmor lets the original read Debian's files
+        dhcpd = shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), "/run")  # AppArmor restricts the original to Debian's files
         self.run_in(name, [dhcpd, "-4", "-f", "-d", "--no-pid", "-user", "root", "-group", "root", "-cf",
                            f"/tmp/{name}.conf", "-lf", f"/tmp/{name}.leases", "eth0"], "Server starting service.")
 
@@ -123,7 +123,7 @@ class Lan:
                     "version")
 
     def packet_socket(self, namespace=None, interface=INTERFACE):
-        """A socket that sees and sends whole frames on an interface."""
+        """A socket that receives and sends whole frames on an interface."""
         def make():
             packets = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_ALL))
             packets.bind((interface, ETH_P_ALL))
@@ -135,7 +135,7 @@ class Lan:
             return make()
 
     def start_sending(self, frames, interval=None):
-        """Another process that sends frames to probe0 again and again, as fast as it can or by interval."""
+        """Starts a process that sends frames to probe0 repeatedly, with an interval or as fast as possible."""
         wire = self.packet_socket("lan", "wire")
         return self.start(lambda: send_for_ever(wire, frames, interval))
 
@@ -163,7 +163,7 @@ def send_for_ever(wire, frames, interval):
         for frame in frames:
             try:
                 wire.send(frame)
-            except OSError as error:  # a queue on the way is full
+            except OSError as error:  # a queue is full
                 if error.errno != errno.ENOBUFS:
                     raise
         if interval:
@@ -171,7 +171,7 @@ def send_for_ever(wire, frames, interval):
 
 
 def captured(packets):
-    """What a non-blocking packet socket has seen: (whether it went out, frame)."""
+    """The frames that a non-blocking packet socket has received: (whether it was outgoing, frame)."""
     packets.setblocking(False)
     frames = []
     while True:

@@ -1,6 +1,6 @@
-"""A real NetworkManager, for the system tests, the demonstration and the benchmark.
+"""A real NetworkManager for the system tests, the demonstration and the benchmark.
 
-It manages the interfaces "nm0" and "nm1", one end each of two pairs, and leaves all others alone."""
+It manages only the interfaces "nm0" and "nm1", each one end of a veth pair."""
 
 import json
 import os
@@ -46,7 +46,7 @@ def run(*command):
 
 
 class NetworkManager:
-    """NetworkManager on a bus that has been started."""
+    """NetworkManager on a running bus."""
 
     def __init__(self, test):
         self.test = test
@@ -54,7 +54,7 @@ class NetworkManager:
         Path("/run/NetworkManager").mkdir(exist_ok=True)
         Path("/var/lib/NetworkManager").mkdir(exist_ok=True)
         (PLACE / "manager.conf").write_text(CONFIGURATION)
-        run("mount", "-o", "remount,bind,ro", "/sys")  # else it waits for udev
+        run("mount", "-o", "remount,bind,ro", "/sys")  # otherwise NetworkManager waits for udev
         for name in INTERFACES:
             run("ip", "link", "add", name, "type", "veth", "peer", "name", f"{name}-peer")
             run("ip", "link", "set", f"{name}-peer", "up")
@@ -89,7 +89,7 @@ class NetworkManager:
         self.process = None
 
     def add_connections(self, count, interface, name="Idle", address=None):
-        """Connections that are not active, with an address, or none; returns their UUIDs."""
+        """Adds inactive connections, with an address if one is given. Returns their UUIDs."""
         ipv4 = f"method=manual\naddress1={address}" if address else "method=disabled"
         identifiers = [str(uuid.uuid4()) for _ in range(count)]
         files = [CONNECTIONS / f"{identifier}.nmconnection" for identifier in identifiers]
@@ -100,7 +100,7 @@ class NetworkManager:
         return identifiers
 
     def add_connection(self, name, interface, active=True, address=None):
-        """Returns its UUID, once it is active if it is to be."""
+        """Adds a connection and returns its UUID. If `active`, waits until it is active."""
         (identifier,) = self.add_connections(1, interface, name, address)
         if active:
             run("nmcli", "connection", "up", identifier)
@@ -108,25 +108,25 @@ class NetworkManager:
 
     @staticmethod
     def add_temporary_connection(name, interface):
-        """A connection that is not to outlive the machine's next start; returns its UUID."""
+        """Adds a connection that lasts until the machine restarts. Returns its UUID."""
         run("nmcli", "connection", "add", "save", "no", "type", "ethernet", "con-name", name, "ifname", interface,
             "autoconnect", "no", "ipv4.method", "disabled", "ipv6.method", "disabled")
         return NetworkManager.setting(name, "connection.uuid")
 
     @staticmethod
     def file(identifier):
-        """Where a connection is stored."""
+        """The file in which a connection is stored."""
         lines = run("nmcli", "--escape", "no", "-g", "UUID,FILENAME", "connection", "show").splitlines()
         return dict(line.split(":", 1) for line in lines)[identifier]
 
     @staticmethod
     def setting(identifier, name):
-        """A connection's setting as it is stored, "proxy.method" for example."""
+        """A stored setting of a connection, for example "proxy.method"."""
         return run("nmcli", "--escape", "no", "-g", name, "connection", "show", identifier).rstrip("\n")
 
     @staticmethod
     def applied(interface):
-        """The settings that an interface uses, as they stand on D-Bus."""
+        """The settings that are applied to an interface, as D-Bus reports them."""
         bus = "org.freedesktop.NetworkManager"
         def call(*arguments):
             return json.loads(run("busctl", "--json=short", "call", bus, *arguments))["data"]

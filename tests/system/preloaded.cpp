@@ -1,4 +1,4 @@
-// What an attacker might load into the application: code of his own, which leaves a mark when it runs.
+// A library that an attacker might load into the application. It leaves a mark when it runs.
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -1,8 +1,8 @@
-// An application that the helper launches again, and that writes down from inside how it finds itself.
+// An application that the helper relaunches and that reports its own state.
 //
-// It arms the watchdog, says so, sends the commands that it reads and waits for its end. Launched again by the helper
-// it leaves its report in /tmp, in a file named after its argument and process ID. Given another program's path and
-// arguments, it connects and becomes that program.
+// It starts the watchdog, prints that, sends the commands that it reads, and waits until it is killed. After a
+// relaunch, it writes its report to /tmp, in a file named after its argument and PID. With the path and arguments of
+// another program, it connects and then executes that program.
 #include <brimo/HelperClient.h>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -24,9 +24,9 @@ std::string contentOf(const char* path) {
 
 boost::json::object report(int count, char** arguments) {
   boost::json::object descriptors;
-  std::error_code closed;  // to a set-group-ID program, even its own
+  std::error_code closed;  // /proc/self is not readable in a set-group-ID program
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", closed)) {
-    std::error_code gone;  // the folder's own
+    std::error_code gone;  // the descriptor of the folder itself is closed by now
     auto target = std::filesystem::read_symlink(entry.path(), gone);
     if (!gone && !target.string().ends_with("/fd")) descriptors[entry.path().filename().string()] = target.string();
   }
@@ -42,10 +42,10 @@ boost::json::object report(int count, char** arguments) {
           {"umask", mask}};
 }
 
-/// Runs a program in this one's place once the helper has admitted it, with the connection as descriptor 3.
+/// Connects, waits until the helper admits this program, and executes another one with the connection as descriptor 3.
 int becomeAnother(char** program) {
   brimo::HelperClient helper;
-  helper.call(brimo::version());  // a process is looked at once more when its first message comes
+  helper.call(brimo::version());  // the helper checks the process again on its first message
   fcntl(3, F_SETFD, 0);
   return execv(program[0], program);
 }
@@ -55,7 +55,7 @@ int becomeAnother(char** program) {
 int main(int count, char** arguments) {
   if (count > 1 && arguments[1][0] == '/') return becomeAnother(arguments + 1);
   bool relaunched = count > 1 && std::string_view(arguments[1]).starts_with("-crash");
-  auto found = relaunched ? report(count, arguments) : boost::json::object();  // before a connection is among it
+  auto found = relaunched ? report(count, arguments) : boost::json::object();  // before a connection adds a descriptor
   brimo::HelperClient helper;
   helper.call(brimo::startWatchdog());
   if (relaunched) {

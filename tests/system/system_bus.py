@@ -1,4 +1,4 @@
-"""A system bus of the tests' own, and logind on it."""
+"""A private system bus for the tests, with logind on it."""
 
 import json
 import os
@@ -9,7 +9,7 @@ from pathlib import Path
 
 from harness import wait_until
 
-BUS = Path("/run/dbus/system_bus_socket")  # where every program looks for it
+BUS = Path("/run/dbus/system_bus_socket")  # where every program expects it
 LOGIND = "org.freedesktop.login1"
 ALLOW_ALL = """<allow user="*"/><allow own="*"/><allow send_destination="*"/><allow send_type="*"/>
     <allow receive_sender="*"/><allow receive_type="*"/><allow eavesdrop="true"/>"""
@@ -22,7 +22,7 @@ def end(process):
 
 
 class SystemBus:
-    """A bus where everybody may do everything but what `policy` forbids. `test` is told what to clean up."""
+    """A bus that permits everything except what `policy` forbids. Registers its clean-up with `test`."""
 
     def __init__(self, test, policy=""):
         BUS.parent.mkdir(exist_ok=True)
@@ -47,19 +47,19 @@ class SystemBus:
             end(self.logind)
             wait_until(lambda: LOGIND not in self.call("ListNames", "org.freedesktop.DBus", "/", "org.freedesktop.DBus")[0],
                        "the old one's name is free")
-        os.makedirs("/run/systemd", exist_ok=True)  # as process 1 would have made it
+        os.makedirs("/run/systemd", exist_ok=True)  # as created by process 1
         self.logind = subprocess.Popen(["/lib/systemd/systemd-logind"], stderr=subprocess.DEVNULL)
         self.test.addCleanup(end, self.logind)
         wait_until(lambda: LOGIND in self.call("ListNames", "org.freedesktop.DBus", "/", "org.freedesktop.DBus")[0],
                    "logind is there")
 
     def call(self, method, *where):
-        """Data of the reply to a call without arguments."""
+        """The data of the reply to a call without arguments."""
         destination, path, interface = where or (LOGIND, "/org/freedesktop/login1", LOGIND + ".Manager")
         reply = subprocess.run(["busctl", "--system", "--json=short", "call", destination, path, interface, method],
                                check=True, capture_output=True, text=True).stdout
         return json.loads(reply)["data"]
 
     def inhibitors(self):
-        """Who inhibits what and how, and with which user and process ID: (what, who, mode, uid, pid)."""
+        """The active inhibitors: (what, who, mode, uid, pid)."""
         return sorted((what, who, mode, uid, pid) for what, who, _, mode, uid, pid in self.call("ListInhibitors")[0])

@@ -1,4 +1,4 @@
-"""Who is let in, and every way to get in without being the signed application."""
+"""Admission: the signed application, and all known attempts to be admitted without being it."""
 
 import os
 import shutil
@@ -10,7 +10,7 @@ from pathlib import Path
 import harness
 from harness import BRIMO, FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, run_as_user, wait_until
 
-# Runs when `python -c` of an attack has made itself ready; the signed application then stands under the same pid.
+# Executes the signed application under the same PID after the script of an attack has prepared itself.
 BECOME_GENUINE = """
 connection.set_inheritable(True)
 os.execve(GENUINE_PYTHON, ["Brimo", "-c", "import sys; sys.stdin.read()"], ENVIRONMENT)
@@ -34,8 +34,8 @@ class Signatures(HelperTest):
             executable.write_bytes(content)
             executable.chmod(0o755)
             self.assert_refused(executable)
-        self.assertEqual(len([line for line in self.log() if "Received" in line]), 2)  # the first client's
-        # None of them was even greeted, so that nothing of theirs was read.
+        self.assertEqual(len([line for line in self.log() if "Received" in line]), 2)  # from the first client
+        # None of them received a greeting, so the helper read nothing from them.
         self.assertEqual(len([line for line in self.log() if "Client validation" in line]), 1)
 
     def test_only_the_right_signer_and_identifier_count(self):
@@ -43,7 +43,7 @@ class Signatures(HelperTest):
         make = TESTS / "tools/make-development-certificates"
         for folder, team in (("/opt/other-team", "WRONG00000"), ("/opt/other-anchor", "BRIMO00618")):
             subprocess.run([make, folder, team], check=True)
-        # The other team has a leaf of the right intermediate.
+        # The other team's leaf is signed by the right intermediate.
         team = Path("/opt/other-team")
         issue = (f"cd {team} && openssl req -new -key leaf.key -subj '/CN=x/OU=WRONG00000' -out r && printf "
                  "'1.2.840.113635.100.6.1.13=ASN1:NULL\n' > e && openssl x509 -req -in r -CA {0}/intermediate.pem -CAkey "
@@ -104,7 +104,7 @@ connection.sendall(frame(1, {"command": "process-lookup"}))
         process = self.start_script(PYTHON, """
 connection = connect()
 if os.fork() == 0:
-    assert receive_frame(connection)[0] == 0  # the parent is admitted
+    assert receive_frame(connection)[0] == 0  # the helper admits the parent
     connection.sendall(frame(1, {"command": "process-lookup"}))
     print(was_hung_up(connection), flush=True)
     os._exit(0)
@@ -129,8 +129,8 @@ print(was_hung_up(connection), flush=True)
 
     def test_forged_credentials_from_namespaces_of_its_own(self):
         self.helper.pause()
-        # In a user namespace of its own a process may put any pid of its pid namespace into its credentials: here that
-        # of its parent, which holds the same connection and has become the application.
+        # In a user namespace of its own, a process can send any PID of its PID namespace as its credentials. Here it sends
+        # that of its parent, which holds the same connection and has become the application.
         process = self.start_script(PYTHON, """
 enter_user_namespace(0x20000000)  # CLONE_NEWPID
 first = os.fork()
@@ -148,7 +148,7 @@ if os.fork() == 0:
         print("heard", flush=True)
     except EOFError:
         pair = socket.socketpair()
-        pair[0].sendmsg(*message)  # the forgery itself is allowed
+        pair[0].sendmsg(*message)  # the kernel permits the forgery
         print("refused", flush=True)
     os._exit(0)
 """ + BECOME_GENUINE, stdin=subprocess.PIPE)
@@ -185,14 +185,14 @@ input()
         self.assertLess(self.helper.descriptors(), 20)
 
     def assert_serves_after_attack(self):
-        """The next good client is served, and is the only one that was ever heard."""
+        """Checks that the helper serves the next client, and that it has read from no other client."""
         self.assert_serves()
         heard = [line for line in self.log() if "Received" in line or "Client validation" in line]
         self.assertEqual(heard, ["[Helper] Client validation status: 0"] + 2 * ["[BRHMain] Received command: version"])
 
 
 class AttacksOnOldKernels(Attacks):
-    """The same without SO_PEERPIDFD."""
+    """The same attacks without SO_PEERPIDFD."""
 
     helper_options = {"old_kernel": True}
 
@@ -234,7 +234,7 @@ if os.fork() == 0:
 
 
 class ClientGroup(HelperTest):
-    """A helper that wants its clients to have connected with the group "games"."""
+    """A helper with the client group "games"."""
 
     helper_options = {"executable": "BrimoHelperWithClientGroup"}
 
@@ -245,7 +245,7 @@ class ClientGroup(HelperTest):
         self.executable.chmod(0o2755)
 
     def ask(self, executable, user=USER, group=USER, **environment):
-        """What a signed application gets to hear: the reply to its request, or that it was refused."""
+        """Runs a signed application. Returns the reply that it receives, or that it was refused."""
         script = ("from harness import *; c = connect()\ntry: receive_frame(c); c.sendall(frame(1, {'command': 'x'})); "
                   "print(receive_frame(c)[1]['error'])\nexcept EOFError: print('refused')")
         code, out, err = self.brimo("-B", "-c", script, executable=executable, user=user, group=group,
@@ -259,13 +259,13 @@ class ClientGroup(HelperTest):
     def test_nobody_else_gets_in_and_nothing_is_preloaded_into_who_does(self):
         marker = Path("/tmp/preloaded")
         preload = {"LD_PRELOAD": str(TESTS / "bin/libpreloaded.so"), "PRELOADED": str(marker)}
-        # Without the group, what LD_PRELOAD brings runs in the genuine application.
+        # Without the group, preloaded code runs in the genuine application.
         self.assertEqual(self.ask(GENUINE_PYTHON, **preload), "refused")
         self.assertTrue(marker.exists())
         marker.unlink()
         self.assertEqual(self.ask(self.executable, **preload), "unknown command")
         self.assertFalse(marker.exists())
-        # As by sg(1): the group is the process's own, so that the executable gives it nothing, and what is preloaded runs.
+        # As after sg(1): the process already has the group, so the executable adds nothing, and the loader obeys LD_PRELOAD.
         self.assertEqual(self.ask(self.executable, group="games", **preload), "refused")
         self.assertTrue(marker.exists())
         self.assertEqual(self.ask(self.executable, user=0, group="games"), "unknown command")
@@ -278,7 +278,7 @@ class Reasons(HelperTest):
         self.bundle, self.executable = copy_bundle("Copy.app")
 
     def assert_reason(self, reason, *command):
-        """Two refusals of a user's, of whom one line is to be had."""
+        """Refuses two programs of a user, which adds only one line to the log."""
         self.user += 1
         for _ in range(2):
             process = run_as_user(command or [self.executable, "version"], user=self.user)

@@ -1,4 +1,4 @@
-"""The helper's children: a real DHCP server with a real client, a stand-in, spindump."""
+"""The helper's children: a real DHCP server with a real client, a stand-in for the server, and spindump."""
 
 import contextlib
 import json
@@ -14,7 +14,7 @@ import harness
 from harness import USER, Helper, HelperTest, copy_bundle, make_bundles, read_line, run_as_user, sign, wait_until
 from lan import INTERFACE, Lan, ip
 
-# Perl ignores what follows __END__, such as a signature.
+# Perl ignores everything after __END__, such as a signature.
 STAND_IN = """#!/usr/bin/perl
 $| = 1;
 print "stand-in: @ARGV\\n";
@@ -33,7 +33,7 @@ for line in sys.stdin:
 
 
 def state(pid):
-    """Name and state letter of a process; None when there is none."""
+    """The name and the state letter of a process; None if it does not exist."""
     try:
         name, _, rest = Path(f"/proc/{pid}/stat").read_text().partition("(")[2].rpartition(")")
         return name, rest.split()[0]
@@ -42,7 +42,7 @@ def state(pid):
 
 
 def is_running(pid):
-    """Whether there is such a process, not counting zombies."""
+    """Whether the process exists and is not a zombie."""
     found = state(pid)
     return found is not None and found[1] != "Z"
 
@@ -71,11 +71,11 @@ class ChildTest(HelperTest):
     @staticmethod
     def end_strays():
         for pid in processes_named("brimo-dhcpd"):
-            with contextlib.suppress(ProcessLookupError):  # one that is just ending
+            with contextlib.suppress(ProcessLookupError):  # the process may just be exiting
                 os.kill(pid, signal.SIGKILL)
 
     def install(self, source=None):
-        """Puts a signed file, or the stand-in, into the bundle as its DHCP server."""
+        """Installs a signed file, by default the stand-in, as the bundle's DHCP server."""
         if source:
             shutil.copy(source, self.dhcpd)
         else:
@@ -98,7 +98,7 @@ class ChildTest(HelperTest):
                 "pid": str(self.folder / "pid")} | changes
 
     def start(self, client, **changes):
-        """Has the server started; returns its PID, once it has said something."""
+        """Starts the server and returns its PID after its first output."""
         known = self.output.read_text()
         reply = self.ask(client, self.start_command(**changes))
         self.assertEqual(reply.get("result"), "success", reply)
@@ -109,7 +109,7 @@ class ChildTest(HelperTest):
         wait_until(lambda: not is_running(pid), f"PID {pid} has ended")
 
     def assert_no_child(self):
-        """Not even a zombie."""
+        """Checks that the process is gone and has left no zombie."""
         path = Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children")
         wait_until(lambda: path.read_text() == "", "the helper has no child")
 
@@ -144,7 +144,7 @@ class DHCPServer(ChildTest):
         self.wait_for_end(pid)
         self.assert_no_child()
         self.assertIn("[BRHMain] dhcpd started", self.log())
-        self.assertNotIn("[BRHMain] dhcpd completed", self.log())  # a deliberate stop
+        self.assertNotIn("[BRHMain] dhcpd completed", self.log())  # deliberate stops are not logged
 
     def test_sigterm_stops_the_server_and_stop_leaves_it_until_its_name_is_called(self):
         self.install()

@@ -1,4 +1,4 @@
-"""A running Chromium obeys; not of ctest, since it takes a download of 122 MB: see scripts/check."""
+"""A running Chromium follows the proxies. Not part of ctest, because it needs a download of 122 MB; see scripts/check."""
 
 import http.server
 import signal
@@ -14,7 +14,7 @@ PAGE = b"<script>setInterval(() => fetch('/tick?' + Math.random()), 50)</script>
 
 
 class Server:
-    """Answers every request with the page, proxied or not, and counts them."""
+    """Answers all requests with the page, with or without a proxy, and counts them."""
 
     def __init__(self, test, port):
         self.requests = 0
@@ -50,7 +50,7 @@ class Chromium(NetworkTest):
         self.wait_for_requests(self.direct, 60)
 
     def wait_for_requests(self, server, seconds=10):
-        """Until a request comes, and then no other server has more of them."""
+        """Waits for a request to this server. No other server may receive one meanwhile."""
         start, before = time.monotonic(), server.requests
         wait_until(lambda: server.requests > before + 2, "Chromium asks there", seconds)
         print(f"{self.id().rpartition('.')[2]}: after {time.monotonic() - start:.2f} s", flush=True)

@@ -1,4 +1,4 @@
-"""Brimo, the command-line client, and the owners of real sockets that it shows."""
+"""Brimo, the command-line client, and its look-ups of real sockets."""
 
 import json
 import os
@@ -35,7 +35,7 @@ input()
 
 class Lookup(HelperTest):
     def serve(self, kind, family, address, option="", user=harness.USER):
-        """A process with a bound socket; returns it and its port."""
+        """Starts a process with a bound socket. Returns the process and the port."""
         process = run_as_user([PYTHON, "-c", SERVER, f"SOCK_{kind}", family, address, option], user=user,
                               stdin=subprocess.PIPE)
         self.addCleanup(self._end_process, process)
@@ -75,7 +75,7 @@ class Lookup(HelperTest):
         self.assertEqual(self.owner("tcp", f"127.0.0.1:{own_port}")["pid"], os.getpid())
         client.close()
         process.communicate("\n")
-        self.assertEqual(self.owner("tcp", f"127.0.0.1:{own_port}"), {})  # TIME_WAIT belongs to nobody
+        self.assertEqual(self.owner("tcp", f"127.0.0.1:{own_port}"), {})  # a socket in TIME_WAIT has no owner
 
     def test_a_socket_handed_on_belongs_to_who_holds_it_now(self):
         handed = socket.socket(type=socket.SOCK_DGRAM)
@@ -147,7 +147,7 @@ class CommandLine(HelperTest):
     def test_a_terminal_completes_commands(self):
         terminal, other = pty.openpty()
         process = subprocess.Popen([BRIMO], stdin=other, stdout=other, stderr=other, user=USER, group=USER, extra_groups=(),
-                                   # The editor's library keeps the names of functions that are added to it.
+                                   # libedit never frees the names of added functions.
                                    env=harness.ENVIRONMENT | {"TERM": "xterm", "ASAN_OPTIONS": "detect_leaks=0"},
                                    start_new_session=True)
         self.addCleanup(self._end_process, process)
@@ -159,7 +159,7 @@ class CommandLine(HelperTest):
                 self.assertTrue(select.select([terminal], [], [], harness.DEADLINE)[0], seen)
                 seen += os.read(terminal, 1000)
 
-        read_until(b"brimo> ")  # from here on the terminal is the editor's
+        read_until(b"brimo> ")  # libedit controls the terminal from here on
         os.write(terminal, b"versi\t\n")
         read_until(b"helper build 618")
         os.write(terminal, b"quit\n")
@@ -174,7 +174,7 @@ class CommandLine(HelperTest):
         code, out, err = self.brimo("version")
         self.assertEqual((code, out), (3, ""))
         self.assertEqual(err, f"Brimo: cannot reach the helper at {harness.ENDPOINT}: Connection refused\n")
-        self.helper = harness.Helper()  # which serves the same session
+        self.helper = harness.Helper()  # a new helper for the same session
         print("version", file=session.stdin, flush=True)
         self.assertEqual(read_line(session), "helper build 618")
 

@@ -1,4 +1,4 @@
-"""The life of the process: start, log file, endpoint, end, and many connections."""
+"""The process: start, log file, endpoint, end, and many connections."""
 
 import itertools
 import os
@@ -15,7 +15,7 @@ import harness
 from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, HelperTest, LOG, PYTHON, TESTS, read_line, wait_until
 
 SANITIZED = any(name in (TESTS / "bin/BrimoHelper").read_bytes() for name in (b"__asan_init", b"__tsan_init"))
-# A sanitizer keeps freed memory for a while.
+# Sanitizers keep freed memory for a while.
 ALLOWED_GROWTH = 400_000 if SANITIZED else 1_000  # kilobytes
 
 
@@ -38,7 +38,7 @@ class Start(HelperTest):
         os.chmod(ENDPOINT, 0o666)
         self.assert_serves()
         self.assertEqual(os.readlink(f"/proc/{activator.pid}/exe"), str(TESTS / "bin/BrimoHelper"))
-        activator.terminate()  # by now the helper itself
+        activator.terminate()  # it has become the helper by now
         self.assertEqual(activator.wait(DEADLINE), 0)
 
 
@@ -71,7 +71,7 @@ class WithoutActivation(HelperTest):
 
 
 class SystemLog(HelperTest):
-    """A system log that somebody listens to and nobody reads, in a /dev of the tests' own."""
+    """A system log whose socket exists but is never read, in a private /dev."""
 
     def setUp(self):
         devices = Path("/run/devices")
@@ -101,7 +101,7 @@ class SystemLog(HelperTest):
         lines = self.received()
         self.assertRegex(lines[0], r"^<29>\w{3} [ \d]\d \d\d:\d\d:\d\d BrimoHelper\[\d+\]: .*Version: 618, Starting\.\.\.$")
         self.assertLess(len(lines), 60)
-        self.assertGreater(len(self.log()), 60)  # the file has them all
+        self.assertGreater(len(self.log()), 60)  # the file has all lines
         self.assert_serves()
         self.assertRegex(self.received()[0], r": Lines dropped before this one: \d+$")
 
@@ -152,10 +152,10 @@ print(was_hung_up(connection), flush=True)
 
 
 class Load(HelperTest):
-    users = itertools.count(10_000)  # one user may not make so many connections
+    users = itertools.count(10_000)  # one user may not open so many connections
 
     def assert_leaves_nothing(self, work, allowed=ALLOWED_GROWTH):
-        """Has work done, over and over if need be: what is lost is lost each time, a thread's arena is made but once."""
+        """Repeats work if memory grows: a leak grows it each time, but a thread's arena is created only once."""
         self.assert_serves()
         descriptors = self.helper.descriptors()
         for _ in range(5):
@@ -189,12 +189,12 @@ print(all(was_hung_up(connection) for connection in connections), flush=True)
             self.assertEqual(read_line(process), "connected")
             self.helper.go_on()
             self.assertEqual(read_line(process), "True")
-            # Who comes too often is sent away without a line.
+            # Too frequent connections are refused without a log line.
             self.assertLess(len([line for line in self.log()[before:] if "New connection" in line]), 450)
         self.assert_leaves_nothing(come_and_go)
 
     def hold_connections(self, user):
-        """An admitted client of a user that holds all the connections that it can get, and their number."""
+        """Starts an admitted client that opens as many connections as it can. Returns it and their number."""
         process = self.genuine("""
 admitted = []
 try:

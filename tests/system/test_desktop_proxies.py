@@ -1,4 +1,4 @@
-"""What running programs of two users make of "set-proxy", by whatever way it begins and ends."""
+"""How running programs of two users follow "set-proxy", for every way in which it begins and ends."""
 
 import shutil
 import signal
@@ -78,7 +78,7 @@ class OnANetwork(NetworkTest):
 
     def test_programs_follow_the_life_of_the_helper(self):
         self.switch_on()
-        self.brimo("stop")  # which undoes nothing, nor does the next start
+        self.brimo("stop")  # undoes nothing, and neither does the next start
         proxies_off("exited", "0")
         self.wait_for(ON)
         self.start_helper()
@@ -88,7 +88,7 @@ class OnANetwork(NetworkTest):
         self.helper.wait()
         proxies_off()
         self.wait_for(OFF)
-        self.start_helper()  # to which the store is of another time
+        self.start_helper()  # for this helper, the entries in the store are old
         self.assertEqual(self.client().set_proxy({UNKNOWN: {}}), SUCCESS)
         self.assertEqual(plain_words(), NONE)
         self.switch_on()
@@ -110,8 +110,8 @@ class OnANetwork(NetworkTest):
         self.wait_for(ON)
         run("nmcli", "connection", "down", self.wired)
         self.wait_for(OFF)
-        # Without a network of NetworkManager's, what is none of its connections holds; else only where nobody set the
-        # primary one, be it to nothing.
+        # Without a primary connection, a service that is no connection applies. With one, it applies only if nobody has set
+        # the primary connection, not even to no proxies.
         self.assertEqual(self.client().set_proxy({"tunnel": http_proxy(4)}), SUCCESS)
         self.wait_for("http://127.0.0.1:4")
         make_primary(self.wired)
@@ -164,7 +164,7 @@ class OnANetwork(NetworkTest):
         self.wait_for_system_log("an inline PAC script is only passed to NetworkManager")
 
     def test_what_is_out_of_order_leaves_no_proxy(self):
-        """At the end of a client the store, the folder in /run, NetworkManager or the bus cannot be had."""
+        """When a client disconnects, the store, the folder in /run, NetworkManager or the bus is unavailable."""
         def full(folder):
             def spoil():
                 run("mount", "-t", "tmpfs", "-o", "size=256k,mode=0755", "tmpfs", "/mnt")
@@ -213,7 +213,7 @@ class WithoutNetworkManager(DesktopTest):
         self.assertEqual(self.client().set_proxy({"b": http_proxy(2)}), SUCCESS)
         self.wait_for(ON)
         self.brimo("stop")
-        shutil.rmtree(desktop.FOLDER)  # the machine is started anew
+        shutil.rmtree(desktop.FOLDER)  # as after a restart of the machine
         self.start_helper()
         self.users = [User(self, 1000), User(self, 1001)]
         self.assertEqual(self.client().set_proxy({"b": http_proxy(2)}), SUCCESS)
@@ -222,7 +222,7 @@ class WithoutNetworkManager(DesktopTest):
     def test_who_dies_while_publishing_leaves_no_program_behind(self):
         self.assertEqual(self.client().set_proxy({"a": http_proxy(8080)}), SUCCESS)
         self.wait_for(ON)
-        # As after the database has been replaced, and before its programs have been told.
+        # As after the database is replaced, but before programs are notified.
         old = desktop.FOLDER / "dconf.old"
         old.hardlink_to(DATABASE)
         shutil.copy(DATABASE, desktop.FOLDER / "new")

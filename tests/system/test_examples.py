@@ -1,4 +1,4 @@
-"""The examples, as an application developer has them: built against an installed prefix, or from the documents alone."""
+"""The examples, as an application developer uses them: built with an installed library, or written from the documents."""
 
 import json
 import os
@@ -29,11 +29,11 @@ class Application(HelperTest):
         return json.loads(STORE.read_text())["NetworkServices"]["example"].get("Proxies") if STORE.exists() else None
 
     def instances(self):
-        """Arguments of the running examples, by process ID."""
+        """The arguments of the running examples by PID."""
         found = {}
         for folder in Path("/proc").glob("[0-9]*"):
             try:
-                arguments = (folder / "cmdline").read_bytes()  # none while it is being executed, or has ended
+                arguments = (folder / "cmdline").read_bytes()  # empty during exec and after the end
                 if arguments and os.readlink(folder / "exe") == str(EXAMPLE):
                     found[int(folder.name)] = arguments.split(b"\0")[1:-1]
             except OSError:

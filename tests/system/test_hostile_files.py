@@ -1,4 +1,4 @@
-"""File systems that users serve, and may stop serving: nothing of the helper's waits for them."""
+"""File systems that users serve and can stop serving: the helper never waits for them."""
 
 import json
 import os
@@ -15,7 +15,7 @@ WATCHDOG = Path("/tmp/Brimo-External-Processes-Watchdog.json")
 
 class UsersFiles(HelperTest):
     def serve(self):
-        """The process of a user that serves files of his own, and the folder in which others of his find them."""
+        """Starts a user's process that serves files. Returns it and the folder in which his other processes find them."""
         server = self.start_script(PYTHON, SERVE_UNDER_OVERLAY, stdin=subprocess.PIPE)
         self.assertEqual(read_line(server), "mounted")
         return server, f"/proc/{server.pid}/root/var/lib/overlay"
@@ -26,7 +26,7 @@ class UsersFiles(HelperTest):
 
     def test_the_image_of_a_process(self):
         server, folder = self.serve()
-        # In the helper's own namespaces but for what it runs, and named so that a closer look would be taken.
+        # In the helper's namespaces, except for its executable, whose name makes the helper look more closely.
         process = self.start_script(f"{folder}/x (deleted)", """
 listener = socket.create_server(("127.0.0.1", 7777))
 print("listens", flush=True)
@@ -45,7 +45,7 @@ input()
 
         WATCHDOG.write_text(json.dumps([[process.pid, image]]))
         os.chown(WATCHDOG, USER, USER)
-        self.assert_serves()  # after which the client is lost
+        self.assert_serves()  # the helper then loses this client
         wait_until(lambda: not WATCHDOG.exists(), "the file is swept")
         self.assert_serves()
         self.assertIsNone(process.poll())
@@ -54,7 +54,7 @@ input()
         self.assert_serves()
 
     def test_an_image_that_is_reached_through_another_process(self):
-        # Signed and whole, but on a mount of which only a user knows.
+        # Signed and complete, but on a mount that only a user's namespace has.
         other = self.start_script(PYTHON, """
 libc = enter_user_namespace(0x00020000)  # CLONE_NEWNS
 if libc.mount(b"tmpfs", b"/var/lib", b"tmpfs", 0, None):
@@ -71,7 +71,7 @@ input()
         self.assertEqual(self.assert_succeeds(process), "True\n")
 
     def test_a_framework(self):
-        # Served as root's, and signed; who serves it could change it at any time.
+        # Signed and apparently root's, but the user who serves it could change it at any time.
         bundle, executable = copy_bundle("Copy.app")
         framework = bundle / FRAMEWORKS[0]
         FuseServer(framework.parent, framework.name, framework.read_bytes(), ",allow_other")
@@ -93,7 +93,7 @@ for _ in range(70):
         self.assert_succeeds(clients)
         failures = lambda: [line.rpartition("application: ")[2] for line in self.log() if "Failed to launch" in line]
         wait_until(lambda: len(failures()) >= 70 - 8, "no more than eight are waited for", 6 * DEADLINE)
-        # The probe runs on one of the threads that are there for everybody.
+        # The probe runs on a worker that all requests share.
         self.assertEqual(self.brimo("dhcp-discover", "none")[0], 1)
         self.assertLess(len(os.listdir(f"/proc/{self.helper.pid}/task")), 20)
         wait_until(lambda: len(failures()) == 70, "they are given up", 6 * DEADLINE)

@@ -1,4 +1,4 @@
-"""System proxies and static IPv4: the store, a real NetworkManager, and what happens when either is out of order."""
+"""System proxies and static IPv4: the store, a real NetworkManager, and failures of both."""
 
 import json
 import shutil
@@ -22,12 +22,12 @@ def http_proxy(port):
 
 
 def stored():
-    """The services in the store."""
+    """Reads the services in the store."""
     return json.loads(STORE.read_text())["NetworkServices"]
 
 
 class Client:
-    """An admitted client that stays connected."""
+    """Starts an admitted client that stays connected."""
 
     def __init__(self, test):
         self.process = run_as_user([BRIMO], stdin=subprocess.PIPE)
@@ -58,7 +58,7 @@ class NetworkSettingsTest(HelperTest):
         before = self.log().count(line)
         client.process.kill()
         wait_until(lambda: self.log().count(line) > before, line)
-        self.assert_serves()  # which it does not before it has cleaned up
+        self.assert_serves()  # the helper serves only after the clean-up
 
 
 class WithNetworkManager(NetworkSettingsTest):
@@ -93,11 +93,11 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(self.manager.setting(self.active, "proxy.pac-url"), "http://own.example/")
         self.assertEqual(stored(), {self.active: {"IPv4": {"Addresses": ["192.0.2.7"], "ConfigMethod": "Manual",
                                                            "Router": "192.0.2.1", "SubnetMasks": ["255.255.255.128"]}}})
-        # What is no address is stored all the same, and NetworkManager keeps what it has.
+        # An invalid address is stored, but NetworkManager keeps its setting.
         self.assertEqual(client.ask(address="nonsense", **static), {"error": "failed to apply static IP configuration"})
         self.assertEqual(stored()[self.active]["IPv4"]["Addresses"], ["nonsense"])
         self.assertEqual(addresses("nm0"), ["192.0.2.7/25"])
-        # Proxies alone do not bring an address back that has been changed since.
+        # Setting proxies does not restore an address that was changed later.
         run("nmcli", "connection", "modify", self.active, "ipv4.addresses", "192.0.2.99/24")
         self.assertEqual(client.set_proxy({self.active: http_proxy(1)}), SUCCESS)
         self.assertEqual(self.manager.setting(self.active, "ipv4.addresses"), "192.0.2.99/24")
@@ -130,7 +130,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(self.manager.active(), [self.active], "an idle connection stays idle")
         self.assertEqual(stored(), {service: {"Proxies": entity} for service, entity in proxies.items()})
         self.assertEqual([stat.S_IMODE(path.stat().st_mode) for path in (FOLDER, STORE)], [0o700, 0o600])
-        # They outlive the client that did not say to clean up, and a restart of NetworkManager.
+        # They outlive a client that did not ask for a clean-up, and a restart of NetworkManager.
         self.kill(client)
         self.manager.stop()
         self.manager.start()
@@ -165,13 +165,13 @@ class WithNetworkManager(NetworkSettingsTest):
                          "no connection: only stored")
         self.assert_proxied(self.active, 9)
         self.assertEqual(stored()[UNKNOWN], {"Proxies": bad})
-        # What is no ID is cleaned up all the same, and leads to no other setting.
+        # An invalid ID is cleaned up like others and changes no other setting.
         self.assertEqual(client.ask(command="set-static-ip", serviceID=self.idle, address="192.0.2.7", mask="255.255.255.0",
                                     router="192.0.2.1"), SUCCESS)
         run("nmcli", "connection", "modify", self.idle, "ipv4.addresses", "192.0.2.99/24")
         self.assertEqual(client.set_proxy({f"{self.idle}/IPv4": {}}, cleanup=False), FAILURE)
         client.process.stdin.close()
-        wait_until(lambda: self.helper.descriptors() <= before + 2, "no descriptor is left")  # but the log file and the bus
+        wait_until(lambda: self.helper.descriptors() <= before + 2, "no descriptor is left")  # except the log file and the bus
         self.wait_until_off(self.active)
         self.assert_serves()
         self.assertEqual(self.manager.setting(self.idle, "ipv4.addresses"), "192.0.2.99/24")
@@ -204,7 +204,7 @@ class WithNetworkManager(NetworkSettingsTest):
                 self.assertEqual(json.loads(client.process.stdout.readline()), SUCCESS)
         for service in (self.active, self.idle):
             self.assert_proxied(service, 119)
-        # There is one list: who leaves first takes the proxies of both along.
+        # There is one list, so the first client to disconnect switches off the proxies of both.
         self.kill(clients[0])
         self.wait_until_off(self.active)
         self.wait_until_off(self.idle)
@@ -218,7 +218,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.wait_for_log(r"\[BRHMain\] Proxy settings cleanup was incomplete: NetworkManager is not running")
         self.manager.start()
         self.assert_proxied(self.active, 1)
-        self.assert_serves()  # whose client leaves, too
+        self.assert_serves()  # its client disconnects, too
         self.wait_until_off(self.active)
         self.assertEqual(stored()[self.active], {"Proxies": {}})
 
@@ -227,7 +227,7 @@ class WithNetworkManager(NetworkSettingsTest):
         for process in (self.manager.process, self.bus.process):
             process.send_signal(signal.SIGSTOP)
             self.assertEqual(client.set_proxy({self.active: http_proxy(1), self.idle: http_proxy(1)}, cleanup=False), FAILURE)
-            self.assert_serves()  # whose client leaves, and no others wait in full for its clean-up
+            self.assert_serves()  # its client disconnects, and later clean-ups do not wait again
             self.wait_for_log(r"\[BRHMain\] Proxy settings cleanup was incomplete: NetworkManager did not answer a moment ago")
             process.send_signal(signal.SIGCONT)
             wait_until(lambda: client.set_proxy({self.active: http_proxy(2), self.idle: {}}) == SUCCESS, "it is asked again")
@@ -257,7 +257,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assert_proxied(self.active, 1)
         client.process.stdin.close()
         self.wait_until_off(self.active)
-        self.manager.add_connection("nm0", "nm1", active=False)  # an interface comes before a name
+        self.manager.add_connection("nm0", "nm1", active=False)  # an interface takes precedence over a name
         self.manager.add_connection("Idle one", "nm1", active=False)
         self.assertEqual(self.brimo("set-proxy", "nm0", "http=127.0.0.1:3"), (0, "done\n", ""))
         self.assert_proxied(self.active, 3)

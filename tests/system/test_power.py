@@ -1,4 +1,4 @@
-"""The machine stays awake: inhibitors of a real logind, and what happens without one."""
+"""Power assertions: inhibitors of a real logind, and failures of logind."""
 
 import datetime
 import os
@@ -25,7 +25,7 @@ class Power(HelperTest):
         return len([name for name in os.listdir(folder) if "/systemd/inhibit/" in os.readlink(f"{folder}/{name}")])
 
     def assert_no_descriptor_is_left(self, more=0):
-        # One is the connection over which the helper follows NetworkManager, as soon as there is a bus.
+        # One descriptor is the helper's connection for NetworkManager, which it opens as soon as there is a bus.
         wait_until(lambda: self.helper.descriptors() <= self.descriptors + 1 + more, "all other descriptors are closed")
 
     def prevent_sleep(self):
@@ -42,7 +42,7 @@ class Power(HelperTest):
 
     @staticmethod
     def times_of(message):
-        """When the log says that, in seconds."""
+        """The times of a log message in seconds."""
         return [datetime.datetime.fromisoformat(line[:26]).timestamp() for line in LOG.read_text().splitlines()
                 if line.endswith(message)]
 
@@ -54,7 +54,7 @@ class Power(HelperTest):
         bus.start_logind()
         self.prevent_sleep()
         self.assertEqual(bus.inhibitors(), self.expected(1))
-        # They outlive the client, and logind, which is started anew and has them as before.
+        # They outlive the client and a restart of logind.
         bus.start_logind()
         self.assertEqual(bus.inhibitors(), self.expected(1))
         self.prevent_sleep()
@@ -65,7 +65,7 @@ class Power(HelperTest):
         wait_until(lambda: not bus.inhibitors(), "logind has seen it")
         first, second = self.times_of(PREVENTED)
         releases = self.times_of(RELEASED)
-        # Not even the second pair comes early; what the log tells is the wall clock, which may be slewed a little.
+        # Neither pair is released early. The log uses the wall clock, which may be slewed slightly.
         for begin, end in zip((first, first, second, second), releases, strict=True):
             self.assertGreaterEqual(end - begin, 30 - 0.02)
         self.assertEqual(self.failures(), [])
@@ -83,7 +83,7 @@ class Power(HelperTest):
         self.assertEqual(self.failures(), [FAILED.format(2)] * 2)  # ENOENT
         SystemBus(self)
         self.prevent_sleep()
-        self.assertEqual(self.failures()[2:], [FAILED.format(113)] * 2)  # EHOSTUNREACH: nobody has that name
+        self.assertEqual(self.failures()[2:], [FAILED.format(113)] * 2)  # EHOSTUNREACH: the name has no owner
         self.assert_no_descriptor_is_left()
 
     def test_who_does_not_answer_is_not_waited_for(self):
@@ -96,11 +96,11 @@ class Power(HelperTest):
             self.assertEqual(self.failures()[-2:], [FAILED.format(110)] * 2)  # ETIMEDOUT
             self.assert_no_descriptor_is_left(more=len(held))
             process.send_signal(signal.SIGCONT)
-            # One silence is enough: for a while it is not asked again.
+            # After one timeout, the helper does not ask again for a while.
             before = len(self.failures())
             self.prevent_sleep()
             self.assertEqual(self.failures()[before:], [FAILED.format(110)] * 2)
-            # What logind was asked for in vain it had granted, and let go of with the connection.
+            # logind has granted the inhibitors after the timeout and released them with the connection.
             wait_until(lambda: bus.inhibitors() == held, "nothing is left of that")
             wait_until(self.succeeds, "it is asked again")
             wait_until(lambda: len(bus.inhibitors()) > len(held), "the new ones are there")

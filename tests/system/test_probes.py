@@ -1,4 +1,4 @@
-"""The network probes: DHCP servers and IPv6 routers, real, absent, and hostile."""
+"""The network probes: real, missing and hostile DHCP servers and IPv6 routers."""
 
 import json
 import os
@@ -14,10 +14,10 @@ from harness import TESTS, HelperTest, wait_until
 from lan import (BROADCAST, INTERFACE, OUR_MAC, Lan, advertisement, captured, checksum, dhcp_message, icmpv6_frame, ip,
                  set_option, udp_frame)
 
-# A thread sanitizer adds a thread of its own to the first.
+# ThreadSanitizer adds a thread.
 SANITIZER_THREADS = 1 if b"__tsan_init" in (TESTS / "bin/BrimoHelper").read_bytes() else 0
 
-# Sends requests over one connection; prints the replies in the order in which they come, with the seconds they took.
+# Sends requests over one connection. Prints the replies in order of arrival with their durations in seconds.
 ASK = """
 import sys, time
 connection = connect_greeted()
@@ -42,7 +42,7 @@ def detect(interface=INTERFACE):
 
 class ProbeTest(HelperTest):
     def setUp(self):
-        # What the probes print is looked at, and does not disturb the test's own output.
+        # The tests read the probes' output, which goes to a file.
         saved = [os.dup(1), os.dup(2)]
         self.output = Path("/tmp/helper.output")
         with self.output.open("wb") as file:
@@ -64,7 +64,7 @@ class ProbeTest(HelperTest):
         return eval(self.assert_succeeds(process))
 
     def ask(self, *requests):
-        """Replies in the order in which they came: (number of the request from 1, dictionary, seconds)."""
+        """The replies in order of arrival: (number of the request, from 1; dictionary; seconds)."""
         return self.replies_of(self.start_asking(*requests))
 
     def threads(self):
@@ -168,7 +168,7 @@ class DHCP(ProbeTest):
                          [(1, in_use), (2, in_use), (3, {"version": 618})])
 
         wait_until(lambda: self.log()[-1].startswith("[BRHDHCPDetector] Valid responses"), "the probe has ended")
-        # The port is free when a reply arrives.
+        # The port is free once a reply arrives.
         for _ in range(2):
             replies = self.ask(discover(), {"json": b'{"command":"version"}'})
             self.assertEqual([number for number, _, _ in replies], [2, 1])
@@ -189,12 +189,12 @@ class DHCP(ProbeTest):
             (b"", ignored),
             (dhcp_message(5, hardware=BROADCAST),
              f"DHCPOFFER XID (5) did not match DHCPDISCOVER XID ({transaction}) - ignoring packet"),
-            (dhcp_message(transaction, bytes(400) + b"\x35\x01\x02"), ignored),  # cut off at 548 bytes
+            (dhcp_message(transaction, bytes(400) + b"\x35\x01\x02"), ignored),  # truncated to 548 bytes
             (dhcp_message(transaction), "DHCPOFFER giaddr: 0.0.0.0"),
         ]
         for message, _ in steps:
             wire.send(udp_frame(message))
-        # Not for this machine, not for this port, and damaged on the way.
+        # For another machine, for another port, and damaged.
         wire.send(udp_frame(dhcp_message(transaction), "192.0.2.66", destination=bytes.fromhex("020000000066")))
         wire.send(udp_frame(dhcp_message(transaction), "192.0.2.67", ports=(67, 69)))
         wire.send(udp_frame(dhcp_message(transaction), "192.0.2.68", damaged=True))
@@ -231,7 +231,7 @@ class DHCP(ProbeTest):
             self.assertEqual(self.servers(), ["192.0.2.1"])
         self.assertLess(self.helper.resident_kilobytes() - before, 20_000)
         self.assertEqual(self.lines_of("BRHDHCPDetector").count("DHCPOFFER from IP address 192.0.2.1"), 3)
-        # A thousandth of what the log would be otherwise.
+        # A thousandth of the size without the limit.
         self.assertEqual(self.lines_of("BRHDHCPDetector").count("Ignoring further packets without a log"), 3)
         self.assertLess(len(self.lines_of("BRHDHCPDetector")), 3 * 20 * 10)
 
@@ -266,7 +266,7 @@ class Router(ProbeTest):
     def test_routers_are_asked_when_their_answer_would_be_heard(self):
         wire = self.lan.packet_socket("lan", "wire")
         trace = Path("/tmp/probe.trace")
-        # Both threads are slowed down: the receiver, which has more to set, is the later one.
+        # Slows down both threads, so that the receiver, which sets more options, is ready last.
         strace = subprocess.Popen(["strace", "-f", "-p", str(self.helper.pid), "-e", "trace=setsockopt,sendto", "-e",
                                    "inject=setsockopt:delay_enter=20000", "-o", trace], stderr=subprocess.PIPE, text=True)
         self.addCleanup(strace.communicate)
@@ -307,7 +307,7 @@ class Router(ProbeTest):
         self.assertIn(len(times), (5, 6))
         self.assertEqual(self.lines_of("BRHV6RADetector"), ["start", "timeout"])
         self.assertIn(f"Sent RS (8\u202fbytes) on {INTERFACE}\n", self.output.read_text())
-        # The main queue's timers have made three descriptors.
+        # The timers of the main queue have created three descriptors.
         wait_until(lambda: self.helper.descriptors() <= descriptors + 3 and self.threads() <= 2, "everything was given back")
 
     def test_interfaces_that_cannot_be_probed(self):
@@ -330,13 +330,13 @@ class Router(ProbeTest):
         (_, reply, seconds), = self.replies_of(probe)
         self.assertEqual(reply, {})
         self.assertGreaterEqual(seconds, 4.99)
-        # Sent in the same way, one that counts is found.
+        # A valid advertisement, sent in the same way, is found.
         self.lan.start_sending([icmpv6_frame(advertisement(), source="fe80::1")], interval=0.01)
         self.assertEqual(self.detect()[0]["data"][0], 134)
 
     def test_a_hundred_at_once(self):
         self.lan.start_sending([icmpv6_frame(advertisement(), source="fe80::1")], interval=1.5)
-        self.assertIn("data", self.detect()[0])  # makes what stays: the thread and descriptors of timers
+        self.assertIn("data", self.detect()[0])  # creates the timers' thread and descriptors, which stay
         wait_until(lambda: self.threads() <= 2, "the first has ended")
         descriptors = self.helper.descriptors()
         replies = self.ask(*[detect() for _ in range(100)], {"json": b'{"command":"version"}'})

@@ -1,4 +1,4 @@
-"""Frames, payloads and connections of an admitted client, well-formed and not."""
+"""Valid and invalid frames, payloads and connections of an admitted client."""
 
 import os
 import shutil
@@ -25,7 +25,7 @@ for bad in [
 ]:
     connection = connect_greeted()
     connection.sendall(good + bad)
-    assert receive_frame(connection) == [1, {"error": "unknown command"}], bad  # what came whole is handled
+    assert receive_frame(connection) == [1, {"error": "unknown command"}], bad  # complete frames are handled
     assert was_hung_up(connection), bad
 """))
         wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 16, "every connection ended once")
@@ -60,7 +60,7 @@ assert receive_frame(connection) == [2**64 - 1, {"error": "unknown command"}]
         self.assertIn("[BRHMain] JSON command does not accept a reply", self.log())
 
     def test_a_client_that_leaves_its_replies_unread_is_let_go(self):
-        # Each reply carries a path of nearly 4,000 bytes.
+        # Each reply contains a path of nearly 4,000 bytes.
         folder = Path("/var/lib")
         while len(str(folder)) < 3800:
             folder /= "x" * 200
@@ -96,7 +96,7 @@ except (BrokenPipeError, ConnectionResetError):
 
 
     def flood(self):
-        """An admitted client that has sent 100,000 bytes of small requests to a helper that is paused."""
+        """Starts an admitted client, pauses the helper and sends 100,000 bytes of small requests."""
         process = self.genuine("""
 connection = connect_greeted()
 connection.sendall(frame(1, {"command": "first"}))

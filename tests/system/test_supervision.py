@@ -1,4 +1,4 @@
-"""The application dies and is launched again: as whom, with what, how often, and when not."""
+"""The relaunch of an application that dies: its user, its environment, how often, and when not."""
 
 import glob
 import json
@@ -14,12 +14,12 @@ from harness import ENVIRONMENT, HelperTest, TESTS, USER, copy_bundle, read_line
 from system_bus import SystemBus
 
 DIED, RELAUNCHING = "[BRHMain] Main process died unexpectedly", "[BRHMain] Relaunching"
-NOBODY_IN_PARTICULAR = 4321  # a user whom no user database knows
+NOBODY_IN_PARTICULAR = 4321  # a user ID without an entry in the user database
 
 
 class Relaunch(HelperTest):
     def setUp(self):
-        # Applications end after the helper, which would launch them again.
+        # Ends applications after the helper, which would relaunch them.
         self.started, self.relaunched = [], []
         self.addCleanup(self.end_applications)
         super().setUp()
@@ -27,7 +27,7 @@ class Relaunch(HelperTest):
 
     def make_bundle(self):
         self.bundle, self.executable = copy_bundle("Relaunched.app")
-        self.executable.unlink()  # which may be running
+        self.executable.unlink()  # it may be running, so it cannot be overwritten
         shutil.copy(TESTS / "bin/relaunched", self.executable)
         sign(self.executable)
 
@@ -37,12 +37,12 @@ class Relaunch(HelperTest):
         for pid in self.relaunched:
             try:
                 os.kill(pid, signal.SIGKILL)
-                os.waitpid(pid, 0)  # its parent is this process, the first of its namespace
+                os.waitpid(pid, 0)  # this process is the first of its namespace, so it is the parent
             except (ProcessLookupError, ChildProcessError):
                 pass
 
     def start(self, **options):
-        """The application, admitted and with the watchdog armed."""
+        """Starts the application, which is admitted and starts the watchdog."""
         process = run_as_user([self.executable], stdin=subprocess.PIPE, **options)
         self.started.append(process)
         self.assertEqual(read_line(process), "armed")
@@ -53,19 +53,19 @@ class Relaunch(HelperTest):
         print(command, file=process.stdin, flush=True)
 
     def kill(self, pid):
-        """Kills the application; returns when the helper has seen to that."""
+        """Kills the application and waits until the helper has handled that."""
         before = self.log().count(DIED)
         os.kill(pid, signal.SIGKILL)
         wait_until(lambda: self.log().count(DIED) == before + 1, "the helper has noticed")
 
     def kill_and_be_relaunched(self, pid):
-        """Kills the application; returns when the helper has begun to launch it again."""
+        """Kills the application and waits until the helper begins to relaunch it."""
         before = self.log().count(RELAUNCHING)
         self.kill(pid)
         wait_until(lambda: self.log().count(RELAUNCHING) == before + 1, "it is to come back")
 
     def report(self, argument):
-        """What the one application that was launched with the argument has written down, and its pid."""
+        """The report and the PID of the only application that was launched with the argument."""
         path, = wait_until(lambda: [p for p in glob.glob(f"/tmp/{argument}.*") if not p.endswith(".part")], "it runs")
         report = json.loads(Path(path).read_text())
         Path(path).unlink()
@@ -113,7 +113,7 @@ class Relaunch(HelperTest):
         return Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children").read_text().split()
 
     def test_what_the_application_lacks_is_filled_in(self):
-        process = self.start(env={}, user=33)  # www-data, whom every Debian machine has
+        process = self.start(env={}, user=33)  # www-data, which every Debian machine has
         self.kill(process.pid)
         report, pid = self.report("-crashWatchDog")
         self.assert_runs_as(report, 33, [])
@@ -122,16 +122,16 @@ class Relaunch(HelperTest):
         self.assertEqual(report["folder"], "/var/www" if os.path.isdir("/var/www") else "/")
 
     def test_where_systemd_runs_nothing_is_launched_but_by_it(self):
-        # Here is a bus and no systemd to answer: the booted tests have one.
+        # There is a bus here but no systemd; the booted tests have one.
         SystemBus(self)
-        os.makedirs("/run/systemd/system", exist_ok=True)  # says that systemd runs
+        os.makedirs("/run/systemd/system", exist_ok=True)  # indicates that systemd is running
         self.addCleanup(os.rmdir, "/run/systemd/system")
         self.command(self.start(), "defunct-restart")
         self.wait_for_log(r"\[BRHMain\] Failed to launch main application: .*org\.freedesktop\.systemd1.*")
         self.assertEqual(glob.glob("/tmp/-crash*"), [])
 
     def check_who_comes_back(self, user, groups, other):
-        self.assertEqual(self.brimo("version", user=other)[0], 0)  # was admitted before
+        self.assertEqual(self.brimo("version", user=other)[0], 0)  # this user was admitted before
         process = self.start(user=user, groups=groups)
         self.command(process, "defunct-restart")
         report, pid = self.report("-crashDefunctRestart")

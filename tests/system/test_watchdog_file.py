@@ -1,4 +1,4 @@
-"""The watchdog file, against real processes of several users."""
+"""The watchdog file with real processes of several users."""
 
 import json
 import os
@@ -38,12 +38,12 @@ while input():
         os.chown(WATCHDOG, owner, owner)
 
     def lose_client(self):
-        """Has a client come and go; returns what the helper said when it had gone."""
+        """Connects and disconnects a client. Returns what the helper logs afterwards."""
         before = len(self.log())
         self.brimo("version")
         wait_until(lambda: "[BRHMain] XPC connection closed" in self.log()[before:], "the client's end is noticed")
         print("?", file=self.staying.stdin, flush=True)
-        self.assertEqual(read_line(self.staying), "1")  # by then the sweep is over, and no other client's end begins one
+        self.assertEqual(read_line(self.staying), "1")  # the sweep is over by now, and no other client can start one
         lines = self.log()[before:]
         end = lines.index("[BRHMain] XPC connection closed")
         return [line for line in lines[end + 1:] if "watchdog" in line]

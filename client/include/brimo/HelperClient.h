@@ -13,52 +13,55 @@
 namespace brimo {
 inline namespace v1 {
 
-/// What Options::onConnection is told.
+/// The argument of Options::onConnection.
 struct ConnectionChange {
-  std::optional<std::int64_t> build;  ///< of the helper that has admitted this program; absent: there is no connection
-  std::optional<Error> error;         ///< why there is none
+  std::optional<std::int64_t> build;  ///< of the helper; absent while there is no connection
+  std::optional<Error> error;         ///< why there is no connection
 };
 
 struct Options {
-  /// Name of the service; empty: the one that the library was built for.
+  /// Name of the service; if empty, the one that the library was built for.
   std::string service;
 
-  /// Handlers run on a thread of the client's own. Otherwise they wait for deliver(), for programs with a main loop.
+  /// Whether handlers run on a thread of the client's own. If false, they run in deliver(), for programs with a main
+  /// loop.
   bool ownThread = true;
 
-  /// A connection that was lost is made again at once, then one, two, four … at most 30 seconds later, until there is
-  /// one or the helper refuses. Otherwise the next request makes it. No request is ever sent twice.
+  /// Whether the client reconnects by itself after it has lost the connection. It keeps trying, with growing pauses of
+  /// at most 30 seconds, until it succeeds or the helper refuses. If false, the next request connects again. No request
+  /// is ever sent twice.
   bool reconnects = true;
 
-  /// How long an answer is waited for. Requests that take their time by nature have that time in addition.
+  /// How long a request waits for its answer. Requests that take long by design get that time in addition.
   std::chrono::milliseconds timeLimit{10'000};
 
-  /// Called like a handler whenever a connection has come up, could not be made or has been lost. This is the moment to
-  /// set proxies and the watchdog again: the helper has undone, or forgotten, what an earlier connection set.
+  /// Called like a handler whenever the client has connected, has failed to connect or has lost its connection. After a
+  /// new connection, set proxies and the watchdog again: the helper has undone or forgotten earlier settings.
   std::function<void(const ConnectionChange&)> onConnection;
 };
 
-/// The application's connection to its helper. Keep ONE in a process, for as long as its settings are to stay: when any
-/// client's connection ends, the helper undoes the work of all.
+/// The application's connection to its helper. Keep exactly one per application, for as long as its settings must stay:
+/// when any client's connection ends, the helper undoes the work of all clients.
 ///
-/// Any thread may call anything at any time, handlers included; only the destructor must not meet other calls, and may
-/// itself be called by a handler. Requests are under way together, over one connection. A process that was forked off
-/// cannot use it.
+/// - All functions may be called on any thread at any time, also by handlers.
+/// - The destructor must not run at the same time as another call; a handler may call it.
+/// - Several requests can be pending at a time; all use the same connection.
+/// - A forked child process must not use the parent's client.
 class BRIMO_CLIENT_API HelperClient {
  public:
-  /// Of a request; never 0, and never used twice.
+  /// Identifies a request; never 0 and never reused.
   using ID = std::uint64_t;
 
-  /// Connects with the first request. Throws std::system_error when the system has no thread or descriptor left.
+  /// The first request connects. Throws std::system_error when no thread or descriptor is available.
   explicit HelperClient(Options options = {});
 
-  /// What is under way ends with ErrorCode::cancelled: those handlers run on this thread, before this returns.
+  /// Cancels all pending requests. Their handlers run on this thread before the destructor returns.
   ~HelperClient();
   HelperClient(const HelperClient&) = delete;
   HelperClient& operator=(const HelperClient&) = delete;
 
-  /// Sends a request. The handler is called exactly once, whatever happens, and never by this call itself; it must not
-  /// throw. A limit stands in place of the client's own.
+  /// Sends a request. The handler is called exactly once, whatever happens, but never within this call. It must not
+  /// throw. `limit` replaces the client's time limit.
   template <class Value>
   ID send(const Request<Value>& request, typename Request<Value>::Handler handler,
           std::optional<std::chrono::milliseconds> limit = {}) {
@@ -67,23 +70,24 @@ class BRIMO_CLIENT_API HelperClient {
         [request, handler = std::move(handler)](const detail::Reply& reply) { handler(request.read(reply)); }, limit);
   }
 
-  /// Sends a request and waits for its result, at most for the time limit.
+  /// Sends a request and waits for its result, but no longer than the time limit.
   template <class Value>
   Result<Value> call(const Request<Value>& request, std::optional<std::chrono::milliseconds> limit = {}) {
     return request.read(*wait(request.message(), limit));
   }
 
-  /// Has the request's handler called with ErrorCode::cancelled, unless its result is there already. What has been sent
-  /// the helper does all the same.
+  /// Completes a request with ErrorCode::cancelled unless it already has a result. The helper still carries out a
+  /// request that has been sent.
   void cancel(ID request);
 
-  /// Makes a connection, if there is none, without asking for anything.
+  /// Connects, if there is no connection, without sending a request.
   void connect();
 
-  /// Readable when deliver() has something to do; for poll(), GLib, Qt or Asio. -1 with a thread of the client's own.
+  /// A descriptor that is readable when deliver() has work to do, for poll(), GLib, Qt or Asio. -1 if
+  /// Options::ownThread.
   int descriptor() const;
 
-  /// Calls the handlers that are due, on this thread. One at a time in the process.
+  /// Calls the handlers that are due, on this thread. Must not run on two threads at once.
   void deliver();
 
  private:
@@ -96,8 +100,8 @@ class BRIMO_CLIENT_API HelperClient {
   std::unique_ptr<Implementation> implementation_;
 };
 
-/// The library's version, as 1,000,000 times the major one, 1,000 times the minor one and the patch: of the one that
-/// runs, where BRIMO_CLIENT_VERSION is the one that was compiled with.
+/// The version of the library at run time: 1,000,000 * major + 1,000 * minor + patch. BRIMO_CLIENT_VERSION is the
+/// version of the headers.
 BRIMO_CLIENT_API int clientVersion();
 #define BRIMO_CLIENT_VERSION 1000000
 

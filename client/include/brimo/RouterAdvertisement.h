@@ -1,4 +1,4 @@
-// What a router advertisement says (RFC 4861; RFC 8106 for DNS).
+// The content of a router advertisement (RFC 4861; RFC 8106 for DNS).
 #pragma once
 
 #include <cstdint>
@@ -9,21 +9,21 @@
 namespace brimo {
 inline namespace v1 {
 
-/// Times are in seconds; 0xFFFFFFFF stands for ever.
+/// Times are in seconds; 0xFFFFFFFF means for ever.
 struct RouterAdvertisement {
   struct Prefix {
     std::string prefix;       ///< "2001:db8::/64"
-    bool onLink = false;      ///< hosts of the prefix are reached without a router
-    bool autonomous = false;  ///< hosts may make their own addresses of it
+    bool onLink = false;      ///< hosts with the prefix can be reached without a router
+    bool autonomous = false;  ///< hosts may form their own addresses with it
     std::uint32_t validLifetime = 0;
     std::uint32_t preferredLifetime = 0;
   };
 
-  std::string router;                           ///< its address, with its interface where that is known: "fe80::1%eth0"
-  std::uint8_t hopLimit = 0;                    ///< for hosts to use; 0: no advice
-  bool managed = false;                         ///< addresses are had by DHCPv6
-  bool otherConfiguration = false;              ///< other settings are had by DHCPv6
-  std::uint16_t lifetime = 0;                   ///< as a default router
+  std::string router;                           ///< its address, with the interface if known: "fe80::1%eth0"
+  std::uint8_t hopLimit = 0;                    ///< recommended to hosts; 0 if unspecified
+  bool managed = false;                         ///< DHCPv6 provides addresses
+  bool otherConfiguration = false;              ///< DHCPv6 provides other settings
+  std::uint16_t lifetime = 0;                   ///< as a default router; 0 if it is none
   std::optional<std::string> linkLayerAddress;  ///< "02:00:00:00:00:01"
   std::optional<std::uint32_t> mtu;
   std::vector<Prefix> prefixes;

@@ -15,17 +15,16 @@ inline namespace v1 {
 
 struct SocketAddress {
   bool isIPv6 = false;
-  std::array<std::uint8_t, 16> bytes{};  ///< in network order; IPv4 has the first four
+  std::array<std::uint8_t, 16> bytes{};  ///< in network order; IPv4 uses the first four
   std::uint16_t port = 0;                ///< in host order
-  std::uint32_t scope = 0;               ///< index of the interface, of link-local IPv6 addresses
+  std::uint32_t scope = 0;               ///< interface index of a link-local IPv6 address
 };
 
-/// The address in the system's form, a sockaddr_in or sockaddr_in6; absent for any other family. A v4-mapped IPv6
-/// address stays what it is.
+/// Converts a sockaddr_in or sockaddr_in6; absent for other families. A v4-mapped IPv6 address stays an IPv6 address.
 BRIMO_CLIENT_API std::optional<SocketAddress> socketAddress(const ::sockaddr* address);
 
-/// Reads "192.0.2.1:80", "[2001:db8::1]:80" or "[fe80::1%eth0]:80"; absent when it is anything else, or this machine
-/// has no such interface.
+/// Parses "192.0.2.1:80", "[2001:db8::1]:80" or "[fe80::1%eth0]:80". Absent for any other form, or when this machine
+/// does not have the interface.
 BRIMO_CLIENT_API std::optional<SocketAddress> parseSocketAddress(const std::string& text);
 
 }  // namespace v1

@@ -1,4 +1,4 @@
-// What the helper can be asked for. Each function makes a request, which HelperClient sends.
+// The requests that the helper accepts. Each function makes one, and HelperClient sends it.
 #pragma once
 
 #include <brimo/RouterAdvertisement.h>
@@ -21,7 +21,7 @@ struct Message;
 struct Reply;
 }  // namespace detail
 
-/// A request whose answer is a Value. Never changes, so it can be sent many times and by many threads.
+/// A request whose answer is a Value. Immutable, so it can be sent several times and on several threads.
 template <class Value>
 class Request {
  public:
@@ -45,19 +45,19 @@ enum class Transport { tcp, udp };
 
 struct SocketOwner {
   std::int32_t pid = 0;
-  std::optional<std::string> path;  ///< of its executable; absent when the helper does not know it
+  std::optional<std::string> path;  ///< of the executable; absent when the helper does not know it
 };
 
-/// The process that owns the socket bound to a local address; absent when there is none. The other end of a connection,
-/// where it is known, makes the look-up exact and quick.
+/// The process that owns the socket bound to a local address; absent when there is none. For a connection, pass the
+/// remote end too if it is known: this makes the look-up exact and fast.
 BRIMO_CLIENT_API Request<std::optional<SocketOwner>> processLookup(Transport transport, const SocketAddress& local,
                                                                    const std::optional<SocketAddress>& remote = {});
 
-/// The DHCP servers that answer on an interface, by address, in order of arrival. Takes two seconds.
+/// The addresses of the DHCP servers that answer on an interface, in order of arrival. Takes two seconds.
 BRIMO_CLIENT_API Request<std::vector<std::string>> dhcpDiscover(const std::string& interface);
 
-/// The first IPv6 router that answers on an interface; absent when none has in five seconds, or there is no such
-/// interface.
+/// The first IPv6 router that answers on an interface; absent when none answers within five seconds or the interface
+/// does not exist.
 BRIMO_CLIENT_API Request<std::optional<RouterAdvertisement>> raDetect(const std::string& interface);
 
 struct ProxyServer {
@@ -65,66 +65,68 @@ struct ProxyServer {
   std::uint16_t port = 0;
 };
 
-/// The proxies of one network service. With nothing in it: none.
+/// The proxies of one network service. By default, no proxies.
 struct Proxies {
   std::optional<ProxyServer> http, https, socks;
-  std::string automaticURL;             ///< of a proxy auto-configuration file; empty: none
-  std::vector<std::string> exceptions;  ///< reached directly: hosts, "*.example.org", addresses, "10.0.0.0/8"
-  bool exceptSimpleNames = false;       ///< names without a dot are reached directly
+  std::string automaticURL;             ///< of a proxy auto-configuration file; empty if there is none
+  std::vector<std::string> exceptions;  ///< without a proxy: hosts, "*.example.org", addresses, "10.0.0.0/8"
+  bool exceptSimpleNames = false;       ///< no proxy for names without a dot
 };
 
-/// What becomes of proxies when a client leaves.
+/// What happens to the proxies when a client disconnects.
 enum class ProxyLifetime {
-  untilAClientLeaves,  ///< the helper takes them off when any client's connection ends, not only this one's
-  permanent,           ///< they stay
-  permanentForAll,     ///< they stay, and so do all that were to be taken off
+  untilAClientLeaves,  ///< the helper switches them off when any client disconnects, not only this one
+  permanent,           ///< the proxies stay
+  permanentForAll,     ///< the proxies stay, and so do all that were set with untilAClientLeaves before
 };
 
-/// Gives network services these proxies and no others, by the services' IDs.
+/// Replaces the proxies of network services. The keys are the services' IDs.
 BRIMO_CLIENT_API Request<Done> setProxies(const std::map<std::string, Proxies>& proxiesByService,
                                           ProxyLifetime lifetime);
 
-/// Gives a service a manual IPv4 configuration, all addresses in dotted form. Nothing undoes it.
+/// Gives a service a manual IPv4 configuration, which stays. All addresses are in dotted form.
 BRIMO_CLIENT_API Request<Done> setStaticIP(const std::string& service, const std::string& address,
                                            const std::string& mask, const std::string& router);
 
-/// Has the helper launch the application again, with the argument "-crashWatchDog", one second after any client's
-/// connection has ended, at most once in 30 seconds. What is launched is the program that was admitted last; one that
-/// still runs must bear a second start. The watchdog is then off until it is started anew.
+/// Makes the helper relaunch the application with the argument "-crashWatchDog".
+///
+/// - The launch follows one second after any client's connection ends, at most once every 30 seconds.
+/// - The helper launches the program that it admitted last, even if that still runs.
+/// - The watchdog then stops; start it again after each launch.
 BRIMO_CLIENT_API Request<Done> startWatchdog();
 BRIMO_CLIENT_API Request<Done> stopWatchdog();
 
-/// Has the helper kill this process and launch the application a second later with the argument "-crashDefunctRestart".
-/// An answer is always an error.
+/// Makes the helper kill this process and launch the application one second later with the argument
+/// "-crashDefunctRestart". Any answer is therefore an error.
 BRIMO_CLIENT_API Request<Done> defunctRestart();
 
-/// Keeps the machine from falling asleep while idle, for 30 seconds. Succeeds even where that is not possible.
+/// Keeps an idle machine awake for 30 seconds. Succeeds even when the system does not allow that.
 BRIMO_CLIENT_API Request<Done> preventSleepTemporarily();
 
-/// What the DHCP server of the application's bundle is started with. Paths are absolute.
+/// Settings for the DHCP server in the application's bundle. Paths are absolute.
 struct DHCPServerSettings {
   std::string executable;  ///< the bundle's Contents/Applications/brimo-dhcpd, or a link to it
   std::string interface;
   std::string configuration;
-  std::string leases;   ///< file of leases, which must exist
-  std::string output;   ///< file that its output is appended to; must exist and belong to the user
+  std::string leases;   ///< lease file, which must exist
+  std::string output;   ///< file that receives its output; must exist and belong to the user
   std::string pidFile;  ///< written by the server
 };
 
-/// Starts the DHCP server in place of a previous one, and kills whatever else holds UDP port 67. Answers its process
-/// ID. It ends when any client's connection does.
+/// Starts the DHCP server and returns its process ID. Stops a previous server first and kills any other process that
+/// holds UDP port 67. The server ends when any client's connection ends.
 BRIMO_CLIENT_API Request<std::int32_t> startDHCPServer(const DHCPServerSettings& settings);
 
-/// Stops the DHCP server, and every process named brimo-dhcpd or brimo-ra.
+/// Stops the DHCP server and kills every process named brimo-dhcpd or brimo-ra.
 BRIMO_CLIENT_API Request<Done> stopDHCPServer();
 
-/// Has spindump sample this process into a file, unless it does so already. Answers at once.
+/// Starts spindump, which samples this process into a file, unless it already runs. Returns at once.
 BRIMO_CLIENT_API Request<Done> spindump(const std::string& path);
 
-/// Ends the helper process. It undoes nothing, and is started again by the next connection.
+/// Ends the helper process without any clean-up. The next connection starts it again.
 BRIMO_CLIENT_API Request<Done> stop();
 
-/// Any JSON command, as UTF-8 text; answers the reply's text. A reply with an "error" is ErrorCode::rejected.
+/// Sends any JSON command as UTF-8 text and returns the reply's text. A reply with an "error" is ErrorCode::rejected.
 BRIMO_CLIENT_API Request<std::string> jsonCommand(const std::string& command);
 
 }  // namespace v1

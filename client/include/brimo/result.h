@@ -1,46 +1,46 @@
-// What a request comes to: its answer, or why there is none.
+// The result of a request: its answer or an error.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <utility>
 
-/// Marks what the library exports.
+/// Marks the symbols that the library exports.
 #define BRIMO_CLIENT_API __attribute__((visibility("default")))
 
 namespace brimo {
 inline namespace v1 {
 
 enum class ErrorCode {
-  notInstalled,     ///< no helper can be reached: none is installed, or its endpoint is not served
-  refused,          ///< the helper does not admit this program, or has too many connections; the system log says which
-  lost,             ///< the connection ended before the answer came; the helper may have done the work or not
+  notInstalled,     ///< the helper cannot be reached: it is not installed or its endpoint is not active
+  refused,          ///< the helper refuses this program or has too many connections; the system log has the reason
+  lost,             ///< the connection ended before the answer came; the helper may or may not have done the work
   timedOut,         ///< no answer came in time; the helper may still do the work
-  cancelled,        ///< by cancel(), or by the end of the client
-  invalidArgument,  ///< the request cannot be sent; nothing has been
+  cancelled,        ///< by cancel() or by the client's destructor
+  invalidArgument,  ///< the request is invalid and was not sent
   rejected,         ///< the helper answered with an error; the message is its text
 };
 
 struct Error {
   ErrorCode code;
-  std::string message;  ///< a sentence for people, UTF-8
+  std::string message;  ///< for people to read, in UTF-8
 };
 
-/// The answer to a request, or an error.
+/// The result of a request: an answer or an error.
 template <class Value>
 class Result {
  public:
   Result(Value value) : value_(std::move(value)) {}
   Result(Error error) : error_(std::move(error)) {}
 
-  /// Whether there is an answer.
+  /// Whether this is an answer.
   explicit operator bool() const { return value_.has_value(); }
 
-  /// The answer. Undefined when there is none.
+  /// The answer. Undefined if this is an error.
   const Value& operator*() const { return *value_; }
   const Value* operator->() const { return &*value_; }
 
-  /// The error. Undefined when there is an answer.
+  /// The error. Undefined if this is an answer.
   const Error& error() const { return *error_; }
 
  private:

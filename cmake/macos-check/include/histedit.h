@@ -1,4 +1,4 @@
-// What the command line uses of libedit (editline(3)), declared here for the cross-build.
+// The parts of libedit (editline(3)) that the command line uses, declared for the cross-build.
 #pragma once
 
 #include <stdio.h>

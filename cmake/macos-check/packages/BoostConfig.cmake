@@ -1,7 +1,7 @@
-# Boost.JSON and Boost.URL from Debian's headers, which hold the sources too.
+# Boost.JSON and Boost.URL from Debian's headers, which include the sources.
 set(Boost_VERSION 1.81.0)
 foreach(name json url)
-  # Newer headers come without the sources of Boost.URL; what uses it is then compiled, but cannot be linked.
+  # Newer headers do not include the sources of Boost.URL. Code that uses it then compiles but cannot be linked.
   set(sources boost/${name}/src.hpp)
   file(STRINGS ${BRH_MACOS_LIBRARIES}/usr/include/${sources} isDiscontinued REGEX "^#error")
   if(isDiscontinued)

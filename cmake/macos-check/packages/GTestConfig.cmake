@@ -1,4 +1,4 @@
-# GoogleTest and GoogleMock from Debian's package of sources.
+# GoogleTest and GoogleMock from Debian's source package.
 set(source ${BRH_MACOS_LIBRARIES}/usr/src/googletest)
 add_library(gmock STATIC ${source}/googletest/src/gtest-all.cc ${source}/googlemock/src/gmock-all.cc)
 target_include_directories(gmock SYSTEM PUBLIC ${source}/googletest/include ${source}/googlemock/include

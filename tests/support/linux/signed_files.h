@@ -1,4 +1,4 @@
-// What tests of the Linux platform share: temporary files, processes, and files signed with the project's own tools.
+// Temporary files, processes and signed files for tests of the Linux platform.
 #pragma once
 
 #include <fcntl.h>
@@ -29,7 +29,7 @@ inline void writeFile(const std::filesystem::path& path, std::string_view text) 
   std::ofstream(path, std::ios::binary) << text;
 }
 
-/// A copy of /bin/sleep that runs as long as the object lives.
+/// A copy of /bin/sleep that runs during the object's lifetime.
 class RunningCopy {
  public:
   explicit RunningCopy(const std::string& path) {
@@ -43,7 +43,7 @@ class RunningCopy {
     }
     close(started[1]);
     char byte;
-    if (read(started[0], &byte, 1) != 0) throw std::runtime_error("read");  // the exec closes the other end
+    if (read(started[0], &byte, 1) != 0) throw std::runtime_error("read");  // exec closes the other end
     close(started[0]);
   }
   ~RunningCopy() {
@@ -62,7 +62,7 @@ inline void run(const std::string& command) {
   ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }
 
-/// A root, intermediate and leaf, and files signed with them.
+/// Creates a root, an intermediate and a leaf, and signs files with them.
 class SigningFixture : public testing::Test {
  protected:
   static void SetUpTestSuite() {

@@ -1,4 +1,4 @@
-// What the helper uses of <netinet/icmp6.h>; see the README of the check.
+// The parts of <netinet/icmp6.h> that the helper uses; see cmake/macos-check/README.md.
 #pragma once
 
 #include <stdint.h>

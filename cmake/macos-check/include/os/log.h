@@ -1,4 +1,4 @@
-// What the helper uses of <os/log.h>; see the README of the check.
+// The parts of <os/log.h> that the helper uses; see cmake/macos-check/README.md.
 #pragma once
 
 #include <os/availability.h>

@@ -1,4 +1,4 @@
-// What the helper uses of <AppKit/AppKit.h>; see the README of the check.
+// The parts of <AppKit/AppKit.h> that the helper uses; see cmake/macos-check/README.md.
 #pragma once
 
 #include <Foundation/Foundation.h>

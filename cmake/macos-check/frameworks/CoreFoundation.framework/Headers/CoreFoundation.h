@@ -1,4 +1,4 @@
-// What the helper uses of <CoreFoundation/CoreFoundation.h>; see the README of the check.
+// The parts of <CoreFoundation/CoreFoundation.h> that the helper uses; see cmake/macos-check/README.md.
 #pragma once
 
 #include <MacTypes.h>

@@ -1,4 +1,4 @@
-// What the helper uses of <Security/Security.h>; see the README of the check.
+// The parts of <Security/Security.h> that the helper uses; see cmake/macos-check/README.md.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,4 +1,4 @@
-// What the helper uses of <SystemConfiguration/SystemConfiguration.h>; see the README of the check.
+// The parts of <SystemConfiguration/SystemConfiguration.h> that the helper uses; see cmake/macos-check/README.md.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
