@@ -4,21 +4,8 @@ import os
 import signal
 import unittest
 
-from machine import MEMBER, STRANGER, UNIT, MachineTest, connected, ensure_installed, in_session, proxy_method, run, show
-from harness import SERVICE, read_line, wait_until
-
-TEMPORARY = "set-proxy Wired http=127.0.0.1:8080 temporary"
-
-
-def set_temporary_proxy_and_stay():
-    """For run: the machine is to go while this is so."""
-    ensure_installed()
-    connected()
-    client = in_session(MEMBER, "Brimo", "--json")
-    print(TEMPORARY, file=client.stdin, flush=True)
-    assert read_line(client) == '{"result":"success"}'
-    wait_until(lambda: proxy_method() == "auto", "the proxy is set")
-
+from machine import MEMBER, STRANGER, UNIT, MachineTest, connected, proxy_method, run, show
+from harness import SERVICE
 
 class Life(MachineTest):
     def test_the_socket_starts_it_and_starts_it_again(self):
@@ -44,7 +31,7 @@ class Life(MachineTest):
     def test_stopping_it_takes_the_proxies_off(self):
         connected()
         client = self.client()
-        self.assertEqual(self.ask(client, TEMPORARY), {"result": "success"})
+        self.assertEqual(self.ask(client, "set-proxy Wired http=127.0.0.1:8080 temporary"), {"result": "success"})
         self.assertEqual(proxy_method(), "auto")
         run("systemctl", "stop", UNIT)
         self.assertEqual(proxy_method(), "none")

@@ -59,17 +59,6 @@ def copy_bundle(name, source="/opt/Brimo.app"):
     return bundle, bundle / "Contents/MacOS/Brimo"
 
 
-def add_spindump(test, script):
-    """Lays a folder with a shell script as spindump over /usr/sbin, for the tests' own mount namespace."""
-    folder = Path("/run/sbin")
-    folder.mkdir()
-    test.addCleanup(shutil.rmtree, folder)
-    (folder / "spindump").write_text(f"#!/bin/sh\n{script}\n")
-    (folder / "spindump").chmod(0o755)
-    subprocess.run(["mount", "-t", "overlay", "-o", f"ro,lowerdir={folder}:/usr/sbin", "overlay", "/usr/sbin"], check=True)
-    test.addCleanup(subprocess.run, ["umount", "/usr/sbin"], check=True)
-
-
 def wait_until(condition, what, seconds=DEADLINE):
     end = time.monotonic() + seconds
     while not (result := condition()):
@@ -114,6 +103,14 @@ def connect_greeted():
     """A connection whose greeting has been read."""
     connection = connect()
     assert receive_frame(connection) == [0, {"service": SERVICE, "build": 618}]
+    return connection
+
+
+def connect_admitted():
+    """A connection that has had an answer."""
+    connection = connect_greeted()
+    connection.sendall(frame(1, {"command": "x"}))
+    assert receive_frame(connection) == [1, {"error": "unknown command"}]
     return connection
 
 
@@ -282,11 +279,18 @@ class HelperTest(unittest.TestCase):
         """Runs a script in an admitted client."""
         return self.start_script(GENUINE_PYTHON, script, *arguments, **options)
 
-    def start_script(self, interpreter, script, *arguments, **options):
-        """Runs a script as a user; `from harness import *` is done for it."""
+    def start_script(self, interpreter, script, *arguments, until=None, **options):
+        """Runs a script as a user; `from harness import *` is done for it. Waits until it says so, if told to."""
+        if until:
+            options = {"stdin": subprocess.PIPE} | options
         process = run_as_user([interpreter, "-B", "-c", "from harness import *\n" + script, *arguments], **options)
         self.addCleanup(self._end_process, process)
+        if until:
+            self.assert_says(process, until)
         return process
+
+    def assert_says(self, process, line):
+        self.assertEqual(read_line(process), line)
 
     @staticmethod
     def _end_process(process):

@@ -104,15 +104,13 @@ class CommandLine(HelperTest):
         self.assertEqual(self.brimo("--version"), (0, "Brimo 618\n", ""))
         self.assertEqual(self.brimo("stop-watchdog"), (0, "done\n", ""))
         self.assertEqual(self.brimo("process-lookup", "tcp", "localhost:1"), (4, "no process owns localhost:1\n", ""))
-        self.assertEqual(self.brimo("process-lookup", "tcp", "[fe80::1%lo]:1")[0], 4)
         self.assertEqual(self.brimo("json", '{"command": "version"}'), (0, '{"version":618}\n', ""))
         self.assertEqual(self.brimo("json", '{"command": "Version"}'), (1, '{"error":"unknown command"}\n', ""))
         self.assertEqual(self.brimo("--json", "json", '{"command": "x"}'), (1, '{"error":"unknown command"}\n', ""))
-        self.assertEqual(self.brimo("json", '{"command": "x'), (1, '{"error":"invalid command payload"}\n', ""))
         self.assertIn("usage: Brimo set-proxy SERVICE", self.brimo("help", "set-proxy")[1])
-        for arguments in (["nonsense"], ["version", "x"], ["process-lookup", "tcp"], ["process-lookup", "sctp", "1.1.1.1:1"],
-                          ["process-lookup", "tcp", "127.0.0.1:65536"], ["process-lookup", "tcp", "::1:80"], ["start-watchdog"], ["--nonsense"], ["help", "nonsense"],
-                          ["set-static-ip", "eth0", "1.2.3.4", "255.0.255.0", "1.2.3.1"], ["set-proxy", "eth0", "http=a b:1"]):
+        for arguments in (["nonsense"], ["version", "x"], ["process-lookup", "sctp", "1.1.1.1:1"], ["process-lookup", "tcp", "::1:80"],
+                          ["start-watchdog"], ["--nonsense"], ["help", "nonsense"], ["set-proxy", "eth0", "http=a b:1"],
+                          ["set-static-ip", "eth0", "1.2.3.4", "255.0.255.0", "1.2.3.1"], ["set-static-ip", "eth0", "1.2.3.4"]):
             code, out, err = self.brimo(*arguments)
             self.assertEqual((code, out), (2, ""), arguments)
             self.assertRegex(err, "^Brimo: .+\n$")
@@ -171,9 +169,8 @@ class CommandLine(HelperTest):
         print("stop", file=session.stdin, flush=True)
         self.assertEqual(read_line(session), "done")
         self.assertEqual(self.helper.wait(), 0)
-        code, out, err = self.brimo("version")
-        self.assertEqual((code, out), (3, ""))
-        self.assertEqual(err, f"Brimo: cannot reach the helper at {harness.ENDPOINT}: Connection refused\n")
+        self.assertEqual(self.brimo("version"),
+                         (3, "", f"Brimo: cannot reach the helper at {harness.ENDPOINT}: Connection refused\n"))
         self.helper = harness.Helper()  # which serves the same session
         print("version", file=session.stdin, flush=True)
         self.assertEqual(read_line(session), "helper build 618")

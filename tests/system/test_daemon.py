@@ -109,29 +109,18 @@ class SystemLog(HelperTest):
 class End(HelperTest):
     def test_sigterm_is_told_to_every_connection(self):
         clients = [self.genuine("""
-connection = connect_greeted()
-connection.sendall(frame(1, {"command": "x"}))
-receive_frame(connection)
+connection = connect_admitted()
 print("admitted", flush=True)
 print(was_hung_up(connection), flush=True)
-""") for _ in range(3)]
-        for client in clients:
-            self.assertEqual(read_line(client), "admitted")
+""", until="admitted") for _ in range(3)]
         self.helper.signal(signal.SIGTERM)
         self.assertEqual(self.helper.wait(), 0)
         self.assertEqual(self.log()[-3:], ["[BRHMain] XPC_ERROR_TERMINATION_IMMINENT"] * 3)
         for client in clients:
-            self.assertEqual(read_line(client), "True")
+            self.assert_says(client, "True")
 
     def test_a_client_that_leaves_before_sigterm_is_read_is_still_cleaned_up_after(self):
-        client = self.genuine("""
-connection = connect_greeted()
-connection.sendall(frame(1, {"command": "x"}))
-receive_frame(connection)
-print("admitted", flush=True)
-input()
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(client), "admitted")
+        client = self.genuine("connection = connect_admitted()\nprint('admitted', flush=True)\ninput()", until="admitted")
         self.helper.pause()
         client.communicate("\n")
         self.helper.signal(signal.SIGTERM)
@@ -147,7 +136,7 @@ connection.sendall(frame(1, {"json": b'{"command":"stop"}'}))
 print(was_hung_up(connection), flush=True)
 """)
         self.assertEqual(self.helper.wait(), 0)
-        self.assertEqual(read_line(process), "True")
+        self.assert_says(process, "True")
         self.assertEqual(self.log()[-1], "[BRHMain] Shutdown")
 
 
@@ -185,17 +174,15 @@ print(all(was_hung_up(connection) for connection in connections), flush=True)
         def come_and_go():
             self.helper.pause()
             before = len(self.log())
-            process = self.start_script(PYTHON, script, user=next(self.users))
-            self.assertEqual(read_line(process), "connected")
+            process = self.start_script(PYTHON, script, user=next(self.users), until="connected")
             self.helper.go_on()
-            self.assertEqual(read_line(process), "True")
+            self.assert_says(process, "True")
             # Who comes too often is sent away without a line.
             self.assertLess(len([line for line in self.log()[before:] if "New connection" in line]), 450)
         self.assert_leaves_nothing(come_and_go)
 
-    def hold_connections(self, user):
-        """An admitted client of a user that holds all the connections that it can get, and their number."""
-        process = self.genuine("""
+    def test_connections_are_capped_for_each_user_and_in_all(self):
+        holders = [self.genuine("""
 admitted = []
 try:
     while True:
@@ -203,15 +190,7 @@ try:
 except EOFError:
     print(len(admitted), flush=True)
 input()
-""", stdin=subprocess.PIPE, user=user)
-        return process, int(read_line(process))
-
-    def test_connections_are_capped_for_each_user_and_in_all(self):
-        holders = []
-        for user in range(2000, 2004):
-            process, number = self.hold_connections(user)
-            self.assertEqual(number, 64)
-            holders.append(process)
+""", user=user, until="64") for user in range(2000, 2004)]
         self.assertEqual(self.brimo("version")[0], 3)
         holders.pop().communicate("\n")
         wait_until(lambda: self.brimo("version")[0] == 0, "there is room again")

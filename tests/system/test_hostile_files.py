@@ -8,7 +8,7 @@ from pathlib import Path
 
 import harness
 from fuse_server import FuseServer, SERVE_UNDER_OVERLAY
-from harness import DEADLINE, FRAMEWORKS, GENUINE_PYTHON, PYTHON, USER, HelperTest, copy_bundle, read_line, wait_until
+from harness import DEADLINE, FRAMEWORKS, GENUINE_PYTHON, PYTHON, USER, HelperTest, copy_bundle, wait_until
 
 WATCHDOG = Path("/tmp/Brimo-External-Processes-Watchdog.json")
 
@@ -16,13 +16,12 @@ WATCHDOG = Path("/tmp/Brimo-External-Processes-Watchdog.json")
 class UsersFiles(HelperTest):
     def serve(self):
         """The process of a user that serves files of his own, and the folder in which others of his find them."""
-        server = self.start_script(PYTHON, SERVE_UNDER_OVERLAY, stdin=subprocess.PIPE)
-        self.assertEqual(read_line(server), "mounted")
+        server = self.start_script(PYTHON, SERVE_UNDER_OVERLAY, until="mounted")
         return server, f"/proc/{server.pid}/root/var/lib/overlay"
 
     def command(self, process, answer):
         print(file=process.stdin, flush=True)
-        self.assertEqual(read_line(process), answer)
+        self.assert_says(process, answer)
 
     def test_the_image_of_a_process(self):
         server, folder = self.serve()
@@ -33,8 +32,7 @@ print("listens", flush=True)
 input()
 print(was_hung_up(connect()), flush=True)
 input()
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(process), "listens")
+""", until="listens")
         image = os.readlink(f"/proc/{process.pid}/exe")
         self.assertEqual(image, "/var/lib/overlay/x (deleted)")
         self.command(server, "hangs")
@@ -65,8 +63,7 @@ if libc.mount(b"overlay", b"/opt", b"overlay", 0, b"lowerdir=/opt,upperdir=/var/
     raise OSError(ctypes.get_errno(), "mount")
 print("mounted", flush=True)
 input()
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(other), "mounted")
+""", until="mounted")
         process = self.start_script(f"/proc/{other.pid}/root{GENUINE_PYTHON}", "print(was_hung_up(connect()))")
         self.assertEqual(self.assert_succeeds(process), "True\n")
 

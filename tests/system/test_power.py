@@ -1,16 +1,15 @@
 """The machine stays awake: inhibitors of a real logind, and what happens without one."""
 
-import datetime
 import os
 import signal
 import unittest
 
-from harness import DEADLINE, LOG, SERVICE, HelperTest, wait_until
+from harness import DEADLINE, SERVICE, HelperTest, wait_until
 from system_bus import SystemBus
 
 DONE = (0, "done\n", "")
 FAILED = r"[BRHMain] Failed to prevent system sleeping: {}"
-PREVENTED, RELEASED = "[BRHMain] Prevent system sleeping", "[BRHMain] Release IOPMAssertion"
+RELEASED = "[BRHMain] Release IOPMAssertion"
 
 
 class Power(HelperTest):
@@ -40,12 +39,6 @@ class Power(HelperTest):
         return sorted(("idle", f"{SERVICE}.{name}", "block", 0, self.helper.pid)
                       for name in ("idle", "network") for _ in range(commands))
 
-    @staticmethod
-    def times_of(message):
-        """When the log says that, in seconds."""
-        return [datetime.datetime.fromisoformat(line[:26]).timestamp() for line in LOG.read_text().splitlines()
-                if line.endswith(message)]
-
     def failures(self):
         return [line for line in self.log() if "Failed" in line]
 
@@ -63,11 +56,6 @@ class Power(HelperTest):
 
         wait_until(lambda: self.log().count(RELEASED) >= 4, "all have been released", 30 + DEADLINE)
         wait_until(lambda: not bus.inhibitors(), "logind has seen it")
-        first, second = self.times_of(PREVENTED)
-        releases = self.times_of(RELEASED)
-        # Not even the second pair comes early; what the log tells is the wall clock, which may be slewed a little.
-        for begin, end in zip((first, first, second, second), releases, strict=True):
-            self.assertGreaterEqual(end - begin, 30 - 0.02)
         self.assertEqual(self.failures(), [])
         self.assert_no_descriptor_is_left()
 

@@ -15,20 +15,13 @@ class Frames(HelperTest):
     def test_malformed_frames_end_the_connection(self):
         self.assert_succeeds(self.genuine("""
 good = frame(1, {"command": "x"})
-framed = lambda item: struct.pack(">I", len(item)) + item
-for bad in [
-    struct.pack(">I", 0), struct.pack(">I", 16777217), b"\\xff\\xff\\xff\\xff",
-    framed(b"\\xff"), framed(b"not CBOR"), framed(b""), framed(cbor2.dumps({})), framed(cbor2.dumps([1])),
-    framed(cbor2.dumps([1, {}, 2])), framed(cbor2.dumps([-1, {}])), framed(cbor2.dumps(["1", {}])),
-    framed(cbor2.dumps([1, {2: "x"}])), framed(cbor2.dumps([1, {}]) + b"\\0"), framed(b"\\x82\\x01\\xa1aa\\x62\\xc0\\x80"),
-    framed(b"\\x82\\x01\\xa2aa\\x01aa\\x02"), framed(b"\\x82\\x01\\xa1aa" + b"\\x81" * 7 + b"\\x80"),
-]:
+for bad in struct.pack(">I", 0), struct.pack(">I", 16777217), struct.pack(">I", 1) + b"\\xff", good[:4] + b"x" * (len(good) - 4):
     connection = connect_greeted()
     connection.sendall(good + bad)
     assert receive_frame(connection) == [1, {"error": "unknown command"}], bad  # what came whole is handled
     assert was_hung_up(connection), bad
 """))
-        wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 16, "every connection ended once")
+        wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 4, "every connection ended once")
 
     def test_frames_may_arrive_in_any_pieces(self):
         self.assert_succeeds(self.genuine("""
@@ -74,8 +67,8 @@ print("bound", flush=True)
 input()
 """], stdin=subprocess.PIPE)
         self.addCleanup(self._end_process, owner)
-        self.assertEqual(read_line(owner), "bound")
-        process = self.genuine("""
+        self.assert_says(owner, "bound")
+        self.assert_succeeds(self.genuine("""
 connection = connect_greeted()
 request = frame(1, {"command": "process-lookup", "address": socket_address("127.0.0.1", 4001),
                     "remote": socket_address("127.0.0.1", 4000)})
@@ -90,27 +83,22 @@ try:
     raise AssertionError("nobody minded")
 except (BrokenPipeError, ConnectionResetError):
     assert sent * size > 32 * 1024 * 1024, sent
-""")
-        self.assert_succeeds(process)
+"""))
         self.wait_for_log(r"\[BRHMain\] XPC connection closed")
-
 
     def flood(self):
         """An admitted client that has sent 100,000 bytes of small requests to a helper that is paused."""
         process = self.genuine("""
-connection = connect_greeted()
-connection.sendall(frame(1, {"command": "first"}))
-receive_frame(connection)
+connection = connect_admitted()
 print("admitted", flush=True)
 input()
 connection.sendall(frame(0, {"command": "flood"}) * 4545)
 print("sent", flush=True)
 input()
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(process), "admitted")
+""", until="admitted")
         self.helper.pause()
         print(file=process.stdin, flush=True)
-        self.assertEqual(read_line(process), "sent")
+        self.assert_says(process, "sent")
 
     def test_a_flood_of_small_requests_leaves_room_for_others(self):
         other = self.genuine("""
@@ -120,11 +108,10 @@ input()
 connection.sendall(frame(1, {"command": "other"}))
 print("sent", flush=True)
 print(receive_frame(connection), flush=True)
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(other), "greeted")
+""", until="greeted")
         self.flood()
         print(file=other.stdin, flush=True)
-        self.assertEqual(read_line(other), "sent")
+        self.assert_says(other, "sent")
         self.helper.go_on()
         read_line(other)
         lines = self.log()
@@ -155,18 +142,11 @@ assert ask(full) == version
 assert ask(full + b" ") == b'{"error":"command payload is too large"}'
 nested = lambda depth: b'{"command":"version","x":' + b"[" * (depth - 1) + b"]" * (depth - 1) + b"}"
 assert ask(nested(512)) == version
-assert ask(nested(513)) == invalid
-assert ask(b"[" * 4194304) == invalid
-for bad in (b"", b"\\xff", b'{"command":"version"', b'{"command":"\\xc0\\x80"}', b"1", b'"version"', b"null", b"[]", b"{}",
-            b'{"command":7}', b'{"command":"version"}{}', b"\\0", b'{"command":"version",}'):
-    assert ask(bad) == invalid, bad
+for bad in nested(513), b"[" * 4194304, b"\\xff", b'{"command":7}', b'{"command":"version"}{}', b'{"command":"\\\\ud800"}':
+    assert ask(bad) == invalid, bad[:100]
 assert ask(b'{"command":"nope","command":"version"}') == version
 assert ask(b'{"command":"version","n":' + b"9" * 100000 + b"}") == version
-assert ask(b'{"command":"version","n":1e999999999}') in (version, invalid)
-assert ask(b'{"command":"version","n":-1e-999999999}') in (version, invalid)
-assert ask('{"command":"\\\\ud800"}'.encode()) == invalid
-connection.sendall(frame(6, {}) + frame(7, {"json": "text"}))
-assert receive_frame(connection) == [6, {"json": b'{"error":"missing command"}'}]
+connection.sendall(frame(7, {"json": "text"}))
 assert receive_frame(connection) == [7, {"json": b'{"error":"missing command"}'}]
 """))
 

@@ -52,18 +52,6 @@ class Relaunch(HelperTest):
     def command(process, command):
         print(command, file=process.stdin, flush=True)
 
-    def kill(self, pid):
-        """Kills the application; returns when the helper has seen to that."""
-        before = self.log().count(DIED)
-        os.kill(pid, signal.SIGKILL)
-        wait_until(lambda: self.log().count(DIED) == before + 1, "the helper has noticed")
-
-    def kill_and_be_relaunched(self, pid):
-        """Kills the application; returns when the helper has begun to launch it again."""
-        before = self.log().count(RELAUNCHING)
-        self.kill(pid)
-        wait_until(lambda: self.log().count(RELAUNCHING) == before + 1, "it is to come back")
-
     def report(self, argument):
         """What the one application that was launched with the argument has written down, and its pid."""
         path, = wait_until(lambda: [p for p in glob.glob(f"/tmp/{argument}.*") if not p.endswith(".part")], "it runs")
@@ -92,7 +80,8 @@ class Relaunch(HelperTest):
                 "XDG_SESSION_ID": "2", "LANG": "de_DE.UTF-8", "LC_ALL": "C.UTF-8"}
         other = {"SECRET": "1", "LD_LIBRARY_PATH": "/tmp", "PYTHONPATH": "/tmp", "BASH_ENV": "/tmp/x", "IFS": "x"}
         process = self.start(env=ENVIRONMENT | kept | other, user=NOBODY_IN_PARTICULAR, groups=[4, 2000, 3000])
-        self.kill_and_be_relaunched(process.pid)
+        process.kill()
+        wait_until(lambda: RELAUNCHING in self.log(), "it is to come back")
         lines = self.log()
         end = lines.index(RELAUNCHING) + 1
         self.assertEqual(lines[end - 3:end], ["[BRHMain] XPC connection closed", DIED, RELAUNCHING])
@@ -107,15 +96,12 @@ class Relaunch(HelperTest):
         self.assertEqual(report["umask"], 0o022)
         self.assertEqual(report["session"], pid)
         self.assertNotEqual(int(status["PPid"]), self.helper.pid)
-        self.assertEqual(self.helper_children(), [])
-
-    def helper_children(self):
-        return Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children").read_text().split()
+        self.assertEqual(Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children").read_text(), "")
 
     def test_what_the_application_lacks_is_filled_in(self):
         process = self.start(env={}, user=33)  # www-data, whom every Debian machine has
-        self.kill(process.pid)
-        report, pid = self.report("-crashWatchDog")
+        process.kill()
+        report, _ = self.report("-crashWatchDog")
         self.assert_runs_as(report, 33, [])
         self.assertEqual(sorted(report["environment"].rstrip("\0").split("\0")),
                          ["HOME=/var/www", "LOGNAME=www-data", "PATH=/usr/local/bin:/usr/bin:/bin", "SHELL=/usr/sbin/nologin", "USER=www-data"])
@@ -130,18 +116,13 @@ class Relaunch(HelperTest):
         self.wait_for_log(r"\[BRHMain\] Failed to launch main application: .*org\.freedesktop\.systemd1.*")
         self.assertEqual(glob.glob("/tmp/-crash*"), [])
 
-    def check_who_comes_back(self, user, groups, other):
-        self.assertEqual(self.brimo("version", user=other)[0], 0)  # was admitted before
-        process = self.start(user=user, groups=groups)
-        self.command(process, "defunct-restart")
-        report, pid = self.report("-crashDefunctRestart")
-        self.assert_runs_as(report, user, groups)
-
-    def test_an_application_of_root_comes_back_as_root(self):
-        self.check_who_comes_back(0, [0, 7], USER)
-
-    def test_no_other_application_comes_back_as_root(self):
-        self.check_who_comes_back(USER, [], 0)
+    def test_an_application_comes_back_as_root_only_if_it_was(self):
+        for user, groups, other in ((0, [0, 7], USER), (USER, [], 0)):
+            with self.subTest(user):
+                self.assertEqual(self.brimo("version", user=other)[0], 0)  # was admitted before
+                self.command(self.start(user=user, groups=groups), "defunct-restart")
+                report, _ = self.report("-crashDefunctRestart")
+                self.assert_runs_as(report, user, groups)
 
     def test_brimo_comes_back_and_says_so(self):
         self.assertEqual(self.brimo("defunct-restart"), (-signal.SIGKILL, "", ""))
