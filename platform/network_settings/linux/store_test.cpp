@@ -1,9 +1,6 @@
 #include "platform/network_settings/linux/store.h"
 
-#include <signal.h>
-#include <sys/file.h>
 #include <sys/ptrace.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -13,6 +10,7 @@
 
 #include "tests/support/eventually.h"
 #include "tests/support/linux/signed_files.h"
+#include "tests/support/this_machine.h"
 
 namespace platform {
 namespace {
@@ -84,8 +82,7 @@ TEST_F(PreferencesStoreTest, WhatCannotBeSetIsRefused) {
   const double infinity = std::numeric_limits<double>::infinity();
   std::string deep;
   for (int i = 0; i < 65; ++i) deep += "/x";
-  for (const auto& path :
-       {deep, std::string(), std::string("relative"), std::string("/NetworkServices/A/Proxies/HTTPPort/B")}) {
+  for (const auto& path : {deep.c_str(), "", "relative", "/NetworkServices/A/Proxies/HTTPPort/B"}) {
     EXPECT_FALSE(tryToChange(path, 1)) << path;
   }
   for (const json::value& value : {json::value(infinity), json::value("\xFF"), json::value("\xED\xA0\x80")}) {
@@ -199,14 +196,12 @@ TEST_F(PreferencesStoreTest, WhatFillsTheStoreCanBeEmptiedAndKeepsNobodyFromEmpt
   const std::string unknown(200, 'C');  // too long to be added
   change("/NetworkServices/" + unknown + "/Proxies", json::object());
   EXPECT_EQ(content(), full);
-  {
-    auto store = open();
-    store.lock(true).value();
-    for (const std::string& service : {unknown, std::string("A")}) {
-      store.set("/NetworkServices/" + service + "/Proxies", json::object()).value();
-    }
-    store.commit().value();
+  auto store = open();
+  store.lock(true).value();
+  for (const auto& service : {unknown, std::string("A")}) {
+    store.set("/NetworkServices/" + service + "/Proxies", json::object()).value();
   }
+  store.commit().value();
   EXPECT_EQ(content(), R"({"NetworkServices":{"A":{"Proxies":{}},")" + unknown + R"(":{"Proxies":{}}}})");
 }
 
@@ -217,13 +212,10 @@ TEST_F(PreferencesStoreTest, AFailedWriteLeavesTheOldStore) {
   fs::create_directory(file + ".new");
   EXPECT_NE(refusal(), "");
   fs::remove(file + ".new");
-  struct rlimit old, limit{.rlim_cur = 10, .rlim_max = RLIM_INFINITY};
-  getrlimit(RLIMIT_FSIZE, &old);
-  auto handler = signal(SIGXFSZ, SIG_IGN);
-  setrlimit(RLIMIT_FSIZE, &limit);
-  EXPECT_EQ(refusal(), file + ".new: File too large");
-  setrlimit(RLIMIT_FSIZE, &old);
-  signal(SIGXFSZ, handler);
+  {
+    FullDisk full;
+    EXPECT_EQ(refusal(), file + ".new: File too large");
+  }
   EXPECT_FALSE(fs::exists(file + ".new"));
   EXPECT_EQ(content(), before);
   EXPECT_EQ(refusal(), "");

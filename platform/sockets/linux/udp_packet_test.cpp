@@ -47,15 +47,10 @@ std::optional<std::string> payload(const Bytes& packet, bool trustChecksum = fal
   return std::string(found->payload.begin(), found->payload.end());
 }
 
-TEST(UDPPacket, SourceAndPayload) {
-  auto found = readUDPPacket(whole, false);
-  ASSERT_TRUE(found);
-  EXPECT_THAT(found->source, ElementsAre(192, 0, 2, 1));
+TEST(UDPPacket, SourceAndPayloadWithoutPaddingAndOptions) {
+  EXPECT_THAT(readUDPPacket(whole, false)->source, ElementsAre(192, 0, 2, 1));
   EXPECT_EQ(payload(whole), "offer");
   EXPECT_EQ(summed(whole), whole);
-}
-
-TEST(UDPPacket, PaddingAfterThePacketAndOptionsInTheHeaderAreNoPayload) {
   auto padded = summed(whole);
   padded.resize(60, 0xEE);
   EXPECT_EQ(payload(padded), "offer");
