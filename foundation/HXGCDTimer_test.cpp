@@ -72,7 +72,8 @@ TEST_F(Timers, RepeatingTimerFiresAtOnceOrAfterItsInterval) {
 TEST_F(Timers, TimerThatNobodyKeepsNeverFires) {
   static_cast<void>(HXGCDTimer::onetimeTimerWithQueue(queue, 0, counting()));
   static_cast<void>(HXGCDTimer::repeatingTimerWithQueue(queue, 0.001, 0, true, counting()));
-  static_cast<void>(HXGCDSequenceTimer::timerWithQueue(queue, {0, 0}, 0, true, false, [this](double, bool) { ++count; }));
+  static_cast<void>(
+      HXGCDSequenceTimer::timerWithQueue(queue, {0, 0}, 0, true, false, [this](double, bool) { ++count; }));
   passTime(1s);
   EXPECT_EQ(count, 0);
 }

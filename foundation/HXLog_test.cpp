@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <iterator>
 #include <thread>
 
 #include "tests/support/temporary_folder.h"
@@ -122,11 +121,8 @@ TEST_F(HXLogTest, AFileThatIsNotOpenYetKeepsNobodyFromLogging) {
   auto fifo = folder / "fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   std::thread opener([&] { HXSetLogFilePath(fifo); });  // waits for a reader
-  auto lines = std::async(std::launch::async, [&] {
-    for (int line = 0; line < 200; ++line) {
-      HXLog("M", "meanwhile");
-      std::this_thread::yield();
-    }
+  auto lines = std::async(std::launch::async, [] {
+    for (int line = 0; line < 200; ++line, std::this_thread::yield()) HXLog("M", "meanwhile");
   });
   EXPECT_EQ(lines.wait_for(std::chrono::seconds(10)), std::future_status::ready);
   std::ifstream reader(fifo);

@@ -101,11 +101,7 @@ TEST_F(SupervisionTest, DefunctRestartKillsAndRelaunchesWithoutALimit) {
                 ElementsAre(Pair(executable, ElementsAre("-crashDefunctRestart"))));
     EXPECT_THAT(log(), ElementsAre("XPC connection closed"));
   }
-  // It does not count as a relaunch by the watchdog.
-  EXPECT_TRUE(relaunchesAt(1000));
-  EXPECT_EQ(run("defunct-restart"), success);
-  passTime(1s);
-  EXPECT_EQ(machine().launches.size(), 1u);
+  EXPECT_TRUE(relaunchesAt(1000));  // it does not count as a relaunch by the watchdog
 }
 
 TEST_F(SupervisionTest, AnApplicationThatIsInvalidByThenIsNotLaunched) {
@@ -120,10 +116,10 @@ TEST_F(SupervisionTest, AnApplicationThatIsInvalidByThenIsNotLaunched) {
 }
 
 TEST_F(SupervisionTest, AFailedLaunchIsLogged) {
-  machine().launchError = platform::failureOf(ENOENT, "execve");
+  machine().launchError = platform::Failure(0, "execve");
   run("defunct-restart");
   passTime(1s);
-  EXPECT_THAT(log(), ElementsAre("Failed to launch main application: execve: No such file or directory"));
+  EXPECT_THAT(log(), ElementsAre("Failed to launch main application: execve"));
 }
 
 }  // namespace

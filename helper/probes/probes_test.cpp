@@ -1,10 +1,8 @@
-// What the probes do on every machine: refuse, complete once, and leave nothing behind.
-#include <gmock/gmock.h>
+// Probes that several threads complete.
+#include <gtest/gtest.h>
 
-#include <mutex>
 #include <thread>
 
-#include "helper/probes/BRHDHCPDetector.h"
 #include "helper/probes/BRHV6RADetector.h"
 #include "platform/dispatch/dispatch.h"
 #include "tests/support/eventually.h"
@@ -12,73 +10,7 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::MatchesRegex;
-
-class Probes : public testing::Test {
- protected:
-  Probes() {
-    HX_setLogAction([this](std::int8_t, const std::string& module, const std::string& message) {
-      std::lock_guard lock(mutex);
-      lines.push_back(module + ": " + message);
-    });
-  }
-  ~Probes() override { HX_setLogAction(nullptr); }
-
-  std::vector<std::string> log() {
-    std::lock_guard lock(mutex);
-    return lines;
-  }
-
-  /// The error that a DHCP probe completes with.
-  std::string dhcpError(const std::string& interface) {
-    std::atomic<int> completions = 0;
-    std::string description;
-    BRHDHCPDetector().startTestWithInterfaceName(interface, [&](const auto& error, const auto& addresses) {
-      EXPECT_FALSE(platform::dispatch::isMainThread());
-      EXPECT_FALSE(addresses);
-      EXPECT_TRUE(error && error->domain == "HXSimpleError" && error->code == 0);
-      if (error) description = error->localizedDescription;
-      ++completions;
-    });
-    EXPECT_TRUE(eventually([&] { return completions == 1; }));
-    return description;
-  }
-
-  std::mutex mutex;
-  std::vector<std::string> lines;
-};
-
-TEST_F(Probes, DHCPProbeNeedsAnInterface) {
-  EXPECT_EQ(dhcpError(""), "Error: Interface name is empty!");
-  EXPECT_THAT(log(), IsEmpty());
-  const auto descriptors = openDescriptors();
-  EXPECT_EQ(dhcpError("a-name-that-is-too-long-for-an-interface"), "Error: Interface doesn't exist!");
-  EXPECT_EQ(openDescriptors(), descriptors);
-  EXPECT_THAT(log(), ElementsAre(MatchesRegex("BRHDHCPDetector: DHCP socket: [0-9]+"),
-                                 "BRHDHCPDetector: Error: Interface doesn't exist!"));
-}
-
-TEST_F(Probes, RouterProbeWithoutAnInterfaceCompletesAtOnce) {
-  for (std::string name : {"", "no-such-if"}) {
-    lines.clear();
-    int completions = 0;
-    auto detector = std::make_shared<BRHV6RADetector>();
-    detector->setInterface(name);
-    detector->setCompletionHandler([&, detector](const auto& data, const auto& address) {
-      EXPECT_FALSE(data || address);
-      EXPECT_TRUE(detector->stopped());
-      ++completions;
-    });
-    detector->start();
-    EXPECT_EQ(completions, 1);
-    EXPECT_EQ(detector.use_count(), 1);
-    EXPECT_THAT(log(), ElementsAre("BRHV6RADetector: start", "BRHV6RADetector: Invalid interface: " + name));
-  }
-}
-
-TEST_F(Probes, AHundredRouterProbesCompleteOnceEachAndLeaveNothing) {
+TEST(RouterProbes, AHundredCompleteOnceEachAndLeaveNothing) {
   static_cast<void>(HXGCDTimer::onetimeTimerWithQueue(platform::dispatch::mainQueue(), 3600, [] {}));
   const auto descriptors = openDescriptors(), running = threadCount();
   std::atomic<int> completions = 0;

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <cstring>
-#include <tuple>
 #include <vector>
 
 namespace platform {

@@ -2,9 +2,8 @@
 
 import os
 import signal
-import unittest
 
-from machine import MEMBER, STRANGER, UNIT, MachineTest, connected, proxy_method, run, show
+from machine import MEMBER, STRANGER, UNIT, MachineTest, run, show
 from harness import SERVICE
 
 class Life(MachineTest):
@@ -28,19 +27,6 @@ class Life(MachineTest):
         stranger = self.start(STRANGER, "sh", "-c", "Brimo version")
         self.assertIn("Permission denied", stranger.communicate()[1])
 
-    def test_stopping_it_takes_the_proxies_off(self):
-        connected()
-        client = self.client()
-        self.assertEqual(self.ask(client, "set-proxy Wired http=127.0.0.1:8080 temporary"), {"result": "success"})
-        self.assertEqual(proxy_method(), "auto")
-        run("systemctl", "stop", UNIT)
-        self.assertEqual(proxy_method(), "none")
-        self.assertEqual(show(UNIT, "Result"), "success")
-
     def test_the_exposure_is_what_it_was(self):
         report = run("systemd-analyze", "security", "--no-pager", "--threshold=34", UNIT)
         self.assertIn("Overall exposure level", report)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -313,8 +313,8 @@ class HelperTest(unittest.TestCase):
     def wait_for_log(self, line):
         wait_until(lambda: any(re.fullmatch(line, entry) for entry in self.log()), f"the log says {line}")
 
-    def listen_to_the_system_log(self):
-        """Lays a folder with a socket for the system log over /dev; returns the list that its lines come into."""
+    def make_system_log(self):
+        """Lays a folder with a socket for the system log over /dev; returns the socket."""
         folder = Path("/run/dev")
         folder.mkdir(exist_ok=True)
         subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
@@ -323,7 +323,11 @@ class HelperTest(unittest.TestCase):
         log.bind(str(folder / "log"))
         subprocess.run(["mount", "--move", folder, "/dev"], check=True)
         self.addCleanup(subprocess.run, ["umount", "--lazy", "/dev"], check=True)
-        lines = []
+        return log
+
+    def listen_to_the_system_log(self):
+        """The list that the system log's lines come into."""
+        log, lines = self.make_system_log(), []
 
         def read():  # all the time, since who logs waits for room
             while line := log.recv(4096):

@@ -3,6 +3,7 @@
 The interface "probe0" is in the namespace of the tests; its other end, "wire", is a port of a bridge in the namespace
 "lan", to which the namespaces of servers are connected by their "eth0"."""
 
+import contextlib
 import ctypes
 import errno
 import os
@@ -11,6 +12,7 @@ import signal
 import socket
 import struct
 import subprocess
+import time
 from pathlib import Path
 
 from harness import wait_until
@@ -124,27 +126,19 @@ class Lan:
 
     def packet_socket(self, namespace=None, interface=INTERFACE):
         """A socket that sees and sends whole frames on an interface."""
-        def make():
+        with Namespace(namespace) if namespace else contextlib.nullcontext():
             packets = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_ALL))
             packets.bind((interface, ETH_P_ALL))
-            self.test.addCleanup(packets.close)
-            return packets
-        if namespace is None:
-            return make()
-        with Namespace(namespace):
-            return make()
+        self.test.addCleanup(packets.close)
+        return packets
 
     def start_sending(self, frames, interval=None):
-        """Another process that sends frames to probe0 again and again, as fast as it can or by interval."""
+        """Another process that sends frames to probe0 until the test ends, as fast as it can or by interval."""
         wire = self.packet_socket("lan", "wire")
-        return self.start(lambda: send_for_ever(wire, frames, interval))
-
-    def start(self, body):
-        """Runs a function in another process until the test ends."""
         pid = os.fork()
         if pid == 0:
             try:
-                body()
+                send_for_ever(wire, frames, interval)
             finally:
                 os._exit(1)
 
@@ -154,11 +148,9 @@ class Lan:
             os.kill(pid, signal.SIGKILL)
             os.waitpid(pid, 0)
         self.test.addCleanup(end)
-        return pid
 
 
 def send_for_ever(wire, frames, interval):
-    import time
     while True:
         for frame in frames:
             try:

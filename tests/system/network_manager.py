@@ -3,7 +3,6 @@
 It manages the interfaces "nm0" and "nm1", one end each of two pairs, and leaves all others alone."""
 
 import json
-import os
 import subprocess
 import uuid
 from pathlib import Path

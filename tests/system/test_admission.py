@@ -4,11 +4,10 @@ import os
 import shutil
 import socket
 import subprocess
-import unittest
 from pathlib import Path
 
 import harness
-from harness import BRIMO, FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, run_as_user, wait_until
+from harness import FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, run_as_user, wait_until
 
 # Runs when `python -c` of an attack has made itself ready; the signed application then stands under the same pid.
 BECOME_GENUINE = """
@@ -41,28 +40,8 @@ class Signatures(HelperTest):
         # None of them was even greeted, so that nothing of theirs was read.
         self.assertEqual(len([line for line in self.log() if "Client validation" in line]), 1)
 
-    def test_only_the_right_signer_and_identifier_count(self):
+    def test_frameworks_must_be_signed_files(self):
         bundle, executable = copy_bundle("Copy.app")
-        make = TESTS / "tools/make-development-certificates"
-        for folder, team in (("/opt/other-team", "WRONG00000"), ("/opt/other-anchor", "BRIMO00618")):
-            subprocess.run([make, folder, team], check=True)
-        # The other team has a leaf of the right intermediate.
-        team = Path("/opt/other-team")
-        issue = (f"cd {team} && openssl req -new -key leaf.key -subj '/CN=x/OU=WRONG00000' -out r && printf "
-                 "'1.2.840.113635.100.6.1.13=ASN1:NULL\n' > e && openssl x509 -req -in r -CA {0}/intermediate.pem -CAkey "
-                 "{0}/intermediate.key -set_serial 5 -days 9 -extfile e -out leaf.pem").format(TESTS / "certificates")
-        subprocess.run(issue, shell=True, check=True, stderr=subprocess.DEVNULL)
-        shutil.copy(TESTS / "certificates/intermediate.pem", team)
-        for name, options in {
-            "identifier": {"identifier": "com.example.other"},
-            "team": {"certificates": team},
-            "anchor": {"certificates": Path("/opt/other-anchor")},
-        }.items():
-            with self.subTest(name):
-                sign(executable, **options)
-                self.assert_refused(executable)
-        sign(executable)
-        self.assertEqual(self.brimo("version", executable=executable)[0], 0)
         (bundle / FRAMEWORKS[0]).write_text("unsigned")
         self.assert_refused(executable)
         self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67050")
@@ -277,13 +256,23 @@ class Reasons(HelperTest):
         self.end_helper()
         self.system_log = self.listen_to_the_system_log()
         self.helper = harness.Helper()
-        subprocess.run([TESTS / "tools/make-development-certificates", "/opt/other-anchor", "BRIMO00618"], check=True)
+        make, team = TESTS / "tools/make-development-certificates", Path("/opt/other-team")
+        for folder, name in ((team, "WRONG00000"), (Path("/opt/other-anchor"), "BRIMO00618")):
+            subprocess.run([make, folder, name], check=True)
+        # The other team has a leaf of the right intermediate.
+        issue = (f"cd {team} && openssl req -new -key leaf.key -subj '/CN=x/OU=WRONG00000' -out r && printf "
+                 "'1.2.840.113635.100.6.1.13=ASN1:NULL\n' > e && openssl x509 -req -in r -CA {0}/intermediate.pem -CAkey "
+                 "{0}/intermediate.key -set_serial 5 -days 9 -extfile e -out leaf.pem").format(TESTS / "certificates")
+        subprocess.run(issue, shell=True, check=True, stderr=subprocess.DEVNULL)
+        shutil.copy(TESTS / "certificates/intermediate.pem", team)
         replace(self.executable, self.executable.read_bytes()[:-1])
         self.assert_reason(f"{self.executable} has no signature")
         sign(self.executable, certificates=Path("/opt/other-anchor"))
         self.assert_reason(f'{self.executable} is signed by "CN = .*", under another root than the one trusted here')
         sign(self.executable, identifier="com.example.other")
         self.assert_reason(f'{self.executable} is signed as "com.example.other" by ".*OU = BRIMO00618", which does not satisfy: ')
+        sign(self.executable, certificates=team)
+        self.assert_reason(f'{self.executable} is signed as "com.example.brimo" by ".*OU = WRONG00000", which does not satisfy: ')
         sign(self.executable)
         os.chown(self.bundle, USER, 0)
         self.assert_reason(f"{self.bundle} may be changed by user {USER}, whose it is")
@@ -298,7 +287,3 @@ class Reasons(HelperTest):
         wait_until(lambda: any(f"of user {USER}: there are too many connections: 64 of this user" in line
                                for line in self.system_log), "the system log has it")
         self.assertNotIn("Refused", harness.LOG.read_text())
-
-
-if __name__ == "__main__":
-    unittest.main()

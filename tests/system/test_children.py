@@ -6,7 +6,6 @@ import re
 import shutil
 import signal
 import subprocess
-import unittest
 from pathlib import Path
 
 from harness import USER, Helper, HelperTest, copy_bundle, make_bundles, read_line, run_as_user, sign, wait_until
@@ -117,7 +116,3 @@ class Spindump(ChildTest):
         self.assertEqual(self.brimo("spindump", self.folder / "dump of it"), (1, "", "Brimo: No such file or directory\n"))
         self.wait_for_log(r"\[BRHMain\] Failed to start spindump: No such file or directory")
         self.assertEqual(self.brimo("spindump", ""), (1, "", "Brimo: invalid spindump path\n"))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -3,16 +3,13 @@
 import itertools
 import os
 import resource
-import shutil
 import signal
 import socket
 import stat
 import subprocess
-import unittest
-from pathlib import Path
 
 import harness
-from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, HelperTest, LOG, PYTHON, TESTS, read_line, wait_until
+from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, HelperTest, LOG, PYTHON, TESTS, wait_until
 
 SANITIZED = any(name in (TESTS / "bin/BrimoHelper").read_bytes() for name in (b"__asan_init", b"__tsan_init"))
 # A sanitizer keeps freed memory for a while.
@@ -71,20 +68,12 @@ class WithoutActivation(HelperTest):
 
 
 class SystemLog(HelperTest):
-    """A system log that somebody listens to and nobody reads, in a /dev of the tests' own."""
+    """A system log that somebody listens to and nobody reads."""
 
     def setUp(self):
-        devices = Path("/run/devices")
-        shutil.rmtree(devices, ignore_errors=True)
-        devices.mkdir()
-        for name in ("null", "zero", "urandom", "fuse"):
-            os.mknod(devices / name, 0o666 | stat.S_IFCHR, os.stat(f"/dev/{name}").st_rdev)
-            (devices / name).chmod(0o666)
-        subprocess.run(["mount", "--bind", devices, "/dev"], check=True)
-        self.addCleanup(subprocess.run, ["umount", "-l", "/dev"], check=True)
-        self.log_socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_NONBLOCK)
+        self.log_socket = self.make_system_log()
         self.addCleanup(self.log_socket.close)
-        self.log_socket.bind("/dev/log")
+        self.log_socket.setblocking(False)
         super().setUp()
 
     def received(self):
@@ -213,7 +202,3 @@ connection.sendall(struct.pack(">I", len(item)) + item)
 assert receive_frame(connection)[0] == 1
 print("done")
 """)), 3 * ALLOWED_GROWTH)
-
-
-if __name__ == "__main__":
-    unittest.main()

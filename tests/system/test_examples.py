@@ -4,8 +4,6 @@ import json
 import os
 import shutil
 import signal
-import subprocess
-import unittest
 from pathlib import Path
 
 import harness
@@ -73,7 +71,3 @@ class Python(HelperTest):
                               "DHCP servers on lo {'error': \"Error: Couldn't get hardware address!\"}\n")
         _, errors = run(harness.PYTHON).communicate(timeout=harness.DEADLINE)
         self.assertIn("Refused", errors)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -3,7 +3,6 @@
 import json
 import os
 import subprocess
-import unittest
 from pathlib import Path
 
 import harness
@@ -95,7 +94,3 @@ for _ in range(70):
         self.assertLess(len(os.listdir(f"/proc/{self.helper.pid}/task")), 20)
         wait_until(lambda: len(failures()) == 70, "they are given up", 6 * DEADLINE)
         self.assertEqual(set(failures()), {"too many launches for this user are under way", "chdir: Connection timed out"})
-
-
-if __name__ == "__main__":
-    unittest.main()

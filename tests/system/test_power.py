@@ -1,8 +1,6 @@
 """The machine stays awake: inhibitors of a real logind, and what happens without one."""
 
-import os
 import signal
-import unittest
 
 from harness import DEADLINE, SERVICE, HelperTest, wait_until
 from system_bus import SystemBus
@@ -18,10 +16,6 @@ class Power(HelperTest):
         self.assert_serves()
         self.wait_for_log(r"\[BRHMain\] XPC connection closed")
         self.descriptors = self.helper.descriptors()
-
-    def inhibitor_descriptors(self):
-        folder = f"/proc/{self.helper.pid}/fd"
-        return len([name for name in os.listdir(folder) if "/systemd/inhibit/" in os.readlink(f"{folder}/{name}")])
 
     def assert_no_descriptor_is_left(self, more=0):
         # One is the connection over which the helper follows NetworkManager, as soon as there is a bus.
@@ -52,7 +46,6 @@ class Power(HelperTest):
         self.assertEqual(bus.inhibitors(), self.expected(1))
         self.prevent_sleep()
         self.assertEqual(bus.inhibitors(), self.expected(2))
-        self.assertEqual(self.inhibitor_descriptors(), 4)
 
         wait_until(lambda: self.log().count(RELEASED) >= 4, "all have been released", 30 + DEADLINE)
         wait_until(lambda: not bus.inhibitors(), "logind has seen it")
@@ -105,7 +98,3 @@ for _ in range(200):
         self.assert_succeeds(self.genuine(script))
         self.assertEqual(len(bus.inhibitors()), 256)
         self.assertEqual(self.failures(), [FAILED.format(24)] * (400 - 256))  # EMFILE
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -7,7 +7,6 @@ import re
 import shutil
 import signal
 import subprocess
-import unittest
 from pathlib import Path
 
 from harness import ENVIRONMENT, HelperTest, TESTS, USER, copy_bundle, read_line, run_as_user, sign, wait_until
@@ -139,7 +138,3 @@ class Relaunch(HelperTest):
         self.assertEqual(self.helper.wait(), 0)
         self.assertEqual(self.log()[-3:], ["[BRHMain] XPC_ERROR_TERMINATION_IMMINENT", DIED, RELAUNCHING])
         self.assertIsNone(process.poll())
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -5,7 +5,6 @@ import os
 import shutil
 import signal
 import subprocess
-import unittest
 from pathlib import Path
 
 from harness import DEADLINE, USER, HelperTest, wait_until
@@ -36,7 +35,3 @@ class WatchdogFile(HelperTest):
             self.assert_serves()
             self.assertEqual([process.poll() for process in (unlisted, others, elsewhere)], [None] * 3)
             self.assertEqual(roots.poll() is None, roots not in killed)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -55,8 +55,8 @@ TEST_F(CodeSignatureTest, AnyOfSeveralAnchorsCountsAndNoOther) {
   auto file = readFile(*folder / "signed");
   EXPECT_EQ(check(file, other + own), success);
   EXPECT_EQ(check(file, own + other), success);
-  for (const auto& anchors : {other, own + other.substr(0, 200), readFile(*folder / "own/intermediate.pem"),
-                              std::string("no certificate")}) {
+  for (const auto& anchors :
+       {other, own + other.substr(0, 200), readFile(*folder / "own/intermediate.pem"), std::string("no certificate")}) {
     EXPECT_EQ(check(file, anchors), signatureFailed);
   }
 }
@@ -122,18 +122,17 @@ TEST_F(CodeSignatureTest, TheCMSMustBeOfItsForm) {
 
 TEST_F(CodeSignatureTest, TheCodeDirectoryMustBeOfItsForm) {
   const std::string digest = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-  for (
-      const std::string& directory : {
-          std::string("{}"),
-          std::string("[]"),
-          std::string("not JSON"),
-          R"({"identifier": 1, "size": 3, "sha256": ")" + digest + "\"}",
-          R"({"identifier": "x", "size": 4, "sha256": ")" + digest + "\"}",
-          R"({"identifier": "x", "size": -3, "sha256": ")" + digest + "\"}",
-          R"({"identifier": "x", "size": 3, "sha256": ")" + digest.substr(1) + "\"}",
-          R"({"identifier": "x", "size": 3, "more": 1, "sha256": ")" + digest + "\"}",
-          R"({"identifier": "x", "size": 3, "sha256": "BA)" + digest.substr(2) + "\"}",
-      }) {
+  for (const std::string& directory : {
+           std::string("{}"),
+           std::string("[]"),
+           std::string("not JSON"),
+           R"({"identifier": 1, "size": 3, "sha256": ")" + digest + "\"}",
+           R"({"identifier": "x", "size": 4, "sha256": ")" + digest + "\"}",
+           R"({"identifier": "x", "size": -3, "sha256": ")" + digest + "\"}",
+           R"({"identifier": "x", "size": 3, "sha256": ")" + digest.substr(1) + "\"}",
+           R"({"identifier": "x", "size": 3, "more": 1, "sha256": ")" + digest + "\"}",
+           R"({"identifier": "x", "size": 3, "sha256": "BA)" + digest.substr(2) + "\"}",
+       }) {
     EXPECT_EQ(check(signedWith("abc", directory, usual)), signatureFailed) << directory;
   }
 }
