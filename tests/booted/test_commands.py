@@ -5,7 +5,7 @@ import os
 import shutil
 from pathlib import Path
 
-from lan import INTERFACE, Lan, ip
+from lan import DHCPD_CONFIGURATION, INTERFACE, Lan, ip
 from machine import CONTENTS, MEMBER, STRANGER, UNIT, MachineTest, connected, proxy_method, run, show, sign
 from harness import read_line, wait_until
 
@@ -66,7 +66,6 @@ class Commands(MachineTest):
     def test_a_dhcp_server_gives_a_lease_where_somebody_else_held_its_port(self):
         lan = Lan(self)
         ip("address", "add", "192.0.2.1/24", "dev", INTERFACE)
-        guest = lan.add_server()
         holder = self.hold("udp", 67, "root")
         server = CONTENTS / "Applications/brimo-dhcpd"
         server.parent.mkdir(exist_ok=True)
@@ -77,8 +76,7 @@ class Commands(MachineTest):
         folder = Path(f"/home/{MEMBER}/dhcp")
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir(mode=0o700)
-        (folder / "conf").write_text("ping-check false;\n"
-                                     "subnet 192.0.2.0 netmask 255.255.255.0 { range 192.0.2.100 192.0.2.110; }\n")
+        (folder / "conf").write_text(DHCPD_CONFIGURATION)
         for name in ("leases", "output"):
             (folder / name).touch()
         run("chown", "-R", f"{MEMBER}:{MEMBER}", folder)
@@ -87,8 +85,7 @@ class Commands(MachineTest):
         self.assertEqual(reply.get("result"), "success", (reply, self.log()))
         wait_until(lambda: not Path(f"/proc/{holder}").exists(), "who held the port has been killed")
         wait_until(lambda: "Server starting service." in (folder / "output").read_text(), "the server is ready")
-        lan.run_in(guest, ["dhclient", "-4", "-d", "-1", "-sf", "/bin/true", "-cf", "/dev/null", "-lf", "/run/dhclient.leases",
-                           "-pf", "/run/dhclient.pid", "eth0"], "bound to 192.0.2.1")
+        lan.add_dhclient()
         self.assertIn("lease 192.0.2.1", (folder / "leases").read_text())
         self.assertEqual(self.ask(self.brimo, "stop-dhcpd"), {"result": "success"})
         wait_until(lambda: not Path(f"/proc/{reply['pid']}").exists(), "the server has ended")

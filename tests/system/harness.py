@@ -279,11 +279,15 @@ class HelperTest(unittest.TestCase):
         """Runs a script in an admitted client."""
         return self.start_script(GENUINE_PYTHON, script, *arguments, **options)
 
-    def start_script(self, interpreter, script, *arguments, until=None, **options):
-        """Runs a script as a user; `from harness import *` is done for it. Waits until it says so, if told to."""
+    def start_script(self, interpreter, script, *arguments, **options):
+        """Runs a script as a user; `from harness import *` is done for it."""
+        return self.start_program([interpreter, "-B", "-c", "from harness import *\n" + script, *arguments], **options)
+
+    def start_program(self, arguments, until=None, **options):
+        """Runs a program as a user until the test ends; returns when it says a line, if it is to."""
         if until:
             options = {"stdin": subprocess.PIPE} | options
-        process = run_as_user([interpreter, "-B", "-c", "from harness import *\n" + script, *arguments], **options)
+        process = run_as_user(arguments, **options)
         self.addCleanup(self._end_process, process)
         if until:
             self.assert_says(process, until)

@@ -21,6 +21,7 @@ ETH_P_ALL, ETH_P_IP, ETH_P_IPV6 = 3, 0x0800, 0x86DD
 BROADCAST = b"\xff" * 6
 OUR_MAC = bytes.fromhex("02000000aa01")
 INTERFACE = "probe0"
+DHCPD_CONFIGURATION = "ping-check false;\nsubnet 192.0.2.0 netmask 255.255.255.0 { range 192.0.2.100 192.0.2.110; }\n"
 
 
 def ip(*arguments):
@@ -110,12 +111,16 @@ class Lan:
 
     def add_dhcpd(self, address="192.0.2.2"):
         name = self.add_server(f"{address}/24")
-        Path(f"/tmp/{name}.conf").write_text("ping-check false;\n"
-                                             "subnet 192.0.2.0 netmask 255.255.255.0 { range 192.0.2.100 192.0.2.110; }\n")
+        Path(f"/tmp/{name}.conf").write_text(DHCPD_CONFIGURATION)
         Path(f"/tmp/{name}.leases").touch()
         dhcpd = shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), "/run")  # AppArmor lets the original read Debian's files
         self.run_in(name, [dhcpd, "-4", "-f", "-d", "--no-pid", "-user", "root", "-group", "root", "-cf",
                            f"/tmp/{name}.conf", "-lf", f"/tmp/{name}.leases", "eth0"], "Server starting service.")
+
+    def add_dhclient(self):
+        """A client on the network that has got an address of 192.0.2.1, and keeps it."""
+        self.run_in(self.add_server(), ["dhclient", "-4", "-d", "-1", "-sf", "/bin/true", "-cf", "/dev/null", "-lf",
+                                        "/run/dhclient.leases", "-pf", "/run/dhclient.pid", "eth0"], "bound to 192.0.2.1")
 
     def add_radvd(self, options, address="fe80::1/64"):
         name = self.add_server(address)

@@ -8,8 +8,8 @@ import signal
 import subprocess
 from pathlib import Path
 
-from harness import USER, Helper, HelperTest, copy_bundle, make_bundles, read_line, run_as_user, sign, wait_until
-from lan import INTERFACE, Lan, ip
+from harness import USER, Helper, HelperTest, copy_bundle, make_bundles, read_line, sign, wait_until
+from lan import DHCPD_CONFIGURATION, INTERFACE, Lan, ip
 
 # Perl ignores what follows __END__, such as a signature.
 STAND_IN = """#!/usr/bin/perl
@@ -54,8 +54,7 @@ class ChildTest(HelperTest):
 
     def start(self, words):
         """Has the server started; returns the client and the server's PID, once it has said these words."""
-        client = run_as_user([self.executable], stdin=subprocess.PIPE, cwd=self.folder)
-        self.addCleanup(self._end_process, client)
+        client = self.start_program([self.executable], stdin=subprocess.PIPE, cwd=self.folder)
         said = self.output.read_text().count(words)
         print(f"start-dhcpd {INTERFACE} conf leases output pid", file=client.stdin, flush=True)
         pid = int(re.fullmatch(r"DHCP server runs as PID (\d+)", read_line(client))[1])
@@ -71,14 +70,11 @@ class DHCPServer(ChildTest):
     def test_a_real_client_gets_an_address_as_long_as_the_application_stays(self):
         lan = Lan(self)
         ip("address", "add", "192.0.2.1/24", "dev", INTERFACE)
-        guest = lan.add_server()
-        (self.folder / "conf").write_text("ping-check false;\n"
-                                          "subnet 192.0.2.0 netmask 255.255.255.0 { range 192.0.2.100 192.0.2.110; }\n")
+        (self.folder / "conf").write_text(DHCPD_CONFIGURATION)
         (self.folder / "leases").touch()
         self.install(Path("/usr/sbin/dhcpd").read_bytes())
         client, pid = self.start("Server starting service.")
-        lan.run_in(guest, ["dhclient", "-4", "-d", "-1", "-sf", "/bin/true", "-cf", "/dev/null", "-lf", "/run/dhclient.leases",
-                           "-pf", "/run/dhclient.pid", "eth0"], "bound to 192.0.2.1")
+        lan.add_dhclient()
         self.assertRegex(self.output.read_text(), r"(?s)^before\n.*DHCPACK on 192\.0\.2\.1\d\d to ")
         self.assertEqual((self.folder / "pid").read_text(), f"{pid}\n")
         self.assertEqual(Path(f"/proc/{pid}/cmdline").read_bytes().split(b"\0")[:-1],

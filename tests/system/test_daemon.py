@@ -48,10 +48,8 @@ class WithoutActivation(HelperTest):
 
     def test_one_helper_serves_and_leftovers_are_replaced(self):
         self.assert_serves()
-        second = os.fork()
-        if second == 0:
-            os.execve(TESTS / "bin/BrimoHelper", ["BrimoHelper"], ENVIRONMENT)
-        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(second, 0)[1]), 1)
+        command = [TESTS / "bin/BrimoHelper"]
+        self.assertEqual(subprocess.run(command, env=ENVIRONMENT).returncode, 1)
         self.assertIn("[Helper] Failed to create service.", self.log())
         self.assert_serves()
 
@@ -59,9 +57,7 @@ class WithoutActivation(HelperTest):
         self.assertEqual(self.helper.wait(), -signal.SIGKILL)
         left = os.stat(ENDPOINT).st_ino
         self.helper.status = None
-        self.helper.pid = os.fork()
-        if self.helper.pid == 0:
-            os.execve(TESTS / "bin/BrimoHelper", ["BrimoHelper"], ENVIRONMENT)
+        self.helper.pid = os.posix_spawn(command[0], command, ENVIRONMENT)
         wait_until(lambda: os.path.exists(ENDPOINT) and os.stat(ENDPOINT).st_ino != left, "it listens anew")
         self.end_helper()
         self.assertFalse(os.path.exists(ENDPOINT))

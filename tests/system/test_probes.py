@@ -38,20 +38,13 @@ def detect(interface=INTERFACE):
 
 
 class ProbeTest(HelperTest):
+    helper_options = {"quiet": True}
+    output = Path("/tmp/helper.output")
+
     def setUp(self):
-        # What the probes print is looked at, and does not disturb the test's own output.
-        saved = [os.dup(1), os.dup(2)]
-        self.output = Path("/tmp/helper.output")
-        with self.output.open("wb") as file:
-            os.dup2(file.fileno(), 1)
-            os.dup2(file.fileno(), 2)
-        try:
-            super().setUp()
-            self.wait_for_log(r"\[Helper\] Version: .*")
-        finally:
-            for number, descriptor in enumerate(saved, 1):
-                os.dup2(descriptor, number)
-                os.close(descriptor)
+        self.output.unlink(missing_ok=True)
+        super().setUp()
+        self.wait_for_log(r"\[Helper\] Version: .*")
         self.lan = Lan(self)
 
     def start_asking(self, *requests):

@@ -6,7 +6,7 @@ import signal
 import subprocess
 from pathlib import Path
 
-from harness import HelperTest, PYTHON, read_line, run_as_user, wait_until
+from harness import HelperTest, PYTHON, read_line, wait_until
 
 
 class Frames(HelperTest):
@@ -56,15 +56,13 @@ assert receive_frame(connection) == [2**64 - 1, {"error": "unknown command"}]
             folder /= "x" * 200
             os.mkdir(folder)
         shutil.copy(os.path.realpath(PYTHON), folder / "python")
-        owner = run_as_user([folder / "python", "-c", """
+        self.start_program([folder / "python", "-c", """
 import socket
 listener = socket.create_server(("127.0.0.1", 4000))
 connected = socket.create_connection(("127.0.0.1", 4000), source_address=("127.0.0.1", 4001))
 print("bound", flush=True)
 input()
-"""], stdin=subprocess.PIPE)
-        self.addCleanup(self._end_process, owner)
-        self.assert_says(owner, "bound")
+"""], until="bound")
         self.assert_succeeds(self.genuine("""
 connection = connect_greeted()
 request = frame(1, {"command": "process-lookup", "address": socket_address("127.0.0.1", 4001),
