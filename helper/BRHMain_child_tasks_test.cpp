@@ -193,7 +193,7 @@ TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
 }
 
 TEST_F(ChildTasksTest, AFailedLaunchIsToldAndForgotten) {
-  for (const std::string& reason : {"No such file", ""}) {
+  for (std::string reason : {"No such file", ""}) {
     machine().launchFailure = platform::Failure(0, reason);
     auto reply = [&](auto child) {
       return fmt::format(R"({{"error":"{}"}})", reason.empty() ? fmt::format("failed to start {}", child) : reason);

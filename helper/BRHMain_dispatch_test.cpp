@@ -188,7 +188,7 @@ TEST_F(DispatchTest, RequestsThatAcceptNoReply) {
       {platform::SocketProtocol::tcp, {.localPort = 80, .isIPv4 = true, .isIPv6 = false, .localAddress = {}}}};
   auto expect = [&](ipc::Dictionary request, const std::vector<std::string>& lines) {
     deliver(fake::makeMessage(std::move(request)));
-    EXPECT_EQ(log.size(), lines.size());
+    ASSERT_EQ(log.size(), lines.size());
     for (std::size_t index = 0; index < lines.size(); ++index) EXPECT_EQ(log[index], "[BRHMain] " + lines[index]);
   };
   expect({{"command", "process-lookup"}, {"address", ipc::Data(query.begin(), query.end())}},

@@ -67,7 +67,10 @@ TEST_F(LogFileTest, ReplacesWhatAnotherUserCouldHavePlanted) {
            [&] { std::filesystem::create_symlink(target, path); },
            [&] { std::filesystem::create_hard_link(target, path); },
            [&] { ASSERT_EQ(mkfifo(path.c_str(), 0644), 0); },
-           [&] { put("another's\n", 0644), ASSERT_EQ(chown(path.c_str(), 1000, 1000), 0) << "run as root"; },
+           [&] {
+             put("another's\n", 0644);
+             ASSERT_EQ(chown(path.c_str(), 1000, 1000), 0) << "run as root";
+           },
        }) {
     std::filesystem::remove(path);
     std::ofstream(target) << "target\n";

@@ -59,7 +59,7 @@ TEST(BRSockAddrObject, HashAndIgnoredPortServeAsKey) {
   EXPECT_EQ(BRSockAddrObject::objectWithAddr({16, 99, 1, 2, 3, 4}).hash(), 0u);
 
   std::unordered_set<BRSockAddrObject> set;
-  for (std::uint16_t port : {1, 2}) {
+  for (auto port : std::initializer_list<std::uint16_t>{1, 2}) {
     set.insert(BRSockAddrObject::objectWithAddrIgnorePort(BRSockAddrMakeIPv4({1, 2, 3, 4}, port)));
   }
   EXPECT_EQ(set.size(), 1u);

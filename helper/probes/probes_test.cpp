@@ -5,12 +5,14 @@
 
 #include "helper/probes/BRHV6RADetector.h"
 #include "platform/dispatch/dispatch.h"
+#include "tests/support/captured_log.h"
 #include "tests/support/eventually.h"
 #include "tests/support/this_machine.h"
 
 namespace {
 
 TEST(RouterProbes, AHundredCompleteOnceEachAndLeaveNothing) {
+  CapturedLog log;
   static_cast<void>(HXGCDTimer::onetimeTimerWithQueue(platform::dispatch::mainQueue(), 3600, [] {}));
   const auto descriptors = openDescriptors(), running = threadCount();
   std::atomic<int> completions = 0;

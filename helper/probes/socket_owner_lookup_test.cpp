@@ -106,7 +106,7 @@ TEST_F(SocketOwnerLookupTest, OnePassServesWhatWaitsWhenItBegins) {
   auto ask = [&](const BRSocketQuestion& question) {
     BRAskSocketOwner(question, [&](const auto& found) { answers.push_back(found ? found->pid : 0); });
   };
-  for (std::uint16_t port : {80, 81, 82}) {
+  for (auto port : std::initializer_list<std::uint16_t>{80, 81, 82}) {
     ask({.protocol = SocketProtocol::tcp, .address = BRSockAddrMakeIPv4({127, 0, 0, 1}, port), .remote = {}});
   }
   EXPECT_THAT(answers, IsEmpty());

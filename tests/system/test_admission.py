@@ -2,7 +2,6 @@
 
 import os
 import shutil
-import socket
 import subprocess
 from pathlib import Path
 

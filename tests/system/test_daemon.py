@@ -4,7 +4,6 @@ import itertools
 import os
 import resource
 import signal
-import socket
 import stat
 import subprocess
 

@@ -3,7 +3,6 @@
 import os
 import shutil
 import signal
-import subprocess
 from pathlib import Path
 
 from harness import HelperTest, PYTHON, read_line, wait_until
