@@ -19,7 +19,7 @@ import unittest
 from pathlib import Path
 
 import lan
-from harness import PYTHON, SERVICE, TESTS, USER, HelperTest, add_spindump, copy_bundle, run_as_user, sign
+from harness import PYTHON, SERVICE, TESTS, USER, HelperTest, copy_bundle, run_as_user, sign
 from network_manager import NetworkManager
 from system_bus import SystemBus
 
@@ -181,8 +181,18 @@ class Soak(HelperTest):
         network.add_dnsmasq()
         network.add_radvd("prefix 2001:db8:1::/64 {};")
         self.prepare_application()
-        add_spindump(self, 'echo "$1" >"$3"')
+        self.add_spindump()
         self.addCleanup(self.end_relaunched)
+
+    def add_spindump(self):
+        """Lays a folder with a shell script as spindump over /usr/sbin, in the tests' own mount namespace."""
+        folder = Path("/run/sbin")
+        folder.mkdir()
+        self.addCleanup(shutil.rmtree, folder)
+        (folder / "spindump").write_text('#!/bin/sh\necho "$1" >"$3"\n')
+        (folder / "spindump").chmod(0o755)
+        subprocess.run(["mount", "-t", "overlay", "-o", f"ro,lowerdir={folder}:/usr/sbin", "overlay", "/usr/sbin"], check=True)
+        self.addCleanup(subprocess.run, ["umount", "/usr/sbin"], check=True)
 
     def prepare_application(self):
         """The genuine application, which can be relaunched. Most instances execute a script once they are admitted."""

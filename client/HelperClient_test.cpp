@@ -43,12 +43,21 @@ Dictionary jsonReply(const std::string& text) {
   return {{"json", Data(text.begin(), text.end())}};
 }
 
+/// Answers the next request.
+void answer(Peer& peer, const Dictionary& reply) {
+  peer.send({.id = peer.receive().id, .dictionary = reply});
+}
+
+Dictionary versionReply(std::int64_t number) {
+  return jsonReply("{\"version\":" + std::to_string(number) + "}");
+}
+
 class HelperClientTest : public testing::Test {
  protected:
   /// Sends the greeting and answers the client's first request.
   void admit(Peer& peer) {
     peer.greet(helper_.name);
-    peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"version":618})")});
+    answer(peer, versionReply(618));
   }
   Peer admit() {
     auto peer = helper_.accept();
@@ -90,15 +99,11 @@ TEST_F(HelperClientTest, AnswersEachOfManyThreads) {
   std::vector<std::thread> threads;
   for (int number = 0; number < 8; ++number) {
     threads.emplace_back([&, number] {
-      for (int count = 0; count < 50; ++count) {
-        auto port = static_cast<std::uint16_t>(1000 * number + count + 1);
+      for (int count = 1; count <= 100; ++count) {
         SocketAddress address;
-        address.port = port;
+        address.port = static_cast<std::uint16_t>(1000 * number + count);
         auto result = client.call(processLookup(Transport::udp, address));
-        if (result && *result && (*result)->pid == port) ++right;
-        client.send(processLookup(Transport::udp, address), [&, port](Result<std::optional<SocketOwner>> reply) {
-          if (reply && *reply && (*reply)->pid == port) ++right;
-        });
+        right += result && *result && (*result)->pid == address.port;
       }
     });
   }
@@ -109,10 +114,6 @@ TEST_F(HelperClientTest, AnswersEachOfManyThreads) {
     peer.send({.id = frame.id, .dictionary = owner(address[2] << 8 | address[3])});
   }
   for (auto& thread : threads) thread.join();
-  Outcome<std::int64_t> last;  // handlers run in order
-  client.send(version(), last.handler());
-  peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"version":1})")});
-  last.get();
   EXPECT_EQ(right, 800);
 }
 
@@ -122,11 +123,13 @@ TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
   HelperClient client(options);
   auto code = [](auto result) { return result ? std::nullopt : std::make_optional(result.error().code); };
 
-  auto refused = std::async([&] { return client.call(version()); });
+  auto ask = [&] { return std::async([&] { return client.call(version()); }); };
+
+  auto refused = ask();
   helper_.accept().close();
   EXPECT_EQ(code(refused.get()), ErrorCode::refused);
 
-  refused = std::async([&] { return client.call(version()); });
+  refused = ask();
   {
     auto peer = helper_.accept();
     peer.greet(helper_.name);
@@ -134,26 +137,22 @@ TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
   }
   EXPECT_EQ(code(refused.get()), ErrorCode::refused);
 
-  auto other = std::async([&] { return client.call(version()); });
-  {
-    auto peer = helper_.accept();
-    peer.send({.id = 0, .dictionary = {{"service", "another"}}});
-    EXPECT_THAT(other.get().error().message, HasSubstr("not that of"));
-  }
+  auto other = ask();
+  helper_.accept().send({.id = 0, .dictionary = {{"service", "another"}}});
+  EXPECT_THAT(other.get().error().message, HasSubstr("not that of"));
 
   auto rejected = std::async([&] { return client.call(startWatchdog()); });
   auto peer = admit();
-  peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"error":"unknown command"})")});
+  answer(peer, jsonReply(R"({"error":"unknown command"})"));
   auto result = rejected.get();
   EXPECT_EQ(code(result), ErrorCode::rejected);
   EXPECT_EQ(result.error().message, "unknown command");
-
   EXPECT_EQ(code(client.call(jsonCommand(std::string(17'000'000, ' ')))), ErrorCode::invalidArgument);
   Proxies noPort;
   noPort.http = {"proxy.example", 0};
   EXPECT_EQ(code(client.call(setProxies({{"id", noPort}}, ProxyLifetime::permanent))), ErrorCode::invalidArgument);
 
-  auto lost = std::async([&] { return client.call(version()); });
+  auto lost = ask();
   peer.receive();
   peer.close();
   EXPECT_EQ(code(lost.get()), ErrorCode::lost);
@@ -175,19 +174,17 @@ TEST_F(HelperClientTest, NoAnswerIsWaitedForWithoutEnd) {
   Outcome<std::optional<SocketOwner>> kept;
   client.send(lookup(), kept.handler());
   auto peer = admit();
-  auto frame = peer.receive();
-  EXPECT_TRUE(frame.dictionary.contains("address"));
-  peer.send({.id = frame.id, .dictionary = owner(1)});
-  EXPECT_TRUE(kept.get());
+  answer(peer, owner(1));
+  EXPECT_EQ((*kept.get())->pid, 1);
 
   // A late answer is ignored.
   Outcome<std::int64_t> late;
   client.send(version(), late.handler(), 1ms);
   auto lateID = peer.receive().id;
   EXPECT_EQ(late.get().error().code, ErrorCode::timedOut);
-  peer.send({.id = lateID, .dictionary = jsonReply(R"({"version":1})")});
+  peer.send({.id = lateID, .dictionary = versionReply(1)});
   auto next = std::async([&] { return client.call(version()); });
-  peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"version":2})")});
+  answer(peer, versionReply(2));
   EXPECT_EQ(*next.get(), 2);
 }
 
@@ -226,7 +223,7 @@ TEST_F(HelperClientTest, TheEndOfTheHelperIsTheAnswerToStop) {
   auto next = std::async([&] { return client.call(version()); });
   auto id = helper_.accept();  // connects only for the next request
   admit(id);
-  id.send({.id = id.receive().id, .dictionary = jsonReply(R"({"version":3})")});
+  answer(id, versionReply(3));
   EXPECT_EQ(*next.get(), 3);
 }
 
@@ -242,8 +239,7 @@ TEST_F(HelperClientTest, HandlersWaitForDelivery) {
   client.send(version(), handler);
   auto peer = admit();
   for (std::int64_t number = 1; number <= 3; ++number) {
-    auto reply = jsonReply("{\"version\":" + std::to_string(number) + "}");
-    peer.send({.id = peer.receive().id, .dictionary = reply});
+    answer(peer, versionReply(number));
     waitReadable(client.descriptor());
     EXPECT_EQ(versions.size(), number - 1);
     client.deliver();
@@ -265,10 +261,7 @@ TEST_F(HelperClientTest, HandlersMayCallAnything) {
     destroyed.set_value();
   });
   auto peer = admit();
-  for (std::int64_t number = 1; number <= 2; ++number) {
-    auto reply = jsonReply("{\"version\":" + std::to_string(number) + "}");
-    peer.send({.id = peer.receive().id, .dictionary = reply});
-  }
+  for (std::int64_t number : {1, 2}) answer(peer, versionReply(number));
   EXPECT_EQ(*inner.get(), 2);
   EXPECT_EQ(pending.get().error().code, ErrorCode::cancelled);
   destroyed.get_future().get();

@@ -45,8 +45,6 @@ class DispatchTest : public testing::Test {
     return data ? std::string(data->begin(), data->end()) : "(none)";
   }
 
-  void tell(ipc::Dictionary request) { deliver(fake::makeMessage(std::move(request))); }
-
   std::shared_ptr<fake::ConnectionState> state = std::make_shared<fake::ConnectionState>();
   std::shared_ptr<ipc::Connection> connection = fake::makeConnection(state);
   CapturedLog captured;
@@ -66,9 +64,6 @@ TEST_F(DispatchTest, JSONCommands) {
     EXPECT_EQ(askJSON(text), R"({"error":"unknown command"})");
     EXPECT_EQ(log.back(), "[BRHMain] Unknown command!");
   }
-  boost::json::object noCommand{{"command", 1}};
-  EXPECT_EQ(BRHMain::sharedInstance().execCommand(noCommand, *platform::fake::makeConnection()).at("error"),
-            "unknown command");
 }
 
 TEST_F(DispatchTest, StopEndsTheProcessWithoutAReply) {
@@ -81,7 +76,7 @@ TEST_F(DispatchTest, JSONErrors) {
   EXPECT_THAT(log, ElementsAre("[BRHMain] XPC dictionary contains no supported command"));
   EXPECT_EQ(*ask({{"command", true}, {"json", "text"}}).get<ipc::Data>("json"),
             bytesOf(R"({"error":"missing command"})"));
-  for (auto text : {"", "[]", "1", "{}", R"({"command":1})", R"({"command":null})", R"(["command"])"}) {
+  for (auto text : {"", "[]", "{}", R"({"command":1})"}) {
     EXPECT_EQ(askJSON(text), R"({"error":"invalid command payload"})") << text;
     EXPECT_THAT(log, ElementsAre("[BRHMain] Invalid JSON command payload"));
   }
@@ -105,17 +100,13 @@ TEST_F(DispatchTest, ProcessLookup) {
 
   EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}, {"udp", true}}),
             (ipc::Dictionary{{"pid", std::int64_t{123}}, {"path", "/usr/sbin/owner"}}));
-  EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}, {"udp", false}}).size(), 0u);
   EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}, {"udp", std::int64_t{1}}}).size(), 0u);
   EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", address}}).size(), 0u);
-
-  for (auto length : {0u, 127u, 129u}) {
-    EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", ipc::Data(length)}}),
+  for (auto [wrong, length] : {std::pair<ipc::Value, int>(ipc::Data(127), 127), {ipc::Data(129), 129}, {"text", 0}}) {
+    EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", wrong}}),
               (ipc::Dictionary{{"error", "invalid address"}}));
     EXPECT_EQ(log.back(), fmt::format("[BRHMain] Invalid process-lookup address length: {}", length));
   }
-  EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", "text"}}), (ipc::Dictionary{{"error", "invalid address"}}));
-  EXPECT_EQ(log.back(), "[BRHMain] Invalid process-lookup address length: 0");
 }
 
 TEST_F(DispatchTest, LookupsOfOneConnectionDoNotPileUp) {
@@ -149,23 +140,21 @@ TEST_F(DispatchTest, TheOtherEndIsOfUseWhenItIsAnAddressOfTheSameFamily) {
   };
   EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end())), 2);
   EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end() - 1)), 1);
-  EXPECT_EQ(owner("text"), 1);
   remote = BRSockAddrMakeIPv6({}, 443);
   EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end())), 1);
 }
 
 TEST_F(DispatchTest, ProbesNeedAnInterface) {
-  for (const ipc::Dictionary& request :
-       {ipc::Dictionary{{"command", "ra-detect"}}, ipc::Dictionary{{"command", "ra-detect"}, {"interface", ""}},
-        ipc::Dictionary{{"command", "ra-detect"}, {"interface", bytesOf("lo")}}}) {
-    EXPECT_EQ(ask(request), (ipc::Dictionary{{"error", "invalid interface"}}));
+  for (const ipc::Value& interface : {ipc::Value(""), ipc::Value(bytesOf("lo"))}) {
+    EXPECT_EQ(ask({{"command", "ra-detect"}, {"interface", interface}}),
+              (ipc::Dictionary{{"error", "invalid interface"}}));
     EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: ra-detect", "[BRHMain] Invalid ra-detect interface"));
   }
   // An empty reply means that no router was found.
   EXPECT_EQ(ask({{"command", "ra-detect"}, {"interface", "nothing0"}}).size(), 0u);
   EXPECT_EQ(log.back(), "[BRHV6RADetector] Invalid interface: nothing0");
 
-  for (auto interface : {"", R"(,"interface":"")", R"(,"interface":1)", R"(,"interface":null)"}) {
+  for (auto interface : {"", R"(,"interface":"")", R"(,"interface":1)"}) {
     EXPECT_EQ(askJSON(fmt::format(R"({{"command":"dhcp-discover"{}}})", interface)),
               R"({"error":"Invalid interface"})");
     EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: dhcp-discover"));
@@ -184,7 +173,9 @@ TEST_F(DispatchTest, RouterProbesAreLimited) {
   detect();
   EXPECT_EQ(replies, 1);
   EXPECT_EQ(log.back(), "[BRHMain] Too many ra-detect requests at once");
-  fake::passTime(5s);
+  fake::passTime(5s - 1ns);
+  EXPECT_EQ(replies, 1);
+  fake::passTime(1ns);
   EXPECT_EQ(replies, 129);
   detect();
   EXPECT_EQ(replies, 129);
@@ -195,34 +186,33 @@ TEST_F(DispatchTest, RequestsThatAcceptNoReply) {
   auto query = BRSockAddrMakeIPv4({127, 0, 0, 1}, 80);
   machine().sockets = {
       {platform::SocketProtocol::tcp, {.localPort = 80, .isIPv4 = true, .isIPv6 = false, .localAddress = {}}}};
-  tell({{"command", "process-lookup"}, {"address", ipc::Data(query.begin(), query.end())}});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: process-lookup",
-                               "[BRHMain] process-lookup request does not accept a reply"));
+  auto expect = [&](ipc::Dictionary request, const std::vector<std::string>& lines) {
+    deliver(fake::makeMessage(std::move(request)));
+    ASSERT_EQ(log.size(), lines.size());
+    for (std::size_t index = 0; index < lines.size(); ++index) EXPECT_EQ(log[index], "[BRHMain] " + lines[index]);
+  };
+  expect({{"command", "process-lookup"}, {"address", ipc::Data(query.begin(), query.end())}},
+         {"Received raw command: process-lookup", "process-lookup request does not accept a reply"});
   EXPECT_THAT(machine().passes, IsEmpty());
-  tell({{"command", "ra-detect"}, {"interface", "lo"}});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: ra-detect",
-                               "[BRHMain] ra-detect request does not accept a reply"));
-  tell({{"json", bytesOf(R"({"command":"dhcp-discover","interface":"lo"})")}});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: dhcp-discover",
-                               "[BRHMain] dhcp-discover request does not accept a reply"));
-  tell({{"command", "x"}});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: x", "[BRHMain] Unknown raw command!"));
-  tell({{"json", bytesOf(R"({"command":"nope"})")}});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: nope", "[BRHMain] Unknown command!",
-                               "[BRHMain] JSON command does not accept a reply"));
-  tell({});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC dictionary contains no supported command"));
-  tell({{"json", bytesOf("{")}});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] Invalid JSON command payload"));
+  expect({{"command", "ra-detect"}, {"interface", "lo"}},
+         {"Received raw command: ra-detect", "ra-detect request does not accept a reply"});
+  expect({{"json", bytesOf(R"({"command":"dhcp-discover","interface":"lo"})")}},
+         {"Received command: dhcp-discover", "dhcp-discover request does not accept a reply"});
+  expect({{"command", "x"}}, {"Received raw command: x", "Unknown raw command!"});
+  expect({{"json", bytesOf(R"({"command":"nope"})")}},
+         {"Received command: nope", "Unknown command!", "JSON command does not accept a reply"});
+  expect({}, {"XPC dictionary contains no supported command"});
+  expect({{"json", bytesOf("{")}}, {"Invalid JSON command payload"});
 }
 
 TEST_F(DispatchTest, ErrorEventsAreToldApart) {
-  deliver(ipc::Error{.kind = ipc::Error::Kind::connectionInvalid, .description = "gone"});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC connection closed"));
-  deliver(ipc::Error{.kind = ipc::Error::Kind::terminationImminent, .description = "end"});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC_ERROR_TERMINATION_IMMINENT"));
-  deliver(ipc::Error{.kind = ipc::Error::Kind::other, .description = "interrupted"});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC_TYPE_ERROR: interrupted"));
+  using Kind = ipc::Error::Kind;
+  for (auto [kind, line] : {std::pair(Kind::connectionInvalid, "[BRHMain] XPC connection closed"),
+                            {Kind::terminationImminent, "[BRHMain] XPC_ERROR_TERMINATION_IMMINENT"},
+                            {Kind::other, "[BRHMain] XPC_TYPE_ERROR: interrupted"}}) {
+    deliver(ipc::Error{.kind = kind, .description = "interrupted"});
+    EXPECT_THAT(log, ElementsAre(line));
+  }
 }
 
 }  // namespace

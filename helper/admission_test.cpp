@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include "build_constants.h"
-#include "foundation/HXLog.h"
 #include "helper/BRHMain.h"
 #include "platform/fake/ipc.h"
 #include "platform/fake/machine.h"
@@ -90,17 +89,8 @@ TEST_F(AdmissionTest, EveryFailedStepRejectsTheConnection) {
     state->handler(ipc::Error{.kind = ipc::Error::Kind::connectionInvalid, .description = ""});
     EXPECT_EQ(log.size(), 2u);
     EXPECT_EQ(BRHMain::sharedInstance().mainAppImagePath(), "/none");
-    EXPECT_TRUE(machine().notedApplications.empty());
     machine() = intact;
   }
-}
-
-TEST_F(AdmissionTest, ErrorsBeforeTheFirstMessageAreDropped) {
-  accept();
-  log.clear();
-  state->handler(ipc::Error{.kind = ipc::Error::Kind::terminationImminent, .description = ""});
-  EXPECT_TRUE(log.empty());
-  EXPECT_TRUE(machine().checks.empty());
 }
 
 TEST_F(AdmissionTest, AConnectionThatTheRequirementCannotBeInstalledOnIsCancelled) {

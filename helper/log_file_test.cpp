@@ -61,18 +61,17 @@ TEST_F(LogFileTest, MakesOrKeepsASafeFile) {
 
 TEST_F(LogFileTest, ReplacesWhatAnotherUserCouldHavePlanted) {
   const std::string target = folder / "target";
-  auto plants = std::initializer_list<std::function<void()>>{
-      [&] { put("group may write\n", 0664); },
-      [&] { put("all may write\n", 0646); },
-      [&] { std::filesystem::create_symlink(target, path); },
-      [&] { std::filesystem::create_hard_link(target, path); },
-      [&] { ASSERT_EQ(mkfifo(path.c_str(), 0644), 0); },
-      [&] {
-        put("another's\n", 0644);
-        ASSERT_EQ(chown(path.c_str(), 1000, 1000), 0) << "run as root";
-      },
-  };
-  for (const auto& plant : plants) {
+  for (const auto& plant : std::initializer_list<std::function<void()>>{
+           [&] { put("group may write\n", 0664); },
+           [&] { put("all may write\n", 0646); },
+           [&] { std::filesystem::create_symlink(target, path); },
+           [&] { std::filesystem::create_hard_link(target, path); },
+           [&] { ASSERT_EQ(mkfifo(path.c_str(), 0644), 0); },
+           [&] {
+             put("another's\n", 0644);
+             ASSERT_EQ(chown(path.c_str(), 1000, 1000), 0) << "run as root";
+           },
+       }) {
     std::filesystem::remove(path);
     std::ofstream(target) << "target\n";
     plant();
@@ -96,14 +95,12 @@ TEST_F(LogFileTest, AFullDiskIsReportedOnceAndTheFileLeftOut) {
 
 TEST_F(LogFileTest, GoesOnWithoutAFileThatCannotBeMadeSafe) {
   std::filesystem::create_directory(path);
-  BRHOpenLogFile(path);
-  HXLog("T", "nowhere to go");
-  EXPECT_THAT(machine().systemLog, testing::ElementsAre("Brimo Helper refused to open an unsafe log file"));
-  EXPECT_TRUE(std::filesystem::is_directory(path));
-
-  machine() = {};
-  BRHOpenLogFile(folder / "none/log");  // unlink() fails with ENOENT each time
-  EXPECT_THAT(machine().systemLog, testing::ElementsAre("Brimo Helper refused to open an unsafe log file"));
+  for (const auto& unsafe : {path, folder / "none/log"}) {  // in the latter unlink says ENOENT each time
+    machine() = {};
+    BRHOpenLogFile(unsafe);
+    HXLog("T", "nowhere to go");
+    EXPECT_THAT(machine().systemLog, testing::ElementsAre("Brimo Helper refused to open an unsafe log file"));
+  }
 }
 
 }  // namespace

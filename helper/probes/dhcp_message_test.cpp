@@ -64,13 +64,11 @@ TEST(DHCPMessage, AnyOneThingWrongIsMalformed) {
   }
   for (const std::vector<std::uint8_t>& options : {
            std::vector<std::uint8_t>{53, 1, 5},  // ACK
-           {53, 1, 6},                           // NAK
-           {53, 2, 2, 0},                        // two bytes long
-           {53, 0},                              // empty
-           {53, 1},                              // no value
-           {53},                                 // no length
-           {255, 53, 1, 2},                      // after the end option
-           {0, 0, 0, 0, 0},                      // only padding
+           {53, 2, 2, 0},                        // of two bytes
+           {53, 0},                              // of none
+           {53, 1},                              // breaks off before its value
+           {53},                                 // before its length
+           {255, 53, 1, 2},                      // after the end
            {54, 4, 192, 0, 2, 1},                // no type
            {54, 5, 192, 0, 2, 1, 53, 1, 2},      // the type lies inside the previous option
            {54, 255, 53, 1, 2},                  // an option that extends past the end

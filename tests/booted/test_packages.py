@@ -5,7 +5,6 @@ import os
 import socket
 import subprocess
 import threading
-import unittest
 from pathlib import Path
 
 from machine import CONTENTS, MEMBER, UNIT, MachineTest, install, run, show
@@ -102,7 +101,3 @@ class Packages(MachineTest):
         self.assertRaises(KeyError, grp.getgrnam, "brimo")
         self.assertEqual(run("dpkg-statoverride", "--list").count("brimo"), 0)
         self.assertEqual(everything() - self.before, set())
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -2,7 +2,6 @@
 
 import os
 import re
-import unittest
 from pathlib import Path
 
 from machine import STRANGER, UNIT, MachineTest, make_application, run, show, sign
@@ -94,7 +93,3 @@ class Relaunch(MachineTest):
         process = self.launch()
         run("pkill", "-KILL", "-x", "Application")
         wait_until(services, "it is launched again")
-
-
-if __name__ == "__main__":
-    unittest.main()

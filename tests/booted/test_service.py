@@ -2,23 +2,9 @@
 
 import os
 import signal
-import unittest
 
-from machine import MEMBER, STRANGER, UNIT, MachineTest, connected, ensure_installed, in_session, proxy_method, run, show
-from harness import SERVICE, read_line, wait_until
-
-TEMPORARY = "set-proxy Wired http=127.0.0.1:8080 temporary"
-
-
-def set_temporary_proxy_and_stay():
-    """Leaves temporary proxies set; the script "run" then shuts the machine down."""
-    ensure_installed()
-    connected()
-    client = in_session(MEMBER, "Brimo", "--json")
-    print(TEMPORARY, file=client.stdin, flush=True)
-    assert read_line(client) == '{"result":"success"}'
-    wait_until(lambda: proxy_method() == "auto", "the proxy is set")
-
+from machine import MEMBER, STRANGER, UNIT, MachineTest, run, show
+from harness import SERVICE
 
 class Life(MachineTest):
     def test_the_socket_starts_it_and_starts_it_again(self):
@@ -41,19 +27,6 @@ class Life(MachineTest):
         stranger = self.start(STRANGER, "sh", "-c", "Brimo version")
         self.assertIn("Permission denied", stranger.communicate()[1])
 
-    def test_stopping_it_takes_the_proxies_off(self):
-        connected()
-        client = self.client()
-        self.assertEqual(self.ask(client, TEMPORARY), {"result": "success"})
-        self.assertEqual(proxy_method(), "auto")
-        run("systemctl", "stop", UNIT)
-        self.assertEqual(proxy_method(), "none")
-        self.assertEqual(show(UNIT, "Result"), "success")
-
     def test_the_exposure_is_what_it_was(self):
         report = run("systemd-analyze", "security", "--no-pager", "--threshold=34", UNIT)
         self.assertIn("Overall exposure level", report)
-
-
-if __name__ == "__main__":
-    unittest.main()

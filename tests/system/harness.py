@@ -59,17 +59,6 @@ def copy_bundle(name, source="/opt/Brimo.app"):
     return bundle, bundle / "Contents/MacOS/Brimo"
 
 
-def add_spindump(test, script):
-    """Mounts a shell script as /usr/sbin/spindump in the tests' mount namespace."""
-    folder = Path("/run/sbin")
-    folder.mkdir()
-    test.addCleanup(shutil.rmtree, folder)
-    (folder / "spindump").write_text(f"#!/bin/sh\n{script}\n")
-    (folder / "spindump").chmod(0o755)
-    subprocess.run(["mount", "-t", "overlay", "-o", f"ro,lowerdir={folder}:/usr/sbin", "overlay", "/usr/sbin"], check=True)
-    test.addCleanup(subprocess.run, ["umount", "/usr/sbin"], check=True)
-
-
 def wait_until(condition, what, seconds=DEADLINE):
     end = time.monotonic() + seconds
     while not (result := condition()):
@@ -114,6 +103,14 @@ def connect_greeted():
     """Opens a connection and reads the greeting."""
     connection = connect()
     assert receive_frame(connection) == [0, {"service": SERVICE, "build": 618}]
+    return connection
+
+
+def connect_admitted():
+    """A connection that has had an answer."""
+    connection = connect_greeted()
+    connection.sendall(frame(1, {"command": "x"}))
+    assert receive_frame(connection) == [1, {"error": "unknown command"}]
     return connection
 
 
@@ -284,9 +281,20 @@ class HelperTest(unittest.TestCase):
 
     def start_script(self, interpreter, script, *arguments, **options):
         """Runs a script as a user, after `from harness import *`."""
-        process = run_as_user([interpreter, "-B", "-c", "from harness import *\n" + script, *arguments], **options)
+        return self.start_program([interpreter, "-B", "-c", "from harness import *\n" + script, *arguments], **options)
+
+    def start_program(self, arguments, until=None, **options):
+        """Runs a program as a user until the test ends; returns when it says a line, if it is to."""
+        if until:
+            options = {"stdin": subprocess.PIPE} | options
+        process = run_as_user(arguments, **options)
         self.addCleanup(self._end_process, process)
+        if until:
+            self.assert_says(process, until)
         return process
+
+    def assert_says(self, process, line):
+        self.assertEqual(read_line(process), line)
 
     @staticmethod
     def _end_process(process):
@@ -309,8 +317,8 @@ class HelperTest(unittest.TestCase):
     def wait_for_log(self, line):
         wait_until(lambda: any(re.fullmatch(line, entry) for entry in self.log()), f"the log says {line}")
 
-    def listen_to_the_system_log(self):
-        """Mounts a socket for the system log at /dev/log. Returns the list that receives its lines."""
+    def make_system_log(self):
+        """Lays a folder with a socket for the system log over /dev; returns the socket."""
         folder = Path("/run/dev")
         folder.mkdir(exist_ok=True)
         subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
@@ -319,7 +327,11 @@ class HelperTest(unittest.TestCase):
         log.bind(str(folder / "log"))
         subprocess.run(["mount", "--move", folder, "/dev"], check=True)
         self.addCleanup(subprocess.run, ["umount", "--lazy", "/dev"], check=True)
-        lines = []
+        return log
+
+    def listen_to_the_system_log(self):
+        """The list that the system log's lines come into."""
+        log, lines = self.make_system_log(), []
 
         def read():  # reads all the time, because a full socket would block the helper
             while line := log.recv(4096):

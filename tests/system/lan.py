@@ -3,6 +3,7 @@
 The interface "probe0" lies in the tests' namespace. Its other end, "wire", is a port of a bridge in the namespace "lan". The
 servers' namespaces are connected to that bridge by their "eth0"."""
 
+import contextlib
 import ctypes
 import errno
 import os
@@ -11,6 +12,7 @@ import signal
 import socket
 import struct
 import subprocess
+import time
 from pathlib import Path
 
 from harness import wait_until
@@ -19,6 +21,7 @@ ETH_P_ALL, ETH_P_IP, ETH_P_IPV6 = 3, 0x0800, 0x86DD
 BROADCAST = b"\xff" * 6
 OUR_MAC = bytes.fromhex("02000000aa01")
 INTERFACE = "probe0"
+DHCPD_CONFIGURATION = "ping-check false;\nsubnet 192.0.2.0 netmask 255.255.255.0 { range 192.0.2.100 192.0.2.110; }\n"
 
 
 def ip(*arguments):
@@ -108,12 +111,16 @@ class Lan:
 
     def add_dhcpd(self, address="192.0.2.2"):
         name = self.add_server(f"{address}/24")
-        Path(f"/tmp/{name}.conf").write_text("ping-check false;\n"
-                                             "subnet 192.0.2.0 netmask 255.255.255.0 { range 192.0.2.100 192.0.2.110; }\n")
+        Path(f"/tmp/{name}.conf").write_text(DHCPD_CONFIGURATION)
         Path(f"/tmp/{name}.leases").touch()
         dhcpd = shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), "/run")  # AppArmor restricts the original to Debian's files
         self.run_in(name, [dhcpd, "-4", "-f", "-d", "--no-pid", "-user", "root", "-group", "root", "-cf",
                            f"/tmp/{name}.conf", "-lf", f"/tmp/{name}.leases", "eth0"], "Server starting service.")
+
+    def add_dhclient(self):
+        """A client on the network that has got an address of 192.0.2.1, and keeps it."""
+        self.run_in(self.add_server(), ["dhclient", "-4", "-d", "-1", "-sf", "/bin/true", "-cf", "/dev/null", "-lf",
+                                        "/run/dhclient.leases", "-pf", "/run/dhclient.pid", "eth0"], "bound to 192.0.2.1")
 
     def add_radvd(self, options, address="fe80::1/64"):
         name = self.add_server(address)
@@ -124,27 +131,19 @@ class Lan:
 
     def packet_socket(self, namespace=None, interface=INTERFACE):
         """A socket that receives and sends whole frames on an interface."""
-        def make():
+        with Namespace(namespace) if namespace else contextlib.nullcontext():
             packets = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_ALL))
             packets.bind((interface, ETH_P_ALL))
-            self.test.addCleanup(packets.close)
-            return packets
-        if namespace is None:
-            return make()
-        with Namespace(namespace):
-            return make()
+        self.test.addCleanup(packets.close)
+        return packets
 
     def start_sending(self, frames, interval=None):
-        """Starts a process that sends frames to probe0 repeatedly, with an interval or as fast as possible."""
+        """Another process that sends frames to probe0 until the test ends, as fast as it can or by interval."""
         wire = self.packet_socket("lan", "wire")
-        return self.start(lambda: send_for_ever(wire, frames, interval))
-
-    def start(self, body):
-        """Runs a function in another process until the test ends."""
         pid = os.fork()
         if pid == 0:
             try:
-                body()
+                send_for_ever(wire, frames, interval)
             finally:
                 os._exit(1)
 
@@ -154,11 +153,9 @@ class Lan:
             os.kill(pid, signal.SIGKILL)
             os.waitpid(pid, 0)
         self.test.addCleanup(end)
-        return pid
 
 
 def send_for_ever(wire, frames, interval):
-    import time
     while True:
         for frame in frames:
             try:

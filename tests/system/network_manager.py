@@ -3,7 +3,6 @@
 It manages only the interfaces "nm0" and "nm1", each one end of a veth pair."""
 
 import json
-import os
 import subprocess
 import uuid
 from pathlib import Path

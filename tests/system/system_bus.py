@@ -45,13 +45,14 @@ class SystemBus:
     def start_logind(self):
         if self.logind:
             end(self.logind)
-            wait_until(lambda: LOGIND not in self.call("ListNames", "org.freedesktop.DBus", "/", "org.freedesktop.DBus")[0],
-                       "the old one's name is free")
+            wait_until(lambda: LOGIND not in self.names(), "the old one's name is free")
         os.makedirs("/run/systemd", exist_ok=True)  # as created by process 1
         self.logind = subprocess.Popen(["/lib/systemd/systemd-logind"], stderr=subprocess.DEVNULL)
         self.test.addCleanup(end, self.logind)
-        wait_until(lambda: LOGIND in self.call("ListNames", "org.freedesktop.DBus", "/", "org.freedesktop.DBus")[0],
-                   "logind is there")
+        wait_until(lambda: LOGIND in self.names(), "logind is there")
+
+    def names(self):
+        return self.call("ListNames", "org.freedesktop.DBus", "/", "org.freedesktop.DBus")[0]
 
     def call(self, method, *where):
         """The data of the reply to a call without arguments."""

@@ -2,13 +2,11 @@
 
 import os
 import shutil
-import socket
 import subprocess
-import unittest
 from pathlib import Path
 
 import harness
-from harness import BRIMO, FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, run_as_user, wait_until
+from harness import FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, run_as_user, wait_until
 
 # Executes the signed application under the same PID after the script of an attack has prepared itself.
 BECOME_GENUINE = """
@@ -21,6 +19,12 @@ def wait_for_image(pid, image):
     wait_until(lambda: os.readlink(f"/proc/{pid}/exe") == str(image), f"{pid} runs {image}")
 
 
+def replace(executable, content):
+    executable.unlink()
+    executable.write_bytes(content)
+    executable.chmod(0o755)
+
+
 class Signatures(HelperTest):
     def test_only_the_right_signature_counts(self):
         bundle, executable = copy_bundle("Copy.app")
@@ -29,50 +33,18 @@ class Signatures(HelperTest):
         length = int.from_bytes(genuine[-24:-16], "big")
         payload, cms = genuine[:-24 - length], genuine[-24 - length:-24]
         trailer = lambda size: size.to_bytes(8, "big") + b"BRHCodeSignature"
-        for content in (payload, payload[:-1] + b"x" + cms + trailer(length), payload + trailer(1 << 40)):
-            executable.unlink()
-            executable.write_bytes(content)
-            executable.chmod(0o755)
+        for content in (payload, payload[:-1] + b"x" + cms + trailer(length)):
+            replace(executable, content)
             self.assert_refused(executable)
-        self.assertEqual(len([line for line in self.log() if "Received" in line]), 2)  # from the first client
-        # None of them received a greeting, so the helper read nothing from them.
+        # None of them was even greeted, so that nothing of theirs was read.
         self.assertEqual(len([line for line in self.log() if "Client validation" in line]), 1)
 
-    def test_only_the_right_signer_and_identifier_count(self):
-        bundle, executable = copy_bundle("Copy.app")
-        make = TESTS / "tools/make-development-certificates"
-        for folder, team in (("/opt/other-team", "WRONG00000"), ("/opt/other-anchor", "BRIMO00618")):
-            subprocess.run([make, folder, team], check=True)
-        # The other team's leaf is signed by the right intermediate.
-        team = Path("/opt/other-team")
-        issue = (f"cd {team} && openssl req -new -key leaf.key -subj '/CN=x/OU=WRONG00000' -out r && printf "
-                 "'1.2.840.113635.100.6.1.13=ASN1:NULL\n' > e && openssl x509 -req -in r -CA {0}/intermediate.pem -CAkey "
-                 "{0}/intermediate.key -set_serial 5 -days 9 -extfile e -out leaf.pem").format(TESTS / "certificates")
-        subprocess.run(issue, shell=True, check=True, stderr=subprocess.DEVNULL)
-        shutil.copy(TESTS / "certificates/intermediate.pem", team)
-        for name, options in {
-            "identifier": {"identifier": "com.example.other"},
-            "team": {"certificates": team},
-            "anchor": {"certificates": Path("/opt/other-anchor")},
-        }.items():
-            with self.subTest(name):
-                sign(executable, **options)
-                self.assert_refused(executable)
-        sign(executable)
-        self.assertEqual(self.brimo("version", executable=executable)[0], 0)
-
     def test_frameworks_must_be_signed_files(self):
-        for framework in FRAMEWORKS:
-            bundle, executable = copy_bundle("Copy.app")
-            (bundle / framework).write_text("unsigned")
-            self.assert_refused(executable)
-            self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67050")
-            self.assertRegex(self.log()[-1], r"\[Helper\] Reject connection from PID \d+")
-
-    def test_an_image_that_others_could_write_does_not_count(self):
         bundle, executable = copy_bundle("Copy.app")
-        bundle.chmod(0o775)
+        (bundle / FRAMEWORKS[0]).write_text("unsigned")
         self.assert_refused(executable)
+        self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67050")
+        self.assertRegex(self.log()[-1], r"\[Helper\] Reject connection from PID \d+")
 
     def test_an_application_replaced_while_it_runs_is_judged_by_both_files(self):
         bundle, executable = copy_bundle("Copy.app", "/opt/Python.app")
@@ -80,9 +52,7 @@ class Signatures(HelperTest):
         for content, hung_up in ((executable.read_bytes(), "False"), (b"not signed", "True")):
             process = self.start_script(executable, script, stdin=subprocess.PIPE)
             wait_for_image(process.pid, executable)
-            executable.unlink()
-            executable.write_bytes(content)
-            executable.chmod(0o755)
+            replace(executable, content)
             out, err = process.communicate("\n", timeout=harness.DEADLINE)
             self.assertEqual((out.strip(), err), (hung_up, ""))
 
@@ -121,10 +91,9 @@ connection = connect()
 connection.sendall(frame(1, {"command": "process-lookup"}))
 print("sent", flush=True)
 print(was_hung_up(connection), flush=True)
-""")
-        self.assertEqual(read_line(process), "sent")
+""", until="sent")
         self.helper.go_on()
-        self.assertEqual(read_line(process), "True")
+        self.assert_says(process, "True")
         self.assert_serves_after_attack()
 
     def test_forged_credentials_from_namespaces_of_its_own(self):
@@ -171,8 +140,7 @@ os.execve(GENUINE_PYTHON, ["Brimo", "-B", "-c", "from harness import *; print(wa
         self.assert_serves_after_attack()
 
     def test_descriptors_that_are_passed_are_closed(self):
-        before = None
-        process = self.genuine("""
+        self.genuine("""
 connection = connect_greeted()
 for count in range(20):
     passed = [(socket.SOL_SOCKET, socket.SCM_RIGHTS, struct.pack("250i", *[connection.fileno()] * 250))]
@@ -180,8 +148,7 @@ for count in range(20):
     assert receive_frame(connection) == [1, {"error": "unknown command"}]
 print("done", flush=True)
 input()
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(process), "done")
+""", until="done")
         self.assertLess(self.helper.descriptors(), 20)
 
     def assert_serves_after_attack(self):
@@ -199,8 +166,7 @@ class AttacksOnOldKernels(Attacks):
 
 class Departures(HelperTest):
     def test_a_client_that_leaves_before_its_first_message(self):
-        for _ in range(20):
-            self.assert_succeeds(self.genuine("connect_greeted()"))
+        self.assert_succeeds(self.genuine("for _ in range(20):\n    connect_greeted().close()"))
         self.assert_succeeds(self.start_script(PYTHON, "connect().close()"))
         self.assert_serves()
         self.wait_for_log(r"\[BRHMain\] XPC connection closed")
@@ -212,8 +178,7 @@ connection = connect_greeted()
 print("greeted", flush=True)
 input()
 connection.sendall(frame(1, {"command": "process-lookup"}))
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(process), "greeted")
+""", until="greeted")
         self.helper.pause()
         process.communicate("\n")
         self.helper.go_on()
@@ -223,13 +188,11 @@ connection.sendall(frame(1, {"command": "process-lookup"}))
 
     def test_the_death_of_a_client_is_noticed_though_its_child_keeps_the_connection(self):
         process = self.genuine("""
-connection = connect_greeted()
-connection.sendall(frame(1, {"command": "x"}))
-receive_frame(connection)
+connection = connect_admitted()
 if os.fork() == 0:
     print(was_hung_up(connection), flush=True)
 """)
-        self.assertEqual(read_line(process), "True")
+        self.assert_says(process, "True")
         self.wait_for_log(r"\[BRHMain\] XPC connection closed")
 
 
@@ -267,7 +230,6 @@ class ClientGroup(HelperTest):
         self.assertFalse(marker.exists())
         # As after sg(1): the process already has the group, so the executable adds nothing, and the loader obeys LD_PRELOAD.
         self.assertEqual(self.ask(self.executable, group="games", **preload), "refused")
-        self.assertTrue(marker.exists())
         self.assertEqual(self.ask(self.executable, user=0, group="games"), "unknown command")
 
 
@@ -293,16 +255,23 @@ class Reasons(HelperTest):
         self.end_helper()
         self.system_log = self.listen_to_the_system_log()
         self.helper = harness.Helper()
-        subprocess.run([TESTS / "tools/make-development-certificates", "/opt/other-anchor", "BRIMO00618"], check=True)
-        signed = self.executable.read_bytes()
-        self.executable.unlink()
-        self.executable.write_bytes(signed[:-1])
-        self.executable.chmod(0o755)
+        make, team = TESTS / "tools/make-development-certificates", Path("/opt/other-team")
+        for folder, name in ((team, "WRONG00000"), (Path("/opt/other-anchor"), "BRIMO00618")):
+            subprocess.run([make, folder, name], check=True)
+        # The other team has a leaf of the right intermediate.
+        issue = (f"cd {team} && openssl req -new -key leaf.key -subj '/CN=x/OU=WRONG00000' -out r && printf "
+                 "'1.2.840.113635.100.6.1.13=ASN1:NULL\n' > e && openssl x509 -req -in r -CA {0}/intermediate.pem -CAkey "
+                 "{0}/intermediate.key -set_serial 5 -days 9 -extfile e -out leaf.pem").format(TESTS / "certificates")
+        subprocess.run(issue, shell=True, check=True, stderr=subprocess.DEVNULL)
+        shutil.copy(TESTS / "certificates/intermediate.pem", team)
+        replace(self.executable, self.executable.read_bytes()[:-1])
         self.assert_reason(f"{self.executable} has no signature")
         sign(self.executable, certificates=Path("/opt/other-anchor"))
         self.assert_reason(f'{self.executable} is signed by "CN = .*", under another root than the one trusted here')
         sign(self.executable, identifier="com.example.other")
         self.assert_reason(f'{self.executable} is signed as "com.example.other" by ".*OU = BRIMO00618", which does not satisfy: ')
+        sign(self.executable, certificates=team)
+        self.assert_reason(f'{self.executable} is signed as "com.example.brimo" by ".*OU = WRONG00000", which does not satisfy: ')
         sign(self.executable)
         os.chown(self.bundle, USER, 0)
         self.assert_reason(f"{self.bundle} may be changed by its owner, user {USER}")
@@ -317,7 +286,3 @@ class Reasons(HelperTest):
         wait_until(lambda: any(f"of user {USER}: there are too many connections: 64 of this user" in line
                                for line in self.system_log), "the system log has it")
         self.assertNotIn("Refused", harness.LOG.read_text())
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -3,16 +3,12 @@
 import itertools
 import os
 import resource
-import shutil
 import signal
-import socket
 import stat
 import subprocess
-import unittest
-from pathlib import Path
 
 import harness
-from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, HelperTest, LOG, PYTHON, TESTS, read_line, wait_until
+from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, HelperTest, LOG, PYTHON, TESTS, wait_until
 
 SANITIZED = any(name in (TESTS / "bin/BrimoHelper").read_bytes() for name in (b"__asan_init", b"__tsan_init"))
 # Sanitizers keep freed memory for a while.
@@ -51,10 +47,8 @@ class WithoutActivation(HelperTest):
 
     def test_one_helper_serves_and_leftovers_are_replaced(self):
         self.assert_serves()
-        second = os.fork()
-        if second == 0:
-            os.execve(TESTS / "bin/BrimoHelper", ["BrimoHelper"], ENVIRONMENT)
-        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(second, 0)[1]), 1)
+        command = [TESTS / "bin/BrimoHelper"]
+        self.assertEqual(subprocess.run(command, env=ENVIRONMENT).returncode, 1)
         self.assertIn("[Helper] Failed to create service.", self.log())
         self.assert_serves()
 
@@ -62,29 +56,19 @@ class WithoutActivation(HelperTest):
         self.assertEqual(self.helper.wait(), -signal.SIGKILL)
         left = os.stat(ENDPOINT).st_ino
         self.helper.status = None
-        self.helper.pid = os.fork()
-        if self.helper.pid == 0:
-            os.execve(TESTS / "bin/BrimoHelper", ["BrimoHelper"], ENVIRONMENT)
+        self.helper.pid = os.posix_spawn(command[0], command, ENVIRONMENT)
         wait_until(lambda: os.path.exists(ENDPOINT) and os.stat(ENDPOINT).st_ino != left, "it listens anew")
         self.end_helper()
         self.assertFalse(os.path.exists(ENDPOINT))
 
 
 class SystemLog(HelperTest):
-    """A system log whose socket exists but is never read, in a private /dev."""
+    """A system log that somebody listens to and nobody reads."""
 
     def setUp(self):
-        devices = Path("/run/devices")
-        shutil.rmtree(devices, ignore_errors=True)
-        devices.mkdir()
-        for name in ("null", "zero", "urandom", "fuse"):
-            os.mknod(devices / name, 0o666 | stat.S_IFCHR, os.stat(f"/dev/{name}").st_rdev)
-            (devices / name).chmod(0o666)
-        subprocess.run(["mount", "--bind", devices, "/dev"], check=True)
-        self.addCleanup(subprocess.run, ["umount", "-l", "/dev"], check=True)
-        self.log_socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_NONBLOCK)
+        self.log_socket = self.make_system_log()
         self.addCleanup(self.log_socket.close)
-        self.log_socket.bind("/dev/log")
+        self.log_socket.setblocking(False)
         super().setUp()
 
     def received(self):
@@ -109,29 +93,18 @@ class SystemLog(HelperTest):
 class End(HelperTest):
     def test_sigterm_is_told_to_every_connection(self):
         clients = [self.genuine("""
-connection = connect_greeted()
-connection.sendall(frame(1, {"command": "x"}))
-receive_frame(connection)
+connection = connect_admitted()
 print("admitted", flush=True)
 print(was_hung_up(connection), flush=True)
-""") for _ in range(3)]
-        for client in clients:
-            self.assertEqual(read_line(client), "admitted")
+""", until="admitted") for _ in range(3)]
         self.helper.signal(signal.SIGTERM)
         self.assertEqual(self.helper.wait(), 0)
         self.assertEqual(self.log()[-3:], ["[BRHMain] XPC_ERROR_TERMINATION_IMMINENT"] * 3)
         for client in clients:
-            self.assertEqual(read_line(client), "True")
+            self.assert_says(client, "True")
 
     def test_a_client_that_leaves_before_sigterm_is_read_is_still_cleaned_up_after(self):
-        client = self.genuine("""
-connection = connect_greeted()
-connection.sendall(frame(1, {"command": "x"}))
-receive_frame(connection)
-print("admitted", flush=True)
-input()
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(client), "admitted")
+        client = self.genuine("connection = connect_admitted()\nprint('admitted', flush=True)\ninput()", until="admitted")
         self.helper.pause()
         client.communicate("\n")
         self.helper.signal(signal.SIGTERM)
@@ -147,7 +120,7 @@ connection.sendall(frame(1, {"json": b'{"command":"stop"}'}))
 print(was_hung_up(connection), flush=True)
 """)
         self.assertEqual(self.helper.wait(), 0)
-        self.assertEqual(read_line(process), "True")
+        self.assert_says(process, "True")
         self.assertEqual(self.log()[-1], "[BRHMain] Shutdown")
 
 
@@ -185,17 +158,15 @@ print(all(was_hung_up(connection) for connection in connections), flush=True)
         def come_and_go():
             self.helper.pause()
             before = len(self.log())
-            process = self.start_script(PYTHON, script, user=next(self.users))
-            self.assertEqual(read_line(process), "connected")
+            process = self.start_script(PYTHON, script, user=next(self.users), until="connected")
             self.helper.go_on()
-            self.assertEqual(read_line(process), "True")
+            self.assert_says(process, "True")
             # Too frequent connections are refused without a log line.
             self.assertLess(len([line for line in self.log()[before:] if "New connection" in line]), 450)
         self.assert_leaves_nothing(come_and_go)
 
-    def hold_connections(self, user):
-        """Starts an admitted client that opens as many connections as it can. Returns it and their number."""
-        process = self.genuine("""
+    def test_connections_are_capped_for_each_user_and_in_all(self):
+        holders = [self.genuine("""
 admitted = []
 try:
     while True:
@@ -203,15 +174,7 @@ try:
 except EOFError:
     print(len(admitted), flush=True)
 input()
-""", stdin=subprocess.PIPE, user=user)
-        return process, int(read_line(process))
-
-    def test_connections_are_capped_for_each_user_and_in_all(self):
-        holders = []
-        for user in range(2000, 2004):
-            process, number = self.hold_connections(user)
-            self.assertEqual(number, 64)
-            holders.append(process)
+""", user=user, until="64") for user in range(2000, 2004)]
         self.assertEqual(self.brimo("version")[0], 3)
         holders.pop().communicate("\n")
         wait_until(lambda: self.brimo("version")[0] == 0, "there is room again")
@@ -234,7 +197,3 @@ connection.sendall(struct.pack(">I", len(item)) + item)
 assert receive_frame(connection)[0] == 1
 print("done")
 """)), 3 * ALLOWED_GROWTH)
-
-
-if __name__ == "__main__":
-    unittest.main()

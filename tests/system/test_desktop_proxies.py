@@ -60,8 +60,6 @@ class OnANetwork(NetworkTest):
         self.kill(client)
         self.wait_for(OFF)
         self.assertEqual(plain_words(), NONE)
-        self.assertEqual(self.switch_on().set_proxy({self.wired: {}}), SUCCESS)
-        self.wait_for(OFF)
 
     def test_the_command_line(self):
         self.assertEqual(self.brimo("set-proxy", "primary", "http=127.0.0.1:8080"), (0, "done\n", ""))
@@ -80,7 +78,6 @@ class OnANetwork(NetworkTest):
         self.switch_on()
         self.brimo("stop")  # undoes nothing, and neither does the next start
         proxies_off("exited", "0")
-        self.wait_for(ON)
         self.start_helper()
         self.assertEqual(self.client().set_proxy({UNKNOWN: {}}), SUCCESS)
         self.wait_for(ON)
@@ -94,6 +91,7 @@ class OnANetwork(NetworkTest):
         self.switch_on()
         self.helper.signal(signal.SIGTERM)
         self.wait_for(OFF)
+        self.assertEqual(self.manager.setting(self.wired, "proxy.method"), "none")
         self.start_helper()
         self.assertEqual(plain_words(), NONE)
 
@@ -131,7 +129,6 @@ class OnANetwork(NetworkTest):
         own = user.dump()
         user = self.users[0] = User(self, 1000)
         user.wait_for("http://own.example:3128")
-        monitor = user.start(["gsettings", "monitor", "org.gnome.system.proxy", "mode"])
         client = self.switch_on(cleanup=False)
         self.assertEqual(user.run("gsettings", "writable", "org.gnome.system.proxy.http", "host"), "false")
         self.kill(client)
@@ -142,10 +139,10 @@ class OnANetwork(NetworkTest):
     def test_all_keys_as_dconf_reads_them(self):
         client, user = self.client(), self.users[1]
         many = [f"{number}.{'x' * 200}" for number in range(400)]
-        for exceptions in ([], [".a", "b ", "[::1]", "c.", "no host"], many[:2], many):
+        for exceptions in ([], [".a", "b ", "[::1]", "c.", "no host"], many):
             proxies = {"HTTPEnable": 1, "HTTPProxy": "::1", "HTTPPort": 65535, "SOCKSEnable": True, "SOCKSProxy": "s",
-                       "SOCKSPort": 1, "HTTPSEnable": 1, "HTTPSProxy": "h", "HTTPSPort": 0, "FTPEnable": 0,
-                       "FTPProxy": "f", "FTPPort": 1, "ExceptionsList": exceptions, "ExcludeSimpleHostnames": 1}
+                       "SOCKSPort": 1, "HTTPSEnable": 1, "HTTPSProxy": "h", "HTTPSPort": 0, "ExceptionsList": exceptions,
+                       "ExcludeSimpleHostnames": 1}
             client.set_proxy({self.wired: proxies})
             read = exceptions if exceptions[:1] != [".a"] else ["*.a", "b", "::1", "c"]
             self.assertEqual(user.dump(), {
@@ -158,9 +155,8 @@ class OnANetwork(NetworkTest):
         self.assertEqual(user.dump()[""]["autoconfig-url"], "'http://pac.example/'")
         self.assertEqual(plain_words(), {"mode": "auto", "pac": "http://pac.example/", "service": self.wired})
         script = {"ProxyAutoConfigEnable": 1, "ProxyAutoConfigJavaScript": "function FindProxyForURL() {}"}
-        for unusable in (script, pac | {"ProxyAutoConfigURLString": "file:///a"}):
-            self.assertEqual(client.set_proxy({self.wired: unusable}), SUCCESS)
-            self.assertEqual((plain_words(), user.dump()), (NONE, {}))
+        self.assertEqual(client.set_proxy({self.wired: script}), SUCCESS)
+        self.assertEqual((plain_words(), user.dump()), (NONE, {}))
         self.wait_for_system_log("an inline PAC script is only passed to NetworkManager")
 
     def test_what_is_out_of_order_leaves_no_proxy(self):
@@ -208,17 +204,6 @@ class OnANetwork(NetworkTest):
 
 
 class WithoutNetworkManager(DesktopTest):
-    def test_the_store_of_another_time_is_not_published(self):
-        self.assertEqual(self.client().set_proxy({"a": http_proxy(8080)}), SUCCESS)
-        self.assertEqual(self.client().set_proxy({"b": http_proxy(2)}), SUCCESS)
-        self.wait_for(ON)
-        self.brimo("stop")
-        shutil.rmtree(desktop.FOLDER)  # as after a restart of the machine
-        self.start_helper()
-        self.users = [User(self, 1000), User(self, 1001)]
-        self.assertEqual(self.client().set_proxy({"b": http_proxy(2)}), SUCCESS)
-        self.wait_for("http://127.0.0.1:2")
-
     def test_who_dies_while_publishing_leaves_no_program_behind(self):
         self.assertEqual(self.client().set_proxy({"a": http_proxy(8080)}), SUCCESS)
         self.wait_for(ON)

@@ -4,12 +4,10 @@ import json
 import os
 import shutil
 import signal
-import subprocess
-import unittest
 from pathlib import Path
 
 import harness
-from harness import GENUINE_PYTHON, HelperTest, TESTS, USER, kill_group, run_as_user, wait_until
+from harness import GENUINE_PYTHON, HelperTest, TESTS, USER, kill_group, wait_until
 
 STORE = Path(f"/var/lib/{harness.SERVICE}/preferences.json")
 HOME = Path("/tmp/home")
@@ -41,8 +39,7 @@ class Application(HelperTest):
         return found
 
     def test_it_sets_looks_up_comes_back_and_cleans_up(self):
-        process = run_as_user([EXAMPLE, "example", "192.0.2.1", "8080"], env=harness.ENVIRONMENT | {"HOME": str(HOME)})
-        self.addCleanup(self._end_process, process)
+        process = self.start_program([EXAMPLE, "example", "192.0.2.1", "8080"], env=harness.ENVIRONMENT | {"HOME": str(HOME)})
         lines = sorted(process.stdout.readline().rstrip("\n") for _ in range(7))
         self.assertEqual(lines, ["connected to build 618"] + 4 * ["owner found"] + ["proxies set", "watched"])
         self.assertEqual((self.proxies()["HTTPProxy"], self.proxies()["HTTPPort"]), ("192.0.2.1", 8080))
@@ -63,17 +60,10 @@ class Application(HelperTest):
 
 class Python(HelperTest):
     def test_the_smallest_client(self):
-        def run(interpreter):
-            process = run_as_user([interpreter, "-B", TESTS / "client.py", "lo"])
-            self.addCleanup(self._end_process, process)
-            return process
-        out = self.assert_succeeds(process := run(GENUINE_PYTHON))
+        process = self.start_program([GENUINE_PYTHON, "-B", TESTS / "client.py", "lo"])
+        out = self.assert_succeeds(process)
         self.assertEqual(out, "helper build 618\n"
                               f"this program is PID {process.pid} at {GENUINE_PYTHON}\n"
                               "DHCP servers on lo {'error': \"Error: Couldn't get hardware address!\"}\n")
-        _, errors = run(harness.PYTHON).communicate(timeout=harness.DEADLINE)
+        _, errors = self.start_program([harness.PYTHON, "-B", TESTS / "client.py", "lo"]).communicate(timeout=harness.DEADLINE)
         self.assertIn("Refused", errors)
-
-
-if __name__ == "__main__":
-    unittest.main()

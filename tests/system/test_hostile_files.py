@@ -3,12 +3,11 @@
 import json
 import os
 import subprocess
-import unittest
 from pathlib import Path
 
 import harness
 from fuse_server import FuseServer, SERVE_UNDER_OVERLAY
-from harness import DEADLINE, FRAMEWORKS, GENUINE_PYTHON, PYTHON, USER, HelperTest, copy_bundle, read_line, wait_until
+from harness import DEADLINE, FRAMEWORKS, GENUINE_PYTHON, PYTHON, USER, HelperTest, copy_bundle, wait_until
 
 WATCHDOG = Path("/tmp/Brimo-External-Processes-Watchdog.json")
 
@@ -16,13 +15,12 @@ WATCHDOG = Path("/tmp/Brimo-External-Processes-Watchdog.json")
 class UsersFiles(HelperTest):
     def serve(self):
         """Starts a user's process that serves files. Returns it and the folder in which his other processes find them."""
-        server = self.start_script(PYTHON, SERVE_UNDER_OVERLAY, stdin=subprocess.PIPE)
-        self.assertEqual(read_line(server), "mounted")
+        server = self.start_script(PYTHON, SERVE_UNDER_OVERLAY, until="mounted")
         return server, f"/proc/{server.pid}/root/var/lib/overlay"
 
     def command(self, process, answer):
         print(file=process.stdin, flush=True)
-        self.assertEqual(read_line(process), answer)
+        self.assert_says(process, answer)
 
     def test_the_image_of_a_process(self):
         server, folder = self.serve()
@@ -33,8 +31,7 @@ print("listens", flush=True)
 input()
 print(was_hung_up(connect()), flush=True)
 input()
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(process), "listens")
+""", until="listens")
         image = os.readlink(f"/proc/{process.pid}/exe")
         self.assertEqual(image, "/var/lib/overlay/x (deleted)")
         self.command(server, "hangs")
@@ -65,8 +62,7 @@ if libc.mount(b"overlay", b"/opt", b"overlay", 0, b"lowerdir=/opt,upperdir=/var/
     raise OSError(ctypes.get_errno(), "mount")
 print("mounted", flush=True)
 input()
-""", stdin=subprocess.PIPE)
-        self.assertEqual(read_line(other), "mounted")
+""", until="mounted")
         process = self.start_script(f"/proc/{other.pid}/root{GENUINE_PYTHON}", "print(was_hung_up(connect()))")
         self.assertEqual(self.assert_succeeds(process), "True\n")
 
@@ -98,7 +94,3 @@ for _ in range(70):
         self.assertLess(len(os.listdir(f"/proc/{self.helper.pid}/task")), 20)
         wait_until(lambda: len(failures()) == 70, "they are given up", 6 * DEADLINE)
         self.assertEqual(set(failures()), {"too many launches for this user are under way", "chdir: Connection timed out"})
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,16 +1,13 @@
 """Power assertions: inhibitors of a real logind, and failures of logind."""
 
-import datetime
-import os
 import signal
-import unittest
 
-from harness import DEADLINE, LOG, SERVICE, HelperTest, wait_until
+from harness import DEADLINE, SERVICE, HelperTest, wait_until
 from system_bus import SystemBus
 
 DONE = (0, "done\n", "")
 FAILED = r"[BRHMain] Failed to prevent system sleeping: {}"
-PREVENTED, RELEASED = "[BRHMain] Prevent system sleeping", "[BRHMain] Release IOPMAssertion"
+RELEASED = "[BRHMain] Release IOPMAssertion"
 
 
 class Power(HelperTest):
@@ -19,10 +16,6 @@ class Power(HelperTest):
         self.assert_serves()
         self.wait_for_log(r"\[BRHMain\] XPC connection closed")
         self.descriptors = self.helper.descriptors()
-
-    def inhibitor_descriptors(self):
-        folder = f"/proc/{self.helper.pid}/fd"
-        return len([name for name in os.listdir(folder) if "/systemd/inhibit/" in os.readlink(f"{folder}/{name}")])
 
     def assert_no_descriptor_is_left(self, more=0):
         # One descriptor is the helper's connection for NetworkManager, which it opens as soon as there is a bus.
@@ -40,12 +33,6 @@ class Power(HelperTest):
         return sorted(("idle", f"{SERVICE}.{name}", "block", 0, self.helper.pid)
                       for name in ("idle", "network") for _ in range(commands))
 
-    @staticmethod
-    def times_of(message):
-        """The times of a log message in seconds."""
-        return [datetime.datetime.fromisoformat(line[:26]).timestamp() for line in LOG.read_text().splitlines()
-                if line.endswith(message)]
-
     def failures(self):
         return [line for line in self.log() if "Failed" in line]
 
@@ -59,15 +46,9 @@ class Power(HelperTest):
         self.assertEqual(bus.inhibitors(), self.expected(1))
         self.prevent_sleep()
         self.assertEqual(bus.inhibitors(), self.expected(2))
-        self.assertEqual(self.inhibitor_descriptors(), 4)
 
         wait_until(lambda: self.log().count(RELEASED) >= 4, "all have been released", 30 + DEADLINE)
         wait_until(lambda: not bus.inhibitors(), "logind has seen it")
-        first, second = self.times_of(PREVENTED)
-        releases = self.times_of(RELEASED)
-        # Neither pair is released early. The log uses the wall clock, which may be slewed slightly.
-        for begin, end in zip((first, first, second, second), releases, strict=True):
-            self.assertGreaterEqual(end - begin, 30 - 0.02)
         self.assertEqual(self.failures(), [])
         self.assert_no_descriptor_is_left()
 
@@ -117,7 +98,3 @@ for _ in range(200):
         self.assert_succeeds(self.genuine(script))
         self.assertEqual(len(bus.inhibitors()), 256)
         self.assertEqual(self.failures(), [FAILED.format(24)] * (400 - 256))  # EMFILE
-
-
-if __name__ == "__main__":
-    unittest.main()

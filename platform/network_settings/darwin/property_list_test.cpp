@@ -26,7 +26,6 @@ TEST(PropertyList, TypesStayApart) {
   EXPECT_EQ(type(true), CFBooleanGetTypeID());
   EXPECT_EQ(type(1), CFNumberGetTypeID());
   EXPECT_EQ(type(1u), CFNumberGetTypeID());
-  EXPECT_EQ(type("text"), CFStringGetTypeID());
   auto isFloat = [](const json::value& value) {
     return CFNumberIsFloatType(static_cast<CFNumberRef>(propertyList(value).get())) != 0;
   };
@@ -38,16 +37,13 @@ TEST(PropertyList, TypesStayApart) {
 }
 
 TEST(PropertyList, WhatHasNoCounterpartIsRefusedWhole) {
-  EXPECT_FALSE(propertyList(nullptr));
-  EXPECT_FALSE(propertyList({1, nullptr}));
-  EXPECT_FALSE(propertyList({{"a", {{"b", nullptr}}}}));
+  EXPECT_FALSE(propertyList({{"a", {1, nullptr}}}));
   EXPECT_FALSE(propertyList(std::numeric_limits<std::uint64_t>::max()));
   EXPECT_FALSE(propertyList(std::numeric_limits<double>::infinity()));
   EXPECT_FALSE(propertyList("\xFF"));
 
   const UInt8 byte = 0;
   CFOwner<CFDataRef> data(CFDataCreate(kCFAllocatorDefault, &byte, 1));
-  EXPECT_FALSE(jsonValue(data.get()));
   CFOwner<CFMutableArrayRef> list(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
   CFArrayAppendValue(list.get(), data.get());
   EXPECT_FALSE(jsonValue(list.get()));

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cstdlib>
-#include <stdexcept>
 
 #include "platform/network_settings/linux/desktop_proxy.h"
 #include "platform/network_settings/linux/projection.h"

@@ -1,50 +1,26 @@
 // The kernel's own tables, and sockets on the loopback interface.
 #include <gmock/gmock.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 
 #include "platform/sockets/interface_socket.h"
-#include "platform/sockets/socket_table.h"
+#include "tests/support/bound_socket.h"
 #include "tests/support/eventually.h"
 
 namespace platform {
 namespace {
 
+using test::Bound;
+using test::SocketAddress;
+using test::socketsOn;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-/// An IPv4 UDP or TCP socket on a free port of the loopback address.
-struct Bound {
-  explicit Bound(int type) : descriptor(openSocket(AF_INET, type, 0).value()) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(bind(descriptor.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
-    EXPECT_EQ(getsockname(descriptor.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
-    port = ntohs(address.sin_port);
-  }
-
-  FileDescriptor descriptor;
-  std::uint16_t port = 0;
-};
-
-std::vector<SocketEntry> socketsOn(SocketProtocol protocol, std::uint16_t port) {
-  std::vector<SocketEntry> found;
-  visitSockets(protocol, port, false, [&](const SocketEntry& entry) {
-    found.push_back(entry);
-    return true;
-  });
-  return found;
-}
 
 TEST(Sockets, TheTablesShowOursAsTheyAreOnThisRelease) {
   for (auto [type, protocol] :
        {std::pair(SOCK_DGRAM, SocketProtocol::udp), std::pair(SOCK_STREAM, SocketProtocol::tcp)}) {
-    Bound first(type), second(type);
+    Bound first("127.0.0.1", type), second("127.0.0.1", type);
     for (const auto& bound : {&first, &second}) {
       auto entries = socketsOn(protocol, bound->port);
       ASSERT_EQ(entries.size(), 1u);
@@ -78,17 +54,13 @@ TEST(Sockets, InterfacesAreBoundToByName) {
 }
 
 TEST(Sockets, DatagramsAreTakenWithoutWaitingAndCutToTheBuffer) {
-  Bound sender(SOCK_DGRAM), bound(SOCK_DGRAM);
+  Bound sender("127.0.0.1", SOCK_DGRAM), bound("127.0.0.1", SOCK_DGRAM);
   auto receiver = openDatagramReceiver(bound.descriptor.get(), "lo0", bound.port).value();
   std::array<std::uint8_t, 4> buffer{};
   EXPECT_EQ(receiveDatagram(receiver.get(), buffer).error().number, EAGAIN);
 
-  sockaddr_in destination{};
-  destination.sin_family = AF_INET;
-  destination.sin_port = htons(bound.port);
-  destination.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(
-      sendto(sender.descriptor.get(), "offer", 5, 0, reinterpret_cast<sockaddr*>(&destination), sizeof destination), 5);
+  const SocketAddress destination("127.0.0.1", bound.port);
+  ASSERT_EQ(sendto(sender.descriptor.get(), "offer", 5, 0, &destination.any, destination.length), 5);
   Result<ReceivedDatagram> received;
   ASSERT_TRUE(eventually([&] { return (received = receiveDatagram(receiver.get(), buffer)).has_value(); }));
   EXPECT_EQ(received->length, 4u);
@@ -102,10 +74,9 @@ TEST(Sockets, APortThatIsHeldIsNotBoundTwice) {
   ASSERT_TRUE(allowReuseOfPort(first.get()));
   ASSERT_TRUE(allowReuseOfPort(second.get()));
   ASSERT_TRUE(bindToPort(first.get(), 0));
-  sockaddr_in address{};
-  socklen_t length = sizeof address;
-  ASSERT_EQ(getsockname(first.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
-  EXPECT_EQ(bindToPort(second.get(), ntohs(address.sin_port)).error().number, EADDRINUSE);
+  SocketAddress address("0.0.0.0", 0);
+  ASSERT_EQ(getsockname(first.get(), &address.any, &address.length), 0);
+  EXPECT_EQ(bindToPort(second.get(), ntohs(address.four.sin_port)).error().number, EADDRINUSE);
 }
 
 }  // namespace

@@ -1,60 +1,26 @@
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstring>
 #include <set>
 
-#include "platform/base/file_descriptor.h"
-#include "platform/sockets/socket_table.h"
+#include "tests/support/bound_socket.h"
 
 namespace platform {
 namespace {
 
-struct Bound {
-  FileDescriptor descriptor;
-  std::uint16_t port = 0;
-};
-
-/// A socket bound to an address and a free port.
-Bound bindTo(const char* address, int type, bool onlyIPv6 = false) {
-  bool isIPv6 = std::strchr(address, ':') != nullptr;
-  Bound bound{FileDescriptor(socket(isIPv6 ? AF_INET6 : AF_INET, type | SOCK_CLOEXEC, 0))};
-  sockaddr_storage storage{};
-  socklen_t length = isIPv6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
-  storage.ss_family = isIPv6 ? AF_INET6 : AF_INET;
-  auto* six = reinterpret_cast<sockaddr_in6*>(&storage);
-  auto* four = reinterpret_cast<sockaddr_in*>(&storage);
-  EXPECT_EQ(inet_pton(storage.ss_family, address, isIPv6 ? static_cast<void*>(&six->sin6_addr) : &four->sin_addr), 1);
-  int on = onlyIPv6;
-  if (isIPv6) setsockopt(bound.descriptor.get(), IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
-  EXPECT_EQ(bind(bound.descriptor.get(), reinterpret_cast<sockaddr*>(&storage), length), 0) << address;
-  getsockname(bound.descriptor.get(), reinterpret_cast<sockaddr*>(&storage), &length);
-  bound.port = ntohs(isIPv6 ? six->sin6_port : four->sin_port);
-  return bound;
-}
-
-std::vector<SocketEntry> socketsOn(SocketProtocol protocol, std::uint16_t port, bool onlyIPv6 = false) {
-  std::vector<SocketEntry> found;
-  visitSockets(protocol, port, onlyIPv6, [&](const SocketEntry& entry) {
-    found.push_back(entry);
-    return true;
-  });
-  return found;
-}
+using test::Bound;
+using test::SocketAddress;
+using test::socketsOn;
 
 MATCHER_P2(TakesPart, four, six, "") {
   return arg.isIPv4 == four && arg.isIPv6 == six && arg.userID == geteuid();
 }
 
 TEST(SocketTable, TellsWhichFamiliesASocketTakesPartIn) {
-  auto four = bindTo("127.0.0.1", SOCK_DGRAM);
+  const Bound four("127.0.0.1", SOCK_DGRAM);
   auto entries = socketsOn(SocketProtocol::udp, four.port);
   ASSERT_THAT(entries, testing::ElementsAre(TakesPart(true, false)));
   EXPECT_THAT(entries[0].localAddress, testing::ElementsAre(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 127, 0, 0, 1));
@@ -62,25 +28,21 @@ TEST(SocketTable, TellsWhichFamiliesASocketTakesPartIn) {
   EXPECT_THAT(socketsOn(SocketProtocol::udp, four.port, true), testing::IsEmpty());
   EXPECT_THAT(socketsOn(SocketProtocol::tcp, four.port), testing::IsEmpty());
 
-  auto both = bindTo("::", SOCK_DGRAM);
+  const Bound both("::", SOCK_DGRAM);
   EXPECT_THAT(socketsOn(SocketProtocol::udp, both.port), testing::ElementsAre(TakesPart(true, true)));
-  auto six = bindTo("::", SOCK_DGRAM, true);
+  const Bound six("::", SOCK_DGRAM, true);
   EXPECT_THAT(socketsOn(SocketProtocol::udp, six.port), testing::ElementsAre(TakesPart(false, true)));
-  auto loopback = bindTo("::1", SOCK_DGRAM);
+  const Bound loopback("::1", SOCK_DGRAM);
   EXPECT_THAT(socketsOn(SocketProtocol::udp, loopback.port), testing::ElementsAre(TakesPart(false, true)));
-  auto mapped = bindTo("::ffff:127.0.0.1", SOCK_DGRAM);
+  const Bound mapped("::ffff:127.0.0.1", SOCK_DGRAM);
   EXPECT_THAT(socketsOn(SocketProtocol::udp, mapped.port), testing::ElementsAre(TakesPart(true, false)));
 }
 
 TEST(SocketTable, ShowsListenersFirstAndLeavesOutWhatBelongsToNoProcess) {
-  auto listener = bindTo("127.0.0.1", SOCK_STREAM);
+  const Bound listener("127.0.0.1", SOCK_STREAM);
   ASSERT_EQ(listen(listener.descriptor.get(), 8), 0);
-  FileDescriptor client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(listener.port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(connect(client.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  Bound client("127.0.0.1", SOCK_STREAM);
+  client.connectTo({"127.0.0.1", listener.port});
   // Before accept(), the far end has no descriptor and no inode.
   EXPECT_THAT(socketsOn(SocketProtocol::tcp, listener.port), testing::SizeIs(1));
   FileDescriptor accepted(accept4(listener.descriptor.get(), nullptr, nullptr, SOCK_CLOEXEC));
@@ -96,7 +58,7 @@ TEST(SocketTable, ShowsListenersFirstAndLeavesOutWhatBelongsToNoProcess) {
 
   // A closed connection lingers in TIME_WAIT on the side that closed first.
   accepted.reset();
-  client.reset();
+  client.descriptor.reset();
   EXPECT_THAT(socketsOn(SocketProtocol::tcp, listener.port), testing::SizeIs(1));
 }
 
@@ -111,16 +73,13 @@ std::vector<std::optional<std::int32_t>> ownersOf(const std::vector<SocketEntry>
 
 TEST(SocketTable, AConnectionIsFoundByItsEndsAndThenByOneOfThem) {
   for (bool isIPv6 : {false, true}) {
-    auto listener = bindTo(isIPv6 ? "::1" : "127.0.0.1", SOCK_STREAM), client = bindTo("::ffff:127.0.0.1", SOCK_STREAM);
-    if (isIPv6) client = bindTo("::1", SOCK_STREAM);
+    const auto* loopback = isIPv6 ? "::1" : "::ffff:127.0.0.1";
+    const Bound listener(isIPv6 ? "::1" : "127.0.0.1", SOCK_STREAM), client(loopback, SOCK_STREAM);
     ASSERT_EQ(listen(listener.descriptor.get(), 8), 0);
-    sockaddr_in6 address{};
-    address.sin6_family = AF_INET6;
-    address.sin6_port = htons(listener.port);
-    inet_pton(AF_INET6, isIPv6 ? "::1" : "::ffff:127.0.0.1", &address.sin6_addr);
-    ASSERT_EQ(connect(client.descriptor.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const SocketAddress address(loopback, listener.port);
+    client.connectTo(address);
 
-    const auto* bytes = address.sin6_addr.s6_addr;
+    const auto* bytes = address.six.sin6_addr.s6_addr;
     const std::span host(bytes + (isIPv6 ? 0 : 12), isIPv6 ? 16u : 4u);
     const SocketEnd near{.address = host, .port = client.port}, far{.address = host, .port = listener.port};
     EXPECT_FALSE(likelySocket(near));  // no connection has led there yet
@@ -135,21 +94,17 @@ TEST(SocketTable, AConnectionIsFoundByItsEndsAndThenByOneOfThem) {
     EXPECT_FALSE(connectedSocket(SocketProtocol::udp, near, far));
   }
 
-  auto server = bindTo("127.0.0.1", SOCK_DGRAM), sender = bindTo("127.0.0.1", SOCK_DGRAM);
+  const Bound server("127.0.0.1", SOCK_DGRAM), sender("127.0.0.1", SOCK_DGRAM);
   const std::array<std::uint8_t, 4> host{127, 0, 0, 1};
   const SocketEnd near{.address = host, .port = sender.port}, far{.address = host, .port = server.port};
   EXPECT_FALSE(connectedSocket(SocketProtocol::udp, near, far));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(server.port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(connect(sender.descriptor.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  sender.connectTo({"127.0.0.1", server.port});
   EXPECT_EQ(connectedSocket(SocketProtocol::udp, near, far)->identity,
             socketsOn(SocketProtocol::udp, sender.port).at(0).identity);
 }
 
 TEST(SocketOwner, IsOnlyAProcessThatHoldsTheSocketNow) {
-  auto bound = bindTo("127.0.0.1", SOCK_DGRAM), other = bindTo("127.0.0.1", SOCK_DGRAM);
+  Bound bound("127.0.0.1", SOCK_DGRAM), other("127.0.0.1", SOCK_DGRAM);
   auto entry = socketsOn(SocketProtocol::udp, bound.port).at(0);
   EXPECT_EQ(likelySocketOwner(entry), std::nullopt);  // nothing has been found yet
   EXPECT_THAT(ownersOf({entry, socketsOn(SocketProtocol::udp, other.port).at(0), entry}), testing::Each(getpid()));

@@ -1,0 +1,68 @@
+// Timers that other threads invalidate, hold and debounce while they fire.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "foundation/HXGCDSequenceTimer.h"
+#include "foundation/HXGCDTimer.h"
+#include "tests/support/eventually.h"
+
+namespace {
+
+class TimerRaces : public testing::Test {
+ protected:
+  /// Returns when what was due by now has fired, and once more later: nothing may have fired in between.
+  void expectSilence(const std::atomic<int>& fired) {
+    waitUntilFired(0);  // a call that had begun has ended now
+    const int final = fired;
+    waitUntilFired(0.0001);
+    EXPECT_EQ(fired, final);
+  }
+
+  platform::dispatch::Queue queue = platform::dispatch::makeSerialQueue("test");
+
+ private:
+  void waitUntilFired(double delay) {
+    auto timer = HXGCDTimer::onetimeTimerWithQueue(queue, delay, [] {});
+    ASSERT_TRUE(eventually([&] { return !timer->isValid(); }));
+  }
+};
+
+TEST_F(TimerRaces, MayBeInvalidatedFromAnyThreadWhileFiring) {
+  for (int round = 0; round < 100; ++round) {
+    std::atomic<int> fired = 0, steps = 0;
+    auto timer = HXGCDTimer::repeatingTimerWithQueue(queue, 1e-6, 0, true, [&] { ++fired; });
+    timer->holdReference();
+    auto sequence = HXGCDSequenceTimer::timerWithQueue(queue, {0}, 0, true, false, [&](double, bool) { ++steps; });
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 3; ++thread) {
+      threads.emplace_back([&] {
+        while (fired < 2 || steps < 2) std::this_thread::yield();
+        timer->invalidate();
+        timer->holdReference();
+        sequence->invalidate();
+      });
+    }
+    for (auto& thread : threads) thread.join();
+    expectSilence(fired);
+    expectSilence(steps);
+    EXPECT_EQ(timer.use_count(), 1);
+  }
+}
+
+TEST_F(TimerRaces, DebounceOnAConcurrentQueueAlwaysRunsAnAction) {
+  for (int round = 0; round < 50; ++round) {
+    auto calls = std::make_shared<std::atomic<int>>(0);
+    for (int call = 0; call < 8; ++call) {
+      HXGCDTimer::debounceWithDelay(0.0001, platform::dispatch::globalQueue(), "concurrent", [calls] { ++*calls; });
+    }
+    EXPECT_TRUE(eventually([&] { return *calls > 0; }));
+    // When nothing keeps the actions any more, they have all run or been dropped.
+    EXPECT_TRUE(eventually([&] { return calls.use_count() == 1; }));
+    EXPECT_LE(*calls, 8);
+  }
+}
+
+}  // namespace
