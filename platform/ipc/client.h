@@ -34,8 +34,9 @@ class ClientChannel {
   ClientChannel();
   ~ClientChannel();
 
-  /// Begins a connection; whether it comes up shows by its events. Not while another one is open.
-  void open(const std::string& serviceName);
+  /// Begins a connection; whether it comes up shows by its events. Not while another one is open. False when so many
+  /// wait to be connected that there is no room for one more: none is open then.
+  [[nodiscard]] bool open(const std::string& serviceName);
 
   /// Drops the connection, without an event.
   void close();

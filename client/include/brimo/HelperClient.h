@@ -27,7 +27,7 @@ struct Options {
   bool ownThread = true;
 
   /// A connection that was lost is made again at once, then one, two, four … at most 30 seconds later, until there is
-  /// one or the helper refuses. Otherwise the next request makes it. No request is ever sent twice.
+  /// one. Otherwise the next request makes it. No request is ever sent twice.
   bool reconnects = true;
 
   /// How long an answer is waited for. Requests that take their time by nature have that time in addition.
@@ -42,8 +42,9 @@ struct Options {
 /// client's connection ends, the helper undoes the work of all.
 ///
 /// Any thread may call anything at any time, handlers included; only the destructor must not meet other calls, and may
-/// itself be called by a handler. Requests are under way together, over one connection. A process that was forked off
-/// cannot use it.
+/// itself be called by a handler. Requests are under way together, over one connection. In a process that was forked off
+/// it may only be destroyed, which leaves the parent's connection alone: call() fails there, and handlers are never
+/// called.
 class BRIMO_CLIENT_API HelperClient {
  public:
   /// Of a request; never 0, and never used twice.
@@ -52,7 +53,8 @@ class BRIMO_CLIENT_API HelperClient {
   /// Connects with the first request. Throws std::system_error when the system has no thread or descriptor left.
   explicit HelperClient(Options options = {});
 
-  /// What is under way ends with ErrorCode::cancelled: those handlers run on this thread, before this returns.
+  /// What is under way ends with ErrorCode::cancelled: those handlers run on this thread, before this returns. So does
+  /// what they send meanwhile: a handler that asks again whatever the error would never let this return.
   ~HelperClient();
   HelperClient(const HelperClient&) = delete;
   HelperClient& operator=(const HelperClient&) = delete;

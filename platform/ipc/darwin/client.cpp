@@ -77,7 +77,7 @@ class ClientChannel::Implementation {
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
 
-  void open(const std::string& serviceName) {
+  bool open(const std::string& serviceName) {
     close();
     inbox_->setOpen(++number_);
     connection_ = darwin::XPCConnection::adopt(
@@ -88,6 +88,7 @@ class ClientChannel::Implementation {
       if (xpc_get_type(object) == XPC_TYPE_ERROR) inbox->add(number, endOf(object));
     });
     xpc_connection_resume(connection_.get());
+    return true;
   }
 
   // XPC would start the service anew for a message that follows its end; but then it would not be the one that this
@@ -137,8 +138,8 @@ class ClientChannel::Implementation {
 
 ClientChannel::ClientChannel() : implementation_(std::make_unique<Implementation>()) {}
 ClientChannel::~ClientChannel() = default;
-void ClientChannel::open(const std::string& serviceName) {
-  implementation_->open(serviceName);
+bool ClientChannel::open(const std::string& serviceName) {
+  return implementation_->open(serviceName);
 }
 void ClientChannel::close() {
   implementation_->close();
