@@ -89,8 +89,8 @@ TEST_F(HelperClientTest, RequestsAreUnderWayTogether) {
   EXPECT_EQ(*first.get(), std::nullopt);
 }
 
-/// A helper that answers, twice or somebody else, keeps silent, dies, breaks off in the middle of a frame, or dies before
-/// it has answered anything.
+/// A helper that answers, twice or somebody else, keeps silent, dies, breaks off in the middle of a frame, or dies
+/// before it has answered anything.
 class ErraticHelper {
  public:
   explicit ErraticHelper(platform::fake::Service& service) : service_(service), thread_([this] { run(); }) {}
@@ -270,12 +270,13 @@ TEST(BusyHelper, IsWaitedFor) {
   }
 }
 
-TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
-  auto options = this->options();
-  options.reconnects = false;
-  HelperClient client(options);
-  auto code = [](auto result) { return result ? std::nullopt : std::make_optional(result.error().code); };
+template <class Value>
+std::optional<ErrorCode> code(const Result<Value>& result) {
+  return result ? std::nullopt : std::make_optional(result.error().code);
+}
 
+TEST_F(HelperClientTest, TellsThatItIsRefused) {
+  HelperClient client(options());
   auto refused = std::async([&] { return client.call(version()); });
   helper_.accept().close();
   EXPECT_EQ(code(refused.get()), ErrorCode::refused);
@@ -294,7 +295,12 @@ TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
     peer.send({.id = 0, .dictionary = {{"service", "another"}}});
     EXPECT_THAT(other.get().error().message, HasSubstr("not that of"));
   }
+}
 
+TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
+  auto options = this->options();
+  options.reconnects = false;
+  HelperClient client(options);
   auto rejected = std::async([&] { return client.call(startWatchdog()); });
   auto peer = admit();
   peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"error":"unknown command"})")});
@@ -388,24 +394,30 @@ TEST_F(HelperClientTest, TheEndOfTheHelperIsTheAnswerToStop) {
 TEST_F(HelperClientTest, HandlersWaitForDelivery) {
   auto options = this->options();
   options.ownThread = false;
-  HelperClient client(options);
+  auto client = std::make_unique<HelperClient>(options);
   std::vector<std::int64_t> versions;
   std::function<void(Result<std::int64_t>)> handler = [&](Result<std::int64_t> result) {
     versions.push_back(*result);
-    if (versions.size() < 3) client.send(version(), handler);
+    if (versions.size() < 3) client->send(version(), handler);
   };
-  client.send(version(), handler);
+  client->send(version(), handler);
   auto peer = admit();
   for (std::int64_t number = 1; number <= 3; ++number) {
     auto reply = jsonReply("{\"version\":" + std::to_string(number) + "}");
     peer.send({.id = peer.receive().id, .dictionary = reply});
-    waitReadable(client.descriptor());
+    waitReadable(client->descriptor());
     EXPECT_EQ(versions.size(), number - 1);
-    client.deliver();
+    client->deliver();
     EXPECT_EQ(versions.size(), number);
-    pollfd idle{client.descriptor(), POLLIN, 0};
+    pollfd idle{client->descriptor(), POLLIN, 0};
     EXPECT_EQ(poll(&idle, 1, 0), 0);
   }
+  // The client ends in a handler; what is under way is cancelled there.
+  std::vector<ErrorCode> ends;
+  client->send(version(), [&](auto result) { ends.push_back(result.error().code); });
+  client->cancel(client->send(version(), [&](auto) { client.reset(); }));
+  client->deliver();
+  EXPECT_THAT(ends, testing::ElementsAre(ErrorCode::cancelled));
 }
 
 TEST_F(HelperClientTest, HandlersMayCallAnything) {

@@ -59,8 +59,8 @@ std::shared_ptr<Session> Session::start(Options options) {
   return session;
 }
 
-// A process that was forked off has neither the threads nor, perhaps, the lock: all that it can do is to leave everything
-// as it is.
+// A process that was forked off has neither the threads nor, perhaps, the lock: all that it can do is to leave
+// everything as it is.
 bool Session::isForkedOff() const {
   return getpid() != owner_;
 }

@@ -41,8 +41,8 @@ class Lookup(HelperTest):
         self.addCleanup(self._end_process, process)
         return process, int(read_line(process))
 
-    def owner(self, protocol, address):
-        code, out, err = self.brimo("--json", "process-lookup", protocol, address)
+    def owner(self, protocol, *addresses):
+        code, out, err = self.brimo("--json", "process-lookup", protocol, *addresses)
         self.assertEqual(err, "")
         self.assertEqual(code, 0 if "pid" in json.loads(out) else 4)
         return json.loads(out)
@@ -88,6 +88,24 @@ class Lookup(HelperTest):
         handed.close()
         self.assertEqual(self.owner("udp", address), {"pid": heir.pid, "path": os.path.realpath("/usr/bin/sleep")})
 
+    def test_the_other_end_tells_sockets_on_one_port_apart(self):
+        servers = [socket.create_server(("127.0.0.1", 0)) for _ in range(2)]
+        ends = [socket.socket() for _ in servers]
+        local = ("127.0.0.1", 0)
+        for end, server in zip(ends, servers):
+            end.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            end.bind(local)
+            local = end.getsockname()
+            end.connect(server.getsockname())
+        heir = subprocess.Popen(["sleep", "1000"], pass_fds=[ends[1].fileno()])
+        self.addCleanup(heir.wait)
+        self.addCleanup(heir.kill)
+        ends.pop().close()
+        for server, pid in zip(servers, (os.getpid(), heir.pid)):
+            self.assertEqual(self.owner("tcp", *("%s:%d" % address for address in (local, server.getsockname())))["pid"], pid)
+        for opened in servers + ends:
+            opened.close()
+
     def test_other_network_namespaces_are_not_looked_at(self):
         process = subprocess.Popen(
             ["unshare", "--net", "sh", "-c", "ip link set lo up && exec \"$@\"", "-", PYTHON, "-c",
@@ -111,7 +129,7 @@ class CommandLine(HelperTest):
         self.assertEqual(self.brimo("json", '{"command": "x'), (1, '{"error":"invalid command payload"}\n', ""))
         self.assertIn("usage: Brimo set-proxy SERVICE", self.brimo("help", "set-proxy")[1])
         for arguments in (["nonsense"], ["version", "x"], ["process-lookup", "tcp"], ["process-lookup", "sctp", "1.1.1.1:1"],
-                          ["process-lookup", "tcp", "127.0.0.1:65536"], ["process-lookup", "tcp", "::1:80"], ["start-watchdog"], ["--nonsense"], ["help", "nonsense"],
+                          ["process-lookup", "tcp", "127.0.0.1:65536"], ["process-lookup", "tcp", "::1:80"], ["process-lookup", "udp", "127.0.0.1:1", "[::1]:1"], ["start-watchdog"], ["--nonsense"], ["help", "nonsense"],
                           ["set-static-ip", "eth0", "1.2.3.4", "255.0.255.0", "1.2.3.1"], ["set-proxy", "eth0", "http=a b:1"]):
             code, out, err = self.brimo(*arguments)
             self.assertEqual((code, out), (2, ""), arguments)

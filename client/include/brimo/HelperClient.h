@@ -42,8 +42,8 @@ struct Options {
 /// client's connection ends, the helper undoes the work of all.
 ///
 /// Any thread may call anything at any time, handlers included; only the destructor must not meet other calls, and may
-/// itself be called by a handler. Requests are under way together, over one connection. In a process that was forked off
-/// it may only be destroyed, which leaves the parent's connection alone: call() fails there, and handlers are never
+/// itself be called by a handler. Requests are under way together, over one connection. In a process that was forked
+/// off it may only be destroyed, which leaves the parent's connection alone: call() fails there, and handlers are never
 /// called.
 class BRIMO_CLIENT_API HelperClient {
  public:

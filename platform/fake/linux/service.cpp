@@ -91,8 +91,8 @@ class Service::Implementation {
 };
 
 Service::Service(int backlog)
-    : name("brimo-test-" + std::to_string(getpid())), implementation_(std::make_unique<Implementation>(name, backlog)) {
-}
+    : name("brimo-test-" + std::to_string(getpid())),
+      implementation_(std::make_unique<Implementation>(name, backlog)) {}
 Service::~Service() = default;
 
 Peer Service::accept() {

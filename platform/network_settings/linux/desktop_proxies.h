@@ -14,6 +14,9 @@
 
 namespace platform {
 
+/// File of the record, in the folder of the database.
+inline constexpr char proxyRecordName[] = "services.json";
+
 /// The services whose proxies a client has set since the machine started or the helper last ended unexpectedly. What
 /// the store holds for others is of another time.
 struct ProxyRecord {
