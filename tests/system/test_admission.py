@@ -39,29 +39,6 @@ class Signatures(HelperTest):
         # None of them was even greeted, so that nothing of theirs was read.
         self.assertEqual(len([line for line in self.log() if "Client validation" in line]), 1)
 
-    def test_only_the_right_signer_and_identifier_count(self):
-        bundle, executable = copy_bundle("Copy.app")
-        make = TESTS / "tools/make-development-certificates"
-        for folder, team in (("/opt/other-team", "WRONG00000"), ("/opt/other-anchor", "BRIMO00618")):
-            subprocess.run([make, folder, team], check=True)
-        # The other team has a leaf of the right intermediate.
-        team = Path("/opt/other-team")
-        issue = (f"cd {team} && openssl req -new -key leaf.key -subj '/CN=x/OU=WRONG00000' -out r && printf "
-                 "'1.2.840.113635.100.6.1.13=ASN1:NULL\n' > e && openssl x509 -req -in r -CA {0}/intermediate.pem -CAkey "
-                 "{0}/intermediate.key -set_serial 5 -days 9 -extfile e -out leaf.pem").format(TESTS / "certificates")
-        subprocess.run(issue, shell=True, check=True, stderr=subprocess.DEVNULL)
-        shutil.copy(TESTS / "certificates/intermediate.pem", team)
-        for name, options in {
-            "identifier": {"identifier": "com.example.other"},
-            "team": {"certificates": team},
-            "anchor": {"certificates": Path("/opt/other-anchor")},
-        }.items():
-            with self.subTest(name):
-                sign(executable, **options)
-                self.assert_refused(executable)
-        sign(executable)
-        self.assertEqual(self.brimo("version", executable=executable)[0], 0)
-
     def test_frameworks_must_be_signed_files(self):
         for framework in FRAMEWORKS:
             bundle, executable = copy_bundle("Copy.app")
@@ -69,11 +46,6 @@ class Signatures(HelperTest):
             self.assert_refused(executable)
             self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67050")
             self.assertRegex(self.log()[-1], r"\[Helper\] Reject connection from PID \d+")
-
-    def test_an_image_that_others_could_write_does_not_count(self):
-        bundle, executable = copy_bundle("Copy.app")
-        bundle.chmod(0o775)
-        self.assert_refused(executable)
 
     def test_an_application_replaced_while_it_runs_is_judged_by_both_files(self):
         bundle, executable = copy_bundle("Copy.app", "/opt/Python.app")
@@ -322,7 +294,15 @@ class Reasons(HelperTest):
         self.end_helper()
         self.system_log = self.listen_to_the_system_log()
         self.helper = harness.Helper()
-        subprocess.run([TESTS / "tools/make-development-certificates", "/opt/other-anchor", "BRIMO00618"], check=True)
+        # The other team has a leaf of the right intermediate.
+        team, trusted = Path("/opt/other-team"), TESTS / "certificates"
+        for folder, name in ((team, "WRONG00000"), ("/opt/other-anchor", "BRIMO00618")):
+            subprocess.run([TESTS / "tools/make-development-certificates", folder, name], check=True)
+        shutil.copy(trusted / "intermediate.pem", team)
+        subprocess.run("openssl req -new -key leaf.key -subj /CN=x/OU=WRONG00000 -out r && "
+                       "echo 1.2.840.113635.100.6.1.13=ASN1:NULL >e && openssl x509 -req -in r -CA intermediate.pem "
+                       f"-CAkey {trusted}/intermediate.key -set_serial 5 -days 9 -extfile e -out leaf.pem",
+                       shell=True, check=True, stderr=subprocess.DEVNULL, cwd=team)
         signed = self.executable.read_bytes()
         self.executable.unlink()
         self.executable.write_bytes(signed[:-1])
@@ -330,6 +310,8 @@ class Reasons(HelperTest):
         self.assert_reason(f"{self.executable} has no signature")
         sign(self.executable, certificates=Path("/opt/other-anchor"))
         self.assert_reason(f'{self.executable} is signed by "CN = .*", under another root than the one trusted here')
+        sign(self.executable, certificates=team)
+        self.assert_reason(f'{self.executable} is signed as "com.example.brimo" by "CN = x, OU = WRONG00000", which does not satisfy: ')
         sign(self.executable, identifier="com.example.other")
         self.assert_reason(f'{self.executable} is signed as "com.example.other" by ".*OU = BRIMO00618", which does not satisfy: ')
         sign(self.executable)
