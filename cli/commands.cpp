@@ -29,22 +29,29 @@ Answer runVersion(const Surroundings& surroundings, const Arguments&) {
   return {.object = {{"version", build}}, .text = fmt::format("helper build {}", build)};
 }
 
+/// Of a local socket, or its other end: throws UsageError when it is neither.
+SocketAddress requireSocketAddress(const std::string& text) {
+  constexpr std::string_view localhost = "localhost:";
+  auto address = parseSocketAddress(text.starts_with(localhost) ? "127.0.0.1:" + text.substr(localhost.size()) : text);
+  if (!address) {
+    throw UsageError(
+        fmt::format("\"{}\" is no address and port: write 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, with an interface "
+                    "of this machine, or localhost:80",
+                    text));
+  }
+  return *address;
+}
+
 Answer runProcessLookup(const Surroundings& surroundings, const Arguments& arguments) {
   if (arguments[0] != "tcp" && arguments[0] != "udp") {
     throw UsageError(fmt::format("\"{}\" is neither tcp nor udp", arguments[0]));
   }
-  auto text = arguments[1];
-  constexpr std::string_view localhost = "localhost:";
-  if (text.starts_with(localhost)) text = "127.0.0.1:" + text.substr(localhost.size());
-  auto address = parseSocketAddress(text);
-  if (!address) {
-    throw UsageError(
-        fmt::format("\"{}\" is no address of this machine and port: write 127.0.0.1:80, [::1]:80, "
-                    "[fe80::1%eth0]:80 or localhost:80",
-                    arguments[1]));
-  }
+  auto local = requireSocketAddress(arguments[1]);
+  std::optional<SocketAddress> remote;
+  if (arguments.size() > 2) remote = requireSocketAddress(arguments[2]);
+  if (remote && remote->isIPv6 != local.isIPv6) throw UsageError("both ends must be IPv4, or both IPv6");
   auto transport = arguments[0] == "udp" ? Transport::udp : Transport::tcp;
-  auto owner = ask(surroundings.helper(), brimo::processLookup(transport, *address));
+  auto owner = ask(surroundings.helper(), brimo::processLookup(transport, local, remote));
   if (!owner) return {.object = {}, .text = fmt::format("no process owns {}", arguments[1]), .code = exitNotFound};
   json::object object{{"pid", owner->pid}};
   if (owner->path) object["path"] = *owner->path;
@@ -175,12 +182,15 @@ const std::map<std::string, Command>& commands() {
       {"version", {"", "Shows the build number of the helper.", 0, 0, runVersion}},
       {"doctor",
        {"",
-        "Looks at the installation, and says what is not in order and what helps. As root it looks at the store, too.",
+        "Looks at the installation and at what is set, and says what is not in order and what helps. As root it looks\n"
+        "at the store, too.",
         0, 0, [](const Surroundings& surroundings, const Arguments&) { return examine(surroundings); }}},
       {"process-lookup",
-       {"tcp|udp ADDRESS:PORT",
-        "Shows the owner of a local socket: 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, localhost:80.", 2, 2,
-        runProcessLookup}},
+       {"tcp|udp ADDRESS:PORT [REMOTE:PORT]",
+        "Shows the owner of a local socket: 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, localhost:80. With the other "
+        "end\n"
+        "of a connection, that of the socket that is connected to it, if there is one.",
+        2, 3, runProcessLookup}},
       {"dhcp-discover",
        {"INTERFACE", "Lists the DHCP servers that answer on an interface, after two seconds.", 1, 1, runDHCPDiscover}},
       {"ra-detect",

@@ -9,10 +9,13 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <set>
 
 #include "build_constants.h"
+#include "cli/helper_file.h"
 #include "cli/installation.h"
 #include "platform/base/exact_json.h"
+#include "platform/network_settings/proxy_report.h"
 #include "platform/process/process.h"
 
 namespace brimo {
@@ -33,9 +36,23 @@ Finding service() {
   return {"service", fmt::format("{} is missing", serviceDefinition), "install the helper"};
 }
 
-Finding executable() {
-  if (fs::exists(installedHelper)) return {"helper", installedHelper};
-  return {"helper", fmt::format("{} is missing", installedHelper), "install the helper"};
+Finding socket() {
+  if (fs::is_socket(endpoint)) return {"socket", endpoint};
+  return {"socket", fmt::format("{} is missing", endpoint), startCommand};
+}
+
+/// The executable, and the roots that it trusts.
+void addHelper(std::vector<Finding>& findings) {
+  const auto helper = readHelperFile(installedHelper);
+  if (!helper) return findings.push_back({"helper", helper.error().what(), "install the helper"});
+  const auto& [build, service, identifier, team, group, roots] = *helper;
+  bool isOurs = build == BRHBuildNumber && service == HelperServiceName && identifier == ClientBundleIdentifier &&
+                team == TeamIdentifier && group == BRHClientGroup;
+  findings.push_back({"helper", fmt::format("{}, build {}", installedHelper, build),
+                      isOurs ? "" : "it was built for another application: install both from the same build"});
+  for (const auto& [subject, sha256] : roots) {
+    findings.push_back({"anchor", fmt::format("{}, SHA-256 {}", subject, sha256)});
+  }
 }
 
 Finding connection(HelperClient& helper) {
@@ -73,32 +90,63 @@ std::optional<json::object> stored(const char* name) {
   return value->get_object();
 }
 
-Finding store() {
-  std::error_code error;
-  bool isThere = fs::exists(fs::path(storeFolder) / "preferences.json", error);
-  if (error) return {"store", fmt::format("{}: only root can look into it", storeFolder)};
-  if (!isThere) return {"store", "nothing has been set yet"};
+/// The services that the store has proxies for; fails when it cannot be read.
+platform::Result<std::vector<std::string>> servicesInStore() {
   auto preferences = stored("preferences.json");
   const auto* services = preferences ? preferences->if_contains("NetworkServices") : nullptr;
   if (!services || !services->is_object()) {
-    return {"store", fmt::format("{}/preferences.json is not in order", storeFolder), "mend or remove it, as root"};
+    return platform::Failure(0, fmt::format("{}/preferences.json is not in order", storeFolder));
   }
-  std::vector<std::string> withProxies;
+  std::vector<std::string> found;
   for (const auto& [id, entities] : services->get_object()) {
     const auto* proxies = entities.is_object() ? entities.get_object().if_contains("Proxies") : nullptr;
-    if (proxies && proxies->is_object() && !proxies->get_object().empty()) withProxies.emplace_back(id);
+    if (proxies && proxies->is_object() && !proxies->get_object().empty()) found.emplace_back(id);
   }
-  if (withProxies.empty()) return {"store", "no service has proxies"};
-  // An application sets its proxies again when it connects, but proxies without an application stay for ever.
-  return {"store", fmt::format("services with proxies: {}", fmt::join(withProxies, ", ")),
-          fmt::format("if no running application has set them: Brimo set-proxy {} off --force", withProxies.front())};
+  return found;
+}
+
+// An application sets its proxies again when it connects, but proxies without an application stay for ever.
+std::string remedyForLeft(const std::string& service) {
+  return fmt::format(
+      "no client has set it since the helper started afresh; if nobody wants it: Brimo set-proxy {} off --force",
+      service);
+}
+
+void addStore(std::vector<Finding>& findings, const std::set<std::string>& inUse) {
+  std::error_code error;
+  bool isThere = fs::exists(fs::path(storeFolder) / "preferences.json", error);
+  if (error) return findings.push_back({"store", fmt::format("{}: only root can look into it", storeFolder)});
+  if (!isThere) return findings.push_back({"store", "nothing has been set yet"});
+  auto services = servicesInStore();
+  if (!services) return findings.push_back({"store", services.error().what(), "mend or remove it, as root"});
+  if (services->empty()) findings.push_back({"store", "no service has proxies"});
+  for (const auto& service : *services) {
+    findings.push_back({"store", fmt::format("service {} has proxies", service),
+                        inUse.contains(service) ? "" : remedyForLeft(service)});
+  }
+}
+
+/// What programs are told, and what the end of a helper that could not clean up has left.
+void addProxies(std::vector<Finding>& findings, const std::set<std::string>& inUse) {
+  for (const auto& [name, service, setting, readers] : platform::proxyPlaces(HelperServiceName)) {
+    if (!service.empty() && setting == "none") continue;
+    bool isLeft = !service.empty() && !inUse.contains(service);
+    findings.push_back({"proxies", fmt::format("{}: {}", name, setting), isLeft ? remedyForLeft(service) : ""});
+  }
 }
 
 }  // namespace
 
 Answer examine(const Surroundings& surroundings) {
-  std::vector<Finding> findings{service(), executable(), connection(surroundings.helper()), bundle()};
-  if (*storeFolder != '\0') findings.push_back(store());
+  // Before the connection, whose end takes off what is set for as long as clients stay.
+  std::vector<Finding> findings{service()};
+  if (*endpoint != '\0') findings.push_back(socket());
+  addHelper(findings);
+  findings.push_back(bundle());
+  const auto inUse = platform::servicesWithProxies(HelperServiceName);
+  if (*storeFolder != '\0') addStore(findings, inUse);
+  addProxies(findings, inUse);
+  findings.push_back(connection(surroundings.helper()));
   Answer answer;
   json::array list;
   for (const auto& [subject, text, remedy] : findings) {

@@ -154,7 +154,10 @@ int main(int count, char** values) {
   std::string name = arguments[0];
   arguments.erase(arguments.begin());
   if (name == "help" || name == "--help" || name == "-h") return commandLine.help(arguments);
-  if (name == "--version") return commandLine.print(fmt::format("Brimo {}\n", BRHBuildNumber));
+  if (name == "--version") {
+    auto object = json::serialize(json::object{{"version", BRHBuildNumber}});
+    return commandLine.print((printsJSON ? object : fmt::format("Brimo {}", BRHBuildNumber)) + "\n");
+  }
   if (name == "-crashWatchDog" || name == "-crashDefunctRestart") {
     commandLine.print(fmt::format("launched again by the helper ({})\n", name));
     commandLine.runAlone("version", {});

@@ -35,9 +35,9 @@ TEST(ProxyArguments, BecomeACommand) {
 
 TEST(ProxyArguments, AreRefusedWhenTheyAreNone) {
   for (const auto& word :
-       splitWords("'' on http http= http=a http=a: http=:1 http=a:0 http=a:65536 http=a:1x http=::1:80 "
-                  "http=[::1] http=[a]:80 pac= pac ftp=a:1 except-simple=1 = off= 'http=a b:1' "
-                  "http=a/b:1 http=[::g]:1 pac=proxy.pac 'pac=http://a b' pac=ftp://a 'except=a b'")) {
+       splitWords("'' on http http= http=a http=a: http=:1 http=a:0 http=a:65536 http=a:1x http=::1:80 http=[::1] "
+                  "http=[a]:80 pac= pac ftp=a:1 except-simple=1 = off= 'http=a b:1' http=a/b:1 http=[::g]:1 "
+                  "pac=proxy.pac 'pac=http://a b' pac=ftp://a 'except=a b'")) {
     EXPECT_THROW(parseProxyArguments({word}), std::invalid_argument) << word;
     EXPECT_THROW(parseProxyArguments({"off", word}), std::invalid_argument) << word;
   }

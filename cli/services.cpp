@@ -30,7 +30,7 @@ Answer listServices() {
 Answer listProxies() {
   json::array list;
   std::string text;
-  for (const auto& [name, setting, readers] : platform::proxyPlaces(HelperServiceName)) {
+  for (const auto& [name, service, setting, readers] : platform::proxyPlaces(HelperServiceName)) {
     list.push_back({{"place", name}, {"setting", setting}, {"readers", readers}});
     text += fmt::format("{}{}: {}\n  obeyed by {}", text.empty() ? "" : "\n", name, setting, readers);
   }

@@ -2,17 +2,22 @@
 #include <brimo/HelperClient.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/wait.h>
 
+#include <array>
 #include <atomic>
+#include <filesystem>
 #include <future>
 #include <thread>
 
+#include "platform/base/readiness.h"
 #include "platform/fake/service.h"
 
 namespace brimo {
 namespace {
 
 using namespace std::chrono_literals;
+using platform::fake::Frame;
 using platform::fake::Peer;
 using platform::fake::waitReadable;
 using platform::ipc::Data;
@@ -93,36 +98,194 @@ TEST_F(HelperClientTest, RequestsAreUnderWayTogether) {
   EXPECT_EQ(*first.get(), std::nullopt);
 }
 
-TEST_F(HelperClientTest, AnswersEachOfManyThreads) {
-  HelperClient client(options());
-  std::atomic<int> right = 0;
-  std::vector<std::thread> threads;
-  for (int number = 0; number < 8; ++number) {
-    threads.emplace_back([&, number] {
-      for (int count = 1; count <= 100; ++count) {
-        SocketAddress address;
-        address.port = static_cast<std::uint16_t>(1000 * number + count);
-        auto result = client.call(processLookup(Transport::udp, address));
-        right += result && *result && (*result)->pid == address.port;
-      }
-    });
+/// A helper that answers, twice or somebody else, keeps silent, dies, breaks off in the middle of a frame, or dies
+/// before it has answered anything.
+class ErraticHelper {
+ public:
+  explicit ErraticHelper(platform::fake::Service& service) : service_(service), thread_([this] { run(); }) {}
+  ~ErraticHelper() {
+    isDone_ = true;
+    Options options;
+    options.service = service_.name;
+    HelperClient last(options);
+    last.connect();
+    thread_.join();
   }
-  auto peer = admit();
-  for (int count = 0; count < 800; ++count) {
+
+ private:
+  void run() {
+    for (int connection = 0;; ++connection) {
+      auto peer = service_.accept();
+      if (isDone_) return;
+      if (connection % 5 == 4) continue;
+      try {
+        peer.greet(service_.name);
+        peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"version":618})")});
+        while (answer(peer)) {
+        }
+      } catch (const std::runtime_error&) {  // the client has left
+      }
+    }
+  }
+
+  bool answer(Peer& peer) {
     auto frame = peer.receive();
     const auto& address = *frame.dictionary.get<Data>("address");
-    peer.send({.id = frame.id, .dictionary = owner(address[2] << 8 | address[3])});
+    const Frame reply{.id = frame.id, .dictionary = {{"pid", std::int64_t{address[2] << 8 | address[3]}}}};
+    switch (++requests_ % 40) {
+      case 3:
+        return true;
+      case 7:
+        peer.send(reply);
+        break;
+      case 13:
+        peer.send({.id = frame.id + 1'000'000, .dictionary = {{"pid", std::int64_t{0}}}});
+        break;
+      case 17:
+        peer.sendBytes({0, 0, 0, 30, 0x82, 1});
+        return false;
+      case 29:
+        return false;
+    }
+    peer.send(reply);
+    return true;
   }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(right, 800);
+
+  platform::fake::Service& service_;
+  int requests_ = 0;
+  std::atomic<bool> isDone_ = false;
+  std::thread thread_;
+};
+
+std::size_t entriesOf(const char* folder) {
+  namespace fs = std::filesystem;
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
 }
 
-TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
-  auto options = this->options();
-  options.reconnects = false;
-  HelperClient client(options);
-  auto code = [](auto result) { return result ? std::nullopt : std::make_optional(result.error().code); };
+TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
+  constexpr int threadCount = 8, requestCount = 125;
+  const auto descriptors = entriesOf("/proc/self/fd"), tasks = entriesOf("/proc/self/task");
+  std::array<std::atomic<int>, threadCount * requestCount> ends{};
+  std::atomic<int> right = 0, wrong = 0;
+  {
+    ErraticHelper helper(helper_);
+    HelperClient client(options());
+    auto run = [&](int thread) {
+      for (int number = thread * requestCount; number < (thread + 1) * requestCount; ++number) {
+        SocketAddress address;
+        address.port = static_cast<std::uint16_t>(number + 1);
+        auto handle = [&, number](Result<std::optional<SocketOwner>> result) {
+          ++ends[static_cast<std::size_t>(number)];
+          if (!result) return;
+          ++(*result && (*result)->pid == number + 1 ? right : wrong);
+        };
+        auto request = processLookup(Transport::udp, address);
+        auto limit = std::chrono::milliseconds(number % 30);
+        if (number % 3 == 0) {
+          handle(client.call(request, limit));
+        } else {
+          auto id = client.send(request, handle, limit);
+          if (number % 7 == 0) client.cancel(id);
+        }
+      }
+    };
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < threadCount; ++thread) threads.emplace_back(run, thread);
+    for (auto& thread : threads) thread.join();
+  }
+  EXPECT_TRUE(std::all_of(ends.begin(), ends.end(), [](const auto& count) { return count == 1; }));
+  EXPECT_GT(right, 0);
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+  // A thread that was joined is listed for a moment more.
+  while (entriesOf("/proc/self/task") > tasks) std::this_thread::yield();
+}
 
+TEST_F(HelperClientTest, GarbageEndsTheConnectionAndNothingElse) {
+  std::atomic<int> connections = 0;
+  auto options = this->options();
+  options.onConnection = [&](const ConnectionChange& change) { connections += change.build ? 1 : 0; };
+  auto client = std::make_unique<HelperClient>(options);
+  // 64 MiB, no CBOR, a text in place of the array.
+  for (const auto& garbage : {Data{4, 0, 0, 0}, Data{0, 0, 0, 1, 0xFF}, Data{0, 0, 0, 2, 0x61, 'x'}}) {
+    auto lost = std::async([&] { return client->call(lookup()); });
+    auto peer = admit();
+    peer.receive();
+    peer.sendBytes(garbage);
+    EXPECT_EQ(lost.get().error().code, ErrorCode::lost);
+    EXPECT_THROW(peer.receive(), std::runtime_error);
+  }
+  // However much comes that is nobody's, time limits are kept.
+  client->connect();
+  auto peer = admit();
+  peer.greet(helper_.name);
+  std::thread flood([&] {
+    try {
+      while (true) peer.send({.id = 1'000'000, .dictionary = {}});
+    } catch (const std::runtime_error&) {  // the client has left
+    }
+  });
+  for (auto limit : {20ms, std::chrono::milliseconds::min()}) {
+    EXPECT_EQ(client->call(lookup(), limit).error().code, ErrorCode::timedOut);
+  }
+  client.reset();
+  flood.join();
+  EXPECT_EQ(connections, 4);
+}
+
+TEST_F(HelperClientTest, ForkedOffItIsOfNoUseAndDoesNoHarm) {
+  auto client = std::make_unique<HelperClient>(options());
+  client->connect();
+  auto peer = admit();
+  platform::Readiness isOver;
+  pid_t child = fork();
+  if (child == 0) {
+    auto code = client->call(version()).error().code;
+    client->send(version(), [](auto) {});
+    client.reset();
+    waitReadable(isOver.descriptor());
+    _exit(code == ErrorCode::invalidArgument ? 0 : 1);
+  }
+  auto next = std::async([&] { return client->call(version()); });
+  peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"version":2})")});
+  EXPECT_EQ(*next.get(), 2);
+  // The child has the socket, too.
+  client.reset();
+  EXPECT_THAT([&] { peer.receive(); }, testing::ThrowsMessage<std::runtime_error>("the client has left"));
+  isOver.set();
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+}
+
+TEST(BusyHelper, IsWaitedFor) {
+  platform::fake::Service helper(0);
+  Options options;
+  options.service = helper.name;
+  HelperClient first(options), second(options);
+  // One waits to be accepted, and there is no room for another.
+  Outcome<std::int64_t> outcomes[2];
+  first.send(version(), outcomes[0].handler());
+  waitReadable(helper.descriptor());
+  EXPECT_EQ(second.call(version(), 20ms).error().code, ErrorCode::timedOut);
+  second.send(version(), outcomes[1].handler());
+  for (auto& outcome : outcomes) {
+    auto peer = helper.accept();
+    peer.greet(helper.name);
+    for (int request = 0; request < 2; ++request) {
+      peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"version":618})")});
+    }
+    EXPECT_TRUE(outcome.get());
+  }
+}
+
+template <class Value>
+std::optional<ErrorCode> code(const Result<Value>& result) {
+  return result ? std::nullopt : std::make_optional(result.error().code);
+}
+
+TEST_F(HelperClientTest, TellsThatItIsRefused) {
+  HelperClient client(options());
   auto ask = [&] { return std::async([&] { return client.call(version()); }); };
 
   auto refused = ask();
@@ -140,7 +303,12 @@ TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
   auto other = ask();
   helper_.accept().send({.id = 0, .dictionary = {{"service", "another"}}});
   EXPECT_THAT(other.get().error().message, HasSubstr("not that of"));
+}
 
+TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
+  auto options = this->options();
+  options.reconnects = false;
+  HelperClient client(options);
   auto rejected = std::async([&] { return client.call(startWatchdog()); });
   auto peer = admit();
   answer(peer, jsonReply(R"({"error":"unknown command"})"));
@@ -195,7 +363,7 @@ TEST_F(HelperClientTest, ComesBackAndSaysSo) {
   auto options = this->options();
   options.onConnection = [&](const ConnectionChange& change) {
     if (change.build) return (++connections == 1 ? first : second).set_value(*change.build);
-    if (connections == 1) lost.set_value(change.error->code);
+    if (change.error->code == ErrorCode::lost) lost.set_value(change.error->code);
   };
   HelperClient client(options);
   client.connect();
@@ -207,6 +375,7 @@ TEST_F(HelperClientTest, ComesBackAndSaysSo) {
   peer.close();
   EXPECT_EQ(lost.get_future().get(), ErrorCode::lost);
   EXPECT_EQ(watchdog.get().error().code, ErrorCode::lost);
+  helper_.accept().close();  // one that has ended as soon as it was there
   auto again = admit();
   EXPECT_EQ(second.get_future().get(), 618);
   EXPECT_TRUE(again.hasHeardNothing());  // the lost request is not sent again
@@ -230,23 +399,29 @@ TEST_F(HelperClientTest, TheEndOfTheHelperIsTheAnswerToStop) {
 TEST_F(HelperClientTest, HandlersWaitForDelivery) {
   auto options = this->options();
   options.ownThread = false;
-  HelperClient client(options);
+  auto client = std::make_unique<HelperClient>(options);
   std::vector<std::int64_t> versions;
   std::function<void(Result<std::int64_t>)> handler = [&](Result<std::int64_t> result) {
     versions.push_back(*result);
-    if (versions.size() < 3) client.send(version(), handler);
+    if (versions.size() < 3) client->send(version(), handler);
   };
-  client.send(version(), handler);
+  client->send(version(), handler);
   auto peer = admit();
   for (std::int64_t number = 1; number <= 3; ++number) {
     answer(peer, versionReply(number));
-    waitReadable(client.descriptor());
+    waitReadable(client->descriptor());
     EXPECT_EQ(versions.size(), number - 1);
-    client.deliver();
+    client->deliver();
     EXPECT_EQ(versions.size(), number);
-    pollfd idle{client.descriptor(), POLLIN, 0};
+    pollfd idle{client->descriptor(), POLLIN, 0};
     EXPECT_EQ(poll(&idle, 1, 0), 0);
   }
+  // The client ends in a handler; what is under way is cancelled there.
+  std::vector<ErrorCode> ends;
+  client->send(version(), [&](auto result) { ends.push_back(result.error().code); });
+  client->cancel(client->send(version(), [&](auto) { client.reset(); }));
+  client->deliver();
+  EXPECT_THAT(ends, testing::ElementsAre(ErrorCode::cancelled));
 }
 
 TEST_F(HelperClientTest, HandlersMayCallAnything) {

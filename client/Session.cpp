@@ -15,7 +15,8 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using Channel = platform::ipc::ClientChannel;
 
-constexpr seconds firstPause{1}, longestPause{30};
+constexpr seconds shortestPause{1}, longestPause{30};
+constexpr milliseconds pauseWhenBusy{100};
 constexpr milliseconds longestLimit = std::chrono::hours(24 * 365);
 
 Options withService(Options options) {
@@ -38,6 +39,10 @@ Error cancelled() {
   return {ErrorCode::cancelled, "the request was cancelled"};
 }
 
+Error forkedOff() {
+  return {ErrorCode::invalidArgument, "this process was forked off: the connection is its parent's"};
+}
+
 }  // namespace
 
 Session::Session(Options options) : options_(withService(std::move(options))) {}
@@ -54,7 +59,14 @@ std::shared_ptr<Session> Session::start(Options options) {
   return session;
 }
 
+// A process that was forked off has neither the threads nor, perhaps, the lock: all that it can do is to leave
+// everything as it is.
+bool Session::isForkedOff() const {
+  return getpid() != owner_;
+}
+
 void Session::end() {
+  if (isForkedOff()) return;
   {
     std::lock_guard lock(mutex_);
     isEnding_ = true;
@@ -74,11 +86,13 @@ void Session::end() {
 // --- Requests -------------------------------------------------------------------------------------------------------
 
 Session::ID Session::begin(Message message, Finish finish, Limit limit) {
+  if (isForkedOff()) return 0;
   std::lock_guard lock(mutex_);
   return add({.message = std::move(message), .finish = std::move(finish)}, limit);
 }
 
 std::shared_ptr<const detail::Reply> Session::wait(Message message, Limit limit) {
+  if (isForkedOff()) return std::make_shared<const detail::Reply>(forkedOff());
   Waiter waiter;
   std::unique_lock lock(mutex_);
   add({.message = std::move(message), .finish = {}, .waiter = &waiter}, limit);
@@ -94,8 +108,8 @@ Session::ID Session::add(Pending request, Limit limit) {
     finish(std::move(request), std::move(error));
     return id;
   }
-  auto time = std::min(limit.value_or(options_.timeLimit + message.ownTime), longestLimit);
-  request.deadline = Clock::now() + time;
+  auto time = limit ? *limit : std::min(options_.timeLimit, longestLimit) + message.ownTime;
+  request.deadline = Clock::now() + std::clamp(time, milliseconds(0), longestLimit);
   deadlines_.insert({request.deadline, id});
   bool isEarliest = !waitsUntil_ || request.deadline < *waitsUntil_;
   auto sent = pending_.emplace(id, std::move(request)).first->second.message;
@@ -113,6 +127,7 @@ void Session::send(ID id, const detail::Message& message) {
 }
 
 void Session::cancel(ID request) {
+  if (isForkedOff()) return;
   std::lock_guard lock(mutex_);
   if (isOpen_ && pending_.count(request) > 0) channel_.withdraw(request);
   finish(request, cancelled());
@@ -158,6 +173,7 @@ bool Session::finishAll(const Error& error, bool helperHasEnded) {
 // --- Connection -----------------------------------------------------------------------------------------------------
 
 void Session::connect() {
+  if (isForkedOff()) return;
   std::lock_guard lock(mutex_);
   if (isOpen_) return;
   nextAttempt_ = Clock::now();
@@ -198,7 +214,10 @@ std::optional<Session::Clock::time_point> Session::nextDeadline() const {
 
 void Session::open() {
   nextAttempt_.reset();
-  channel_.open(options_.service);
+  if (!channel_.open(options_.service)) {
+    nextAttempt_ = Clock::now() + pauseWhenBusy;
+    return;
+  }
   isOpen_ = true;
   isAdmitted_ = false;
   probe_ = ++lastID_;
@@ -209,6 +228,7 @@ void Session::open() {
 }
 
 void Session::handleReply(Channel::Reply reply) {
+  if (reply.id == 0) return;  // no request has it
   isAdmitted_ = true;
   if (reply.id != probe_) return finish(reply.id, std::move(reply.dictionary));
   probe_ = 0;
@@ -230,12 +250,12 @@ void Session::handleEnd(const Channel::End& end) {
   bool wasAskedFor = finishAll(error, isAdmitted_);
   announce({.build = {}, .error = error});
 
-  if (isAdmitted_ && Clock::now() - admittedAt_ > longestPause) pause_ = firstPause;
-  isReconnecting_ = options_.reconnects && !wasAskedFor && error.code != ErrorCode::refused &&
-                    (isReconnecting_ || error.code == ErrorCode::lost);
+  if (isAdmitted_ && Clock::now() - admittedAt_ > longestPause) pause_ = seconds(0);
+  // A refusal in place of the connection that was lost looks like a helper that has ended once more.
+  isReconnecting_ = options_.reconnects && !wasAskedFor && (isReconnecting_ || error.code == ErrorCode::lost);
   if (!isReconnecting_) return;
   nextAttempt_ = Clock::now() + pause_;
-  pause_ = std::min(2 * pause_, longestPause);
+  pause_ = std::clamp(2 * pause_, shortestPause, longestPause);
 }
 
 // --- Handlers -------------------------------------------------------------------------------------------------------
@@ -265,6 +285,7 @@ bool Session::hasHandlersDue() const {
 }
 
 void Session::deliver() {
+  if (isForkedOff()) return;
   std::unique_lock lock(mutex_);
   // Handlers that become due meanwhile wait for the next call, so that the user's loop can do other work in between.
   for (auto count = due_.size(); count > 0 && !due_.empty(); --count) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <brimo/HelperClient.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <deque>
@@ -36,7 +37,8 @@ class Session {
   /// Cancels all requests, ends the threads and runs the remaining handlers. Called once.
   void end();
 
-  /// Sends a request. `finish` runs like the other handlers.
+  /// Sends a request. `finish` runs like the other handlers. Returns 0 in a forked child process, where `finish` never
+  /// runs.
   ID begin(Message message, Finish finish, Limit limit);
   /// Sends a request and waits for its reply.
   std::shared_ptr<const detail::Reply> wait(Message message, Limit limit);
@@ -60,6 +62,7 @@ class Session {
     Clock::time_point deadline = {};
   };
 
+  bool isForkedOff() const;
   void runConnection();
   void runHandlers();
   ID add(Pending request, Limit limit);
@@ -77,6 +80,7 @@ class Session {
   std::optional<Clock::time_point> nextDeadline() const;
 
   const Options options_;
+  const pid_t owner_ = getpid();
   mutable std::mutex mutex_;
   platform::ipc::ClientChannel channel_;
   std::map<ID, Pending> pending_;
@@ -90,7 +94,7 @@ class Session {
   ID probe_ = 0;  // request whose reply shows that the helper admits this program
   std::optional<Clock::time_point> nextAttempt_;
   bool isReconnecting_ = false;
-  std::chrono::seconds pause_{1};  // before the next attempt to reconnect
+  std::chrono::seconds pause_{0};  // before the next attempt to reconnect
   Clock::time_point admittedAt_{};
   std::optional<ErrorCode> announcedError_;
 

@@ -2,7 +2,9 @@
 // not, why not.
 #include <grp.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <iostream>
 
@@ -49,17 +51,22 @@ int main(int count, char** arguments) {
   }
   std::error_code error;
   auto path = fs::canonical(arguments[1], error);
+  if (!error && fs::is_directory(path)) path = programOf(path);
+  if (path.empty() && !error) return 2;
+  if (!error && access(path.c_str(), R_OK) != 0) error.assign(errno, std::generic_category());
   if (error) {
     std::cerr << arguments[1] << ": " << error.message() << '\n';
-    return 1;
+    return 2;
   }
-  if (fs::is_directory(path)) path = programOf(path);
-  if (path.empty()) return 1;
-  auto admitted = BRHValidateMainApplication(path);
-  auto problem = admitted ? groupProblem(path) : admitted.error().what();
+  // In the order in which the helper looks.
+  auto problem = groupProblem(path);
+  if (problem.empty()) {
+    if (auto admitted = BRHValidateMainApplication(path); !admitted) problem = admitted.error().what();
+  }
   if (!problem.empty()) {
     std::cout << "would be refused: " << problem << '\n';
     return 1;
   }
   std::cout << path.string() << " would be admitted\n";
+  return std::cout.flush() ? 0 : 2;
 }

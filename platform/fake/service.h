@@ -23,6 +23,7 @@ class Peer {
 
   void greet(const std::string& service);
   void send(const Frame& frame);
+  void sendBytes(const ipc::Data& bytes);
   Frame receive();
   bool hasHeardNothing();
   void close();
@@ -36,10 +37,13 @@ class Service {
   /// Unique to this process.
   const std::string name;
 
-  Service();
+  /// `backlog` is that of listen(2).
+  explicit Service(int backlog = 4'096);
   ~Service();
 
   Peer accept();
+  /// Readable while somebody waits to be accepted.
+  int descriptor() const;
   /// Refuses all further connections.
   void leave();
 

@@ -34,8 +34,9 @@ class ClientChannel {
   ClientChannel();
   ~ClientChannel();
 
-  /// Begins a connection. Its events show whether it succeeds. Must not be called while a connection is open.
-  void open(const std::string& serviceName);
+  /// Begins a connection. Its events show whether it succeeds. Must not be called while a connection is open. Returns
+  /// false, and opens nothing, if the service's queue of waiting connections is full.
+  [[nodiscard]] bool open(const std::string& serviceName);
 
   /// Closes the connection without an event.
   void close();

@@ -1,6 +1,7 @@
 // A report, for people, of the proxies that are set on this machine.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@ namespace platform {
 /// A place where programs look up their proxies.
 struct ProxyPlace {
   std::string name;
+  std::string service;  ///< its ID, where the place is one service's
   std::string setting;  ///< the setting; "none" if nothing is set
   std::string readers;  ///< the programs that use it
 };
@@ -16,5 +18,9 @@ struct ProxyPlace {
 /// All places that "set-proxy" of a service changes, including those without a setting. If a place cannot be read, its
 /// setting says why. Needs no privilege.
 std::vector<ProxyPlace> proxyPlaces(const std::string& service);
+
+/// The network services that clients have set proxies on since the machine started, or since the helper last ended
+/// unexpectedly. What others have is left from before, or somebody else's. Needs no privilege. macOS knows of none.
+std::set<std::string> servicesWithProxies(const std::string& service);
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 """Admission: the signed application, and all known attempts to be admitted without being it."""
 
+import grp
 import os
 import shutil
 import subprocess
@@ -220,6 +221,9 @@ class ClientGroup(HelperTest):
         self.assertEqual(self.ask(self.executable), "unknown command")
 
     def test_nobody_else_gets_in_and_nothing_is_preloaded_into_who_does(self):
+        self.end_helper()
+        system_log = self.listen_to_the_system_log()
+        self.helper = harness.Helper(**self.helper_options)
         marker = Path("/tmp/preloaded")
         preload = {"LD_PRELOAD": str(TESTS / "bin/libpreloaded.so"), "PRELOADED": str(marker)}
         # Without the group, preloaded code runs in the genuine application.
@@ -231,6 +235,9 @@ class ClientGroup(HelperTest):
         # As after sg(1): the process already has the group, so the executable adds nothing, and the loader obeys LD_PRELOAD.
         self.assertEqual(self.ask(self.executable, group="games", **preload), "refused")
         self.assertEqual(self.ask(self.executable, user=0, group="games"), "unknown command")
+        wait_until(lambda: any(f"of user {USER}: it was not given the client group {grp.getgrnam('games').gr_gid} by its "
+                               f"executable: it has connected with the group {USER}" in line for line in system_log),
+                   "the system log has the reason")
 
 
 class Reasons(HelperTest):
@@ -240,7 +247,7 @@ class Reasons(HelperTest):
         self.bundle, self.executable = copy_bundle("Copy.app")
 
     def assert_reason(self, reason, *command):
-        """Refuses two programs of a user, which adds only one line to the log."""
+        """Two refusals of a user's, of whom one line is to be had; check-code-signature has the same reason, in advance."""
         self.user += 1
         for _ in range(2):
             process = run_as_user(command or [self.executable, "version"], user=self.user)
@@ -250,24 +257,51 @@ class Reasons(HelperTest):
         lines = refusals()
         self.assertEqual(len(lines), 1, lines)
         self.assertRegex(lines[0], rf"Refused PID \d+ of user {self.user}: {reason}")
+        if not command:
+            self.assertEqual(self.check(self.bundle), (f"would be refused: {lines[0].split(f'user {self.user}: ')[1]}\n", 1))
+
+    def check(self, bundle):
+        process = run_as_user([TESTS / "bin/check-code-signature", bundle])
+        return process.communicate(timeout=harness.DEADLINE)[0], process.returncode
+
+    def test_what_tells_of_a_helper_and_its_clients_beforehand(self):
+        executable = TESTS / "bin/BrimoHelperWithClientGroup"
+        info = lambda file: subprocess.run([TESTS / "bin/helper-info", file], capture_output=True, text=True)
+        for part in ("build               618\n", "team                BRIMO00618\n", "client group        games\n"):
+            self.assertIn(part, info(executable).stdout)
+        digest = subprocess.run(["openssl", "x509", "-in", TESTS / "certificates/root.pem", "-noout", "-fingerprint", "-sha256"],
+                                capture_output=True, text=True).stdout.split("=")[1].replace(":", "").lower()
+        self.assertIn(f"its SHA-256         {digest}", info(executable).stdout)
+        for file in (BRIMO, "/opt", "/nothing", "/dev/null"):
+            self.assertEqual((info(file).returncode, info(file).stdout), (1, ""))
+            self.assertRegex(info(file).stderr, "^helper-info: .+\n$")
+        self.assertEqual(self.check(self.bundle), (f"{self.executable} would be admitted\n", 0))
+        self.executable.chmod(0o700)
+        for unknown in (self.bundle, "/nothing", "/opt/tests"):
+            self.assertEqual(self.check(unknown), ("", 2))
 
     def test_the_system_log_alone_has_them_once_a_user_and_minute(self):
         self.end_helper()
         self.system_log = self.listen_to_the_system_log()
         self.helper = harness.Helper()
-        make, team = TESTS / "tools/make-development-certificates", Path("/opt/other-team")
-        for folder, name in ((team, "WRONG00000"), (Path("/opt/other-anchor"), "BRIMO00618")):
-            subprocess.run([make, folder, name], check=True)
         # The other team has a leaf of the right intermediate.
-        issue = (f"cd {team} && openssl req -new -key leaf.key -subj '/CN=x/OU=WRONG00000' -out r && printf "
-                 "'1.2.840.113635.100.6.1.13=ASN1:NULL\n' > e && openssl x509 -req -in r -CA {0}/intermediate.pem -CAkey "
-                 "{0}/intermediate.key -set_serial 5 -days 9 -extfile e -out leaf.pem").format(TESTS / "certificates")
-        subprocess.run(issue, shell=True, check=True, stderr=subprocess.DEVNULL)
-        shutil.copy(TESTS / "certificates/intermediate.pem", team)
-        replace(self.executable, self.executable.read_bytes()[:-1])
+        team, trusted = Path("/opt/other-team"), TESTS / "certificates"
+        for folder, name in ((team, "WRONG00000"), ("/opt/other-anchor", "BRIMO00618")):
+            subprocess.run([TESTS / "tools/make-development-certificates", folder, name], check=True)
+        shutil.copy(trusted / "intermediate.pem", team)
+        subprocess.run("openssl req -new -key leaf.key -subj /CN=x/OU=WRONG00000 -out r && "
+                       "echo 1.2.840.113635.100.6.1.13=ASN1:NULL >e && openssl x509 -req -in r -CA intermediate.pem "
+                       f"-CAkey {trusted}/intermediate.key -set_serial 5 -days 9 -extfile e -out leaf.pem",
+                       shell=True, check=True, stderr=subprocess.DEVNULL, cwd=team)
+        signed = self.executable.read_bytes()
+        self.executable.unlink()
+        self.executable.write_bytes(signed[:-1])
+        self.executable.chmod(0o755)
         self.assert_reason(f"{self.executable} has no signature")
         sign(self.executable, certificates=Path("/opt/other-anchor"))
         self.assert_reason(f'{self.executable} is signed by "CN = .*", under another root than the one trusted here')
+        sign(self.executable, certificates=team)
+        self.assert_reason(f'{self.executable} is signed as "com.example.brimo" by "CN = x, OU = WRONG00000", which does not satisfy: ')
         sign(self.executable, identifier="com.example.other")
         self.assert_reason(f'{self.executable} is signed as "com.example.other" by ".*OU = BRIMO00618", which does not satisfy: ')
         sign(self.executable, certificates=team)
@@ -276,13 +310,22 @@ class Reasons(HelperTest):
         os.chown(self.bundle, USER, 0)
         self.assert_reason(f"{self.bundle} may be changed by its owner, user {USER}")
         os.chown(self.bundle, 0, 0)
-        self.executable.parent.chmod(0o777)
-        self.assert_reason(f"{self.executable.parent} may be changed by the group 0")
+        self.executable.parent.chmod(0o757)
+        self.assert_reason(f"{self.executable.parent} may be changed by everybody")
         self.executable.parent.chmod(0o755)
         self.assert_reason("it runs in user or PID namespaces of its own", "unshare", "--user", self.executable, "version")
         (self.bundle / FRAMEWORKS[1]).unlink()
         self.assert_reason(f"{self.bundle}/{FRAMEWORKS[1]}: No such file or directory")
-        self.assert_succeeds(self.genuine("connections = [connect_greeted() for _ in range(64)]\nassert was_hung_up(connect())"))
-        wait_until(lambda: any(f"of user {USER}: there are too many connections: 64 of this user" in line
-                               for line in self.system_log), "the system log has it")
+        for user, script, reason in (
+            (USER, "connections = [connect_greeted() for _ in range(64)]\nassert was_hung_up(connect())",
+             "there are too many connections: 64 of this user"),
+            (4001, "connection = connect()\nconnection.sendall(b'x')", "it has spoken before the greeting"),
+            (4002, "for _ in range(1000): connect().close()", "this user connects too often"),
+        ):
+            if user != USER:
+                self.helper.pause()
+            process = self.genuine(script + "\nprint('done', flush=True)\ninput()", stdin=subprocess.PIPE, user=user)
+            self.assertEqual(read_line(process), "done")
+            self.helper.go_on()
+            wait_until(lambda: any(f"of user {user}: {reason}" in line for line in self.system_log), reason)
         self.assertNotIn("Refused", harness.LOG.read_text())

@@ -37,8 +37,8 @@ class Lookup(HelperTest):
                                      stdin=subprocess.PIPE)
         return process, int(read_line(process))
 
-    def owner(self, protocol, address):
-        code, out, err = self.brimo("--json", "process-lookup", protocol, address)
+    def owner(self, protocol, *addresses):
+        code, out, err = self.brimo("--json", "process-lookup", protocol, *addresses)
         self.assertEqual(err, "")
         self.assertEqual(code, 0 if "pid" in json.loads(out) else 4)
         return json.loads(out)
@@ -69,6 +69,24 @@ class Lookup(HelperTest):
         process.communicate("\n")
         self.assertEqual(self.owner("tcp", f"127.0.0.1:{own_port}"), {})  # a socket in TIME_WAIT has no owner
 
+    def test_the_other_end_tells_sockets_on_one_port_apart(self):
+        servers = [socket.create_server(("127.0.0.1", 0)) for _ in range(2)]
+        ends = [socket.socket() for _ in servers]
+        local = ("127.0.0.1", 0)
+        for end, server in zip(ends, servers):
+            end.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            end.bind(local)
+            local = end.getsockname()
+            end.connect(server.getsockname())
+        heir = subprocess.Popen(["sleep", "1000"], pass_fds=[ends[1].fileno()])
+        self.addCleanup(heir.wait)
+        self.addCleanup(heir.kill)
+        ends.pop().close()
+        for server, pid in zip(servers, (os.getpid(), heir.pid)):
+            self.assertEqual(self.owner("tcp", *("%s:%d" % address for address in (local, server.getsockname())))["pid"], pid)
+        for opened in servers + ends:
+            opened.close()
+
     def test_other_network_namespaces_are_not_looked_at(self):
         server = SERVER.replace("(address, 0)", "(address, 5555)")
         self.start_program(["unshare", "--net", PYTHON, "-c", server, "SOCK_DGRAM", "AF_INET", "0.0.0.0", ""], user=0, until="5555")
@@ -79,6 +97,7 @@ class CommandLine(HelperTest):
     def test_answers_and_exit_codes(self):
         self.assertEqual(self.brimo("--json", "version"), (0, '{"version":618}\n', ""))
         self.assertEqual(self.brimo("--version"), (0, "Brimo 618\n", ""))
+        self.assertEqual(self.brimo("--json", "--version"), (0, '{"version":618}\n', ""))
         self.assertEqual(self.brimo("stop-watchdog"), (0, "done\n", ""))
         self.assertEqual(self.brimo("process-lookup", "tcp", "localhost:1"), (4, "no process owns localhost:1\n", ""))
         self.assertEqual(self.brimo("json", '{"command": "version"}'), (0, '{"version":618}\n', ""))
@@ -86,7 +105,8 @@ class CommandLine(HelperTest):
         self.assertEqual(self.brimo("--json", "json", '{"command": "x"}'), (1, '{"error":"unknown command"}\n', ""))
         self.assertIn("usage: Brimo set-proxy SERVICE", self.brimo("help", "set-proxy")[1])
         for arguments in (["nonsense"], ["version", "x"], ["process-lookup", "sctp", "1.1.1.1:1"], ["start-watchdog"],
-                          ["--nonsense"], ["help", "nonsense"], ["set-proxy", "eth0", "http=a b:1"],
+                          ["process-lookup", "udp", "127.0.0.1:1", "[::1]:1"], ["--nonsense"], ["help", "nonsense"],
+                          ["set-proxy", "eth0", "http=a b:1"],
                           ["set-static-ip", "eth0", "1.2.3.4", "255.0.255.0", "1.2.3.1"], ["set-static-ip", "eth0", "1.2.3.4"]):
             code, out, err = self.brimo(*arguments)
             self.assertEqual((code, out), (2, ""), arguments)

@@ -27,9 +27,9 @@ struct Options {
   /// loop.
   bool ownThread = true;
 
-  /// Whether the client reconnects by itself after it has lost the connection. It keeps trying, with growing pauses of
-  /// at most 30 seconds, until it succeeds or the helper refuses. If false, the next request connects again. No request
-  /// is ever sent twice.
+  /// Whether the client reconnects by itself after it has lost the connection: at once, then after one second and after
+  /// growing pauses of at most 30 seconds, until it succeeds. If false, the next request connects again. No request is
+  /// ever sent twice.
   bool reconnects = true;
 
   /// How long a request waits for its answer. Requests that take long by design get that time in addition.
@@ -46,7 +46,8 @@ struct Options {
 /// - All functions may be called on any thread at any time, also by handlers.
 /// - The destructor must not run at the same time as another call; a handler may call it.
 /// - Several requests can be pending at a time; all use the same connection.
-/// - A forked child process must not use the parent's client.
+/// - A forked child process may only destroy the parent's client, which leaves the parent's connection alone. There,
+///   call() fails and handlers are never called.
 class BRIMO_CLIENT_API HelperClient {
  public:
   /// Identifies a request; never 0 and never reused.
@@ -55,7 +56,9 @@ class BRIMO_CLIENT_API HelperClient {
   /// The first request connects. Throws std::system_error when no thread or descriptor is available.
   explicit HelperClient(Options options = {});
 
-  /// Cancels all pending requests. Their handlers run on this thread before the destructor returns.
+  /// Cancels all pending requests. Their handlers run on this thread before the destructor returns. Requests that they
+  /// send are cancelled, too: a handler that repeats its request after every error would keep the destructor from
+  /// returning.
   ~HelperClient();
   HelperClient(const HelperClient&) = delete;
   HelperClient& operator=(const HelperClient&) = delete;

@@ -34,7 +34,10 @@ void Peer::greet(const std::string& service) {
 }
 
 void Peer::send(const Frame& frame) {
-  auto bytes = *ipc::encodeFrame({.id = frame.id, .dictionary = frame.dictionary});
+  sendBytes(*ipc::encodeFrame({.id = frame.id, .dictionary = frame.dictionary}));
+}
+
+void Peer::sendBytes(const ipc::Data& bytes) {
   auto length = ::send(implementation_->socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
   if (length != static_cast<ssize_t>(bytes.size())) throw std::runtime_error("the client does not read");
 }
@@ -62,12 +65,12 @@ void Peer::close() {
 
 class Service::Implementation {
  public:
-  explicit Implementation(const std::string& name)
+  Implementation(const std::string& name, int backlog)
       : path_(ipc::endpointPath(name)), listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     unlink(path_.c_str());
     auto address = ipc::endpointAddress(path_);
     if (bind(listener_.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0 ||
-        listen(listener_.get(), SOMAXCONN) != 0) {
+        listen(listener_.get(), backlog) != 0) {
       throw std::runtime_error("cannot listen on " + path_);
     }
   }
@@ -79,6 +82,7 @@ class Service::Implementation {
     waitReadable(listener_.get());
     return FileDescriptor(::accept(listener_.get(), nullptr, nullptr));
   }
+  int descriptor() const { return listener_.get(); }
   void leave() { listener_.reset(); }
 
  private:
@@ -86,12 +90,16 @@ class Service::Implementation {
   FileDescriptor listener_;
 };
 
-Service::Service()
-    : name("brimo-test-" + std::to_string(getpid())), implementation_(std::make_unique<Implementation>(name)) {}
+Service::Service(int backlog)
+    : name("brimo-test-" + std::to_string(getpid())),
+      implementation_(std::make_unique<Implementation>(name, backlog)) {}
 Service::~Service() = default;
 
 Peer Service::accept() {
   return Peer(std::make_unique<Peer::Implementation>(Peer::Implementation{implementation_->accept()}));
+}
+int Service::descriptor() const {
+  return implementation_->descriptor();
 }
 void Service::leave() {
   implementation_->leave();

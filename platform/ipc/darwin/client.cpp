@@ -78,7 +78,7 @@ class ClientChannel::Implementation {
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
 
-  void open(const std::string& serviceName) {
+  bool open(const std::string& serviceName) {
     close();
     inbox_->setOpen(++number_);
     connection_ = darwin::XPCConnection::adopt(
@@ -89,6 +89,7 @@ class ClientChannel::Implementation {
       if (xpc_get_type(object) == XPC_TYPE_ERROR) inbox->add(number, endOf(object));
     });
     xpc_connection_resume(connection_.get());
+    return true;
   }
 
   // For a message after the service's end, XPC would start a new service; but the earlier requests were made to the old
@@ -138,8 +139,8 @@ class ClientChannel::Implementation {
 
 ClientChannel::ClientChannel() : implementation_(std::make_unique<Implementation>()) {}
 ClientChannel::~ClientChannel() = default;
-void ClientChannel::open(const std::string& serviceName) {
-  implementation_->open(serviceName);
+bool ClientChannel::open(const std::string& serviceName) {
+  return implementation_->open(serviceName);
 }
 void ClientChannel::close() {
   implementation_->close();

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <deque>
 #include <system_error>
+#include <utility>
 
 #include "platform/base/file_descriptor.h"
 #include "platform/ipc/linux/endpoint.h"
@@ -23,7 +24,7 @@ class ClientChannel::Implementation {
     if (!wake_) throw std::system_error(errno, std::generic_category(), "eventfd");
   }
 
-  void open(const std::string& serviceName) {
+  bool open(const std::string& serviceName) {
     close();
     serviceName_ = serviceName;
     auto path = endpointPath(serviceName);
@@ -31,21 +32,28 @@ class ClientChannel::Implementation {
     socket_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (address && socket_ &&
         ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0) {
-      return;
+      return true;
     }
     int error = address ? errno : ENAMETOOLONG;
-    // EAGAIN means that the queue of the listening socket is full (unix(7)), so the service exists.
-    end_ = End{.wasReached = error == EAGAIN,
+    // EAGAIN: the queue of connections that wait to be accepted is full (connect(2)).
+    if (socket_ && error == EAGAIN) {
+      close();
+      return false;
+    }
+    end_ = End{.wasReached = false,
                .reason = "cannot reach the helper at " + path + ": " + std::generic_category().message(error)};
+    return true;
   }
 
   void close() {
+    // A forked child process may keep the socket open.
+    if (socket_) shutdown(socket_.get(), SHUT_RDWR);
     socket_.reset();
     reader_ = {};
     outgoing_.clear();
     sent_ = 0;
     isGreeted_ = false;
-    mayHaveMore_ = true;
+    hasRead_ = false;
     end_.reset();
   }
 
@@ -72,8 +80,8 @@ class ClientChannel::Implementation {
         greet(*frame);
       } else if (reader_.isMalformed()) {
         end_ = End{.wasReached = true, .reason = "the helper's answers are malformed"};
-      } else if (!mayHaveMore_) {
-        mayHaveMore_ = true;
+      } else if (std::exchange(hasRead_, false)) {
+        // One read a turn: however much comes, time limits are kept and other threads have the lock meanwhile.
         return std::nullopt;
       } else if (!receive()) {
         return std::nullopt;
@@ -136,7 +144,7 @@ class ClientChannel::Implementation {
       return true;
     }
     reader_.append({chunk_.data(), static_cast<std::size_t>(length)});
-    mayHaveMore_ = static_cast<std::size_t>(length) == chunk_.size();
+    hasRead_ = true;
     return true;
   }
 
@@ -164,7 +172,7 @@ class ClientChannel::Implementation {
   FileDescriptor socket_;
   FrameReader reader_;
   std::array<std::uint8_t, 65'536> chunk_;
-  bool mayHaveMore_ = true;  // whether the last read may have left bytes in the socket
+  bool hasRead_ = false;  // since next() last returned nothing
   std::deque<Outgoing> outgoing_;
   std::size_t sent_ = 0;  // bytes of the first outgoing request already sent
   bool isGreeted_ = false;
@@ -173,8 +181,8 @@ class ClientChannel::Implementation {
 
 ClientChannel::ClientChannel() : implementation_(std::make_unique<Implementation>()) {}
 ClientChannel::~ClientChannel() = default;
-void ClientChannel::open(const std::string& serviceName) {
-  implementation_->open(serviceName);
+bool ClientChannel::open(const std::string& serviceName) {
+  return implementation_->open(serviceName);
 }
 void ClientChannel::close() {
   implementation_->close();

@@ -12,8 +12,13 @@ std::vector<ProxyPlace> proxyPlaces(const std::string&) {
   CFOwner<CFPropertyListRef> state(SCDynamicStoreCopyValue(nullptr, CFSTR("State:/Network/Global/Proxies")));
   auto value = state ? jsonValue(state.get()) : std::nullopt;
   return {{.name = "macOS",
+           .service = {},
            .setting = value ? boost::json::serialize(*value) : "none",
            .readers = "programs that use the system's proxies"}};
+}
+
+std::set<std::string> servicesWithProxies(const std::string&) {
+  return {};
 }
 
 }  // namespace platform

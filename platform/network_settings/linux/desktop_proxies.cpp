@@ -17,7 +17,6 @@ namespace json = boost::json;
 
 namespace {
 
-constexpr char recordName[] = "services.json";
 constexpr std::chrono::seconds patience(2);
 
 /// Whether a step succeeded. A failure goes to the system log.
@@ -28,7 +27,7 @@ bool succeeded(const Result<Value>& step) {
 }
 
 Result<ProxyRecord> load(const PrivateFolder& folder) {
-  auto file = folder.read(recordName);
+  auto file = folder.read(proxyRecordName);
   if (!file) return file.error();
   ProxyRecord record;
   if (!*file) return record;
@@ -40,7 +39,7 @@ Result<ProxyRecord> load(const PrivateFolder& folder) {
           {.id = std::string(service.at("id").as_string()), .isConnection = service.at("isConnection").as_bool()});
     }
   } catch (const std::exception& error) {
-    return Failure(0, fmt::format("{}: {}", recordName, error.what()));
+    return Failure(0, fmt::format("{}: {}", proxyRecordName, error.what()));
   }
   return record;
 }
@@ -52,7 +51,7 @@ Result<void> save(const ProxyRecord& record, const PrivateFolder& folder) {
   }
   json::object object{{"primary", nullptr}, {"services", services}};
   if (record.primary) object["primary"] = *record.primary;
-  auto replaced = folder.replace(recordName, json::serialize(object));
+  auto replaced = folder.replace(proxyRecordName, json::serialize(object));
   if (!replaced) return replaced.error();
   return {};
 }
@@ -176,7 +175,7 @@ void DesktopProxies::replacePublished(PreferencesStore* store) {
 bool withdrawDesktopProxies(const std::string& service) {
   const auto database = DesktopDatabase::open(service);
   if (!succeeded(database)) return false;
-  bool isForgotten = succeeded(database->folder().remove(recordName));
+  bool isForgotten = succeeded(database->folder().remove(proxyRecordName));
   bool isOff = succeeded(database->publish({}, ""));
   succeeded(announceNow(service));
   return isForgotten && isOff;

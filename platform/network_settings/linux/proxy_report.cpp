@@ -2,12 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <boost/json.hpp>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <memory>
 
 #include "platform/network_settings/linux/desktop_database.h"
+#include "platform/network_settings/linux/desktop_proxies.h"
 #include "platform/network_settings/linux/network_manager.h"
 
 namespace platform {
@@ -36,6 +38,7 @@ ProxyPlace desktop(const std::string& service) {
   bool isRead = contentOf("/etc/dconf/profile/user").find("system-db:" + name) != std::string::npos &&
                 !contentOf("/etc/dconf/db/" + name).empty();
   return {.name = "all users' desktops",
+          .service = {},
           .setting = words.empty() ? "none" : words,
           .readers = isRead ? "Chromium and Firefox, GNOME's and other GLib programs"
                             : fmt::format("nobody: /etc/dconf/profile/user does not name {}", name)};
@@ -45,6 +48,7 @@ ProxyPlace desktop(const std::string& service) {
 ProxyPlace own() {
   auto mode = outputOf("gsettings get org.gnome.system.proxy mode 2>/dev/null");
   return {.name = "your desktop",
+          .service = {},
           .setting = mode.empty() ? "unknown: gsettings gives no answer" : "mode " + mode,
           .readers = "the same programs, when you start them"};
 }
@@ -62,16 +66,29 @@ std::vector<ProxyPlace> proxyPlaces(const std::string& service) {
   auto connections = NetworkManager().connections();
   if (!connections) {
     places.push_back({.name = "NetworkManager",
+                      .service = {},
                       .setting = fmt::format("unknown: {}", connections.error().what()),
                       .readers = readers});
     return places;
   }
   for (const auto& connection : *connections) {
     places.push_back({.name = fmt::format("NetworkManager, {} ({})", connection.name, connection.uuid),
+                      .service = connection.uuid,
                       .setting = inWords(connection.proxy),
                       .readers = readers});
   }
   return places;
+}
+
+std::set<std::string> servicesWithProxies(const std::string& service) {
+  std::set<std::string> services;
+  try {
+    const auto record = boost::json::parse(contentOf(fmt::format("/run/{}/{}", service, proxyRecordName)));
+    for (const auto& entry : record.at("services").as_array()) services.emplace(entry.at("id").as_string());
+  } catch (const std::exception&) {
+    // No record: no client has set any.
+  }
+  return services;
 }
 
 }  // namespace platform
