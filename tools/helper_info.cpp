@@ -9,6 +9,7 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <string_view>
 
 #include "platform/code_signing/linux/signature.h"
 
@@ -51,15 +52,17 @@ void printRoots(const std::string& bytes) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (count != 2) {
-    std::cerr << "usage: helper-info FILE\n";
-    return 2;
+  const std::string_view argument = count == 2 ? arguments[1] : "";
+  const bool isHelp = argument == "-h" || argument == "--help";
+  if (count != 2 || isHelp) {
+    (isHelp ? std::cout : std::cerr) << "usage: brimo-helper-info FILE\n";
+    return isHelp ? 0 : 2;
   }
   std::ifstream file(arguments[1], std::ios::binary);
   const std::string bytes{std::istreambuf_iterator<char>(file), {}};
   auto constants = constantsOf(bytes);
   if (constants.empty()) {
-    std::cerr << "helper-info: " << arguments[1] << (file ? " is no helper\n" : " cannot be read\n");
+    std::cerr << "brimo-helper-info: " << arguments[1] << (file ? " is no helper\n" : " cannot be read\n");
     return 1;
   }
   auto text = [&](const char* key) { return std::string(constants.at(key).as_string()); };

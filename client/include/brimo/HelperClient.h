@@ -26,8 +26,8 @@ struct Options {
   /// Handlers run on a thread of the client's own. Otherwise they wait for deliver(), for programs with a main loop.
   bool ownThread = true;
 
-  /// A connection that was lost is made again at once, then one, two, four … at most 30 seconds later, until there is
-  /// one or the helper refuses. Otherwise the next request makes it. No request is ever sent twice.
+  /// A lost connection is made again after one second, then after two, four … at most 30 seconds, until there is one or
+  /// the helper refuses. Where this is false, and after stop(), the next request makes it. No request is ever sent twice.
   bool reconnects = true;
 
   /// How long an answer is waited for. Requests that take their time by nature have that time in addition.

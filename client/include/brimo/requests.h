@@ -80,7 +80,9 @@ enum class ProxyLifetime {
   permanentForAll,     ///< they stay, and so do all that were to be taken off
 };
 
-/// Gives network services these proxies and no others, by the services' IDs.
+/// Gives network services these proxies and no others. A service is named by its ID: on Linux the UUID of a
+/// NetworkManager connection, on macOS the ID in the system's network preferences. An ID that the machine does not know
+/// is stored and succeeds.
 BRIMO_CLIENT_API Request<Done> setProxies(const std::map<std::string, Proxies>& proxiesByService,
                                           ProxyLifetime lifetime);
 
@@ -121,7 +123,8 @@ BRIMO_CLIENT_API Request<Done> stopDHCPServer();
 /// Has spindump sample this process into a file, unless it does so already. Answers at once.
 BRIMO_CLIENT_API Request<Done> spindump(const std::string& path);
 
-/// Ends the helper process. It undoes nothing, and is started again by the next connection.
+/// Ends the helper process, which undoes nothing. The next connection starts it again. This client makes that connection
+/// with its next request, not by itself.
 BRIMO_CLIENT_API Request<Done> stop();
 
 /// Any JSON command, as UTF-8 text; answers the reply's text. A reply with an "error" is ErrorCode::rejected.
