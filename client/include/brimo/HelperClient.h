@@ -27,7 +27,8 @@ struct Options {
   bool ownThread = true;
 
   /// A lost connection is made again after one second, then after two, four … at most 30 seconds, until there is one or
-  /// the helper refuses. Where this is false, and after stop(), the next request makes it. No request is ever sent twice.
+  /// the helper refuses. Where this is false, and after stop(), the next request makes it. No request is ever sent
+  /// twice.
   bool reconnects = true;
 
   /// How long an answer is waited for. Requests that take their time by nature have that time in addition.

@@ -123,8 +123,8 @@ BRIMO_CLIENT_API Request<Done> stopDHCPServer();
 /// Has spindump sample this process into a file, unless it does so already. Answers at once.
 BRIMO_CLIENT_API Request<Done> spindump(const std::string& path);
 
-/// Ends the helper process, which undoes nothing. The next connection starts it again. This client makes that connection
-/// with its next request, not by itself.
+/// Ends the helper process, which undoes nothing. The next connection starts it again. This client makes that
+/// connection with its next request, not by itself.
 BRIMO_CLIENT_API Request<Done> stop();
 
 /// Any JSON command, as UTF-8 text; answers the reply's text. A reply with an "error" is ErrorCode::rejected.
