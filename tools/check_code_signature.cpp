@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <iostream>
+#include <string_view>
 
 #include "build_constants.h"
 #include "helper/admission.h"
@@ -45,9 +46,11 @@ std::string groupProblem(const fs::path& program) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (count != 2) {
-    std::cerr << "usage: check-code-signature BUNDLE | PROGRAM\n";
-    return 2;
+  const std::string_view argument = count == 2 ? arguments[1] : "";
+  const bool isHelp = argument == "-h" || argument == "--help";
+  if (count != 2 || isHelp) {
+    (isHelp ? std::cout : std::cerr) << "usage: brimo-check-code-signature BUNDLE | PROGRAM\n";
+    return isHelp ? 0 : 2;
   }
   std::error_code error;
   auto path = fs::canonical(arguments[1], error);

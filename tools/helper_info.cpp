@@ -1,16 +1,19 @@
 // helper-info FILE: what a helper was built for.
 #include <iostream>
+#include <string_view>
 
 #include "cli/helper_file.h"
 
 int main(int count, char** arguments) {
-  if (count != 2) {
-    std::cerr << "usage: helper-info FILE\n";
-    return 2;
+  const std::string_view argument = count == 2 ? arguments[1] : "";
+  const bool isHelp = argument == "-h" || argument == "--help";
+  if (count != 2 || isHelp) {
+    (isHelp ? std::cout : std::cerr) << "usage: brimo-helper-info FILE\n";
+    return isHelp ? 0 : 2;
   }
   auto helper = brimo::readHelperFile(arguments[1]);
   if (!helper) {
-    std::cerr << "helper-info: " << helper.error().what() << '\n';
+    std::cerr << "brimo-helper-info: " << helper.error().what() << '\n';
     return 1;
   }
   std::cout << "build               " << helper->build << "\nservice             " << helper->service

@@ -28,8 +28,8 @@ struct Options {
   bool ownThread = true;
 
   /// Whether the client reconnects by itself after it has lost the connection: at once, then after one second and after
-  /// growing pauses of at most 30 seconds, until it succeeds. If false, the next request connects again. No request is
-  /// ever sent twice.
+  /// growing pauses of at most 30 seconds, until it succeeds. If false, and after stop(), the next request connects
+  /// again. No request is ever sent twice.
   bool reconnects = true;
 
   /// How long a request waits for its answer. Requests that take long by design get that time in addition.

@@ -80,7 +80,9 @@ enum class ProxyLifetime {
   permanentForAll,     ///< the proxies stay, and so do all that were set with untilAClientLeaves before
 };
 
-/// Replaces the proxies of network services. The keys are the services' IDs.
+/// Replaces the proxies of network services. The keys are the services' IDs: on Linux the UUIDs of NetworkManager
+/// connections, on macOS the IDs in the system's network preferences. Proxies of an unknown ID are stored without an
+/// error.
 BRIMO_CLIENT_API Request<Done> setProxies(const std::map<std::string, Proxies>& proxiesByService,
                                           ProxyLifetime lifetime);
 
@@ -123,7 +125,8 @@ BRIMO_CLIENT_API Request<Done> stopDHCPServer();
 /// Starts spindump, which samples this process into a file, unless it already runs. Returns at once.
 BRIMO_CLIENT_API Request<Done> spindump(const std::string& path);
 
-/// Ends the helper process without any clean-up. The next connection starts it again.
+/// Ends the helper process without any clean-up. The next connection starts it again. This client does not reconnect by
+/// itself afterwards: its next request connects.
 BRIMO_CLIENT_API Request<Done> stop();
 
 /// Sends any JSON command as UTF-8 text and returns the reply's text. A reply with an "error" is ErrorCode::rejected.
