@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::uint16_t dhcpServerPort = 67;
 constexpr std::chrono::seconds terminationTime(1);  // before a child that was told to end is killed
+constexpr std::chrono::seconds killTime(5);         // before one that waits for a silent file system is left to itself
 
 /// The text of a member, empty when it cannot be an argument of a program.
 std::string argument(const json::object& request, std::string_view key) {
@@ -94,8 +95,11 @@ void BRHMain::stopDHCP() {
   _dhcpdTask->setTerminationHandler({});
   if (_dhcpdTask->isRunning()) {
     _dhcpdTask->terminate();
-    if (!_dhcpdTask->waitForExit(terminationTime)) _dhcpdTask->kill();
-    _dhcpdTask->waitUntilExit();
+    if (!_dhcpdTask->waitForExit(terminationTime)) {
+      _dhcpdTask->kill();
+      // Its files are where a client says, and a file system of a user's that does not answer keeps it from ending.
+      if (!_dhcpdTask->waitForExit(killTime)) HX_log("dhcpd does not end");
+    }
   }
   _dhcpdTask.reset();
 }

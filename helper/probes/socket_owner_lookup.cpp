@@ -61,12 +61,12 @@ std::optional<SocketEntry> socketOf(const BRSocketQuestion& question) {
   return found;
 }
 
-/// The process that was seen to hold a socket, if it is still that process.
-std::optional<BRProcess> identify(std::int32_t pid, const SocketEntry& socket) {
+/// The process that was seen to hold a socket, if it is still that process, as `holds` says.
+std::optional<BRProcess> identify(std::int32_t pid, const SocketEntry& socket, decltype(platform::holdsSocket)& holds) {
   if (pid == 0) return std::nullopt;
   auto path = platform::executablePath(pid);
   // The path is that of the owner only if the process is still the same. Another may hold the socket, too.
-  if (!path || !platform::holdsSocket(pid, socket)) return std::nullopt;
+  if (!path || !holds(pid, socket)) return std::nullopt;
   if (!platform::isUTF8(*path)) path.reset();
   return BRProcess{.pid = pid, .processPath = std::move(path)};
 }
@@ -93,7 +93,7 @@ std::vector<Waiting> answerInOnePass(std::vector<Waiting> questions) {
   }
   platform::findSocketOwners(sockets, [&](std::size_t index, std::int32_t pid) {
     // One that is ending has no executable any more, while another may go on with the socket.
-    auto owner = identify(pid, sockets[index]);
+    auto owner = identify(pid, sockets[index], platform::holdsSocket);
     if (owner) std::exchange(asked[index].answer, nullptr)(owner);
     return owner.has_value();
   });
@@ -170,7 +170,8 @@ void BRAskSocketOwner(const BRSocketQuestion& question, std::function<void(const
   if (!canMatch(question.address)) return answer(std::nullopt);
   auto socket = socketAtOnce(question);
   auto pid = socket ? platform::likelySocketOwner(*socket) : std::nullopt;
-  auto owner = pid ? identify(*pid, *socket) : std::nullopt;
+  // The caller may be the main thread: a process with a million descriptors is not to be searched for one that moves.
+  auto owner = pid ? identify(*pid, *socket, platform::seemsToHoldSocket) : std::nullopt;
   if (owner) return answer(owner);
   static auto& waiting = *new WaitingQuestions;  // never destroyed: it may be served while the process ends
   waiting.add({.question = question, .answer = std::move(answer)});

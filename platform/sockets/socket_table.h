@@ -60,4 +60,7 @@ void findSocketOwners(std::span<const SocketEntry> sockets,
 /// last, as the table said. Any thread.
 bool holdsSocket(std::int32_t pid, const SocketEntry& socket);
 
+/// The same, if that can be told in microseconds from where the socket was seen last; else false. Any thread.
+bool seemsToHoldSocket(std::int32_t pid, const SocketEntry& socket);
+
 }  // namespace platform

@@ -12,6 +12,10 @@ namespace platform {
 /// The loop of the main thread, made on first use.
 sd_event* mainEventLoop();
 
+/// Tells a service manager that watches over this process (sd_watchdog_enabled(3)) that it is at work, at most once a
+/// second: for work that may keep the loop from its next turn for long, after each part of it. Main thread.
+void feedWatchdog();
+
 /// A source of events on the main loop. What fails throws a Failure: without its events the program cannot go on.
 /// A source is detached and its handler destroyed with this object, which the handler itself
 /// may bring about.

@@ -1,5 +1,6 @@
 #include "platform/ipc/client.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -28,13 +29,16 @@ class ClientChannel::Implementation {
     serviceName_ = serviceName;
     auto path = endpointPath(serviceName);
     auto address = endpointAddress(path);
-    socket_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (address && socket_ &&
-        ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0) {
+    socket_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    // For a place in the queue of connections that wait to be accepted (unix(7)): others may keep it full.
+    const timeval patience{.tv_sec = 2, .tv_usec = 0};
+    if (address && socket_ && setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience) == 0 &&
+        ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0 &&
+        fcntl(socket_.get(), F_SETFL, O_NONBLOCK) == 0) {
       return;
     }
     int error = address ? errno : ENAMETOOLONG;
-    // A full queue of connections that wait to be accepted (unix(7)) is no absence.
+    // A queue that stays full is no absence.
     end_ = End{.wasReached = error == EAGAIN,
                .reason = "cannot reach the helper at " + path + ": " + std::generic_category().message(error)};
   }

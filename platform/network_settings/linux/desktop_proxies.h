@@ -24,8 +24,9 @@ struct ProxyRecord {
   std::vector<Service> services;  ///< the first recorded first
   std::optional<std::string> primary;
 
-  void add(const std::string& service);
-  void remove(const std::string& service);
+  /// Of more than 4,096 services the last ones are kept.
+  void add(std::set<std::string> added);
+  void remove(const std::set<std::string>& removed);
 
   /// Whose proxies hold: the primary connection's; where there is none, or nobody set it, those of the first service
   /// that is no connection. Absent when there is none either.

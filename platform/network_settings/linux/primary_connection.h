@@ -37,6 +37,7 @@ class PrimaryConnection {
   bool isLost_ = true;
   BusSlot question_;  ///< under way
   ReplyHandler replyHandler_ = nullptr;
+  bool isToAskAgain_ = false;  ///< once that is answered
   EventSource retry_;
 };
 
