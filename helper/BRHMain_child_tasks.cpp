@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::uint16_t dhcpServerPort = 67;
 constexpr std::chrono::seconds terminationTime(1);  // between SIGTERM and SIGKILL
+constexpr std::chrono::seconds killTime(5);         // after SIGKILL, before the helper gives the server up
 
 /// A member's text; empty when it contains a NUL and so cannot be a program argument.
 std::string argument(const json::object& request, std::string_view key) {
@@ -106,8 +107,11 @@ void BRHMain::stopDHCP() {
   _dhcpdTask->setTerminationHandler({});
   if (_dhcpdTask->isRunning()) {
     _dhcpdTask->terminate();
-    if (!_dhcpdTask->waitForExit(terminationTime)) _dhcpdTask->kill();
-    _dhcpdTask->waitUntilExit();
+    if (!_dhcpdTask->waitForExit(terminationTime)) {
+      _dhcpdTask->kill();
+      // A client chooses its files: a user's file system that does not answer keeps it from ending.
+      if (!_dhcpdTask->waitForExit(killTime)) HX_log("dhcpd does not end");
+    }
   }
   _dhcpdTask.reset();
 }

@@ -19,7 +19,7 @@ namespace json = boost::json;
 namespace {
 
 constexpr std::size_t maximumPayload = 4'194'304;  // bytes
-constexpr int maximumRouterProbes = 128;
+constexpr int maximumRouterProbes = 128, maximumDHCPProbes = 128;
 constexpr int maximumLookups = 512;  // at a time, per connection
 
 using Reply = std::function<void(const ipc::Dictionary&)>;
@@ -198,8 +198,16 @@ void BRHMain::dhcpDiscover(const json::object& command, const ipc::Message& requ
   }
   auto interface = platform::textMember(command, "interface");
   if (interface.empty()) return sendJSONError(request, "Invalid interface");
+  // Each probe occupies a worker of the queue that look-ups need, too.
+  static std::atomic<int> running = 0;
+  if (running >= maximumDHCPProbes) {
+    HX_log("Too many dhcp-discover requests at once");
+    return sendJSONError(request, "too many requests");
+  }
+  ++running;
   BRHDHCPDetector().startTestWithInterfaceName(
       std::string(interface), [reply = request.reply](const auto& error, const auto& serverAddresses) {
+        --running;
         if (error) return sendJSON(reply, {{"error", error->localizedDescription}});
         sendJSON(reply, {{"serverAddresses", json::value_from(*serverAddresses)}});
       });

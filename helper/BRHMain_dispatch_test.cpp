@@ -182,6 +182,25 @@ TEST_F(DispatchTest, RouterProbesAreLimited) {
   fake::passTime(5s);
 }
 
+TEST_F(DispatchTest, DHCPProbesAreLimited) {
+  std::vector<std::string> replies;
+  auto discover = [&] {
+    deliver(fake::makeMessage({{"json", bytesOf(R"({"command":"dhcp-discover","interface":"nothing0"})")}},
+                              [&](const ipc::Dictionary& reply) {
+                                const auto& data = *reply.get<ipc::Data>("json");
+                                replies.emplace_back(data.begin(), data.end());
+                              }));
+  };
+  for (int probe = 0; probe < 129; ++probe) discover();
+  EXPECT_THAT(replies, ElementsAre(R"({"error":"too many requests"})"));
+  EXPECT_EQ(log.back(), "[BRHMain] Too many dhcp-discover requests at once");
+  fake::passTime({});
+  discover();
+  fake::passTime({});
+  EXPECT_EQ(replies.size(), 130u);
+  EXPECT_EQ(replies.back(), R"({"error":"Error: Interface doesn't exist!"})");
+}
+
 TEST_F(DispatchTest, RequestsThatAcceptNoReply) {
   auto query = BRSockAddrMakeIPv4({127, 0, 0, 1}, 80);
   machine().sockets = {

@@ -61,12 +61,12 @@ std::optional<SocketEntry> socketOf(const BRSocketQuestion& question) {
   return found;
 }
 
-/// Names the process with this PID, if it still holds the socket.
-std::optional<BRProcess> identify(std::int32_t pid, const SocketEntry& socket) {
+/// Names the process with this PID, if it still holds the socket according to `holds`.
+std::optional<BRProcess> identify(std::int32_t pid, const SocketEntry& socket, decltype(platform::holdsSocket)& holds) {
   if (pid == 0) return std::nullopt;
   auto path = platform::executablePath(pid);
   // Checked after the path is read: if the PID still holds the socket, the path belongs to an owner of it.
-  if (!path || !platform::holdsSocket(pid, socket)) return std::nullopt;
+  if (!path || !holds(pid, socket)) return std::nullopt;
   if (!platform::isUTF8(*path)) path.reset();
   return BRProcess{.pid = pid, .processPath = std::move(path)};
 }
@@ -93,7 +93,7 @@ std::vector<Waiting> answerInOnePass(std::vector<Waiting> questions) {
   }
   platform::findSocketOwners(sockets, [&](std::size_t index, std::int32_t pid) {
     // An exiting process has no executable any more, but another process may share the socket.
-    auto owner = identify(pid, sockets[index]);
+    auto owner = identify(pid, sockets[index], platform::holdsSocket);
     if (owner) std::exchange(asked[index].answer, nullptr)(owner);
     return owner.has_value();
   });
@@ -170,7 +170,8 @@ void BRAskSocketOwner(const BRSocketQuestion& question, std::function<void(const
   if (!canMatch(question.address)) return answer(std::nullopt);
   auto socket = socketAtOnce(question);
   auto pid = socket ? platform::likelySocketOwner(*socket) : std::nullopt;
-  auto owner = pid ? identify(*pid, *socket) : std::nullopt;
+  // The caller may be the main thread, which must not search a process with a million descriptors.
+  auto owner = pid ? identify(*pid, *socket, platform::seemsToHoldSocket) : std::nullopt;
   if (owner) return answer(owner);
   static auto& waiting = *new WaitingQuestions;  // never destroyed: serve() may run while the process exits
   waiting.add({.question = question, .answer = std::move(answer)});

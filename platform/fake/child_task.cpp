@@ -82,10 +82,6 @@ bool ChildTask::waitForExit(std::chrono::milliseconds limit) {
   return !implementation_->isRunning;
 }
 
-void ChildTask::waitUntilExit() {
-  record(implementation_->isRunning ? "wait for ever" : "wait until exit");
-}
-
 void runShellCommand(const std::string& command) {
   record("sh " + command);
 }

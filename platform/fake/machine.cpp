@@ -131,6 +131,10 @@ bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {
   return fake::machine().ownersKeepSockets && find(fake::machine().owners, socket.identity) == pid;
 }
 
+bool seemsToHoldSocket(std::int32_t pid, const SocketEntry& socket) {
+  return holdsSocket(pid, socket);
+}
+
 void systemLog(const std::string& line) {
   fake::machine().systemLog.push_back(line);
 }

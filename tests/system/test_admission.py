@@ -56,6 +56,16 @@ class Signatures(HelperTest):
             replace(executable, content)
             out, err = process.communicate("\n", timeout=harness.DEADLINE)
             self.assertEqual((out.strip(), err), (hung_up, ""))
+        self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67050")
+
+    def test_an_application_whose_folder_is_removed_while_it_runs_is_missing(self):
+        bundle, executable = copy_bundle("Copy.app", "/opt/Python.app")
+        script = "c = connect_greeted(); print(flush=True); input(); c.sendall(frame(1, {'command': 'x'})); print(was_hung_up(c))"
+        process = self.start_script(executable, script, stdin=subprocess.PIPE)
+        process.stdout.readline()
+        shutil.rmtree(bundle)
+        self.assertEqual(process.communicate("\n", timeout=harness.DEADLINE), ("True\n", ""))
+        self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67065")
 
 
 class Attacks(HelperTest):

@@ -6,9 +6,10 @@ import resource
 import signal
 import stat
 import subprocess
+from unittest import mock
 
 import harness
-from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, HelperTest, LOG, PYTHON, TESTS, wait_until
+from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, Helper, HelperTest, LOG, PYTHON, TESTS, read_line, wait_until
 
 SANITIZED = any(name in (TESTS / "bin/BrimoHelper").read_bytes() for name in (b"__asan_init", b"__tsan_init"))
 # Sanitizers keep freed memory for a while.
@@ -36,6 +37,24 @@ class Start(HelperTest):
         self.assertEqual(os.readlink(f"/proc/{activator.pid}/exe"), str(TESTS / "bin/BrimoHelper"))
         activator.terminate()  # it has become the helper by now
         self.assertEqual(activator.wait(DEADLINE), 0)
+
+    def test_a_service_manager_hears_that_it_works(self):
+        self.end_helper()
+        manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(manager.close)
+        manager.bind("/run/notify")
+        self.addCleanup(os.unlink, "/run/notify")
+        manager.settimeout(DEADLINE)
+        with mock.patch.dict(ENVIRONMENT, NOTIFY_SOCKET="/run/notify"):
+            self.helper = Helper()
+            # Without WATCHDOG_USEC the loop sends nothing by itself: this message comes from within the request.
+            self.assertEqual(self.brimo("json", '{"command": "set-proxy", "payload": {"a": {}}}')[0], 0)
+            self.assertEqual(manager.recv(100), b"WATCHDOG=1")
+            self.end_helper()
+            with mock.patch.dict(ENVIRONMENT, WATCHDOG_USEC="100000"):
+                self.helper = Helper()
+            for _ in range(3):
+                self.assertEqual(manager.recv(100), b"WATCHDOG=1")
 
 
 class WithoutActivation(HelperTest):

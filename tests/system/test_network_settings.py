@@ -135,9 +135,11 @@ class WithNetworkManager(NetworkSettingsTest):
         self.manager.stop()
         self.manager.start()
         self.assert_proxied(self.active, 8080)
-        self.assertEqual(self.client().set_proxy({self.active: {}, self.idle: {}}, cleanup=True), SUCCESS)
+        # Beside more services than are asked for one by one.
+        off = {self.active: {}, self.idle: {}} | {str(number): {} for number in range(300)}
+        self.assertEqual(self.client().set_proxy(off, cleanup=True), SUCCESS)
         self.assertEqual([self.method(self.active), self.method(self.idle)], ["none", "none"])
-        self.assertEqual(stored(), {self.active: {"Proxies": {}}, self.idle: {"Proxies": {}}})
+        self.assertEqual(stored(), {service: {"Proxies": {}} for service in off})
 
     def test_a_temporary_connection_stays_one(self):
         temporary = self.manager.add_temporary_connection("Passing", "nm1")

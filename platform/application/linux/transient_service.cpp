@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <systemd/sd-id128.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
@@ -21,7 +22,8 @@ constexpr char unitInterface[] = "org.freedesktop.systemd1.Unit";
 constexpr char serviceInterface[] = "org.freedesktop.systemd1.Service";
 
 constexpr std::chrono::seconds patience(30);  // PAM modules may query the network
-constexpr std::chrono::milliseconds betweenLooks(20);
+// Each look costs systemd five answers, and a home folder that does not answer makes the start take the whole time.
+constexpr std::chrono::milliseconds firstPause(20), longestPause(1000);
 
 /// A D-Bus error that releases itself.
 struct BusError : sd_bus_error {
@@ -195,9 +197,11 @@ void start(const std::string& unit, const std::vector<std::string>& command, con
   auto reply = callUntil(deadline, bus.get(), request.get(), &error);
   if (!reply) throw error.orElse(reply.error());
 
-  for (Service service(bus.get(), unit); std::chrono::steady_clock::now() < deadline;) {
+  const Service service(bus.get(), unit);
+  for (auto pause = firstPause; std::chrono::steady_clock::now() < deadline;
+       pause = std::min(2 * pause, longestPause)) {
     if (auto outcome = outcomeOfStart(service.state())) return outcome->value();
-    std::this_thread::sleep_for(betweenLooks);
+    std::this_thread::sleep_for(pause);
   }
   throw Failure(0, fmt::format("has not started in {} seconds", patience.count()));
 }

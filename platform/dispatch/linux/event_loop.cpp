@@ -1,6 +1,9 @@
 #include "platform/dispatch/linux/event_loop.h"
 
 #include <signal.h>
+#include <systemd/sd-daemon.h>
+
+#include <chrono>
 
 #include "platform/base/result.h"
 
@@ -44,6 +47,15 @@ sd_event* mainEventLoop() {
     return made;
   }();
   return loop;
+}
+
+void feedWatchdog() {
+  using std::chrono::steady_clock;
+  static steady_clock::time_point last;
+  const auto now = steady_clock::now();
+  if (now - last < std::chrono::seconds(1)) return;
+  last = now;
+  sd_notify(0, "WATCHDOG=1");
 }
 
 EventSource EventSource::io(int descriptor, std::uint32_t events, std::function<void(std::uint32_t)> handler) {

@@ -12,6 +12,10 @@ namespace platform {
 /// The main thread's loop, made on first use.
 sd_event* mainEventLoop();
 
+/// Tells the service manager's watchdog (sd_watchdog_enabled(3)) that this process works, at most once a second. Called
+/// after each part of work that may keep the loop from its next iteration for long. Main thread.
+void feedWatchdog();
+
 /// A source of events on the main loop. Destroying it detaches it and destroys its handler, which may do this itself.
 /// Functions throw a Failure on errors, because the program cannot go on without its events.
 class EventSource {

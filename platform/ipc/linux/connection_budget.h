@@ -25,6 +25,7 @@ class ConnectionBudget {
   void forgetTheIdle(Time now);
 
   std::map<uid_t, Bucket> buckets_;
+  std::size_t manyBuckets_ = 256;
 };
 
 }  // namespace platform::ipc

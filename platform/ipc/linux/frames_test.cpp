@@ -1,6 +1,7 @@
 #include "platform/ipc/linux/frames.h"
 
 #include <gmock/gmock.h>
+#include <malloc.h>
 
 namespace platform::ipc {
 namespace {
@@ -35,6 +36,21 @@ TEST(IPCFrames, IntegersOfEverySizeComeBack) {
     EXPECT_EQ(decoded->id, id);
     EXPECT_EQ(decoded->dictionary, frame.dictionary) << id;
   }
+}
+
+TEST(IPCFrames, WhatHasBeenReadIsNotKept) {
+  auto inUse = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+  auto whole = *encodeFrame({1, {{"k", Data(10'000)}}});
+  Data endAndBegin(whole.begin() + 5'000, whole.end());
+  endAndBegin.insert(endAndBegin.end(), whole.begin(), whole.begin() + 5'000);
+  FrameReader reader;
+  reader.append(std::span(whole).first(5'000));
+  const auto before = inUse();
+  for (int frame = 0; frame < 1'000; ++frame) {
+    reader.append(endAndBegin);
+    ASSERT_TRUE(reader.next());
+  }
+  EXPECT_LT(inUse(), before + 1'000'000);
 }
 
 TEST(IPCFrames, RefusesToEncodeWhatNoPeerWouldRead) {

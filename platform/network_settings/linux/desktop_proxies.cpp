@@ -18,6 +18,7 @@ namespace json = boost::json;
 namespace {
 
 constexpr std::chrono::seconds patience(2);
+constexpr std::size_t maximumServices = 4'096;  // so that the record stays small enough to be stored
 
 /// Whether a step succeeded. A failure goes to the system log.
 template <class Value>
@@ -87,13 +88,16 @@ Result<void> announceNow(const std::string& service) {
 
 }  // namespace
 
-void ProxyRecord::add(const std::string& service) {
-  bool isKnown = std::any_of(services.begin(), services.end(), [&](const auto& known) { return known.id == service; });
-  if (!isKnown) services.push_back({.id = service});
+void ProxyRecord::add(std::set<std::string> added) {
+  for (const auto& known : services) added.erase(known.id);
+  for (const auto& service : added) services.push_back({.id = service});
+  if (services.size() > maximumServices) {
+    services.erase(services.begin(), services.end() - static_cast<std::ptrdiff_t>(maximumServices));
+  }
 }
 
-void ProxyRecord::remove(const std::string& service) {
-  std::erase_if(services, [&](const auto& known) { return known.id == service; });
+void ProxyRecord::remove(const std::set<std::string>& removed) {
+  std::erase_if(services, [&](const auto& known) { return removed.contains(known.id); });
 }
 
 std::optional<std::string> ProxyRecord::source() const {
@@ -132,8 +136,8 @@ void DesktopProxies::setPrimary(const std::optional<std::string>& primary) {
 
 void DesktopProxies::publish(PreferencesStore& store, const std::set<std::string>& set,
                              const std::set<std::string>& off) {
-  for (const auto& service : set) record_.add(service);
-  for (const auto& service : off) record_.remove(service);
+  record_.add(set);
+  record_.remove(off);
   publish(&store);
 }
 

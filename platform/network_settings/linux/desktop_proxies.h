@@ -27,8 +27,9 @@ struct ProxyRecord {
   std::vector<Service> services;  ///< in the order of recording
   std::optional<std::string> primary;
 
-  void add(const std::string& service);
-  void remove(const std::string& service);
+  /// Keeps the last 4,096 services.
+  void add(std::set<std::string> added);
+  void remove(const std::set<std::string>& removed);
 
   /// The service whose proxies apply: the primary connection if it is recorded, otherwise the first recorded service
   /// that is not a connection. Absent if there is neither.

@@ -14,7 +14,8 @@ namespace json = boost::json;
 TEST(DesktopProxies, ThoseOfThePrimaryConnectionHoldElseOfTheFirstServiceThatIsNone) {
   ProxyRecord record;
   EXPECT_EQ(record.source(), std::nullopt);
-  for (auto service : {"a", "b", "a", "c", "d"}) record.add(service);
+  record.add({"a", "b"});
+  record.add({"a", "c", "d"});
   EXPECT_EQ(record.services.size(), 4u);
   EXPECT_EQ(record.source(), std::nullopt) << "as far as is known, all are connections";
   record.primary = "b";
@@ -25,8 +26,16 @@ TEST(DesktopProxies, ThoseOfThePrimaryConnectionHoldElseOfTheFirstServiceThatIsN
   EXPECT_EQ(record.source(), "c");
   record.primary = "d";
   EXPECT_EQ(record.source(), "d");
-  record.remove("d");
+  record.remove({"d"});
   EXPECT_EQ(record.source(), "c");
+
+  // As many as a request can name: adding them takes linear time, and the record stays small.
+  std::set<std::string> many;
+  for (int number = 0; number < 300'000; ++number) many.insert(std::to_string(number));
+  record.add(many);
+  record.add({"last"});
+  EXPECT_EQ(record.services.size(), 4'096u);
+  EXPECT_EQ(record.services.back().id, "last");
 }
 
 TEST(DesktopProxies, WhatIsNotUsableIsOff) {

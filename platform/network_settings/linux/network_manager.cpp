@@ -7,6 +7,8 @@
 #include <functional>
 #include <set>
 
+#include "platform/dispatch/linux/event_loop.h"
+
 namespace platform {
 
 namespace {
@@ -18,6 +20,8 @@ constexpr char settingsInterface[] = "org.freedesktop.NetworkManager.Settings";
 constexpr char connectionInterface[] = "org.freedesktop.NetworkManager.Settings.Connection";
 constexpr char activeInterface[] = "org.freedesktop.NetworkManager.Connection.Active";
 constexpr char deviceInterface[] = "org.freedesktop.NetworkManager.Device";
+
+constexpr std::size_t maximumQuestions = 256;  // beyond this, all connections are listed instead
 
 /// A D-Bus error reply.
 struct Refusal : Failure {
@@ -214,6 +218,7 @@ std::vector<BusMessage> NetworkManager::callTogether(const std::vector<BusMessag
     const auto count = static_cast<std::size_t>(std::count_if(replies.begin(), replies.end(), std::identity()));
     if (count == answered) continue;
     answered = count;
+    feedWatchdog();
     // Each reply extends the deadline: on a busy machine many services may take longer, and only silence counts.
     deadline_ = std::chrono::steady_clock::now() + patience;
   }
@@ -295,6 +300,7 @@ Result<std::vector<NetworkManager::Connection>> NetworkManager::connections() {
 
 Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager::findConnections(
     const std::vector<std::string>& uuids) {
+  if (uuids.size() > maximumQuestions) return findAmongAll(uuids);
   return attempt([&] {
     std::vector<BusMessage> requests;
     std::vector<bool> isAsked;  // per UUID; D-Bus cannot carry every text
@@ -323,6 +329,21 @@ Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager:
     }
     return found;
   });
+}
+
+// Asking for each of hundreds of thousands would take minutes.
+Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager::findAmongAll(
+    const std::vector<std::string>& uuids) {
+  auto all = connections();
+  if (!all) return all.error();
+  std::map<std::string_view, Path> paths;
+  for (const auto& connection : *all) paths.emplace(connection.uuid, connection.path);
+  std::vector<Result<std::optional<Path>>> found;
+  for (const auto& uuid : uuids) {
+    auto path = paths.find(uuid);
+    found.emplace_back(path == paths.end() ? std::nullopt : std::optional(path->second));
+  }
+  return found;
 }
 
 Result<std::optional<NetworkManager::Path>> NetworkManager::primaryConnection() {

@@ -76,6 +76,7 @@ class NetworkManager {
   std::vector<BusMessage> callTogether(const std::vector<BusMessage>& requests);
   std::vector<Path> list(const Path& object, const char* interface, const char* method);
   Connection readConnection(const Path& path);
+  Result<std::vector<Result<std::optional<Path>>>> findAmongAll(const std::vector<std::string>& uuids);
   std::string property(const Path& object, const char* interface, const char* name);
 
   BusDeadline deadline_;

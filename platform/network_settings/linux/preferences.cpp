@@ -10,6 +10,7 @@
 #include <mutex>
 #include <set>
 
+#include "platform/dispatch/linux/event_loop.h"
 #include "platform/network_settings/linux/desktop_proxies.h"
 #include "platform/network_settings/linux/network_manager.h"
 #include "platform/network_settings/linux/store.h"
@@ -225,6 +226,7 @@ Result<void> Session::lock(bool wait) {
 }
 
 Result<void> Session::setValue(const std::string& path, const boost::json::value& value) {
+  feedWatchdog();  // a request may have hundreds of thousands
   auto set = logged(implementation_->store.set(path, value));
   auto entity = entityOf(path);
   if (set && entity) implementation_->changed.insert(*entity);

@@ -38,6 +38,7 @@ sd_bus* PrimaryConnection::bus() {
 void PrimaryConnection::connect() {
   if (!isLost_) return;
   question_.reset();
+  isToAskAgain_ = false;
   sd_bus* opened = nullptr;
   int result = sd_bus_open_system(&opened);
   bus_.reset(opened);
@@ -73,8 +74,11 @@ void PrimaryConnection::lose() {
   handler_(std::nullopt);
 }
 
+// Any user can send a signal to this connection that passes for NetworkManager's. If it gave up the pending question, he
+// could keep the answer away for ever.
 void PrimaryConnection::ask() {
-  get(path, service, "PrimaryConnection", &PrimaryConnection::takeConnection);
+  isToAskAgain_ = question_ != nullptr;
+  if (!isToAskAgain_) get(path, service, "PrimaryConnection", &PrimaryConnection::takeConnection);
 }
 
 void PrimaryConnection::get(const char* object, const char* interface, const char* name, ReplyHandler handler) {
@@ -86,7 +90,9 @@ void PrimaryConnection::get(const char* object, const char* interface, const cha
   replyHandler_ = handler;
   auto reply = [](sd_bus_message* message, void* self, sd_bus_error*) {
     auto& connection = *static_cast<PrimaryConnection*>(self);
+    connection.question_.reset();
     (connection.*connection.replyHandler_)(message);
+    if (!connection.question_ && connection.isToAskAgain_) connection.ask();
     return 0;
   };
   sd_bus_slot* slot = nullptr;

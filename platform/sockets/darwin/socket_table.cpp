@@ -65,4 +65,8 @@ bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {
   return likelySocketOwner(socket) == pid;
 }
 
+bool seemsToHoldSocket(std::int32_t pid, const SocketEntry& socket) {
+  return holdsSocket(pid, socket);
+}
+
 }  // namespace platform

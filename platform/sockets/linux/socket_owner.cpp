@@ -239,9 +239,13 @@ void findSocketOwners(std::span<const SocketEntry> sockets,
   search.lookAtAllProcesses();
 }
 
-bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {
+bool seemsToHoldSocket(std::int32_t pid, const SocketEntry& socket) {
   auto place = knownOwners().place(socket.identity);
-  if (place && place->pid == pid && isAt(*place, socket.identity)) return true;
+  return place && place->pid == pid && isAt(*place, socket.identity);
+}
+
+bool holdsSocket(std::int32_t pid, const SocketEntry& socket) {
+  if (seemsToHoldSocket(pid, socket)) return true;
   const Directory folder(opendir(pathOf(pid).c_str()));
   for (auto number : numbersIn(folder.get(), [] { return true; })) {
     if (inodeBehind(dirfd(folder.get()), fmt::format("{}", number).c_str()) == socket.identity) return true;
