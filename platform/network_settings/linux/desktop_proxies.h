@@ -38,9 +38,12 @@ class DesktopProxies {
   /// `service`: the name of the helper's service, after which the store and the folder in /run are called.
   explicit DesktopProxies(const std::string& service);
 
-  /// Goes on where the helper before stopped, and follows the primary connection from here on. At the end of the main
-  /// loop publishes no proxy any more.
+  /// Goes on where the helper before stopped, if it called keepForNext(), and follows the primary connection from here
+  /// on. At the end of the main loop publishes no proxy any more.
   void start();
+
+  /// Leaves what is published to the next helper. One that is killed does not: nothing it has recorded counts then.
+  void keepForNext();
 
   /// Publishes what a session has committed: the store with the proxies of services that have just been set, and those
   /// that were to be switched off, which counts even where the store could not be changed.
@@ -49,7 +52,8 @@ class DesktopProxies {
   /// As publish(), once it is known which services are NetworkManager's connections.
   void publishKnowing(PreferencesStore& store, const std::set<std::string>& connections);
 
-  /// Publishes no proxy, since there is no store to be read.
+  /// Publishes no proxy, of the services set so far not later either: there is no store to be read, and it is unknown
+  /// what was to be switched off in it.
   void publishNone();
 
  private:
