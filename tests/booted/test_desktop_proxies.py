@@ -1,6 +1,9 @@
 """The desktop proxies after every end of the helper, with its real unit."""
 
 import json
+import os
+import shutil
+import signal
 from pathlib import Path
 
 from harness import SERVICE, wait_until
@@ -35,6 +38,24 @@ class DesktopProxies(MachineTest):
         self.set()
         run("systemctl", "stop", UNIT)
         self.wait_until_off()
+
+    def test_one_that_hangs_is_killed_and_replaced(self):
+        drop_in = Path(f"/run/systemd/system/{UNIT}.d/watchdog.conf")
+        drop_in.parent.mkdir()
+        self.addCleanup(run, "systemctl", "daemon-reload")
+        self.addCleanup(shutil.rmtree, drop_in.parent)
+        drop_in.write_text("[Service]\nWatchdogSec=2\n")
+        run("systemctl", "daemon-reload")
+        run("systemctl", "stop", UNIT)
+        self.set()
+        fed = lambda: int(show(UNIT, "WatchdogTimestampMonotonic"))
+        hanging, started = show(UNIT, "MainPID"), fed()
+        wait_until(lambda: fed() > started, "the idle helper has shown that it lives")
+        os.kill(int(hanging), signal.SIGSTOP)
+        self.wait_until_off()
+        self.assertEqual(show(UNIT, "Result"), "watchdog")
+        self.assertEqual(run("Brimo", "version"), "helper build 618\n")
+        self.assertNotEqual(show(UNIT, "MainPID"), hanging)
 
     def test_stop_leaves_them_to_the_next_helper(self):
         client = self.set()

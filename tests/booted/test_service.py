@@ -3,8 +3,23 @@
 import os
 import signal
 
-from machine import MEMBER, STRANGER, UNIT, MachineTest, run, show
-from harness import SERVICE
+from machine import MEMBER, STRANGER, UNIT, MachineTest, connected, ensure_installed, in_session, proxy_method, run, show
+from harness import SERVICE, read_line
+
+TEMPORARY = "set-proxy Wired http=127.0.0.1:8080 temporary"
+
+
+def set_temporary_proxy_and_stay():
+    """Sets temporary proxies, prints "set" and keeps the client until the script "run" shuts the machine down."""
+    ensure_installed()
+    connected()
+    client = in_session(MEMBER, "Brimo", "--json")
+    print(TEMPORARY, file=client.stdin, flush=True)
+    assert read_line(client) == '{"result":"success"}'
+    assert proxy_method() == "auto"
+    print("set", flush=True)
+    client.wait()
+
 
 class Life(MachineTest):
     def test_the_socket_starts_it_and_starts_it_again(self):

@@ -86,6 +86,15 @@ class User:
         self.test.assertEqual(process.returncode, 0, err)
         return out.rstrip("\n")
 
+    def monitor(self, *key):
+        """The file into which a program prints a setting as often as it is told of a change."""
+        output = Path(self.environment["HOME"]) / "monitor"
+        with output.open("w") as file:
+            process = self.start(["gsettings", "monitor", *key], stdout=file)
+        tasks = Path(f"/proc/{process.pid}/task")
+        wait_until(lambda: any("dconf" in (task / "comm").read_text() for task in tasks.iterdir()), "it watches the settings")
+        return output
+
     def dump(self):
         """The user's proxy settings in dconf: {"http": {"port": "1"}}."""
         parser = configparser.ConfigParser(interpolation=None)

@@ -53,13 +53,16 @@ class NetworkTest(DesktopTest):
 
 class OnANetwork(NetworkTest):
     def test_programs_follow_the_life_of_the_client(self):
+        monitor = self.users[1].monitor("org.gnome.system.proxy", "mode")
         client = self.switch_on(cleanup=False)
+        wait_until(lambda: monitor.read_text().endswith("mode: 'manual'\n"), "gsettings has seen it, too")
         self.assertEqual(plain_words(), {"mode": "manual", "http": "127.0.0.1:8080", "service": self.wired,
                                          "exceptions": ["*.local", "169.254.0.0/16"]})
         self.assertEqual(self.users[0].resolve("http://169.254.7.7/"), OFF)
         self.kill(client)
         self.wait_for(OFF)
         self.assertEqual(plain_words(), NONE)
+        wait_until(lambda: monitor.read_text().endswith("mode: 'none'\n"), "gsettings has seen it, too")
 
     def test_the_command_line(self):
         self.assertEqual(self.brimo("set-proxy", "primary", "http=127.0.0.1:8080"), (0, "done\n", ""))
@@ -86,6 +89,10 @@ class OnANetwork(NetworkTest):
         proxies_off()
         self.wait_for(OFF)
         self.start_helper()  # for this helper, the entries in the store are old
+        self.switch_on()
+        self.helper.signal(signal.SIGKILL)
+        self.start_helper()  # as where the service manager could not do that
+        self.wait_for(OFF)
         self.assertEqual(self.client().set_proxy({UNKNOWN: {}}), SUCCESS)
         self.assertEqual(plain_words(), NONE)
         self.switch_on()
@@ -192,6 +199,8 @@ class OnANetwork(NetworkTest):
                     self.wait_for(OFF)
                 finally:
                     mend()
+                self.client().set_proxy({UNKNOWN: {}})
+                self.assertEqual(plain_words(), NONE, "nor does another's command bring it back")
                 wait_until(lambda: self.client().set_proxy({self.wired: {}}, cleanup=True) == SUCCESS, "all is well again")
                 self.assertEqual(plain_words(), NONE)
         self.wait_for_system_log("No space left on device")

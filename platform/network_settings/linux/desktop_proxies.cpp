@@ -115,7 +115,10 @@ void DesktopProxies::start() {
   succeeded(attempt([&] {
     const auto database = DesktopDatabase::open(service_).value();
     published_ = database.openPublished().value();
-    record_ = load(database.folder()).value();
+    auto record = load(database.folder());
+    // Only the next orderly exit leaves a record again.
+    database.folder().remove(recordName).value();
+    record_ = std::move(record).value();
   }));
   succeeded(attempt([&] {
     end_ = EventSource::exit([this] {
@@ -124,12 +127,19 @@ void DesktopProxies::start() {
     });
     primary_ = std::make_unique<PrimaryConnection>([this](const auto& primary) { setPrimary(primary); });
   }));
+  if (record_.services.empty()) publishNone();  // also what a helper that was killed has left published
+}
+
+void DesktopProxies::keepForNext() {
+  if (record_.services.empty()) return;
+  succeeded(attempt([&] { save(record_, DesktopDatabase::open(service_).value().folder()).value(); }));
 }
 
 void DesktopProxies::setPrimary(const std::optional<std::string>& primary) {
   if (isPrimaryKnown_ && record_.primary == primary) return;
   isPrimaryKnown_ = true;
   record_.primary = primary;
+  if (record_.services.empty()) return;
   auto store = PreferencesStore::open("/var/lib/" + service_);
   publish(succeeded(store) ? &*store : nullptr);
 }
@@ -151,6 +161,7 @@ void DesktopProxies::publishKnowing(PreferencesStore& store, const std::set<std:
 }
 
 void DesktopProxies::publishNone() {
+  record_.services.clear();
   publish(nullptr);
 }
 
@@ -166,11 +177,7 @@ void DesktopProxies::publish(PreferencesStore* store) {
 void DesktopProxies::replacePublished(PreferencesStore* store) {
   const auto database = DesktopDatabase::open(service_).value();
   const auto source = record_.source();
-  // A proxy that cannot be recorded is not published, because the next helper would not know of it.
-  auto proxy = attempt([&] {
-    save(record_, database.folder()).value();
-    return store && source ? proxyOf(*store, *source).value() : DesktopProxy();
-  });
+  auto proxy = attempt([&] { return store && source ? proxyOf(*store, *source).value() : DesktopProxy(); });
   if (!succeeded(proxy)) proxy = DesktopProxy();
   database.publish(*proxy, source.value_or("")).value();
   published_ = database.openPublished().value();

@@ -42,9 +42,12 @@ class DesktopProxies {
   /// `service` is the name of the helper's service, which also names the store and the folder in /run.
   explicit DesktopProxies(const std::string& service);
 
-  /// Continues where the previous helper stopped, and follows the primary connection from now on. When the main loop
-  /// ends, withdraws the published proxy.
+  /// Continues where the previous helper stopped, if it called keepForNext(), and follows the primary connection from
+  /// now on. When the main loop ends, withdraws the published proxy.
   void start();
+
+  /// Leaves the published proxy to the next helper. The next helper after a killed one publishes none.
+  void keepForNext();
 
   /// Publishes the changes of a session: in `set` the services whose proxies were just committed, in `off` those that
   /// were to be switched off, which takes effect even if the store could not be changed.
@@ -53,7 +56,8 @@ class DesktopProxies {
   /// Publishes again, now that it is known which services are connections of NetworkManager.
   void publishKnowing(PreferencesStore& store, const std::set<std::string>& connections);
 
-  /// Publishes that there is no proxy, because the store cannot be read.
+  /// Publishes that there is no proxy, because the store cannot be read. Forgets the services set so far: it is unknown
+  /// which of them were to be switched off.
   void publishNone();
 
  private:

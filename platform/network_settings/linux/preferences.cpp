@@ -6,6 +6,7 @@
 #include <atomic>
 #include <boost/json.hpp>
 #include <chrono>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <set>
@@ -259,6 +260,7 @@ void Session::unlock() {
 void keepApplied(const std::string& store) {
   desktop = new DesktopProxies(store);
   desktop->start();
+  std::atexit([] { desktop->keepForNext(); });  // "stop" undoes nothing; a killed helper leaves nothing
 }
 
 bool withdraw(const std::string& store) {
