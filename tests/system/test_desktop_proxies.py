@@ -92,7 +92,6 @@ class OnANetwork(NetworkTest):
         self.helper.signal(signal.SIGTERM)
         self.wait_for(OFF)
         self.start_helper()
-        self.assertEqual(self.manager.setting(self.wired, "proxy.method"), "none")
         self.assertEqual(plain_words(), NONE)
 
     def test_each_network_has_its_own(self):

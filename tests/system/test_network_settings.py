@@ -179,6 +179,12 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(stored(), {self.active: {"Proxies": {}}, self.idle: {"Proxies": {}}})
         self.assertNotIn("incomplete", str(self.log()))
 
+    def test_the_proxies_go_when_the_helper_is_told_to_end(self):
+        self.assertEqual(self.client().set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
+        self.helper.signal(signal.SIGTERM)
+        self.assertEqual(self.helper.wait(), 0)
+        self.assertEqual(self.method(self.active), "none")
+
     def test_a_clean_up_without_network_manager_is_tried_again(self):
         client = self.client()
         self.assertEqual(client.set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
