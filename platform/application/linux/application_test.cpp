@@ -1,7 +1,9 @@
 #include "platform/application/application.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include "platform/application/linux/launch.h"
 #include "platform/dispatch/dispatch.h"
 #include "tests/support/eventually.h"
 #include "tests/support/linux/signed_files.h"
@@ -52,7 +54,48 @@ TEST_F(WorkspaceDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
 TEST_F(WorkspaceDeathTest, TheErrorNamesTheStepThatFailed) {
   // Only root may set groups, so the launch fails at that step.
   auto error = getuid() == 0 ? "execve: No such file or directory" : "setgroups: Operation not permitted";
-  EXPECT_EXIT(launchAfter([&] { noteRunningApplication(process, getuid()); }), testing::ExitedWithCode(0), error);
+  auto beside = [&](int launches) {
+    return [this, launches] {
+      noteRunningApplication(process, getuid());
+      for (int i = 0; i < launches; ++i) openApplication("com.example.test", "/nowhere/Brimo", {}, [](const auto&) {});
+    };
+  };
+  EXPECT_EXIT(launchAfter(beside(7)), testing::ExitedWithCode(0), error);
+  EXPECT_EXIT(launchAfter(beside(8)), testing::ExitedWithCode(0), "too many launches for this user are under way");
+}
+
+TEST(ApplicationLaunch, TheApplicationHasNothingButWhatIsItsUsers) {
+  ASSERT_EQ(getuid(), 0u) << "run as root";
+  test::TemporaryFolder folder;
+  ASSERT_EQ(chown(folder.path().c_str(), 1, 1), 0);
+  // What it must not inherit.
+  FileDescriptor inheritable(open("/", O_RDONLY));
+  sigset_t one, before;
+  sigemptyset(&one);
+  sigaddset(&one, SIGUSR1);
+  sigprocmask(SIG_BLOCK, &one, &before);
+  auto handler = signal(SIGUSR2, SIG_IGN);
+  mode_t mask = umask(0);
+
+  const std::string report = folder / "report", script = R"(exec >"$0.new"; id -u; id -g; id -G; umask; pwd
+      ls /proc/$$/fd; readlink /proc/$$/fd/0 /proc/$$/fd/2; [ $(cut -d' ' -f6 /proc/$$/stat) = $$ ] && echo leader
+      grep -E 'Sig(Blk|Ign)' /proc/self/status; tr '\0' '\n' </proc/$$/environ; mv "$0.new" "$0")";
+  for (const auto& [home, start] : {std::pair(folder.path(), folder.path()), {folder / "none", "/"}}) {
+    std::filesystem::remove(report);
+    auto launched = launchApplication("/bin/sh", {"-c", script, report}, {1, 2, {3, 4}, {"HOME=" + home}});
+    EXPECT_TRUE(launched) << launched.error().what();
+    EXPECT_TRUE(eventually([&] { return std::filesystem::exists(report); }));
+    EXPECT_EQ(test::readFile(report),
+              "1\n2\n2 3 4\n0022\n" + start +
+                  "\n0\n1\n2\n/dev/null\n/dev/null\nleader\nSigBlk:\t0000000000000000\nSigIgn:\t"
+                  "0000000000000000\nHOME=" +
+                  home +
+                  "\nUSER=daemon\nLOGNAME=daemon\n"
+                  "SHELL=/usr/sbin/nologin\nPATH=/usr/local/bin:/usr/bin:/bin\n");
+  }
+  umask(mask);
+  signal(SIGUSR2, handler);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
 }  // namespace

@@ -27,6 +27,7 @@ TEST(ApplicationEnvironment, NamesMustMatchWhole) {
 TEST(ApplicationEnvironment, TheFirstOfANameCountsAndWhatIsCutOffDoesNot) {
   EXPECT_THAT(applicationEnvironment("HOME=/a\0HOME=/b\0USER=u"sv), ElementsAre("HOME=/a"));
   EXPECT_THAT(applicationEnvironment(""), IsEmpty());
+  EXPECT_EQ(valueOf({"HOMES=/a", "ROOM=/b", "HOME=/c", "HOME=/d"}, "HOME"), "/c");
 }
 
 TEST(ApplicationEnvironment, IsBounded) {

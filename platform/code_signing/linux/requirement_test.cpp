@@ -51,6 +51,9 @@ TEST_F(CodeRequirementTest, AndBindsTighterThanOr) {
   EXPECT_TRUE(holds("!" + no + " and " + yes));
   EXPECT_FALSE(holds("!(" + no + " or " + yes + ")"));
   EXPECT_TRUE(holds("! ! " + yes));
+  EXPECT_FALSE(holds(no + " and " + yes));
+  EXPECT_TRUE(holds(std::string(64, '(') + yes + std::string(64, ')')));
+  EXPECT_TRUE(holds(std::string(64, '!') + yes));
   EXPECT_TRUE(holds("\t" + yes + "\nand(" + yes + ")"));
 }
 
@@ -65,12 +68,16 @@ TEST_F(CodeRequirementTest, AnythingElseIsAnErrorWithItsPlace) {
            {"cdhash H\"00\"", "byte 0:"},
            {"certificate middle[subject.OU] = \"x\"", "byte 12:"},
            {"certificate 1x[subject.OU] = \"x\"", "byte 12:"},
+           {"certificate [subject.OU] = \"x\"", "byte 12:"},
+           {"certificate 99999999999[subject.OU] = \"x\"", "byte 12:"},
+           {"certificate leaf[fields.1.2.3]", "byte 17:"},
+           {"certificate leaf[field.]", "byte 17:"},
            {"certificate leaf[subject.Nonsense] = \"x\"", "byte 17:"},
            {"certificate leaf[field.9.9.9]", "byte 17:"},
            {"certificate leaf[subject.OU]", "byte 28:"},
            {"certificate leaf trusted", "byte 17:"},
-           {std::string(100'000, '('), "byte"},
-           {std::string(100'000, '!'), "byte"},
+           {std::string(100'000, '('), "byte 65:"},
+           {std::string(100'000, '!'), "byte 65:"},
        }) {
     const std::string problem = CodeRequirement::parse(text).error().what();
     EXPECT_TRUE(problem.starts_with(place)) << text << ": " << problem;

@@ -33,6 +33,8 @@ TEST_F(TrustedFileTest, OpensWhatOnlyRootCanChange) {
   EXPECT_EQ(openError(folder / "inner/none"), ENOENT);
   EXPECT_EQ(openError("relative"), EINVAL);
   EXPECT_EQ(openError(""), EINVAL);
+  EXPECT_EQ(openError(std::string(4095 - file.size(), '/') + file), 0);
+  EXPECT_EQ(openError(std::string(4096 - file.size(), '/') + file), EINVAL);
 }
 
 TEST_F(TrustedFileTest, RefusesWhatOthersCouldChange) {
@@ -68,6 +70,11 @@ TEST_F(TrustedFileTest, FollowsLinksOnlyThroughTrustedFolders) {
   EXPECT_EQ(openError(folder / "relative/file"), 0);
   EXPECT_EQ(openError(folder / "absolute"), 0);
   EXPECT_EQ(openError(folder / "loop"), ELOOP);
+  EXPECT_EQ(openTrustedFile(folder / "absolute/below").error().what(), file + " is no folder");
+  std::filesystem::create_symlink("inner/file", folder / "1");
+  for (int i = 2; i <= 41; ++i) std::filesystem::create_symlink(std::to_string(i - 1), folder / std::to_string(i));
+  EXPECT_EQ(openError(folder / "40"), 0);
+  EXPECT_EQ(openError(folder / "41"), ELOOP);
 
   // A link in another user's folder, or one that leads through such a folder, may lead elsewhere tomorrow.
   std::filesystem::create_directory(folder / "theirs");

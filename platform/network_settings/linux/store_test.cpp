@@ -51,7 +51,7 @@ class PreferencesStoreTest : public testing::Test {
 };
 
 TEST_F(PreferencesStoreTest, IsMadeForItsUserAloneAndKeepsValuesAsTheyAre) {
-  mode_t before = umask(0);
+  mode_t before = umask(0100);
   auto value = json::parse(R"({"int":-1,"large":18446744073709551615,"real":1.0,"half":0.5,"true":true,"null":null,
                                "text":"é\u0000\"","list":[[],{}]})");
   value.get_object()["long"] = 1.3927926388013963E-143;  // Boost 1.81 itself would misread it
@@ -63,6 +63,15 @@ TEST_F(PreferencesStoreTest, IsMadeForItsUserAloneAndKeepsValuesAsTheyAre) {
   EXPECT_EQ(mode(folder), S_IFDIR | 0700u);
   EXPECT_EQ(mode(file), S_IFREG | 0600u);
   EXPECT_EQ(mode(lockFile), S_IFREG | 0600u);
+  auto shared = PrivateFolder::open(outer / "shared", PrivateFolder::Readers::everybody).value();
+  EXPECT_EQ(shared.replace("file", "text").value().st_mode, S_IFREG | 0644u);
+  EXPECT_EQ(mode(outer / "shared"), S_IFDIR | 0755u);
+  shared.link("file", "second").value();
+  shared.remove("file").value();
+  EXPECT_EQ(shared.read("second").value()->text, "text");
+  EXPECT_FALSE(shared.read("file").value());
+  EXPECT_FALSE(shared.openToWrite("file").value());
+  EXPECT_TRUE(shared.openToWrite("second").value());
 
   auto store = open();
   EXPECT_EQ(*store.find("/NetworkServices").value(), json::value(services));
