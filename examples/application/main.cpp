@@ -48,9 +48,9 @@ void setUp(brimo::HelperClient& helper, const Settings& settings) {
   proxies.http = proxies.https = settings.proxy;
   proxies.exceptions = {"localhost", "127.0.0.0/8", "*.local"};
   helper.send(brimo::setProxies({{settings.service, proxies}}, brimo::ProxyLifetime::untilAClientLeaves),
-              [](brimo::Result<brimo::Done> done) { say(done ? "proxies set" : done.error().message); });
+              [](const brimo::Result<brimo::Done>& done) { say(done ? "proxies set" : done.error().message); });
   helper.send(brimo::startWatchdog(),
-              [](brimo::Result<brimo::Done> done) { say(done ? "watched" : done.error().message); });
+              [](const brimo::Result<brimo::Done>& done) { say(done ? "watched" : done.error().message); });
 }
 
 /// A proxy does this for each connection that it accepts. Here, the socket is a listener of this process itself.

@@ -188,6 +188,48 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(self.helper.wait(), 0)
         self.assertEqual(self.method(self.active), "none")
 
+    def test_the_doctor_finds_what_a_killed_helper_left(self):
+        helper = Path("/usr/local/libexec/brimo/BrimoHelper")
+        unit = Path(f"/usr/local/lib/systemd/system/{SERVICE}.socket")
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", "/usr/local"], check=True)
+        self.addCleanup(subprocess.run, ["umount", "/usr/local"], check=True)
+
+        def remedies(user=0):
+            code, out, err = self.brimo("--json", "doctor", user=user)
+            findings = json.loads(out)["findings"]
+            found = {(finding["subject"], finding["remedy"].rpartition(": ")[2]) for finding in findings if "remedy" in finding}
+            self.assertEqual((code, err), (1 if found else 0, ""))
+            return found, str(findings)
+
+        self.assertEqual(remedies(user=USER)[0], {("service", "install the helper"), ("helper", "install the helper")})
+        for file in (helper, unit):
+            file.parent.mkdir(parents=True)
+        shutil.copy(TESTS / "bin/BrimoHelperWithClientGroup", helper)
+        unit.touch()
+        self.assertEqual(remedies()[0], {("helper", "install both from the same build")})
+        shutil.copy(TESTS / "bin/BrimoHelper", helper)
+        found, text = remedies()
+        self.assertEqual(found, set())
+        self.assertIn("build 618", text)
+        self.assertRegex(text, r"Brimo Development Root.*SHA-256 [0-9a-f]{64}")
+
+        client = self.client()
+        client.set_proxy({self.active: http_proxy(1)}, cleanup=False)
+        self.helper.signal(signal.SIGKILL)
+        self.helper.wait()
+        subprocess.run([TESTS / "bin/BrimoProxiesOff"], check=True)  # which systemd would run
+        self.helper = Helper()
+        off = f"Brimo set-proxy {self.active} off --force"
+        self.assertEqual(remedies(user=USER)[0], {("proxies", off)})
+        self.assertEqual(remedies()[0], {("proxies", off), ("store", off)})
+        self.assertEqual(self.brimo(*off.split()[1:]), (0, "done\n", ""))
+        self.assertEqual(remedies()[0], set())
+        Path(harness.ENDPOINT).unlink()
+        self.assertEqual(remedies()[0], {("socket", f"systemctl enable --now {SERVICE}.socket"),
+                                         ("connection", f"systemctl enable --now {SERVICE}.socket")})
+        self.helper.signal(signal.SIGTERM)
+        self.helper.wait()
+
     def test_a_clean_up_without_network_manager_is_tried_again(self):
         client = self.client()
         self.assertEqual(client.set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)

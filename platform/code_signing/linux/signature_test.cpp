@@ -50,15 +50,7 @@ TEST_F(CodeSignatureTest, TellsWhoSignedWhat) {
   EXPECT_EQ(check(signedWith("abc", directoryOfABC, usual)), success);
 }
 
-TEST_F(CodeSignatureTest, OtherAnchorsDoNotCount) {
-  EXPECT_EQ(check(readFile(*folder / "signed"), readFile(*folder / "other/root.pem")), signatureFailed);
-  EXPECT_EQ(check(readFile(*folder / "signed"), readFile(*folder / "own/intermediate.pem")), signatureFailed);
-  const std::string problem = read(readFile(*folder / "signed"), readFile(*folder / "other/root.pem")).error().what();
-  EXPECT_NE(problem.find("OU = BRIMO00618"), problem.npos) << problem;
-  EXPECT_EQ(check(readFile(*folder / "signed"), "no certificate"), signatureFailed);
-}
-
-TEST_F(CodeSignatureTest, AnyOfSeveralAnchorsCounts) {
+TEST_F(CodeSignatureTest, AnyOfSeveralAnchorsCountsAndNoOther) {
   auto own = readFile(*folder / "own/root.pem"), other = readFile(*folder / "other/root.pem");
   auto file = readFile(*folder / "signed");
   EXPECT_EQ(check(file, other + own), success);
@@ -67,6 +59,8 @@ TEST_F(CodeSignatureTest, AnyOfSeveralAnchorsCounts) {
        {other, own + other.substr(0, 200), readFile(*folder / "own/intermediate.pem"), std::string("no certificate")}) {
     EXPECT_EQ(check(file, anchors), signatureFailed);
   }
+  const std::string problem = read(file, other).error().what();
+  EXPECT_NE(problem.find("OU = BRIMO00618"), problem.npos) << problem;
 }
 
 TEST_F(CodeSignatureTest, ASignatureMadeElsewhereIsAttached) {
@@ -131,24 +125,22 @@ TEST_F(CodeSignatureTest, TheCMSMustBeOfItsForm) {
 
 TEST_F(CodeSignatureTest, TheCodeDirectoryMustBeOfItsForm) {
   const std::string digest = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-  for (
-      const std::string& directory : {
-          std::string("{}"),
-          std::string("[]"),
-          std::string("not JSON"),
-          R"({"identifier": 1, "size": 3, "sha256": ")" + digest + "\"}",
-          R"({"identifer": "x", "size": 3, "sha256": ")" + digest + "\"}",
-          R"({"identifier": "x", "Size": 3, "sha256": ")" + digest + "\"}",
-          R"({"identifier": "x", "size": "3", "sha256": ")" + digest + "\"}",
-          R"({"identifier": "x", "size": 3, "sha512": ")" + digest + "\"}",
-          std::string(R"({"identifier": "x", "size": 3, "sha256": 3})"),
-          R"({"identifier": "x", "size": 4, "sha256": ")" + digest + "\"}",
-          R"({"identifier": "x", "size": -3, "sha256": ")" + digest + "\"}",
-          R"({"identifier": "x", "size": 3, "sha256": ")" + digest.substr(1) + "\"}",
-          R"({"identifier": "x", "size": 3, "more": 1, "sha256": ")" + digest + "\"}",
-          std::string(
-              R"({"identifier": "x", "size": 3, "sha256": "BA7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"})"),
-      }) {
+  for (const std::string& directory : {
+           std::string("{}"),
+           std::string("[]"),
+           std::string("not JSON"),
+           R"({"identifier": 1, "size": 3, "sha256": ")" + digest + "\"}",
+           R"({"identifer": "x", "size": 3, "sha256": ")" + digest + "\"}",
+           R"({"identifier": "x", "Size": 3, "sha256": ")" + digest + "\"}",
+           R"({"identifier": "x", "size": "3", "sha256": ")" + digest + "\"}",
+           R"({"identifier": "x", "size": 3, "sha512": ")" + digest + "\"}",
+           std::string(R"({"identifier": "x", "size": 3, "sha256": 3})"),
+           R"({"identifier": "x", "size": 4, "sha256": ")" + digest + "\"}",
+           R"({"identifier": "x", "size": -3, "sha256": ")" + digest + "\"}",
+           R"({"identifier": "x", "size": 3, "sha256": ")" + digest.substr(1) + "\"}",
+           R"({"identifier": "x", "size": 3, "more": 1, "sha256": ")" + digest + "\"}",
+           R"({"identifier": "x", "size": 3, "sha256": "BA)" + digest.substr(2) + "\"}",
+       }) {
     EXPECT_STREQ(read(signedWith("abc", directory, usual)).error().what(), "has a signature that is damaged")
         << directory;
   }

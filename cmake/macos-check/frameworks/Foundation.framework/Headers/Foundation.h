@@ -34,7 +34,8 @@
 @interface NSError : NSObject
 @end
 
-__attribute__((objc_exception)) @interface NSException : NSObject
+__attribute__((objc_exception))
+@interface NSException : NSObject
 @end
 
 @interface NSURL : NSObject
