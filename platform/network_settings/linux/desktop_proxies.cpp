@@ -117,7 +117,7 @@ void DesktopProxies::start() {
     published_ = database.openPublished().value();
     auto record = load(database.folder());
     // Only the next orderly exit leaves a record again.
-    database.folder().remove(recordName).value();
+    database.folder().remove(proxyRecordName).value();
     record_ = std::move(record).value();
   }));
   succeeded(attempt([&] {

@@ -12,4 +12,4 @@ struct icmp6_filter {
   uint32_t icmp6_filt[8];
 };
 #define ICMP6_FILTER_SETBLOCKALL(filter) memset(filter, 0, sizeof(struct icmp6_filter))
-#define ICMP6_FILTER_SETPASS(type, filter) (((filter)->icmp6_filt[(type) >> 5]) |= (1u << ((type)&31)))
+#define ICMP6_FILTER_SETPASS(type, filter) (((filter)->icmp6_filt[(type) >> 5]) |= (1u << ((type) & 31)))

@@ -27,13 +27,13 @@ void _os_log_impl(void* image, os_log_t log, os_log_type_t type, const char* for
 
 __END_DECLS
 
-#define os_log_with_type(log, type, format, ...)                                                         \
-  __extension__({                                                                                        \
+#define os_log_with_type(log, type, format, ...)                                                     \
+  __extension__({                                                                                    \
     static const char text[] __attribute__((section("__TEXT,__oslogstring,cstring_literals"))) = format; \
-    uint8_t buffer[__builtin_os_log_format_buffer_size(format, ##__VA_ARGS__)];                          \
-    __builtin_os_log_format(buffer, format, ##__VA_ARGS__);                                              \
-    if (os_log_type_enabled(log, type)) {                                                                \
-      _os_log_impl(&__dso_handle, log, type, text, buffer, (uint32_t)sizeof buffer);                     \
-    }                                                                                                    \
+    uint8_t buffer[__builtin_os_log_format_buffer_size(format, ##__VA_ARGS__)];                     \
+    __builtin_os_log_format(buffer, format, ##__VA_ARGS__);                                          \
+    if (os_log_type_enabled(log, type)) {                                                            \
+      _os_log_impl(&__dso_handle, log, type, text, buffer, (uint32_t)sizeof buffer);                 \
+    }                                                                                                \
   })
 #define os_log(log, format, ...) os_log_with_type(log, OS_LOG_TYPE_DEFAULT, format, ##__VA_ARGS__)

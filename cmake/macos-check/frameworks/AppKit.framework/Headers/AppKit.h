@@ -17,8 +17,7 @@ extern "C" NSWorkspaceLaunchConfigurationKey const NSWorkspaceLaunchConfiguratio
 @property(class, readonly, strong) NSWorkspace* sharedWorkspace;
 - (nullable NSRunningApplication*)launchApplicationAtURL:(NSURL*)url
                                                  options:(NSWorkspaceLaunchOptions)options
-                                           configuration:
-                                               (NSDictionary<NSWorkspaceLaunchConfigurationKey, id>*)configuration
+                                           configuration:(NSDictionary<NSWorkspaceLaunchConfigurationKey, id>*)configuration
                                                    error:(NSError* _Nullable* _Nullable)error
     API_DEPRECATED("Use -openApplicationAtURL:configuration:completionHandler:", macos(10.6, 11.0));
 @end

@@ -45,30 +45,23 @@ CFTypeID CFGetTypeID(CFTypeRef object);
 typedef UInt32 CFStringEncoding;
 enum : CFStringEncoding { kCFStringEncodingUTF8 = 0x08000100 };
 CFTypeID CFStringGetTypeID(void);
-CFStringRef _Null_unspecified CFStringCreateWithBytes(CFAllocatorRef _Nullable allocator, const UInt8* bytes,
-                                                      CFIndex length, CFStringEncoding encoding,
-                                                      Boolean isExternalRepresentation);
+CFStringRef _Null_unspecified CFStringCreateWithBytes(CFAllocatorRef _Nullable allocator, const UInt8* bytes, CFIndex length,
+                                                      CFStringEncoding encoding, Boolean isExternalRepresentation);
 CFIndex CFStringGetLength(CFStringRef string);
 CFIndex CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding, UInt8 lossByte,
-                         Boolean isExternalRepresentation, UInt8* _Nullable buffer, CFIndex maximum,
-                         CFIndex* _Nullable used);
+                         Boolean isExternalRepresentation, UInt8* _Nullable buffer, CFIndex maximum, CFIndex* _Nullable used);
 #define CFSTR(text) ((CFStringRef)__builtin___CFStringMakeConstantString("" text ""))
 
-CFDataRef _Null_unspecified CFDataCreate(CFAllocatorRef _Nullable allocator, const UInt8* _Null_unspecified bytes,
-                                         CFIndex length);
+CFDataRef _Null_unspecified CFDataCreate(CFAllocatorRef _Nullable allocator, const UInt8* _Null_unspecified bytes, CFIndex length);
 
 extern const CFBooleanRef _Nonnull kCFBooleanTrue;
 extern const CFBooleanRef _Nonnull kCFBooleanFalse;
 CFTypeID CFBooleanGetTypeID(void);
 Boolean CFBooleanGetValue(CFBooleanRef boolean);
 
-typedef CF_ENUM(CFIndex, CFNumberType) {
-  kCFNumberSInt32Type = 3,
-  kCFNumberSInt64Type = 4,
-  kCFNumberFloat64Type = 6,
-  kCFNumberLongLongType = 11,
-  kCFNumberDoubleType = 13
-};
+typedef CF_ENUM(CFIndex, CFNumberType){
+    kCFNumberSInt32Type = 3, kCFNumberSInt64Type = 4, kCFNumberFloat64Type = 6,
+    kCFNumberLongLongType = 11, kCFNumberDoubleType = 13};
 CFTypeID CFNumberGetTypeID(void);
 CFNumberRef _Null_unspecified CFNumberCreate(CFAllocatorRef _Nullable allocator, CFNumberType type, const void* value);
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* _Null_unspecified value);
@@ -107,17 +100,16 @@ typedef struct {
 extern const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 CFTypeID CFDictionaryGetTypeID(void);
-CFMutableDictionaryRef _Null_unspecified CFDictionaryCreateMutable(
-    CFAllocatorRef _Nullable allocator, CFIndex capacity, const CFDictionaryKeyCallBacks* _Nullable keyCallBacks,
-    const CFDictionaryValueCallBacks* _Nullable valueCallBacks);
-void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* _Null_unspecified key,
-                          const void* _Null_unspecified value);
+CFMutableDictionaryRef _Null_unspecified CFDictionaryCreateMutable(CFAllocatorRef _Nullable allocator, CFIndex capacity,
+                                                                   const CFDictionaryKeyCallBacks* _Nullable keyCallBacks,
+                                                                   const CFDictionaryValueCallBacks* _Nullable valueCallBacks);
+void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* _Null_unspecified key, const void* _Null_unspecified value);
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
 void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void* _Nullable* _Nullable keys,
                                   const void* _Nullable* _Nullable values);
 
-CFURLRef _Nullable CFURLCreateFromFileSystemRepresentation(CFAllocatorRef _Nullable allocator, const UInt8* buffer,
-                                                           CFIndex length, Boolean isDirectory);
+CFURLRef _Nullable CFURLCreateFromFileSystemRepresentation(CFAllocatorRef _Nullable allocator, const UInt8* buffer, CFIndex length,
+                                                           Boolean isDirectory);
 
 __END_DECLS
 #pragma clang assume_nonnull end

@@ -34,8 +34,7 @@
 @interface NSError : NSObject
 @end
 
-__attribute__((objc_exception))
-@interface NSException : NSObject
+__attribute__((objc_exception)) @interface NSException : NSObject
 @end
 
 @interface NSURL : NSObject

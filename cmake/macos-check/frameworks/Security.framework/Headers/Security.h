@@ -25,13 +25,11 @@ enum : OSStatus {
 };
 
 OSStatus SecCodeCreateWithXPCMessage(xpc_object_t message, SecCSFlags flags,
-                                     SecCodeRef _Nullable* _Nonnull CF_RETURNS_RETAINED target)
-    API_AVAILABLE(macos(11.0));
+                                     SecCodeRef _Nullable* _Nonnull CF_RETURNS_RETAINED target) API_AVAILABLE(macos(11.0));
 OSStatus SecCodeCheckValidity(SecCodeRef code, SecCSFlags flags, SecRequirementRef _Nullable requirement);
 OSStatus SecStaticCodeCreateWithPath(CFURLRef path, SecCSFlags flags,
                                      SecStaticCodeRef _Nullable* _Nonnull CF_RETURNS_RETAINED staticCode);
-OSStatus SecStaticCodeCheckValidity(SecStaticCodeRef staticCode, SecCSFlags flags,
-                                    SecRequirementRef _Nullable requirement);
+OSStatus SecStaticCodeCheckValidity(SecStaticCodeRef staticCode, SecCSFlags flags, SecRequirementRef _Nullable requirement);
 OSStatus SecRequirementCreateWithString(CFStringRef text, SecCSFlags flags,
                                         SecRequirementRef _Nullable* _Nonnull CF_RETURNS_RETAINED requirement);
 

@@ -14,8 +14,8 @@ typedef uint32_t IOPMAssertionID;
 typedef uint32_t IOPMAssertionLevel;
 enum { kIOPMAssertionLevelOff = 0, kIOPMAssertionLevelOn = 255 };
 
-IOReturn IOPMAssertionCreateWithName(CFStringRef type, IOPMAssertionLevel level, CFStringRef name,
-                                     IOPMAssertionID* assertion) API_AVAILABLE(macos(10.6));
+IOReturn IOPMAssertionCreateWithName(CFStringRef type, IOPMAssertionLevel level, CFStringRef name, IOPMAssertionID* assertion)
+    API_AVAILABLE(macos(10.6));
 IOReturn IOPMAssertionRelease(IOPMAssertionID assertion) API_AVAILABLE(macos(10.5));
 
 __END_DECLS
