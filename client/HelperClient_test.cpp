@@ -262,6 +262,7 @@ TEST(BusyHelper, IsWaitedFor) {
   platform::fake::Service helper(0);
   Options options;
   options.service = helper.name;
+  options.reconnects = false;  // or the first would take the room again
   HelperClient first(options), second(options);
   // One waits to be accepted, and there is no room for another.
   Outcome<std::int64_t> outcomes[2];
