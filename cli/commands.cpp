@@ -34,10 +34,10 @@ SocketAddress requireSocketAddress(const std::string& text) {
   constexpr std::string_view localhost = "localhost:";
   auto address = parseSocketAddress(text.starts_with(localhost) ? "127.0.0.1:" + text.substr(localhost.size()) : text);
   if (!address) {
-    throw UsageError(
-        fmt::format("\"{}\" is no address and port: write 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, with an interface "
-                    "of this machine, or localhost:80",
-                    text));
+    throw UsageError(fmt::format(
+        "\"{}\" is not an address with a port: write 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, with an interface "
+        "of this machine, or localhost:80",
+        text));
   }
   return *address;
 }
@@ -96,7 +96,7 @@ Answer setProxy(const Surroundings& surroundings, const Arguments& given) {
 std::uint32_t requireIPv4(const std::string& text, const char* what) {
   in_addr address;
   if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
-    throw UsageError(fmt::format("\"{}\" is no {}: write it like 192.0.2.1", text, what));
+    throw UsageError(fmt::format("\"{}\" is not a valid {}: write it like 192.0.2.1", text, what));
   }
   return ntohl(address.s_addr);
 }
@@ -105,10 +105,10 @@ Answer runSetStaticIP(const Surroundings& surroundings, const Arguments& given) 
   auto arguments = given;
   bool isForced = takeForce(arguments);
   if (arguments.size() != 4) throw UsageError("set-static-ip takes a service, an address, a mask and a router");
-  if (requireIPv4(arguments[1], "address") == 0) throw UsageError("0.0.0.0 is no address of a machine");
+  if (requireIPv4(arguments[1], "address") == 0) throw UsageError("0.0.0.0 is not the address of a machine");
   auto mask = requireIPv4(arguments[2], "mask");
   if (mask == 0 || std::countl_one(mask) + std::countr_zero(mask) != 32) {
-    throw UsageError(fmt::format("\"{}\" is no mask: its ones must come first, as in 255.255.255.0", arguments[2]));
+    throw UsageError(fmt::format("\"{}\" is not a mask: its ones must come first, as in 255.255.255.0", arguments[2]));
   }
   requireIPv4(arguments[3], "router");
   auto service = findService(arguments[0], isForced);

@@ -57,7 +57,7 @@ Result<HelperFile> readHelperFile(const std::string& path) {
                       .group = text("group"),
                       .roots = platform::code_signing::trustedRootsIn(*bytes)};
   } catch (const std::exception&) {  // a constant that is not there, or of another type
-    return Failure(0, path + " is no helper");
+    return Failure(0, path + " is not a helper");
   }
 }
 

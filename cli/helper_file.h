@@ -19,7 +19,7 @@ struct HelperFile {
   std::vector<platform::code_signing::TrustedRoot> roots;
 };
 
-/// Fails when the file cannot be read, or is no helper.
+/// Fails when the file cannot be read, or is not a helper.
 platform::Result<HelperFile> readHelperFile(const std::string& path);
 
 }  // namespace brimo

@@ -49,7 +49,7 @@ std::string scriptURL(const std::string& value) {
   bool isURL = hasScheme("http://") || hasScheme("https://") || hasScheme("file:///") || hasScheme("data:");
   auto isGraphic = [](unsigned char c) { return std::isgraph(c) != 0; };
   if (!isURL || !std::all_of(value.begin(), value.end(), isGraphic)) {
-    throw std::invalid_argument(fmt::format("\"{}\" is no URL of a script: write http://host/proxy.pac", value));
+    throw std::invalid_argument(fmt::format("\"{}\" is not the URL of a script: write http://host/proxy.pac", value));
   }
   return value;
 }
@@ -60,7 +60,7 @@ std::vector<std::string> splitAtCommas(const std::string& text) {
   for (std::string part; std::getline(stream, part, ',');) {
     auto isGraphic = [](unsigned char c) { return std::isgraph(c) != 0; };
     if (!std::all_of(part.begin(), part.end(), isGraphic)) {
-      throw std::invalid_argument(fmt::format("\"{}\" is no host to go to directly", part));
+      throw std::invalid_argument(fmt::format("\"{}\" is not a host name or address", part));
     }
     if (!part.empty()) parts.push_back(part);
   }
@@ -88,7 +88,7 @@ ProxyArguments parseProxyArguments(const std::vector<std::string>& words) {
     } else if (word == "temporary") {
       result.lifetime = ProxyLifetime::untilAClientLeaves;
     } else {
-      throw std::invalid_argument(fmt::format("\"{}\" is no proxy setting", word));
+      throw std::invalid_argument(fmt::format("\"{}\" is not a proxy setting", word));
     }
   }
   return result;

@@ -7,7 +7,7 @@ import subprocess
 from pathlib import Path
 
 import harness
-from harness import FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, run_as_user, wait_until
+from harness import BRIMO, FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, run_as_user, wait_until
 
 # Executes the signed application under the same PID after the script of an attack has prepared itself.
 BECOME_GENUINE = """
@@ -284,7 +284,7 @@ class Reasons(HelperTest):
         self.assertIn(f"its SHA-256         {digest}", info(executable).stdout)
         for file in (BRIMO, "/opt", "/nothing", "/dev/null"):
             self.assertEqual((info(file).returncode, info(file).stdout), (1, ""))
-            self.assertRegex(info(file).stderr, "^helper-info: .+\n$")
+            self.assertRegex(info(file).stderr, "^brimo-helper-info: .+\n$")
         self.assertEqual(self.check(self.bundle), (f"{self.executable} would be admitted\n", 0))
         self.executable.chmod(0o700)
         for unknown in (self.bundle, "/nothing", "/opt/tests"):
@@ -329,7 +329,7 @@ class Reasons(HelperTest):
         for user, script, reason in (
             (USER, "connections = [connect_greeted() for _ in range(64)]\nassert was_hung_up(connect())",
              "there are too many connections: 64 of this user"),
-            (4001, "connection = connect()\nconnection.sendall(b'x')", "it has spoken before the greeting"),
+            (4001, "connection = connect()\nconnection.sendall(b'x')", "it sent data before the greeting"),
             (4002, "for _ in range(1000): connect().close()", "this user connects too often"),
         ):
             if user != USER:

@@ -121,6 +121,7 @@ class CommandLine(HelperTest):
         store = Path(f"/var/lib/{harness.SERVICE}/preferences.json")
         proxies = lambda: store.exists() and json.loads(store.read_text())["NetworkServices"]["id"]["Proxies"]
         process = self.start_program([BRIMO, "set-proxy", "id", "--force", "http=192.0.2.1:1", "temporary"], until="done")
+        self.assertIn("until this program is interrupted", process.stderr.readline())
         self.assertTrue(proxies())
         process.send_signal(signal.SIGINT)
         self.assertEqual(process.wait(), 0)

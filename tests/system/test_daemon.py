@@ -4,12 +4,13 @@ import itertools
 import os
 import resource
 import signal
+import socket
 import stat
 import subprocess
 from unittest import mock
 
 import harness
-from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, Helper, HelperTest, LOG, PYTHON, TESTS, read_line, wait_until
+from harness import BRIMO, DEADLINE, ENDPOINT, ENVIRONMENT, Helper, HelperTest, LOG, PYTHON, TESTS, wait_until
 
 SANITIZED = any(name in (TESTS / "bin/BrimoHelper").read_bytes() for name in (b"__asan_init", b"__tsan_init"))
 # Sanitizers keep freed memory for a while.

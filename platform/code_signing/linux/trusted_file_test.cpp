@@ -70,7 +70,7 @@ TEST_F(TrustedFileTest, FollowsLinksOnlyThroughTrustedFolders) {
   EXPECT_EQ(openError(folder / "relative/file"), 0);
   EXPECT_EQ(openError(folder / "absolute"), 0);
   EXPECT_EQ(openError(folder / "loop"), ELOOP);
-  EXPECT_EQ(openTrustedFile(folder / "absolute/below").error().what(), file + " is no folder");
+  EXPECT_EQ(openTrustedFile(folder / "absolute/below").error().what(), file + " is not a folder");
   std::filesystem::create_symlink("inner/file", folder / "1");
   for (int i = 2; i <= 41; ++i) std::filesystem::create_symlink(std::to_string(i - 1), folder / std::to_string(i));
   EXPECT_EQ(openError(folder / "40"), 0);
