@@ -9,6 +9,7 @@
 
 namespace {
 
+using namespace std::literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -18,19 +19,10 @@ TEST(Hexadecimal, WritesTwoLowerCaseDigitsAByte) {
 }
 
 TEST(Hexadecimal, ReadsPairsAndPassesOverTheRest) {
-  EXPECT_THAT(dataWithHEXString("0A:1b:zz:3"), ElementsAre(0x0A, 0x1B));
-  EXPECT_THAT(dataWithHEXString("0aFF"), ElementsAre(0x0A, 0xFF));
+  EXPECT_THAT(dataWithHEXString("AF:1b:zz:3"), ElementsAre(0xAF, 0x1B));
   // The character after a lone digit is dropped with it, even if it could begin a pair.
   EXPECT_THAT(dataWithHEXString("a:b1c2"), ElementsAre(0xB1, 0xC2));
-  EXPECT_THAT(dataWithHEXString("1 23"), ElementsAre(0x23));
-  EXPECT_THAT(dataWithHEXString("1g2h34"), ElementsAre(0x34));
-  EXPECT_THAT(dataWithHEXString("a\xC3\xA9\xF0\x9F\x98\x80"
-                                "1b"),
-              ElementsAre(0x1B));
-  EXPECT_THAT(dataWithHEXString(std::string_view("\0"
-                                                 "ab\0c",
-                                                 5)),
-              ElementsAre(0xAB));
+  EXPECT_THAT(dataWithHEXString("1g2\xFF\0ab\0c"sv), ElementsAre(0xAB));
   for (auto text : {"", "a", "z", "zz", " ", "a ", "--f"}) EXPECT_THAT(dataWithHEXString(text), IsEmpty()) << text;
 }
 

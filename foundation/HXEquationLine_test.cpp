@@ -18,10 +18,8 @@ TEST(EquationLine, SplitsAtTheFirstSignOutsideOfQuotes) {
            {R"("a=b" = c)", "a=b", "c"},
            {R"('a=b' = c)", "a=b", "c"},
            {R"('a"=b' = c)", "a\"=b", "c"},
-           {R"("a'=b" = c)", "a'=b", "c"},
            {R"(a "=" b = c)", "a \"=\" b", "c"},  // a quoted part inside
-           {R"(it's = c)", "it's", "c"},
-           {R"(a '=' b)", "a '", "' b"},  // apostrophes quote only at the beginning
+           {R"(a '=' b)", "a '", "' b"},          // apostrophes quote only at the beginning
            {R"("a\"=\\" = c)", "a\"=\\", "c"},
            {R"('a\' = c)", "a\\", "c"},  // no escapes within apostrophes
            {R"("a" x = c)", "\"a\" x", "c"},

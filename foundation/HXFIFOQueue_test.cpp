@@ -70,7 +70,7 @@ TEST(FIFOQueue, TheBoundDropsTheOldestAtAdditionsOnly) {
   EXPECT_EQ(ring.peekRecentEnqueued(), nullptr);
 }
 
-TEST(FIFOQueue, LooksFromBothEnds) {
+TEST(FIFOQueue, LooksAndWalksFromBothEnds) {
   Queue queue;
   EXPECT_EQ(queue.peekObjectAtIndex(0), nullptr);
   queue.addObjectsFromArray(objects({"a", "b", "c"}));
@@ -81,11 +81,7 @@ TEST(FIFOQueue, LooksFromBothEnds) {
   for (std::int64_t index : {std::int64_t{3}, std::int64_t{-4}, std::numeric_limits<std::int64_t>::min(),
                              std::numeric_limits<std::int64_t>::max()})
     EXPECT_EQ(queue.peekObjectAtIndex(index), nullptr);
-}
 
-TEST(FIFOQueue, WalksWithIndicesUntilToldToStop) {
-  Queue queue;
-  queue.addObjectsFromArray(objects({"a", "b", "c"}));
   std::string seen;
   auto see = [&](const Queue::Object& object, std::uint64_t index, bool& stop) {
     seen += *object + std::to_string(index);
