@@ -58,11 +58,8 @@ TEST(BRSockAddrObject, HashAndIgnoredPortServeAsKey) {
   EXPECT_EQ(BRSockAddrObject::objectWithAddr(words).hash(), expected);
   EXPECT_EQ(BRSockAddrObject::objectWithAddr({16, 99, 1, 2, 3, 4}).hash(), 0u);
 
-  std::unordered_set<BRSockAddrObject> set;
-  for (auto port : std::initializer_list<std::uint16_t>{1, 2}) {
-    set.insert(BRSockAddrObject::objectWithAddrIgnorePort(BRSockAddrMakeIPv4({1, 2, 3, 4}, port)));
-  }
-  EXPECT_EQ(set.size(), 1u);
+  const auto withoutPort = BRSockAddrObject::objectWithAddrIgnorePort(BRSockAddrMakeIPv4({1, 2, 3, 4}, 80));
+  EXPECT_TRUE(std::unordered_set({four({1, 2, 3, 4}, 0)}).contains(withoutPort));
   BRSockAddr other{16, 99, 1, 2};
   EXPECT_EQ(BRSockAddrObject::objectWithAddrIgnorePort(other).addr(), other);
 }

@@ -88,10 +88,4 @@ TEST(DHCPMessage, ShapeIsJudgedBeforeTransactionBeforeHardwareAddress) {
   EXPECT_EQ(Offer().with(28, 0).with(7, 0).with(0, 1).verdict(), Verdict::malformedOrNoOffer);
 }
 
-TEST(DHCPMessage, AddressesAsText) {
-  auto message = Offer().with(16, 192).with(18, 2).with(19, 255).message;
-  EXPECT_EQ(BRHDHCPAddressText(message, BRHDHCPYourAddressOffset), "192.0.2.255");
-  EXPECT_EQ(BRHDHCPAddressText(message, BRHDHCPClientAddressOffset), "0.0.0.0");
-}
-
 }  // namespace

@@ -1,7 +1,6 @@
 // Looks up owners while processes create, duplicate and pass sockets, fork, exec and exit. Every process records when
 // it may have held a socket and when it certainly did; the answers are checked against these records at the end. The
 // environment variable LOOKUPS sets the number of look-ups.
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/mman.h>
@@ -22,6 +21,7 @@
 #include <random>
 
 #include "helper/probes/socket_owner_lookup.h"
+#include "tests/support/bound_socket.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ using Time = std::int64_t;  // nanoseconds of CLOCK_MONOTONIC
 
 constexpr int workers = 6, maximumHeld = 12;
 constexpr std::size_t maximumHolds = 4'000'000;
-constexpr std::uint32_t localAddress = 0x7F061201;  // 127.6.18.1; nothing else binds there
+constexpr char localAddress[] = "127.6.18.1";  // nothing else binds there
 constexpr Time forever = INT64_MAX;
 
 Time now() {
@@ -62,17 +62,6 @@ Shared& shared() {
   static auto* memory = static_cast<Shared*>(
       mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
   return *memory;
-}
-
-/// Binds a socket to a free port.
-std::uint16_t bindToAnyPort(int socket) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(localAddress);
-  socklen_t length = sizeof address;
-  if (bind(socket, reinterpret_cast<sockaddr*>(&address), length) != 0) _exit(1);
-  getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
-  return ntohs(address.sin_port);
 }
 
 /// A message with a port and room for a descriptor (unix(7)).
@@ -119,8 +108,8 @@ class Worker {
 
   void make() {
     const auto from = now();
-    int made = socket(AF_INET, SOCK_DGRAM, 0);
-    hold(made, bindToAnyPort(made), from);
+    platform::test::Bound made(localAddress, SOCK_DGRAM);
+    hold(made.descriptor.release(), made.port, from);
   }
 
   void hold(int descriptor, std::uint16_t port, Time from) {

@@ -23,19 +23,6 @@ class DispatchDeathTest : public testing::Test {
   void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-TEST_F(DispatchDeathTest, MainQueueRunsInOrder) {
-  auto serve = [] {
-    static int step = 0;
-    async(mainQueue(), [] {
-      if (++step != 1) std::exit(1);
-      async(mainQueue(), [] { std::exit(++step == 3 ? 42 : 1); });
-    });
-    async(mainQueue(), [] { ++step; });
-    dispatchMain();
-  };
-  EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
-}
-
 TEST_F(DispatchDeathTest, BusyMainQueueDelaysNobodyElse) {
   auto serve = [] {
     async(mainQueue(), [] {

@@ -83,26 +83,6 @@ TEST(SocketTableOfMacOS, FieldsAreFoundInEachLayout) {
   }
 }
 
-TEST(SocketTableOfMacOS, APartOfAGroupIsNotRead) {
-  for (const auto& layout : layouts) {
-    SCOPED_TRACE(layout.size);
-    auto bytes = table(layout, 2);
-    put(bytes, layout, 0, four, {}, 1);
-    put(bytes, layout, 1, four, {}, 2);
-    EXPECT_THAT(processesOn(8080, bytes, layout), ElementsAre(1, 2));
-    // Of its own length, so that a sanitizer sees who reads on.
-    auto first = [&](std::size_t size) { return Bytes(bytes.data(), bytes.data() + size); };
-    for (std::size_t size : {bytes.size() - 1, 24 + layout.size}) {
-      EXPECT_THAT(processesOn(8080, first(size), layout), ElementsAre(1)) << size;
-    }
-    for (std::size_t size : {24 + layout.size - 1, std::size_t{23}, std::size_t{0}}) {
-      EXPECT_THAT(processesOn(8080, first(size), layout), IsEmpty()) << size;
-    }
-    bytes.resize(bytes.size() + 24, 0x11);  // the trailing header
-    EXPECT_THAT(processesOn(8080, bytes, layout), ElementsAre(1, 2));
-  }
-}
-
 TEST(SocketTableOfMacOS, TheWalkEndsWhenNoMoreIsWanted) {
   auto bytes = table(layouts[1], 3);
   for (std::uint32_t index : {0u, 1u, 2u}) put(bytes, layouts[1], index, four, {}, index);

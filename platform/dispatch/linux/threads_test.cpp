@@ -22,27 +22,19 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
-TEST(DispatchThreadsDeathTest, MainQueueIsServedByTheMainThreadAndNeedsNoOther) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  auto serve = [] {
-    async(mainQueue(), [] { std::exit(isMainThread() && threadCount() == 1 ? 42 : 1); });
-    dispatchMain();
-  };
-  EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
-}
-
-TEST(DispatchThreadsDeathTest, TimersTakeNoDescriptorsOnceTheMainQueueIsServed) {
+TEST(DispatchThreadsDeathTest, MainQueueNeedsNoOtherThreadAndItsTimersNoDescriptors) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   auto serve = [] {
     async(mainQueue(), [] {
-      after(1ms, mainQueue(), [before = openDescriptors()] { std::exit(openDescriptors() == before ? 42 : 1); });
+      if (!isMainThread() || threadCount() != 1) std::exit(1);
+      after(1ms, mainQueue(), [before = openDescriptors()] { std::exit(openDescriptors() == before ? 42 : 2); });
     });
     dispatchMain();
   };
   EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
 }
 
-TEST(DispatchThreadsDeathTest, DescriptorsAreServedBetweenPiecesOfWork) {
+TEST(DispatchThreadsDeathTest, DescriptorsAreServedBetweenPiecesOfWorkWhichKeepTheirOrder) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   auto serve = [] {
     FileDescriptor event(eventfd(0, EFD_CLOEXEC));

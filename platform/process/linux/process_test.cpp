@@ -14,25 +14,16 @@
 namespace platform {
 namespace {
 
-/// Starts a process from `path`, runs `change`, and returns the process's executable path.
-template <class Change>
-std::optional<std::string> pathAfter(const std::string& path, Change change) {
-  test::RunningCopy process(path);
-  change();
-  return executablePath(process.pid());
-}
-
 TEST(ExecutablePath, KeepsThePathOfAFileThatWasReplacedOrDeleted) {
   test::TemporaryFolder folder;
-  EXPECT_EQ(pathAfter(folder / "plain", [] {}), folder / "plain");
-  EXPECT_EQ(pathAfter(folder / "gone", [&] { std::filesystem::remove(folder / "gone"); }), folder / "gone");
-  EXPECT_EQ(pathAfter(folder / "new",
-                      [&] {
-                        std::filesystem::remove(folder / "new");
-                        test::writeFile(folder / "new", "another");
-                      }),
-            folder / "new");
-  EXPECT_EQ(pathAfter(folder / "odd (deleted)", [] {}), folder / "odd (deleted)");
+  for (const auto& path : {folder / "plain", folder / "odd (deleted)"}) {
+    test::RunningCopy process(path);
+    EXPECT_EQ(executablePath(process.pid()), path);
+    std::filesystem::remove(path);
+    EXPECT_EQ(executablePath(process.pid()), path);
+    test::writeFile(path, "another");
+    EXPECT_EQ(executablePath(process.pid()), path);
+  }
 }
 
 /// Starts a process that waits to be killed, with a chosen PID if one is given.

@@ -51,7 +51,7 @@ TEST(UDPPacket, SourceAndPayloadWithoutPaddingAndOptions) {
   EXPECT_THAT(readUDPPacket(whole, false)->source, ElementsAre(192, 0, 2, 1));
   EXPECT_EQ(payload(whole), "offer");
   EXPECT_EQ(summed(whole), whole);
-  auto padded = summed(whole);
+  auto padded = whole;
   padded.resize(60, 0xEE);
   EXPECT_EQ(payload(padded), "offer");
 
@@ -63,14 +63,12 @@ TEST(UDPPacket, SourceAndPayloadWithoutPaddingAndOptions) {
 }
 
 TEST(UDPPacket, ChecksumsAreVerified) {
-  const auto good = summed(whole);
-  for (std::size_t offset = 0; offset < good.size(); ++offset) {
-    if (offset == 26 || offset == 27) continue;
-    auto damaged = good;
+  for (std::size_t offset = 0; offset < whole.size(); ++offset) {
+    auto damaged = whole;
     damaged[offset] ^= 0x04;
     EXPECT_EQ(payload(damaged), std::nullopt) << offset;
   }
-  auto damaged = good;
+  auto damaged = whole;
   damaged.back() ^= 1;
   EXPECT_EQ(payload(damaged, true), "offes");  // the kernel says that the sender did not compute it
   damaged[26] = damaged[27] = 0;
@@ -80,9 +78,8 @@ TEST(UDPPacket, ChecksumsAreVerified) {
 }
 
 TEST(UDPPacket, LengthsAreChecked) {
-  auto good = summed(whole);
-  for (std::size_t length = 0; length < good.size(); ++length) {
-    EXPECT_EQ(payload(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(length)), true), std::nullopt);
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    EXPECT_EQ(payload(Bytes(whole.data(), whole.data() + length), true), std::nullopt);
   }
   auto with = [&](std::size_t offset, std::uint8_t value) {
     auto packet = whole;
