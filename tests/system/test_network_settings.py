@@ -172,22 +172,6 @@ class WithNetworkManager(NetworkSettingsTest):
         self.wait_until_off(self.active)
         self.assertNotIn("incomplete", str(self.log()))
 
-    def test_the_proxies_of_a_client_that_dies_go_with_it(self):
-        client = self.client()
-        self.assertEqual(client.set_proxy({self.active: http_proxy(1), self.idle: http_proxy(2)}, cleanup=False), SUCCESS)
-        self.assert_proxied(self.idle, 2)
-        self.kill(client)
-        self.wait_until_off(self.active)
-        self.wait_until_off(self.idle)
-        self.assertEqual(stored(), {self.active: {"Proxies": {}}, self.idle: {"Proxies": {}}})
-        self.assertNotIn("incomplete", str(self.log()))
-
-    def test_the_proxies_go_when_the_helper_is_told_to_end(self):
-        self.assertEqual(self.client().set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
-        self.helper.signal(signal.SIGTERM)
-        self.assertEqual(self.helper.wait(), 0)
-        self.assertEqual(self.method(self.active), "none")
-
     def test_the_doctor_finds_what_a_killed_helper_left(self):
         helper = Path("/usr/local/libexec/brimo/BrimoHelper")
         unit = Path(f"/usr/local/lib/systemd/system/{SERVICE}.socket")
