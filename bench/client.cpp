@@ -8,8 +8,7 @@
 //   throughput COUNT  look-ups per second of the sockets on standard input (protocol, address, owner), COUNT in total:
 //                     by 1 and 8 threads that wait for each answer, and with 64 pending
 //   proxies COUNT  COUNT times "set-proxy" (µs) for each line on standard input, a name and service IDs:
-//   "together/NAME" in
-//                  one command and, with a COUNT of 2 or more, "singly/NAME" with one command per service
+//                  "together/NAME" in one command and, if COUNT is 2 or more, "singly/NAME" in a command per service
 #include <brimo/HelperClient.h>
 #include <fmt/format.h>
 

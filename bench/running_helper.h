@@ -21,7 +21,7 @@
 namespace bench {
 
 /// The constructor starts the helper and the destructor ends it. A number in place of an executable is the PID of a
-/// running helper, which this object only measures, for example one that its unit confines.
+/// running helper, for example one in its unit's sandbox; this object then only measures it.
 class Helper {
  public:
   explicit Helper(const char* executable) : pid_(std::atoi(executable)), isOurs_(pid_ == 0) {

@@ -29,7 +29,7 @@ Answer runVersion(const Surroundings& surroundings, const Arguments&) {
   return {.object = {{"version", build}}, .text = fmt::format("helper build {}", build)};
 }
 
-/// Of a local socket, or its other end: throws UsageError when it is neither.
+/// Parses the address of a local socket or of its remote end. Throws UsageError if the text is not a socket address.
 SocketAddress requireSocketAddress(const std::string& text) {
   constexpr std::string_view localhost = "localhost:";
   auto address = parseSocketAddress(text.starts_with(localhost) ? "127.0.0.1:" + text.substr(localhost.size()) : text);

@@ -126,7 +126,7 @@ void addStore(std::vector<Finding>& findings, const std::set<std::string>& inUse
   }
 }
 
-/// What programs are told, and what the end of a helper that could not clean up has left.
+/// Reports the proxies of each place, and marks those that a helper left behind because it could not clean up.
 void addProxies(std::vector<Finding>& findings, const std::set<std::string>& inUse) {
   for (const auto& [name, service, setting, readers] : platform::proxyPlaces(HelperServiceName)) {
     if (!service.empty() && setting == "none") continue;
@@ -138,7 +138,7 @@ void addProxies(std::vector<Finding>& findings, const std::set<std::string>& inU
 }  // namespace
 
 Answer examine(const Surroundings& surroundings) {
-  // Before the connection, whose end takes off what is set for as long as clients stay.
+  // Examined before connecting, because the end of the connection switches off temporary proxies.
   std::vector<Finding> findings{service()};
   if (*endpoint != '\0') findings.push_back(socket());
   addHelper(findings);

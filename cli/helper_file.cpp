@@ -28,8 +28,8 @@ Result<std::string> contentOf(const std::string& path) {
   return bytes;
 }
 
-/// The JSON object behind its marker (build_constants.h); empty when there is none. A program that looks for it has the
-/// marker in its own bytes, too, but no object behind it.
+/// The JSON object after the marker (build_constants.h); empty if there is none. Programs that search for the marker
+/// also contain it, but without an object after it.
 json::object constantsIn(std::string_view bytes) {
   constexpr std::string_view marker = "BRHHelperInfo {";
   for (auto at = bytes.find(marker); at != bytes.npos; at = bytes.find(marker, at + 1)) {
@@ -56,7 +56,7 @@ Result<HelperFile> readHelperFile(const std::string& path) {
                       .team = text("team"),
                       .group = text("group"),
                       .roots = platform::code_signing::trustedRootsIn(*bytes)};
-  } catch (const std::exception&) {  // a constant that is not there, or of another type
+  } catch (const std::exception&) {  // a constant is missing or has another type
     return Failure(0, path + " is not a helper");
   }
 }

@@ -1,4 +1,4 @@
-// What a helper was built for, read from its executable: the helper itself looks at no arguments.
+// The constants of a helper's build, read from its executable, because the helper accepts no arguments.
 #pragma once
 
 #include <cstdint>
@@ -13,13 +13,13 @@ namespace brimo {
 struct HelperFile {
   std::int64_t build;
   std::string service;     ///< name of its endpoint
-  std::string identifier;  ///< that its clients are signed with
+  std::string identifier;  ///< in its clients' signatures
   std::string team;
-  std::string group;  ///< that its clients must have connected with; empty: any
+  std::string group;  ///< with which its clients must have connected; if empty, any
   std::vector<platform::code_signing::TrustedRoot> roots;
 };
 
-/// Fails when the file cannot be read, or is not a helper.
+/// Fails if the file cannot be read or is not a helper.
 platform::Result<HelperFile> readHelperFile(const std::string& path);
 
 }  // namespace brimo

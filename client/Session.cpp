@@ -59,8 +59,8 @@ std::shared_ptr<Session> Session::start(Options options) {
   return session;
 }
 
-// A process that was forked off has neither the threads nor, perhaps, the lock: all that it can do is to leave
-// everything as it is.
+// A forked child process lacks the threads and may have inherited a locked mutex, so it must leave everything
+// unchanged.
 bool Session::isForkedOff() const {
   return getpid() != owner_;
 }
@@ -192,7 +192,7 @@ void Session::runConnection() {
       }
     }
     finishOverdue();
-    // An old deadline is kept until it passes: one wake-up too many costs less than a wake-up for each request.
+    // An obsolete deadline stays until it passes: one needless wake-up costs less than a wake-up for each request.
     if (auto next = nextDeadline()) {
       waitsUntil_ = next;
     } else if (waitsUntil_ && *waitsUntil_ <= Clock::now()) {
@@ -228,7 +228,7 @@ void Session::open() {
 }
 
 void Session::handleReply(Channel::Reply reply) {
-  if (reply.id == 0) return;  // no request has it
+  if (reply.id == 0) return;  // requests never have this ID
   isAdmitted_ = true;
   if (reply.id != probe_) return finish(reply.id, std::move(reply.dictionary));
   probe_ = 0;
@@ -251,7 +251,7 @@ void Session::handleEnd(const Channel::End& end) {
   announce({.build = {}, .error = error});
 
   if (isAdmitted_ && Clock::now() - admittedAt_ > longestPause) pause_ = seconds(0);
-  // A refusal in place of the connection that was lost looks like a helper that has ended once more.
+  // While reconnecting, a refusal may just mean that the helper has ended again, so the attempts continue.
   isReconnecting_ = options_.reconnects && !wasAskedFor && (isReconnecting_ || error.code == ErrorCode::lost);
   if (!isReconnecting_) return;
   nextAttempt_ = Clock::now() + pause_;

@@ -17,7 +17,7 @@ struct Message {
   platform::ipc::Dictionary dictionary;
   std::chrono::milliseconds ownTime{0};     ///< time that the helper needs for it by design
   bool endsHelper = false;                  ///< the end of the connection is the answer
-  std::optional<std::string> problem = {};  ///< why it cannot be sent, if it cannot
+  std::optional<std::string> problem = {};  ///< why it cannot be sent; absent if it can
 };
 
 /// The helper's answer, or the reason why there is no answer.

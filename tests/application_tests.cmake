@@ -1,5 +1,5 @@
-# Applications of somebody else's: one that takes the client library with the sources, and the example, which takes it from
-# where it is installed and is signed.
+# Tests two applications outside this project: one that builds the client library from its sources, and the signed example,
+# which uses the installed library.
 set(example_flags)
 if(BRH_SANITIZE)
   set(example_flags -fsanitize=${BRH_SANITIZE})

@@ -1,10 +1,10 @@
-# The helper as a daemon of launchd, its property lists in the executable.
+# Installs the helper as a launchd daemon. The executable contains its property lists.
 foreach(list Info launchd)
   string(TOLOWER __${list}_plist section)
   target_link_options(BrimoHelper PRIVATE LINKER:-sectcreate,__TEXT,${section},${lists}/${list}.plist)
   set_property(TARGET BrimoHelper APPEND PROPERTY LINK_DEPENDS ${lists}/${list}.plist)
 endforeach()
-# Not as a target: what CMake changes in an installed target would end its signature.
+# Not installed as a target, because CMake changes installed targets, which would make the signature invalid.
 set(BRH_INSTALLED_HELPER /Library/PrivilegedHelperTools/${BRH_SERVICE_NAME})
 configure_file(macos/LaunchDaemon.plist.in ${lists}/LaunchDaemon.plist @ONLY)
 install(PROGRAMS $<TARGET_FILE:BrimoHelper> DESTINATION /Library/PrivilegedHelperTools RENAME ${BRH_SERVICE_NAME})

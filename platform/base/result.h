@@ -13,7 +13,7 @@ namespace platform {
 
 /// The reason for a failure. what() is a sentence for people.
 struct Failure : std::runtime_error {
-  Failure() : Failure(0, "") {}  // returned by error() of a success
+  Failure() : Failure(0, "") {}  // error() of a success returns this
   Failure(int failedWith, const std::string& sentence) : runtime_error(sentence), number(failedWith) {}
 
   int number;  ///< an errno unless the declaration names another status; 0 if there is no number

@@ -12,7 +12,7 @@ struct TrustedRoot {
   std::string sha256;   ///< of the certificate, 64 lower-case hexadecimal digits
 };
 
-/// The certificates that lie as PEM in the bytes of an executable. None on macOS, where it is Apple's that are trusted.
+/// The PEM certificates in the bytes of an executable. None on macOS, which trusts Apple's roots.
 std::vector<TrustedRoot> trustedRootsIn(std::string_view executable);
 
 }  // namespace platform::code_signing

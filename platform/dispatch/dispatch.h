@@ -82,7 +82,7 @@ class TimerSource {
   std::shared_ptr<State> state_;
 };
 
-/// Whether the caller is on the process's main thread. On macOS nothing is, once the main thread is in dispatchMain().
+/// Whether the caller is on the process's main thread. On macOS, always false after dispatchMain() was called.
 bool isMainThread();
 
 /// Runs the main queue for ever. Called once, on the main thread. Only exit() ends the process.

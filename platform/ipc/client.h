@@ -14,7 +14,7 @@
 namespace platform::ipc {
 
 /// A client's end of a service's endpoint: one connection at a time, with many requests in progress. Only wait()
-/// blocks. All functions but wake() must be called under one lock of the caller's. The connection is closed on exec.
+/// blocks. The caller must hold the same lock in every call except wake(). The connection is closed on exec.
 class ClientChannel {
  public:
   using Clock = std::chrono::steady_clock;

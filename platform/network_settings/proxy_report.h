@@ -10,7 +10,7 @@ namespace platform {
 /// A place where programs look up their proxies.
 struct ProxyPlace {
   std::string name;
-  std::string service;  ///< its ID, where the place is one service's
+  std::string service;  ///< the service's ID, if the place belongs to one
   std::string setting;  ///< the setting; "none" if nothing is set
   std::string readers;  ///< the programs that use it
 };
@@ -20,7 +20,7 @@ struct ProxyPlace {
 std::vector<ProxyPlace> proxyPlaces(const std::string& service);
 
 /// The network services that clients have set proxies on since the machine started, or since the helper last ended
-/// unexpectedly. What others have is left from before, or somebody else's. Needs no privilege. macOS knows of none.
+/// unexpectedly. Proxies of other services are older or come from other programs. Needs no privilege. Empty on macOS.
 std::set<std::string> servicesWithProxies(const std::string& service);
 
 }  // namespace platform

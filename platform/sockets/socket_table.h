@@ -65,7 +65,7 @@ void findSocketOwners(std::span<const SocketEntry> sockets,
 /// according to the table.
 bool holdsSocket(std::int32_t pid, const SocketEntry& socket);
 
-/// The same, if that can be told in microseconds from where the socket was seen last; else false. Any thread.
+/// The same, determined in microseconds from where the socket was last seen; false if that is impossible. Any thread.
 bool seemsToHoldSocket(std::int32_t pid, const SocketEntry& socket);
 
 }  // namespace platform

@@ -24,7 +24,7 @@ class Commands(MachineTest):
         self.brimo = self.client()
 
     def hold(self, protocol, port, user):
-        """A process that holds a port, in a session of the user's; its PID."""
+        """Starts a process that holds a port, in a session of the user. Returns its PID."""
         command = ["python3", "-c", HOLDER, protocol, str(port)]
         process = self.start(user, *command)
         self.assertEqual(read_line(process), "held")

@@ -24,7 +24,7 @@ inline std::ptrdiff_t openDescriptors() {
 /// The number of threads of this process. Implemented in tests/support/<system>/thread_count.cpp.
 std::ptrdiff_t threadCount();
 
-/// During its lifetime, no file of this process can grow, as on a full disk, but with the error EFBIG.
+/// During its lifetime, no file of this process can grow: writes fail as on a full disk, but with EFBIG.
 class FullDisk {
  public:
   FullDisk() : handler_(signal(SIGXFSZ, SIG_IGN)) {

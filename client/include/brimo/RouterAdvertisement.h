@@ -23,7 +23,7 @@ struct RouterAdvertisement {
   std::uint8_t hopLimit = 0;                    ///< recommended to hosts; 0 if unspecified
   bool managed = false;                         ///< DHCPv6 provides addresses
   bool otherConfiguration = false;              ///< DHCPv6 provides other settings
-  std::uint16_t lifetime = 0;                   ///< as a default router; 0 if it is none
+  std::uint16_t lifetime = 0;                   ///< as a default router; 0 if it is not one
   std::optional<std::string> linkLayerAddress;  ///< "02:00:00:00:00:01"
   std::optional<std::uint32_t> mtu;
   std::vector<Prefix> prefixes;

@@ -1,4 +1,4 @@
-// Owner of reference-counted objects of XPC and libdispatch, which, unlike those of CoreFoundation here, are shared.
+// Shared owner of reference-counted objects of XPC and libdispatch. CFOwner owns CoreFoundation objects alone.
 #pragma once
 
 #include <utility>

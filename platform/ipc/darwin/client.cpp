@@ -92,8 +92,8 @@ class ClientChannel::Implementation {
     return true;
   }
 
-  // For a message after the service's end, XPC would start a new service; but the earlier requests were made to the old
-  // one. So the end of the service ends the connection.
+  // After the service's end, XPC would start a new service for the next message, but the old one received the pending
+  // requests. Therefore, the end of the service ends the connection.
   void close() {
     inbox_->setOpen(0);
     if (connection_) xpc_connection_cancel(connection_.get());

@@ -25,7 +25,7 @@ class Listener::Implementation final : public Listener {
       terminate();
     });
   }
-  // Neither may be released before it has been activated.
+  // Both objects must be activated before their release.
   ~Implementation() override {
     xpc_connection_cancel(service_.get());
     xpc_connection_activate(service_.get());

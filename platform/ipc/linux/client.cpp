@@ -81,7 +81,7 @@ class ClientChannel::Implementation {
       } else if (reader_.isMalformed()) {
         end_ = End{.wasReached = true, .reason = "the helper's answers are malformed"};
       } else if (std::exchange(hasRead_, false)) {
-        // One read a turn: however much comes, time limits are kept and other threads have the lock meanwhile.
+        // One read per turn, so that a flood of data cannot delay time limits or other threads that wait for the lock.
         return std::nullopt;
       } else if (!receive()) {
         return std::nullopt;

@@ -127,7 +127,7 @@ void DesktopProxies::start() {
     });
     primary_ = std::make_unique<PrimaryConnection>([this](const auto& primary) { setPrimary(primary); });
   }));
-  if (record_.services.empty()) publishNone();  // also what a helper that was killed has left published
+  if (record_.services.empty()) publishNone();  // also withdraws what a killed helper published
 }
 
 void DesktopProxies::keepForNext() {

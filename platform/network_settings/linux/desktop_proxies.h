@@ -46,11 +46,11 @@ class DesktopProxies {
   /// now on. When the main loop ends, withdraws the published proxy.
   void start();
 
-  /// Leaves the published proxy to the next helper. The next helper after a killed one publishes none.
+  /// Leaves the published proxy to the next helper. Without this call, the next helper publishes no proxy.
   void keepForNext();
 
-  /// Publishes the changes of a session: in `set` the services whose proxies were just committed, in `off` those that
-  /// were to be switched off, which takes effect even if the store could not be changed.
+  /// Publishes the changes of a session. `set` has the services whose proxies were just committed. `off` has those to
+  /// be switched off, which takes effect even if the store could not be changed.
   void publish(PreferencesStore& store, const std::set<std::string>& set, const std::set<std::string>& off);
 
   /// Publishes again, now that it is known which services are connections of NetworkManager.

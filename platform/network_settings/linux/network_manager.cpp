@@ -95,8 +95,8 @@ bool isReplacedInIPv4(std::string_view key) {
   return keys.contains(key);
 }
 
-/// Whether a key is a deprecated form of "address-data" or "route-data". NetworkManager would prefer it, and it holds
-/// less.
+/// Whether a key is a deprecated form of "address-data" or "route-data". It holds less, but NetworkManager would prefer
+/// it.
 bool isOldForm(std::string_view setting, std::string_view key) {
   return (setting == "ipv4" || setting == "ipv6") && (key == "addresses" || key == "routes");
 }

@@ -260,7 +260,7 @@ void Session::unlock() {
 void keepApplied(const std::string& store) {
   desktop = new DesktopProxies(store);
   desktop->start();
-  std::atexit([] { desktop->keepForNext(); });  // "stop" undoes nothing; a killed helper leaves nothing
+  std::atexit([] { desktop->keepForNext(); });  // "stop" undoes nothing; a killed helper leaves no record
 }
 
 bool withdraw(const std::string& store) {

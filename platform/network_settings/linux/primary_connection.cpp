@@ -74,8 +74,8 @@ void PrimaryConnection::lose() {
   handler_(std::nullopt);
 }
 
-// Any user can send a signal to this connection that passes for NetworkManager's. If it gave up the pending question,
-// he could keep the answer away for ever.
+// Any user can send this connection a signal that looks like NetworkManager's. If signals cancelled the pending call,
+// users could prevent it from ever completing.
 void PrimaryConnection::ask() {
   isToAskAgain_ = question_ != nullptr;
   if (!isToAskAgain_) get(path, service, "PrimaryConnection", &PrimaryConnection::takeConnection);

@@ -20,8 +20,8 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/// The socket of the system log. Not syslog(3), which blocks while the socket's queue is full: a stopped journal, or a
-/// /dev/log that nobody reads, would block this process at its eleventh line.
+/// The socket of the system log. Not syslog(3), which blocks while the socket's queue is full: if the journal is
+/// stopped or nobody reads /dev/log, this process would block at its eleventh line.
 class LogSocket {
  public:
   void write(const std::string& line) {
