@@ -1,10 +1,11 @@
 """A file system served by a user (fuse(4)): a folder with one file, which both appear to belong to root."""
 
-import ctypes
 import errno
 import os
 import struct
 import threading
+
+from harness import mount
 
 ROOT, FILE = 1, 2  # node numbers
 FORGET, INTERRUPT, BATCH_FORGET = 2, 36, 42  # requests without an answer
@@ -14,14 +15,11 @@ LOOKUP, GETATTR, OPEN, READ, STATFS, INIT, OPENDIR, READDIR = 1, 3, 14, 15, 17, 
 class FuseServer:
     """Mounts a folder and serves it on a thread. Once `hangs` is set, every access waits for ever."""
 
-    def __init__(self, folder, name, content, options="", libc=None):
+    def __init__(self, folder, name, content, options=""):
         self.name, self.content, self.hangs = os.fsencode(name) + b"\0", content, False
         os.makedirs(folder, exist_ok=True)
         self.device = os.open("/dev/fuse", os.O_RDWR)
-        options = f"fd={self.device},rootmode=40755,user_id=0,group_id=0{options}".encode()
-        libc = libc or ctypes.CDLL(None, use_errno=True)
-        if libc.mount(b"fuse", os.fsencode(folder), b"fuse", 0, options):
-            raise OSError(ctypes.get_errno(), "mount")
+        mount("fuse", folder, f"fd={self.device},rootmode=40755,user_id=0,group_id=0{options}")
         threading.Thread(target=self._serve, daemon=True).start()
 
     def _serve(self):
@@ -66,16 +64,13 @@ class FuseServer:
 # A user's script that serves "/var/lib/overlay/x (deleted)" through an overlay in his own mount namespace.
 SERVE_UNDER_OVERLAY = """
 from fuse_server import FuseServer
-libc = enter_user_namespace(0x00020000)  # CLONE_NEWNS
-def mount(kind, folder, options):
-    os.makedirs(folder, exist_ok=True)
-    if libc.mount(kind, folder, kind, 0, options):
-        raise OSError(ctypes.get_errno(), kind)
+enter_user_namespace(0x00020000)  # CLONE_NEWNS
 content = GENUINE_PYTHON.read_bytes()
-mount(b"tmpfs", b"/var/lib", None)
-server = FuseServer("/var/lib/served", "x (deleted)", content, libc=libc)
+mount("tmpfs", "/var/lib")
+server = FuseServer("/var/lib/served", "x (deleted)", content)
 os.mkdir("/var/lib/empty")
-mount(b"overlay", b"/var/lib/overlay", b"lowerdir=/var/lib/served:/var/lib/empty")
+os.mkdir("/var/lib/overlay")
+mount("overlay", "/var/lib/overlay", "lowerdir=/var/lib/served:/var/lib/empty")
 print("mounted", flush=True)
 input()
 server.hangs = True

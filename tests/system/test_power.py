@@ -52,13 +52,6 @@ class Power(HelperTest):
         self.assertEqual(self.failures(), [])
         self.assert_no_descriptor_is_left()
 
-    def test_the_end_of_the_helper_releases_them(self):
-        bus = SystemBus(self)
-        bus.start_logind()
-        self.prevent_sleep()
-        self.end_helper()
-        wait_until(lambda: not bus.inhibitors(), "they are gone")
-
     def test_without_a_bus_and_without_logind(self):
         self.prevent_sleep()
         self.assertEqual(self.failures(), [FAILED.format(2)] * 2)  # ENOENT
