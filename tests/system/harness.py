@@ -283,10 +283,6 @@ class HelperTest(unittest.TestCase):
     def assert_serves(self):
         self.assertEqual(self.brimo("version"), (0, "helper build 618\n", ""))
 
-    def assert_refused(self, executable=BRIMO):
-        code, out, err = self.brimo("version", executable=executable)
-        self.assertEqual((code, out), (3, ""), err)
-
     def genuine(self, script, *arguments, **options):
         """Runs a script in an admitted client."""
         return self.start_script(GENUINE_PYTHON, script, *arguments, **options)

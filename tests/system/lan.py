@@ -187,20 +187,20 @@ def checksum(data):
     return ~total & 0xFFFF
 
 
-def udp_frame(payload, source="192.0.2.9", ports=(67, 68), damaged=False, destination=BROADCAST, ttl=64):
+def udp_frame(payload, source="192.0.2.9", ports=(67, 68), damaged=False, destination=BROADCAST):
     addresses = socket.inet_aton(source) + b"\xff" * 4
     length = 8 + len(payload)
     udp = struct.pack(">HHHH", *ports, length, 0) + payload
     total = checksum(addresses + struct.pack(">HH", 17, length) + udp) or 0xFFFF
     udp = udp[:6] + struct.pack(">H", total ^ (0x0101 if damaged and total != 0x0101 else 2 * damaged)) + payload
-    header = struct.pack(">BBHHHBBH", 0x45, 0, 20 + length, 1, 0, ttl, 17, 0) + addresses
+    header = struct.pack(">BBHHHBBH", 0x45, 0, 20 + length, 1, 0, 64, 17, 0) + addresses
     header = header[:10] + struct.pack(">H", checksum(header)) + header[12:]
     return destination + bytes.fromhex("02000000bb01") + struct.pack(">H", ETH_P_IP) + header + udp
 
 
-def dhcp_message(transaction, options=b"\x35\x01\x02\xff", op=2, hardware=OUR_MAC, cookie=b"\x63\x82\x53\x63"):
-    return struct.pack(">BBBBIHHIIII16s64s128s4s", op, 1, 6, 0, transaction, 0, 0x8000, 0, 0xC0000232, 0, 0, hardware, b"",
-                       b"", cookie) + options
+def dhcp_message(transaction, options=b"\x35\x01\x02\xff"):
+    return struct.pack(">BBBBIHHIIII16s64s128s4s", 2, 1, 6, 0, transaction, 0, 0x8000, 0, 0xC0000232, 0, 0, OUR_MAC, b"",
+                       b"", b"\x63\x82\x53\x63") + options
 
 
 def icmpv6_frame(message, source="fe80::bad", hop_limit=255):
@@ -212,5 +212,5 @@ def icmpv6_frame(message, source="fe80::bad", hop_limit=255):
     return bytes.fromhex("333300000001") + bytes.fromhex("02000000bb02") + struct.pack(">H", ETH_P_IPV6) + header + message
 
 
-def advertisement(lifetime=1800, kind=134, code=0, options=b""):
-    return struct.pack(">BBHBBHII", kind, code, 0, 64, 0, lifetime, 0, 0) + options
+def advertisement():
+    return struct.pack(">BBHBBHII", 134, 0, 0, 64, 0, 1800, 0, 0)

@@ -7,7 +7,8 @@ import subprocess
 from pathlib import Path
 
 import harness
-from harness import BRIMO, FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, sign, read_line, run_as_user, wait_until
+from harness import (BRIMO, FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, read_line, run_as_user, sign,
+                     wait_until)
 
 # Executes the signed application under the same PID after the script of an attack has prepared itself.
 BECOME_GENUINE = """

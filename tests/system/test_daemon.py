@@ -44,11 +44,8 @@ class Start(HelperTest):
 class WithoutActivation(HelperTest):
     helper_options = {"activated": False}
 
-    def setUp(self):
-        super().setUp()
-        wait_until(lambda: os.path.exists(ENDPOINT) and os.stat(ENDPOINT).st_mode & 0o777 == 0o666, "it listens")
-
     def test_one_helper_serves_and_leftovers_are_replaced(self):
+        wait_until(lambda: os.path.exists(ENDPOINT) and os.stat(ENDPOINT).st_mode & 0o777 == 0o666, "it listens")
         self.assert_serves()
         command = [TESTS / "bin/BrimoHelper"]
         self.assertEqual(subprocess.run(command, env=ENVIRONMENT).returncode, 1)

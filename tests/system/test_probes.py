@@ -268,10 +268,8 @@ class Router(ProbeTest):
         self.assertRegex(self.output.read_text(), "(?m)^sendto: ")
 
     def test_advertisements_that_do_not_count(self):
-        self.lan.start_sending([icmpv6_frame(advertisement(lifetime=0)),
-                                icmpv6_frame(advertisement(), source="2001:db8::1"),
-                                icmpv6_frame(advertisement(), hop_limit=254),
-                                icmpv6_frame(advertisement()[:12])], interval=0.01)
+        self.lan.start_sending([icmpv6_frame(advertisement(), source="2001:db8::1"),
+                                icmpv6_frame(advertisement(), hop_limit=254)], interval=0.01)
         self.assertEqual(self.brimo("ra-detect", INTERFACE), (4, f"no IPv6 router answers on {INTERFACE}\n", ""))
         # A valid advertisement, sent in the same way, is found.
         self.lan.start_sending([icmpv6_frame(advertisement(), source="fe80::1")], interval=0.01)

@@ -67,7 +67,6 @@ class Relaunch(HelperTest):
         self.assertEqual(status["Groups"].split(), [str(group) for group in groups])
         if user:
             self.assertEqual({status[name] for name in ("CapInh", "CapPrm", "CapEff", "CapAmb")}, {"0" * 16})
-        self.assertEqual({int(status[name], 16) for name in ("SigBlk", "SigIgn")}, {0})
         return status
 
     def test_it_comes_back_as_the_user_it_was(self):

@@ -80,7 +80,7 @@ Result<void> announceNow(const std::string& service) {
     // The bus reads in order: once it replies to this, it has the signal.
     sd_bus_message* made = nullptr;
     check(sd_bus_message_new_method_call(bus.get(), &made, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                         "org.freedesktop.DBus.Peer", "Ping"));
+                                         "org.freedesktop.DBus", "GetId"));
     const BusMessage request(made);
     callUntil(deadline, bus.get(), request.get(), nullptr).value();
   });
