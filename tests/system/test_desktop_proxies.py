@@ -98,8 +98,6 @@ class OnANetwork(NetworkTest):
         self.switch_on()
         self.helper.signal(signal.SIGTERM)
         self.wait_for(OFF)
-        self.helper.wait()
-        self.assertEqual(self.manager.setting(self.wired, "proxy.method"), "none")
         self.start_helper()
         self.assertEqual(plain_words(), NONE)
 
