@@ -29,7 +29,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr auto timeAtOnce = std::chrono::microseconds(600);
+constexpr auto timeAtOnce = std::chrono::microseconds(400);
 
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
