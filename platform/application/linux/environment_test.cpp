@@ -30,6 +30,15 @@ TEST(ApplicationEnvironment, TheFirstOfANameCountsAndWhatIsCutOffDoesNot) {
   EXPECT_EQ(valueOf({"HOMES=/a", "ROOM=/b", "HOME=/c", "HOME=/d"}, "HOME"), "/c");
 }
 
+TEST(ApplicationEnvironment, IsCompletedFromTheUserDatabaseIfItHasTheUser) {
+  std::vector<std::string> ofRoot{"SHELL=/a"}, ofUnknown;
+  completeEnvironment(ofRoot, 0);
+  completeEnvironment(ofUnknown, 4'294'967'294);
+  EXPECT_THAT(ofRoot,
+              ElementsAre("SHELL=/a", "HOME=/root", "USER=root", "LOGNAME=root", testing::StartsWith("PATH=/")));
+  EXPECT_THAT(ofUnknown, ElementsAre(testing::StartsWith("PATH=/")));
+}
+
 TEST(ApplicationEnvironment, IsBounded) {
   auto variable = [](const std::string& name, std::size_t size) {
     return name + '=' + std::string(size - name.size() - 1, 'x') + '\0';

@@ -31,7 +31,10 @@ class CodeSignatureTest : public test::SigningFixture {
     writeFile(*folder / "directory", directory);
     run(fmt::format("cd {} && openssl cms -sign -binary -in {} -outform DER -out {} -inkey leaf.key {}",
                     *folder / "own", *folder / "directory", *folder / "cms", options));
-    auto cms = readFile(*folder / "cms");
+    return attached(payload, readFile(*folder / "cms"));
+  }
+
+  static std::string attached(const std::string& payload, const std::string& cms) {
     std::string length;
     for (int shift = 56; shift >= 0; shift -= 8) length.push_back(static_cast<char>(cms.size() >> shift & 0xFF));
     return payload + cms + length + "BRHCodeSignature";
@@ -48,6 +51,13 @@ TEST_F(CodeSignatureTest, TellsWhoSignedWhat) {
   EXPECT_EQ(signature.payloadSize, 100'000u);
   EXPECT_EQ(signature.chain.size(), 3u);
   EXPECT_EQ(check(signedWith("abc", directoryOfABC, usual)), success);
+  // An installed application still counts after its certificate has expired.
+  run(
+      fmt::format("cd {} && openssl req -new -key leaf.key -subj /CN=x -out x && openssl x509 -req -in x -days -1 "
+                  "-CA intermediate.pem -CAkey intermediate.key -set_serial 1 -out expired.pem 2>/dev/null",
+                  *folder / "own"));
+  const auto* expired = "-nodetach -md sha256 -signer expired.pem -certfile intermediate.pem";
+  EXPECT_EQ(check(signedWith("abc", directoryOfABC, expired)), success);
 }
 
 TEST_F(CodeSignatureTest, AnyOfSeveralAnchorsCountsAndNoOther) {
@@ -106,7 +116,16 @@ TEST_F(CodeSignatureTest, LengthsAreChecked) {
   auto trailer = [](const std::string& length) { return length + "BRHCodeSignature"; };
   EXPECT_EQ(check(trailer(std::string(8, '\0'))), signatureFailed);
   EXPECT_EQ(check(trailer(std::string(8, '\xFF'))), signatureFailed);
-  EXPECT_EQ(check(std::string(70'000, '0') + trailer({0, 0, 0, 0, 0, 1, 0, 1})), signatureFailed);  // 65,537 bytes
+  signedWith("abc", directoryOfABC, usual);  // leaves the CMS in a file
+  EXPECT_EQ(check(attached("abc", readFile(*folder / "cms") + "x")), signatureFailed);
+  // The longest CMS is accepted, and one byte more is not. ECDSA signatures differ in length.
+  for (auto [size, expected] : {std::pair(65'536u, success), {65'537u, signatureFailed}}) {
+    std::string file, directory = directoryOfABC;
+    for (; file.size() != 3 + size + 24; directory.resize(directory.size() + 3 + size + 24 - file.size(), ' ')) {
+      file = signedWith("abc", directory, usual);
+    }
+    EXPECT_EQ(check(file), expected);
+  }
 }
 
 TEST_F(CodeSignatureTest, TheCMSMustBeOfItsForm) {

@@ -72,6 +72,13 @@ TEST_F(PreferencesStoreTest, IsMadeForItsUserAloneAndKeepsValuesAsTheyAre) {
   EXPECT_FALSE(shared.read("file").value());
   EXPECT_FALSE(shared.openToWrite("file").value());
   EXPECT_TRUE(shared.openToWrite("second").value());
+  EXPECT_TRUE(shared.replace("full", std::string(PrivateFolder::maximumSize, 'x')));
+  EXPECT_EQ(shared.read("full").value()->text.size(), PrivateFolder::maximumSize);
+  EXPECT_EQ(shared.replace("full", std::string(PrivateFolder::maximumSize + 1, 'x')).error().number, EFBIG);
+  fs::create_symlink("second", outer / "shared/link");
+  EXPECT_EQ(shared.openToWrite("link").error().number, ELOOP);
+  ASSERT_EQ(mkfifo((outer / "shared/fifo").c_str(), 0644), 0);
+  EXPECT_EQ(shared.openToWrite("fifo").error().number, ENXIO);
 
   auto store = open();
   EXPECT_EQ(*store.find("/NetworkServices").value(), json::value(services));
