@@ -42,11 +42,19 @@ TEST(DesktopProxies, WhatIsNotUsableIsOff) {
   auto words = [](const char* proxies) {
     return json::serialize(inPlainWords(desktopProxy(json::parse(proxies).get_object())));
   };
-  for (auto off : {"{}", R"({"HTTPEnable":1,"HTTPProxy":"a b","HTTPPort":1})", R"({"HTTPEnable":1,"HTTPProxy":"a"})",
+  for (const std::string url : {"http://a/p", "https://a/p"}) {
+    EXPECT_EQ(words((R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":")" + url + "\"}").c_str()),
+              R"({"mode":"auto","pac":")" + url + "\"}");
+  }
+  for (auto off : {"{}", R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"http://a b/"})",
+                   R"({"HTTPEnable":1,"HTTPProxy":"a b","HTTPPort":1})", R"({"HTTPEnable":1,"HTTPProxy":"a"})",
                    R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"file:///a","HTTPEnable":1})"}) {
     EXPECT_EQ(words(off), R"({"mode":"none"})") << off;
     EXPECT_TRUE(dconfValues(desktopProxy(json::parse(off).get_object())).empty());
   }
+  auto values = dconfValues(desktopProxy({{"SOCKSEnable", 1}, {"SOCKSProxy", "a"}, {"SOCKSPort", 2}}));
+  EXPECT_EQ(values.at("/system/proxy/socks/host"), GVDBValue("a"));
+  EXPECT_EQ(values.at("/system/proxy/socks/port"), GVDBValue(2));
   EXPECT_EQ(words(R"({"HTTPEnable":1,"HTTPProxy":"a","HTTPPort":0,"SOCKSEnable":1,"SOCKSProxy":"::1","SOCKSPort":2,
                       "ExceptionsList":["10/8",".a","b.","\"","fe80::/10",1],"ExcludeSimpleHostnames":1})"),
             R"({"mode":"manual","socks":"[::1]:2","exceptions":["10.0.0.0/8","*.a","b","fe80::/10","<local>"]})");
