@@ -42,10 +42,8 @@ TEST(DesktopProxies, WhatIsNotUsableIsOff) {
   auto words = [](const char* proxies) {
     return json::serialize(inPlainWords(desktopProxy(json::parse(proxies).get_object())));
   };
-  for (const std::string url : {"http://a/p", "https://a/p"}) {
-    EXPECT_EQ(words((R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":")" + url + "\"}").c_str()),
-              R"({"mode":"auto","pac":")" + url + "\"}");
-  }
+  EXPECT_EQ(words(R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"https://a/p"})"),
+            R"({"mode":"auto","pac":"https://a/p"})");
   for (auto off : {"{}", R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"http://a b/"})",
                    R"({"HTTPEnable":1,"HTTPProxy":"a b","HTTPPort":1})", R"({"HTTPEnable":1,"HTTPProxy":"a"})",
                    R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"file:///a","HTTPEnable":1})"}) {
