@@ -71,6 +71,12 @@ class Relaunch(MachineTest):
         self.wait_for_log(FAILED + "its user has logged out", log)
         self.assertEqual(services(), [])
 
+    def test_who_never_had_a_session_needs_none(self):
+        process = self.start("root", "runuser", "-u", STRANGER, "--", self.executable)
+        self.assertEqual(read_line(process), "armed")
+        print("defunct-restart", file=process.stdin, flush=True)
+        wait_until(services, "it is launched again")
+
     def test_a_start_that_fails_is_logged(self):
         self.start(STRANGER, "cat")
         process = self.launch()
