@@ -105,10 +105,3 @@ class Commands(MachineTest):
         self.ask(self.brimo, "version")
         self.end(self.brimo)
         wait_until(lambda: not Path(f"/proc/{pid}").exists() and not file.exists(), "it has been killed")
-
-    def test_stop(self):
-        self.ask(self.brimo, "version")
-        before = show(UNIT, "MainPID")
-        self.ask(self.brimo, "stop")
-        self.assertEqual(run("Brimo", "version"), "helper build 618\n")
-        self.assertNotEqual(show(UNIT, "MainPID"), before)

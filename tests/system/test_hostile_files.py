@@ -2,6 +2,7 @@
 
 import json
 import os
+import signal
 import subprocess
 from pathlib import Path
 
@@ -40,10 +41,13 @@ input()
         self.assertEqual((code, err), (0, ""))
         self.assertIn(str(process.pid), out)
 
-        WATCHDOG.write_text(json.dumps([[process.pid, image]]))
+        # The helper also kills what the file lists after that process.
+        watched = self.start_program(["/usr/bin/sleep", "1000"])
+        WATCHDOG.write_text(json.dumps([[process.pid, image], [watched.pid, "/usr/bin/sleep"]]))
         os.chown(WATCHDOG, USER, USER)
         self.assert_serves()  # the helper then loses this client
-        wait_until(lambda: not WATCHDOG.exists(), "the file is swept")
+        self.assertEqual(watched.wait(DEADLINE), -signal.SIGKILL)
+        wait_until(lambda: not WATCHDOG.exists(), "the helper deletes the file")
         self.assert_serves()
         self.assertIsNone(process.poll())
 

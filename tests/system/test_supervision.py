@@ -1,7 +1,6 @@
 """The relaunch of an application that dies: its user, its environment, how often, and when not."""
 
 import glob
-import json
 import os
 import re
 import shutil
@@ -22,10 +21,7 @@ class Relaunch(HelperTest):
         self.started, self.relaunched = [], []
         self.addCleanup(self.end_applications)
         super().setUp()
-        self.make_bundle()
-
-    def make_bundle(self):
-        self.bundle, self.executable = copy_bundle("Relaunched.app")
+        _, self.executable = copy_bundle("Relaunched.app")
         self.executable.unlink()  # it may be running, so it cannot be overwritten
         shutil.copy(TESTS / "bin/relaunched", self.executable)
         sign(self.executable)
@@ -51,17 +47,20 @@ class Relaunch(HelperTest):
     def command(process, command):
         print(command, file=process.stdin, flush=True)
 
-    def report(self, argument):
-        """The report and the PID of the only application that was launched with the argument."""
-        path, = wait_until(lambda: [p for p in glob.glob(f"/tmp/{argument}.*") if not p.endswith(".part")], "it runs")
-        report = json.loads(Path(path).read_text())
-        Path(path).unlink()
-        pid = int(path.rpartition(".")[2])
-        self.relaunched.append(pid)
-        return report, pid
+    def launched(self, argument):
+        """Waits for the only application that is launched with the argument. Returns its folder in /proc."""
+        path, = wait_until(lambda: glob.glob(f"/tmp/{argument}.*"), "it runs")
+        os.unlink(path)
+        pid = path.rpartition(".")[2]
+        self.relaunched.append(int(pid))
+        return Path("/proc", pid)
 
-    def assert_runs_as(self, report, user, groups):
-        status = dict(re.findall(r"^(\w+):[ \t]*(.*?)[ \t]*$", report["status"], re.M))
+    @staticmethod
+    def environment(process):
+        return dict(entry.split("=", 1) for entry in (process / "environ").read_text().rstrip("\0").split("\0"))
+
+    def assert_runs_as(self, process, user, groups):
+        status = dict(re.findall(r"^(\w+):[ \t]*(.*?)[ \t]*$", (process / "status").read_text(), re.M))
         self.assertEqual(status["Uid"].split(), [str(user)] * 4)
         self.assertEqual(status["Gid"].split(), [str(user)] * 4)
         self.assertEqual(status["Groups"].split(), [str(group) for group in groups])
@@ -79,27 +78,24 @@ class Relaunch(HelperTest):
         other = {"SECRET": "1", "LD_LIBRARY_PATH": "/tmp", "PYTHONPATH": "/tmp", "BASH_ENV": "/tmp/x", "IFS": "x"}
         process = self.start(env=ENVIRONMENT | kept | other, user=NOBODY_IN_PARTICULAR, groups=[4, 2000, 3000])
         process.kill()
-        report, pid = self.report("-crashWatchDog")
+        process = self.launched("-crashWatchDog")
 
-        self.assertEqual(report["arguments"], [str(self.executable), "-crashWatchDog"])
-        status = self.assert_runs_as(report, NOBODY_IN_PARTICULAR, [4, 2000, 3000])
-        environment = dict(entry.split("=", 1) for entry in report["environment"].rstrip("\0").split("\0"))
-        self.assertEqual(environment, kept | {"PATH": ENVIRONMENT["PATH"]})
-        self.assertEqual(report["folder"], str(home))
-        self.assertEqual(report["descriptors"], {"0": "/dev/null", "1": "/dev/null", "2": "/dev/null"})
-        self.assertEqual(report["umask"], 0o022)
-        self.assertEqual(report["session"], pid)
+        self.assertEqual((process / "cmdline").read_text(), f"{self.executable}\0-crashWatchDog\0")
+        status = self.assert_runs_as(process, NOBODY_IN_PARTICULAR, [4, 2000, 3000])
+        self.assertEqual(self.environment(process), kept | {"PATH": ENVIRONMENT["PATH"]})
+        self.assertEqual(os.readlink(process / "cwd"), str(home))
+        self.assertEqual([os.readlink(process / "fd" / name) for name in "012"], ["/dev/null"] * 3)
         self.assertNotEqual(int(status["PPid"]), self.helper.pid)
         self.assertEqual(Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children").read_text(), "")
 
     def test_what_the_application_lacks_is_filled_in(self):
         process = self.start(env={}, user=33)  # www-data, which every Debian machine has
         process.kill()
-        report, _ = self.report("-crashWatchDog")
-        self.assert_runs_as(report, 33, [])
-        self.assertEqual(sorted(report["environment"].rstrip("\0").split("\0")),
-                         ["HOME=/var/www", "LOGNAME=www-data", "PATH=/usr/local/bin:/usr/bin:/bin", "SHELL=/usr/sbin/nologin", "USER=www-data"])
-        self.assertEqual(report["folder"], "/var/www" if os.path.isdir("/var/www") else "/")
+        process = self.launched("-crashWatchDog")
+        self.assert_runs_as(process, 33, [])
+        self.assertEqual(self.environment(process), {"HOME": "/var/www", "LOGNAME": "www-data", "SHELL": "/usr/sbin/nologin",
+                                                     "PATH": "/usr/local/bin:/usr/bin:/bin", "USER": "www-data"})
+        self.assertEqual(os.readlink(process / "cwd"), "/var/www" if os.path.isdir("/var/www") else "/")
 
     def test_where_systemd_runs_nothing_is_launched_but_by_it(self):
         # There is a bus here but no systemd; the booted tests have one.
@@ -113,7 +109,7 @@ class Relaunch(HelperTest):
     def check_who_comes_back(self, user, groups, other):
         self.assertEqual(self.brimo("version", user=other)[0], 0)  # this user was admitted before
         self.command(self.start(user=user, groups=groups), "defunct-restart")
-        self.assert_runs_as(self.report("-crashDefunctRestart")[0], user, groups)
+        self.assert_runs_as(self.launched("-crashDefunctRestart"), user, groups)
 
     def test_an_application_of_root_comes_back_as_root(self):
         self.check_who_comes_back(0, [0, 7], USER)
