@@ -204,9 +204,9 @@ const std::map<std::string, Command>& commands() {
         [](const Surroundings&, const Arguments&) { return listProxies(); }}},
       {"set-proxy",
        {"SERVICE SETTING… | SERVICE off [--force]",
-        "Gives a service these proxies, and no others; off takes them off. A SERVICE is told by its ID, else the\n"
-        "interface that it is active on, else its name; \"primary\" is the one that leads to the network at large. "
-        "With --force it is an ID, known to this machine or not.\n"
+        "Gives a service these proxies and no others; \"off\" removes them. SERVICE is an ID, else the interface\n"
+        "that the service is active on, else its name; \"primary\" is the one that leads to the network at large.\n"
+        "With --force, it is an ID, even one that this machine does not know.\n"
         "  http=HOST:PORT https=HOST:PORT socks=HOST:PORT, or pac=URL\n"
         "  except=HOST,*.DOMAIN,ADDRESS/BITS…   go there directly\n"
         "  except-simple                        to names without a dot, too\n"
