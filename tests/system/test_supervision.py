@@ -1,4 +1,4 @@
-"""The relaunch of an application that dies: its user, its environment, how often, and when not."""
+"""The relaunch of an application that dies: its user, its environment, and when it does not happen."""
 
 import glob
 import os
@@ -17,7 +17,7 @@ NOBODY_IN_PARTICULAR = 4321  # a user ID without an entry in the user database
 
 class Relaunch(HelperTest):
     def setUp(self):
-        # Ends applications after the helper, which would relaunch them.
+        # The applications must end after the helper, which would relaunch them.
         self.started, self.relaunched = [], []
         self.addCleanup(self.end_applications)
         super().setUp()
@@ -43,10 +43,6 @@ class Relaunch(HelperTest):
         self.assertEqual(read_line(process), "armed")
         return process
 
-    @staticmethod
-    def command(process, command):
-        print(command, file=process.stdin, flush=True)
-
     def launched(self, argument):
         """Waits for the only application that is launched with the argument. Returns its folder in /proc."""
         path, = wait_until(lambda: glob.glob(f"/tmp/{argument}.*"), "it runs")
@@ -68,7 +64,7 @@ class Relaunch(HelperTest):
             self.assertEqual({status[name] for name in ("CapInh", "CapPrm", "CapEff", "CapAmb")}, {"0" * 16})
         return status
 
-    def test_it_comes_back_as_the_user_it_was(self):
+    def test_it_is_relaunched_as_its_user(self):
         home = Path("/opt/home")
         home.mkdir(mode=0o700, exist_ok=True)
         os.chown(home, NOBODY_IN_PARTICULAR, 0)
@@ -88,7 +84,7 @@ class Relaunch(HelperTest):
         self.assertNotEqual(int(status["PPid"]), self.helper.pid)
         self.assertEqual(Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children").read_text(), "")
 
-    def test_what_the_application_lacks_is_filled_in(self):
+    def test_a_missing_environment_is_filled_in(self):
         process = self.start(env={}, user=33)  # www-data, which every Debian machine has
         process.kill()
         process = self.launched("-crashWatchDog")
@@ -97,27 +93,27 @@ class Relaunch(HelperTest):
                                                      "PATH": "/usr/local/bin:/usr/bin:/bin", "USER": "www-data"})
         self.assertEqual(os.readlink(process / "cwd"), "/var/www" if os.path.isdir("/var/www") else "/")
 
-    def test_where_systemd_runs_nothing_is_launched_but_by_it(self):
-        # There is a bus here but no systemd; the booted tests have one.
+    def test_where_systemd_runs_only_systemd_launches(self):
+        # Here, there is a bus but no systemd. The booted tests have both.
         SystemBus(self)
         os.makedirs("/run/systemd/system", exist_ok=True)  # indicates that systemd is running
         self.addCleanup(os.rmdir, "/run/systemd/system")
-        self.command(self.start(), "defunct-restart")
+        print("defunct-restart", file=self.start().stdin, flush=True)
         self.wait_for_log(r"\[BRHMain\] Failed to launch main application: .*org\.freedesktop\.systemd1.*")
         self.assertEqual(glob.glob("/tmp/-crash*"), [])
 
-    def check_who_comes_back(self, user, groups, other):
+    def check_the_relaunched_user(self, user, groups, other):
         self.assertEqual(self.brimo("version", user=other)[0], 0)  # this user was admitted before
-        self.command(self.start(user=user, groups=groups), "defunct-restart")
+        print("defunct-restart", file=self.start(user=user, groups=groups).stdin, flush=True)
         self.assert_runs_as(self.launched("-crashDefunctRestart"), user, groups)
 
-    def test_an_application_of_root_comes_back_as_root(self):
-        self.check_who_comes_back(0, [0, 7], USER)
+    def test_an_application_of_root_is_relaunched_as_root(self):
+        self.check_the_relaunched_user(0, [0, 7], USER)
 
-    def test_no_other_application_comes_back_as_root(self):
-        self.check_who_comes_back(USER, [], 0)
+    def test_no_other_application_is_relaunched_as_root(self):
+        self.check_the_relaunched_user(USER, [], 0)
 
-    def test_brimo_comes_back_and_says_so(self):
+    def test_brimo_says_that_it_was_relaunched(self):
         self.assertEqual(self.brimo("defunct-restart"), (-signal.SIGKILL, "", ""))
         self.wait_for_log(r"\[BRHMain\] Received command: version")
         for argument in ("-crashWatchDog", "-crashDefunctRestart"):
