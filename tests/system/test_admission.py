@@ -234,7 +234,7 @@ class Reasons(HelperTest):
         self.bundle, self.executable = copy_bundle("Copy.app")
 
     def assert_reason(self, reason, *command):
-        """Has a new user refused twice. Expects one line in the system log, and the same reason from check-code-signature."""
+        """Has a new user refused twice. Expects one line in the system log, and its reason from check-code-signature."""
         self.user += 1
         for _ in range(2):
             process = run_as_user(command or [self.executable, "version"], user=self.user)
@@ -316,5 +316,6 @@ class Reasons(HelperTest):
             self.helper.go_on()
             wait_until(lambda: any(f"of user {user}: {reason}" in line for line in self.system_log), f"the log says {reason}")
         self.assertNotIn("Refused", harness.LOG.read_text())
-        # The log does not mention connections that are refused for their number.
+        # The log does not mention connections that are refused for their number. The helper accepts this client after them.
+        self.assert_serves()
         self.assertLess(harness.LOG.read_text().count("New connection"), 1000)
