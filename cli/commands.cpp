@@ -204,9 +204,8 @@ const std::map<std::string, Command>& commands() {
       {"set-proxy",
        {"SERVICE SETTING… | SERVICE off [--force]",
         "Replaces the proxies of a service; \"off\" removes them. SERVICE is an ID, else the interface on which the\n"
-        "service is active, else its name; \"primary\" is the service with the default route. With --force, SERVICE "
-        "is\n"
-        "taken as an ID, even if this machine does not know it.\n"
+        "service is active, else its name; \"primary\" is the service with the default route. With --force, it\n"
+        "is an ID, even one that this machine does not know.\n"
         "  http=HOST:PORT https=HOST:PORT socks=HOST:PORT, or pac=URL\n"
         "  except=HOST,*.DOMAIN,ADDRESS/BITS…   no proxy for these\n"
         "  except-simple                        no proxy for names without a dot\n"

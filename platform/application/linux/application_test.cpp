@@ -39,7 +39,7 @@ class WorkspaceDeathTest : public testing::Test {
 TEST_F(WorkspaceDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
   auto end = testing::ExitedWithCode(0);
   EXPECT_EXIT(launchAfter([] {}), end, unknown);
-  // It runs as another user by now.
+  // The process now runs as another user.
   EXPECT_EXIT(launchAfter([&] { noteRunningApplication(process, getuid() + 1); }), end, unknown);
   // An application that cannot be noted replaces the noted one too.
   EXPECT_EXIT(launchAfter([&] {
@@ -66,11 +66,11 @@ TEST_F(WorkspaceDeathTest, TheErrorNamesTheStepThatFailed) {
 
 #ifndef __SANITIZE_THREAD__  // its runtime does not support a forked child that goes on working
 
-TEST(ApplicationLaunch, TheApplicationHasNothingButWhatIsItsUsers) {
+TEST(ApplicationLaunch, TheApplicationHasOnlyWhatBelongsToItsUser) {
   ASSERT_EQ(getuid(), 0u) << "run as root";
   test::TemporaryFolder folder;
   ASSERT_EQ(chown(folder.path().c_str(), 1, 1), 0);
-  // What it must not inherit.
+  // The application must inherit none of these.
   FileDescriptor inheritable(open("/", O_RDONLY));
   sigset_t one, before;
   sigemptyset(&one);
