@@ -17,7 +17,7 @@ def synchronisations(helper, client, lines):
     """Counts disk synchronisations per set-proxy: of the store when the services are applied for the first time, of the store
     later, and of the log."""
     trace, traced = Path("trace"), Path("traced_helper")
-    # The tracer is the helper's grandchild, so that the helper keeps the PID for which its socket is meant.
+    # The tracer is the helper's grandchild, so that the helper keeps the PID that LISTEN_PID names.
     traced.write_text(f"#!/bin/sh\nexec strace -D -f -y -e trace=fsync,fdatasync -o trace {helper}\n")
     traced.chmod(0o755)
     counts = {}

@@ -1,6 +1,6 @@
 """Compares the network probes with nmap and rdisc6, on the system tests' network with dnsmasq and radvd.
 
-The kernel stamps the packets on the interface, whichever program sends and receives them. Programs are stamped on the
+The kernel stamps the packets on the interface, whichever program sends and receives them. Programs are timed with the
 same clock: bench_probes reports when it called a probe and received the first answer; for the others, start and end count."""
 
 import socket

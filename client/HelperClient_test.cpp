@@ -291,7 +291,7 @@ TEST_F(HelperClientTest, ReportsARefusal) {
 
   auto other = ask();
   helper_.accept().send({.id = 0, .dictionary = {{"service", "another"}}});
-  EXPECT_THAT(other.get().error().message, HasSubstr("not that of"));
+  EXPECT_THAT(other.get().error().message, HasSubstr("another service"));
 }
 
 TEST_F(HelperClientTest, ReportsWhyThereIsNoAnswer) {

@@ -34,7 +34,7 @@ class NetworkSettingsTest : public CommandTest {
     return json::serialize(helper.execCommand(json::parse(request).get_object(), *platform::fake::makeConnection()));
   }
 
-  /// Sets the proxies of the services "A" and so on.
+  /// Sends "set-proxy" with a payload and further members, each after a comma.
   std::string setProxy(std::string_view payload, std::string_view rest = "") {
     return run(fmt::format(R"({{"command":"set-proxy","payload":{}{}}})", payload, rest));
   }

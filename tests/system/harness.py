@@ -341,7 +341,7 @@ class HelperTest(unittest.TestCase):
         """Replaces the system log. Returns a list to which its lines are appended."""
         log, lines = self.make_system_log(), []
 
-        def read():  # reads all the time, because a full socket would block the helper
+        def read():  # reads all the time, because the helper drops lines when the socket is full
             while line := log.recv(4096):
                 lines.append(line.decode(errors="replace"))
             log.close()

@@ -34,7 +34,7 @@ def set_option(family, interface, option, value, namespace=None):
 
 
 class Namespace:
-    """Sockets created inside belong to the network namespace."""
+    """A context in which new sockets belong to the network namespace."""
 
     def __init__(self, name):
         self.name = name

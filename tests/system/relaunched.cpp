@@ -1,6 +1,6 @@
 // An application that the helper relaunches.
 //
-// It starts the watchdog, prints that, sends the commands that it reads, and waits until it is killed. After a
+// It starts the watchdog, prints "armed", sends the commands that it reads, and waits until it is killed. After a
 // relaunch, it creates a file in /tmp that is named after its argument and PID. With the path and arguments of another
 // program, it connects and then executes that program.
 #include <brimo/HelperClient.h>

@@ -222,8 +222,8 @@ class ClientGroup(HelperTest):
         # After sg(1), the process already has the group, so the executable adds nothing and the loader obeys LD_PRELOAD.
         self.assertEqual(self.ask(self.executable, group="games", **preload), "refused")
         self.assertEqual(self.ask(self.executable, user=0, group="games"), "unknown command")
-        wait_until(lambda: any(f"of user {USER}: it was not given the client group {grp.getgrnam('games').gr_gid} by its "
-                               f"executable: it has connected with the group {USER}" in line for line in system_log),
+        wait_until(lambda: any(f"of user {USER}: its executable did not give it the client group "
+                               f"{grp.getgrnam('games').gr_gid}: it connected with the group {USER}" in line for line in system_log),
                    "the system log names the reason")
 
 

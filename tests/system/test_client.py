@@ -112,7 +112,7 @@ class CommandLine(HelperTest):
                                        timeout=harness.DEADLINE)
         self.assertEqual(out, 'helper build 618\nno process owns 127.0.0.1:1\n{"result":"success"}\nhelper build 618\n')
         self.assertEqual((process.returncode, err), (2, 'Brimo: there is no command "nonsense"; "help" lists them\n'
-                                                        'Brimo: a quotation that " began does not end\n'))
+                                                        'Brimo: missing closing "\n'))
         self.assertEqual(len([line for line in self.log() if "New connection" in line]), 1)
         self.assertEqual(len([line for line in self.log() if "validation" in line]), 1)
 

@@ -70,12 +70,12 @@ class OnANetwork(NetworkTest):
         self.assertIn(f"{self.wired}  nm0              Wired  (primary)\n", self.brimo("services")[1])
         places = self.brimo("proxies")[1]
         self.assertIn('desktops: {"mode":"manual","http":"127.0.0.1:8080",', places)
-        self.assertIn("obeyed by Chromium", places)
-        self.assertIn(f"NetworkManager, Wired ({self.wired}): a PAC script\n  obeyed by pacrunner", places)
+        self.assertIn("used by Chromium", places)
+        self.assertIn(f"NetworkManager, Wired ({self.wired}): a PAC script\n  used by pacrunner", places)
         self.assertEqual(self.brimo("set-proxy", "primary", "off"), (0, "done\n", ""))
         self.wait_for(OFF)
         run("nmcli", "connection", "down", self.wired)
-        self.assertEqual(self.brimo("set-proxy", "primary", "off"), (4, "", "Brimo: no service leads to the network at large\n"))
+        self.assertEqual(self.brimo("set-proxy", "primary", "off"), (4, "", "Brimo: no service has the default route\n"))
 
     def test_programs_follow_the_life_of_the_helper(self):
         self.switch_on()

@@ -24,8 +24,8 @@ constexpr char deviceInterface[] = "org.freedesktop.NetworkManager.Device";
 constexpr std::size_t maximumQuestions = 256;  // beyond this, all connections are listed instead
 
 /// A D-Bus error reply.
-struct Refusal : Failure {
-  Refusal(const sd_bus_error& error) : Failure(0, error.message ? error.message : error.name), name(error.name) {}
+struct ErrorReply : Failure {
+  ErrorReply(const sd_bus_error& error) : Failure(0, error.message ? error.message : error.name), name(error.name) {}
   std::string name;
 };
 
@@ -52,9 +52,9 @@ BusMessage NetworkManager::makeCall(const Path& object, const char* interface, c
   return owner;
 }
 
-/// Returns the reply unless it is an error; throws a Refusal for that.
+/// Returns the reply unless it is an error; throws an ErrorReply for that.
 BusMessage NetworkManager::accepted(BusMessage reply) {
-  if (const auto* error = sd_bus_message_get_error(reply.get())) throw Refusal(*error);
+  if (const auto* error = sd_bus_message_get_error(reply.get())) throw ErrorReply(*error);
   return reply;
 }
 
@@ -157,7 +157,7 @@ Result<std::vector<NetworkManager::Connection>> NetworkManager::connections() {
     for (const auto& path : list(settingsPath, settingsInterface, "ListConnections")) {
       try {
         connections.push_back(readConnection(path));
-      } catch (const Refusal&) {
+      } catch (const ErrorReply&) {
         continue;  // another user's, or removed since it was listed
       }
     }
@@ -188,8 +188,8 @@ Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager:
         if (!hasReply) return std::nullopt;
         try {
           return readString(accepted(std::move(*next++)).get(), 'o');
-        } catch (const Refusal& refusal) {
-          if (refusal.name == "org.freedesktop.NetworkManager.Settings.InvalidConnection") return std::nullopt;
+        } catch (const ErrorReply& error) {
+          if (error.name == "org.freedesktop.NetworkManager.Settings.InvalidConnection") return std::nullopt;
           throw;
         }
       }));
@@ -219,7 +219,7 @@ Result<std::optional<NetworkManager::Path>> NetworkManager::primaryConnection() 
       auto activation = property(root, service, "PrimaryConnection");
       if (activation == "/") return std::nullopt;
       return property(activation, activeInterface, "Connection");
-    } catch (const Refusal&) {
+    } catch (const ErrorReply&) {
       return std::nullopt;  // removed since it was reported
     }
   });
@@ -234,7 +234,7 @@ Result<std::multimap<NetworkManager::Path, NetworkManager::Device>> NetworkManag
         if (activation == "/") continue;
         active.emplace(property(activation, activeInterface, "Connection"),
                        Device{.path = device, .interface = property(device, deviceInterface, "Interface")});
-      } catch (const Refusal&) {
+      } catch (const ErrorReply&) {
         continue;  // removed since it was listed
       }
     }
@@ -285,8 +285,8 @@ Result<void> NetworkManager::reapply(const Path& device, const Change& change) {
       check(sd_bus_message_read(applied.get(), "t", &version));
       check(sd_bus_message_append(request.get(), "tu", version, 0));
       call(std::move(request));
-    } catch (const Refusal& refusal) {
-      if (refusal.name != "org.freedesktop.NetworkManager.Device.NotActive") throw;
+    } catch (const ErrorReply& error) {
+      if (error.name != "org.freedesktop.NetworkManager.Device.NotActive") throw;
     }
   });
 }
