@@ -3,7 +3,7 @@
 
 #include <string>
 
-/// A sentence, localizedDescription. All these errors share the domain and the code.
+/// An error whose localizedDescription is a sentence. All such errors have the same domain and code.
 struct HXError {
   std::string domain = "HXSimpleError";
   int code = 0;

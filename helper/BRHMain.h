@@ -35,7 +35,7 @@ class BRHMain : public HXLogging<BRHMain> {
   void cleanupProxySettings();
 
   /// Stops the DHCP server child, if there is one: sends SIGTERM, and SIGKILL one second later. Returns when the child
-  /// has ended.
+  /// has ended, or five seconds after SIGKILL.
   /// (BRHMain_child_tasks)
   void stopDHCP();
 

@@ -20,8 +20,8 @@ struct ProxyPlace {
 std::vector<ProxyPlace> proxyPlaces(const std::string& service);
 
 /// The network services that clients have set proxies on since the machine started, or since the helper last ended
-/// unexpectedly. `service` is the name of the helper's service. Proxies of other services are older or come from other
-/// programs. Needs no privilege. Empty on macOS.
+/// other than by "stop". `service` is the name of the helper's service. Proxies of other services are older or come
+/// from other programs. Needs no privilege. Empty on macOS.
 std::set<std::string> servicesWithProxies(const std::string& service);
 
 }  // namespace platform

@@ -36,7 +36,7 @@ class Life(MachineTest):
 
     def test_who_may_ask(self):
         self.assertEqual(self.ask(self.client(), "version"), {"version": 618})
-        # The process already has the group there, so the executable does not add it.
+        # Under sg(1), the process already has the group, so the executable does not add it.
         by_sg = self.start(MEMBER, "sg", "brimo", "-c", "Brimo version")
         self.assertIn("does not admit", by_sg.communicate()[1])
         stranger = self.start(STRANGER, "sh", "-c", "Brimo version")

@@ -47,7 +47,9 @@ def proxies_off(code="killed", status="KILL"):
 
 
 def plain_words():
-    return json.loads(PLAIN_WORDS.read_text())
+    words = json.loads(PLAIN_WORDS.read_text())
+    words.pop("services", None)
+    return words
 
 
 class User:

@@ -193,7 +193,7 @@ def mount_overlay(lower, folder):
 
 
 class Helper:
-    """The helper under socket activation."""
+    """The helper, under socket activation unless `activated` is false."""
 
     def __init__(self, executable="BrimoHelper", old_kernel=False, activated=True, quiet=False):
         Path(ENDPOINT).unlink(missing_ok=True)

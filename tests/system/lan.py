@@ -113,7 +113,7 @@ class Lan:
         name = self.add_server(f"{address}/24")
         Path(f"/tmp/{name}.conf").write_text(DHCPD_CONFIGURATION)
         Path(f"/tmp/{name}.leases").touch()
-        dhcpd = shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), "/run")  # AppArmor permits the original only Debian's files
+        dhcpd = shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), "/run")  # AppArmor lets the original open only Debian's files
         self.run_in(name, [dhcpd, "-4", "-f", "-d", "--no-pid", "-user", "root", "-group", "root", "-cf",
                            f"/tmp/{name}.conf", "-lf", f"/tmp/{name}.leases", "eth0"], "Server starting service.")
 

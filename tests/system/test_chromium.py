@@ -48,7 +48,7 @@ class Chromium(NetworkTest):
         self.wait_for_requests(self.direct, 60)
 
     def wait_for_requests(self, server, seconds=10):
-        """Waits for a request to this server. No other server may receive one meanwhile."""
+        """Waits until this server has received three more requests."""
         before = server.requests
         wait_until(lambda: server.requests > before + 2, "Chromium sends requests there", seconds)
 

@@ -200,7 +200,8 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertRegex(text, r"Brimo Development Root.*SHA-256 [0-9a-f]{64}")
 
         client = self.client()
-        client.set_proxy({self.active: http_proxy(1)}, cleanup=False)
+        client.set_proxy({self.active: http_proxy(1)})
+        self.assertEqual(remedies()[0], set())
         self.helper.signal(signal.SIGKILL)
         self.helper.wait()
         subprocess.run([TESTS / "bin/BrimoProxiesOff"], check=True)  # as systemd does

@@ -50,7 +50,7 @@ struct Options {
 ///   call() fails and handlers are never called.
 class BRIMO_CLIENT_API HelperClient {
  public:
-  /// Identifies a request; never 0 and never reused.
+  /// Identifies a request; never reused. 0 only in a forked child process, where nothing is sent.
   using ID = std::uint64_t;
 
   /// The first request connects. Throws std::system_error when no thread or descriptor is available.

@@ -116,7 +116,7 @@ void DesktopProxies::start() {
     const auto database = DesktopDatabase::open(service_).value();
     published_ = database.openPublished().value();
     auto record = load(database.folder());
-    // Only the next orderly exit leaves a record again.
+    // Only the next "stop" leaves a record again.
     database.folder().remove(proxyRecordName).value();
     record_ = std::move(record).value();
   }));
@@ -179,7 +179,9 @@ void DesktopProxies::replacePublished(PreferencesStore* store) {
   const auto source = record_.source();
   auto proxy = attempt([&] { return store && source ? proxyOf(*store, *source).value() : DesktopProxy(); });
   if (!succeeded(proxy)) proxy = DesktopProxy();
-  database.publish(*proxy, source.value_or("")).value();
+  std::vector<std::string> services;
+  for (const auto& service : record_.services) services.push_back(service.id);
+  database.publish(*proxy, source.value_or(""), services).value();
   published_ = database.openPublished().value();
 }
 
@@ -187,7 +189,7 @@ bool withdrawDesktopProxies(const std::string& service) {
   const auto database = DesktopDatabase::open(service);
   if (!succeeded(database)) return false;
   bool isForgotten = succeeded(database->folder().remove(proxyRecordName));
-  bool isOff = succeeded(database->publish({}, ""));
+  bool isOff = succeeded(database->publish({}, "", {}));
   succeeded(announceNow(service));
   return isForgotten && isOff;
 }
