@@ -165,6 +165,13 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(client.set_proxy(odd | {self.active: http_proxy(9)}, cleanup=False), SUCCESS,
                          "no connection: only stored")
         self.assertEqual(stored()[UNKNOWN], {"Proxies": bad})
+        # Nor does one that does not fit into the store keep a proxy on.
+        full = {self.active: {"Proxies": http_proxy(9)}, UNKNOWN: {"Proxies": {"x": "x" * ((16 << 20) - 500)}}}
+        STORE.write_text(json.dumps({"NetworkServices": full}))
+        self.assertEqual(client.set_proxy({"more": {"x": "x" * 500}, self.active: {}, "unknown": {}}), FAILURE)
+        self.assertEqual(self.method(self.active), "none")
+        self.assertEqual(stored(), full | {self.active: {"Proxies": {}}})
+        self.assertEqual(client.set_proxy({self.active: http_proxy(9), UNKNOWN: {}}, cleanup=False), SUCCESS)
         # What is no ID leads to no other setting.
         self.assertEqual(client.set_proxy({f"{self.idle}/IPv4": {}}, cleanup=False), FAILURE)
         client.process.stdin.close()
