@@ -7,13 +7,17 @@ import stat
 import subprocess
 from pathlib import Path
 
+from gi.repository import Gio, GLib
+
 import harness
+from desktop import plain_words
 from harness import BRIMO, SERVICE, TESTS, USER, Helper, HelperTest, read_line, run_as_user, wait_until
 from network_manager import NetworkManager, addresses, routers, run
-from system_bus import BUS, SystemBus
+from system_bus import BUS, FakeBus, SystemBus
 
 FOLDER = Path("/var/lib") / SERVICE
 STORE = FOLDER / "preferences.json"
+MANAGER, PROPERTIES = "org.freedesktop.NetworkManager", "org.freedesktop.DBus.Properties"
 UNKNOWN = "00000000-0000-0000-0000-000000000000"
 SUCCESS, FAILURE = {"result": "success"}, {"error": "failed to apply proxy settings"}
 
@@ -269,6 +273,34 @@ class WithNetworkManager(NetworkSettingsTest):
 
 
 class WithoutNetworkManager(NetworkSettingsTest):
+    def test_a_bus_that_says_nothing_does_not_hold_up_the_end(self):
+        self.end_helper()
+        FakeBus.start(self, lambda message: ())
+        self.helper = Helper()
+        self.end_helper()
+
+    def test_anybodys_signals_do_not_keep_the_primary_connection_away(self):
+        values = {"PrimaryConnection": GLib.Variant("o", "/a"), "Uuid": GLib.Variant("s", "b")}
+        signal = Gio.DBusMessage.new_signal(f"/{MANAGER.replace('.', '/')}", PROPERTIES, "PropertiesChanged")
+        signal.set_body(GLib.Variant("(sa{sv}as)", (MANAGER, {}, [])))
+        signal.set_sender(":1.2")
+
+        def answers(message):
+            if message.get_message_type() != Gio.DBusMessageType.METHOD_CALL:
+                return
+            reply = message.new_method_reply()
+            if message.get_member() == "Hello":
+                reply.set_body(GLib.Variant("(s)", (":1.1",)))
+            elif message.get_interface() == PROPERTIES:
+                yield signal
+                reply.set_body(GLib.Variant("(v)", (values[message.get_body()[1]],)))
+            elif message.get_member() != "AddMatch":
+                reply = message.new_method_error_literal("org.freedesktop.DBus.Error.ServiceUnknown", "")
+            yield reply
+        FakeBus.start(self, answers)
+        self.assertEqual(self.client().set_proxy({"a": http_proxy(1), "b": http_proxy(2)}), SUCCESS)
+        wait_until(lambda: plain_words().get("service") == "b", "the primary connection is known")
+
     def test_the_store_alone_changes_and_the_system_log_says_so_once(self):
         self.end_helper()
         log = self.listen_to_the_system_log()
