@@ -85,16 +85,12 @@ class FakeBus(socketserver.StreamRequestHandler):
         threading.Thread(target=server.serve_forever).start()
 
     def handle(self):
-        with contextlib.suppress(ConnectionError):
-            self.serve()
-
-    def serve(self):
-        for line in self.rfile:
-            if line == b"BEGIN\r\n":
-                break
-        self.wfile.write(b"DATA\r\nOK " + b"0" * 32 + b"\r\nAGREE_UNIX_FD\r\n")
-        while head := self.rfile.read(16):
-            rest = self.rfile.read(Gio.DBusMessage.bytes_needed(head) - 16)
-            for answer in self.server.answers(Gio.DBusMessage.new_from_blob(head + rest, Gio.DBusCapabilityFlags.NONE)):
-                answer.set_serial(1)
-                self.wfile.write(answer.to_blob(Gio.DBusCapabilityFlags.NONE))
+        while self.rfile.readline() not in (b"BEGIN\r\n", b""):
+            pass
+        with contextlib.suppress(BrokenPipeError):
+            self.wfile.write(b"DATA\r\nOK " + b"0" * 32 + b"\r\nAGREE_UNIX_FD\r\n")
+            while head := self.rfile.read(16):
+                rest = self.rfile.read(Gio.DBusMessage.bytes_needed(head) - 16)
+                for answer in self.server.answers(Gio.DBusMessage.new_from_blob(head + rest, 0)):
+                    answer.set_serial(1)
+                    self.wfile.write(answer.to_blob(0))

@@ -183,12 +183,6 @@ class WithNetworkManager(NetworkSettingsTest):
         self.wait_until_off(self.active)
         self.assertNotIn("incomplete", str(self.log()))
 
-    def test_the_proxies_go_when_the_helper_is_told_to_end(self):
-        self.assertEqual(self.client().set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
-        self.helper.signal(signal.SIGTERM)
-        self.assertEqual(self.helper.wait(), 0)
-        self.assertEqual(self.method(self.active), "none")
-
     def test_the_doctor_finds_what_a_killed_helper_left(self):
         helper = Path("/usr/local/libexec/brimo/BrimoHelper")
         unit = Path(f"/usr/local/lib/systemd/system/{SERVICE}.socket")
@@ -318,10 +312,3 @@ class WithoutNetworkManager(NetworkSettingsTest):
             return len([line for line in log if "Network preferences are only stored" in line])
         wait_until(count, "the system log has it")
         self.assertEqual(count(), 1, log)
-
-    def test_the_command_line(self):
-        code, out, err = self.brimo("services")
-        self.assertEqual((code, out), (1, ""))
-        self.assertRegex(err, "^Brimo: no system bus: .+\n$")
-        self.assertEqual(self.brimo("set-proxy", "eth0", "pac=http://a/"), (0, "done\n", ""))
-        self.assertEqual(stored()["eth0"]["Proxies"]["ProxyAutoConfigURLString"], "http://a/")
