@@ -138,7 +138,7 @@ Result<void> PreferencesStore::commit() {
       removeEmpty(*values_);
       text = serializeExactJSON(*values_);
     }
-    parse(text, "What was set");  // an unreadable store would be lost
+    parse(text, "The new content");  // an unreadable store would be lost
     state_ = folder_.replace(storeName, text).value();
     isChanged_ = false;
   });
