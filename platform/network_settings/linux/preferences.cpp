@@ -192,7 +192,6 @@ class Session::Implementation {
   PreferencesStore store;
   std::set<Entity> changed;    ///< set, not yet committed
   std::set<Entity> committed;  ///< committed, not yet applied
-
   std::set<std::string> off;   ///< the services in `changed` whose proxies become an empty dictionary
 
   void note(const Entity& entity, const boost::json::value& value);
