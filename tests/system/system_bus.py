@@ -87,7 +87,7 @@ class FakeBus(socketserver.StreamRequestHandler):
     def handle(self):
         while self.rfile.readline() not in (b"BEGIN\r\n", b""):
             pass
-        with contextlib.suppress(BrokenPipeError):
+        with contextlib.suppress(ConnectionError):
             self.wfile.write(b"DATA\r\nOK " + b"0" * 32 + b"\r\nAGREE_UNIX_FD\r\n")
             while head := self.rfile.read(16):
                 rest = self.rfile.read(Gio.DBusMessage.bytes_needed(head) - 16)
