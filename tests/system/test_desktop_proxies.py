@@ -95,10 +95,11 @@ class OnANetwork(NetworkTest):
         self.wait_for(OFF)
         self.assertEqual(self.client().set_proxy({UNKNOWN: {}}), SUCCESS)
         self.assertEqual(plain_words(), NONE)
-        self.switch_on()
+        self.switch_on(cleanup=False)
         self.helper.signal(signal.SIGTERM)
         self.wait_for(OFF)
         self.start_helper()
+        self.assertEqual(self.manager.setting(self.wired, "proxy.method"), "none")
         self.assertEqual(plain_words(), NONE)
 
     def test_each_network_has_its_own(self):

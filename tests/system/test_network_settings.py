@@ -7,13 +7,17 @@ import stat
 import subprocess
 from pathlib import Path
 
+from gi.repository import Gio, GLib
+
 import harness
+from desktop import plain_words
 from harness import BRIMO, SERVICE, TESTS, USER, Helper, HelperTest, read_line, wait_until
 from network_manager import NetworkManager, addresses, routers, run
-from system_bus import BUS, SystemBus
+from system_bus import BUS, FakeBus, SystemBus
 
 FOLDER = Path("/var/lib") / SERVICE
 STORE = FOLDER / "preferences.json"
+MANAGER, PROPERTIES = "org.freedesktop.NetworkManager", "org.freedesktop.DBus.Properties"
 UNKNOWN = "00000000-0000-0000-0000-000000000000"
 SUCCESS, FAILURE = {"result": "success"}, {"error": "failed to apply proxy settings"}
 
@@ -161,18 +165,19 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(client.set_proxy(odd | {self.active: http_proxy(9)}, cleanup=False), SUCCESS,
                          "the store keeps services that are no connections")
         self.assertEqual(stored()[UNKNOWN], {"Proxies": bad})
+        # Nor does one that does not fit into the store keep a proxy on.
+        full = {self.active: {"Proxies": http_proxy(9)}, UNKNOWN: {"Proxies": {"x": "x" * ((16 << 20) - 500)}}}
+        STORE.write_text(json.dumps({"NetworkServices": full}))
+        self.assertEqual(client.set_proxy({"more": {"x": "x" * 500}, self.active: {}, "unknown": {}}), FAILURE)
+        self.assertEqual(self.method(self.active), "none")
+        self.assertEqual(stored(), full | {self.active: {"Proxies": {}}})
+        self.assertEqual(client.set_proxy({self.active: http_proxy(9), UNKNOWN: {}}, cleanup=False), SUCCESS)
         # A path is not an ID, and leads to no other setting.
         self.assertEqual(client.set_proxy({f"{self.idle}/IPv4": {}}, cleanup=False), FAILURE)
         client.process.stdin.close()
         wait_until(lambda: self.helper.descriptors() <= before + 2, "only the log file and the bus have new descriptors")
         self.wait_until_off(self.active)
         self.assertNotIn("incomplete", str(self.log()))
-
-    def test_sigterm_switches_the_proxies_off(self):
-        self.assertEqual(self.client().set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
-        self.helper.signal(signal.SIGTERM)
-        self.assertEqual(self.helper.wait(), 0)
-        self.assertEqual(self.method(self.active), "none")
 
     def test_the_doctor_finds_what_a_killed_helper_left(self):
         helper = Path("/usr/local/libexec/brimo/BrimoHelper")
@@ -259,6 +264,34 @@ class WithNetworkManager(NetworkSettingsTest):
 
 
 class WithoutNetworkManager(NetworkSettingsTest):
+    def test_a_bus_that_says_nothing_does_not_hold_up_the_end(self):
+        self.end_helper()
+        FakeBus.start(self, lambda message: ())
+        self.helper = Helper()
+        self.end_helper()
+
+    def test_anybodys_signals_do_not_keep_the_primary_connection_away(self):
+        values = {"PrimaryConnection": GLib.Variant("o", "/a"), "Uuid": GLib.Variant("s", "b")}
+        signal = Gio.DBusMessage.new_signal(f"/{MANAGER.replace('.', '/')}", PROPERTIES, "PropertiesChanged")
+        signal.set_body(GLib.Variant("(sa{sv}as)", (MANAGER, {}, [])))
+        signal.set_sender(":1.2")
+
+        def answers(message):
+            if message.get_message_type() != Gio.DBusMessageType.METHOD_CALL:
+                return
+            reply = message.new_method_reply()
+            if message.get_member() == "Hello":
+                reply.set_body(GLib.Variant("(s)", (":1.1",)))
+            elif message.get_interface() == PROPERTIES:
+                yield signal
+                reply.set_body(GLib.Variant("(v)", (values[message.get_body()[1]],)))
+            elif message.get_member() != "AddMatch":
+                reply = message.new_method_error_literal("org.freedesktop.DBus.Error.ServiceUnknown", "")
+            yield reply
+        FakeBus.start(self, answers)
+        self.assertEqual(self.client().set_proxy({"a": http_proxy(1), "b": http_proxy(2)}), SUCCESS)
+        wait_until(lambda: plain_words().get("service") == "b", "the primary connection is known")
+
     def test_the_store_alone_changes_and_the_system_log_says_so_once(self):
         self.end_helper()
         log = self.listen_to_the_system_log()
@@ -276,10 +309,3 @@ class WithoutNetworkManager(NetworkSettingsTest):
             return len([line for line in log if "Network preferences are only stored" in line])
         wait_until(count, "the system log has the line")
         self.assertEqual(count(), 1, log)
-
-    def test_the_command_line(self):
-        code, out, err = self.brimo("services")
-        self.assertEqual((code, out), (1, ""))
-        self.assertRegex(err, "^Brimo: no system bus: .+\n$")
-        self.assertEqual(self.brimo("set-proxy", "eth0", "pac=http://a/"), (0, "done\n", ""))
-        self.assertEqual(stored()["eth0"]["Proxies"]["ProxyAutoConfigURLString"], "http://a/")

@@ -213,6 +213,11 @@ TEST_F(PreferencesStoreTest, AFullStoreCanBeEmptied) {
   }
   store.commit().value();
   EXPECT_EQ(content(), R"({"NetworkServices":{"A":{"Proxies":{}},")" + unknown + R"(":{"Proxies":{}}}})");
+  store.unlock();
+  // Empty entities make room, but what is inside others stays as it was set.
+  change("/NetworkServices/" + std::string(PrivateFolder::maximumSize - 200, 'D') + "/Proxies", json::object());
+  change(proxies, json::object{{"X", json::object()}, {"Y", json::string(100, 'y')}});
+  EXPECT_EQ(content(), R"({"NetworkServices":{"A":{"Proxies":{"X":{},"Y":")" + std::string(100, 'y') + R"("}}}})");
 }
 
 TEST_F(PreferencesStoreTest, AFailedWriteLeavesTheOldStore) {
