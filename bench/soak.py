@@ -253,7 +253,7 @@ class Soak(HelperTest):
             return os.read(pipe.fileno(), 1 << 16).decode() if ready else ""
 
     def end_relaunched(self):
-        """Kills the relaunched applications, which have the argument as their last word."""
+        """Kills the relaunched applications. Each has created the file /tmp/ARGUMENT.PID."""
         for path in glob.glob("/tmp/-crash*[0-9]"):
             argument, _, pid = Path(path).name.rpartition(".")
             os.unlink(path)

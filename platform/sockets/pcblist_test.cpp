@@ -1,4 +1,4 @@
-// Tables built byte by byte.
+// Tests tables that are built byte by byte.
 #include "platform/sockets/pcblist.h"
 
 #include <gmock/gmock.h>
@@ -83,7 +83,7 @@ TEST(SocketTableOfMacOS, FieldsAreFoundInEachLayout) {
   }
 }
 
-TEST(SocketTableOfMacOS, TheWalkEndsWhenNoMoreIsWanted) {
+TEST(SocketTableOfMacOS, TheVisitorEndsTheWalk) {
   auto bytes = table(layouts[1], 3);
   for (std::uint32_t index : {0u, 1u, 2u}) put(bytes, layouts[1], index, four, {}, index);
   std::vector<std::uint64_t> visited;

@@ -45,11 +45,11 @@ class SystemBus:
     def start_logind(self):
         if self.logind:
             end(self.logind)
-            wait_until(lambda: LOGIND not in self.names(), "the old one's name is free")
+            wait_until(lambda: LOGIND not in self.names(), "the name of the old logind is free")
         os.makedirs("/run/systemd", exist_ok=True)  # as created by process 1
         self.logind = subprocess.Popen(["/lib/systemd/systemd-logind"], stderr=subprocess.DEVNULL)
         self.test.addCleanup(end, self.logind)
-        wait_until(lambda: LOGIND in self.names(), "logind is there")
+        wait_until(lambda: LOGIND in self.names(), "logind has its name")
 
     def names(self):
         return self.call("ListNames", "org.freedesktop.DBus", "/", "org.freedesktop.DBus")[0]

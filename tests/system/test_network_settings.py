@@ -8,7 +8,7 @@ import subprocess
 from pathlib import Path
 
 import harness
-from harness import BRIMO, SERVICE, TESTS, USER, Helper, HelperTest, read_line, run_as_user, wait_until
+from harness import BRIMO, SERVICE, TESTS, USER, Helper, HelperTest, read_line, wait_until
 from network_manager import NetworkManager, addresses, routers, run
 from system_bus import BUS, SystemBus
 
@@ -31,14 +31,10 @@ class Client:
     """Starts an admitted client that stays connected."""
 
     def __init__(self, test):
-        self.process = run_as_user([BRIMO], stdin=subprocess.PIPE)
-        test.addCleanup(test._end_process, self.process)
-
-    def send(self, **command):
-        print("json", json.dumps(command), file=self.process.stdin, flush=True)
+        self.process = test.start_program([BRIMO], stdin=subprocess.PIPE)
 
     def ask(self, **command):
-        self.send(**command)
+        print("json", json.dumps(command), file=self.process.stdin, flush=True)
         return json.loads(read_line(self.process))
 
     def set_proxy(self, services, **options):
@@ -101,7 +97,7 @@ class WithNetworkManager(NetworkSettingsTest):
         run("nmcli", "connection", "modify", self.active, "ipv4.addresses", "192.0.2.99/24")
         self.assertEqual(client.set_proxy({self.active: http_proxy(1)}), SUCCESS)
         self.assertEqual(self.manager.setting(self.active, "ipv4.addresses"), "192.0.2.99/24")
-        self.assertEqual(addresses("nm0"), ["192.0.2.7/25"], "a change that its author has not applied yet")
+        self.assertEqual(addresses("nm0"), ["192.0.2.7/25"], "an outside change that is not active must stay inactive")
 
     def test_routes_keep_their_attributes(self):
         run("nmcli", "connection", "modify", self.idle, "ipv4.method", "manual", "ipv4.addresses", "198.51.100.1/16",
@@ -127,7 +123,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assert_proxied(self.active, 8080)
         self.assertEqual(self.manager.setting(self.idle, "proxy.pac-url"), "http://pac.example/")
         self.assertIn("127.0.0.1:8080", self.manager.applied("nm0")["proxy"]["pac-script"]["data"])
-        self.assertEqual(self.manager.active(), [self.active], "an idle connection stays idle")
+        self.assertEqual(self.manager.active(), [self.active], "an idle connection must stay idle")
         self.assertEqual(stored(), {service: {"Proxies": entity} for service, entity in proxies.items()})
         self.assertEqual([stat.S_IMODE(path.stat().st_mode) for path in (FOLDER, STORE)], [0o700, 0o600])
         # They outlive a client that did not ask for a clean-up, and a restart of NetworkManager.
@@ -135,13 +131,13 @@ class WithNetworkManager(NetworkSettingsTest):
         self.manager.stop()
         self.manager.start()
         self.assert_proxied(self.active, 8080)
-        # Beside more services than are asked for one by one.
+        # With this many services, the helper reads NetworkManager's list instead of asking for each of them.
         off = {self.active: {}, self.idle: {}} | {str(number): {} for number in range(300)}
         self.assertEqual(self.client().set_proxy(off, cleanup=True), SUCCESS)
         self.assertEqual([self.method(self.active), self.method(self.idle)], ["none", "none"])
         self.assertEqual(stored(), {service: {"Proxies": {}} for service in off})
 
-    def test_a_temporary_connection_stays_one(self):
+    def test_a_temporary_connection_stays_temporary(self):
         temporary = self.manager.add_temporary_connection("Passing", "nm1")
         file = self.manager.file(temporary)
         client = self.client()
@@ -153,7 +149,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(client.set_proxy({temporary: {}}), SUCCESS)
         self.assertEqual(json.loads((FOLDER / "projected.json").read_text()), [])
 
-    def test_one_bad_entry_does_not_keep_the_others_back(self):
+    def test_a_bad_entry_does_not_affect_the_others(self):
         before = self.helper.descriptors()
         client = self.client()
         bad = {"HTTPEnable": 1, "HTTPProxy": "a; DIRECT", "HTTPPort": 1}
@@ -163,16 +159,16 @@ class WithNetworkManager(NetworkSettingsTest):
             self.assertEqual(self.method(self.idle), "none")
         odd = {UNKNOWN: bad, "": {}, "\0": {}, "\ufffe": {}}
         self.assertEqual(client.set_proxy(odd | {self.active: http_proxy(9)}, cleanup=False), SUCCESS,
-                         "no connection: only stored")
+                         "the store keeps services that are no connections")
         self.assertEqual(stored()[UNKNOWN], {"Proxies": bad})
-        # What is no ID leads to no other setting.
+        # A path is not an ID, and leads to no other setting.
         self.assertEqual(client.set_proxy({f"{self.idle}/IPv4": {}}, cleanup=False), FAILURE)
         client.process.stdin.close()
-        wait_until(lambda: self.helper.descriptors() <= before + 2, "no descriptor is left")  # except the log file and the bus
+        wait_until(lambda: self.helper.descriptors() <= before + 2, "only the log file and the bus have new descriptors")
         self.wait_until_off(self.active)
         self.assertNotIn("incomplete", str(self.log()))
 
-    def test_the_proxies_go_when_the_helper_is_told_to_end(self):
+    def test_sigterm_switches_the_proxies_off(self):
         self.assertEqual(self.client().set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
         self.helper.signal(signal.SIGTERM)
         self.assertEqual(self.helper.wait(), 0)
@@ -207,7 +203,7 @@ class WithNetworkManager(NetworkSettingsTest):
         client.set_proxy({self.active: http_proxy(1)}, cleanup=False)
         self.helper.signal(signal.SIGKILL)
         self.helper.wait()
-        subprocess.run([TESTS / "bin/BrimoProxiesOff"], check=True)  # which systemd would run
+        subprocess.run([TESTS / "bin/BrimoProxiesOff"], check=True)  # as systemd does
         self.helper = Helper()
         off = f"Brimo set-proxy {self.active} off --force"
         self.assertEqual(remedies(user=USER)[0], {("proxies", off)})
@@ -224,7 +220,7 @@ class WithNetworkManager(NetworkSettingsTest):
         client = self.client()
         self.assertEqual(client.set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
         self.manager.stop()
-        self.assertEqual(client.set_proxy({UNKNOWN: {}}), SUCCESS, "never projected")
+        self.assertEqual(client.set_proxy({UNKNOWN: {}}), SUCCESS, "NetworkManager has never had this service")
         client.process.kill()
         self.wait_for_log(r"\[BRHMain\] Proxy settings cleanup was incomplete: NetworkManager is not running")
         self.manager.start()
@@ -233,7 +229,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.wait_until_off(self.active)
         self.assertEqual(stored()[self.active], {"Proxies": {}})
 
-    def test_who_hangs_holds_nobody_up_for_ever(self):
+    def test_a_hanging_network_manager_or_bus_delays_the_helper_only_once(self):
         client = self.client()
         for process in (self.manager.process, self.bus.process):
             process.send_signal(signal.SIGSTOP)
@@ -241,7 +237,7 @@ class WithNetworkManager(NetworkSettingsTest):
             self.assert_serves()  # its client disconnects, and later clean-ups do not wait again
             self.wait_for_log(r"\[BRHMain\] Proxy settings cleanup was incomplete: NetworkManager did not answer a moment ago")
             process.send_signal(signal.SIGCONT)
-            wait_until(lambda: client.set_proxy({self.active: http_proxy(2), self.idle: {}}) == SUCCESS, "it is asked again")
+            wait_until(lambda: client.set_proxy({self.active: http_proxy(2), self.idle: {}}) == SUCCESS, "the helper asks again")
             self.assert_proxied(self.active, 2)
 
     def test_the_command_line(self):
@@ -277,7 +273,7 @@ class WithoutNetworkManager(NetworkSettingsTest):
         wait_until(lambda: stored()[UNKNOWN] == {"Proxies": {}}, "the clean-up is done")
         def count():
             return len([line for line in log if "Network preferences are only stored" in line])
-        wait_until(count, "the system log has it")
+        wait_until(count, "the system log has the line")
         self.assertEqual(count(), 1, log)
 
     def test_the_command_line(self):

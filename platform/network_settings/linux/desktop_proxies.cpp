@@ -151,7 +151,7 @@ void DesktopProxies::publish(PreferencesStore& store, const std::set<std::string
   publish(&store);
 }
 
-void DesktopProxies::publishKnowing(PreferencesStore& store, const std::set<std::string>& connections) {
+void DesktopProxies::publishForConnections(PreferencesStore& store, const std::set<std::string>& connections) {
   bool isNews = false;
   for (auto& [id, isConnection] : record_.services) {
     const bool wasConnection = std::exchange(isConnection, connections.contains(id));
@@ -171,7 +171,7 @@ void DesktopProxies::publish(PreferencesStore* store) {
   // replacePublished() may have failed to invalidate it: its file or folder may be gone, or no descriptor left.
   succeeded(invalidate(before));
   auto* bus = primary_ ? primary_->bus() : nullptr;
-  succeeded(bus ? announce(bus, service_) : Failure(0, "there is no system bus to tell running programs"));
+  succeeded(bus ? announce(bus, service_) : Failure(0, "running programs cannot be notified without a system bus"));
 }
 
 void DesktopProxies::replacePublished(PreferencesStore* store) {

@@ -99,7 +99,7 @@ Result<void> Handover::run() {
     }
     return done;
   }
-  if (desktop) desktop->publishKnowing(store_, projected_);
+  if (desktop) desktop->publishForConnections(store_, projected_);
   if (!problems_.empty()) return Failure(0, problems_);
   return {};
 }
@@ -122,8 +122,8 @@ void Handover::findConnections() {
   }
 }
 
-// Recorded before anything is handed on; otherwise a helper killed in between would leave settings that nobody knows
-// of.
+// Recorded before anything is handed on; otherwise a helper killed in between would leave settings that no later
+// helper knows about.
 void Handover::recordProjected() {
   if (projected_ != store_.projectedServices()) store_.setProjectedServices(projected_).value();
 }

@@ -128,7 +128,7 @@ Result<void> PreferencesStore::commit() {
       leaveOutEmpty();
       text = serializeExactJSON(*values_);
     }
-    parse(text, "What was set");  // an unreadable store would be lost
+    parse(text, "The new content");  // an unreadable store would be lost
     state_ = folder_.replace(storeName, text).value();
     isChanged_ = false;
     addedEmpty_.clear();
