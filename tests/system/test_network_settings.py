@@ -43,8 +43,8 @@ class Client:
 
 class NetworkSettingsTest(HelperTest):
     def setUp(self):
+        self.addCleanup(shutil.rmtree, FOLDER, ignore_errors=True)  # after the helper's last clean-up has written to it
         super().setUp()
-        self.addCleanup(shutil.rmtree, FOLDER, ignore_errors=True)
 
     def client(self):
         return Client(self)

@@ -17,8 +17,8 @@ namespace platform {
 /// File of the record, in the folder of the database.
 inline constexpr char proxyRecordName[] = "services.json";
 
-/// The services whose proxies clients have set since the machine started or the helper last ended unexpectedly. The
-/// store may hold older settings of other services; those do not count.
+/// The services whose proxies clients have set since the machine started or the helper last ended other than by "stop".
+/// The store may hold older settings of other services; those do not count.
 struct ProxyRecord {
   struct Service {
     std::string id;
