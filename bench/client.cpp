@@ -74,8 +74,8 @@ void measureStart(int count) {
   for (const auto& [name, list] : values) print(name, bench::median(list));
 }
 
-/// Look-ups per second by threads that together keep a number of them pending. With one per thread, each thread waits
-/// for its answer.
+/// Look-ups per second while the threads together keep `underWay` look-ups pending. If that is one per thread, each
+/// thread waits for its answer.
 double lookupsPerSecond(const Case& next, int threadCount, int underWay, int count) {
   bench::Helper helper(helperExecutable);
   brimo::HelperClient client;

@@ -106,12 +106,12 @@ def goal(text, met):
 
 
 def print_round_trips(trips, narrow, disk):
-    print('\nround trip of "version", medians in µs; on one processor, nothing waits for another to wake up')
+    print('\nround trip of "version", medians in µs; on one processor, no other processor has to wake up')
     print(f"{'':32}{'any processor':>16}{'one processor':>16}")
     for text, name in (("through the endpoint", "version"), ("bare SOCK_SEQPACKET", "seqpacket"),
                        ("through dbus-daemon", "dbus")):
         print(f"{text:32}{trips[name]:16.1f}{narrow[name]:16.1f}")
-    print(f"{'through it, the log on the disk':32}{'':16}{disk:16.1f}")
+    print(f"{'through the endpoint, log on disk':32}{'':16}{disk:16.1f}")
     print("  " + goal(f"faster than dbus-daemon ({trips['dbus'] / trips['version']:.2f}x)", trips["version"] < trips["dbus"]))
     ratio = narrow["version"] / narrow["seqpacket"]
     print("  " + goal(f"on one processor within three times the bare round trip ({ratio:.2f}x)", ratio <= 3))
@@ -136,7 +136,7 @@ def print_throughput():
     with socket.create_server(("127.0.0.1", 0)) as server:
         address = "127.0.0.1:%d" % server.getsockname()[1]
         rates = client("throughput", "4000", input=f"tcp {address} {os.getpid()}\n")
-    print("\nlook-ups a second of a listening socket through the client library")
+    print("\nlook-ups of a listening socket through the client library, per second")
     for threads in (1, 8):
         waiting, together = (rates[f"throughput/{address}/{threads}-threads/{count}-under-way"] for count in (threads, 64))
         print(f"{f'{threads} thread(s)':22}{waiting:10.0f} waiting for each{together:10.0f} with 64 under way")

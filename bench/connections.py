@@ -2,7 +2,7 @@
 
 DESCRIPTORS = (50, 300)
 # The goal for a look-up among 300 processes, as a multiple of the floor.
-BARS = {"1 of 50": 7, "4 of 50": 15, "8 of 50": 25, "8 of 300": 200, "8 of 300, own groups": 50, "12 of 300": 300,
+GOALS = {"1 of 50": 7, "4 of 50": 15, "8 of 50": 25, "8 of 300": 200, "8 of 300, own groups": 50, "12 of 300": 300,
         "new process": 100, "new process, own group": 50}
 
 
@@ -36,15 +36,15 @@ def measure(client):
 
 def print_table(measured, goal):
     tables, beside = measured
-    print("the owner of a new connection: clients of so many descriptors, among processes of 30; medians in µs\n"
-          "(helper: processor time less that of a refused request; floor: one exact request to the kernel, two readlinks)")
+    print("owner of a new connection, medians in µs; \"8 of 300\": 8 clients with 300 descriptors each, among processes with 30\n"
+          "(helper: processor time minus that of a refused request; floor: one exact request to the kernel, two readlinks)")
     for processes, table in tables.items():
         print(f"{f'{processes} processes':28}{'helper':>9}{'floor':>7}{'ratio':>7}{'ss':>9}{'lsof':>10}{'wall':>9}"
               f"{'99 %':>9}{'ss':>9}{'lsof':>10}")
         for name, row in table.items():
             print(f"{name:28}{row['helper']:9.1f}{row['floor']:7.1f}{row['helper'] / row['floor']:7.1f}{row['ss']:9.0f}"
                   f"{row['lsof']:10.0f}{row['wall']:9.1f}{row['wall99']:9.1f}{row['ss-wall']:9.0f}{row['lsof-wall']:10.0f}")
-    for name, bar in BARS.items():
+    for name, bar in GOALS.items():
         ratio = tables[300][name]["helper"] / tables[300][name]["floor"]
         print("  " + goal(f"{name}: at most {bar} times the floor ({ratio:.1f})", ratio <= bar))
     print(f"\n\"version\" beside {beside['lookups']:.0f} look-ups among 20 processes of 15,000 descriptors: median "

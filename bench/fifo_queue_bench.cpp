@@ -15,7 +15,7 @@ constexpr std::size_t elementCount = 1'000'000;
 
 using Object = std::shared_ptr<std::size_t>;
 
-/// The same queue without its own ring buffer.
+/// The operations of HXFIFOQueue on a std::deque under a mutex.
 class LockedDeque {
  public:
   void addObjectsFromArray(const std::vector<Object>& objects) {

@@ -17,7 +17,7 @@ def synchronisations(helper, client, lines):
     """Counts disk synchronisations per set-proxy: of the store when the services are applied for the first time, of the store
     later, and of the log."""
     trace, traced = Path("trace"), Path("traced_helper")
-    # The tracer is the helper's grandchild, so that the helper keeps the PID for which its socket is meant.
+    # The tracer is the helper's grandchild, so that the helper keeps the PID that LISTEN_PID names.
     traced.write_text(f"#!/bin/sh\nexec strace -D -f -y -e trace=fsync,fdatasync -o trace {helper}\n")
     traced.chmod(0o755)
     counts = {}
@@ -52,9 +52,9 @@ def measure(helper, client):
 
 def print_table(results, goal):
     print(f"""
-set-proxy through the endpoint, medians of {ROUNDS} in ms; store and log lie in memory, NetworkManager's connections are idle
-(singly: a command for each service. fsync: calls of one command for the store, when its services are handed on for the
-first time and later, and for the log, which is synchronised line by line.)""")
+set-proxy through the endpoint, medians of {ROUNDS} in ms; store and log are in memory, NetworkManager's connections are idle
+("Singly" sends one command for each service. "fsync" counts the calls of one command: for the store, when its services
+are new and later, and for the log, which synchronises every line.)""")
     print(f"{'':34}{'together':>10}{'singly':>10}{'fsync: first':>14}{'later':>8}{'log':>6}")
     stores = set()
     for where, (times, counts) in results.items():

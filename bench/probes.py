@@ -1,6 +1,6 @@
 """Compares the network probes with nmap and rdisc6, on the system tests' network with dnsmasq and radvd.
 
-The kernel stamps the packets on the interface, whichever program sends and receives them. Programs are stamped on the
+The kernel stamps the packets on the interface, whichever program sends and receives them. Programs are timed with the
 same clock: bench_probes reports when it called a probe and received the first answer; for the others, start and end count."""
 
 import socket
@@ -76,11 +76,11 @@ def measure():
 def print_table(measured):
     print(f"""
 the first offer of dnsmasq ({ROUNDS["dhcp"]} rounds) and the advertisement of radvd ({ROUNDS["ra"]} rounds), medians in ms
-(The probes are timed from the call, in a process that has made none, with the log in memory; an offer is seen when it is
-about to be logged, an advertisement when it is handed over. nmap and rdisc6 are timed from the start of their process.
-The DHCP probe and nmap, by its script's timeout (10 s unless told), collect for two seconds; nmap does not tell when it
-sees an offer. rdisc6 ends with the first advertisement: seen is its end. Request and answer are the first on the wire:
-the time between them is the server's.)""")
+(Each probe is the first of its process, is timed from its call, and logs to memory. "Seen" is when the probe logs an
+offer or returns an advertisement. nmap and rdisc6 are timed from the start of their processes. The DHCP probe collects
+offers for two seconds; so does nmap, whose default is ten. nmap does not show when it sees an offer. rdisc6 ends with
+the first advertisement, which counts as seen then. "Request" and "answer" are the first packets on the wire; the server
+needs the time between them.)""")
     columns = {("call", "request"): "to request", ("request", "answer"): "to answer", ("answer", "seen"): "to seen",
                ("call", "seen"): "call to seen", ("call", "end"): "call to end"}
     print(f"{'':16}" + "".join(f"{text:>14}" for text in columns.values()) + f"{'slowest seen':>16}{'slowest end':>14}")

@@ -36,7 +36,7 @@ WANTED_LINES = ["[BRHMain] " + line for line in (
     "dhcpd started", "Terminate previous dhcpd", "spindump started", "spindump completed", "Release IOPMAssertion",
     "Relaunching", "cleanupProxySettings", "SCPreferencesPathSetValue result: 1")]
 WANTED_LINES += ["[BRHV6RADetector] completed", "[BRHDHCPDetector] Valid responses for this machine: 1"]
-# Clients must receive each of these errors and no others.
+# Clients must receive each of these answers and no others.
 SUCCESSFUL = ("set-proxy", "start-watchdog", "stop-watchdog", "prevent-sleep-temp", "start-dhcpd", "stop-dhcpd", "spindump")
 WANTED_REPLIES = {f"{command}: success" for command in SUCCESSFUL} | {
     "version: 618", "set-static-ip: success", "set-static-ip: invalid static IP configuration",
@@ -253,7 +253,7 @@ class Soak(HelperTest):
             return os.read(pipe.fileno(), 1 << 16).decode() if ready else ""
 
     def end_relaunched(self):
-        """Kills the relaunched applications, which have the argument as their last word."""
+        """Kills the relaunched applications. Each has created the file /tmp/ARGUMENT.PID."""
         for path in glob.glob("/tmp/-crash*[0-9]"):
             argument, _, pid = Path(path).name.rpartition(".")
             os.unlink(path)

@@ -16,7 +16,7 @@ struct Answer {
   boost::json::object object;
   std::string text;
   ExitCode code = exitSuccess;
-  bool endsWithConnection = false;  ///< the helper undoes the command when the connection ends
+  bool lastsWhileConnected = false;  ///< the helper undoes the command when the connection ends
 };
 
 /// The reason why a command failed, as a sentence.

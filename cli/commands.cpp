@@ -22,10 +22,10 @@ namespace json = boost::json;
 
 namespace {
 
-using Run = std::function<Answer(const Surroundings&, const Arguments&)>;
+using Run = std::function<Answer(const CommandContext&, const Arguments&)>;
 
-Answer runVersion(const Surroundings& surroundings, const Arguments&) {
-  auto build = ask(surroundings.helper(), brimo::version());
+Answer runVersion(const CommandContext& context, const Arguments&) {
+  auto build = ask(context.helper(), brimo::version());
   return {.object = {{"version", build}}, .text = fmt::format("helper build {}", build)};
 }
 
@@ -42,7 +42,7 @@ SocketAddress requireSocketAddress(const std::string& text) {
   return *address;
 }
 
-Answer runProcessLookup(const Surroundings& surroundings, const Arguments& arguments) {
+Answer runProcessLookup(const CommandContext& context, const Arguments& arguments) {
   if (arguments[0] != "tcp" && arguments[0] != "udp") {
     throw UsageError(fmt::format("\"{}\" is neither tcp nor udp", arguments[0]));
   }
@@ -51,15 +51,15 @@ Answer runProcessLookup(const Surroundings& surroundings, const Arguments& argum
   if (arguments.size() > 2) remote = requireSocketAddress(arguments[2]);
   if (remote && remote->isIPv6 != local.isIPv6) throw UsageError("both ends must be IPv4, or both IPv6");
   auto transport = arguments[0] == "udp" ? Transport::udp : Transport::tcp;
-  auto owner = ask(surroundings.helper(), brimo::processLookup(transport, local, remote));
+  auto owner = ask(context.helper(), brimo::processLookup(transport, local, remote));
   if (!owner) return {.object = {}, .text = fmt::format("no process owns {}", arguments[1]), .code = exitNotFound};
   json::object object{{"pid", owner->pid}};
   if (owner->path) object["path"] = *owner->path;
   return {.object = object, .text = fmt::format("PID {} {}", owner->pid, owner->path.value_or("(unknown path)"))};
 }
 
-Answer runDHCPDiscover(const Surroundings& surroundings, const Arguments& arguments) {
-  auto servers = ask(surroundings.helper(), brimo::dhcpDiscover(arguments[0]));
+Answer runDHCPDiscover(const CommandContext& context, const Arguments& arguments) {
+  auto servers = ask(context.helper(), brimo::dhcpDiscover(arguments[0]));
   json::object object{{"serverAddresses", json::value_from(servers)}};
   if (servers.empty()) {
     auto text = fmt::format("no DHCP server answers on {}", arguments[0]);
@@ -68,8 +68,8 @@ Answer runDHCPDiscover(const Surroundings& surroundings, const Arguments& argume
   return {.object = std::move(object), .text = fmt::format("{}", fmt::join(servers, "\n"))};
 }
 
-Answer runRADetect(const Surroundings& surroundings, const Arguments& arguments) {
-  auto advertisement = ask(surroundings.helper(), brimo::raDetect(arguments[0]));
+Answer runRADetect(const CommandContext& context, const Arguments& arguments) {
+  auto advertisement = ask(context.helper(), brimo::raDetect(arguments[0]));
   if (!advertisement) {
     return {.object = {}, .text = fmt::format("no IPv6 router answers on {}", arguments[0]), .code = exitNotFound};
   }
@@ -81,15 +81,15 @@ bool takeForce(Arguments& arguments) {
   return std::erase(arguments, "--force") > 0;
 }
 
-Answer setProxy(const Surroundings& surroundings, const Arguments& given) {
+Answer setProxy(const CommandContext& context, const Arguments& given) {
   auto arguments = given;
   bool isForced = takeForce(arguments);
   if (arguments.size() < 2) throw UsageError("set-proxy takes a service and settings, or \"off\"");
   auto [proxies, lifetime] = parseProxyArguments({arguments.begin() + 1, arguments.end()});
   auto service = findService(arguments[0], isForced);
-  ask(surroundings.helper(), brimo::setProxies({{service, proxies}}, lifetime));
+  ask(context.helper(), brimo::setProxies({{service, proxies}}, lifetime));
   auto answer = done();
-  answer.endsWithConnection = lifetime == ProxyLifetime::untilAClientLeaves;
+  answer.lastsWhileConnected = lifetime == ProxyLifetime::untilAClientLeaves;
   return answer;
 }
 
@@ -101,7 +101,7 @@ std::uint32_t requireIPv4(const std::string& text, const char* what) {
   return ntohl(address.s_addr);
 }
 
-Answer runSetStaticIP(const Surroundings& surroundings, const Arguments& given) {
+Answer runSetStaticIP(const CommandContext& context, const Arguments& given) {
   auto arguments = given;
   bool isForced = takeForce(arguments);
   if (arguments.size() != 4) throw UsageError("set-static-ip takes a service, an address, a mask and a router");
@@ -112,7 +112,7 @@ Answer runSetStaticIP(const Surroundings& surroundings, const Arguments& given) 
   }
   requireIPv4(arguments[3], "router");
   auto service = findService(arguments[0], isForced);
-  ask(surroundings.helper(), brimo::setStaticIP(service, arguments[1], arguments[2], arguments[3]));
+  ask(context.helper(), brimo::setStaticIP(service, arguments[1], arguments[2], arguments[3]));
   return done();
 }
 
@@ -122,17 +122,17 @@ std::string absolute(const std::string& path) {
   return std::filesystem::absolute(path, error);
 }
 
-Answer runStartWatchdog(const Surroundings& surroundings, const Arguments&) {
-  if (surroundings.isOnlyCommand) {
+Answer runStartWatchdog(const CommandContext& context, const Arguments&) {
+  if (context.isOnlyCommand) {
     throw UsageError(
-        "start-watchdog by itself would have the helper launch this program, which ends at once, again and again; it "
-        "is "
-        "for lines over one connection");
+        "start-watchdog as the only command would make the helper relaunch this program as soon as it ends; use it "
+        "where "
+        "Brimo reads commands, because the connection stays open there");
   }
-  return ask(surroundings.helper(), brimo::startWatchdog()), done();
+  return ask(context.helper(), brimo::startWatchdog()), done();
 }
 
-Answer runStartDHCPServer(const Surroundings& surroundings, const Arguments& arguments) {
+Answer runStartDHCPServer(const CommandContext& context, const Arguments& arguments) {
   auto executable = std::filesystem::path(platform::executablePath(getpid()).value_or(""));
   auto request =
       brimo::startDHCPServer({.executable = executable.parent_path().parent_path() / "Applications/brimo-dhcpd",
@@ -141,15 +141,15 @@ Answer runStartDHCPServer(const Surroundings& surroundings, const Arguments& arg
                               .leases = absolute(arguments[2]),
                               .output = absolute(arguments[3]),
                               .pidFile = absolute(arguments[4])});
-  auto pid = ask(surroundings.helper(), request);
+  auto pid = ask(context.helper(), request);
   return {.object = {{"result", "success"}, {"pid", pid}},
           .text = fmt::format("DHCP server runs as PID {}", pid),
-          .endsWithConnection = true};
+          .lastsWhileConnected = true};
 }
 
 /// Prints the reply unchanged, even if it is an error.
-Answer sendJSON(const Surroundings& surroundings, const Arguments& arguments) {
-  auto result = surroundings.helper().call(jsonCommand(arguments[0]));
+Answer sendJSON(const CommandContext& context, const Arguments& arguments) {
+  auto result = context.helper().call(jsonCommand(arguments[0]));
   if (!result && result.error().code == ErrorCode::rejected) {
     json::object object{{"error", result.error().message}};
     auto text = platform::serializeExactJSON(object);
@@ -163,14 +163,14 @@ Answer sendJSON(const Surroundings& surroundings, const Arguments& arguments) {
 
 /// Runs a request that has no answer but success or failure.
 Run simple(Request<Done> (*request)()) {
-  return [request](const Surroundings& surroundings, const Arguments&) {
-    ask(surroundings.helper(), request());
+  return [request](const CommandContext& context, const Arguments&) {
+    ask(context.helper(), request());
     return done();
   };
 }
 
-Answer runSpindump(const Surroundings& surroundings, const Arguments& arguments) {
-  ask(surroundings.helper(), brimo::spindump(absolute(arguments[0])));
+Answer runSpindump(const CommandContext& context, const Arguments& arguments) {
+  ask(context.helper(), brimo::spindump(absolute(arguments[0])));
   return done();
 }
 
@@ -182,14 +182,13 @@ const std::map<std::string, Command>& commands() {
       {"version", {"", "Shows the build number of the helper.", 0, 0, runVersion}},
       {"doctor",
        {"",
-        "Looks at the installation and at what is set, and says what is not in order and what helps. As root it looks\n"
-        "at the store, too.",
-        0, 0, [](const Surroundings& surroundings, const Arguments&) { return examine(surroundings); }}},
+        "Checks the installation and the current settings, and prints a remedy for each problem. As root, it also\n"
+        "checks the store.",
+        0, 0, [](const CommandContext& context, const Arguments&) { return examine(context); }}},
       {"process-lookup",
        {"tcp|udp ADDRESS:PORT [REMOTE:PORT]",
-        "Shows the owner of a local socket: 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, localhost:80. With the other "
-        "end\n"
-        "of a connection, that of the socket that is connected to it, if there is one.",
+        "Shows the owner of a local socket: 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, localhost:80. With REMOTE, it\n"
+        "prefers the socket that is connected to it.",
         2, 3, runProcessLookup}},
       {"dhcp-discover",
        {"INTERFACE", "Lists the DHCP servers that answer on an interface, after two seconds.", 1, 1, runDHCPDiscover}},
@@ -198,53 +197,54 @@ const std::map<std::string, Command>& commands() {
         runRADetect}},
       {"services",
        {"", "Lists the network services of this machine: ID, interface, name; the primary one is marked.", 0, 0,
-        [](const Surroundings&, const Arguments&) { return listServices(); }}},
+        [](const CommandContext&, const Arguments&) { return listServices(); }}},
       {"proxies",
-       {"", "Shows which proxies are set, where, and who obeys them.", 0, 0,
-        [](const Surroundings&, const Arguments&) { return listProxies(); }}},
+       {"", "Shows which proxies are set, where, and which programs use them.", 0, 0,
+        [](const CommandContext&, const Arguments&) { return listProxies(); }}},
       {"set-proxy",
        {"SERVICE SETTING… | SERVICE off [--force]",
-        "Gives a service these proxies, and no others; off takes them off. A SERVICE is told by its ID, else the\n"
-        "interface that it is active on, else its name; \"primary\" is the one that leads to the network at large. "
-        "With --force it is an ID, known to this machine or not.\n"
+        "Replaces the proxies of a service; \"off\" removes them. SERVICE is an ID, else the interface on which the\n"
+        "service is active, else its name; \"primary\" is the service with the default route. With --force, it\n"
+        "is an ID, even one that this machine does not know.\n"
         "  http=HOST:PORT https=HOST:PORT socks=HOST:PORT, or pac=URL\n"
-        "  except=HOST,*.DOMAIN,ADDRESS/BITS…   go there directly\n"
-        "  except-simple                        to names without a dot, too\n"
-        "  temporary                            only until a client leaves: a single run stays until it is\n"
-        "                                       interrupted. Without it, the settings stay",
+        "  except=HOST,*.DOMAIN,ADDRESS/BITS…   no proxy for these\n"
+        "  except-simple                        no proxy for names without a dot\n"
+        "  temporary                            until any client disconnects; a single run waits until it is\n"
+        "                                       interrupted. Otherwise the settings stay",
         2, any, setProxy}},
       {"set-static-ip",
        {"SERVICE ADDRESS MASK ROUTER [--force]", "Gives a service a manual IPv4 configuration, which stays.", 4, 5,
         runSetStaticIP}},
       {"start-watchdog",
-       {"", "Has the helper launch this program again after any client has left. Among several lines only.", 0, 0,
+       {"", "Makes the helper relaunch this program after any client disconnects. Not as the only command.", 0, 0,
         runStartWatchdog}},
-      {"stop-watchdog", {"", "No longer.", 0, 0, simple(brimo::stopWatchdog)}},
+      {"stop-watchdog", {"", "Cancels start-watchdog.", 0, 0, simple(brimo::stopWatchdog)}},
       {"defunct-restart", {"", "Kills this program and launches it again.", 0, 0, simple(brimo::defunctRestart)}},
       {"prevent-sleep-temp",
        {"", "Keeps the idle machine awake for 30 seconds.", 0, 0, simple(brimo::preventSleepTemporarily)}},
       {"start-dhcpd",
        {"INTERFACE CONFIG LEASES OUTPUT PIDFILE",
-        "Starts the DHCP server of this bundle (Contents/Applications/brimo-dhcpd) until a client leaves: a single "
-        "run\n"
-        "stays until it is interrupted. LEASES and OUTPUT must exist.",
+        "Starts the DHCP server of this bundle (Contents/Applications/brimo-dhcpd) until any client disconnects; a\n"
+        "single run waits until it is interrupted. LEASES and OUTPUT must exist.",
         5, 5, runStartDHCPServer}},
-      {"stop-dhcpd", {"", "Stops it.", 0, 0, simple(brimo::stopDHCPServer)}},
-      {"spindump", {"FILE", "Samples this program into FILE.", 1, 1, runSpindump}},
-      {"stop", {"", "Ends the helper process, which undoes nothing.", 0, 0, simple(brimo::stop)}},
-      {"json", {"OBJECT", "Sends a JSON command, byte by byte as it is.", 1, 1, sendJSON}},
+      {"stop-dhcpd",
+       {"", "Stops the DHCP server and kills every process named brimo-dhcpd or brimo-ra.", 0, 0,
+        simple(brimo::stopDHCPServer)}},
+      {"spindump", {"FILE", "Samples this program with spindump and writes the result to FILE.", 1, 1, runSpindump}},
+      {"stop", {"", "Ends the helper process without any clean-up.", 0, 0, simple(brimo::stop)}},
+      {"json", {"OBJECT", "Sends a JSON command unchanged.", 1, 1, sendJSON}},
   };
   return table;
 }
 
-Answer runCommand(const std::string& name, const Surroundings& surroundings, const Arguments& arguments) {
+Answer runCommand(const std::string& name, const CommandContext& context, const Arguments& arguments) {
   auto found = commands().find(name);
   if (found == commands().end()) throw UsageError(fmt::format("there is no command \"{}\"; \"help\" lists them", name));
   const auto& command = found->second;
   if (arguments.size() < command.least || arguments.size() > command.most) {
     throw UsageError(fmt::format("usage: Brimo {}{}{}", name, command.arguments.empty() ? "" : " ", command.arguments));
   }
-  return command.run(surroundings, arguments);
+  return command.run(context, arguments);
 }
 
 }  // namespace brimo

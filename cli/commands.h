@@ -1,4 +1,4 @@
-// The commands of the command line.
+// The commands of Brimo.
 #pragma once
 
 #include <functional>
@@ -13,7 +13,7 @@ namespace brimo {
 using Arguments = std::vector<std::string>;
 
 /// The environment of a command.
-struct Surroundings {
+struct CommandContext {
   std::function<HelperClient&()> helper;  ///< connects on its first call
   bool isOnlyCommand;                     ///< the connection ends with the command
 };
@@ -22,14 +22,14 @@ struct Command {
   std::string arguments;    ///< as the usage shows them
   std::string description;  ///< for people; may have several lines
   std::size_t least, most;  ///< number of arguments
-  std::function<Answer(const Surroundings&, const Arguments&)> run;
+  std::function<Answer(const CommandContext&, const Arguments&)> run;
 };
 
 /// All commands by name.
 const std::map<std::string, Command>& commands();
 
 /// Runs a command. Throws CommandFailure and other exceptions derived from std::runtime_error or std::invalid_argument.
-Answer runCommand(const std::string& name, const Surroundings& surroundings, const Arguments& arguments);
+Answer runCommand(const std::string& name, const CommandContext& context, const Arguments& arguments);
 
 /// The usage and the description of a command. Throws UsageError when there is no such command.
 std::string commandHelp(const std::string& name);

@@ -65,7 +65,7 @@ Finding connection(HelperClient& helper) {
   const auto& [code, message] = build.error();
   if (code == ErrorCode::notInstalled) return {"connection", message, startCommand};
   if (code == ErrorCode::refused) return {"connection", message, refusalsCommand};
-  return {"connection", message, "look into the helper's log, /tmp/BrimoHelper.log"};
+  return {"connection", message, "read the helper's log, /tmp/BrimoHelper.log"};
 }
 
 Finding bundle() {
@@ -75,7 +75,7 @@ Finding bundle() {
     auto file = contents / "Frameworks" / fmt::format("{}.framework", framework) / framework;
     if (!fs::exists(file)) {
       return {"bundle", file.string() + " is missing",
-              fmt::format("run the program inside of its bundle, not {}", program.string())};
+              fmt::format("run the copy inside the application bundle, not {}", program.string())};
     }
   }
   return {"bundle", contents.parent_path()};
@@ -95,7 +95,7 @@ platform::Result<std::vector<std::string>> servicesInStore() {
   auto preferences = stored("preferences.json");
   const auto* services = preferences ? preferences->if_contains("NetworkServices") : nullptr;
   if (!services || !services->is_object()) {
-    return platform::Failure(0, fmt::format("{}/preferences.json is not in order", storeFolder));
+    return platform::Failure(0, fmt::format("{}/preferences.json cannot be read or is not valid", storeFolder));
   }
   std::vector<std::string> found;
   for (const auto& [id, entities] : services->get_object()) {
@@ -106,23 +106,24 @@ platform::Result<std::vector<std::string>> servicesInStore() {
 }
 
 // An application sets its proxies again when it connects, but proxies without an application stay for ever.
-std::string remedyForLeft(const std::string& service) {
+std::string remedyForLeftover(const std::string& service) {
   return fmt::format(
-      "no client has set it since the helper started afresh; if nobody wants it: Brimo set-proxy {} off --force",
+      "no client has set these proxies since the helper last started afresh; to remove them: Brimo set-proxy {} off "
+      "--force",
       service);
 }
 
 void addStore(std::vector<Finding>& findings, const std::set<std::string>& inUse) {
   std::error_code error;
   bool isThere = fs::exists(fs::path(storeFolder) / "preferences.json", error);
-  if (error) return findings.push_back({"store", fmt::format("{}: only root can look into it", storeFolder)});
+  if (error) return findings.push_back({"store", fmt::format("{}: only root can read it", storeFolder)});
   if (!isThere) return findings.push_back({"store", "nothing has been set yet"});
   auto services = servicesInStore();
-  if (!services) return findings.push_back({"store", services.error().what(), "mend or remove it, as root"});
+  if (!services) return findings.push_back({"store", services.error().what(), "repair or remove it as root"});
   if (services->empty()) findings.push_back({"store", "no service has proxies"});
   for (const auto& service : *services) {
     findings.push_back({"store", fmt::format("service {} has proxies", service),
-                        inUse.contains(service) ? "" : remedyForLeft(service)});
+                        inUse.contains(service) ? "" : remedyForLeftover(service)});
   }
 }
 
@@ -131,13 +132,13 @@ void addProxies(std::vector<Finding>& findings, const std::set<std::string>& inU
   for (const auto& [name, service, setting, readers] : platform::proxyPlaces(HelperServiceName)) {
     if (!service.empty() && setting == "none") continue;
     bool isLeft = !service.empty() && !inUse.contains(service);
-    findings.push_back({"proxies", fmt::format("{}: {}", name, setting), isLeft ? remedyForLeft(service) : ""});
+    findings.push_back({"proxies", fmt::format("{}: {}", name, setting), isLeft ? remedyForLeftover(service) : ""});
   }
 }
 
 }  // namespace
 
-Answer examine(const Surroundings& surroundings) {
+Answer examine(const CommandContext& context) {
   // Examined before connecting, because the end of the connection switches off temporary proxies.
   std::vector<Finding> findings{service()};
   if (*endpoint != '\0') findings.push_back(socket());
@@ -146,7 +147,7 @@ Answer examine(const Surroundings& surroundings) {
   const auto inUse = platform::servicesWithProxies(HelperServiceName);
   if (*storeFolder != '\0') addStore(findings, inUse);
   addProxies(findings, inUse);
-  findings.push_back(connection(surroundings.helper()));
+  findings.push_back(connection(context.helper()));
   Answer answer;
   json::array list;
   for (const auto& [subject, text, remedy] : findings) {

@@ -1,4 +1,4 @@
-// The usage of the command line.
+// The usage of Brimo.
 #include <fmt/format.h>
 
 #include <sstream>
@@ -10,20 +10,19 @@ namespace brimo {
 namespace {
 
 constexpr char connections[] = R"(
-Without a command, reads one a line from standard input over one connection: words may be quoted, # begins a comment, and
-"json" takes the rest of its line as it is. "help" and "quit" are known there, too.
+Without a command, Brimo reads commands from standard input, one per line, and runs them over one connection. Words may be
+quoted, # begins a comment, and "json" takes the rest of its line unchanged. "help" and "quit" work there, too.
 
-When ANY client's connection ends, the helper undoes what was set "temporary", stops the DHCP server and, with the watchdog
-on, launches the program that was admitted last. Each run of Brimo is such a connection: beside a running application it
-disturbs that application.
+When ANY client disconnects, the helper undoes what was set "temporary", stops the DHCP server and, with the watchdog on,
+launches the program that was admitted last. Each run of Brimo is such a client, so its end disturbs a running application.
 
-The helper launches a watched program that died with the argument -crashWatchDog, and one that asked for its restart with
--crashDefunctRestart. Brimo then says so, and goes on as without a command.
+The helper passes -crashWatchDog to a watched program that it launches again, and -crashDefunctRestart to a program that
+asked for its restart. Brimo then says so and reads commands from standard input.
 
 With --json, each command prints one JSON object on standard output, errors included: {"error": TEXT}.
 
 Exit status: 0 done; 1 the helper, or the system, answered with an error; 2 wrong usage; 3 no connection to the helper, or
-no answer; 4 not found. Of several commands, the last one's that failed.
+no answer; 4 not found. After several commands: the status of the last one that failed.
 )";
 
 }  // namespace

@@ -15,7 +15,7 @@ struct HelperFile {
   std::string service;     ///< name of its endpoint
   std::string identifier;  ///< in its clients' signatures
   std::string team;
-  std::string group;  ///< with which its clients must have connected; if empty, any
+  std::string group;  ///< effective group that its clients must have; if empty, any
   std::vector<platform::code_signing::TrustedRoot> roots;
 };
 

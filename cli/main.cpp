@@ -1,4 +1,4 @@
-// Brimo, a command line for everything that the helper does.
+// Brimo, a command-line tool for everything that the helper does.
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
@@ -80,10 +80,10 @@ class CommandLine {
 
  private:
   ExitCode run(const std::string& name, const Arguments& arguments, bool isOnlyCommand, bool* mustStay) {
-    Surroundings surroundings{.helper = [this]() -> HelperClient& { return helper(); }, .isOnlyCommand = isOnlyCommand};
+    CommandContext context{.helper = [this]() -> HelperClient& { return helper(); }, .isOnlyCommand = isOnlyCommand};
     try {
-      auto answer = runCommand(name, surroundings, arguments);
-      if (mustStay) *mustStay = answer.endsWithConnection;
+      auto answer = runCommand(name, context, arguments);
+      if (mustStay) *mustStay = answer.lastsWhileConnected;
       auto code = print((printsJSON_ ? platform::serializeExactJSON(answer.object) : answer.text) + "\n");
       return code == exitSuccess ? answer.code : code;
     } catch (const CommandFailure& failure) {
@@ -127,7 +127,7 @@ class CommandLine {
     struct sigaction action {};
     action.sa_handler = [](int) { interrupted.set(); };
     for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
-    if (!printsJSON_) std::cerr << "until this program is interrupted (Ctrl-C)" << std::endl;
+    if (!printsJSON_) std::cerr << "in effect until this program is interrupted (Ctrl-C)" << std::endl;
     while (true) {
       helper_->deliver();
       if (problem_) return fail(exitUnreachable, problem_->message);

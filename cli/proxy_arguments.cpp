@@ -76,7 +76,7 @@ ProxyArguments parseProxyArguments(const std::vector<std::string>& words) {
   for (const auto& word : words) {
     auto equals = word.find('=');
     auto key = word.substr(0, equals), value = equals == word.npos ? "" : word.substr(equals + 1);
-    if (!keys.insert(key).second) throw std::invalid_argument(fmt::format("\"{}\" is said twice", key));
+    if (!keys.insert(key).second) throw std::invalid_argument(fmt::format("\"{}\" is given twice", key));
     if (auto kind = kinds.find(key); kind != kinds.end()) {
       result.proxies.*kind->second = proxyServer(value);
     } else if (key == "pac") {

@@ -1,4 +1,4 @@
-// Parses proxies from words of a command line.
+// Parses proxies from the words of a command.
 #pragma once
 
 #include <brimo/requests.h>

@@ -33,7 +33,7 @@ TEST(ProxyArguments, BecomeACommand) {
   EXPECT_EQ(command({"temporary"}), R"({"command":"set-proxy","payload":{"id":{}},"cleanup":false})");
 }
 
-TEST(ProxyArguments, AreRefusedWhenTheyAreNone) {
+TEST(ProxyArguments, RefuseInvalidWords) {
   for (const auto& word :
        splitWords("'' on http http= http=a http=a: http=:1 http=a:0 http=a:65536 http=a:1x http=::1:80 http=[::1] "
                   "http=[a]:80 pac= pac ftp=a:1 except-simple=1 = off= 'http=a b:1' http=a/b:1 http=[::g]:1 "

@@ -72,7 +72,7 @@ TEST(RouterAdvertisement, NeedsNoOptionsAndNamesTheInterfaceOfTheRouter) {
             "  other settings    by DHCPv6");
 }
 
-TEST(RouterAdvertisement, MalformedOnesAreNotDecoded) {
+TEST(RouterAdvertisement, MalformedAdvertisementsAreNotDecoded) {
   for (std::size_t size = 0; size < header.size(); ++size) {
     EXPECT_FALSE(decodeRouterAdvertisement(std::span(header).first(size), router));
   }
@@ -92,7 +92,7 @@ TEST(RouterAdvertisement, MalformedOnesAreNotDecoded) {
       decodeRouterAdvertisement(join({header, {3, 1, 64, 0, 0, 0, 0, 0}}), router));  // too short for a prefix option
 }
 
-TEST(RouterAdvertisement, ListsThatBreakOffKeepWhatIsWhole) {
+TEST(RouterAdvertisement, TruncatedListsKeepTheirCompleteEntries) {
   auto servers = Bytes(dnsServers.begin(), dnsServers.begin() + 32);
   servers[1] = 4;
   EXPECT_THAT(decodeRouterAdvertisement(join({header, servers}), router)->dnsServers, ElementsAre("2001:db8::53"));

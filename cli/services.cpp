@@ -32,7 +32,7 @@ Answer listProxies() {
   std::string text;
   for (const auto& [name, service, setting, readers] : platform::proxyPlaces(HelperServiceName)) {
     list.push_back({{"place", name}, {"setting", setting}, {"readers", readers}});
-    text += fmt::format("{}{}: {}\n  obeyed by {}", text.empty() ? "" : "\n", name, setting, readers);
+    text += fmt::format("{}{}: {}\n  used by {}", text.empty() ? "" : "\n", name, setting, readers);
   }
   return {.object = {{"places", list}}, .text = std::move(text)};
 }
@@ -45,7 +45,7 @@ std::string findService(const std::string& text, bool isForced) {
   const auto& services = *known;
   if (text == "primary") {
     auto found = std::find_if(services.begin(), services.end(), [](const auto& service) { return service.isPrimary; });
-    if (found == services.end()) throw CommandFailure(exitNotFound, "no service leads to the network at large");
+    if (found == services.end()) throw CommandFailure(exitNotFound, "no service has the default route");
     return found->id;
   }
   for (auto member : {&NetworkService::id, &NetworkService::interface, &NetworkService::name}) {
@@ -59,8 +59,8 @@ std::string findService(const std::string& text, bool isForced) {
   }
   throw CommandFailure(
       exitNotFound,
-      fmt::format("no service of this machine is called {}; \"services\" lists them, and --force takes it for an ID "
-                  "whose settings are only stored",
+      fmt::format("no service of this machine is called {}; \"services\" lists them, and with --force it is taken as "
+                  "an ID, for which the settings are only stored",
                   text));
 }
 

@@ -21,7 +21,8 @@ Answer listProxies();
 /// - the service's name.
 ///
 /// Throws UsageError when several services match and CommandFailure (exitNotFound) when none does. Returns the text
-/// itself if `isForced` is true or the system does not say which services it has.
+/// itself if `isForced` is true. If the system does not say which services it has, throws its Failure for "primary" and
+/// returns any other text itself.
 std::string findService(const std::string& text, bool isForced);
 
 }  // namespace brimo

@@ -28,7 +28,7 @@ std::vector<std::string> splitWords(std::string_view line) {
       *word += character;
     }
   }
-  if (quote != 0) throw std::invalid_argument(std::string("a quotation that ") + quote + " began does not end");
+  if (quote != 0) throw std::invalid_argument(std::string("missing closing ") + quote);
   if (word) words.push_back(*word);
   return words;
 }

@@ -13,7 +13,7 @@ namespace brimo {
 /// - In "…" and outside quotes, a backslash takes the next character literally.
 /// - A # at the start of a word begins a comment.
 ///
-/// Throws std::invalid_argument, with a sentence for people, when a quotation does not end.
+/// Throws std::invalid_argument, with a sentence for people, when a closing quote is missing.
 std::vector<std::string> splitWords(std::string_view line);
 
 }  // namespace brimo

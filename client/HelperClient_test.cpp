@@ -79,7 +79,7 @@ class HelperClientTest : public testing::Test {
   platform::fake::Service helper_;
 };
 
-TEST_F(HelperClientTest, RequestsAreUnderWayTogether) {
+TEST_F(HelperClientTest, SeveralRequestsAreUnderWayAtOnce) {
   HelperClient client(options());
   Outcome<std::optional<SocketOwner>> first, second;
   client.send(lookup(), first.handler());
@@ -94,8 +94,8 @@ TEST_F(HelperClientTest, RequestsAreUnderWayTogether) {
   EXPECT_EQ(*first.get(), std::nullopt);
 }
 
-/// A helper that answers, twice or somebody else, keeps silent, dies, breaks off in the middle of a frame, or dies
-/// before it has answered anything.
+/// A helper that also misbehaves: it does not answer, answers twice, answers a request that was never sent, closes the
+/// connection, even before its first answer, and sends only part of a frame.
 class ErraticHelper {
  public:
   explicit ErraticHelper(platform::fake::Service& service) : service_(service), thread_([this] { run(); }) {}
@@ -193,7 +193,7 @@ TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
   EXPECT_GT(right, 0);
   EXPECT_EQ(wrong, 0);
   EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-  // A thread that was joined is listed for a moment more.
+  // The kernel still lists a joined thread for a moment.
   while (entriesOf("/proc/self/task") > tasks) std::this_thread::yield();
 }
 
@@ -202,7 +202,7 @@ TEST_F(HelperClientTest, GarbageEndsTheConnectionAndNothingElse) {
   auto options = this->options();
   options.onConnection = [&](const ConnectionChange& change) { connections += change.build ? 1 : 0; };
   auto client = std::make_unique<HelperClient>(options);
-  // 64 MiB, no CBOR, a text in place of the array.
+  // A frame of 64 MiB, a frame that is not CBOR, and a text where an array belongs.
   for (const auto& garbage : {Data{4, 0, 0, 0}, Data{0, 0, 0, 1, 0xFF}, Data{0, 0, 0, 2, 0x61, 'x'}}) {
     auto lost = std::async([&] { return client->call(lookup()); });
     auto peer = admit();
@@ -211,7 +211,7 @@ TEST_F(HelperClientTest, GarbageEndsTheConnectionAndNothingElse) {
     EXPECT_EQ(lost.get().error().code, ErrorCode::lost);
     EXPECT_THROW(peer.receive(), std::runtime_error);
   }
-  // However much comes that is nobody's, time limits are kept.
+  // Even a flood of answers to no request does not delay time limits.
   client->connect();
   auto peer = admit();
   peer.greet(helper_.name);
@@ -229,7 +229,7 @@ TEST_F(HelperClientTest, GarbageEndsTheConnectionAndNothingElse) {
   EXPECT_EQ(connections, 4);
 }
 
-TEST_F(HelperClientTest, ForkedOffItIsOfNoUseAndDoesNoHarm) {
+TEST_F(HelperClientTest, AForkedChildCannotUseItAndDoesNoHarm) {
   auto client = std::make_unique<HelperClient>(options());
   client->connect();
   auto peer = admit();
@@ -245,7 +245,7 @@ TEST_F(HelperClientTest, ForkedOffItIsOfNoUseAndDoesNoHarm) {
   auto next = std::async([&] { return client->call(version()); });
   answer(peer, versionReply(2));
   EXPECT_EQ(*next.get(), 2);
-  // The child has the socket, too.
+  // The connection ends although the child holds the socket, too.
   client.reset();
   EXPECT_THAT([&] { peer.receive(); }, testing::ThrowsMessage<std::runtime_error>("the client has left"));
   isOver.set();
@@ -254,13 +254,13 @@ TEST_F(HelperClientTest, ForkedOffItIsOfNoUseAndDoesNoHarm) {
   EXPECT_EQ(status, 0);
 }
 
-TEST(BusyHelper, IsWaitedFor) {
+TEST(BusyHelper, IsReachedOnceItHasRoom) {
   platform::fake::Service helper(0);
   Options options;
   options.service = helper.name;
-  options.reconnects = false;  // or the first would take the room again
+  options.reconnects = false;  // otherwise the first client would connect again before the second
   HelperClient first(options), second(options);
-  // One waits to be accepted, and there is no room for another.
+  // The first client fills the helper's queue of connections, so the second cannot connect.
   Outcome<std::int64_t> outcomes[2];
   first.send(version(), outcomes[0].handler());
   waitReadable(helper.descriptor());
@@ -274,7 +274,7 @@ TEST(BusyHelper, IsWaitedFor) {
   }
 }
 
-TEST_F(HelperClientTest, TellsThatItIsRefused) {
+TEST_F(HelperClientTest, ReportsARefusal) {
   HelperClient client(options());
   auto ask = [&] { return std::async([&] { return client.call(version()); }); };
 
@@ -291,10 +291,10 @@ TEST_F(HelperClientTest, TellsThatItIsRefused) {
 
   auto other = ask();
   helper_.accept().send({.id = 0, .dictionary = {{"service", "another"}}});
-  EXPECT_THAT(other.get().error().message, HasSubstr("not that of"));
+  EXPECT_THAT(other.get().error().message, HasSubstr("another service"));
 }
 
-TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
+TEST_F(HelperClientTest, ReportsWhyThereIsNoAnswer) {
   HelperClient client(options());
   auto rejected = std::async([&] { return client.call(startWatchdog()); });
   auto peer = admit();
@@ -312,7 +312,7 @@ TEST_F(HelperClientTest, TellsWhyThereIsNoAnswer) {
   EXPECT_EQ(HelperClient(options()).call(version()).error().code, ErrorCode::notInstalled);
 }
 
-TEST_F(HelperClientTest, NoAnswerIsWaitedForWithoutEnd) {
+TEST_F(HelperClientTest, NoRequestWaitsForEver) {
   HelperClient client(options());
   EXPECT_EQ(client.call(version(), 1ms).error().code, ErrorCode::timedOut);  // the helper has not sent its greeting yet
   Outcome<std::int64_t> cancelled;
@@ -329,7 +329,7 @@ TEST_F(HelperClientTest, NoAnswerIsWaitedForWithoutEnd) {
   EXPECT_EQ((*kept.get())->pid, 1);
 }
 
-TEST_F(HelperClientTest, ComesBackAndSaysSo) {
+TEST_F(HelperClientTest, ReconnectsAndReportsIt) {
   std::promise<std::int64_t> first, second;
   std::promise<ErrorCode> lost;
   int connections = 0;
@@ -348,7 +348,7 @@ TEST_F(HelperClientTest, ComesBackAndSaysSo) {
   peer.close();
   EXPECT_EQ(lost.get_future().get(), ErrorCode::lost);
   EXPECT_EQ(watchdog.get().error().code, ErrorCode::lost);
-  helper_.accept().close();  // one that has ended as soon as it was there
+  helper_.accept().close();  // this connection ends at once
   auto again = admit();
   EXPECT_EQ(second.get_future().get(), 618);
   EXPECT_TRUE(again.hasHeardNothing());  // the lost request is not sent again
@@ -374,7 +374,7 @@ TEST_F(HelperClientTest, HandlersWaitForDelivery) {
     pollfd idle{client->descriptor(), POLLIN, 0};
     EXPECT_EQ(poll(&idle, 1, 0), 0);
   }
-  // The client ends in a handler; what is under way is cancelled there.
+  // A handler may destroy the client, which then cancels the pending requests.
   std::vector<ErrorCode> ends;
   client->send(version(), [&](auto result) { ends.push_back(result.error().code); });
   client->cancel(client->send(version(), [&](auto) { client.reset(); }));

@@ -40,7 +40,7 @@ Error cancelled() {
 }
 
 Error forkedOff() {
-  return {ErrorCode::invalidArgument, "this process was forked off: the connection is its parent's"};
+  return {ErrorCode::invalidArgument, "a forked child process cannot use the connection of its parent"};
 }
 
 }  // namespace

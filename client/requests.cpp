@@ -128,7 +128,7 @@ Result<Done> readEnd(const Reply& reply) {
   if (const auto* error = std::get_if<Error>(&reply)) return *error;
   if (std::get<ipc::Dictionary>(reply).size() == 0) return Done();
   auto done = readDone(reply);
-  return done ? rejected("the helper has not done it") : done;
+  return done ? rejected("the helper did not carry out the command") : done;
 }
 
 // --- Values ---------------------------------------------------------------------------------------------------------

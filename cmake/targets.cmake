@@ -69,8 +69,8 @@ function(brh_fuzzer name source)
   set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 120)
 endfunction()
 
-# brh_sign(target identifier path): signs a target's output with codesign and BRH_SIGNING_IDENTITY. Does nothing on other
-# systems.
+# brh_sign(target identifier path): signs a target's output with codesign and BRH_SIGNING_IDENTITY. Does nothing
+# unless the build runs on a Mac.
 function(brh_sign target identifier path)
   if(NOT CMAKE_HOST_APPLE)
     return()

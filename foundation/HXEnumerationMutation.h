@@ -1,4 +1,4 @@
-// The error for a collection that changes during its enumeration.
+// An exception of the collections.
 #pragma once
 
 #include <stdexcept>

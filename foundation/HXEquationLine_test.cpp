@@ -43,7 +43,7 @@ TEST(EquationLine, RefusesLinesWithoutTwoSides) {
     EXPECT_FALSE(hx::splitEquationLine(line)) << line;
 }
 
-TEST(Unicode, LowerCaseKeepsWhatIsNoText) {
+TEST(Unicode, LowercaseKeepsInvalidBytes) {
   EXPECT_EQ(hx::detail::lowercase("ABC-ÄÖ-ДЖ-\u212A-1"), "abc-äö-дж-k-1");
   EXPECT_EQ(hx::detail::lowercase("A\xFF\xC3"
                                   "B\xE2\x84"),

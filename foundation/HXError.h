@@ -1,8 +1,9 @@
-// Errors that consist of a sentence.
+// Errors for callers that show them to people.
 #pragma once
 
 #include <string>
 
+/// An error whose localizedDescription is a sentence. All such errors have the same domain and code.
 struct HXError {
   std::string domain = "HXSimpleError";
   int code = 0;

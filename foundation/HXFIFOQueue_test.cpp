@@ -32,7 +32,7 @@ std::vector<std::shared_ptr<int>> numbers(int from, int to) {
 
 TEST(FIFOQueue, GrowsInOrderWhereverTheRingBegins) {
   HXFIFOQueue<int> queue;
-  // The head stands in the middle of the ring when it grows.
+  // The head is in the middle of the ring when the ring grows.
   queue.addObjectsFromArray(numbers(-1200, 800));
   for (int number = -1200; number < 0; ++number)
     EXPECT_EQ(*queue.dequeueObjectWithFilter([](const auto&, auto) { return true; }), number);
@@ -43,7 +43,7 @@ TEST(FIFOQueue, GrowsInOrderWhereverTheRingBegins) {
   EXPECT_EQ(expected, 5000);
 }
 
-TEST(FIFOQueue, TheBoundDropsTheOldestAtAdditionsOnly) {
+TEST(FIFOQueue, OnlyAdditionsDropWhatExceedsTheBound) {
   Queue queue;
   queue.setMaxQueueSize(3);
   queue.addObjectsFromArray(objects({"a", "b", "c", "d", "e"}));
@@ -57,7 +57,7 @@ TEST(FIFOQueue, TheBoundDropsTheOldestAtAdditionsOnly) {
   queue.addObjectsFromArray(objects({"i"}));
   EXPECT_EQ(texts(queue), "ghi");
 
-  // What is dropped is let go.
+  // The queue releases the objects that it drops.
   HXFIFOQueue<int> ring;
   ring.setMaxQueueSize(1500);
   auto many = numbers(0, 3000);
@@ -70,7 +70,7 @@ TEST(FIFOQueue, TheBoundDropsTheOldestAtAdditionsOnly) {
   EXPECT_EQ(ring.peekRecentEnqueued(), nullptr);
 }
 
-TEST(FIFOQueue, LooksAndWalksFromBothEnds) {
+TEST(FIFOQueue, PeeksAndEnumeratesFromBothEnds) {
   Queue queue;
   EXPECT_EQ(queue.peekObjectAtIndex(0), nullptr);
   queue.addObjectsFromArray(objects({"a", "b", "c"}));
@@ -103,7 +103,7 @@ TEST(FIFOQueue, LooksAndWalksFromBothEnds) {
   EXPECT_EQ(queue.dequeueObjectWithFilter(nullptr), nullptr);
 }
 
-TEST(FIFOQueue, RemovesWhatItIsTold) {
+TEST(FIFOQueue, RemovesSelectedObjects) {
   Queue queue;
   auto added = objects({"a", "b", "c", "d", "e"});
   queue.addObjectsFromArray(added);
@@ -119,7 +119,7 @@ TEST(FIFOQueue, RemovesWhatItIsTold) {
   EXPECT_EQ(queue.dequeueObjectWithFilter([](const auto&, auto) { return false; }), nullptr);
   EXPECT_EQ(texts(queue), "a");
 
-  // The same object, not an equal one.
+  // Only the object itself is removed, not an equal one.
   auto same = added[0], equal = std::make_shared<std::string>("a");
   queue.addObjectsFromArray({equal, same, equal, same});
   queue.removeObjectIdenticalTo(same);

@@ -9,8 +9,8 @@
 
 #include "platform/dispatch/dispatch.h"
 
-/// Fires once after each delay of a list; each delay counts from the end of the previous handler call. The maker owns
-/// it: a timer that nobody keeps is destroyed and never fires. Any thread may use it, including its own handler.
+/// Fires once after each delay of a list; each delay counts from the end of the previous handler call. The caller owns
+/// it: a timer without an owner is destroyed and never fires. Any thread may use it, including its own handler.
 class HXGCDSequenceTimer : public std::enable_shared_from_this<HXGCDSequenceTimer> {
  public:
   using Queue = platform::dispatch::Queue;
@@ -25,7 +25,8 @@ class HXGCDSequenceTimer : public std::enable_shared_from_this<HXGCDSequenceTime
                                                                           double leeway, bool repeatLastTimer,
                                                                           bool usingWalltime, Handler handler);
 
-  /// Cancels the current delay and arms the next one. After the last delay the timer has ended.
+  /// Cancels the current delay and arms the next one. After the last delay, ends the timer or, with `repeatLastTimer`,
+  /// arms the last delay again.
   void next();
 
   /// Stops the timer. A handler call already running on another thread continues. May be called more than once.

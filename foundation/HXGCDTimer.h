@@ -9,7 +9,7 @@
 #include "platform/dispatch/dispatch.h"
 
 /// A repeating or one-shot timer, armed when made. Any thread may use it, including its own handler.
-/// - The maker owns it: a timer that nobody keeps is destroyed and never fires.
+/// - The caller owns it: a timer without an owner is destroyed and never fires.
 /// - Times are in seconds, rounded down to whole nanoseconds.
 /// - With `usingWalltime`, time also passes while the machine sleeps.
 /// - An empty handler does nothing.
@@ -34,7 +34,7 @@ class HXGCDTimer : public std::enable_shared_from_this<HXGCDTimer> {
                                                                          bool usingWalltime, Handler handler);
 
   /// Runs an action on a queue `delay` seconds from now unless called again with the same identifier before then, so
-  /// that only the last action of a burst runs. Calls count in the order in which the queue runs them.
+  /// that only the last action of a burst runs. Calls take effect in the order in which the queue runs them.
   static void debounceWithDelay(double delay, const Queue& queue, const std::string& identifier, Handler action);
 
   ~HXGCDTimer();

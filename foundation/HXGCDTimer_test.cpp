@@ -1,4 +1,4 @@
-// Timers that are kept, dropped, held, invalidated and debounced, while the test has time pass.
+// Tests timers with a clock that the tests advance.
 #include "foundation/HXGCDTimer.h"
 
 #include <gmock/gmock.h>
@@ -99,7 +99,7 @@ TEST_F(Timers, HandlerMayInvalidateOrDropItsTimer) {
   EXPECT_EQ(count, 4);
   EXPECT_TRUE(dropped.expired());
 
-  // Kept by its handler alone.
+  // Nothing but its handler keeps this timer.
   auto box = std::make_shared<std::shared_ptr<HXGCDTimer>>();
   *box = HXGCDTimer::repeatingTimerWithQueue(queue, 3600, 0, false, [box] {});
   dropped = *box;

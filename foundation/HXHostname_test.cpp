@@ -43,7 +43,7 @@ TEST(Hostname, SplitsHostAndPort) {
   EXPECT_EQ(text, "a long name of a host.example");
 }
 
-TEST(Hostname, PutsTogetherAndTakesThePortOff) {
+TEST(Hostname, AddsAndRemovesThePort) {
   EXPECT_EQ(removePortNumberIfExist("host:80"), "host");
   EXPECT_EQ(removePortNumberIfExist("::1"), "::1");
   EXPECT_EQ(removePortNumberIfExist("[::1]"), "::1");

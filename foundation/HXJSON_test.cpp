@@ -14,7 +14,7 @@ namespace json = boost::json;
 
 namespace {
 
-TEST(HXJSONObject, RefusesWhatIsNoJSONContainerWithoutAWord) {
+TEST(HXJSONObject, RefusesOtherTextsWithoutLogging) {
   CapturedLog log;
   for (std::string_view text :
        {"", "{", "1", "\"text\"", "null", "{} {}", "[1,]", "{\"a\":}", "{'a':1}", "[01]", "[NaN]", "[Infinity]",
@@ -82,7 +82,7 @@ TEST(HXJSONData, FailuresAreLogged) {
                   "[JSONHelper] Error occered when JSON serializate object to NSData: a text is not UTF-8"));
 }
 
-TEST(JSONContainers, AreTheCallersOwnAndLeaveTheCacheAlone) {
+TEST(JSONContainers, BelongToTheCallerAndLeaveTheCacheAlone) {
   HXData data("{\"a\":[1]}");
   auto own = HX_JSONObjectWithMutableContainers(data);
   ASSERT_TRUE(own);

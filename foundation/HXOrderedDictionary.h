@@ -2,7 +2,8 @@
 //
 // Not thread-safe: callers serialise access. Costs with n keys:
 // - looking up, and setting the object of an existing key: constant on average;
-// - adding a key: amortised constant, or proportional to n if a constructor was given keys without entries;
+// - adding a key: amortised constant, or proportional to n if a constructor was given repeated keys or keys without
+// entries;
 // - removing a key, and replacing a key by one that already has another position: proportional to n;
 // - sorting: n log n.
 #pragma once
@@ -134,7 +135,7 @@ class HXOrderedDictionary {
   std::vector<std::string> _array;
   boost::json::object _dictionary;
   OrderChanges orderChanges_;
-  /// Whether _array may hold keys without an entry, which only constructors can put there.
+  /// Whether _array may hold repeated keys or keys without an entry, which only constructors can put there.
   bool mayLackEntries_ = false;
 };
 

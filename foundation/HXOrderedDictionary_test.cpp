@@ -80,7 +80,7 @@ TEST(OrderedDictionary, ReplacesTheKeyAtAPlace) {
   EXPECT_EQ(dictionary.dictionary(), (json::object{{"new", 8}}));
 }
 
-TEST(OrderedDictionary, EqualityKnowsOrderAndClass) {
+TEST(OrderedDictionary, EqualityDependsOnOrderAndClass) {
   auto dictionary = abc(), other = abc();
   EXPECT_EQ(dictionary, other);
   other.setObject(2, "a");
@@ -96,7 +96,7 @@ TEST(OrderedDictionary, EqualityKnowsOrderAndClass) {
   EXPECT_TRUE(dictionary.isEqual(fixed.mutableCopyWithZone()));
 }
 
-TEST(OrderedDictionary, KeyListsAreTakenAsGivenAndChangesKeepOnePlace) {
+TEST(OrderedDictionary, RepeatedKeysStayUntilTheyAreChanged) {
   auto dictionary = Dictionary::initWithObjects({1, 2, 3}, {"a", "b", "a", "none"});
   EXPECT_THAT(dictionary.sortedKeys(), ElementsAre("a", "b", "a", "none"));
   EXPECT_THAT(dictionary.sortedValues(), ElementsAre(3, 2, 3, nullptr));
@@ -140,7 +140,7 @@ TEST(OrderedDictionary, EquationLines) {
   EXPECT_EQ(imported.serializationData(), R"([["k","k2"],{"k":"w","k2":"a=b"}])");
 }
 
-TEST(OrderedDictionary, WalksBothWaysAndSeesChanges) {
+TEST(OrderedDictionary, EnumeratesBothWaysAndDetectsChanges) {
   auto dictionary = abc();
   std::string seen;
   auto see = [&](const std::string& key, std::size_t index, const json::value& object, bool& stop) {

@@ -15,7 +15,7 @@ std::vector<std::uint8_t> bytesOf(const Address& address, std::size_t size = siz
   return bytes;
 }
 
-TEST(SocketAddressData, TellsItsOwnSize) {
+TEST(SocketAddressData, MustHaveTheSizeOfItsFamily) {
   sockaddr_in four{};
   four.sin_family = AF_INET;
   four.sin_addr.s_addr = htonl(0xC0000207);
@@ -31,7 +31,7 @@ TEST(SocketAddressData, TellsItsOwnSize) {
   EXPECT_FALSE(stringWithIPAddressFromSockaddr(reinterpret_cast<sockaddr*>(&six), sizeof four));
 
   EXPECT_EQ(stringWithIPAddressFromSockaddrData(bytesOf(four)), "192.0.2.7");
-  // At the very end of a heap block, and at odd addresses.
+  // The data may end with its heap block and begin at an odd address.
   auto shifted = bytesOf(six);
   shifted.insert(shifted.begin(), 0);
   EXPECT_EQ(stringWithIPAddressFromSockaddrData(std::span(shifted).subspan(1)), "::1");

@@ -1,4 +1,4 @@
-// Timers that other threads invalidate, hold and debounce while they fire.
+// Tests timers that other threads invalidate, hold and debounce while they fire.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -13,9 +13,9 @@ namespace {
 
 class TimerRaces : public testing::Test {
  protected:
-  /// Returns when what was due by now has fired, and once more later: nothing may have fired in between.
+  /// Waits until all due timers have fired, and then for a while longer. Expects that none fires in that time.
   void expectSilence(const std::atomic<int>& fired) {
-    waitUntilFired(0);  // a call that had begun has ended now
+    waitUntilFired(0);  // a handler that was running has returned now
     const int final = fired;
     waitUntilFired(0.0001);
     EXPECT_EQ(fired, final);
@@ -59,7 +59,7 @@ TEST_F(TimerRaces, DebounceOnAConcurrentQueueAlwaysRunsAnAction) {
       HXGCDTimer::debounceWithDelay(0.0001, platform::dispatch::globalQueue(), "concurrent", [calls] { ++*calls; });
     }
     EXPECT_TRUE(eventually([&] { return *calls > 0; }));
-    // When nothing keeps the actions any more, they have all run or been dropped.
+    // Once nothing else refers to `calls`, every action has run or been dropped.
     EXPECT_TRUE(eventually([&] { return calls.use_count() == 1; }));
     EXPECT_LE(*calls, 8);
   }

@@ -21,7 +21,8 @@ class BRHMain : public HXLogging<BRHMain> {
   /// Handles an event of an admitted connection: a request, or the loss of the client. (BRHMain_dispatch)
   void handleXPCEvent(platform::ipc::Connection& connection, const platform::ipc::Event& event);
 
-  /// Carries out a client's JSON command and returns the reply. Throws nothing. (BRHMain_commands)
+  /// Carries out a client's JSON command and returns the reply. Throws nothing. Does not return for "stop".
+  /// (BRHMain_commands)
   boost::json::object execCommand(const boost::json::object& request, const platform::ipc::Connection& client);
 
   /// Sets the proxies of the network services in a "set-proxy" request and updates the list of services to clean up.
@@ -34,7 +35,7 @@ class BRHMain : public HXLogging<BRHMain> {
   void cleanupProxySettings();
 
   /// Stops the DHCP server child, if there is one: sends SIGTERM, and SIGKILL one second later. Returns when the child
-  /// has ended.
+  /// has ended, or five seconds after SIGKILL.
   /// (BRHMain_child_tasks)
   void stopDHCP();
 

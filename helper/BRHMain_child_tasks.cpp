@@ -109,7 +109,8 @@ void BRHMain::stopDHCP() {
     _dhcpdTask->terminate();
     if (!_dhcpdTask->waitForExit(terminationTime)) {
       _dhcpdTask->kill();
-      // A client chose its files. On a user's file system that does not answer, they keep the server from ending.
+      // A client chose the server's files. On a user's file system that does not answer, they keep the server from
+      // ending.
       if (!_dhcpdTask->waitForExit(killTime)) HX_log("dhcpd does not end");
     }
   }

@@ -129,7 +129,7 @@ TEST_F(ChildTasksTest, LinksAreResolvedOnBothSides) {
   request["dhcpd"] = bundle + "/Contents/MacOS/.././/Applications/brimo-dhcpd";
   EXPECT_EQ(start(), R"({"result":"success","pid":1002})");
 
-  fs::remove(executable);  // as may happen while it runs
+  fs::remove(executable);  // the application may be removed while it runs
   request["dhcpd"] = dhcpd + "//";
   EXPECT_EQ(start(), R"({"result":"success","pid":1003})");
 }
@@ -161,7 +161,7 @@ TEST_F(ChildTasksTest, TheHolderOfPort67IsKilledIfItStillIsTheHolder) {
   EXPECT_THAT(machine().killed, ElementsAre(77));
 }
 
-TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
+TEST_F(ChildTasksTest, TheOutputFileMustBelongToTheClient) {
   const auto target = folder / "target";
   auto handOver = [](const std::string& path) { ASSERT_EQ(chown(path.c_str(), user, user), 0); };
   std::ofstream(target) << "target";
@@ -183,7 +183,7 @@ TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
     isRefused();
   }
   handOver(output);
-  request["output"] = "/proc/self/root" + output;  // the process decides where this leads
+  request["output"] = "/proc/self/root" + output;  // the process that follows this path decides where it leads
   isRefused();
   request["output"] = output;
   peer->peerUserID = 1001;
@@ -192,7 +192,7 @@ TEST_F(ChildTasksTest, TheOutputIsAFileOfTheClientsOwn) {
   EXPECT_EQ(start(), started);
 }
 
-TEST_F(ChildTasksTest, AFailedLaunchIsToldAndForgotten) {
+TEST_F(ChildTasksTest, AFailedLaunchIsReportedAndForgotten) {
   for (std::string reason : {"No such file", ""}) {
     machine().launchFailure = platform::Failure(0, reason);
     auto reply = [&](auto child) {
@@ -208,7 +208,7 @@ TEST_F(ChildTasksTest, AFailedLaunchIsToldAndForgotten) {
   EXPECT_EQ(machine().steps.front(), "Start dhcpd");  // no previous server is terminated
 }
 
-TEST_F(ChildTasksTest, WhatALostClientLeavesIsUndoneInOrder) {
+TEST_F(ChildTasksTest, ALostClientIsCleanedUpAfterInOrder) {
   platform::fake::preferences() = {};
   machine().continuousSeconds = 1000;
   execute({{"command", "start-watchdog"}});

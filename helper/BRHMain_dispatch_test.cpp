@@ -102,7 +102,7 @@ TEST_F(DispatchTest, ProcessLookup) {
   }
 }
 
-TEST_F(DispatchTest, LookupsOfOneConnectionDoNotPileUp) {
+TEST_F(DispatchTest, LookupsOfOneConnectionAreLimited) {
   const ipc::Dictionary request{{"command", "process-lookup"}, {"address", address}};
   std::size_t answered = 0, refused = 0;
   auto count = [&](const ipc::Dictionary& reply) { ++(reply.contains("error") ? refused : answered); };
@@ -116,7 +116,7 @@ TEST_F(DispatchTest, LookupsOfOneConnectionDoNotPileUp) {
   EXPECT_EQ(ask(request).size(), 0u);
 }
 
-TEST_F(DispatchTest, TheOtherEndIsOfUseWhenItIsAnAddressOfTheSameFamily) {
+TEST_F(DispatchTest, ARemoteAddressOfTheSameFamilySelectsTheSocket) {
   auto remote = BRSockAddrMakeIPv4({192, 0, 2, 1}, 443);
   auto named = socket;
   named.identity = 8;

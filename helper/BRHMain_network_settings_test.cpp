@@ -1,9 +1,4 @@
-#include <gmock/gmock.h>
-
-#include <boost/json.hpp>
-
-#include "helper/BRHMain.h"
-#include "platform/fake/ipc.h"
+#include "helper/command_fixture.h"
 #include "platform/fake/preferences.h"
 
 namespace {
@@ -20,7 +15,7 @@ std::string setProxies(const std::string& service) {
   return "set /NetworkServices/" + service + "/Proxies";
 }
 
-/// The steps of a session that sets these paths.
+/// The calls of a session that sets these paths.
 Lines calls(const Lines& sets) {
   Lines all{"create BrimoHelper", "lock waiting"};
   all.insert(all.end(), sets.begin(), sets.end());
@@ -28,23 +23,18 @@ Lines calls(const Lines& sets) {
   return all;
 }
 
-class NetworkSettingsTest : public testing::Test {
+class NetworkSettingsTest : public CommandTest {
  protected:
-  NetworkSettingsTest() {
-    preferences() = {};
-    HXSetLogDestinations(0);
-    HXSetLogLineHook([this](const std::string& line) { log.push_back(line.substr(line.find('[') + 10)); });
-  }
-  ~NetworkSettingsTest() override { HXSetLogLineHook(nullptr); }
+  NetworkSettingsTest() { preferences() = {}; }
 
   std::string run(std::string_view request) {
     preferences().calls.clear();
     preferences().values.clear();
-    log.clear();
-    return json::serialize(main.execCommand(json::parse(request).get_object(), *platform::fake::makeConnection()));
+    log();
+    return json::serialize(helper.execCommand(json::parse(request).get_object(), *platform::fake::makeConnection()));
   }
 
-  /// Sets the proxies of the services "A" and so on.
+  /// Sends "set-proxy" with a payload and further members, each after a comma.
   std::string setProxy(std::string_view payload, std::string_view rest = "") {
     return run(fmt::format(R"({{"command":"set-proxy","payload":{}{}}})", payload, rest));
   }
@@ -53,12 +43,12 @@ class NetworkSettingsTest : public testing::Test {
     return run(fmt::format(R"({{"command":"set-static-ip",{}}})", members));
   }
 
-  /// The services that a clean-up resets; "none" when there is no list.
+  /// Cleans up and returns the services that this resets, or "none" if the helper has no list.
   Lines listAtCleanup() {
     preferences() = {};
-    log.clear();
-    main.cleanupProxySettings();
-    if (log.empty()) return {"none"};
+    log();
+    helper.cleanupProxySettings();
+    if (log().empty()) return {"none"};
     Lines services;
     for (const auto& [path, value] : preferences().values) {
       EXPECT_EQ(value, json::object());
@@ -68,27 +58,25 @@ class NetworkSettingsTest : public testing::Test {
   }
 
   const std::string success = R"({"result":"success"})", failure = R"({"error":"failed to apply proxy settings"})";
-  BRHMain main;
-  Lines log;
 };
 
-TEST_F(NetworkSettingsTest, ProxiesAreWrittenAsTheyCome) {
+TEST_F(NetworkSettingsTest, ProxiesAreWrittenUnchanged) {
   EXPECT_EQ(setProxy(R"({"B":{"HTTPEnable":1,"HTTPPort":8080,"X":[true,null,0.5]},"A":{}})"), success);
   EXPECT_EQ(preferences().calls, calls({setProxies("B"), setProxies("A")}));
   EXPECT_THAT(preferences().values,
               ElementsAre(Pair("/NetworkServices/B/Proxies",
                                json::parse(R"({"HTTPEnable":1,"HTTPPort":8080,"X":[true,null,0.5]})")),
                           Pair("/NetworkServices/A/Proxies", json::object())));
-  EXPECT_THAT(log, ElementsAre(R"(Update service B proxy settings to: {"HTTPEnable":1,"HTTPPort":8080,)"
-                               R"("X":[true,null,0.5]}, result: 1)",
-                               "Update service A proxy settings to: {}, result: 1"));
+  EXPECT_THAT(log(), ElementsAre(R"(Update service B proxy settings to: {"HTTPEnable":1,"HTTPPort":8080,)"
+                                 R"("X":[true,null,0.5]}, result: 1)",
+                                 "Update service A proxy settings to: {}, result: 1"));
   EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
 }
 
-TEST_F(NetworkSettingsTest, APayloadThatIsNoObjectOpensNoSession) {
+TEST_F(NetworkSettingsTest, OnlyAnObjectOpensASession) {
   for (auto request : {R"({"command":"set-proxy"})", R"({"command":"set-proxy","payload":[],"cleanup":false})"}) {
     EXPECT_EQ(run(request), failure);
-    EXPECT_THAT(log, ElementsAre("Invalid proxy settings payload"));
+    EXPECT_THAT(log(), ElementsAre("Invalid proxy settings payload"));
     EXPECT_THAT(preferences().calls, IsEmpty());
   }
   EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
@@ -97,35 +85,37 @@ TEST_F(NetworkSettingsTest, APayloadThatIsNoObjectOpensNoSession) {
 TEST_F(NetworkSettingsTest, InvalidEntriesDoNotStopTheOthers) {
   EXPECT_EQ(setProxy(R"({"A/B":{},"C":1,"D":[],"E":{}})", R"(,"cleanup":false)"), failure);
   EXPECT_EQ(preferences().calls, calls({setProxies("E")}));
-  EXPECT_THAT(log, ElementsAre("Invalid proxy settings entry: A/B", "Invalid proxy settings entry: C",
-                               "Invalid proxy settings entry: D", "Update service E proxy settings to: {}, result: 1"));
+  EXPECT_THAT(log(),
+              ElementsAre("Invalid proxy settings entry: A/B", "Invalid proxy settings entry: C",
+                          "Invalid proxy settings entry: D", "Update service E proxy settings to: {}, result: 1"));
   EXPECT_THAT(listAtCleanup(), ElementsAre("A/B", "C", "D", "E"));
 }
 
-TEST_F(NetworkSettingsTest, NoStepThatFailsStopsTheLaterOnes) {
+TEST_F(NetworkSettingsTest, AFailedStepDoesNotStopTheLaterOnes) {
   for (const auto& step : {setProxies("A"), std::string("commit"), std::string("apply")}) {
     preferences().failing = {step};
     EXPECT_EQ(setProxy(R"({"A":{},"B":{}})"), failure) << step;
     EXPECT_EQ(preferences().calls, calls({setProxies("A"), setProxies("B")}));
-    EXPECT_EQ(log[0], fmt::format("Update service A proxy settings to: {{}}, result: {:d}", step != setProxies("A")));
-    EXPECT_EQ(log[1], "Update service B proxy settings to: {}, result: 1");
+    EXPECT_THAT(log(), ElementsAre(fmt::format("Update service A proxy settings to: {{}}, result: {:d}",
+                                               step != setProxies("A")),
+                                   "Update service B proxy settings to: {}, result: 1"));
   }
 }
 
-TEST_F(NetworkSettingsTest, SessionsThatCannotBeHad) {
+TEST_F(NetworkSettingsTest, SessionsThatCannotBeOpened) {
   ASSERT_EQ(setProxy(R"({"A":{}})", R"(,"cleanup":false)"), success);
   auto expect = [&](const std::string& error, const std::string& failed, const Lines& calls) {
     preferences().failing = {calls[calls.size() == 1 ? 0 : 1]};
     preferences().errorText = "Busy";
     const auto reason = calls.size() == 1 ? "" : ": Busy";
     EXPECT_EQ(setProxy(R"({"B":{}})", R"(,"cleanup":false)"), failure);
-    EXPECT_THAT(log, ElementsAre(failed + reason));
+    EXPECT_THAT(log(), ElementsAre(failed + reason));
     EXPECT_EQ(preferences().calls, calls);
     EXPECT_EQ(setStaticIP(R"("address":"1","mask":"2","router":"3","serviceID":"A")"), error);
-    EXPECT_THAT(log, IsEmpty());
+    EXPECT_THAT(log(), IsEmpty());
     EXPECT_EQ(std::exchange(preferences().calls, {}), calls);
-    main.cleanupProxySettings();
-    EXPECT_THAT(log, ElementsAre("cleanupProxySettings", failed + " for cleanup" + reason));
+    helper.cleanupProxySettings();
+    EXPECT_THAT(log(), ElementsAre("cleanupProxySettings", failed + " for cleanup" + reason));
     EXPECT_EQ(preferences().calls, calls);
   };
   expect(R"({"error":"failed to create preferences session"})", "Failed to create SCPreferences session",
@@ -171,13 +161,14 @@ TEST_F(NetworkSettingsTest, AnIncompleteCleanupKeepsTheWholeList) {
     preferences() = {};
     preferences().failing = {step};
     preferences().errorText = "No space";
-    log.clear();
-    main.cleanupProxySettings();
+    log();
+    helper.cleanupProxySettings();
     EXPECT_EQ(preferences().calls, calls({setProxies("A"), setProxies("B")}));
-    EXPECT_THAT(log, ElementsAre("cleanupProxySettings",
-                                 fmt::format("Remove service A proxy settings, result: {:d}", step != setProxies("A")),
-                                 "Remove service B proxy settings, result: 1",
-                                 "Proxy settings cleanup was incomplete: No space"));
+    EXPECT_THAT(
+        log(),
+        ElementsAre("cleanupProxySettings",
+                    fmt::format("Remove service A proxy settings, result: {:d}", step != setProxies("A")),
+                    "Remove service B proxy settings, result: 1", "Proxy settings cleanup was incomplete: No space"));
   }
   EXPECT_THAT(listAtCleanup(), ElementsAre("A", "B"));
 }
@@ -191,12 +182,12 @@ TEST_F(NetworkSettingsTest, StaticIP) {
   EXPECT_THAT(preferences().values,
               ElementsAre(Pair(path, json::parse(R"({"Addresses":["not an address"],"ConfigMethod":"Manual",)"
                                                  R"("Router":"192.0.2.1","SubnetMasks":["255.255.255.0"]})"))));
-  EXPECT_THAT(log, ElementsAre("SCPreferencesPathSetValue result: 1"));
+  EXPECT_THAT(log(), ElementsAre("SCPreferencesPathSetValue result: 1"));
   for (const auto& step : {"set " + path, std::string("commit"), std::string("apply")}) {
     preferences().failing = {step};
     EXPECT_EQ(setStaticIP(request), R"({"error":"failed to apply static IP configuration"})");
     EXPECT_EQ(preferences().calls, calls({"set " + path}));
-    EXPECT_THAT(log, ElementsAre(fmt::format("SCPreferencesPathSetValue result: {:d}", !step.starts_with("set"))));
+    EXPECT_THAT(log(), ElementsAre(fmt::format("SCPreferencesPathSetValue result: {:d}", !step.starts_with("set"))));
   }
   EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
 }

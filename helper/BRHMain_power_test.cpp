@@ -44,7 +44,7 @@ TEST_F(PowerTest, OneAssertionMayFailWithoutTheOther) {
   }
 }
 
-TEST_F(PowerTest, AFailedReleaseTellsWhich) {
+TEST_F(PowerTest, AFailedReleaseIsLoggedForItsAssertion) {
   machine().releaseStatus = 5;
   preventSleep();
   passTime(30s);

@@ -61,7 +61,7 @@ TEST_F(SupervisionTest, MoreThanThirtySecondsLieBetweenTwoRelaunches) {
   log();
   EXPECT_FALSE(relaunchesAt(1010));
   EXPECT_THAT(log(), ElementsAre("XPC connection closed", "Main process died unexpectedly"));
-  // The refusal has stopped the watchdog, too.
+  // The refused relaunch has also stopped the watchdog.
   machine().continuousSeconds = 5000;
   loseClient();
   EXPECT_THAT(log(), ElementsAre("XPC connection closed"));
@@ -70,7 +70,7 @@ TEST_F(SupervisionTest, MoreThanThirtySecondsLieBetweenTwoRelaunches) {
   EXPECT_TRUE(relaunchesAt(6030.001));
 }
 
-TEST_F(SupervisionTest, TheTimeOfARelaunchIsReadAnew) {
+TEST_F(SupervisionTest, TheLimitBeginsWithTheRelaunchItself) {
   machine().secondsPerReading = 5;
   EXPECT_TRUE(relaunchesAt(1000));
   EXPECT_FALSE(relaunchesAt(1035));  // exactly 30 seconds after the relaunch at 1005
@@ -101,7 +101,7 @@ TEST_F(SupervisionTest, DefunctRestartKillsAndRelaunchesWithoutALimit) {
                 ElementsAre(Pair(executable, ElementsAre("-crashDefunctRestart"))));
     EXPECT_THAT(log(), ElementsAre("XPC connection closed"));
   }
-  EXPECT_TRUE(relaunchesAt(1000));  // it does not count as a relaunch by the watchdog
+  EXPECT_TRUE(relaunchesAt(1000));  // only relaunches by the watchdog count for its limit
 }
 
 TEST_F(SupervisionTest, AnApplicationThatIsInvalidByThenIsNotLaunched) {

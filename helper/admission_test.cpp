@@ -93,7 +93,7 @@ TEST_F(AdmissionTest, EveryFailedStepRejectsTheConnection) {
   }
 }
 
-TEST_F(AdmissionTest, AConnectionThatTheRequirementCannotBeInstalledOnIsCancelled) {
+TEST_F(AdmissionTest, AConnectionWithoutItsRequirementIsCancelled) {
   state->requirementStatus = -67052;
   accept();
   BRHListenerEventHandler(ipc::Error{.kind = ipc::Error::Kind::other, .description = "accept: no room"});

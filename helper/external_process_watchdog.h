@@ -1,4 +1,4 @@
-// Kills the processes that the main application has listed to end with it.
+// Kills the processes that the main application has listed in the watchdog file, when the application ends.
 #pragma once
 
 #include <cstdint>
@@ -20,5 +20,5 @@ struct BRHWatchedProcess {
 std::optional<std::vector<BRHWatchedProcess>> BRHParseWatchedProcesses(std::string_view text);
 
 /// Kills each process in the watchdog file that still runs the listed executable as the file's owner, then deletes the
-/// file. Leaves a file in place that another user may have planted. Main queue only.
+/// file. Leaves in place a file that is unsafe or cannot be read. Main queue only.
 void BRHKillWatchedExternalProcesses(const std::string& watchdogFile = BRHWatchdogFilePath);

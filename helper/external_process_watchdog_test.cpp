@@ -62,7 +62,7 @@ class WatchdogTest : public testing::Test {
   static constexpr char list[] = R"([[10, "/a"]])";
 };
 
-TEST_F(WatchdogTest, KillsWhatStillRunsAsItWasListedAndHoldsItFirst) {
+TEST_F(WatchdogTest, KillsOnlyWhatIsListedAndHoldsItBeforeTheCheck) {
   put(R"([[10, "/a"], [11, "/a"], [12, "/a"], [13, "/a"], [14, "/a"], [15, "/a"], [10, "/A"], [1, "/a"]])");
   EXPECT_TRUE(deletes());
   EXPECT_THAT(machine().killed, ElementsAre(10));
@@ -78,7 +78,7 @@ TEST_F(WatchdogTest, KillsWhatStillRunsAsItWasListedAndHoldsItFirst) {
   EXPECT_THAT(machine().killed, ElementsAre(10, 12));
 }
 
-TEST_F(WatchdogTest, NoFileOrALinkIsPassedOverInSilence) {
+TEST_F(WatchdogTest, AMissingFileAndALinkAreIgnored) {
   EXPECT_TRUE(deletes());
   auto target = folder / "target";
   put(list);
@@ -115,12 +115,12 @@ TEST_F(WatchdogTest, AnUnsafeFileIsRefusedAndLeft) {
   EXPECT_THAT(machine().killed, ElementsAre(10));
 }
 
-TEST_F(WatchdogTest, AFileThatIsShorterThanItSaysIsLeft) {
+TEST_F(WatchdogTest, AFileShorterThanItsReportedSizeIsLeft) {
   BRHKillWatchedExternalProcesses("/sys/kernel/fscaps");  // stat() reports 4096 bytes, but it has fewer
   EXPECT_THAT(log, ElementsAre("[Helper] Failed to read external-process watchdog file"));
 }
 
-TEST_F(WatchdogTest, WhatIsNoListIsDeletedAllTheSame) {
+TEST_F(WatchdogTest, AnInvalidListIsDeletedToo) {
   put("[[10, \"/a\"]", 0444);
   EXPECT_TRUE(deletes());
   EXPECT_THAT(log, ElementsAre("[Helper] Invalid external-process watchdog payload"));

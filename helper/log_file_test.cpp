@@ -82,7 +82,7 @@ TEST_F(LogFileTest, ReplacesWhatAnotherUserCouldHavePlanted) {
   EXPECT_TRUE(machine().systemLog.empty());
 }
 
-TEST_F(LogFileTest, AFullDiskIsReportedOnceAndTheFileLeftOut) {
+TEST_F(LogFileTest, AFullDiskIsReportedOnceAndEndsTheFilesUse) {
   HXSetLogFilePath(path);
   {
     FullDisk full;
@@ -91,11 +91,14 @@ TEST_F(LogFileTest, AFullDiskIsReportedOnceAndTheFileLeftOut) {
   HXLog("T", "two");
   EXPECT_THAT(machine().systemLog, testing::ElementsAre("Failed to write log: File too large"));
   EXPECT_EQ(std::filesystem::file_size(path), 0u);
+  HXSetLogFilePath(path);
+  HXLog("T", "three");
+  EXPECT_GT(std::filesystem::file_size(path), 0u);
 }
 
 TEST_F(LogFileTest, GoesOnWithoutAFileThatCannotBeMadeSafe) {
   std::filesystem::create_directory(path);
-  for (const auto& unsafe : {path, folder / "none/log"}) {  // in the latter unlink says ENOENT each time
+  for (const auto& unsafe : {path, folder / "none/log"}) {  // the second has no folder, so unlink() fails with ENOENT
     machine() = {};
     BRHOpenLogFile(unsafe);
     HXLog("T", "nowhere to go");

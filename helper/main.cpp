@@ -14,7 +14,7 @@
 
 namespace {
 
-// Read from the executable's bytes by tools/helper-info, never at run time.
+// Read from the executable's bytes by brimo-helper-info and "Brimo doctor", never at run time.
 [[gnu::used]] const char* const info = BRHHelperInfo;
 
 }  // namespace

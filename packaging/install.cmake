@@ -1,4 +1,4 @@
-# Installation on Linux, in two components: the helper, and the command line in its bundle.
+# Installation on Linux, in two components: the helper, and Brimo in its bundle.
 
 # The units contain the helper's path, so the prefix cannot change after configuring. DESTDIR is allowed.
 install(CODE "

@@ -25,7 +25,7 @@ run(nm --dynamic --defined-only --demangle --format=just-symbols ${library})
 string(REPLACE "\n" ";" symbols "${output}")
 list(FILTER symbols EXCLUDE REGEX "^(brimo::v1::|BRIMO_CLIENT_1)")
 if(symbols)
-  message(FATAL_ERROR "The library exports what is not its own: ${symbols}")
+  message(FATAL_ERROR "The library exports symbols outside its namespace: ${symbols}")
 endif()
 
 set(ENV{PKG_CONFIG_PATH} ${PREFIX}/lib/pkgconfig:${PREFIX}/lib/x86_64-linux-gnu/pkgconfig:${PREFIX}/lib/aarch64-linux-gnu/pkgconfig)

@@ -17,6 +17,6 @@ class BRHDHCPDetector : public HXLogging<BRHDHCPDetector> {
       std::function<void(const std::optional<HXError>&, const std::optional<std::vector<std::string>>&)>;
 
   /// Starts a probe and returns at once. The handler is called exactly once, on the global queue, after the probe's
-  /// sockets are closed. The probe binds UDP port 68, so it needs that right and only one probe can run at a time.
+  /// sockets are closed. The probe binds UDP port 68: it needs the right to do so, and only one can run at a time.
   void startTestWithInterfaceName(const std::string& interfaceName, CompletionHandler completionHandler) const;
 };

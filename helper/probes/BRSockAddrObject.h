@@ -50,7 +50,7 @@ class BRSockAddrObject {
   const BRSockAddr& addr() const { return addr_; }
   void setAddr(const BRSockAddr& address) { addr_ = address; }
 
-  /// Whether the length bytes are equal and so are that many bytes.
+  /// Whether both have the same length byte and the same bytes up to that length.
   bool isEqual(const BRSockAddrObject& other) const;
   /// A null pointer equals an address of length 0.
   bool isEqual(std::nullptr_t) const { return addr_[0] == 0; }

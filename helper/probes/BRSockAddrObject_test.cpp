@@ -28,7 +28,7 @@ TEST(BRSockAddrObject, HasTheLayoutOfMessages) {
   EXPECT_EQ(wide, expected);
 }
 
-TEST(BRSockAddrObject, EqualityCountsAsManyBytesAsTheLengthSays) {
+TEST(BRSockAddrObject, EqualityComparesTheBytesThatTheLengthCovers) {
   auto left = BRSockAddrMakeIPv4({1, 2, 3, 4}, 80), right = left;
   auto areEqual = [&] { return BRSockAddrObject::objectWithAddr(left) == BRSockAddrObject::objectWithAddr(right); };
   right[16] = 9;  // beyond the length

@@ -46,14 +46,15 @@ TEST(DHCPMessage, OfferIsFoundWhereverItsTypeStands) {
   EXPECT_EQ(Offer({53, 1, 2}).verdict(), Verdict::offer);  // the end option may be missing
   EXPECT_EQ(Offer({0, 0, 53, 1, 2}).verdict(), Verdict::offer);
   EXPECT_EQ(Offer({54, 4, 192, 0, 2, 1, 0, 1, 0, 53, 1, 2, 53, 1, 5}).verdict(),
-            Verdict::offer);                                                // the first type counts
-  EXPECT_EQ(Offer({12, 3, 53, 1, 5, 53, 1, 2}).verdict(), Verdict::offer);  // no type inside another option
+            Verdict::offer);  // the first type counts
+  EXPECT_EQ(Offer({12, 3, 53, 1, 5, 53, 1, 2}).verdict(),
+            Verdict::offer);  // the type does not count inside another option
   std::vector<std::uint8_t> full(308);
   std::copy_n(std::array<std::uint8_t, 3>{53, 1, 2}.begin(), 3, full.end() - 3);
   EXPECT_EQ(Offer(full).verdict(), Verdict::offer);
 }
 
-TEST(DHCPMessage, AnyOneThingWrongIsMalformed) {
+TEST(DHCPMessage, AnySingleFaultIsMalformed) {
   for (auto [offset, value] : {std::pair<std::size_t, std::uint8_t>{0, 1}, {1, 6}, {2, 16}, {236, 98}, {239, 100}}) {
     EXPECT_EQ(Offer().with(offset, value).verdict(), Verdict::malformedOrNoOffer) << offset;
   }
@@ -64,11 +65,11 @@ TEST(DHCPMessage, AnyOneThingWrongIsMalformed) {
   }
   for (const std::vector<std::uint8_t>& options : {
            std::vector<std::uint8_t>{53, 1, 5},  // ACK
-           {53, 2, 2, 0},                        // of two bytes
-           {53, 0},                              // of none
-           {53, 1},                              // breaks off before its value
-           {53},                                 // before its length
-           {255, 53, 1, 2},                      // after the end
+           {53, 2, 2, 0},                        // two bytes long
+           {53, 0},                              // empty
+           {53, 1},                              // ends before its value
+           {53},                                 // ends before its length
+           {255, 53, 1, 2},                      // follows the end option
            {54, 4, 192, 0, 2, 1},                // no type
            {54, 5, 192, 0, 2, 1, 53, 1, 2},      // the type lies inside the previous option
            {54, 255, 53, 1, 2},                  // an option that extends past the end

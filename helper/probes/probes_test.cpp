@@ -1,4 +1,4 @@
-// Probes that several threads complete.
+// Tests router probes that several threads complete.
 #include <gtest/gtest.h>
 
 #include <thread>

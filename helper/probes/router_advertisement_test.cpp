@@ -26,7 +26,7 @@ std::optional<Bytes> judge(const Bytes& datagram, std::optional<int> hopLimit = 
   return message ? std::optional(Bytes(message->begin(), message->end())) : std::nullopt;
 }
 
-TEST(RouterAdvertisement, IsTakenWhole) {
+TEST(RouterAdvertisement, IsReturnedWhole) {
   EXPECT_EQ(judge(advertisement), advertisement);
   Bytes shortest(advertisement.begin(), advertisement.begin() + 16);
   EXPECT_EQ(judge(shortest), shortest);
@@ -34,7 +34,7 @@ TEST(RouterAdvertisement, IsTakenWhole) {
   EXPECT_TRUE(judge(changed(7, 0)));
 }
 
-TEST(RouterAdvertisement, IPv6HeaderBeforeItIsCutOff) {
+TEST(RouterAdvertisement, AnIPv6HeaderBeforeItIsRemoved) {
   Bytes packet(40);
   packet[0] = 0x60;
   packet.insert(packet.end(), advertisement.begin(), advertisement.end());
@@ -45,7 +45,7 @@ TEST(RouterAdvertisement, IPv6HeaderBeforeItIsCutOff) {
   EXPECT_FALSE(judge(packet));
 }
 
-TEST(RouterAdvertisement, AnyOneThingWrongIsIgnored) {
+TEST(RouterAdvertisement, AnySingleFaultIsIgnored) {
   EXPECT_FALSE(judge(Bytes(advertisement.begin(), advertisement.begin() + 15)));
   EXPECT_FALSE(judge({}));
   EXPECT_FALSE(judge(changed(0, 133)));

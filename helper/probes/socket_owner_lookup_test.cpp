@@ -98,7 +98,7 @@ TEST_F(SocketOwnerLookupTest, ThePathMustBeKnownAndIsLeftOutWhenNotUTF8) {
   EXPECT_FALSE(BRTCPSocketOwner(askAny4));
 }
 
-TEST_F(SocketOwnerLookupTest, OnePassServesWhatWaitsWhenItBegins) {
+TEST_F(SocketOwnerLookupTest, OnePassAnswersAllWaitingQuestions) {
   platform::fake::resetQueues();
   add(80, true, false, v4Local, 1);
   add(81, true, false, v4Local, 2);
@@ -123,7 +123,7 @@ TEST_F(SocketOwnerLookupTest, OnePassServesWhatWaitsWhenItBegins) {
   EXPECT_EQ(answers.back(), 2);  // answered at once
   machine().ownersKeepSockets = false;
   ask(known);
-  EXPECT_EQ(answers.size(), 4u);  // it may just have moved to another process
+  EXPECT_EQ(answers.size(), 4u);  // the socket may have just moved to another process
   machine().ownersKeepSockets = true;
   platform::fake::passTime({});
   EXPECT_THAT(answers, ElementsAre(0, 1, 2, 2, 2));

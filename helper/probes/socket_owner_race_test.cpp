@@ -12,10 +12,10 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <future>
 #include <map>
 #include <random>
@@ -25,7 +25,7 @@
 
 namespace {
 
-using Time = std::int64_t;  // nanoseconds of CLOCK_MONOTONIC
+using Time = std::int64_t;  // nanoseconds of the steady clock, which all processes share
 
 constexpr int workers = 6, maximumHeld = 12;
 constexpr std::size_t maximumHolds = 4'000'000;
@@ -33,9 +33,7 @@ constexpr char localAddress[] = "127.6.18.1";  // nothing else binds there
 constexpr Time forever = INT64_MAX;
 
 Time now() {
-  timespec time{};
-  clock_gettime(CLOCK_MONOTONIC, &time);
-  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+  return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
 }
 
 /// A process holds a socket at some time between `from` and `to`, and certainly from `surelyFrom` to `surelyTo`.
@@ -80,8 +78,7 @@ struct Passed {
 
 class Worker {
  public:
-  Worker(unsigned seed, int inbox, std::vector<int> outboxes)
-      : random_(seed), inbox_(inbox), outboxes_(std::move(outboxes)) {}
+  Worker(unsigned seed, int inbox, int outbox) : random_(seed), inbox_(inbox), outbox_(outbox) {}
 
   void run() {
     while (!shared().isOver && getppid() == parent_) {
@@ -131,7 +128,7 @@ class Worker {
     auto* header = CMSG_FIRSTHDR(&passed.message);
     *header = {.cmsg_len = CMSG_LEN(sizeof(int)), .cmsg_level = SOL_SOCKET, .cmsg_type = SCM_RIGHTS};
     memcpy(CMSG_DATA(header), &held_[index].descriptor, sizeof(int));
-    const auto sent = sendmsg(outboxes_[random_() % outboxes_.size()], &passed.message, MSG_DONTWAIT);
+    const auto sent = sendmsg(outbox_, &passed.message, MSG_DONTWAIT);
     if (sent > 0 && random_() % 2 == 0) drop(index);
   }
 
@@ -186,8 +183,7 @@ class Worker {
 
   const pid_t parent_ = getppid();
   std::mt19937 random_;
-  int inbox_;
-  std::vector<int> outboxes_;
+  int inbox_, outbox_;
   std::vector<Held> held_;
   std::vector<Child> children_;
 };
@@ -195,12 +191,12 @@ class Worker {
 struct Answer {
   std::uint16_t port = 0;
   Time asked = 0, answered = 0;
-  pid_t pid = 0;  // 0: none
+  pid_t pid = 0;  // 0: no owner
 };
 
 using Holds = std::map<std::uint16_t, std::vector<Hold>>;
 
-/// Whether the answer can have been true at some time between question and answer.
+/// Whether the answer can have been true at some time between the question and the answer.
 bool isRight(const Answer& answer, const Holds& all) {
   const auto& holds = all.at(answer.port);
   if (answer.pid != 0) {
@@ -208,7 +204,7 @@ bool isRight(const Answer& answer, const Holds& all) {
       return hold.pid == answer.pid && hold.from <= answer.answered && hold.to >= answer.asked;
     });
   }
-  // Until when, from the question on, some process certainly held the socket.
+  // From the question until this time, some process certainly held the socket.
   Time covered = answer.asked;
   for (bool goesOn = true; goesOn && covered < answer.answered;) {
     goesOn = false;
@@ -225,20 +221,16 @@ TEST(SocketOwnerRaces, EveryAnswerWasTrueBetweenQuestionAndAnswer) {
   const char* wanted = std::getenv("LOOKUPS");
   const int lookups = wanted ? std::atoi(wanted) : 2'000;
   std::vector<pid_t> processes;
-  std::vector<int> inboxes, outboxes;
-  for (int number = 0; number < workers; ++number) {
-    int ends[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
-    inboxes.push_back(ends[0]);
-    outboxes.push_back(ends[1]);
-  }
+  int ends[2];  // whichever worker comes first receives what another has sent
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
   shared().isOver = false;
+  const std::size_t first = shared().count;  // the holds before it are from an earlier run of this test
   const auto parent = getpid();
   for (unsigned number = 0; number < workers; ++number) {
     pid_t pid = fork();
     if (pid == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
-      if (getppid() == parent) Worker(number, inboxes[number], outboxes).run();
+      if (getppid() == parent) Worker(number, ends[0], ends[1]).run();
       _exit(0);
     }
     processes.push_back(pid);
@@ -246,7 +238,7 @@ TEST(SocketOwnerRaces, EveryAnswerWasTrueBetweenQuestionAndAnswer) {
 
   std::mt19937 random(618);
   std::vector<Answer> answers;
-  while (shared().count < 200) usleep(1000);
+  while (shared().count < first + 200) usleep(1000);
   while (static_cast<int>(answers.size()) < lookups) {
     std::vector<std::pair<Answer, std::promise<Answer>>> asked(1 + random() % 4);
     for (auto& [answer, promise] : asked) {
@@ -267,12 +259,10 @@ TEST(SocketOwnerRaces, EveryAnswerWasTrueBetweenQuestionAndAnswer) {
   }
   shared().isOver = true;
   for (auto pid : processes) waitpid(pid, nullptr, 0);
-  for (const auto& list : {inboxes, outboxes}) {
-    for (int descriptor : list) close(descriptor);
-  }
+  for (int end : ends) close(end);
 
   Holds holds;
-  for (std::size_t index = 0; index < shared().count; ++index) {
+  for (std::size_t index = first; index < shared().count; ++index) {
     const auto& hold = shared().holds[index];
     holds[hold.port].push_back(hold);
   }

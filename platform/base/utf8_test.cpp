@@ -7,7 +7,7 @@ using namespace std::string_view_literals;
 namespace platform {
 namespace {
 
-TEST(UTF8, TakesTheBordersOfEveryRangeAndNothingBeyond) {
+TEST(UTF8, AcceptsTheLimitsOfEveryRangeAndNothingBeyond) {
   for (auto text : {""sv, "a\0b"sv, "\x7F"sv, "\xC2\x80\xDF\xBF"sv,
                     "\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF"sv, "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"sv}) {
     EXPECT_TRUE(isUTF8(text)) << testing::PrintToString(text);

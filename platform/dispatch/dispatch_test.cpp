@@ -1,4 +1,4 @@
-// Queues and timers under load, with blocked queues and cancelled timers.
+// Tests queues and timers under load, blocked queues and cancelled timers.
 #include "platform/dispatch/dispatch.h"
 
 #include <gmock/gmock.h>
@@ -23,7 +23,7 @@ class DispatchDeathTest : public testing::Test {
   void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-TEST_F(DispatchDeathTest, BusyMainQueueDelaysNobodyElse) {
+TEST_F(DispatchDeathTest, BusyMainQueueDelaysNoOtherQueue) {
   auto serve = [] {
     async(mainQueue(), [] {
       Gate gate;
@@ -46,7 +46,7 @@ TEST_F(DispatchDeathTest, ExceptionThatLeavesWorkEndsTheProcess) {
 
 TEST(Dispatch, SerialQueueRunsOneAtATimeInTheOrderOfEachThread) {
   constexpr int threads = 4, pieces = 500;
-  std::array<int, threads> next{};  // locked by nothing but the queue
+  std::array<int, threads> next{};  // only the queue protects it
   Record disorder;
   std::atomic<int> total = 0;
   {
@@ -79,7 +79,7 @@ TEST(Dispatch, AfterRunsByTimeAndNeverEarly) {
   EXPECT_THAT(record.events(), ElementsAre(1, 2, 3));
 }
 
-/// Cancels a timer of a serial queue; returns when its handler is not at work any more.
+/// Cancels a timer of a serial queue and waits until its handler has returned.
 void end(TimerSource& timer, const Queue& queue) {
   timer.cancel();
   Gate done;
@@ -95,13 +95,13 @@ TEST(Dispatch, TimersOfBothClocksRepeatOnTheirGrid) {
     TimerSource timer(queue, {.clock = clock, .start = 10ms, .period = 5ms}, [&] { ++fired; });
     timer.resume();
     ASSERT_TRUE(eventually([&] { return fired >= 5; }));
-    // The wall clock may be slewed while this runs.
+    // The system may slew the wall clock meanwhile, so 30 ms of it may be shorter.
     EXPECT_GE(steady_clock::now() - start, clock == Clock::monotonic ? 30ms : 25ms);
     end(timer, queue);
   }
 }
 
-TEST(Dispatch, FiringsThatABusyQueueMissedComeAsOne) {
+TEST(Dispatch, MissedFiringsOfABusyQueueComeAsOne) {
   constexpr auto period = 5ms;
   auto queue = makeSerialQueue("test");
   Gate gate;
@@ -114,7 +114,7 @@ TEST(Dispatch, FiringsThatABusyQueueMissedComeAsOne) {
   const auto opened = steady_clock::now();
   gate.open();
   ASSERT_TRUE(eventually([&] { return calls >= 4; }));
-  // Ten missed firings become one call; the later ones keep to the schedule.
+  // Ten missed firings become one call, and later calls keep to the schedule.
   EXPECT_GE(steady_clock::now() - opened, 2 * period);
   end(timer, queue);
 }

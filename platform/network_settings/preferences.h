@@ -34,7 +34,8 @@ class Session {
   /// Sets the value at a path, which consists of keys that each follow a "/". Missing parents are created.
   Result<void> setValue(const std::string& path, const boost::json::value& value);
 
-  /// Writes all changes to the store, or none. The session must hold the lock.
+  /// Writes all changes to the store, or none. The session must hold the lock. On Linux, if the store has no room for
+  /// all of them, it writes those that switch proxies off and fails unless there are no others.
   Result<void> commit();
 
   /// Applies the committed changes to the running system.

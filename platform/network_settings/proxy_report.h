@@ -15,12 +15,13 @@ struct ProxyPlace {
   std::string readers;  ///< the programs that use it
 };
 
-/// All places that "set-proxy" of a service changes, including those without a setting. If a place cannot be read, its
-/// setting says why. Needs no privilege.
+/// All places that "set-proxy" changes, including those without a setting. `service` is the name of the helper's
+/// service. If a place cannot be read, its setting says why. Needs no privilege.
 std::vector<ProxyPlace> proxyPlaces(const std::string& service);
 
 /// The network services that clients have set proxies on since the machine started, or since the helper last ended
-/// unexpectedly. Proxies of other services are older or come from other programs. Needs no privilege. Empty on macOS.
+/// other than by "stop". `service` is the name of the helper's service. Proxies of other services are older or come
+/// from other programs. Needs no privilege. Empty on macOS.
 std::set<std::string> servicesWithProxies(const std::string& service);
 
 }  // namespace platform

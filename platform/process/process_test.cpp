@@ -1,4 +1,4 @@
-// Real processes: this one and its children.
+// Tests this process and real children of it.
 #include "platform/process/process.h"
 
 #include <fcntl.h>
@@ -47,7 +47,7 @@ std::string outputOf(const std::string& path, const std::vector<std::string>& ar
   return text;
 }
 
-TEST(Processes, FactsAboutThisOneAndNone) {
+TEST(Processes, AreFoundOnlyIfTheyExist) {
   EXPECT_THAT(executablePath(getpid()).value_or(""), testing::EndsWith("/process_tests"));
   EXPECT_EQ(effectiveUserID(getpid()), geteuid());
   EXPECT_EQ(Process::find(getpid())->pid(), getpid());
@@ -62,7 +62,7 @@ TEST(Processes, FactsAboutThisOneAndNone) {
   }
 }
 
-TEST(ChildTask, IsGivenWhatIsMeantForItAndNothingElse) {
+TEST(ChildTask, InheritsOnlyWhatIsMeantForIt) {
   FileDescriptor inheritable(open("/etc/passwd", O_RDONLY));
   setenv("PLANTED", "1", 1);
   sigset_t all, before;
@@ -82,18 +82,18 @@ TEST(ChildTask, IsGivenWhatIsMeantForItAndNothingElse) {
   EXPECT_EQ(rest, "/\nname two words\ngroup\n");
 }
 
-TEST(ChildTask, WithoutAnOutputHasOurs) {
+TEST(ChildTask, WithoutAnOutputWritesToOurs) {
   Pipe pipe;
   FileDescriptor ours(dup(STDOUT_FILENO)), errors(dup(STDERR_FILENO));
   for (int output : {STDOUT_FILENO, STDERR_FILENO}) dup2(pipe.writing.get(), output);
-  runShellCommand("sleep 0.05; echo out; echo error >&2; exit 1");  // which has ended when the call returns
+  runShellCommand("sleep 0.05; echo out; echo error >&2; exit 1");  // the command has ended when the call returns
   dup2(ours.get(), STDOUT_FILENO);
   dup2(errors.get(), STDERR_FILENO);
   pipe.writing.reset();
   EXPECT_EQ(pipe.readAll(), "out\nerror\n");
 }
 
-TEST(ChildTask, ItsEndIsSeenWithoutAMainQueue) {
+TEST(ChildTask, ItsEndIsDetectedWithoutAMainQueue) {
   Pipe pipe;
   ChildTask task("/bin/sh", {"-c", "trap '' TERM; echo ready; exec sleep 1000"}, std::move(pipe.writing));
   EXPECT_FALSE(task.isRunning());
@@ -110,7 +110,7 @@ TEST(ChildTask, ItsEndIsSeenWithoutAMainQueue) {
   task.kill();
 }
 
-TEST(ChildTaskDeathTest, ItsEndIsToldOnceOnTheMainQueueUnlessNobodyListens) {
+TEST(ChildTaskDeathTest, OnlyItsLastHandlerRunsOnceOnTheMainQueue) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   auto serve = [] {
     static std::unique_ptr<ChildTask> replaced, dropped, kept;
@@ -118,7 +118,7 @@ TEST(ChildTaskDeathTest, ItsEndIsToldOnceOnTheMainQueueUnlessNobodyListens) {
     static std::vector<std::string> told;
     for (auto* task : {&replaced, &dropped, &kept}) {
       *task = std::make_unique<ChildTask>("/bin/sleep", std::vector<std::string>{"1000"});
-      (*task)->setTerminationHandler([] { told.emplace_back("a handler of old"); });
+      (*task)->setTerminationHandler([] { told.emplace_back("an old handler"); });
       if (!(*task)->launch()) std::exit(2);
       pids.push_back((*task)->processIdentifier());
     }
@@ -139,7 +139,7 @@ TEST(ChildTaskDeathTest, ItsEndIsToldOnceOnTheMainQueueUnlessNobodyListens) {
       endWhenAllAreCleared();
     });
     dropped.reset();
-    if (::kill(pids[1], SIGKILL) != 0) std::exit(3);  // it has outlived its object
+    if (::kill(pids[1], SIGKILL) != 0) std::exit(3);  // the child has outlived its object
     replaced->kill();
     dispatch::dispatchMain();
   };
@@ -152,7 +152,7 @@ TEST(ChildTask, AFailedLaunchSaysWhy) {
                                      {"/etc", "Permission denied"},
                                      {"/etc/passwd/x", "Not a directory"}}) {
     ChildTask task(path, {});
-    task.setTerminationHandler([] { ADD_FAILURE() << "told of the end of a child that never was"; });
+    task.setTerminationHandler([] { ADD_FAILURE() << "the handler of a child that was never launched"; });
     EXPECT_STREQ(task.launch().error().what(), reason);
     EXPECT_EQ(task.processIdentifier(), 0);
     EXPECT_FALSE(task.isRunning());

@@ -1,4 +1,4 @@
-// Reading arbitrary ancillary data ends and stays within its bounds.
+// Fuzzes ancillary data: reading it ends and stays within its bounds.
 #include <vector>
 
 #include "platform/sockets/ancillary_data.h"

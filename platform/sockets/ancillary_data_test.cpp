@@ -1,4 +1,4 @@
-// Ancillary data, well-formed and not.
+// Tests well-formed and malformed ancillary data.
 #include "platform/sockets/ancillary_data.h"
 
 #include <gmock/gmock.h>
@@ -42,13 +42,13 @@ TEST(AncillaryData, FirstHopLimitIsFound) {
   EXPECT_EQ(hopLimitIn(hopLimit(255)), 255);
   EXPECT_EQ(hopLimitIn(hopLimit(64) + hopLimit(255)), 64);
   EXPECT_EQ(hopLimitIn(other + entry(IPPROTO_IPV6, IPV6_2292PKTINFO, Bytes(20)) + hopLimit(-1)), -1);
-  // Another level does not count
+  // A hop limit of another level does not count.
   EXPECT_EQ(hopLimitIn(entry(SOL_SOCKET, IPV6_2292HOPLIMIT, Bytes(4)) + hopLimit(7)), 7);
-  // Too short, so the next one counts
+  // The first hop limit is too short, so the next one counts.
   EXPECT_EQ(hopLimitIn(entry(IPPROTO_IPV6, IPV6_2292HOPLIMIT, Bytes(3)) + hopLimit(8)), 8);
 }
 
-TEST(AncillaryData, WhatIsCutOffOrMalformedIsNotRead) {
+TEST(AncillaryData, TruncatedAndMalformedDataIsNotRead) {
   EXPECT_EQ(hopLimitIn({}), std::nullopt);
   EXPECT_EQ(hopLimitIn(other), std::nullopt);
   auto whole = hopLimit(255);

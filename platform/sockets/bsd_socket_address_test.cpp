@@ -1,4 +1,4 @@
-// Addresses in the BSD layout, to the byte.
+// Tests every byte of addresses in the BSD layout.
 #include "platform/sockets/bsd_socket_address.h"
 
 #include <arpa/inet.h>

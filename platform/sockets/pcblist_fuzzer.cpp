@@ -1,4 +1,4 @@
-// Arbitrary tables: each complete group with the port is visited once, and nothing outside the table is read.
+// Fuzzes tables: each complete group with the port is visited once, and nothing outside the table is read.
 #include <cstdlib>
 #include <vector>
 
@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   const auto protocol = (bytes[0] & 1) != 0 ? SocketProtocol::tcp : SocketProtocol::udp;
   const auto release = (bytes[0] & 2) != 0 ? SocketTableRelease::sinceMacOS13 : SocketTableRelease::beforeMacOS13;
   const auto port = static_cast<std::uint16_t>(bytes[1] << 8 | bytes[2]);
-  // Exactly that size, so that the sanitizer sees overruns
+  // A block of exactly this size, so that the sanitizer detects overruns.
   const std::vector<std::uint8_t> table(bytes + 3, bytes + size);
 
   const std::size_t sizes[] = {384, 592, 408, 616};

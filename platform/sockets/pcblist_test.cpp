@@ -1,4 +1,4 @@
-// Tables built byte by byte.
+// Tests tables that are built byte by byte.
 #include "platform/sockets/pcblist.h"
 
 #include <gmock/gmock.h>

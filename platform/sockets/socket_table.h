@@ -18,7 +18,7 @@ struct SocketEntry {
   bool isIPv6 = false;
   /// Network byte order. An IPv4 address is in the last four bytes.
   std::array<std::uint8_t, 16> localAddress{};
-  std::uint64_t identity = 0;      ///< identifies the socket for its owner: its inode on Linux, its process on macOS
+  std::uint64_t identity = 0;      ///< what its owner is found by: the inode on Linux, the PID on macOS
   std::uint32_t userID = 0;        ///< owner of the socket, whose processes are searched first; 0 on macOS
   std::uint64_t controlGroup = 0;  ///< Linux: ID of the control group it was made in; 0 if unknown
 };
@@ -44,8 +44,8 @@ void visitSockets(SocketProtocol protocol, std::uint16_t port, bool onlyIPv6,
 /// the system has no such query (macOS). Takes microseconds.
 std::optional<SocketEntry> connectedSocket(SocketProtocol protocol, const SocketEnd& local, const SocketEnd& remote);
 
-/// A TCP socket with this local end that visitSockets() may visit first: one connected to a remote end of a recent
-/// result. Absent if that cannot be determined quickly. Takes microseconds.
+/// A TCP connection from this local end to the remote end of a recent result. It may stand for the first that
+/// visitSockets() visits, because connections have no fixed order. Absent if there is none. Takes microseconds.
 std::optional<SocketEntry> likelySocket(const SocketEnd& local);
 
 /// A process that holds the socket at this moment, if it can be found in a fraction of a millisecond near the owners
@@ -56,8 +56,8 @@ std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket);
 ///
 /// Calls `found` with the index of a socket and a process that held it after the call began: on Linux preferably one of
 /// the socket's user, on macOS the one that last used it according to the table. `found` returns whether it accepts the
-/// process; only if it does not, it is called for the same socket again. A socket that is passed between processes
-/// during the search may be missed.
+/// process. If not, it may be called for the same socket again, with another process. A socket that is passed between
+/// processes during the search may be missed.
 void findSocketOwners(std::span<const SocketEntry> sockets,
                       const std::function<bool(std::size_t index, std::int32_t pid)>& found);
 

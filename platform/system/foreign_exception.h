@@ -6,8 +6,8 @@
 
 namespace platform {
 
-/// The description of the exception being handled, if it is not a C++ one but, on macOS, an Objective-C one; absent
-/// otherwise. Call it inside `catch (...)`.
+/// The description of the Objective-C exception being handled; absent for any other exception, and on Linux. Call it
+/// inside `catch (...)`.
 std::optional<std::string> foreignExceptionDescription();
 
 }  // namespace platform

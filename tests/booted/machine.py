@@ -55,7 +55,7 @@ def sign(path, identifier="com.example.brimo", keys="first"):
 
 
 def in_session(user, *arguments):
-    """A command in a login session of a user, with pipes as standard streams. It ends with the session."""
+    """Starts a command in a login session of a user, with pipes as standard streams. It ends with the session."""
     return subprocess.Popen(["systemd-run", "--quiet", "--pipe", "--wait", "--collect", f"--property=User={user}",
                              "--property=PAMName=login", "--property=WorkingDirectory=~", "--", *arguments],
                             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True)
@@ -83,7 +83,7 @@ class MachineTest(unittest.TestCase):
         process.stderr.close()
 
     def client(self, user=MEMBER):
-        """Brimo in a session; it reads commands."""
+        """Starts Brimo in a session, where it reads commands."""
         return self.start(user, "Brimo", "--json")
 
     @staticmethod

@@ -27,9 +27,9 @@ class DesktopProxies(MachineTest):
 
     def wait_until_off(self):
         wait_until(lambda: mode() == "none", "the proxy is off")
-        wait_until(lambda: not (FOLDER / "services.json").exists(), "the next helper will not bring it back")
+        wait_until(lambda: not (FOLDER / "services.json").exists(), "the record for the next helper is removed")
 
-    def test_every_end_but_stop_takes_them_off(self):
+    def test_every_end_but_stop_switches_them_off(self):
         for number in ("KILL", "SEGV", "ABRT", "INT", "TERM"):
             with self.subTest(number):
                 self.set()
@@ -39,7 +39,7 @@ class DesktopProxies(MachineTest):
         run("systemctl", "stop", UNIT)
         self.wait_until_off()
 
-    def test_one_that_hangs_is_killed_and_replaced(self):
+    def test_a_hanging_helper_is_killed_and_replaced(self):
         drop_in = Path(f"/run/systemd/system/{UNIT}.d/watchdog.conf")
         drop_in.parent.mkdir()
         self.addCleanup(run, "systemctl", "daemon-reload")
@@ -50,7 +50,7 @@ class DesktopProxies(MachineTest):
         self.set()
         fed = lambda: int(show(UNIT, "WatchdogTimestampMonotonic"))
         hanging, started = show(UNIT, "MainPID"), fed()
-        wait_until(lambda: fed() > started, "the idle helper has shown that it lives")
+        wait_until(lambda: fed() > started, "the idle helper feeds its watchdog")
         os.kill(int(hanging), signal.SIGSTOP)
         self.wait_until_off()
         self.assertEqual(show(UNIT, "Result"), "watchdog")
@@ -61,7 +61,7 @@ class DesktopProxies(MachineTest):
         client = self.set()
         before = show(UNIT, "ExecMainPID")
         print("stop", file=client.stdin, flush=True)
-        wait_until(lambda: show(UNIT, "ActiveState") == "inactive", "it has stopped")
+        wait_until(lambda: show(UNIT, "ActiveState") == "inactive", "it stops")
         self.assertEqual(mode(), "manual")
         client = self.client()
         self.assertIn("version", self.ask(client, "version"))

@@ -22,7 +22,7 @@ def everything():
     for folder, folders, files in os.walk("/"):
         folders[:] = [name for name in folders if not os.path.join(folder, name).startswith(kept)]
         found |= {os.path.join(folder, name) for name in files + folders}
-    # backups of the user database
+    # Paths that end with "-" are backups of the user database.
     return {path for path in found if not path.startswith(kept) and not path.endswith("-")}
 
 

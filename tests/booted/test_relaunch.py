@@ -17,19 +17,18 @@ def services():
 
 class Relaunch(MachineTest):
     def setUp(self):
-        for unit in services():
-            run("systemctl", "stop", unit)
+        run("systemctl", "stop", UNIT, *services())  # together, so that no watchdog launches it again
         # The path also contains characters that are special to systemd and to the shell.
         self.executable = make_application("/opt/a %u $HOME.app")
 
     def launch(self, *environment):
-        """The admitted application in its own session, which the test ends."""
+        """Starts the application in its own session and waits until it is admitted. The test ends the session."""
         process = self.start(STRANGER, "env", *environment, self.executable)
         self.assertEqual(read_line(process), "armed")
         return process
 
     def launch_again(self, *environment):
-        """The service and the main process of the application, relaunched during another session of its user."""
+        """Has the application relaunched during another session of its user. Returns that session, the service and its main PID."""
         session = self.start(STRANGER, "cat")
         process = self.launch(*environment)
         print("defunct-restart", file=process.stdin, flush=True)
@@ -38,11 +37,11 @@ class Relaunch(MachineTest):
         wait_until(lambda: os.path.exists(f"/proc/{pid}") and os.readlink(f"/proc/{pid}/exe") == str(self.executable), "it runs")
         return session, unit, pid
 
-    def test_it_has_nothing_of_the_helpers_and_ends_with_its_users_session(self):
+    def test_it_inherits_nothing_from_the_helper_and_ends_with_its_users_session(self):
         kept = {"XDG_LITERAL": '$HOME %u "q" \\x', "DISPLAY": ":7"}
         session, unit, pid = self.launch_again(*(f"{name}={value}" for name, value in kept.items()), "SECRET=1")
         process, user = Path(f"/proc/{pid}"), str(int(run("id", "-u", STRANGER)))
-        wait_until(lambda: list(Path("/tmp").glob("-crashDefunctRestart.*")), "it has had the helper watch it again")
+        wait_until(Path(f"/tmp/-crashDefunctRestart.{pid}").exists, "it has started the watchdog again")
         self.assertEqual((process / "cmdline").read_bytes().split(b"\0")[:2], [str(self.executable).encode(), b"-crashDefunctRestart"])
         environment = dict(entry.split("=", 1) for entry in (process / "environ").read_text().rstrip("\0").split("\0"))
         self.assertEqual(environment | kept | {"HOME": f"/home/{STRANGER}", "USER": STRANGER}, environment)
@@ -70,6 +69,11 @@ class Relaunch(MachineTest):
         print("defunct-restart", file=process.stdin, flush=True)
         self.wait_for_log(FAILED + "its user has logged out", log)
         self.assertEqual(services(), [])
+
+    def test_an_application_without_a_session_is_launched_again(self):
+        process = self.start("root", "runuser", "-u", STRANGER, self.executable)
+        print("defunct-restart", file=process.stdin, flush=True)
+        wait_until(services, "it is launched again")
 
     def test_a_start_that_fails_is_logged(self):
         self.start(STRANGER, "cat")

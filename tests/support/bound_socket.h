@@ -1,4 +1,4 @@
-// Sockets of tests, and their entries in the system's table.
+// Sockets for tests, and their entries in the system's table.
 #pragma once
 
 #include <arpa/inet.h>

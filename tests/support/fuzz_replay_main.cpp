@@ -1,5 +1,5 @@
-// Runs a fuzz target over stored inputs without libFuzzer. The arguments are files and folders; ignores libFuzzer's
-// options.
+// Runs a fuzz target over stored inputs without libFuzzer. The arguments are files and folders. libFuzzer's options
+// are ignored.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

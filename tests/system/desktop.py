@@ -7,7 +7,7 @@ import shutil
 import subprocess
 from pathlib import Path
 
-from harness import ENVIRONMENT, SERVICE, TESTS, kill_group, read_line, run_as_user, wait_until
+from harness import ENVIRONMENT, SERVICE, TESTS, read_line, wait_until
 
 FOLDER = Path("/run") / SERVICE
 DATABASE = FOLDER / "dconf"
@@ -47,7 +47,9 @@ def proxies_off(code="killed", status="KILL"):
 
 
 def plain_words():
-    return json.loads(PLAIN_WORDS.read_text())
+    words = json.loads(PLAIN_WORDS.read_text())
+    words.pop("services", None)
+    return words
 
 
 class User:
@@ -64,14 +66,7 @@ class User:
         self.resolve()
 
     def start(self, command, **options):
-        process = run_as_user(command, user=self.number, env=self.environment, **options)
-        self.test.addCleanup(self._end, process)
-        return process
-
-    @staticmethod
-    def _end(process):
-        kill_group(process)
-        process.communicate()
+        return self.test.start_program(command, user=self.number, env=self.environment, **options)
 
     def run(self, *command):
         process = self.start(command)
@@ -80,12 +75,12 @@ class User:
         return out.rstrip("\n")
 
     def monitor(self, *key):
-        """The file into which a program prints a setting as often as it is told of a change."""
+        """Starts a program that prints a setting after each change. Returns the file that it writes to."""
         output = Path(self.environment["HOME"]) / "monitor"
         with output.open("w") as file:
             process = self.start(["gsettings", "monitor", *key], stdout=file)
         tasks = Path(f"/proc/{process.pid}/task")
-        wait_until(lambda: any("dconf" in (task / "comm").read_text() for task in tasks.iterdir()), "it watches the settings")
+        wait_until(lambda: any("dconf" in (task / "comm").read_text() for task in tasks.iterdir()), "gsettings watches")
         return output
 
     def dump(self):

@@ -1,4 +1,4 @@
-"""A file system served by a user (fuse(4)): a folder with one file, which both appear to belong to root."""
+"""A file system that a user serves (fuse(4)): a folder with one file, both of which appear to belong to root."""
 
 import errno
 import os
@@ -61,7 +61,7 @@ class FuseServer:
         return struct.pack("=6Q10I", node, size, (size + 511) // 512, 0, 0, 0, 0, 0, 0, mode, 1, 0, 0, 0, 4096, 0)
 
 
-# A user's script that serves "/var/lib/overlay/x (deleted)" through an overlay in his own mount namespace.
+# The script of a user who serves "/var/lib/overlay/x (deleted)" through an overlay in a mount namespace.
 SERVE_UNDER_OVERLAY = """
 from fuse_server import FuseServer
 enter_user_namespace(0x00020000)  # CLONE_NEWNS

@@ -107,7 +107,7 @@ def connect_greeted():
 
 
 def connect_admitted():
-    """A connection that has had an answer."""
+    """Opens a connection and waits for the answer to a first request."""
     connection = connect_greeted()
     connection.sendall(frame(1, {"command": "x"}))
     assert receive_frame(connection) == [1, {"error": "unknown command"}]
@@ -179,13 +179,13 @@ def enter_user_namespace(flags):
 
 
 def mount(kind, folder, options=""):
-    """mount(2) in this process, which need not be the machine's root."""
+    """Mounts a file system (mount(2)). This process may be root in its user namespace only."""
     if ctypes.CDLL(None, use_errno=True).mount(kind.encode(), os.fsencode(folder), kind.encode(), 0, options.encode()):
         raise OSError(ctypes.get_errno(), "mount")
 
 
 def mount_overlay(lower, folder):
-    """Mounts an overlay that may be written to, over /var/lib of this process's mount namespace."""
+    """Mounts a writable overlay. Uses /var/lib of this process's mount namespace for its folders."""
     mount("tmpfs", "/var/lib")
     for name in ("upper", "work", "overlay"):
         os.mkdir(f"/var/lib/{name}")
@@ -193,7 +193,7 @@ def mount_overlay(lower, folder):
 
 
 class Helper:
-    """The helper under socket activation."""
+    """The helper, under socket activation unless `activated` is false."""
 
     def __init__(self, executable="BrimoHelper", old_kernel=False, activated=True, quiet=False):
         Path(ENDPOINT).unlink(missing_ok=True)
@@ -234,13 +234,13 @@ class Helper:
                 if pid:
                     self.status = os.waitstatus_to_exitcode(status)
             return self.status is not None
-        wait_until(ended, "the helper ended")
+        wait_until(ended, "the helper ends")
         return self.status
 
     def pause(self):
-        """Stops the process. What clients send meanwhile waits in queues."""
+        """Stops the process. Data from clients then waits in queues."""
         self.signal(signal.SIGSTOP)
-        wait_until(lambda: Path(f"/proc/{self.pid}/stat").read_text().rpartition(")")[2].split()[0] == "T", "it stopped")
+        wait_until(lambda: Path(f"/proc/{self.pid}/stat").read_text().rpartition(")")[2].split()[0] == "T", "it is stopped")
 
     def go_on(self):
         self.signal(signal.SIGCONT)
@@ -273,7 +273,7 @@ class HelperTest(unittest.TestCase):
     def end_helper(self):
         self.assert_serves()
         self.helper.signal(signal.SIGTERM)
-        self.assertEqual(self.helper.wait(), 0, "the helper did not end in good order")
+        self.assertEqual(self.helper.wait(), 0, "the helper exits cleanly")
 
     def brimo(self, *arguments, executable=BRIMO, **options):
         process = run_as_user([executable, *arguments], stdin=subprocess.PIPE, **options)
@@ -288,11 +288,11 @@ class HelperTest(unittest.TestCase):
         return self.start_script(GENUINE_PYTHON, script, *arguments, **options)
 
     def start_script(self, interpreter, script, *arguments, **options):
-        """Runs a script as a user, after `from harness import *`."""
+        """Runs a script as a user. It begins with `from harness import *`."""
         return self.start_program([interpreter, "-B", "-c", "from harness import *\n" + script, *arguments], **options)
 
     def start_program(self, arguments, until=None, **options):
-        """Runs a program as a user until the test ends; returns when it says a line, if it is to."""
+        """Starts a program as a user; the test kills it at its end. If `until` is given, waits until it prints that line."""
         if until:
             options = {"stdin": subprocess.PIPE} | options
         process = run_as_user(arguments, **options)
@@ -318,7 +318,7 @@ class HelperTest(unittest.TestCase):
         return out
 
     def log(self):
-        """The modules and messages of the log's lines."""
+        """Returns the lines of the log without their time and thread mark."""
         text = LOG.read_text() if LOG.exists() else ""
         return [line[line.index("["):] for line in text.splitlines() if "[" in line]
 
@@ -326,7 +326,7 @@ class HelperTest(unittest.TestCase):
         wait_until(lambda: any(re.fullmatch(line, entry) for entry in self.log()), f"the log says {line}")
 
     def make_system_log(self):
-        """Lays a folder with a socket for the system log over /dev; returns the socket."""
+        """Mounts a folder with a socket for the system log over /dev. Returns the socket."""
         folder = Path("/run/dev")
         folder.mkdir(exist_ok=True)
         subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
@@ -338,10 +338,10 @@ class HelperTest(unittest.TestCase):
         return log
 
     def listen_to_the_system_log(self):
-        """The list that the system log's lines come into."""
+        """Replaces the system log. Returns a list to which its lines are appended."""
         log, lines = self.make_system_log(), []
 
-        def read():  # reads all the time, because a full socket would block the helper
+        def read():  # reads all the time, because the helper drops lines when the socket is full
             while line := log.recv(4096):
                 lines.append(line.decode(errors="replace"))
             log.close()

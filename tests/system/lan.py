@@ -34,7 +34,7 @@ def set_option(family, interface, option, value, namespace=None):
 
 
 class Namespace:
-    """Sockets created inside belong to the network namespace."""
+    """A context in which new sockets belong to the network namespace."""
 
     def __init__(self, name):
         self.name = name
@@ -113,12 +113,12 @@ class Lan:
         name = self.add_server(f"{address}/24")
         Path(f"/tmp/{name}.conf").write_text(DHCPD_CONFIGURATION)
         Path(f"/tmp/{name}.leases").touch()
-        dhcpd = shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), "/run")  # AppArmor restricts the original to Debian's files
+        dhcpd = shutil.copy(shutil.which("dhcpd", path="/usr/sbin"), "/run")  # AppArmor lets the original open only Debian's files
         self.run_in(name, [dhcpd, "-4", "-f", "-d", "--no-pid", "-user", "root", "-group", "root", "-cf",
                            f"/tmp/{name}.conf", "-lf", f"/tmp/{name}.leases", "eth0"], "Server starting service.")
 
     def add_dhclient(self):
-        """A client on the network that has got an address of 192.0.2.1, and keeps it."""
+        """Adds a DHCP client that gets an address from 192.0.2.1 and keeps it."""
         self.run_in(self.add_server(), ["dhclient", "-4", "-d", "-1", "-sf", "/bin/true", "-cf", "/dev/null", "-lf",
                                         "/run/dhclient.leases", "-pf", "/run/dhclient.pid", "eth0"], "bound to 192.0.2.1")
 
@@ -138,7 +138,7 @@ class Lan:
         return packets
 
     def start_sending(self, frames, interval=None):
-        """Another process that sends frames to probe0 until the test ends, as fast as it can or by interval."""
+        """Starts a process that sends frames to probe0 until the test ends, without pause or at an interval in seconds."""
         wire = self.packet_socket("lan", "wire")
         pid = os.fork()
         if pid == 0:
@@ -149,7 +149,7 @@ class Lan:
 
         def end():
             ended, _ = os.waitpid(pid, os.WNOHANG)
-            self.test.assertEqual(ended, 0, "it ended before its time")
+            self.test.assertEqual(ended, 0, "the sender ended before the test")
             os.kill(pid, signal.SIGKILL)
             os.waitpid(pid, 0)
         self.test.addCleanup(end)
@@ -168,7 +168,7 @@ def send_for_ever(wire, frames, interval):
 
 
 def captured(packets):
-    """The frames that a non-blocking packet socket has received: (whether it was outgoing, frame)."""
+    """The frames that wait in a packet socket: (whether the frame was outgoing, frame)."""
     packets.setblocking(False)
     frames = []
     while True:

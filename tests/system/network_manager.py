@@ -114,7 +114,7 @@ class NetworkManager:
 
     @staticmethod
     def file(identifier):
-        """The file in which a connection is stored."""
+        """The path of the file that stores a connection."""
         lines = run("nmcli", "--escape", "no", "-g", "UUID,FILENAME", "connection", "show").splitlines()
         return dict(line.split(":", 1) for line in lines)[identifier]
 

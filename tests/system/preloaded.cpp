@@ -1,4 +1,4 @@
-// A library that an attacker might load into the application. It leaves a mark when it runs.
+// A library that an attacker might load into the application. It creates the file named by PRELOADED.
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -1,11 +1,16 @@
 """A private system bus for the tests, with logind on it."""
 
+import contextlib
 import json
 import os
 import signal
 import socket
+import socketserver
 import subprocess
+import threading
 from pathlib import Path
+
+from gi.repository import Gio
 
 from harness import wait_until
 
@@ -45,11 +50,11 @@ class SystemBus:
     def start_logind(self):
         if self.logind:
             end(self.logind)
-            wait_until(lambda: LOGIND not in self.names(), "the old one's name is free")
+            wait_until(lambda: LOGIND not in self.names(), "the name of the old logind is free")
         os.makedirs("/run/systemd", exist_ok=True)  # as created by process 1
         self.logind = subprocess.Popen(["/lib/systemd/systemd-logind"], stderr=subprocess.DEVNULL)
         self.test.addCleanup(end, self.logind)
-        wait_until(lambda: LOGIND in self.names(), "logind is there")
+        wait_until(lambda: LOGIND in self.names(), "logind has its name")
 
     def names(self):
         return self.call("ListNames", "org.freedesktop.DBus", "/", "org.freedesktop.DBus")[0]
@@ -64,3 +69,28 @@ class SystemBus:
     def inhibitors(self):
         """The active inhibitors: (what, who, mode, uid, pid)."""
         return sorted((what, who, mode, uid, pid) for what, who, _, mode, uid, pid in self.call("ListInhibitors")[0])
+
+
+class FakeBus(socketserver.StreamRequestHandler):
+    """A client's connection to a bus that answers each message with those that a function of the test yields for it."""
+
+    @classmethod
+    def start(cls, test, answers):
+        BUS.parent.mkdir(exist_ok=True)
+        server = socketserver.ThreadingUnixStreamServer(str(BUS), cls)
+        server.daemon_threads, server.answers = True, answers
+        test.addCleanup(BUS.unlink)
+        test.addCleanup(server.server_close)
+        test.addCleanup(server.shutdown)
+        threading.Thread(target=server.serve_forever).start()
+
+    def handle(self):
+        while self.rfile.readline() not in (b"BEGIN\r\n", b""):
+            pass
+        with contextlib.suppress(ConnectionError):
+            self.wfile.write(b"DATA\r\nOK " + b"0" * 32 + b"\r\nAGREE_UNIX_FD\r\n")
+            while head := self.rfile.read(16):
+                rest = self.rfile.read(Gio.DBusMessage.bytes_needed(head) - 16)
+                for answer in self.server.answers(Gio.DBusMessage.new_from_blob(head + rest, 0)):
+                    answer.set_serial(1)
+                    self.wfile.write(answer.to_blob(0))

@@ -1,7 +1,8 @@
-"""Admission: the signed application, and all known attempts to be admitted without being it."""
+"""Admission of the signed application, and attacks by programs that are not it."""
 
 import grp
 import os
+import re
 import shutil
 import subprocess
 from pathlib import Path
@@ -28,7 +29,7 @@ def replace(executable, content):
 
 
 class ReplacedApplications(HelperTest):
-    def test_an_application_replaced_while_it_runs_is_judged_by_both_files(self):
+    def test_an_application_replaced_while_it_runs_needs_two_valid_files(self):
         bundle, executable = copy_bundle("Copy.app", "/opt/Python.app")
         script = "input(); c = connect_greeted(); c.sendall(frame(1, {'command': 'x'})); print(was_hung_up(c))"
         for content, hung_up in ((executable.read_bytes(), "False"), (b"not signed", "True")):
@@ -39,7 +40,7 @@ class ReplacedApplications(HelperTest):
             self.assertEqual((out.strip(), err), (hung_up, ""))
         self.assertEqual(self.log()[-2], "[Helper] Client validation status: -67050")
 
-    def test_an_application_whose_folder_is_removed_while_it_runs_is_missing(self):
+    def test_an_application_whose_folder_is_removed_while_it_runs_is_rejected(self):
         bundle, executable = copy_bundle("Copy.app", "/opt/Python.app")
         script = "c = connect_greeted(); print(flush=True); input(); c.sendall(frame(1, {'command': 'x'})); print(was_hung_up(c))"
         process = self.start_script(executable, script, stdin=subprocess.PIPE)
@@ -106,7 +107,7 @@ if os.fork() == 0:
     try:
         receive_frame(connection)
         connection.sendmsg(*message)
-        print("heard", flush=True)
+        print("accepted", flush=True)
     except EOFError:
         pair = socket.socketpair()
         pair[0].sendmsg(*message)  # the kernel permits the forgery
@@ -160,7 +161,7 @@ class Departures(HelperTest):
         self.wait_for_log(r"\[BRHMain\] XPC connection closed")
         self.assertEqual(len([line for line in self.log() if "closed" in line or "Reject" in line]), 1)
 
-    def test_a_client_that_is_gone_when_its_first_message_is_read(self):
+    def test_a_client_that_ends_before_its_first_message_is_read(self):
         process = self.genuine("""
 connection = connect_greeted()
 print("greeted", flush=True)
@@ -174,7 +175,7 @@ connection.sendall(frame(1, {"command": "process-lookup"}))
         self.assertIn("[Helper] Client validation status: -67065", self.log())
         self.assertFalse([line for line in self.log() if "Received" in line])
 
-    def test_the_death_of_a_client_is_noticed_though_its_child_keeps_the_connection(self):
+    def test_the_death_of_a_client_is_noticed_while_its_child_keeps_the_connection(self):
         process = self.genuine("""
 connection = connect_admitted()
 if os.fork() == 0:
@@ -207,7 +208,7 @@ class ClientGroup(HelperTest):
     def assert_serves(self):
         self.assertEqual(self.ask(self.executable), "unknown command")
 
-    def test_nobody_else_gets_in_and_nothing_is_preloaded_into_who_does(self):
+    def test_only_set_group_id_applications_without_preloaded_code_are_admitted(self):
         self.end_helper()
         system_log = self.listen_to_the_system_log()
         self.helper = harness.Helper(**self.helper_options)
@@ -219,12 +220,12 @@ class ClientGroup(HelperTest):
         marker.unlink()
         self.assertEqual(self.ask(self.executable, **preload), "unknown command")
         self.assertFalse(marker.exists())
-        # As after sg(1): the process already has the group, so the executable adds nothing, and the loader obeys LD_PRELOAD.
+        # After sg(1), the process already has the group, so the executable adds nothing and the loader obeys LD_PRELOAD.
         self.assertEqual(self.ask(self.executable, group="games", **preload), "refused")
         self.assertEqual(self.ask(self.executable, user=0, group="games"), "unknown command")
-        wait_until(lambda: any(f"of user {USER}: it was not given the client group {grp.getgrnam('games').gr_gid} by its "
-                               f"executable: it has connected with the group {USER}" in line for line in system_log),
-                   "the system log has the reason")
+        wait_until(lambda: any(f"of user {USER}: its executable did not give it the client group "
+                               f"{grp.getgrnam('games').gr_gid}: it connected with the group {USER}" in line for line in system_log),
+                   "the system log names the reason")
 
 
 class Reasons(HelperTest):
@@ -234,13 +235,13 @@ class Reasons(HelperTest):
         self.bundle, self.executable = copy_bundle("Copy.app")
 
     def assert_reason(self, reason, *command):
-        """Two refusals of a user's, of whom one line is to be had; check-code-signature has the same reason, in advance."""
+        """Has a new user refused twice. Expects one line in the system log, and its reason from check-code-signature."""
         self.user += 1
         for _ in range(2):
             process = run_as_user(command or [self.executable, "version"], user=self.user)
             self.assertEqual((process.communicate(timeout=harness.DEADLINE)[0], process.returncode), ("", 3))
         refusals = lambda: [line for line in self.system_log if f"of user {self.user}:" in line]
-        wait_until(refusals, "the system log has it")
+        wait_until(refusals, "the system log has the refusal")
         lines = refusals()
         self.assertEqual(len(lines), 1, lines)
         self.assertRegex(lines[0], rf"Refused PID \d+ of user {self.user}: {reason}")
@@ -251,7 +252,7 @@ class Reasons(HelperTest):
         process = run_as_user([TESTS / "bin/check-code-signature", bundle])
         return process.communicate(timeout=harness.DEADLINE)[0], process.returncode
 
-    def test_what_tells_of_a_helper_and_its_clients_beforehand(self):
+    def test_helper_info_and_check_code_signature(self):
         executable = TESTS / "bin/BrimoHelperWithClientGroup"
         info = lambda file: subprocess.run([TESTS / "bin/helper-info", file], capture_output=True, text=True)
         for part in ("build               618\n", "team                BRIMO00618\n", "client group        games\n"):
@@ -267,11 +268,11 @@ class Reasons(HelperTest):
         for unknown in (self.bundle, "/nothing", "/opt/tests"):
             self.assertEqual(self.check(unknown), ("", 2))
 
-    def test_the_system_log_alone_has_them_once_a_user_and_minute(self):
+    def test_only_the_system_log_has_the_reason_and_once_a_minute_for_each_user(self):
         self.end_helper()
         self.system_log = self.listen_to_the_system_log()
         self.helper = harness.Helper()
-        # The other team has a leaf of the right intermediate.
+        # The other team's leaf certificate is issued by the trusted intermediate certificate.
         team, trusted = Path("/opt/other-team"), TESTS / "certificates"
         for folder, name in ((team, "WRONG00000"), ("/opt/other-anchor", "BRIMO00618")):
             subprocess.run([TESTS / "tools/make-development-certificates", folder, name], check=True)
@@ -299,7 +300,7 @@ class Reasons(HelperTest):
         self.assert_reason(f"{self.executable.parent} may be changed by everybody")
         self.executable.parent.chmod(0o755)
         self.assert_reason("it runs in user or PID namespaces of its own", "unshare", "--user", self.executable, "version")
-        # None of them was even greeted, so that nothing of theirs was read.
+        # The helper has greeted none of them, so it has read none of their data.
         self.assertEqual(harness.LOG.read_text().count("Client validation"), 1)
         (self.bundle / FRAMEWORKS[1]).write_text("unsigned")
         self.assert_reason(f"{self.bundle}/{FRAMEWORKS[1]} has no signature")
@@ -307,12 +308,16 @@ class Reasons(HelperTest):
             (USER, "connections = [connect_greeted() for _ in range(64)]\nassert was_hung_up(connect())",
              "there are too many connections: 64 of this user"),
             (4001, "connection = connect()\nconnection.sendall(b'x')", "it sent data before the greeting"),
-            (4002, "for _ in range(1000): connect().close()", "this user connects too often"),
+            # A slow machine may first accept more at once than a user may hold.
+            (4002, "for _ in range(1000): connect().close()", "this user connects too often|there are too many connections"),
         ):
             if user != USER:
                 self.helper.pause()
             process = self.genuine(script + "\nprint('done', flush=True)\ninput()", stdin=subprocess.PIPE, user=user)
             self.assertEqual(read_line(process), "done")
             self.helper.go_on()
-            wait_until(lambda: any(f"of user {user}: {reason}" in line for line in self.system_log), reason)
+            wait_until(lambda: any(re.search(f"of user {user}: ({reason})", line) for line in self.system_log), f"the log says {reason}")
         self.assertNotIn("Refused", harness.LOG.read_text())
+        # The log does not mention connections that are refused for their number. The helper accepts another client after them.
+        self.assertEqual(self.brimo("version", user=4003)[0], 0)
+        self.assertLess(harness.LOG.read_text().count("New connection"), 1000)

@@ -48,9 +48,9 @@ class Chromium(NetworkTest):
         self.wait_for_requests(self.direct, 60)
 
     def wait_for_requests(self, server, seconds=10):
-        """Waits for a request to this server. No other server may receive one meanwhile."""
+        """Waits until this server has received three more requests."""
         before = server.requests
-        wait_until(lambda: server.requests > before + 2, "Chromium asks there", seconds)
+        wait_until(lambda: server.requests > before + 2, "Chromium sends requests there", seconds)
 
     def test_goes_through_the_proxy_as_long_as_it_is_set(self):
         for end in (lambda client: client.process.kill(),
@@ -62,5 +62,5 @@ class Chromium(NetworkTest):
             self.wait_for_requests(self.direct)
             before = self.proxy.requests
             self.wait_for_requests(self.direct)
-            self.assertEqual(self.proxy.requests, before, "none comes late")
+            self.assertEqual(self.proxy.requests, before, "no request comes late")
         self.start_helper()

@@ -64,7 +64,7 @@ class Lookup(HelperTest):
         for opened in servers + ends:
             opened.close()
 
-    def test_other_network_namespaces_are_not_looked_at(self):
+    def test_other_network_namespaces_are_ignored(self):
         server = "import socket; held = socket.create_server(('', 5555)); print('listens', flush=True); input()"
         self.start_program(["unshare", "--net", PYTHON, "-c", server], user=0, until="listens")
         self.assertEqual(self.owner("tcp", "127.0.0.1:5555"), {})
@@ -95,7 +95,7 @@ class CommandLine(HelperTest):
             process = subprocess.run([BRIMO, "version"], stdout=full, stderr=subprocess.PIPE, text=True)
         self.assertEqual((process.returncode, process.stderr), (1, "Brimo: cannot write the answer\n"))
 
-    def test_what_ends_with_the_connection_lasts_until_the_interrupt(self):
+    def test_temporary_proxies_last_until_the_interrupt(self):
         store = Path(f"/var/lib/{harness.SERVICE}/preferences.json")
         proxies = lambda: store.exists() and json.loads(store.read_text())["NetworkServices"]["id"]["Proxies"]
         process = self.start_program([BRIMO, "set-proxy", "id", "--force", "http=192.0.2.1:1", "temporary"], until="done")
@@ -103,7 +103,7 @@ class CommandLine(HelperTest):
         self.assertTrue(proxies())
         process.send_signal(signal.SIGINT)
         self.assertEqual(process.wait(), 0)
-        wait_until(lambda: not proxies(), "the proxies were taken off")
+        wait_until(lambda: not proxies(), "the proxies are off")
 
     def test_lines_share_one_connection_and_outlive_errors(self):
         process = run_as_user([BRIMO], stdin=subprocess.PIPE)
@@ -112,7 +112,7 @@ class CommandLine(HelperTest):
                                        timeout=harness.DEADLINE)
         self.assertEqual(out, 'helper build 618\nno process owns 127.0.0.1:1\n{"result":"success"}\nhelper build 618\n')
         self.assertEqual((process.returncode, err), (2, 'Brimo: there is no command "nonsense"; "help" lists them\n'
-                                                        'Brimo: a quotation that " began does not end\n'))
+                                                        'Brimo: missing closing "\n'))
         self.assertEqual(len([line for line in self.log() if "New connection" in line]), 1)
         self.assertEqual(len([line for line in self.log() if "validation" in line]), 1)
 
@@ -131,7 +131,7 @@ class CommandLine(HelperTest):
                 self.assertTrue(select.select([terminal], [], [], harness.DEADLINE)[0], seen)
                 seen += os.read(terminal, 1000)
 
-        read_until(b"brimo> ")  # libedit controls the terminal from here on
+        read_until(b"brimo> ")  # from here on, libedit controls the terminal
         os.write(terminal, b"versi\t\n")
         read_until(b"helper build 618")
         os.write(terminal, b"quit\n")

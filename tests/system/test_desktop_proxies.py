@@ -1,4 +1,4 @@
-"""How running programs of two users follow "set-proxy", for every way in which it begins and ends."""
+"""The desktop proxies: running programs of two users follow "set-proxy" and every way in which its effect ends."""
 
 import shutil
 import signal
@@ -55,14 +55,14 @@ class OnANetwork(NetworkTest):
     def test_programs_follow_the_life_of_the_client(self):
         monitor = self.users[1].monitor("org.gnome.system.proxy", "mode")
         client = self.switch_on(cleanup=False)
-        wait_until(lambda: monitor.read_text().endswith("mode: 'manual'\n"), "gsettings has seen it, too")
+        wait_until(lambda: monitor.read_text().endswith("mode: 'manual'\n"), "gsettings prints the change")
         self.assertEqual(plain_words(), {"mode": "manual", "http": "127.0.0.1:8080", "service": self.wired,
                                          "exceptions": ["*.local", "169.254.0.0/16"]})
         self.assertEqual(self.users[0].resolve("http://169.254.7.7/"), OFF)
         self.kill(client)
         self.wait_for(OFF)
         self.assertEqual(plain_words(), NONE)
-        wait_until(lambda: monitor.read_text().endswith("mode: 'none'\n"), "gsettings has seen it, too")
+        wait_until(lambda: monitor.read_text().endswith("mode: 'none'\n"), "gsettings prints the change")
 
     def test_the_command_line(self):
         self.assertEqual(self.brimo("set-proxy", "primary", "http=127.0.0.1:8080"), (0, "done\n", ""))
@@ -70,16 +70,16 @@ class OnANetwork(NetworkTest):
         self.assertIn(f"{self.wired}  nm0              Wired  (primary)\n", self.brimo("services")[1])
         places = self.brimo("proxies")[1]
         self.assertIn('desktops: {"mode":"manual","http":"127.0.0.1:8080",', places)
-        self.assertIn("obeyed by Chromium", places)
-        self.assertIn(f"NetworkManager, Wired ({self.wired}): a PAC script\n  obeyed by pacrunner", places)
+        self.assertIn("used by Chromium", places)
+        self.assertIn(f"NetworkManager, Wired ({self.wired}): a PAC script\n  used by pacrunner", places)
         self.assertEqual(self.brimo("set-proxy", "primary", "off"), (0, "done\n", ""))
         self.wait_for(OFF)
         run("nmcli", "connection", "down", self.wired)
-        self.assertEqual(self.brimo("set-proxy", "primary", "off"), (4, "", "Brimo: no service leads to the network at large\n"))
+        self.assertEqual(self.brimo("set-proxy", "primary", "off"), (4, "", "Brimo: no service has the default route\n"))
 
     def test_programs_follow_the_life_of_the_helper(self):
         self.switch_on()
-        self.brimo("stop")  # undoes nothing, and neither does the next start
+        self.brimo("stop")  # neither this nor the next start undoes anything
         proxies_off("exited", "0")
         self.start_helper()
         self.assertEqual(self.client().set_proxy({UNKNOWN: {}}), SUCCESS)
@@ -88,17 +88,18 @@ class OnANetwork(NetworkTest):
         self.helper.wait()
         proxies_off()
         self.wait_for(OFF)
-        self.start_helper()  # for this helper, the entries in the store are old
+        self.start_helper()  # this helper does not publish old entries of the store
         self.switch_on()
         self.helper.signal(signal.SIGKILL)
-        self.start_helper()  # as where the service manager could not do that
+        self.start_helper()  # as if systemd had been unable to run BrimoProxiesOff
         self.wait_for(OFF)
         self.assertEqual(self.client().set_proxy({UNKNOWN: {}}), SUCCESS)
         self.assertEqual(plain_words(), NONE)
-        self.switch_on()
+        self.switch_on(cleanup=False)
         self.helper.signal(signal.SIGTERM)
         self.wait_for(OFF)
         self.start_helper()
+        self.assertEqual(self.manager.setting(self.wired, "proxy.method"), "none")
         self.assertEqual(plain_words(), NONE)
 
     def test_each_network_has_its_own(self):
@@ -114,8 +115,8 @@ class OnANetwork(NetworkTest):
         self.wait_for(ON)
         run("nmcli", "connection", "down", self.wired)
         self.wait_for(OFF)
-        # Without a primary connection, a service that is no connection applies. With one, it applies only if nobody has set
-        # the primary connection, not even to no proxies.
+        # A service that is no connection applies if there is no primary connection, or if no proxies have been set for the
+        # primary connection, not even empty ones.
         self.assertEqual(self.client().set_proxy({"tunnel": http_proxy(4)}), SUCCESS)
         self.wait_for("http://127.0.0.1:4")
         make_primary(self.wired)
@@ -165,7 +166,7 @@ class OnANetwork(NetworkTest):
         self.assertEqual((plain_words(), user.dump()), (NONE, {}))
         self.wait_for_system_log("an inline PAC script is only passed to NetworkManager")
 
-    def test_what_is_out_of_order_leaves_no_proxy(self):
+    def test_no_failure_leaves_a_proxy(self):
         """When a client disconnects, the store, the folder in /run, NetworkManager or the bus is unavailable."""
         def full(folder):
             def spoil():
@@ -199,23 +200,23 @@ class OnANetwork(NetworkTest):
                 finally:
                     mend()
                 self.client().set_proxy({UNKNOWN: {}})
-                self.assertEqual(plain_words(), NONE, "nor does another's command bring it back")
-                wait_until(lambda: self.client().set_proxy({self.wired: {}}, cleanup=True) == SUCCESS, "all is well again")
+                self.assertEqual(plain_words(), NONE, "a command for another service does not bring the proxy back")
+                wait_until(lambda: self.client().set_proxy({self.wired: {}}, cleanup=True) == SUCCESS, "commands succeed again")
                 self.assertEqual(plain_words(), NONE)
         self.wait_for_system_log("No space left on device")
         self.switch_on(cleanup=False)
         signature = DATABASE.open("rb")
         self.bus.process.kill()
-        wait_until(lambda: plain_words() == NONE, "without a bus there is no network")
-        self.assertEqual(signature.read(8), bytes(8), "a program sees by itself that it has to look again")
+        wait_until(lambda: plain_words() == NONE, "the proxy is off, because without a bus no network is known")
+        self.assertEqual(signature.read(8), bytes(8), "programs must see that the old database is invalid")
         signature.close()
 
 
 class WithoutNetworkManager(DesktopTest):
-    def test_who_dies_while_publishing_leaves_no_program_behind(self):
+    def test_programs_notice_the_end_of_a_helper_that_dies_while_it_publishes(self):
         self.assertEqual(self.client().set_proxy({"a": http_proxy(8080)}), SUCCESS)
         self.wait_for(ON)
-        # As after the database is replaced, but before programs are notified.
+        # This is the state after the database is replaced, but before programs are notified.
         old = desktop.FOLDER / "dconf.old"
         old.hardlink_to(DATABASE)
         shutil.copy(DATABASE, desktop.FOLDER / "new")

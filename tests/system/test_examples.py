@@ -1,9 +1,10 @@
-"""The examples, as an application developer uses them: built with an installed library, or written from the documents."""
+"""The examples: an application built with an installed library, and a client in Python."""
 
 import json
 import os
 import shutil
 import signal
+import subprocess
 from pathlib import Path
 
 import harness
@@ -27,16 +28,9 @@ class Application(HelperTest):
         return json.loads(STORE.read_text())["NetworkServices"]["example"].get("Proxies") if STORE.exists() else None
 
     def instances(self):
-        """The arguments of the running examples by PID."""
-        found = {}
-        for folder in Path("/proc").glob("[0-9]*"):
-            try:
-                arguments = (folder / "cmdline").read_bytes()  # empty during exec and after the end
-                if arguments and os.readlink(folder / "exe") == str(EXAMPLE):
-                    found[int(folder.name)] = arguments.split(b"\0")[1:-1]
-            except OSError:
-                pass
-        return found
+        """The command lines of the running examples by PID."""
+        listed = subprocess.run(["pgrep", "--list-full", "--full", f"^{EXAMPLE}"], capture_output=True, text=True).stdout
+        return {int(pid): command for pid, command in (line.split(" ", 1) for line in listed.splitlines())}
 
     def test_it_sets_looks_up_comes_back_and_cleans_up(self):
         process = self.start_program([EXAMPLE, "example", "192.0.2.1", "8080"], env=harness.ENVIRONMENT | {"HOME": str(HOME)})
@@ -46,14 +40,14 @@ class Application(HelperTest):
 
         kill_group(process)
         process.wait()
-        again = wait_until(self.instances, "it was launched again")
+        again = wait_until(self.instances, "it is launched again")
         self.addCleanup(lambda: [os.kill(pid, signal.SIGKILL) for pid in self.instances()])
-        self.assertEqual(list(again.values()), [[b"-crashWatchDog"]])
-        wait_until(lambda: (self.proxies() or {}).get("HTTPProxy") == "192.0.2.1", "it has set its proxies again")
-        wait_until(lambda: self.log().count("[BRHMain] Received command: start-watchdog") == 2, "it is watched again")
+        self.assertEqual(list(again.values()), [f"{EXAMPLE} -crashWatchDog"])
+        wait_until(lambda: (self.proxies() or {}).get("HTTPProxy") == "192.0.2.1", "it sets its proxies again")
+        wait_until(lambda: self.log().count("[BRHMain] Received command: start-watchdog") == 2, "it starts the watchdog again")
 
         os.kill(next(iter(again)), signal.SIGTERM)
-        wait_until(lambda: not self.instances(), "it ended")
+        wait_until(lambda: not self.instances(), "it ends")
         self.assertFalse(self.proxies())
         self.assertEqual(self.log().count("[BRHMain] Received command: stop-watchdog"), 1)
 

@@ -2,6 +2,7 @@
 
 import json
 import os
+import signal
 import subprocess
 from pathlib import Path
 
@@ -14,7 +15,7 @@ WATCHDOG = Path("/tmp/Brimo-External-Processes-Watchdog.json")
 
 class UsersFiles(HelperTest):
     def serve(self):
-        """Starts a user's process that serves files. Returns it and the folder in which his other processes find them."""
+        """Starts a user's process that serves files. Returns the process and the folder in which others find the files."""
         server = self.start_script(PYTHON, SERVE_UNDER_OVERLAY, until="mounted")
         return server, f"/proc/{server.pid}/root/var/lib/overlay"
 
@@ -24,7 +25,7 @@ class UsersFiles(HelperTest):
 
     def test_the_image_of_a_process(self):
         server, folder = self.serve()
-        # In the helper's namespaces, except for its executable, whose name makes the helper look more closely.
+        # Only its executable is outside the helper's namespaces. The helper examines a name like this one more closely.
         process = self.start_script(f"{folder}/x (deleted)", """
 listener = socket.create_server(("127.0.0.1", 7777))
 print("listens", flush=True)
@@ -40,10 +41,13 @@ input()
         self.assertEqual((code, err), (0, ""))
         self.assertIn(str(process.pid), out)
 
-        WATCHDOG.write_text(json.dumps([[process.pid, image]]))
+        # The helper also kills what the file lists after that process.
+        watched = self.start_program(["/usr/bin/sleep", "1000"])
+        WATCHDOG.write_text(json.dumps([[process.pid, image], [watched.pid, "/usr/bin/sleep"]]))
         os.chown(WATCHDOG, USER, USER)
         self.assert_serves()  # the helper then loses this client
-        wait_until(lambda: not WATCHDOG.exists(), "the file is swept")
+        self.assertEqual(watched.wait(DEADLINE), -signal.SIGKILL)
+        wait_until(lambda: not WATCHDOG.exists(), "the helper deletes the file")
         self.assert_serves()
         self.assertIsNone(process.poll())
 
@@ -51,7 +55,7 @@ input()
         self.assert_serves()
 
     def test_an_image_that_is_reached_through_another_process(self):
-        # Signed and complete, but on a mount that only a user's namespace has.
+        # The bundle is signed and complete, but on a mount that exists only in a user's namespace.
         other = self.start_script(PYTHON, """
 enter_user_namespace(0x00020000)  # CLONE_NEWNS
 mount_overlay("/opt", "/opt")
@@ -62,7 +66,7 @@ input()
         self.assertEqual(self.assert_succeeds(process), "True\n")
 
     def test_a_framework(self):
-        # Signed and apparently root's, but the user who serves it could change it at any time.
+        # The framework is signed and appears to belong to root, but the user who serves it can change it at any time.
         bundle, executable = copy_bundle("Copy.app")
         framework = bundle / FRAMEWORKS[0]
         FuseServer(framework.parent, framework.name, framework.read_bytes(), ",allow_other")
@@ -83,9 +87,9 @@ for _ in range(70):
 """, env=harness.ENVIRONMENT | {"HOME": f"{folder}/home", "PYTHONNOUSERSITE": "1"})
         self.assert_succeeds(clients)
         failures = lambda: [line.rpartition("application: ")[2] for line in self.log() if "Failed to launch" in line]
-        wait_until(lambda: len(failures()) >= 70 - 8, "no more than eight are waited for", 6 * DEADLINE)
-        # The probe runs on a worker that all requests share.
+        wait_until(lambda: len(failures()) >= 70 - 8, "the helper waits for no more than eight launches", 6 * DEADLINE)
+        # The probe needs one of the worker threads that all requests share.
         self.assertEqual(self.brimo("dhcp-discover", "none")[0], 1)
         self.assertLess(len(os.listdir(f"/proc/{self.helper.pid}/task")), 20)
-        wait_until(lambda: len(failures()) == 70, "they are given up", 6 * DEADLINE)
+        wait_until(lambda: len(failures()) == 70, "the helper gives these launches up", 6 * DEADLINE)
         self.assertEqual(set(failures()), {"too many launches for this user are under way", "chdir: Connection timed out"})

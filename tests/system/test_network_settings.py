@@ -7,13 +7,17 @@ import stat
 import subprocess
 from pathlib import Path
 
+from gi.repository import Gio, GLib
+
 import harness
-from harness import BRIMO, SERVICE, TESTS, USER, Helper, HelperTest, read_line, run_as_user, wait_until
+from desktop import plain_words
+from harness import BRIMO, SERVICE, TESTS, USER, Helper, HelperTest, read_line, wait_until
 from network_manager import NetworkManager, addresses, routers, run
-from system_bus import BUS, SystemBus
+from system_bus import BUS, FakeBus, SystemBus
 
 FOLDER = Path("/var/lib") / SERVICE
 STORE = FOLDER / "preferences.json"
+MANAGER, PROPERTIES = "org.freedesktop.NetworkManager", "org.freedesktop.DBus.Properties"
 UNKNOWN = "00000000-0000-0000-0000-000000000000"
 SUCCESS, FAILURE = {"result": "success"}, {"error": "failed to apply proxy settings"}
 
@@ -31,14 +35,10 @@ class Client:
     """Starts an admitted client that stays connected."""
 
     def __init__(self, test):
-        self.process = run_as_user([BRIMO], stdin=subprocess.PIPE)
-        test.addCleanup(test._end_process, self.process)
-
-    def send(self, **command):
-        print("json", json.dumps(command), file=self.process.stdin, flush=True)
+        self.process = test.start_program([BRIMO], stdin=subprocess.PIPE)
 
     def ask(self, **command):
-        self.send(**command)
+        print("json", json.dumps(command), file=self.process.stdin, flush=True)
         return json.loads(read_line(self.process))
 
     def set_proxy(self, services, **options):
@@ -47,8 +47,8 @@ class Client:
 
 class NetworkSettingsTest(HelperTest):
     def setUp(self):
+        self.addCleanup(shutil.rmtree, FOLDER, ignore_errors=True)  # after the helper's last clean-up has written to it
         super().setUp()
-        self.addCleanup(shutil.rmtree, FOLDER, ignore_errors=True)
 
     def client(self):
         return Client(self)
@@ -101,7 +101,7 @@ class WithNetworkManager(NetworkSettingsTest):
         run("nmcli", "connection", "modify", self.active, "ipv4.addresses", "192.0.2.99/24")
         self.assertEqual(client.set_proxy({self.active: http_proxy(1)}), SUCCESS)
         self.assertEqual(self.manager.setting(self.active, "ipv4.addresses"), "192.0.2.99/24")
-        self.assertEqual(addresses("nm0"), ["192.0.2.7/25"], "a change that its author has not applied yet")
+        self.assertEqual(addresses("nm0"), ["192.0.2.7/25"], "an outside change that is not active must stay inactive")
 
     def test_routes_keep_their_attributes(self):
         run("nmcli", "connection", "modify", self.idle, "ipv4.method", "manual", "ipv4.addresses", "198.51.100.1/16",
@@ -127,7 +127,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assert_proxied(self.active, 8080)
         self.assertEqual(self.manager.setting(self.idle, "proxy.pac-url"), "http://pac.example/")
         self.assertIn("127.0.0.1:8080", self.manager.applied("nm0")["proxy"]["pac-script"]["data"])
-        self.assertEqual(self.manager.active(), [self.active], "an idle connection stays idle")
+        self.assertEqual(self.manager.active(), [self.active], "an idle connection must stay idle")
         self.assertEqual(stored(), {service: {"Proxies": entity} for service, entity in proxies.items()})
         self.assertEqual([stat.S_IMODE(path.stat().st_mode) for path in (FOLDER, STORE)], [0o700, 0o600])
         # They outlive a client that did not ask for a clean-up, and a restart of NetworkManager.
@@ -135,13 +135,13 @@ class WithNetworkManager(NetworkSettingsTest):
         self.manager.stop()
         self.manager.start()
         self.assert_proxied(self.active, 8080)
-        # Beside more services than are asked for one by one.
+        # With this many services, the helper reads NetworkManager's list instead of asking for each of them.
         off = {self.active: {}, self.idle: {}} | {str(number): {} for number in range(300)}
         self.assertEqual(self.client().set_proxy(off, cleanup=True), SUCCESS)
         self.assertEqual([self.method(self.active), self.method(self.idle)], ["none", "none"])
         self.assertEqual(stored(), {service: {"Proxies": {}} for service in off})
 
-    def test_a_temporary_connection_stays_one(self):
+    def test_a_temporary_connection_stays_temporary(self):
         temporary = self.manager.add_temporary_connection("Passing", "nm1")
         file = self.manager.file(temporary)
         client = self.client()
@@ -153,7 +153,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(client.set_proxy({temporary: {}}), SUCCESS)
         self.assertEqual(json.loads((FOLDER / "projected.json").read_text()), [])
 
-    def test_one_bad_entry_does_not_keep_the_others_back(self):
+    def test_a_bad_entry_does_not_affect_the_others(self):
         before = self.helper.descriptors()
         client = self.client()
         bad = {"HTTPEnable": 1, "HTTPProxy": "a; DIRECT", "HTTPPort": 1}
@@ -163,20 +163,21 @@ class WithNetworkManager(NetworkSettingsTest):
             self.assertEqual(self.method(self.idle), "none")
         odd = {UNKNOWN: bad, "": {}, "\0": {}, "\ufffe": {}}
         self.assertEqual(client.set_proxy(odd | {self.active: http_proxy(9)}, cleanup=False), SUCCESS,
-                         "no connection: only stored")
+                         "the store keeps services that are no connections")
         self.assertEqual(stored()[UNKNOWN], {"Proxies": bad})
-        # What is no ID leads to no other setting.
+        # Nor does one that does not fit into the store keep a proxy on.
+        full = {self.active: {"Proxies": http_proxy(9)}, UNKNOWN: {"Proxies": {"x": "x" * ((16 << 20) - 500)}}}
+        STORE.write_text(json.dumps({"NetworkServices": full}))
+        self.assertEqual(client.set_proxy({"more": {"x": "x" * 500}, self.active: {}, "unknown": {}}), FAILURE)
+        self.assertEqual(self.method(self.active), "none")
+        self.assertEqual(stored(), full | {self.active: {"Proxies": {}}})
+        self.assertEqual(client.set_proxy({self.active: http_proxy(9), UNKNOWN: {}}, cleanup=False), SUCCESS)
+        # A path is not an ID, and leads to no other setting.
         self.assertEqual(client.set_proxy({f"{self.idle}/IPv4": {}}, cleanup=False), FAILURE)
         client.process.stdin.close()
-        wait_until(lambda: self.helper.descriptors() <= before + 2, "no descriptor is left")  # except the log file and the bus
+        wait_until(lambda: self.helper.descriptors() <= before + 2, "only the log file and the bus have new descriptors")
         self.wait_until_off(self.active)
         self.assertNotIn("incomplete", str(self.log()))
-
-    def test_the_proxies_go_when_the_helper_is_told_to_end(self):
-        self.assertEqual(self.client().set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
-        self.helper.signal(signal.SIGTERM)
-        self.assertEqual(self.helper.wait(), 0)
-        self.assertEqual(self.method(self.active), "none")
 
     def test_the_doctor_finds_what_a_killed_helper_left(self):
         helper = Path("/usr/local/libexec/brimo/BrimoHelper")
@@ -204,10 +205,11 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertRegex(text, r"Brimo Development Root.*SHA-256 [0-9a-f]{64}")
 
         client = self.client()
-        client.set_proxy({self.active: http_proxy(1)}, cleanup=False)
+        client.set_proxy({self.active: http_proxy(1)})
+        self.assertEqual(remedies()[0], set())
         self.helper.signal(signal.SIGKILL)
         self.helper.wait()
-        subprocess.run([TESTS / "bin/BrimoProxiesOff"], check=True)  # which systemd would run
+        subprocess.run([TESTS / "bin/BrimoProxiesOff"], check=True)  # as systemd does
         self.helper = Helper()
         off = f"Brimo set-proxy {self.active} off --force"
         self.assertEqual(remedies(user=USER)[0], {("proxies", off)})
@@ -224,7 +226,7 @@ class WithNetworkManager(NetworkSettingsTest):
         client = self.client()
         self.assertEqual(client.set_proxy({self.active: http_proxy(1)}, cleanup=False), SUCCESS)
         self.manager.stop()
-        self.assertEqual(client.set_proxy({UNKNOWN: {}}), SUCCESS, "never projected")
+        self.assertEqual(client.set_proxy({UNKNOWN: {}}), SUCCESS, "NetworkManager has never had this service")
         client.process.kill()
         self.wait_for_log(r"\[BRHMain\] Proxy settings cleanup was incomplete: NetworkManager is not running")
         self.manager.start()
@@ -233,7 +235,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.wait_until_off(self.active)
         self.assertEqual(stored()[self.active], {"Proxies": {}})
 
-    def test_who_hangs_holds_nobody_up_for_ever(self):
+    def test_a_hanging_network_manager_or_bus_delays_the_helper_only_once(self):
         client = self.client()
         for process in (self.manager.process, self.bus.process):
             process.send_signal(signal.SIGSTOP)
@@ -241,7 +243,7 @@ class WithNetworkManager(NetworkSettingsTest):
             self.assert_serves()  # its client disconnects, and later clean-ups do not wait again
             self.wait_for_log(r"\[BRHMain\] Proxy settings cleanup was incomplete: NetworkManager did not answer a moment ago")
             process.send_signal(signal.SIGCONT)
-            wait_until(lambda: client.set_proxy({self.active: http_proxy(2), self.idle: {}}) == SUCCESS, "it is asked again")
+            wait_until(lambda: client.set_proxy({self.active: http_proxy(2), self.idle: {}}) == SUCCESS, "the helper asks again")
             self.assert_proxied(self.active, 2)
 
     def test_the_command_line(self):
@@ -262,6 +264,34 @@ class WithNetworkManager(NetworkSettingsTest):
 
 
 class WithoutNetworkManager(NetworkSettingsTest):
+    def test_a_bus_that_says_nothing_does_not_hold_up_the_end(self):
+        self.end_helper()
+        FakeBus.start(self, lambda message: ())
+        self.helper = Helper()
+        self.end_helper()
+
+    def test_anybodys_signals_do_not_keep_the_primary_connection_away(self):
+        values = {"PrimaryConnection": GLib.Variant("o", "/a"), "Uuid": GLib.Variant("s", "b")}
+        signal = Gio.DBusMessage.new_signal(f"/{MANAGER.replace('.', '/')}", PROPERTIES, "PropertiesChanged")
+        signal.set_body(GLib.Variant("(sa{sv}as)", (MANAGER, {}, [])))
+        signal.set_sender(":1.2")
+
+        def answers(message):
+            if message.get_message_type() != Gio.DBusMessageType.METHOD_CALL:
+                return
+            reply = message.new_method_reply()
+            if message.get_member() == "Hello":
+                reply.set_body(GLib.Variant("(s)", (":1.1",)))
+            elif message.get_interface() == PROPERTIES:
+                yield signal
+                reply.set_body(GLib.Variant("(v)", (values[message.get_body()[1]],)))
+            elif message.get_member() != "AddMatch":
+                reply = message.new_method_error_literal("org.freedesktop.DBus.Error.ServiceUnknown", "")
+            yield reply
+        FakeBus.start(self, answers)
+        self.assertEqual(self.client().set_proxy({"a": http_proxy(1), "b": http_proxy(2)}), SUCCESS)
+        wait_until(lambda: plain_words().get("service") == "b", "the primary connection is known")
+
     def test_the_store_alone_changes_and_the_system_log_says_so_once(self):
         self.end_helper()
         log = self.listen_to_the_system_log()
@@ -277,12 +307,5 @@ class WithoutNetworkManager(NetworkSettingsTest):
         wait_until(lambda: stored()[UNKNOWN] == {"Proxies": {}}, "the clean-up is done")
         def count():
             return len([line for line in log if "Network preferences are only stored" in line])
-        wait_until(count, "the system log has it")
+        wait_until(count, "the system log has the line")
         self.assertEqual(count(), 1, log)
-
-    def test_the_command_line(self):
-        code, out, err = self.brimo("services")
-        self.assertEqual((code, out), (1, ""))
-        self.assertRegex(err, "^Brimo: no system bus: .+\n$")
-        self.assertEqual(self.brimo("set-proxy", "eth0", "pac=http://a/"), (0, "done\n", ""))
-        self.assertEqual(stored()["eth0"]["Proxies"]["ProxyAutoConfigURLString"], "http://a/")

@@ -54,11 +54,11 @@ class ProbeTest(HelperTest):
         return eval(self.assert_succeeds(process))
 
     def ask(self, *requests):
-        """Replies in the order in which they came: [number of the request from 1, dictionary]."""
+        """The replies in their order of arrival: [number of the request, from 1; dictionary]."""
         return self.replies_of(self.start_asking(*requests))
 
     def trace(self, calls, *options):
-        """Has strace write down the helper's calls; what is returned ends that, and returns the text."""
+        """Traces the helper's system calls. Returns a function that ends the trace and returns its text."""
         trace = Path("/tmp/helper.trace")
         strace = subprocess.Popen(["strace", "-f", "-p", str(self.helper.pid), "-e", f"trace={calls}", *options, "-o", trace],
                                   stderr=subprocess.PIPE, text=True)
@@ -90,7 +90,7 @@ class DHCP(ProbeTest):
         (_, reply), = self.ask(discover(interface))
         return json.loads(reply["json"])
 
-    def test_servers_are_heard_whatever_rp_filter_says(self):
+    def test_servers_are_heard_with_any_rp_filter(self):
         self.lan.add_dnsmasq()
         self.lan.add_dhcpd()
         for rp_filter, address in ((0, None), (1, None), (1, "198.51.100.1/24")):
@@ -107,7 +107,7 @@ class DHCP(ProbeTest):
         trace = self.trace("poll")
         self.assertEqual(self.discover(), {"serverAddresses": []})
         waits = [int(limit) for limit in re.findall(r"poll\(\[.*\], 1, (\d+)", trace())]
-        self.assertTrue(1000 < max(waits) <= 2000, waits)  # milliseconds, less what has passed
+        self.assertTrue(1000 < max(waits) <= 2000, waits)  # milliseconds left of two seconds
         frame, = (frame for out, frame in captured(wire) if not out and frame[12:14] == b"\x08\0")
         self.assertEqual(frame[:12], BROADCAST + OUR_MAC)
         self.assertEqual(frame[30:40], b"\xff" * 4 + struct.pack(">HHH", 68, 67, 8 + 548))
@@ -129,7 +129,7 @@ class DHCP(ProbeTest):
         self.assertEqual(self.discover(), {"error": "Error: Could not send DHCP discover: Network is unreachable"})
         self.assertEqual(self.lines_of("BRHDHCPDetector")[-1], "send_dhcp_packet result: -1")
 
-    def test_the_holder_of_the_client_port_is_named(self):
+    def test_the_error_names_the_holder_of_the_client_port(self):
         ip("link", "add", "other0", "type", "veth", "peer", "name", "other1")
         self.addCleanup(ip, "link", "delete", "other0")
         for interface in (None, INTERFACE, "other0"):
@@ -144,7 +144,7 @@ class DHCP(ProbeTest):
                       self.lines_of("BRHDHCPDetector"))
         self.assertEqual(self.brimo("dhcp-discover", INTERFACE), (4, f"no DHCP server answers on {INTERFACE}\n", ""))
 
-    def test_one_probe_at_a_time_and_neither_the_queue_nor_a_lost_client_waits(self):
+    def test_one_probe_runs_at_a_time_without_delaying_other_commands(self):
         ip("link", "add", "other0", "up", "type", "veth", "peer", "name", "other1")
         self.addCleanup(ip, "link", "delete", "other0")
         descriptors = self.helper.descriptors()
@@ -158,22 +158,22 @@ class DHCP(ProbeTest):
         self.assertEqual(sorted((number, json.loads(reply["json"])) for number, reply in replies),
                          [(1, in_use), (2, in_use), (3, {"version": 618})])
 
-        wait_until(lambda: self.log()[-1].startswith("[BRHDHCPDetector] Valid responses"), "the probe has ended")
-        # The port is free once a reply arrives.
+        wait_until(lambda: self.log()[-1].startswith("[BRHDHCPDetector] Valid responses"), "the probe ends")
+        # The port is free again when the reply arrives.
         for _ in range(2):
             replies = self.ask(discover(), {"json": b'{"command":"version"}'})
             self.assertEqual([number for number, _ in replies], [2, 1])
             self.assertEqual(json.loads(replies[1][1]["json"]), {"serverAddresses": []})
-        wait_until(lambda: self.helper.descriptors() == descriptors and self.threads() <= 1, "everything was given back")
+        wait_until(lambda: self.helper.descriptors() == descriptors and self.threads() <= 1, "all is released")
 
-    def test_what_is_no_offer_for_us_is_ignored_and_offers_come_in_order(self):
+    def test_other_packets_are_ignored_and_offers_keep_their_order(self):
         wire = self.lan.packet_socket("lan", "wire")
         probe = self.start_asking(discover())
         frame = self.next_frame(wire, lambda frame: frame[36:38] == b"\0\x43")
         transaction = int.from_bytes(frame[46:50], "big")
         offer = dhcp_message(transaction)
         for packet in (udp_frame(b""), udp_frame(dhcp_message(5), "192.0.2.65"), udp_frame(offer, "192.0.2.9"),
-                       # Not for this machine, not for this port, and damaged on the way.
+                       # The first is for another machine, the second for another port, and the third is damaged.
                        udp_frame(offer, "192.0.2.66", destination=bytes.fromhex("020000000066")),
                        udp_frame(offer, "192.0.2.67", ports=(67, 69)), udp_frame(offer, "192.0.2.68", damaged=True),
                        udp_frame(offer, "192.0.2.8")):
@@ -202,7 +202,7 @@ class DHCP(ProbeTest):
         self.assertEqual(self.brimo("dhcp-discover", INTERFACE), (0, "192.0.2.1\n", ""))
         self.assertEqual(self.brimo("--json", "dhcp-discover", INTERFACE)[:2], (0, '{"serverAddresses":["192.0.2.1"]}\n'))
         self.assertLess(self.helper.resident_kilobytes() - before, 20_000)
-        # A thousandth of the size without the limit.
+        # Without a limit on logged packets, there would be about a thousand times as many lines.
         lines = self.lines_of("BRHDHCPDetector")
         for line in ("DHCPOFFER from IP address 192.0.2.1", "Ignoring further packets without a log"):
             self.assertEqual(lines.count(line), 2)
@@ -231,9 +231,9 @@ class Router(ProbeTest):
         self.assertEqual((code, err), (0, ""))
         self.assertRegex(out, rf"(?s)^router fe80::1%{INTERFACE}\n.*  MTU               1400\n.*  search domains    lab.example\n$")
 
-    def test_routers_are_asked_when_their_answer_would_be_heard(self):
+    def test_the_receiver_is_ready_before_the_first_solicitation(self):
         wire = self.lan.packet_socket("lan", "wire")
-        # Slows down both threads, so that the receiver, which sets more options, is ready last.
+        # Each option takes longer, and the receiver sets more options than the sender, so it is ready last.
         trace = self.trace("setsockopt,sendto", "-e", "inject=setsockopt:delay_enter=20000")
         probe = self.start_asking(detect())
         self.next_frame(wire, is_solicitation)
@@ -244,12 +244,12 @@ class Router(ProbeTest):
         first = next(index for index, line in enumerate(lines) if "sendto(" in line and "AF_INET6" in line)
         self.assertEqual([line for line in lines[first:] if "setsockopt" in line], [])
 
-    def test_solicitations_on_the_wire_when_nobody_is_there(self):
+    def test_solicitations_on_the_wire_without_a_router(self):
         wire = self.lan.packet_socket("lan", "wire")
         descriptors = self.helper.descriptors()
         self.assertEqual(self.detect(), {})
         asked = [frame for out, frame in captured(wire) if not out and is_solicitation(frame) and len(frame) == 62]
-        self.assertTrue(2 <= len(asked) < 50, "again and again, but no flood")
+        self.assertTrue(2 <= len(asked) < 50, "solicitations must be repeated, but not flood the network")
         for frame in asked:
             self.assertEqual((frame[:2], frame[18:22]), (b"\x33\x33", b"\0\x08" + b":" + b"\xff"))  # length, ICMPv6, hop limit
             self.assertEqual(frame[38:54], socket.inet_pton(socket.AF_INET6, "ff02::2"))
@@ -258,7 +258,7 @@ class Router(ProbeTest):
         self.assertEqual(self.lines_of("BRHV6RADetector"), ["start", "timeout"])
         self.assertIn(f"Sent RS (8\u202fbytes) on {INTERFACE}\n", self.output.read_text())
         # The timers of the main queue have created three descriptors.
-        wait_until(lambda: self.helper.descriptors() <= descriptors + 3 and self.threads() <= 2, "everything was given back")
+        wait_until(lambda: self.helper.descriptors() <= descriptors + 3 and self.threads() <= 2, "all is released")
 
     def test_interfaces_that_cannot_be_probed(self):
         self.assertEqual(self.detect("nothing0"), {})
@@ -267,7 +267,7 @@ class Router(ProbeTest):
         self.assertEqual(self.detect(), {})
         self.assertRegex(self.output.read_text(), "(?m)^sendto: ")
 
-    def test_advertisements_that_do_not_count(self):
+    def test_invalid_advertisements_are_ignored(self):
         self.lan.start_sending([icmpv6_frame(advertisement(), source="2001:db8::1"),
                                 icmpv6_frame(advertisement(), hop_limit=254)], interval=0.01)
         self.assertEqual(self.brimo("ra-detect", INTERFACE), (4, f"no IPv6 router answers on {INTERFACE}\n", ""))
@@ -277,7 +277,7 @@ class Router(ProbeTest):
 
 
 class BeforeTheAddressIsUsable(ProbeTest):
-    def test_a_failed_send_is_reported_and_the_router_heard_all_the_same(self):
+    def test_a_failed_send_is_reported_and_the_router_is_still_heard(self):
         ip("link", "set", INTERFACE, "down")
         set_option("ipv6", INTERFACE, "disable_ipv6", 1)
         set_option("ipv6", INTERFACE, "disable_ipv6", 0)

@@ -18,7 +18,7 @@ for bad in struct.pack(">I", 0), struct.pack(">I", 16777217), struct.pack(">I", 
     assert receive_frame(connection) == [1, {"error": "unknown command"}], bad  # complete frames are handled
     assert was_hung_up(connection), bad
 """))
-        wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 4, "every connection ended once")
+        wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 4, "every connection ends once")
 
     def test_many_frames_at_once_and_one_byte_by_byte(self):
         self.assert_succeeds(self.genuine("""
@@ -29,7 +29,7 @@ connection.sendall(b"".join(frame(number, {"command": "x"}) for number in range(
 assert [receive_frame(connection)[0] for _ in range(7, 501)] == list(range(7, 501))
 """))
 
-    def test_a_cut_frame_and_half_a_close(self):
+    def test_an_incomplete_frame_and_a_half_closed_connection(self):
         self.assert_succeeds(self.genuine("""
 for rest in (b"", frame(3, {"command": "x"})[:-1], b"\\0"):
     connection = connect_greeted()
@@ -38,7 +38,7 @@ for rest in (b"", frame(3, {"command": "x"})[:-1], b"\\0"):
     assert receive_frame(connection) == [2, {"error": "unknown command"}]
     assert was_hung_up(connection)
 """))
-        wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 3, "every connection ended once")
+        wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 3, "every connection ends once")
 
     def test_a_message_that_accepts_no_reply_gets_none(self):
         self.assert_succeeds(self.genuine("""
@@ -48,7 +48,7 @@ assert receive_frame(connection) == [2**64 - 1, {"error": "unknown command"}]
 """))
         self.assertIn("[BRHMain] JSON command does not accept a reply", self.log())
 
-    def test_a_client_that_leaves_its_replies_unread_is_let_go(self):
+    def test_a_client_that_leaves_its_replies_unread_is_disconnected(self):
         # Each reply contains a path of nearly 4,000 bytes.
         folder = Path("/var/lib")
         while len(str(folder)) < 3800:
@@ -74,7 +74,7 @@ try:
     while sent * size < 2 * 32 * 1024 * 1024:
         connection.sendall(request)
         sent += 1
-    raise AssertionError("nobody minded")
+    raise AssertionError("the helper has not disconnected this client")
 except (BrokenPipeError, ConnectionResetError):
     assert sent * size > 32 * 1024 * 1024, sent
 """))
@@ -94,7 +94,7 @@ input()
         print(file=process.stdin, flush=True)
         self.assert_says(process, "sent")
 
-    def test_a_flood_of_small_requests_leaves_room_for_others(self):
+    def test_a_flood_of_small_requests_does_not_delay_other_clients(self):
         other = self.genuine("""
 connection = connect_greeted()
 print("greeted", flush=True)
@@ -112,7 +112,7 @@ print(receive_frame(connection), flush=True)
         before = lines[:lines.index("[BRHMain] Received raw command: other")]
         self.assertLess(before.count("[BRHMain] Received raw command: flood"), 500)
 
-    def test_nothing_is_carried_out_after_the_clean_up_at_sigterm(self):
+    def test_no_request_is_carried_out_after_the_clean_up_at_sigterm(self):
         self.flood()
         self.helper.signal(signal.SIGTERM)
         self.helper.go_on()

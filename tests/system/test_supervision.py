@@ -1,7 +1,6 @@
-"""The relaunch of an application that dies: its user, its environment, how often, and when not."""
+"""The relaunch of an application that dies: its user, its environment, and when it does not happen."""
 
 import glob
-import json
 import os
 import re
 import shutil
@@ -18,14 +17,11 @@ NOBODY_IN_PARTICULAR = 4321  # a user ID without an entry in the user database
 
 class Relaunch(HelperTest):
     def setUp(self):
-        # Ends applications after the helper, which would relaunch them.
+        # The applications must end after the helper, which would relaunch them.
         self.started, self.relaunched = [], []
         self.addCleanup(self.end_applications)
         super().setUp()
-        self.make_bundle()
-
-    def make_bundle(self):
-        self.bundle, self.executable = copy_bundle("Relaunched.app")
+        _, self.executable = copy_bundle("Relaunched.app")
         self.executable.unlink()  # it may be running, so it cannot be overwritten
         shutil.copy(TESTS / "bin/relaunched", self.executable)
         sign(self.executable)
@@ -47,21 +43,20 @@ class Relaunch(HelperTest):
         self.assertEqual(read_line(process), "armed")
         return process
 
+    def launched(self, argument):
+        """Waits for the only application that is launched with the argument. Returns its folder in /proc."""
+        path, = wait_until(lambda: glob.glob(f"/tmp/{argument}.*"), "it runs")
+        os.unlink(path)
+        pid = path.rpartition(".")[2]
+        self.relaunched.append(int(pid))
+        return Path("/proc", pid)
+
     @staticmethod
-    def command(process, command):
-        print(command, file=process.stdin, flush=True)
+    def environment(process):
+        return dict(entry.split("=", 1) for entry in (process / "environ").read_text().rstrip("\0").split("\0"))
 
-    def report(self, argument):
-        """The report and the PID of the only application that was launched with the argument."""
-        path, = wait_until(lambda: [p for p in glob.glob(f"/tmp/{argument}.*") if not p.endswith(".part")], "it runs")
-        report = json.loads(Path(path).read_text())
-        Path(path).unlink()
-        pid = int(path.rpartition(".")[2])
-        self.relaunched.append(pid)
-        return report, pid
-
-    def assert_runs_as(self, report, user, groups):
-        status = dict(re.findall(r"^(\w+):[ \t]*(.*?)[ \t]*$", report["status"], re.M))
+    def assert_runs_as(self, process, user, groups):
+        status = dict(re.findall(r"^(\w+):[ \t]*(.*?)[ \t]*$", (process / "status").read_text(), re.M))
         self.assertEqual(status["Uid"].split(), [str(user)] * 4)
         self.assertEqual(status["Gid"].split(), [str(user)] * 4)
         self.assertEqual(status["Groups"].split(), [str(group) for group in groups])
@@ -69,7 +64,7 @@ class Relaunch(HelperTest):
             self.assertEqual({status[name] for name in ("CapInh", "CapPrm", "CapEff", "CapAmb")}, {"0" * 16})
         return status
 
-    def test_it_comes_back_as_the_user_it_was(self):
+    def test_it_is_relaunched_as_its_user(self):
         home = Path("/opt/home")
         home.mkdir(mode=0o700, exist_ok=True)
         os.chown(home, NOBODY_IN_PARTICULAR, 0)
@@ -79,49 +74,46 @@ class Relaunch(HelperTest):
         other = {"SECRET": "1", "LD_LIBRARY_PATH": "/tmp", "PYTHONPATH": "/tmp", "BASH_ENV": "/tmp/x", "IFS": "x"}
         process = self.start(env=ENVIRONMENT | kept | other, user=NOBODY_IN_PARTICULAR, groups=[4, 2000, 3000])
         process.kill()
-        report, pid = self.report("-crashWatchDog")
+        process = self.launched("-crashWatchDog")
 
-        self.assertEqual(report["arguments"], [str(self.executable), "-crashWatchDog"])
-        status = self.assert_runs_as(report, NOBODY_IN_PARTICULAR, [4, 2000, 3000])
-        environment = dict(entry.split("=", 1) for entry in report["environment"].rstrip("\0").split("\0"))
-        self.assertEqual(environment, kept | {"PATH": ENVIRONMENT["PATH"]})
-        self.assertEqual(report["folder"], str(home))
-        self.assertEqual(report["descriptors"], {"0": "/dev/null", "1": "/dev/null", "2": "/dev/null"})
-        self.assertEqual(report["umask"], 0o022)
-        self.assertEqual(report["session"], pid)
+        self.assertEqual((process / "cmdline").read_text(), f"{self.executable}\0-crashWatchDog\0")
+        status = self.assert_runs_as(process, NOBODY_IN_PARTICULAR, [4, 2000, 3000])
+        self.assertEqual(self.environment(process), kept | {"PATH": ENVIRONMENT["PATH"]})
+        self.assertEqual(os.readlink(process / "cwd"), str(home))
+        self.assertEqual([os.readlink(process / "fd" / name) for name in "012"], ["/dev/null"] * 3)
         self.assertNotEqual(int(status["PPid"]), self.helper.pid)
         self.assertEqual(Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children").read_text(), "")
 
-    def test_what_the_application_lacks_is_filled_in(self):
+    def test_a_missing_environment_is_filled_in(self):
         process = self.start(env={}, user=33)  # www-data, which every Debian machine has
         process.kill()
-        report, _ = self.report("-crashWatchDog")
-        self.assert_runs_as(report, 33, [])
-        self.assertEqual(sorted(report["environment"].rstrip("\0").split("\0")),
-                         ["HOME=/var/www", "LOGNAME=www-data", "PATH=/usr/local/bin:/usr/bin:/bin", "SHELL=/usr/sbin/nologin", "USER=www-data"])
-        self.assertEqual(report["folder"], "/var/www" if os.path.isdir("/var/www") else "/")
+        process = self.launched("-crashWatchDog")
+        self.assert_runs_as(process, 33, [])
+        self.assertEqual(self.environment(process), {"HOME": "/var/www", "LOGNAME": "www-data", "SHELL": "/usr/sbin/nologin",
+                                                     "PATH": "/usr/local/bin:/usr/bin:/bin", "USER": "www-data"})
+        self.assertEqual(os.readlink(process / "cwd"), "/var/www" if os.path.isdir("/var/www") else "/")
 
-    def test_where_systemd_runs_nothing_is_launched_but_by_it(self):
-        # There is a bus here but no systemd; the booted tests have one.
+    def test_where_systemd_runs_only_systemd_launches(self):
+        # Here, there is a bus but no systemd. The booted tests have both.
         SystemBus(self)
         os.makedirs("/run/systemd/system", exist_ok=True)  # indicates that systemd is running
         self.addCleanup(os.rmdir, "/run/systemd/system")
-        self.command(self.start(), "defunct-restart")
+        print("defunct-restart", file=self.start().stdin, flush=True)
         self.wait_for_log(r"\[BRHMain\] Failed to launch main application: .*org\.freedesktop\.systemd1.*")
         self.assertEqual(glob.glob("/tmp/-crash*"), [])
 
-    def check_who_comes_back(self, user, groups, other):
+    def check_the_relaunched_user(self, user, groups, other):
         self.assertEqual(self.brimo("version", user=other)[0], 0)  # this user was admitted before
-        self.command(self.start(user=user, groups=groups), "defunct-restart")
-        self.assert_runs_as(self.report("-crashDefunctRestart")[0], user, groups)
+        print("defunct-restart", file=self.start(user=user, groups=groups).stdin, flush=True)
+        self.assert_runs_as(self.launched("-crashDefunctRestart"), user, groups)
 
-    def test_an_application_of_root_comes_back_as_root(self):
-        self.check_who_comes_back(0, [0, 7], USER)
+    def test_an_application_of_root_is_relaunched_as_root(self):
+        self.check_the_relaunched_user(0, [0, 7], USER)
 
-    def test_no_other_application_comes_back_as_root(self):
-        self.check_who_comes_back(USER, [], 0)
+    def test_no_other_application_is_relaunched_as_root(self):
+        self.check_the_relaunched_user(USER, [], 0)
 
-    def test_brimo_comes_back_and_says_so(self):
+    def test_brimo_says_that_it_was_relaunched(self):
         self.assertEqual(self.brimo("defunct-restart"), (-signal.SIGKILL, "", ""))
         self.wait_for_log(r"\[BRHMain\] Received command: version")
         for argument in ("-crashWatchDog", "-crashDefunctRestart"):

@@ -50,7 +50,7 @@ struct Options {
 ///   call() fails and handlers are never called.
 class BRIMO_CLIENT_API HelperClient {
  public:
-  /// Identifies a request; never 0 and never reused.
+  /// Identifies a request; never reused. 0 only in a forked child process, where nothing is sent.
   using ID = std::uint64_t;
 
   /// The first request connects. Throws std::system_error when no thread or descriptor is available.
@@ -64,7 +64,7 @@ class BRIMO_CLIENT_API HelperClient {
   HelperClient& operator=(const HelperClient&) = delete;
 
   /// Sends a request. The handler is called exactly once, whatever happens, but never within this call. It must not
-  /// throw. `limit` replaces the client's time limit.
+  /// throw. `limit` replaces the client's time limit, including the additional time of slow requests.
   template <class Value>
   ID send(const Request<Value>& request, typename Request<Value>::Handler handler,
           std::optional<std::chrono::milliseconds> limit = {}) {
@@ -87,7 +87,7 @@ class BRIMO_CLIENT_API HelperClient {
   void connect();
 
   /// A descriptor that is readable when deliver() has work to do, for poll(), GLib, Qt or Asio. -1 if
-  /// Options::ownThread.
+  /// Options::ownThread is true. It belongs to this object: do not read from it or close it.
   int descriptor() const;
 
   /// Calls the handlers that are due, on this thread. Must not run on two threads at once.

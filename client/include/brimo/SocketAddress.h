@@ -1,4 +1,4 @@
-// The address of a local socket.
+// The address of either end of a socket.
 #pragma once
 
 #include <brimo/result.h>

@@ -122,7 +122,7 @@ BRIMO_CLIENT_API Request<std::int32_t> startDHCPServer(const DHCPServerSettings&
 /// Stops the DHCP server and kills every process named brimo-dhcpd or brimo-ra.
 BRIMO_CLIENT_API Request<Done> stopDHCPServer();
 
-/// Starts spindump, which samples this process into a file, unless it already runs. Returns at once.
+/// Makes spindump sample this process into a file, unless a spindump already runs. Returns at once. `path` is absolute.
 BRIMO_CLIENT_API Request<Done> spindump(const std::string& path);
 
 /// Ends the helper process without any clean-up. The next connection starts it again. This client does not reconnect by

@@ -27,7 +27,7 @@ std::map<uid_t, int>& launchesUnderWay() {
   return launches;
 }
 
-/// On the main thread.
+/// The identity of the application that was admitted last; absent if it is not known. Main thread.
 std::optional<ApplicationIdentity>& notedIdentity() {
   static std::optional<ApplicationIdentity> identity;
   return identity;

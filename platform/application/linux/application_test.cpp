@@ -31,7 +31,7 @@ void launchAfter(const std::function<void()>& prepare, int again = 0) {
   dispatch::dispatchMain();
 }
 
-class WorkspaceDeathTest : public testing::Test {
+class ApplicationDeathTest : public testing::Test {
  protected:
   // Not "threadsafe", which repeats the test in a new process: the noted application must be a child of this one.
   void SetUp() override { GTEST_FLAG_SET(death_test_style, "fast"); }
@@ -41,10 +41,10 @@ class WorkspaceDeathTest : public testing::Test {
   Process process = Process::find(application.pid()).value();
 };
 
-TEST_F(WorkspaceDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
+TEST_F(ApplicationDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
   auto end = testing::ExitedWithCode(0);
   EXPECT_EXIT(launchAfter([] {}), end, unknown);
-  // It runs as another user by now.
+  // The process now runs as another user.
   EXPECT_EXIT(launchAfter([&] { noteRunningApplication(process, getuid() + 1); }), end, unknown);
   // An application that cannot be noted replaces the noted one too.
   EXPECT_EXIT(launchAfter([&] {
@@ -56,7 +56,7 @@ TEST_F(WorkspaceDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
               end, unknown);
 }
 
-TEST_F(WorkspaceDeathTest, TheErrorNamesTheStepThatFailed) {
+TEST_F(ApplicationDeathTest, TheErrorNamesTheStepThatFailed) {
   // Only root may set groups, so the launch fails at that step.
   auto error = getuid() == 0 ? "execve: No such file or directory" : "setgroups: Operation not permitted";
   auto beside = [&](int launches) {
@@ -69,13 +69,13 @@ TEST_F(WorkspaceDeathTest, TheErrorNamesTheStepThatFailed) {
   EXPECT_EXIT(launchAfter(beside(8)), testing::ExitedWithCode(0), "too many launches for this user are under way");
 }
 
-#ifndef __SANITIZE_THREAD__  // its runtime does not support a forked child that goes on working
+#ifndef __SANITIZE_THREAD__  // its runtime does not support a forked child that continues to run
 
-TEST(ApplicationLaunch, TheApplicationHasNothingButWhatIsItsUsers) {
+TEST(ApplicationLaunch, TheApplicationHasOnlyWhatBelongsToItsUser) {
   ASSERT_EQ(getuid(), 0u) << "run as root";
   test::TemporaryFolder folder;
   ASSERT_EQ(chown(folder.path().c_str(), 1, 1), 0);
-  // What it must not inherit.
+  // The application must inherit none of these.
   FileDescriptor inheritable(open("/", O_RDONLY));
   sigset_t one, before;
   sigemptyset(&one);

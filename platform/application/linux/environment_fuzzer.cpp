@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!isGood) std::abort();
     all += variable + '\0';
   }
-  // Everything that was kept is kept again.
+  // A second pass keeps everything that the first one kept.
   if (platform::applicationEnvironment(all).size() != names.size()) std::abort();
   return 0;
 }

@@ -9,7 +9,7 @@ using namespace std::string_view_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(ApplicationEnvironment, KeepsWhatIsListedAsItIs) {
+TEST(ApplicationEnvironment, KeepsListedVariablesUnchanged) {
   EXPECT_THAT(applicationEnvironment("DISPLAY=:0\0LD_PRELOAD=/tmp/evil.so\0LC_ALL=de_DE.UTF-8\0XDG_SESSION_ID=2\0"
                                      "DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/1000/bus,guid=1\0HOME=\0"
                                      "SECRET=1\0PYTHONPATH=/x\0LOCPATH=/x\0GCONV_PATH=/x\0WAYLAND_SOCKET=3\0"sv),
@@ -24,7 +24,7 @@ TEST(ApplicationEnvironment, NamesMustMatchWhole) {
   EXPECT_THAT(applicationEnvironment("LC_=x\0XDG_=x\0"sv), ElementsAre("LC_=x", "XDG_=x"));
 }
 
-TEST(ApplicationEnvironment, TheFirstOfANameCountsAndWhatIsCutOffDoesNot) {
+TEST(ApplicationEnvironment, OnlyTheFirstCompleteVariableOfANameCounts) {
   EXPECT_THAT(applicationEnvironment("HOME=/a\0HOME=/b\0USER=u"sv), ElementsAre("HOME=/a"));
   EXPECT_THAT(applicationEnvironment(""), IsEmpty());
   EXPECT_EQ(valueOf({"HOMES=/a", "ROOM=/b", "HOME=/c", "HOME=/d"}, "HOME"), "/c");

@@ -115,8 +115,8 @@ class Launch {
 
   void tell(const Report& report) const { [[maybe_unused]] auto length = write(report_.get(), &report, sizeof report); }
 
-  /// The last report of the children, once their descriptors are closed by a successful execve() or their end, or
-  /// patience has run out.
+  /// Waits until execve() or the end of the children has closed their descriptors, at most for `patience`. Returns
+  /// their last report.
   static Report readReports(int descriptor) {
     Report result{"fork", ECHILD};
     const auto deadline = std::chrono::steady_clock::now() + patience;

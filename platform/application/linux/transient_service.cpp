@@ -22,7 +22,7 @@ constexpr char unitInterface[] = "org.freedesktop.systemd1.Unit";
 constexpr char serviceInterface[] = "org.freedesktop.systemd1.Service";
 
 constexpr std::chrono::seconds patience(30);  // PAM modules may query the network
-// Each look costs systemd five answers, and a home folder that does not answer makes the start take the whole time.
+// Each check reads five properties from systemd. If a home folder does not answer, checks continue until the deadline.
 constexpr std::chrono::milliseconds firstPause(20), longestPause(1000);
 
 /// A D-Bus error that releases itself.

@@ -39,8 +39,8 @@ std::uint64_t timeUntil(BusDeadline deadline) {
 
 }  // namespace
 
-// Without this wait, the first call would block for up to 90 seconds until the bus accepts the connection, regardless
-// of the call's own timeout.
+// Waits until the bus accepts the connection. Otherwise, the first call would block for up to 90 seconds, regardless of
+// its own timeout.
 Result<SystemBus> openSystemBus(BusDeadline deadline) {
   sd_bus* opened = nullptr;
   int result = sd_bus_open_system(&opened);

@@ -1,4 +1,4 @@
-// Signatures of files that every Mac has.
+// Tests signatures of files that every Mac has.
 #include "platform/code_signing/code_signing.h"
 
 #include <gtest/gtest.h>

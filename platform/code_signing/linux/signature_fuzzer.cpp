@@ -1,4 +1,4 @@
-// Hostile files and signatures. The seeds were signed under a test root whose keys have been deleted.
+// Fuzzes files and signatures. The seeds were signed under a test root whose keys have been deleted.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     std::ifstream file(ANCHOR_FILE);
     return std::string(std::istreambuf_iterator<char>(file), {});
   }();
-  // Only what was signed verifies.
+  // A signature that verifies has the signed content.
   auto check = [](const platform::Result<CodeSignature>& signature) {
     if (signature && (signature->identifier != "com.example.brimo" || signature->payloadSize != 3)) std::abort();
   };

@@ -45,7 +45,7 @@ constexpr char usual[] = "-nodetach -md sha256 -signer leaf.pem -certfile interm
 const std::string directoryOfABC =
     R"({"identifier": "x", "size": 3, "sha256": "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"})";
 
-TEST_F(CodeSignatureTest, TellsWhoSignedWhat) {
+TEST_F(CodeSignatureTest, NamesTheSignerAndTheContent) {
   auto signature = read(readFile(*folder / "signed")).value();
   EXPECT_EQ(signature.identifier, "com.example.test");
   EXPECT_EQ(signature.payloadSize, 100'000u);

@@ -89,7 +89,7 @@ TEST_F(TrustedFileTest, FollowsLinksOnlyThroughTrustedFolders) {
 TEST_F(TrustedFileTest, OpensTheImageOfAProcess) {
   test::RunningCopy process(folder / "inner/image");
   EXPECT_TRUE(openTrustedImage(process.pid()));
-  // Its path may lead to another file by now, but the folders must still be trusted.
+  // The path may lead to another file by then, but its folders must still be trusted.
   std::filesystem::remove(folder / "inner/image");
   EXPECT_TRUE(openTrustedImage(process.pid()));
   chmod((folder / "inner").c_str(), 0777);

@@ -12,11 +12,12 @@ namespace platform {
 /// The main thread's loop, made on first use.
 sd_event* mainEventLoop();
 
-/// Tells the service manager's watchdog (sd_watchdog_enabled(3)) that this process works, at most once a second. Called
-/// after each part of work that may keep the loop from its next iteration for long. Main thread.
+/// Tells the service manager's watchdog (sd_watchdog_enabled(3)) that this process is responsive, at most once a
+/// second. Call it after each part of any work that may delay the loop's next iteration for long. Main thread.
 void feedWatchdog();
 
-/// A source of events on the main loop. Destroying it detaches it and destroys its handler, which may do this itself.
+/// A source of events on the main loop. Destroying it detaches it and destroys its handler. A handler may
+/// destroy its own source.
 /// Functions throw a Failure on errors, because the program cannot go on without its events.
 class EventSource {
  public:

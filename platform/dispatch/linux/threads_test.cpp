@@ -1,4 +1,4 @@
-// Threads of queues and timers on Linux, beyond the header's promises.
+// Tests the threads of queues and timers on Linux, beyond what the header promises.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/epoll.h>
@@ -34,7 +34,7 @@ TEST(DispatchThreadsDeathTest, MainQueueNeedsNoOtherThreadAndItsTimersNoDescript
   EXPECT_EXIT(serve(), testing::ExitedWithCode(42), "");
 }
 
-TEST(DispatchThreadsDeathTest, DescriptorsAreServedBetweenPiecesOfWorkWhichKeepTheirOrder) {
+TEST(DispatchThreadsDeathTest, DescriptorsAreServedBetweenPiecesOfWork) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   auto serve = [] {
     FileDescriptor event(eventfd(0, EFD_CLOEXEC));
@@ -88,7 +88,7 @@ bool othersSleep() {
   return true;
 }
 
-TEST(DispatchThreads, NoThreadTurnsRoundWhenATimerHasFired) {
+TEST(DispatchThreads, NoThreadSpinsAfterATimerHasFired) {
   Record record;
   after(1ms, globalQueue(), [&] { record.add(1); });
   ASSERT_TRUE(record.reaches(1));

@@ -1,4 +1,4 @@
-// Messages through XPC, with an anonymous listener in place of a service's.
+// Tests messages through XPC, with an anonymous listener instead of a service.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

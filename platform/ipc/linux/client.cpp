@@ -131,7 +131,7 @@ class ClientChannel::Implementation {
     const auto* service = greeting.dictionary.get<std::string>("service");
     isGreeted_ = greeting.id == 0 && service && *service == serviceName_;
     if (isGreeted_) return flush();
-    end_ = End{.wasReached = true, .reason = "the endpoint is not that of " + serviceName_};
+    end_ = End{.wasReached = true, .reason = "the endpoint belongs to another service than " + serviceName_};
   }
 
   /// Reads once; false if nothing was waiting.

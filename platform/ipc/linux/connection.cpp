@@ -90,9 +90,8 @@ Result<void> Connection::Implementation::admitPeer() {
   // In private namespaces, a process could forge its credentials and the target of /proc/PID/exe.
   if (!sender_->sharesNamespaces()) return Failure(0, "it runs in user or PID namespaces of its own");
   if (endpoint_->requiredGroup && !sender_->wasGivenGroup(*endpoint_->requiredGroup)) {
-    return Failure(
-        0, fmt::format("it was not given the client group {} by its executable: it has connected with the group {}",
-                       *endpoint_->requiredGroup, sender_->gid()));
+    return Failure(0, fmt::format("its executable did not give it the client group {}: it connected with the group {}",
+                                  *endpoint_->requiredGroup, sender_->gid()));
   }
   if (auto checked = checkSender(*sender_, requirement_); !checked) return checked;
   // Bytes that arrived by now may have been sent before the process executed the checked image.

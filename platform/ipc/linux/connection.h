@@ -35,8 +35,8 @@ class Connection::Implementation final : public Connection, public std::enable_s
   void resume() override;
   void cancel() override;
 
-  /// Tells the handler that this process is about to end. No event follows: messages of the peer that have not been
-  /// delivered by then never are.
+  /// Tells the handler that this process is about to end. No event follows: messages of the peer that are still
+  /// undelivered are dropped.
   void terminate();
 
  private:

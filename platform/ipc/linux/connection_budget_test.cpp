@@ -7,7 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(ConnectionBudget, LetsABurstPassAndThenSoManyASecond) {
+TEST(ConnectionBudget, AllowsABurstAndThenAFixedRate) {
   ConnectionBudget budget;
   ConnectionBudget::Time now{1h};
   auto passing = [&](int attempts) {

@@ -1,4 +1,4 @@
-// Frames of a hostile peer: a decoded frame survives a round trip.
+// Fuzzes frames of a hostile peer: a decoded frame survives a round trip.
 #include <cstdlib>
 
 #include "platform/ipc/linux/frames.h"

@@ -38,7 +38,7 @@ TEST(IPCFrames, IntegersOfEverySizeComeBack) {
   }
 }
 
-TEST(IPCFrames, WhatHasBeenReadIsNotKept) {
+TEST(IPCFrames, FramesThatWereReadAreFreed) {
   auto inUse = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
   auto whole = *encodeFrame({1, {{"k", Data(10'000)}}});
   Data endAndBegin(whole.begin() + 5'000, whole.end());
@@ -53,7 +53,7 @@ TEST(IPCFrames, WhatHasBeenReadIsNotKept) {
   EXPECT_LT(inUse(), before + 1'000'000);
 }
 
-TEST(IPCFrames, RefusesToEncodeWhatNoPeerWouldRead) {
+TEST(IPCFrames, RefusesToEncodeAFrameThatNoPeerAccepts) {
   EXPECT_TRUE(encodeFrame({1, {{"k", Data(maximumFrameLength - 10)}}}));
   EXPECT_FALSE(encodeFrame({1, {{"k", Data(maximumFrameLength)}}}));
 }
@@ -69,7 +69,7 @@ TEST(IPCFrames, ValuesOfOtherTypesReadAsAbsent) {
   EXPECT_EQ(frame->dictionary, (Dictionary{{"i", "ab"}}));
 }
 
-TEST(IPCFrames, RefusesWhatIsNotOneItemOfTheForm) {
+TEST(IPCFrames, RefusesEverythingButAnIDAndADictionary) {
   EXPECT_TRUE(decodeFrame(bytes({0x82, 0, 0xA0})));
   EXPECT_TRUE(decodeFrame(bytes({0x9F, 0, 0xBF, 0xFF, 0xFF})));  // indefinite lengths are well-formed
   for (const Data& item : {
@@ -78,20 +78,20 @@ TEST(IPCFrames, RefusesWhatIsNotOneItemOfTheForm) {
            bytes({0x81, 0}),
            bytes({0x83, 0, 0xA0, 0}),
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x5F, 0xFF}),
-           bytes({0x82, 0x20, 0xA0}),                                  // not the form
-           bytes({0x82, 0, 0xA0, 0}),                                  // something follows
-           bytes({0x82, 0, 0xA1, 1, 1}),                               // no value; key not a text
-           bytes({0x82, 0, 0xA1, 0x61, 0xFF, 1}),                      // key not UTF-8
-           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x62, 0xC0, 0x80}),        // overlong text
-           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x63, 0xED, 0xA0, 0x80}),  // surrogate
-           bytes({0x82, 0, 0xA2, 0x61, 'a', 1, 0x61, 'a', 2}),         // key twice
-           // The same key; its first value is of a type that is left out
+           bytes({0x82, 0x20, 0xA0}),                                  // the ID is negative
+           bytes({0x82, 0, 0xA0, 0}),                                  // another item follows
+           bytes({0x82, 0, 0xA1, 1, 1}),                               // a key is not a text
+           bytes({0x82, 0, 0xA1, 0x61, 0xFF, 1}),                      // a key is not UTF-8
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x62, 0xC0, 0x80}),        // an overlong encoding of a character
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x63, 0xED, 0xA0, 0x80}),  // a surrogate
+           bytes({0x82, 0, 0xA2, 0x61, 'a', 1, 0x61, 'a', 2}),         // a key occurs twice
+           // a key occurs twice, first with a value that reads as absent
            bytes({0x82, 0, 0xA2, 0x61, 'a', 0xF6, 0x61, 'a', 2}),
-           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x61, 'x', 0xFF}),  // text inside indefinite data
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x61, 'x', 0xFF}),  // a text inside data of indefinite length
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0xFF}),
-           bytes({0x9F, 0, 0xA0}),                         // break out of place; no break
-           bytes({0x82, 0, 0xA1, 0x61, 'a', 0xF8, 0x10}),  // ill-formed simple value
-           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5B, 255, 255, 255, 255, 255, 255, 255, 255}),  // longer than memory
+           bytes({0x9F, 0, 0xA0}),                         // an array of indefinite length does not end
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0xF8, 0x10}),  // a simple value in the wrong form
+           bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5B, 255, 255, 255, 255, 255, 255, 255, 255}),  // longer than any memory
            bytes({0x82, 0, 0xBB, 255, 255, 255, 255, 255, 255, 255, 255}),
        }) {
     EXPECT_FALSE(decodeFrame(item)) << testing::PrintToString(item);

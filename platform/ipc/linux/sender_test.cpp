@@ -7,7 +7,7 @@
 namespace platform::ipc {
 namespace {
 
-TEST(Sender, AnythingWrongWithItsExecutableIsAFailedRequirement) {
+TEST(Sender, AnyFaultOfItsExecutableIsAFailedRequirement) {
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   FileDescriptor one(ends[0]), other(ends[1]);

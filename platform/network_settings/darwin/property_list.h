@@ -9,7 +9,8 @@
 namespace platform {
 
 /// Converts a JSON value. Booleans become CFBoolean; integers and other numbers become 64-bit CFNumber. Null if the
-/// value or one inside it cannot be converted: JSON null, or an integer above INT64_MAX.
+/// value or one inside it cannot be converted: JSON null, an integer above INT64_MAX, a number that is not finite, or a
+/// text that is not UTF-8.
 CFOwner<CFTypeRef> propertyList(const boost::json::value& value);
 
 /// Converts a property list. Absent if the object or one inside it cannot be converted: data, a date, a key that is not

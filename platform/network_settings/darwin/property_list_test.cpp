@@ -1,4 +1,4 @@
-// Round trips of each type.
+// Tests a round trip of each type.
 #include "platform/network_settings/darwin/property_list.h"
 
 #include <gtest/gtest.h>
@@ -36,7 +36,7 @@ TEST(PropertyList, TypesStayApart) {
   EXPECT_TRUE(jsonValue(propertyList(1.0).get())->is_double());
 }
 
-TEST(PropertyList, WhatHasNoCounterpartIsRefusedWhole) {
+TEST(PropertyList, ValuesWithoutACounterpartAreRefused) {
   EXPECT_FALSE(propertyList({{"a", {1, nullptr}}}));
   EXPECT_FALSE(propertyList(std::numeric_limits<std::uint64_t>::max()));
   EXPECT_FALSE(propertyList(std::numeric_limits<double>::infinity()));

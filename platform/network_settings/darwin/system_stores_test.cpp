@@ -1,4 +1,4 @@
-// The real network preferences and power assertions of this machine; the tests change nothing.
+// Tests the real network preferences and power assertions of this machine, and changes nothing.
 #include <SystemConfiguration/SystemConfiguration.h>
 #include <gmock/gmock.h>
 
@@ -16,8 +16,8 @@ TEST(Preferences, KeysAreTheSystemsOwn) {
   EXPECT_EQ(textOf(kSCEntNetIPv4), preferences::ipv4Entity);
 }
 
-// Never commits.
-TEST(Preferences, OnlyObjectsOfWhatPropertyListsKnowAreSet) {
+// The test never commits.
+TEST(Preferences, OnlyObjectsWithPropertyListTypesAreSet) {
   auto session = preferences::Session::create("platform_tests", "").value();
   EXPECT_TRUE(session->setValue("/NetworkServices/none/Proxies", boost::json::object()));
   EXPECT_STREQ(session->setValue("/NetworkServices/none/Proxies", {{"HTTPEnable", nullptr}}).error().what(),
@@ -32,7 +32,7 @@ TEST(NetworkServices, HaveIDsAndNames) {
   }
 }
 
-TEST(PowerAssertions, AreGivenBackOnce) {
+TEST(PowerAssertions, AreReleasedOnce) {
   auto assertion = power::createAssertion("PreventUserIdleSystemSleep", "platform_tests").value();
   EXPECT_TRUE(power::releaseAssertion(assertion));
   EXPECT_FALSE(power::releaseAssertion(assertion));

@@ -21,8 +21,9 @@ Result<DesktopDatabase> DesktopDatabase::open(const std::string& service) {
   return DesktopDatabase(std::move(*folder));
 }
 
-Result<void> DesktopDatabase::publish(const DesktopProxy& proxy, const std::string& networkService) const {
-  auto replaced = replace(proxy, networkService);
+Result<void> DesktopDatabase::publish(const DesktopProxy& proxy, const std::string& source,
+                                      const std::vector<std::string>& services) const {
+  auto replaced = replace(proxy, source, services);
   if (replaced) return replaced;
   // The published database no longer applies. Invalidating it works even on a full disk.
   auto taken = attempt([this] {
@@ -32,10 +33,12 @@ Result<void> DesktopDatabase::publish(const DesktopProxy& proxy, const std::stri
   return taken ? replaced : taken;
 }
 
-Result<void> DesktopDatabase::replace(const DesktopProxy& proxy, const std::string& networkService) const {
+Result<void> DesktopDatabase::replace(const DesktopProxy& proxy, const std::string& source,
+                                      const std::vector<std::string>& services) const {
   return attempt([&] {
     auto words = inPlainWords(proxy);
-    if (!proxy.isOff()) words["service"] = networkService;
+    if (!proxy.isOff()) words["service"] = source;
+    if (!services.empty()) words["services"] = json::value_from(services);
     invalidate(folder_.openToWrite(oldDatabase).value()).value();  // left by a killed helper
     const auto old = openPublished().value();
     folder_.link(database, oldDatabase).value();

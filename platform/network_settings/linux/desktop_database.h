@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "platform/base/linux/system_bus.h"
 #include "platform/network_settings/linux/desktop_proxy.h"
@@ -11,7 +12,7 @@ namespace platform {
 
 /// The files in the folder, which everybody may read:
 /// - "dconf" is the database.
-/// - "proxies.json" is the readable form.
+/// - "proxies.json" is the readable form. It also names the network services whose proxies clients have set.
 /// - "dconf.old" is a second name for a database while it is being replaced. Programs that have it mapped consider it
 ///   current until its first bytes are cleared (invalidate()).
 class DesktopDatabase {
@@ -19,9 +20,11 @@ class DesktopDatabase {
   /// Opens the service's folder in /run; creates it if missing.
   static Result<DesktopDatabase> open(const std::string& service);
 
-  /// Publishes the proxy of a network service in place of the previous one. On failure, no proxy is published any more.
-  /// Running programs notice when they are told (announce()).
-  Result<void> publish(const DesktopProxy& proxy, const std::string& networkService) const;
+  /// Publishes the proxy of the network service `source` in place of the previous one, and the IDs of all services
+  /// whose proxies clients have set. On failure, no proxy is published any more. Running programs notice when they are
+  /// told (announce()).
+  Result<void> publish(const DesktopProxy& proxy, const std::string& source,
+                       const std::vector<std::string>& services) const;
 
   /// The published database, for invalidate(); empty if nothing is published.
   Result<FileDescriptor> openPublished() const;
@@ -31,7 +34,8 @@ class DesktopDatabase {
 
  private:
   explicit DesktopDatabase(PrivateFolder folder) : folder_(std::move(folder)) {}
-  Result<void> replace(const DesktopProxy& proxy, const std::string& networkService) const;
+  Result<void> replace(const DesktopProxy& proxy, const std::string& source,
+                       const std::vector<std::string>& services) const;
 
   PrivateFolder folder_;
 };

@@ -116,7 +116,7 @@ void DesktopProxies::start() {
     const auto database = DesktopDatabase::open(service_).value();
     published_ = database.openPublished().value();
     auto record = load(database.folder());
-    // Only the next orderly exit leaves a record again.
+    // Only the next "stop" leaves a record again.
     database.folder().remove(proxyRecordName).value();
     record_ = std::move(record).value();
   }));
@@ -151,7 +151,7 @@ void DesktopProxies::publish(PreferencesStore& store, const std::set<std::string
   publish(&store);
 }
 
-void DesktopProxies::publishKnowing(PreferencesStore& store, const std::set<std::string>& connections) {
+void DesktopProxies::publishForConnections(PreferencesStore& store, const std::set<std::string>& connections) {
   bool isNews = false;
   for (auto& [id, isConnection] : record_.services) {
     const bool wasConnection = std::exchange(isConnection, connections.contains(id));
@@ -171,7 +171,7 @@ void DesktopProxies::publish(PreferencesStore* store) {
   // replacePublished() may have failed to invalidate it: its file or folder may be gone, or no descriptor left.
   succeeded(invalidate(before));
   auto* bus = primary_ ? primary_->bus() : nullptr;
-  succeeded(bus ? announce(bus, service_) : Failure(0, "there is no system bus to tell running programs"));
+  succeeded(bus ? announce(bus, service_) : Failure(0, "running programs cannot be notified without a system bus"));
 }
 
 void DesktopProxies::replacePublished(PreferencesStore* store) {
@@ -179,7 +179,9 @@ void DesktopProxies::replacePublished(PreferencesStore* store) {
   const auto source = record_.source();
   auto proxy = attempt([&] { return store && source ? proxyOf(*store, *source).value() : DesktopProxy(); });
   if (!succeeded(proxy)) proxy = DesktopProxy();
-  database.publish(*proxy, source.value_or("")).value();
+  std::vector<std::string> services;
+  for (const auto& service : record_.services) services.push_back(service.id);
+  database.publish(*proxy, source.value_or(""), services).value();
   published_ = database.openPublished().value();
 }
 
@@ -187,7 +189,7 @@ bool withdrawDesktopProxies(const std::string& service) {
   const auto database = DesktopDatabase::open(service);
   if (!succeeded(database)) return false;
   bool isForgotten = succeeded(database->folder().remove(proxyRecordName));
-  bool isOff = succeeded(database->publish({}, ""));
+  bool isOff = succeeded(database->publish({}, "", {}));
   succeeded(announceNow(service));
   return isForgotten && isOff;
 }

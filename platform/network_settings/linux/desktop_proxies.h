@@ -17,8 +17,8 @@ namespace platform {
 /// File of the record, in the folder of the database.
 inline constexpr char proxyRecordName[] = "services.json";
 
-/// The services whose proxies clients have set since the machine started or the helper last ended unexpectedly. The
-/// store may hold older settings of other services; those do not count.
+/// The services whose proxies clients have set since the machine started or the helper last ended other than by "stop".
+/// The store may hold older settings of other services; those do not count.
 struct ProxyRecord {
   struct Service {
     std::string id;
@@ -54,7 +54,7 @@ class DesktopProxies {
   void publish(PreferencesStore& store, const std::set<std::string>& set, const std::set<std::string>& off);
 
   /// Publishes again, now that it is known which services are connections of NetworkManager.
-  void publishKnowing(PreferencesStore& store, const std::set<std::string>& connections);
+  void publishForConnections(PreferencesStore& store, const std::set<std::string>& connections);
 
   /// Publishes that there is no proxy, because the store cannot be read. Forgets the services set so far: it is unknown
   /// which of them were to be switched off.
@@ -73,8 +73,8 @@ class DesktopProxies {
   std::unique_ptr<PrimaryConnection> primary_;
 };
 
-/// Publishes that there is no proxy, and deletes the record. Tells running programs, for at most two seconds. Returns
-/// whether the first two succeeded; the system log says what failed.
+/// Publishes that there is no proxy, and deletes the record. Notifies running programs, which takes at most two
+/// seconds. Returns whether publishing and deleting succeeded; the system log says what failed.
 bool withdrawDesktopProxies(const std::string& service);
 
 }  // namespace platform

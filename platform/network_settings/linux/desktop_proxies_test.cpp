@@ -11,13 +11,14 @@ namespace json = boost::json;
 
 // tests/system/test_desktop_proxies.py covers real programs that read the database.
 
-TEST(DesktopProxies, ThoseOfThePrimaryConnectionHoldElseOfTheFirstServiceThatIsNone) {
+TEST(DesktopProxies, ThePrimaryConnectionAppliesElseTheFirstServiceThatIsNoConnection) {
   ProxyRecord record;
   EXPECT_EQ(record.source(), std::nullopt);
   record.add({"a", "b"});
   record.add({"a", "c", "d"});
   EXPECT_EQ(record.services.size(), 4u);
-  EXPECT_EQ(record.source(), std::nullopt) << "as far as is known, all are connections";
+  EXPECT_EQ(record.source(), std::nullopt)
+      << "every service may be a connection until NetworkManager has said otherwise";
   record.primary = "b";
   EXPECT_EQ(record.source(), "b");
   record.primary = "another";
@@ -38,7 +39,7 @@ TEST(DesktopProxies, ThoseOfThePrimaryConnectionHoldElseOfTheFirstServiceThatIsN
   EXPECT_EQ(record.services.back().id, "last");
 }
 
-TEST(DesktopProxies, WhatIsNotUsableIsOff) {
+TEST(DesktopProxies, AnUnusableProxyIsOff) {
   auto words = [](const char* proxies) {
     return json::serialize(inPlainWords(desktopProxy(json::parse(proxies).get_object())));
   };

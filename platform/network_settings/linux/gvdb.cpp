@@ -9,7 +9,7 @@ namespace {
 constexpr std::uint32_t noParent = 0xFFFFFFFF;
 constexpr std::size_t headerSize = 24, itemSize = 24;
 
-/// Appends a number in little-endian order, the order of the whole file, as its first bytes state.
+/// Appends a number in little-endian order, which the signature at the start declares for the whole file.
 void append(std::string& to, std::uint64_t number, std::size_t bytes) {
   for (std::size_t index = 0; index < bytes; ++index) to += static_cast<char>(number >> (8 * index) & 0xFF);
 }

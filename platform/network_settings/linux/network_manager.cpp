@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <functional>
-#include <set>
 
 #include "platform/dispatch/linux/event_loop.h"
+#include "platform/network_settings/linux/network_manager_messages.h"
 
 namespace platform {
 
@@ -24,140 +24,10 @@ constexpr char deviceInterface[] = "org.freedesktop.NetworkManager.Device";
 constexpr std::size_t maximumQuestions = 256;  // beyond this, all connections are listed instead
 
 /// A D-Bus error reply.
-struct Refusal : Failure {
-  Refusal(const sd_bus_error& error) : Failure(0, error.message ? error.message : error.name), name(error.name) {}
+struct ErrorReply : Failure {
+  ErrorReply(const sd_bus_error& error) : Failure(0, error.message ? error.message : error.name), name(error.name) {}
   std::string name;
 };
-
-const char* readString(sd_bus_message* message, char type) {
-  const char* text = nullptr;
-  check(sd_bus_message_read_basic(message, type, &text));
-  return text;
-}
-
-void skip(sd_bus_message* message, const char* type) {
-  check(sd_bus_message_skip(message, type));
-}
-
-/// Iterates over the dictionary that comes next. `visit` gets each key and must read or skip the value.
-void forEachEntry(sd_bus_message* message, const char* entry, const std::function<void(const char* key)>& visit) {
-  check(sd_bus_message_enter_container(message, 'a', fmt::format("{{{}}}", entry).c_str()));
-  while (check(sd_bus_message_enter_container(message, 'e', entry)) > 0) {
-    visit(readString(message, 's'));
-    check(sd_bus_message_exit_container(message));
-  }
-  check(sd_bus_message_exit_container(message));
-}
-
-/// Adds an entry to the open setting; `write` writes the variant's value.
-void addEntry(sd_bus_message* to, const char* key, const char* type,
-              const std::function<void(sd_bus_message*)>& write) {
-  check(sd_bus_message_open_container(to, 'e', "sv"));
-  check(sd_bus_message_append(to, "s", key));
-  check(sd_bus_message_open_container(to, 'v', type));
-  write(to);
-  check(sd_bus_message_close_container(to));
-  check(sd_bus_message_close_container(to));
-}
-
-void addText(sd_bus_message* to, const char* key, const std::string& text) {
-  addEntry(to, key, "s", [&](auto* value) { check(sd_bus_message_append(value, "s", text.c_str())); });
-}
-
-/// Adds a setting; `write` adds its entries.
-void addSetting(sd_bus_message* to, const char* name, const std::function<void()>& write) {
-  check(sd_bus_message_open_container(to, 'e', "sa{sv}"));
-  check(sd_bus_message_append(to, "s", name));
-  check(sd_bus_message_open_container(to, 'a', "{sv}"));
-  write();
-  check(sd_bus_message_close_container(to));
-  check(sd_bus_message_close_container(to));
-}
-
-void writeProxy(sd_bus_message* to, const ProxySetting& proxy) {
-  addEntry(to, "method", "i", [&](auto* value) { check(sd_bus_message_append(value, "i", proxy.automatic ? 1 : 0)); });
-  if (!proxy.pacURL.empty()) addText(to, "pac-url", proxy.pacURL);
-  if (!proxy.pacScript.empty()) addText(to, "pac-script", proxy.pacScript);
-}
-
-void writeIPv4(sd_bus_message* to, const IPv4Setting& ipv4) {
-  addText(to, "method", "manual");
-  addText(to, "gateway", ipv4.gateway);
-  addEntry(to, "address-data", "aa{sv}", [&](auto* value) {
-    check(
-        sd_bus_message_append(value, "aa{sv}", 1, 2, "address", "s", ipv4.address.c_str(), "prefix", "u", ipv4.prefix));
-  });
-}
-
-/// The keys of "ipv4" that writeIPv4() writes, and the one that would disable its gateway.
-bool isReplacedInIPv4(std::string_view key) {
-  static const std::set<std::string_view> keys{"method", "gateway", "address-data", "never-default"};
-  return keys.contains(key);
-}
-
-/// Whether a key is a deprecated form of "address-data" or "route-data". It holds less, but NetworkManager would prefer
-/// it.
-bool isOldForm(std::string_view setting, std::string_view key) {
-  return (setting == "ipv4" || setting == "ipv6") && (key == "addresses" || key == "routes");
-}
-
-/// Whether settings already contain the proxy. Rewinds the message afterwards.
-bool holdsProxy(sd_bus_message* settings, const ProxySetting& wanted) {
-  ProxySetting held;
-  bool holdsMore = false;
-  auto readText = [&](std::string& to) {
-    check(sd_bus_message_enter_container(settings, 'v', "s"));
-    to = readString(settings, 's');
-    check(sd_bus_message_exit_container(settings));
-  };
-  forEachEntry(settings, "sa{sv}", [&](std::string_view setting) {
-    if (setting != "proxy") return skip(settings, "a{sv}");
-    forEachEntry(settings, "sv", [&](std::string_view key) {
-      if (key == "pac-url") return readText(held.pacURL);
-      if (key == "pac-script") return readText(held.pacScript);
-      if (key != "method") {
-        holdsMore = true;
-        return skip(settings, "v");
-      }
-      std::int32_t method = 0;
-      check(sd_bus_message_read(settings, "v", "i", &method));
-      held.automatic = method == 1;
-    });
-  });
-  check(sd_bus_message_rewind(settings, true));
-  return !holdsMore && held == wanted;
-}
-
-/// Whether a change would leave the settings as they are. Only proxies are compared, because other settings seldom
-/// change.
-bool isDone(sd_bus_message* settings, const NetworkManager::Change& change) {
-  return !change.ipv4 && (!change.proxy || holdsProxy(settings, *change.proxy));
-}
-
-/// Copies the settings that come next in `from`, applying a change.
-void writeChanged(sd_bus_message* to, sd_bus_message* from, const NetworkManager::Change& change) {
-  check(sd_bus_message_open_container(to, 'a', "{sa{sv}}"));
-  if (change.proxy) addSetting(to, "proxy", [&] { writeProxy(to, *change.proxy); });
-  bool hasIPv4 = false;
-  forEachEntry(from, "sa{sv}", [&](const char* setting) {
-    const std::string_view name = setting;
-    if (name == "proxy" && change.proxy) return skip(from, "a{sv}");
-    addSetting(to, setting, [&] {
-      bool isChanged = name == "ipv4" && change.ipv4;
-      hasIPv4 = hasIPv4 || isChanged;
-      forEachEntry(from, "sv", [&](const char* key) {
-        if (isOldForm(name, key) || (isChanged && isReplacedInIPv4(key))) return skip(from, "v");
-        check(sd_bus_message_open_container(to, 'e', "sv"));
-        check(sd_bus_message_append(to, "s", key));
-        check(sd_bus_message_copy(to, from, 0));
-        check(sd_bus_message_close_container(to));
-      });
-      if (isChanged) writeIPv4(to, *change.ipv4);
-    });
-  });
-  if (change.ipv4 && !hasIPv4) addSetting(to, "ipv4", [&] { writeIPv4(to, *change.ipv4); });
-  check(sd_bus_message_close_container(to));
-}
 
 }  // namespace
 
@@ -182,9 +52,9 @@ BusMessage NetworkManager::makeCall(const Path& object, const char* interface, c
   return owner;
 }
 
-/// Returns the reply unless it is an error; throws a Refusal for that.
+/// Returns the reply unless it is an error; throws an ErrorReply for that.
 BusMessage NetworkManager::accepted(BusMessage reply) {
-  if (const auto* error = sd_bus_message_get_error(reply.get())) throw Refusal(*error);
+  if (const auto* error = sd_bus_message_get_error(reply.get())) throw ErrorReply(*error);
   return reply;
 }
 
@@ -196,11 +66,8 @@ BusMessage NetworkManager::call(BusMessage request) {
 
 std::vector<BusMessage> NetworkManager::callTogether(const std::vector<BusMessage>& requests) {
   constexpr std::size_t maximumUnderWay = 16;
-  struct Release {
-    void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
-  };
   std::vector<BusMessage> replies(requests.size());
-  std::vector<std::unique_ptr<sd_bus_slot, Release>> slots;
+  std::vector<BusSlot> slots;
   auto onReply = [](sd_bus_message* reply, void* place, sd_bus_error*) {
     static_cast<BusMessage*>(place)->reset(sd_bus_message_ref(reply));
     return 0;
@@ -290,7 +157,7 @@ Result<std::vector<NetworkManager::Connection>> NetworkManager::connections() {
     for (const auto& path : list(settingsPath, settingsInterface, "ListConnections")) {
       try {
         connections.push_back(readConnection(path));
-      } catch (const Refusal&) {
+      } catch (const ErrorReply&) {
         continue;  // another user's, or removed since it was listed
       }
     }
@@ -321,8 +188,8 @@ Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager:
         if (!hasReply) return std::nullopt;
         try {
           return readString(accepted(std::move(*next++)).get(), 'o');
-        } catch (const Refusal& refusal) {
-          if (refusal.name == "org.freedesktop.NetworkManager.Settings.InvalidConnection") return std::nullopt;
+        } catch (const ErrorReply& error) {
+          if (error.name == "org.freedesktop.NetworkManager.Settings.InvalidConnection") return std::nullopt;
           throw;
         }
       }));
@@ -352,7 +219,7 @@ Result<std::optional<NetworkManager::Path>> NetworkManager::primaryConnection() 
       auto activation = property(root, service, "PrimaryConnection");
       if (activation == "/") return std::nullopt;
       return property(activation, activeInterface, "Connection");
-    } catch (const Refusal&) {
+    } catch (const ErrorReply&) {
       return std::nullopt;  // removed since it was reported
     }
   });
@@ -367,7 +234,7 @@ Result<std::multimap<NetworkManager::Path, NetworkManager::Device>> NetworkManag
         if (activation == "/") continue;
         active.emplace(property(activation, activeInterface, "Connection"),
                        Device{.path = device, .interface = property(device, deviceInterface, "Interface")});
-      } catch (const Refusal&) {
+      } catch (const ErrorReply&) {
         continue;  // removed since it was listed
       }
     }
@@ -418,8 +285,8 @@ Result<void> NetworkManager::reapply(const Path& device, const Change& change) {
       check(sd_bus_message_read(applied.get(), "t", &version));
       check(sd_bus_message_append(request.get(), "tu", version, 0));
       call(std::move(request));
-    } catch (const Refusal& refusal) {
-      if (refusal.name != "org.freedesktop.NetworkManager.Device.NotActive") throw;
+    } catch (const ErrorReply& error) {
+      if (error.name != "org.freedesktop.NetworkManager.Device.NotActive") throw;
     }
   });
 }

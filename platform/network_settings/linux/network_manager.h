@@ -11,8 +11,8 @@
 
 namespace platform {
 
-/// A private connection to the bus. Construction and the first call together wait at most five seconds; so does each
-/// further call.
+/// A private connection to the bus. A call fails when NetworkManager has not replied for five seconds, or has not
+/// replied within five seconds of the construction.
 class NetworkManager {
  public:
   enum class Presence {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <boost/json.hpp>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <map>
@@ -99,7 +100,7 @@ Result<void> Handover::run() {
     }
     return done;
   }
-  if (desktop) desktop->publishKnowing(store_, projected_);
+  if (desktop) desktop->publishForConnections(store_, projected_);
   if (!problems_.empty()) return Failure(0, problems_);
   return {};
 }
@@ -122,8 +123,8 @@ void Handover::findConnections() {
   }
 }
 
-// Recorded before anything is handed on; otherwise a helper killed in between would leave settings that nobody knows
-// of.
+// Recorded before anything is handed on; otherwise a helper killed in between would leave settings that no later
+// helper knows about.
 void Handover::recordProjected() {
   if (projected_ != store_.projectedServices()) store_.setProjectedServices(projected_).value();
 }
@@ -191,20 +192,55 @@ class Session::Implementation {
   PreferencesStore store;
   std::set<Entity> changed;    ///< set, not yet committed
   std::set<Entity> committed;  ///< committed, not yet applied
+  std::set<std::string> off;   ///< the services in `changed` whose proxies become an empty dictionary
 
+  void note(const Entity& entity, const boost::json::value& value);
+  Result<void> commit();
   void publish();
+
+ private:
+  Result<void> commitOff();
 };
+
+void Session::Implementation::note(const Entity& entity, const boost::json::value& value) {
+  changed.insert(entity);
+  if (entity.second != proxiesEntity) return;
+  if (value == boost::json::object()) {
+    off.insert(entity.first);
+  } else {
+    off.erase(entity.first);
+  }
+}
+
+Result<void> Session::Implementation::commit() {
+  auto done = store.commit();
+  if (!done && done.error().number == EFBIG && commitOff() && changed.empty()) return {};
+  if (done) {
+    committed.merge(changed);
+    off.clear();
+  }
+  return done;
+}
+
+/// Discards the changes except for those that switch proxies off, and commits these: they never make the store longer.
+Result<void> Session::Implementation::commitOff() {
+  return attempt([this] {
+    store.forget();
+    for (const auto& service : off) {
+      const auto path = pathOf({service, proxiesEntity});
+      if (store.find(path).value()) store.set(path, boost::json::object()).value();
+    }
+    store.commit().value();
+    for (const auto& service : off) committed.insert(changed.extract({service, proxiesEntity}));
+    off.clear();
+  });
+}
 
 void Session::Implementation::publish() {
   if (!desktop) return;
-  std::set<std::string> set, off;
+  std::set<std::string> set;
   for (const auto& [service, entity] : committed) {
     if (entity == proxiesEntity) set.insert(service);
-  }
-  for (const auto& [service, entity] : changed) {
-    auto value = store.find(pathOf({service, entity}));
-    bool isEmpty = value && *value && **value == boost::json::object();
-    if (entity == proxiesEntity && isEmpty) off.insert(service);
   }
   if (!changed.empty()) store.forget();  // discards changes that could not be committed
   desktop->publish(store, set, off);
@@ -230,14 +266,12 @@ Result<void> Session::setValue(const std::string& path, const boost::json::value
   feedWatchdog();  // a request may have hundreds of thousands
   auto set = logged(implementation_->store.set(path, value));
   auto entity = entityOf(path);
-  if (set && entity) implementation_->changed.insert(*entity);
+  if (set && entity) implementation_->note(*entity, value);
   return set;
 }
 
 Result<void> Session::commit() {
-  auto committed = logged(implementation_->store.commit());
-  if (committed) implementation_->committed.merge(implementation_->changed);
-  return committed;
+  return logged(implementation_->commit());
 }
 
 Result<void> Session::apply() {
@@ -251,6 +285,7 @@ Result<void> Session::apply() {
 void Session::synchronize() {
   implementation_->store.forget();
   implementation_->changed.clear();
+  implementation_->off.clear();
 }
 
 void Session::unlock() {

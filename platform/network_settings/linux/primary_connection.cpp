@@ -38,7 +38,7 @@ sd_bus* PrimaryConnection::bus() {
 void PrimaryConnection::connect() {
   if (!isLost_) return;
   question_.reset();
-  isToAskAgain_ = false;
+  mustAskAgain_ = false;
   sd_bus* opened = nullptr;
   int result = sd_bus_open_system(&opened);
   bus_.reset(opened);
@@ -55,6 +55,9 @@ void PrimaryConnection::connect() {
   const auto change =
       fmt::format("type='signal',sender='{0}',path='{1}',interface='{2}',member='PropertiesChanged',arg0='{0}'",
                   service, path, properties);
+  // Otherwise the end of the loop would wait until a bus that does not answer has accepted this connection and read
+  // everything: 90 seconds, or for ever.
+  if (result >= 0) result = sd_bus_set_close_on_exit(opened, 0);
   if (result >= 0) result = sd_bus_attach_event(opened, mainEventLoop(), SD_EVENT_PRIORITY_NORMAL);
   if (result >= 0) {
     result = sd_bus_match_signal(opened, nullptr, nullptr, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
@@ -77,8 +80,8 @@ void PrimaryConnection::lose() {
 // Any user can send this connection a signal that looks like NetworkManager's. If signals cancelled the pending call,
 // users could prevent it from ever completing.
 void PrimaryConnection::ask() {
-  isToAskAgain_ = question_ != nullptr;
-  if (!isToAskAgain_) get(path, service, "PrimaryConnection", &PrimaryConnection::takeConnection);
+  mustAskAgain_ = question_ != nullptr;
+  if (!mustAskAgain_) get(path, service, "PrimaryConnection", &PrimaryConnection::takeConnection);
 }
 
 void PrimaryConnection::get(const char* object, const char* interface, const char* name, ReplyHandler handler) {
@@ -92,7 +95,7 @@ void PrimaryConnection::get(const char* object, const char* interface, const cha
     auto& connection = *static_cast<PrimaryConnection*>(self);
     connection.question_.reset();
     (connection.*connection.replyHandler_)(message);
-    if (!connection.question_ && connection.isToAskAgain_) connection.ask();
+    if (!connection.question_ && connection.mustAskAgain_) connection.ask();
     return 0;
   };
   sd_bus_slot* slot = nullptr;

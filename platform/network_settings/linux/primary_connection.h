@@ -37,7 +37,7 @@ class PrimaryConnection {
   bool isLost_ = true;
   BusSlot question_;  ///< the call in progress
   ReplyHandler replyHandler_ = nullptr;
-  bool isToAskAgain_ = false;  ///< when the pending call has completed
+  bool mustAskAgain_ = false;  ///< when the pending call has completed
   EventSource retry_;
 };
 

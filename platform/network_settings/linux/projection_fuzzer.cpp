@@ -1,4 +1,4 @@
-// For any proxies, generated scripts differ only in their first four lines, and no text there can end a string.
+// Fuzzes proxies: generated scripts differ only in their first four lines, and no text there can end a string.
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cstdlib>

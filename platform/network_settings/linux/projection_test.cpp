@@ -37,7 +37,7 @@ std::vector<std::string> evaluate(const std::string& script, const std::vector<s
   return answers;
 }
 
-TEST(NetworkProjection, WhatIsOffIsNoProxy) {
+TEST(NetworkProjection, AProxyThatIsOffIsLeftOut) {
   for (auto proxies : {"{}", R"({"HTTPEnable":0,"HTTPProxy":"a","HTTPPort":80,"SOCKSEnable":false})",
                        R"({"HTTPProxy":"a","HTTPPort":80,"ExceptionsList":["b"],"ExcludeSimpleHostnames":1})",
                        R"({"ProxyAutoConfigEnable":0,"ProxyAutoConfigURLString":"http://a/"})",
@@ -46,7 +46,7 @@ TEST(NetworkProjection, WhatIsOffIsNoProxy) {
   }
 }
 
-TEST(NetworkProjection, AScriptOfTheApplicationComesFirstAndStaysWhatItIs) {
+TEST(NetworkProjection, TheApplicationsScriptComesFirstAndStaysUnchanged) {
   EXPECT_EQ(project(R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"http://a.example/x?y=\"z\"",
                         "HTTPEnable":1,"HTTPProxy":"b","HTTPPort":80})"),
             (ProxySetting{.automatic = true, .pacURL = "http://a.example/x?y=\"z\"", .pacScript = ""}));
@@ -80,7 +80,7 @@ TEST(NetworkProjection, AProxyThatIsOnMustBeUsable) {
   }
 }
 
-TEST(NetworkProjection, TheScriptTellsEachSchemeItsProxies) {
+TEST(NetworkProjection, TheScriptGivesEachSchemeItsProxies) {
   const std::vector<std::string> urls{"http://x.example/", "HTTPS://x.example/", "ws://x.example/", "wss://x.example/",
                                       "ftp://x.example/"};
   auto http = project(R"({"HTTPEnable":1,"HTTPProxy":"Proxy-1.example","HTTPPort":8080})");
@@ -117,7 +117,7 @@ TEST(NetworkProjection, ExceptionsGoDirect) {
   EXPECT_EQ(evaluate(setting.pacScript, proxied), std::vector<std::string>(proxied.size(), "PROXY p:1"));
 }
 
-TEST(NetworkProjection, PatternsCannotHoldTheReaderUp) {
+TEST(NetworkProjection, NoPatternMakesTheScriptSlow) {
   std::string pattern, host(20'000, 'a');
   for (int i = 0; i < 200; ++i) pattern += "*a";
   auto setting =

@@ -32,8 +32,17 @@ std::string outputOf(const char* command) {
   return text;
 }
 
+std::string publishedFile(const std::string& service) {
+  return fmt::format("/run/{}/proxies.json", service);
+}
+
 ProxyPlace desktop(const std::string& service) {
-  const auto words = contentOf(fmt::format("/run/{}/proxies.json", service));
+  auto words = contentOf(publishedFile(service));
+  boost::system::error_code error;
+  if (auto value = boost::json::parse(words, error); value.is_object()) {
+    value.get_object().erase("services");
+    words = boost::json::serialize(value);
+  }
   const auto name = desktopDatabaseName(service);
   bool isRead = contentOf("/etc/dconf/profile/user").find("system-db:" + name) != std::string::npos &&
                 !contentOf("/etc/dconf/db/" + name).empty();
@@ -83,10 +92,10 @@ std::vector<ProxyPlace> proxyPlaces(const std::string& service) {
 std::set<std::string> servicesWithProxies(const std::string& service) {
   std::set<std::string> services;
   try {
-    const auto record = boost::json::parse(contentOf(fmt::format("/run/{}/{}", service, proxyRecordName)));
-    for (const auto& entry : record.at("services").as_array()) services.emplace(entry.at("id").as_string());
+    const auto words = boost::json::parse(contentOf(publishedFile(service)));
+    for (const auto& id : words.at("services").as_array()) services.emplace(id.as_string());
   } catch (const std::exception&) {
-    // No record: no client has set any.
+    // No client has set any.
   }
   return services;
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/base/exact_json.h"
+#include "platform/network_settings/preferences.h"
 
 namespace platform {
 
@@ -43,6 +44,16 @@ bool isSameState(const std::optional<struct stat>& one, const std::optional<stru
   auto same = [](const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; };
   return one->st_dev == other->st_dev && one->st_ino == other->st_ino && one->st_size == other->st_size &&
          same(one->st_mtim, other->st_mtim) && same(one->st_ctim, other->st_ctim);
+}
+
+/// Removes empty entities, and objects that hold nothing else.
+void removeEmpty(json::object& object) {
+  for (auto member = object.begin(); member != object.end();) {
+    auto* inner = member->value().if_object();
+    const bool isEntity = member->key() == preferences::proxiesEntity || member->key() == preferences::ipv4Entity;
+    if (inner && !isEntity) removeEmpty(*inner);
+    member = inner && inner->empty() ? object.erase(member) : std::next(member);
+  }
 }
 
 }  // namespace
@@ -107,7 +118,6 @@ Result<void> PreferencesStore::set(const std::string& path, const json::value& v
   if (!isFiniteJSON(value)) return Failure(0, fmt::format("{} would hold a number that is too large", path));
   return attempt([&] {
     auto keys = keysOf(path);
-    if (value.is_object() && value.get_object().empty() && !find(path).value()) addedEmpty_.push_back(path);
     auto* object = &values();
     for (auto key = keys.begin(); key != keys.end() - 1; ++key) {
       auto& next = object->emplace(*key, json::object()).first->value();
@@ -125,13 +135,12 @@ Result<void> PreferencesStore::commit() {
   return attempt([this] {
     auto text = serializeExactJSON(*values_);
     if (text.size() > PrivateFolder::maximumSize) {
-      leaveOutEmpty();
+      removeEmpty(*values_);
       text = serializeExactJSON(*values_);
     }
-    parse(text, "What was set");  // an unreadable store would be lost
+    parse(text, "The new content");  // an unreadable store would be lost
     state_ = folder_.replace(storeName, text).value();
     isChanged_ = false;
-    addedEmpty_.clear();
   });
 }
 
@@ -139,21 +148,6 @@ void PreferencesStore::forget() {
   values_.reset();
   state_.reset();
   isChanged_ = false;
-  addedEmpty_.clear();
-}
-
-void PreferencesStore::leaveOutEmpty() {
-  for (const auto& path : addedEmpty_) {
-    // Also removes parents that become empty.
-    std::string_view rest = path;
-    for (auto keys = keysOf(rest); !keys.empty(); keys.pop_back(), rest = rest.substr(0, rest.rfind('/'))) {
-      const auto* value = find(std::string(rest)).value();
-      if (!value || !value->is_object() || !value->get_object().empty()) break;
-      auto* object = &*values_;
-      for (auto key = keys.begin(); key != keys.end() - 1; ++key) object = &object->at(*key).get_object();
-      object->erase(keys.back());
-    }
-  }
 }
 
 Result<const json::value*> PreferencesStore::find(const std::string& path) {

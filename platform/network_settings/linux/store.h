@@ -31,8 +31,8 @@ class PreferencesStore {
   Result<void> set(const std::string& path, const boost::json::value& value);
 
   /// Writes the changes to the file; does nothing if there are none. The session must hold the lock. If the file would
-  /// become too long, new empty objects are left out. To readers they mean the same as missing ones, so a full store
-  /// can still be emptied.
+  /// become too long, empty entities are removed, which to readers mean the same as missing ones. Fails with EFBIG if
+  /// it is still too long.
   Result<void> commit();
 
   /// Discards cached values and uncommitted changes.
@@ -53,13 +53,11 @@ class PreferencesStore {
   boost::json::object& values();
   void read();
   void readProjected();
-  void leaveOutEmpty();
 
   PrivateFolder folder_;
   FileDescriptor lockFile_;
   bool isLocked_ = false;
   bool isChanged_ = false;
-  std::vector<std::string> addedEmpty_;        ///< paths where a new empty object was set
   std::optional<boost::json::object> values_;  ///< absent until read
   std::set<std::string> projected_;
   std::optional<struct stat> state_;  ///< state of the file that was read; absent if there was none

@@ -50,7 +50,7 @@ class PreferencesStoreTest : public testing::Test {
   std::string folder = outer / "store", file = folder + "/preferences.json", lockFile = folder + "/preferences.lock";
 };
 
-TEST_F(PreferencesStoreTest, IsMadeForItsUserAloneAndKeepsValuesAsTheyAre) {
+TEST_F(PreferencesStoreTest, BelongsToItsUserAloneAndKeepsValuesUnchanged) {
   mode_t before = umask(0100);
   auto value = json::parse(R"({"int":-1,"large":18446744073709551615,"real":1.0,"half":0.5,"true":true,"null":null,
                                "text":"é\u0000\"","list":[[],{}]})");
@@ -93,7 +93,7 @@ TEST_F(PreferencesStoreTest, IsMadeForItsUserAloneAndKeepsValuesAsTheyAre) {
   EXPECT_EQ(second.projectedServices(), (std::set<std::string>{"A", "B"}));
 }
 
-TEST_F(PreferencesStoreTest, WhatCannotBeSetIsRefused) {
+TEST_F(PreferencesStoreTest, InvalidPathsAndValuesAreRefused) {
   change("/NetworkServices/A/Proxies", json::object{{"HTTPPort", 1}});
   const auto before = content();
   const double infinity = std::numeric_limits<double>::infinity();
@@ -107,7 +107,7 @@ TEST_F(PreferencesStoreTest, WhatCannotBeSetIsRefused) {
   }
   EXPECT_EQ(content(), before);
 
-  // Only these are left out: other values are written.
+  // Only the invalid value is left out: others are written.
   auto store = open();
   store.lock(true).value();
   EXPECT_FALSE(store.set("/a", json::array{infinity}));
@@ -127,7 +127,7 @@ TEST_F(PreferencesStoreTest, NothingIsWrittenWithoutACommitALockOrAChange) {
   EXPECT_EQ(store.find("/a").value(), nullptr);
 }
 
-TEST_F(PreferencesStoreTest, AChangeMeanwhileIsFoundStale) {
+TEST_F(PreferencesStoreTest, AnotherSessionsChangeIsDetected) {
   change("/a", 1);
   auto store = open();
   store.set("/b", 1).value();
@@ -149,7 +149,7 @@ TEST_F(PreferencesStoreTest, OneSessionWaitsForTheOther) {
   first.lock(true).value();
   EXPECT_FALSE(open().lock(false));
   std::thread second([&] { change("/second", 1); });
-  // /proc/locks shows who waits: "->".
+  // In /proc/locks, "->" marks a lock that a process waits for.
   auto waits = [] { return test::readFile("/proc/locks").find("-> FLOCK") != std::string::npos; };
   EXPECT_TRUE(eventually(waits));
   first.set("/first", 1).value();
@@ -159,7 +159,7 @@ TEST_F(PreferencesStoreTest, OneSessionWaitsForTheOther) {
   EXPECT_EQ(content(), R"({"first":1,"second":1})");
 }
 
-TEST_F(PreferencesStoreTest, WhatOthersCouldHaveChangedIsRefusedAndLeftAsItIs) {
+TEST_F(PreferencesStoreTest, AStoreThatOthersCouldHaveChangedIsRefusedAndKept) {
   change("/a", 1);
   const auto before = content();
   for (const auto& path : {folder, file, lockFile}) {
@@ -193,7 +193,7 @@ TEST_F(PreferencesStoreTest, WhatOthersCouldHaveChangedIsRefusedAndLeftAsItIs) {
   EXPECT_EQ(refusal(), "");
 }
 
-TEST_F(PreferencesStoreTest, WhatIsNoJSONObjectIsRefusedAndLeftAsItIs) {
+TEST_F(PreferencesStoreTest, AFileThatIsNoJSONObjectIsRefusedAndKept) {
   change("/a", 1);
   for (const auto& text : {std::string(), std::string("{"), std::string("[]"), std::string("1"), std::string("{}x"),
                            std::string("{\"a\":\"\xFF\"}"), std::string(4, '\0'), std::string(2000, '[')}) {
@@ -205,7 +205,7 @@ TEST_F(PreferencesStoreTest, WhatIsNoJSONObjectIsRefusedAndLeftAsItIs) {
   EXPECT_EQ(refusal(), file + ": File too large");
 }
 
-TEST_F(PreferencesStoreTest, WhatFillsTheStoreCanBeEmptiedAndKeepsNobodyFromEmptying) {
+TEST_F(PreferencesStoreTest, AFullStoreCanBeEmptied) {
   const std::string proxies = "/NetworkServices/A/Proxies";
   change(proxies, json::string(PrivateFolder::maximumSize - 100, 'x'));
   const auto full = content();
@@ -220,6 +220,11 @@ TEST_F(PreferencesStoreTest, WhatFillsTheStoreCanBeEmptiedAndKeepsNobodyFromEmpt
   }
   store.commit().value();
   EXPECT_EQ(content(), R"({"NetworkServices":{"A":{"Proxies":{}},")" + unknown + R"(":{"Proxies":{}}}})");
+  store.unlock();
+  // Empty entities make room, but what is inside others stays as it was set.
+  change("/NetworkServices/" + std::string(PrivateFolder::maximumSize - 200, 'D') + "/Proxies", json::object());
+  change(proxies, json::object{{"X", json::object()}, {"Y", json::string(100, 'y')}});
+  EXPECT_EQ(content(), R"({"NetworkServices":{"A":{"Proxies":{"X":{},"Y":")" + std::string(100, 'y') + R"("}}}})");
 }
 
 TEST_F(PreferencesStoreTest, AFailedWriteLeavesTheOldStore) {

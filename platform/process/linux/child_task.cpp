@@ -51,7 +51,7 @@ struct SpawnSettings {
   posix_spawn_file_actions_t actions;
 };
 
-void clearAway(idtype_t kind, int id) {
+void reap(idtype_t kind, int id) {
   siginfo_t status;
   while (waitid(kind, static_cast<id_t>(id), &status, WEXITED) != 0 && errno == EINTR) {
   }
@@ -100,7 +100,7 @@ class Child : public ChildTask::Implementation, public std::enable_shared_from_t
     } catch (const Failure&) {
       // A child that cannot be watched must not be left running.
       ::kill(pid_, SIGKILL);
-      clearAway(P_PID, std::exchange(pid_, 0));
+      reap(P_PID, std::exchange(pid_, 0));
       pidfd_.reset();
       throw;
     }
@@ -108,7 +108,7 @@ class Child : public ChildTask::Implementation, public std::enable_shared_from_t
 
   void ended() {
     end_ = {};
-    clearAway(P_PIDFD, pidfd_.get());
+    reap(P_PIDFD, pidfd_.get());
     if (auto handler = std::exchange(terminationHandler, {})) handler();
   }
 

@@ -1,4 +1,4 @@
-// What children are given on Linux, and what is left of them in this process.
+// Tests what children inherit on Linux, and what they leave in this process.
 #include "platform/process/child_task.h"
 
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@
 namespace platform {
 namespace {
 
-/// Has children as if the main loop were served: what waits there is done after each.
+/// Runs children, and after each of them serves the events that wait on the main loop.
 class LinuxChildTask : public testing::Test {
  protected:
   LinuxChildTask() { serveWhatWaits(); }
@@ -44,19 +44,19 @@ TEST_F(LinuxChildTask, NoSignalIsBlockedOrIgnored) {
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
   signal(SIGPIPE, SIG_IGN);
-  // Not a shell, which would change them. The C library ignores two signals itself.
+  // This is not a shell, because a shell would change them. The C library itself ignores two signals.
   EXPECT_TRUE(run("/bin/grep", {"-E", "^Sig(Blk|Ign)", "/proc/self/status"}, openOutput()));
   signal(SIGPIPE, SIG_DFL);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   EXPECT_THAT(test::readFile(output), testing::MatchesRegex("SigBlk:\t0{16}\nSigIgn:\t0{7}[01][08]0{7}\n"));
 }
 
-TEST_F(LinuxChildTask, AnOutputMayHaveAnyNumber) {
+TEST_F(LinuxChildTask, TheOutputMayBeAnyDescriptor) {
   for (int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     FileDescriptor ours(fcntl(number, F_DUPFD_CLOEXEC, 3));
     dup3(openOutput().get(), number, O_CLOEXEC);
     auto launched = run("/bin/sh", {"-c", "echo out; echo error >&2; cat"}, FileDescriptor(number));
-    dup2(ours.get(), number);  // the pidfd may have had this number meanwhile
+    dup2(ours.get(), number);  // the child's pidfd may have had this number
     EXPECT_TRUE(launched);
     EXPECT_EQ(test::readFile(output), "out\nerror\n") << number;
   }
@@ -77,7 +77,7 @@ TEST_F(LinuxChildTask, NothingIsLeftOpen) {
 TEST_F(LinuxChildTask, AChildThatCannotBeWatchedIsNotLeftRunning) {
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
-  // The descriptors that a launch needs for itself.
+  // They raise the limit above 3, the highest descriptor that a launch names to posix_spawn.
   FileDescriptor used[] = {FileDescriptor(dup(0)), FileDescriptor(dup(0))};
   auto next = FileDescriptor(dup(0)).get();
   const rlimit full{.rlim_cur = static_cast<rlim_t>(next), .rlim_max = limit.rlim_max};

@@ -1,4 +1,4 @@
-// Waiting on a pidfd (pidfd_open(2)), the handle to a process that never refers to a later one.
+// Waiting on a pidfd (pidfd_open(2)), a handle that never refers to a later process with the same PID.
 #pragma once
 
 #include <chrono>

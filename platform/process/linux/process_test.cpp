@@ -56,7 +56,7 @@ void end(pid_t pid) {
   EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
 }
 
-TEST(EffectiveUserID, IsTheEffectiveOneAlsoOfAProcessThatIsNotDumpable) {
+TEST(EffectiveUserID, IsFoundForAProcessThatIsNotDumpable) {
   auto pid = startWaiting(0, [] {
     if (setresuid(1001, 1002, 1003) != 0 || prctl(PR_SET_DUMPABLE, 0) != 0) _exit(1);
   });
@@ -65,7 +65,7 @@ TEST(EffectiveUserID, IsTheEffectiveOneAlsoOfAProcessThatIsNotDumpable) {
   for (auto nobody : {pid, 0}) EXPECT_EQ(effectiveUserID(nobody), std::nullopt);
 }
 
-TEST(Process, ReachesTheOneThatWasFoundAndNoneThatHasItsNumberLater) {
+TEST(Process, ReachesTheProcessThatWasFoundAndNoLaterOneWithItsPID) {
   auto pid = startWaiting();
   auto first = Process::find(pid);
   ASSERT_TRUE(first);
@@ -84,7 +84,7 @@ TEST(Process, ReachesTheOneThatWasFoundAndNoneThatHasItsNumberLater) {
   siginfo_t status{};
   ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &status, WEXITED | WNOWAIT), 0);
   EXPECT_EQ(status.si_status, SIGKILL);
-  EXPECT_TRUE(second->hasEnded());  // though not yet reaped
+  EXPECT_TRUE(second->hasEnded());  // it has ended before it is reaped
   EXPECT_EQ(executablePath(pid), std::nullopt);
   end(pid);
 }

@@ -1,4 +1,4 @@
-// The kernel's own tables, and sockets on the loopback interface.
+// Tests the kernel's tables and sockets on the loopback interface.
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -17,7 +17,7 @@ using test::socketsOn;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(Sockets, TheTablesShowOursAsTheyAreOnThisRelease) {
+TEST(Sockets, TheTablesShowTheSocketsOfThisProcess) {
   for (auto [type, protocol] :
        {std::pair(SOCK_DGRAM, SocketProtocol::udp), std::pair(SOCK_STREAM, SocketProtocol::tcp)}) {
     Bound first("127.0.0.1", type), second("127.0.0.1", type);
@@ -68,7 +68,7 @@ TEST(Sockets, DatagramsAreTakenWithoutWaitingAndCutToTheBuffer) {
   EXPECT_THAT(buffer, ElementsAre('o', 'f', 'f', 'e'));
 }
 
-TEST(Sockets, APortThatIsHeldIsNotBoundTwice) {
+TEST(Sockets, APortInUseIsNotBoundAgain) {
   auto first = openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP).value(),
        second = openSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP).value();
   ASSERT_TRUE(allowReuseOfPort(first.get()));

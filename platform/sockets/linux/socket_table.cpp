@@ -44,7 +44,7 @@ struct DumpRequest {
 };
 
 /// Reads the attributes of a message (sock_diag(7)) and stores the control group in the entry. Returns whether the
-/// socket takes part only in IPv6.
+/// socket is for IPv6 only.
 bool readAttributes(const inet_diag_msg& message, std::size_t length, SocketEntry& entry) {
   bool onlyIPv6 = false;
   const auto* attribute = reinterpret_cast<const nlattr*>(&message + 1);

@@ -19,7 +19,7 @@ MATCHER_P2(TakesPart, four, six, "") {
   return arg.isIPv4 == four && arg.isIPv6 == six && arg.userID == geteuid();
 }
 
-TEST(SocketTable, TellsWhichFamiliesASocketTakesPartIn) {
+TEST(SocketTable, ReportsTheFamiliesOfASocket) {
   const Bound four("127.0.0.1", SOCK_DGRAM);
   auto entries = socketsOn(SocketProtocol::udp, four.port);
   ASSERT_THAT(entries, testing::ElementsAre(TakesPart(true, false)));
@@ -71,7 +71,7 @@ std::vector<std::optional<std::int32_t>> ownersOf(const std::vector<SocketEntry>
   return owners;
 }
 
-TEST(SocketTable, AConnectionIsFoundByItsEndsAndThenByOneOfThem) {
+TEST(SocketTable, AConnectionIsFoundByBothEndsAndThenByOne) {
   for (bool isIPv6 : {false, true}) {
     const auto* loopback = isIPv6 ? "::1" : "::ffff:127.0.0.1";
     const Bound listener(isIPv6 ? "::1" : "127.0.0.1", SOCK_STREAM), client(loopback, SOCK_STREAM);
@@ -89,8 +89,9 @@ TEST(SocketTable, AConnectionIsFoundByItsEndsAndThenByOneOfThem) {
     EXPECT_EQ(found->identity, socketsOn(SocketProtocol::tcp, client.port).at(0).identity);
     ASSERT_TRUE(likelySocket(near));
     EXPECT_EQ(likelySocket(near)->identity, found->identity);
-    EXPECT_FALSE(likelySocket(far)) << "listeners come first";
-    EXPECT_FALSE(connectedSocket(SocketProtocol::tcp, far, {.address = host, .port = 1})) << "that one listens";
+    EXPECT_FALSE(likelySocket(far)) << "a listener on the port comes first";
+    EXPECT_FALSE(connectedSocket(SocketProtocol::tcp, far, {.address = host, .port = 1}))
+        << "the only socket on that port listens";
     EXPECT_FALSE(connectedSocket(SocketProtocol::udp, near, far));
   }
 

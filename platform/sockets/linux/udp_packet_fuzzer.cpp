@@ -1,4 +1,4 @@
-// A payload found in a hostile packet lies within the packet.
+// Fuzzes hostile packets: a payload lies within its packet.
 #include <cstdlib>
 
 #include "platform/sockets/linux/udp_packet.h"

@@ -1,4 +1,4 @@
-// Exact packets, and packets with one wrong length or checksum each.
+// Tests exact packets, and packets that each have one wrong length or checksum.
 #include "platform/sockets/linux/udp_packet.h"
 
 #include <gmock/gmock.h>
@@ -47,7 +47,7 @@ std::optional<std::string> payload(const Bytes& packet, bool trustChecksum = fal
   return std::string(found->payload.begin(), found->payload.end());
 }
 
-TEST(UDPPacket, SourceAndPayloadWithoutPaddingAndOptions) {
+TEST(UDPPacket, HasASourceAndAPayloadWithoutPadding) {
   EXPECT_THAT(readUDPPacket(whole, false)->source, ElementsAre(192, 0, 2, 1));
   EXPECT_EQ(payload(whole), "offer");
   EXPECT_EQ(summed(whole), whole);

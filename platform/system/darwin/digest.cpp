@@ -27,7 +27,7 @@ CC_SHA256_CTX* context(void* pointer) {
 
 }  // namespace
 
-// MD5 only identifies an image here and proves nothing, so its deprecation does not matter.
+// MD5 only serves as a checksum here, so its deprecation does not matter.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
 MD5Digest md5(std::span<const std::uint8_t> bytes) {

@@ -14,7 +14,6 @@ void systemLog(const std::string& line) {
     auto length = std::min(rest.size(), maximumPiece);
     // Never split inside a character: its bytes after the first begin with the bits 10.
     while (length > maximumPiece - 4 && length < rest.size() && (rest[length] & 0xC0) == 0x80) --length;
-    // Checks whether the type is enabled
     os_log(OS_LOG_DEFAULT, "%{public}.*s", static_cast<int>(length), rest.data());
     rest.remove_prefix(length);
   } while (!rest.empty());
