@@ -2,7 +2,6 @@
 
 import grp
 import os
-import re
 import shutil
 import subprocess
 from pathlib import Path
@@ -308,15 +307,14 @@ class Reasons(HelperTest):
             (USER, "connections = [connect_greeted() for _ in range(64)]\nassert was_hung_up(connect())",
              "there are too many connections: 64 of this user"),
             (4001, "connection = connect()\nconnection.sendall(b'x')", "it sent data before the greeting"),
-            # A slow machine may first accept more at once than a user may hold.
-            (4002, "for _ in range(1000): connect().close()", "this user connects too often|there are too many connections"),
+            (4002, "for _ in range(1000): connect().close()", "this user connects too often"),
         ):
             if user != USER:
                 self.helper.pause()
             process = self.genuine(script + "\nprint('done', flush=True)\ninput()", stdin=subprocess.PIPE, user=user)
             self.assertEqual(read_line(process), "done")
             self.helper.go_on()
-            wait_until(lambda: any(re.search(f"of user {user}: ({reason})", line) for line in self.system_log), f"the log says {reason}")
+            wait_until(lambda: any(f"of user {user}: {reason}" in line for line in self.system_log), f"the log says {reason}")
         self.assertNotIn("Refused", harness.LOG.read_text())
         # The log does not mention connections that are refused for their number. The helper accepts another client after them.
         self.assertEqual(self.brimo("version", user=4003)[0], 0)
