@@ -5,7 +5,7 @@
 //   version COUNT  round trip of "version" (µs)
 //   connections PROCESSES  look-ups of new connections (connections.cpp)
 //   beside COUNT   round trips of "version" of one client (µs) during the look-ups of another (connections.cpp)
-//   throughput COUNT  look-ups per second of the sockets on standard input (protocol, address, owner), COUNT in total:
+//   throughput COUNT  look-ups per second of each socket on standard input (protocol, address, owner), COUNT each time:
 //                     by 1 and 8 threads that wait for each answer, and with 64 pending
 //   proxies COUNT  COUNT times "set-proxy" (µs) for each line on standard input, a name and service IDs:
 //                  "together/NAME" in one command and, if COUNT is 2 or more, "singly/NAME" in a command per service

@@ -22,7 +22,8 @@ namespace bench {
 void measureConnections(const char* helper, int processes);
 
 /// Measures the given number of round trips of "version" while another client looks up connections without pause among
-/// 20 processes with 15,000 descriptors. Prints lines with a name ("median", "p99", "worst") and microseconds.
+/// 20 processes with 15,000 descriptors. Prints lines with a name and a number: "median", "p99" and "worst" in
+/// microseconds, and "lookups", the number of look-ups meanwhile.
 void measureBeside(const char* helper, int count);
 
 }  // namespace bench

@@ -1,7 +1,8 @@
 """Compares the network probes with nmap and rdisc6, on the system tests' network with dnsmasq and radvd.
 
 The kernel stamps the packets on the interface, whichever program sends and receives them. Programs are timed with the
-same clock: bench_probes reports when it called a probe and received the first answer; for the others, start and end count."""
+same clock: bench_probes reports when it called a probe and received the first answer; the others are timed
+from the start of their process to its end."""
 
 import socket
 import statistics

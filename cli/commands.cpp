@@ -202,7 +202,7 @@ const std::map<std::string, Command>& commands() {
        {"", "Shows which proxies are set, where, and which programs use them.", 0, 0,
         [](const CommandContext&, const Arguments&) { return listProxies(); }}},
       {"set-proxy",
-       {"SERVICE SETTING… | SERVICE off [--force]",
+       {"SERVICE off|SETTING… [--force]",
         "Replaces the proxies of a service; \"off\" removes them. SERVICE is an ID, else the interface on which the\n"
         "service is active, else its name; \"primary\" is the service with the default route. With --force, it\n"
         "is an ID, even one that this machine does not know.\n"

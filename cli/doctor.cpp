@@ -92,12 +92,13 @@ std::optional<json::object> stored(const char* name) {
 
 /// The services that the store has proxies for; fails when it cannot be read.
 platform::Result<std::vector<std::string>> servicesInStore() {
+  std::vector<std::string> found;
   auto preferences = stored("preferences.json");
   const auto* services = preferences ? preferences->if_contains("NetworkServices") : nullptr;
+  if (preferences && !services) return found;
   if (!services || !services->is_object()) {
     return platform::Failure(0, fmt::format("{}/preferences.json cannot be read or is not valid", storeFolder));
   }
-  std::vector<std::string> found;
   for (const auto& [id, entities] : services->get_object()) {
     const auto* proxies = entities.is_object() ? entities.get_object().if_contains("Proxies") : nullptr;
     if (proxies && proxies->is_object() && !proxies->get_object().empty()) found.emplace_back(id);
@@ -139,7 +140,7 @@ void addProxies(std::vector<Finding>& findings, const std::set<std::string>& inU
 }  // namespace
 
 Answer examine(const CommandContext& context) {
-  // Examined before connecting, because the end of the connection switches off temporary proxies.
+  // Examined before connecting, which may start a helper: it withdraws the desktop proxies that a killed one left.
   std::vector<Finding> findings{service()};
   if (*endpoint != '\0') findings.push_back(socket());
   addHelper(findings);

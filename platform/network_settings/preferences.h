@@ -35,7 +35,7 @@ class Session {
   Result<void> setValue(const std::string& path, const boost::json::value& value);
 
   /// Writes all changes to the store, or none. The session must hold the lock. On Linux, if the store has no room for
-  /// all of them, it writes those that switch proxies off and fails unless there are no others.
+  /// all of them, it writes only the empty proxies dictionaries and fails unless there are no other changes.
   Result<void> commit();
 
   /// Applies the committed changes to the running system.

@@ -83,5 +83,16 @@ TEST(SocketTableOfMacOS, FieldsAreFoundInEachLayout) {
   }
 }
 
+TEST(SocketTableOfMacOS, TheVisitorEndsTheWalk) {
+  auto bytes = table(layouts[1], 3);
+  for (std::uint32_t index : {0u, 1u, 2u}) put(bytes, layouts[1], index, four, {}, index);
+  std::vector<std::uint64_t> visited;
+  visitSocketTable(bytes, udp, sinceMacOS13, 8080, [&](const SocketEntry& entry) {
+    visited.push_back(entry.identity);
+    return visited.size() < 2;
+  });
+  EXPECT_THAT(visited, ElementsAre(0, 1));
+}
+
 }  // namespace
 }  // namespace platform

@@ -28,7 +28,7 @@ class Relaunch(MachineTest):
         return process
 
     def launch_again(self, *environment):
-        """Has the application relaunched during another session of its user. Returns that session, the service and its main PID."""
+        """Relaunches the application during another session of its user. Returns that session, the service and its main PID."""
         session = self.start(STRANGER, "cat")
         process = self.launch(*environment)
         print("defunct-restart", file=process.stdin, flush=True)

@@ -72,7 +72,7 @@ class SystemBus:
 
 
 class FakeBus(socketserver.StreamRequestHandler):
-    """A client's connection to a bus that answers each message with those that a function of the test yields for it."""
+    """A client's connection to a fake bus. A function of the test yields the answers to each message."""
 
     @classmethod
     def start(cls, test, answers):

@@ -234,7 +234,7 @@ class Reasons(HelperTest):
         self.bundle, self.executable = copy_bundle("Copy.app")
 
     def assert_reason(self, reason, *command):
-        """Has a new user refused twice. Expects one line in the system log, and its reason from check-code-signature."""
+        """Makes the helper refuse a new user twice. Expects one line in the system log, and its reason from check-code-signature."""
         self.user += 1
         for _ in range(2):
             process = run_as_user(command or [self.executable, "version"], user=self.user)

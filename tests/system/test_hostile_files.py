@@ -43,13 +43,14 @@ input()
 
         # The helper also kills what the file lists after that process.
         watched = self.start_program(["/usr/bin/sleep", "1000"])
-        WATCHDOG.write_text(json.dumps([[process.pid, image], [watched.pid, "/usr/bin/sleep"]]))
+        others = self.start_program(["/usr/bin/sleep", "1000"], user=4001)
+        WATCHDOG.write_text(json.dumps([[process.pid, image], *([one.pid, "/usr/bin/sleep"] for one in (others, watched))]))
         os.chown(WATCHDOG, USER, USER)
         self.assert_serves()  # the helper then loses this client
         self.assertEqual(watched.wait(DEADLINE), -signal.SIGKILL)
         wait_until(lambda: not WATCHDOG.exists(), "the helper deletes the file")
         self.assert_serves()
-        self.assertIsNone(process.poll())
+        self.assertEqual((process.poll(), others.poll()), (None, None))
 
         self.command(process, "True")
         self.assert_serves()

@@ -299,6 +299,7 @@ class WithoutNetworkManager(NetworkSettingsTest):
         client = self.client()
         self.assertFalse(BUS.exists())
         self.assertEqual(client.set_proxy({UNKNOWN: http_proxy(1)}, cleanup=False), SUCCESS)
+        self.assertEqual(self.brimo("set-proxy", "primary", "off")[0::2], (1, "Brimo: no system bus: No such file or directory\n"))
         SystemBus(self)
         self.assertEqual(client.ask(command="set-static-ip", serviceID="other", address="a", mask="b", router="c"), SUCCESS)
         self.assertEqual(stored(), {UNKNOWN: {"Proxies": http_proxy(1)}, "other": {"IPv4": {

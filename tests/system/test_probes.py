@@ -257,8 +257,7 @@ class Router(ProbeTest):
             self.assertEqual(checksum(frame[22:54] + struct.pack(">II", 8, 58) + frame[54:62]), 0)
         self.assertEqual(self.lines_of("BRHV6RADetector"), ["start", "timeout"])
         self.assertIn(f"Sent RS (8\u202fbytes) on {INTERFACE}\n", self.output.read_text())
-        # The timers of the main queue have created three descriptors.
-        wait_until(lambda: self.helper.descriptors() <= descriptors + 3 and self.threads() <= 2, "all is released")
+        wait_until(lambda: self.helper.descriptors() <= descriptors and self.threads() <= 2, "all is released")
 
     def test_interfaces_that_cannot_be_probed(self):
         self.assertEqual(self.detect("nothing0"), {})

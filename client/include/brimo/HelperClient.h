@@ -43,7 +43,7 @@ struct Options {
 /// The application's connection to its helper. Keep exactly one per application, for as long as its settings must stay:
 /// when any client's connection ends, the helper undoes the work of all clients.
 ///
-/// - All functions may be called on any thread at any time, also by handlers.
+/// - All functions may be called on any thread at any time, also by handlers; deliver() on one thread at a time.
 /// - The destructor must not run at the same time as another call; a handler may call it.
 /// - Several requests can be pending at a time; all use the same connection.
 /// - A forked child process may only destroy the parent's client, which leaves the parent's connection alone. There,

@@ -18,7 +18,8 @@ namespace json = boost::json;
 namespace {
 
 constexpr std::chrono::seconds patience(2);
-constexpr std::size_t maximumServices = 4'096;  // so that the record stays small enough to be stored
+// So that the record and "proxies.json" stay small enough to be stored.
+constexpr std::size_t maximumServices = 4'096, maximumIDSize = 256;
 
 /// Whether a step succeeded. A failure goes to the system log.
 template <class Value>
@@ -89,6 +90,7 @@ Result<void> announceNow(const std::string& service) {
 }  // namespace
 
 void ProxyRecord::add(std::set<std::string> added) {
+  std::erase_if(added, [](const auto& id) { return id.size() > maximumIDSize; });
   for (const auto& known : services) added.erase(known.id);
   for (const auto& service : added) services.push_back({.id = service});
   if (services.size() > maximumServices) {

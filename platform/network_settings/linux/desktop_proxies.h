@@ -27,7 +27,7 @@ struct ProxyRecord {
   std::vector<Service> services;  ///< in the order of recording
   std::optional<std::string> primary;
 
-  /// Keeps the last 4,096 services.
+  /// Keeps the last 4,096 services. Leaves out IDs of more than 256 bytes.
   void add(std::set<std::string> added);
   void remove(const std::set<std::string>& removed);
 

@@ -34,7 +34,7 @@ TEST(DesktopProxies, ThePrimaryConnectionAppliesElseTheFirstServiceThatIsNoConne
   std::set<std::string> many;
   for (int number = 0; number < 300'000; ++number) many.insert(std::to_string(number));
   record.add(many);
-  record.add({"last"});
+  record.add({"last", std::string(257, 'x')});
   EXPECT_EQ(record.services.size(), 4'096u);
   EXPECT_EQ(record.services.back().id, "last");
 }

@@ -214,7 +214,7 @@ void Session::Implementation::note(const Entity& entity, const boost::json::valu
 
 Result<void> Session::Implementation::commit() {
   auto done = store.commit();
-  if (!done && done.error().number == EFBIG && commitOff() && changed.empty()) return {};
+  if (!done && done.error().number == EFBIG && !off.empty() && commitOff() && changed.empty()) return {};
   if (done) {
     committed.merge(changed);
     off.clear();

@@ -31,7 +31,7 @@ class PreferencesStore {
   Result<void> set(const std::string& path, const boost::json::value& value);
 
   /// Writes the changes to the file; does nothing if there are none. The session must hold the lock. If the file would
-  /// become too long, empty entities are removed, which to readers mean the same as missing ones. Fails with EFBIG if
+  /// become too long, empty entities, which to readers mean the same as missing ones, are removed. Fails with EFBIG if
   /// it is still too long.
   Result<void> commit();
 

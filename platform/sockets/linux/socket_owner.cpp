@@ -107,7 +107,8 @@ class Search {
     const Directory folder(opendir("/proc"));
     auto pids = numbersIn(folder.get(), [this] { return !isOver(); });
     std::sort(pids.rbegin(), pids.rend());
-    // Processes of the sockets' users first. The loop determines a process's user only while the search lasts.
+    // Processes of the sockets' users first. Each process's user is asked for only in its turn: the search may end
+    // early.
     std::vector<std::int32_t> others;
     for (auto pid : pids) {
       if (isOver()) return;
