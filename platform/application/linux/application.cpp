@@ -86,7 +86,7 @@ void openApplication(const std::string& identifier, const std::string& path, con
   ++launches;
   auto launchAndReport = [identifier, path, arguments, identity, completion = std::move(completion)] {
     auto launched = launch(identifier, path, arguments, *identity);
-    dispatch::async(dispatch::mainQueue(), [completion, launched, user = identity->user] {
+    dispatch::async(dispatch::mainQueue(), [completion, launched = std::move(launched), user = identity->user] {
       if (--launchesUnderWay()[user] == 0) launchesUnderWay().erase(user);
       completion(launched);
     });
