@@ -140,7 +140,8 @@ void addProxies(std::vector<Finding>& findings, const std::set<std::string>& inU
 }  // namespace
 
 Answer examine(const CommandContext& context) {
-  // Examined before connecting, which may start a helper: it withdraws the desktop proxies that a killed one left.
+  // All this is examined before connecting: that may start a helper, which withdraws the desktop proxies that a
+  // killed one left.
   std::vector<Finding> findings{service()};
   if (*endpoint != '\0') findings.push_back(socket());
   addHelper(findings);

@@ -142,8 +142,8 @@ void BRHMain::processLookup(const ipc::Message& request, const ipc::Connection& 
     HX_log("Invalid process-lookup address length: {}", data ? data->size() : 0);
     return request.reply({{"error", "invalid address"}});
   }
-  // Used on the main queue only. A new Connection object in the memory of one that has ended shares its count for a
-  // moment.
+  // Used on the main queue only. A new Connection at the address of one that has ended shares its count until the old
+  // look-ups are answered.
   static std::map<const ipc::Connection*, int> lookups;
   if (lookups[&client] >= maximumLookups) {
     HX_log("Too many process-lookup requests at once");

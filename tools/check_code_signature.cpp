@@ -27,7 +27,11 @@ fs::path programOf(const fs::path& bundle) {
     }
     found = entry.path();
   }
-  if (error) std::cerr << bundle.string() << "/Contents/MacOS: " << error.message() << '\n';
+  if (error) {
+    std::cerr << bundle.string() << "/Contents/MacOS: " << error.message() << '\n';
+  } else if (found.empty()) {
+    std::cerr << bundle.string() << "/Contents/MacOS contains no file\n";
+  }
   return found;
 }
 

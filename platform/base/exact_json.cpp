@@ -82,7 +82,7 @@ class Writer {
     } else if (const auto* number = value.if_double()) {
       const auto start = text_.size();
       fmt::format_to(std::back_inserter(text_), "{}", *number);
-      // Otherwise it would be read back as an integer
+      // Otherwise it would be read back as an integer.
       if (text_.find_first_of(".e", start) == text_.npos) text_ += ".0";
     } else {
       writeScalar(&value);

@@ -44,8 +44,9 @@ void visitSockets(SocketProtocol protocol, std::uint16_t port, bool onlyIPv6,
 /// the system has no such query (macOS). Takes microseconds.
 std::optional<SocketEntry> connectedSocket(SocketProtocol protocol, const SocketEnd& local, const SocketEnd& remote);
 
-/// A TCP connection from this local end to the remote end of a recent result. It may stand for the first that
-/// visitSockets() visits, because connections have no fixed order. Absent if there is none. Takes microseconds.
+/// A TCP connection from this local end to the remote end of a recent result. It is as good as the first socket that
+/// visitSockets() visits, because connections have no fixed order. Absent if there is none, or if a socket listens at
+/// the local end, because listeners come first. Takes microseconds.
 std::optional<SocketEntry> likelySocket(const SocketEnd& local);
 
 /// A process that holds the socket at this moment, if it can be found in a fraction of a millisecond near the owners

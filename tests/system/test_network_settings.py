@@ -165,7 +165,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(client.set_proxy(odd | {self.active: http_proxy(9)}, cleanup=False), SUCCESS,
                          "the store keeps services that are no connections")
         self.assertEqual(stored()[UNKNOWN], {"Proxies": bad})
-        # Nor does one that does not fit into the store keep a proxy on.
+        # An entry that does not fit into the store does not keep another service's proxy on.
         full = {self.active: {"Proxies": http_proxy(9)}, UNKNOWN: {"Proxies": {"x": "x" * ((16 << 20) - 500)}}}
         STORE.write_text(json.dumps({"NetworkServices": full}))
         self.assertEqual(client.set_proxy({"more": {"x": "x" * 500}, self.active: {}, "unknown": {}}), FAILURE)

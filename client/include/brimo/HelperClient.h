@@ -28,15 +28,16 @@ struct Options {
   bool ownThread = true;
 
   /// Whether the client reconnects by itself after it has lost the connection: at once, then after one second and after
-  /// growing pauses of at most 30 seconds, until it succeeds. If false, and after stop(), the next request connects
-  /// again. No request is ever sent twice.
+  /// growing pauses of at most 30 seconds, until it succeeds. The pauses start anew only after a connection that lasted
+  /// more than 30 seconds. If false, and after stop(), the next request connects again. No request is ever sent twice.
   bool reconnects = true;
 
   /// How long a request waits for its answer. Requests that take long by design get that time in addition.
   std::chrono::milliseconds timeLimit{10'000};
 
-  /// Called like a handler whenever the client has connected, has failed to connect or has lost its connection. After a
-  /// new connection, set proxies and the watchdog again: the helper has undone or forgotten earlier settings.
+  /// Called like a handler when the client has connected, has failed to connect or has lost its connection. An error
+  /// that repeats is reported once. After a new connection, set proxies and the watchdog again: the helper has undone
+  /// or forgotten earlier settings.
   std::function<void(const ConnectionChange&)> onConnection;
 };
 

@@ -115,8 +115,8 @@ struct DHCPServerSettings {
   std::string pidFile;  ///< written by the server
 };
 
-/// Starts the DHCP server and returns its process ID. Stops a previous server first and kills any other process that
-/// holds UDP port 67. The server ends when any client's connection ends.
+/// Starts the DHCP server and returns its process ID. Stops a previous server first and kills one other process that
+/// holds UDP port 67, if there is one. The server ends when any client's connection ends.
 BRIMO_CLIENT_API Request<std::int32_t> startDHCPServer(const DHCPServerSettings& settings);
 
 /// Stops the DHCP server and kills every process named brimo-dhcpd or brimo-ra.

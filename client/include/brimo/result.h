@@ -18,7 +18,7 @@ enum class ErrorCode {
   timedOut,         ///< no answer came in time; the helper may still do the work
   cancelled,        ///< by cancel() or by the client's destructor
   invalidArgument,  ///< the request is invalid and was not sent
-  rejected,         ///< the helper answered with an error; the message is its text
+  rejected,         ///< the helper answered with an error, whose text is the message, or with an invalid reply
 };
 
 struct Error {

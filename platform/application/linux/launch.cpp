@@ -22,8 +22,8 @@ namespace {
 
 constexpr std::chrono::duration<unsigned> patience(10);  // limit for entering the user's home folder
 
-/// A report of a child: the step that failed and its errno; without a step, that only execve() is left to do. The step
-/// is a string literal, which has the same address in both processes.
+/// A report from a child: the step that failed and its errno or, without a step, that only execve() is left to do. The
+/// step is a string literal, which has the same address in both processes.
 struct Report {
   const char* failedStep;
   int number;

@@ -117,7 +117,7 @@ Result<CodeSignature> verifySignature(std::span<const std::uint8_t> bytes, const
   if (!digest || OBJ_obj2nid(digest->algorithm) != NID_sha256) return damaged;
 
   BIOPointer content(BIO_new(BIO_s_mem()));
-  // The chain is verified below, where it can be kept
+  // The chain is verified below, where it can be kept.
   constexpr unsigned flags = CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY;
   if (!content || CMS_verify(cms.get(), nullptr, nullptr, nullptr, content.get(), flags) != 1) return damaged;
   STACK_OF(X509)* found = CMS_get0_signers(cms.get());

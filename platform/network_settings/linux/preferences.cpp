@@ -263,7 +263,7 @@ Result<void> Session::lock(bool wait) {
 }
 
 Result<void> Session::setValue(const std::string& path, const boost::json::value& value) {
-  feedWatchdog();  // a request may have hundreds of thousands
+  feedWatchdog();  // a request may set hundreds of thousands of values
   auto set = logged(implementation_->store.set(path, value));
   auto entity = entityOf(path);
   if (set && entity) implementation_->note(*entity, value);

@@ -1,4 +1,5 @@
-// A folder of small files that only this process's user can change and, unless it is for other readers, read or lock.
+// A folder of small files that only this process's user can change. Others can read or lock them only if the folder is
+// for everybody.
 #pragma once
 
 #include <sys/stat.h>

@@ -77,7 +77,8 @@ TEST_F(LinuxChildTask, NothingIsLeftOpen) {
 TEST_F(LinuxChildTask, AChildThatCannotBeWatchedIsNotLeftRunning) {
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
-  // These make `next`, and so the limit, greater than 3, the highest descriptor that a launch names to posix_spawn.
+  // These make `next`, and so the limit, greater than 3, the highest descriptor number that a launch passes to
+  // posix_spawn().
   FileDescriptor used[] = {FileDescriptor(dup(0)), FileDescriptor(dup(0))};
   auto next = FileDescriptor(dup(0)).get();
   const rlimit full{.rlim_cur = static_cast<rlim_t>(next), .rlim_max = limit.rlim_max};

@@ -56,7 +56,7 @@ bool ProcessFolder::sharesNamespace(const char* kind) const {
 
 bool ProcessFolder::isOnSafeMount(int file) const {
   const auto mount = mountOf(file);
-  // Opening fixes which process's mounts are read. The process cannot change that by entering another user namespace
+  // Opening fixes the mount namespace that is read. The process cannot change that by entering another user namespace
   // afterwards, and if it entered one before, it cannot have come back.
   auto mounts = open("mountinfo", O_RDONLY);
   if (mount.empty() || !mounts || !sharesNamespace("user")) return false;
