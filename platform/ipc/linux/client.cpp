@@ -80,10 +80,8 @@ class ClientChannel::Implementation {
         greet(*frame);
       } else if (reader_.isMalformed()) {
         end_ = End{.wasReached = true, .reason = "the helper's answers are malformed"};
-      } else if (std::exchange(hasRead_, false)) {
+      } else if (std::exchange(hasRead_, false) || !receive()) {
         // One read per turn, so that a flood of data cannot delay time limits or other threads that wait for the lock.
-        return std::nullopt;
-      } else if (!receive()) {
         return std::nullopt;
       }
     }
