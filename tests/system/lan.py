@@ -15,7 +15,7 @@ import subprocess
 import time
 from pathlib import Path
 
-from harness import wait_until
+from harness import run, wait_until
 
 ETH_P_ALL, ETH_P_IP, ETH_P_IPV6 = 3, 0x0800, 0x86DD
 BROADCAST = b"\xff" * 6
@@ -25,12 +25,12 @@ DHCPD_CONFIGURATION = "ping-check false;\nsubnet 192.0.2.0 netmask 255.255.255.0
 
 
 def ip(*arguments):
-    subprocess.run(["ip", *arguments], check=True)
+    run("ip", *arguments)
 
 
 def set_option(family, interface, option, value, namespace=None):
-    command = ["sh", "-c", f"echo {value} > /proc/sys/net/{family}/conf/{interface}/{option}"]
-    subprocess.run((["ip", "netns", "exec", namespace] if namespace else []) + command, check=True)
+    enter = ["ip", "netns", "exec", namespace] if namespace else []
+    run(*enter, "sh", "-c", f"echo {value} > /proc/sys/net/{family}/conf/{interface}/{option}")
 
 
 class Namespace:

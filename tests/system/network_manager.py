@@ -7,7 +7,7 @@ import subprocess
 import uuid
 from pathlib import Path
 
-from harness import wait_until
+from harness import run, wait_until
 
 PLACE = Path("/run/network_manager")
 CONNECTIONS = PLACE / "connections"
@@ -38,10 +38,6 @@ interface-name={interface}
 [ipv6]
 method=disabled
 """
-
-
-def run(*command):
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout
 
 
 class NetworkManager:

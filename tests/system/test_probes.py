@@ -44,7 +44,7 @@ class ProbeTest(HelperTest):
     def setUp(self):
         self.output.unlink(missing_ok=True)
         super().setUp()
-        self.wait_for_log(r"\[Helper\] Version: .*")
+        self.wait_for_log(r"\[Helper\] Version: 618, Starting\.\.\.")
         self.lan = Lan(self)
 
     def start_asking(self, *requests):

@@ -5,7 +5,6 @@ import os
 import re
 import shutil
 import signal
-import subprocess
 from pathlib import Path
 
 from harness import ENVIRONMENT, HelperTest, TESTS, USER, copy_bundle, read_line, run_as_user, sign, wait_until
@@ -38,7 +37,7 @@ class Relaunch(HelperTest):
 
     def start(self, **options):
         """Starts the application, which is admitted and starts the watchdog."""
-        process = run_as_user([self.executable], stdin=subprocess.PIPE, **options)
+        process = run_as_user([self.executable], **options)
         self.started.append(process)
         self.assertEqual(read_line(process), "armed")
         return process
