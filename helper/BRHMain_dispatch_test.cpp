@@ -47,15 +47,6 @@ ipc::Data bytesOf(std::string_view text) {
   return {text.begin(), text.end()};
 }
 
-TEST_F(DispatchTest, JSONCommands) {
-  EXPECT_EQ(askJSON(R"({"command":"version"})"), R"({"version":618})");
-  EXPECT_THAT(log(), ElementsAre("Received command: version"));
-  for (auto text : {R"({"command":"Version"})", R"({"command":""})"}) {
-    EXPECT_EQ(askJSON(text), R"({"error":"unknown command"})");
-    EXPECT_EQ(log().back(), "Unknown command!");
-  }
-}
-
 TEST_F(DispatchTest, JSONErrors) {
   EXPECT_EQ(*ask({}).get<ipc::Data>("json"), bytesOf(R"({"error":"missing command"})"));
   EXPECT_THAT(log(), ElementsAre("XPC dictionary contains no supported command"));

@@ -135,7 +135,9 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(stored(), {service: {"Proxies": {}} for service in off})
 
     def test_a_temporary_connection_stays_temporary(self):
-        temporary = self.manager.add_temporary_connection("Passing", "nm1")
+        run("nmcli", "connection", "add", "save", "no", "type", "ethernet", "con-name", "Passing", "ifname", "nm1",
+            "autoconnect", "no", "ipv4.method", "disabled", "ipv6.method", "disabled")
+        temporary = self.manager.setting("Passing", "connection.uuid")
         file = self.manager.file(temporary)
         client = self.client()
         self.assertEqual(client.set_proxy({temporary: http_proxy(1)}), SUCCESS)
