@@ -75,64 +75,46 @@ class HelperClientTest : public testing::Test {
   platform::fake::Service helper_;
 };
 
-/// A helper that also misbehaves: it does not answer, answers twice, answers a request that was never sent, closes the
-/// connection, even before its first answer, and sends only part of a frame.
-class ErraticHelper {
- public:
-  explicit ErraticHelper(platform::fake::Service& service) : service_(service), thread_([this] { run(); }) {}
-  ~ErraticHelper() {
-    isDone_ = true;
-    Options options;
-    options.service = service_.name;
-    HelperClient last(options);
-    last.connect();
-    thread_.join();
+/// Receives a lookup and answers it, but not always once and with its own ID. Returns whether the connection goes on.
+bool answerErratically(Peer& peer, int number) {
+  auto frame = peer.receive();
+  const auto& address = *frame.dictionary.get<Data>("address");
+  const Frame reply{.id = frame.id, .dictionary = {{"pid", std::int64_t{address[2] << 8 | address[3]}}}};
+  switch (number % 40) {
+    case 3:
+      return true;
+    case 7:
+      peer.send(reply);
+      break;
+    case 13:
+      peer.send({.id = frame.id + 1'000'000, .dictionary = {{"pid", std::int64_t{0}}}});
+      break;
+    case 17:
+      peer.sendBytes({0, 0, 0, 30, 0x82, 1});  // a part of a frame
+      return false;
+    case 29:
+      return false;
   }
+  peer.send(reply);
+  return true;
+}
 
- private:
-  void run() {
-    for (int connection = 0;; ++connection) {
-      auto peer = service_.accept();
-      if (isDone_) return;
-      if (connection % 5 == 4) continue;
-      try {
-        peer.greet(service_.name);
-        peer.send({.id = peer.receive().id, .dictionary = jsonReply(R"({"version":618})")});
-        while (answer(peer)) {
-        }
-      } catch (const std::runtime_error&) {  // the client has left
+/// Serves a client, but closes each fifth connection before its first answer, and others later.
+void serveErratically(platform::fake::Service& service, const std::atomic<bool>& isDone) {
+  int requests = 0;
+  for (int connection = 0;; ++connection) {
+    auto peer = service.accept();
+    if (isDone) return;
+    if (connection % 5 == 4) continue;
+    try {
+      peer.greet(service.name);
+      answer(peer, versionReply(618));
+      while (answerErratically(peer, ++requests)) {
       }
+    } catch (const std::runtime_error&) {  // the client has left
     }
   }
-
-  bool answer(Peer& peer) {
-    auto frame = peer.receive();
-    const auto& address = *frame.dictionary.get<Data>("address");
-    const Frame reply{.id = frame.id, .dictionary = {{"pid", std::int64_t{address[2] << 8 | address[3]}}}};
-    switch (++requests_ % 40) {
-      case 3:
-        return true;
-      case 7:
-        peer.send(reply);
-        break;
-      case 13:
-        peer.send({.id = frame.id + 1'000'000, .dictionary = {{"pid", std::int64_t{0}}}});
-        break;
-      case 17:
-        peer.sendBytes({0, 0, 0, 30, 0x82, 1});
-        return false;
-      case 29:
-        return false;
-    }
-    peer.send(reply);
-    return true;
-  }
-
-  platform::fake::Service& service_;
-  int requests_ = 0;
-  std::atomic<bool> isDone_ = false;
-  std::thread thread_;
-};
+}
 
 std::size_t entriesOf(const char* folder) {
   namespace fs = std::filesystem;
@@ -144,8 +126,9 @@ TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
   const auto descriptors = entriesOf("/proc/self/fd"), tasks = entriesOf("/proc/self/task");
   std::array<std::atomic<int>, threadCount * requestCount> ends{};
   std::atomic<int> right = 0, wrong = 0;
+  std::atomic<bool> isDone = false;
+  std::thread helper([&] { serveErratically(helper_, isDone); });
   {
-    ErraticHelper helper(helper_);
     HelperClient client(options());
     auto run = [&](int thread) {
       for (int number = thread * requestCount; number < (thread + 1) * requestCount; ++number) {
@@ -169,6 +152,12 @@ TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
     std::vector<std::thread> threads;
     for (int thread = 0; thread < threadCount; ++thread) threads.emplace_back(run, thread);
     for (auto& thread : threads) thread.join();
+  }
+  isDone = true;
+  {
+    HelperClient last(options());
+    last.connect();
+    helper.join();
   }
   EXPECT_TRUE(std::all_of(ends.begin(), ends.end(), [](const auto& count) { return count == 1; }));
   EXPECT_GT(right, 0);
