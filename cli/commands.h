@@ -34,7 +34,7 @@ Answer runCommand(const std::string& name, const CommandContext& context, const 
 /// The usage and the description of a command. Throws UsageError when there is no such command.
 std::string commandHelp(const std::string& name);
 
-/// The usage of the program.
+/// All commands with their descriptions, the rules for connections, and the exit status.
 std::string programHelp();
 
 }  // namespace brimo

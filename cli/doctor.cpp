@@ -140,7 +140,7 @@ void addProxies(std::vector<Finding>& findings, const std::set<std::string>& inU
 }  // namespace
 
 Answer examine(const CommandContext& context) {
-  // All this is examined before connecting: that may start a helper, which withdraws the desktop proxies that a
+  // All this is examined first, because connecting may start a helper, which withdraws the desktop proxies that a
   // killed one left.
   std::vector<Finding> findings{service()};
   if (*endpoint != '\0') findings.push_back(socket());

@@ -6,7 +6,7 @@
 namespace brimo {
 
 /// Returns one line per check, followed by a remedy if the check failed. The exit code is exitRefused if any check
-/// failed. Like every command, it opens a connection, whose end makes the helper clean up.
+/// failed. It opens a connection, whose end makes the helper clean up.
 Answer examine(const CommandContext& context);
 
 }  // namespace brimo

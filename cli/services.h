@@ -7,7 +7,7 @@
 
 namespace brimo {
 
-/// Lists the network services of this machine.
+/// All network services, one line each; exitNotFound if there are none. Throws platform::Failure.
 Answer listServices();
 
 /// Shows which proxies are set, where, and which programs use them.

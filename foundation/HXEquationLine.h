@@ -15,7 +15,8 @@ struct Equation {
 };
 
 /// Splits a line at the first "=" that is not quoted; absent if there is no such "=" or if nothing follows it.
-/// - Double quotes protect an "=" anywhere in the key: `a "=" b = c` has the key `a "=" b`.
+/// - Double quotes protect an "=" anywhere in the key: `a "=" b = c` has the key `a "=" b`. A quote that follows a
+///   closing quote, directly or after white space, does not open a quotation.
 /// - Apostrophes protect it only if the key begins with one: `'a=b' = c` has the key `a=b`, but `a '=' b` splits at
 ///   once.
 /// - White space around a side is removed, then a pair of quotes of either kind that encloses the whole side.

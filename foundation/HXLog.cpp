@@ -58,8 +58,8 @@ std::string symbolText() {
   return fmt::format("(\n    {}\n)", fmt::join(platform::callStackSymbols(), "\n    "));
 }
 
-// Runs on the stack of the throw, so the frames are still there: the stack is not unwound if no handler is found,
-// unless a noexcept function lies in between.
+// Runs on the stack of the throw. If no handler is found, the stack is not unwound, so the frames are still there,
+// except those that a noexcept function has cut off.
 void HXUncaughtExceptionHandler() {
   HXLog("HXLogger", "Uncaught Exception, description:{}, call stack:{}",
         HX_exceptionDescription(std::current_exception()), symbolText());

@@ -109,8 +109,8 @@ void BRHMain::stopDHCP() {
     _dhcpdTask->terminate();
     if (!_dhcpdTask->waitForExit(terminationTime)) {
       _dhcpdTask->kill();
-      // A client chose the server's files. On a user's file system that does not answer, they keep the server from
-      // ending.
+      // A client chose the server's files. If they lie on a user's file system that does not answer, the server cannot
+      // end.
       if (!_dhcpdTask->waitForExit(killTime)) HX_log("dhcpd does not end");
     }
   }

@@ -142,8 +142,8 @@ void BRHMain::processLookup(const ipc::Message& request, const ipc::Connection& 
     HX_log("Invalid process-lookup address length: {}", data ? data->size() : 0);
     return request.reply({{"error", "invalid address"}});
   }
-  // Used on the main queue only. A new Connection at the address of one that has ended shares its count until the old
-  // look-ups are answered.
+  // Used on the main queue only. A new Connection object at the memory address of an ended one shares the ended one's
+  // count until the old look-ups are answered.
   static std::map<const ipc::Connection*, int> lookups;
   if (lookups[&client] >= maximumLookups) {
     HX_log("Too many process-lookup requests at once");

@@ -17,7 +17,7 @@ bool isZero(std::span<const std::uint8_t> bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](auto byte) { return byte == 0; });
 }
 
-/// Whether a socket matches an address.
+/// Whether port and family agree, and the addresses are equal or one of them is unspecified.
 bool matches(const SocketEntry& socket, const BRSockAddr& query) {
   if (socket.localPort != BRSockAddrPort(query)) return false;
   auto wanted = BRSockAddrAddress(query);
