@@ -128,7 +128,7 @@ void addStore(std::vector<Finding>& findings, const std::set<std::string>& inUse
   }
 }
 
-/// Reports the proxies of each place, and marks those that a helper left behind because it could not clean up.
+/// Reports the proxies of each place, with a remedy for those that no client has set since the helper started afresh.
 void addProxies(std::vector<Finding>& findings, const std::set<std::string>& inUse) {
   for (const auto& [name, service, setting, readers] : platform::proxyPlaces(HelperServiceName)) {
     if (!service.empty() && setting == "none") continue;

@@ -92,7 +92,7 @@ void HX_setLogAction(std::function<void(std::int8_t, const std::string&, const s
 }
 
 void HXSetLogFilePath(const std::string& path) {
-  // Opened before the lock is taken, because opening a FIFO waits for a reader and other threads must be able to log
+  // Opened before the lock is taken: opening a FIFO waits for a reader, and other threads must be able to log
   // meanwhile.
   platform::FileDescriptor file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
   auto& state = logState();

@@ -84,7 +84,8 @@ void BRHMain::handleXPCEvent(ipc::Connection& connection, const ipc::Event& even
   cleanUpAfterLostClient();
 }
 
-// Undoes what clients have changed on the system. The order of the steps matters.
+// Ends what must not outlast a client, then relaunches the application if the watchdog is on. docs/architecture.md
+// lists the steps in this order.
 void BRHMain::cleanUpAfterLostClient() {
   cleanupProxySettings();
   BRHKillWatchedExternalProcesses();
@@ -199,7 +200,7 @@ void BRHMain::dhcpDiscover(const json::object& command, const ipc::Message& requ
   }
   auto interface = platform::textMember(command, "interface");
   if (interface.empty()) return sendJSONError(request, "Invalid interface");
-  // Each probe occupies a worker of the queue that look-ups need, too.
+  // Each probe occupies a thread of the global queue, which look-ups need, too.
   static std::atomic<int> running = 0;
   if (running >= maximumDHCPProbes) {
     HX_log("Too many dhcp-discover requests at once");
