@@ -234,7 +234,7 @@ class Reasons(HelperTest):
         self.bundle, self.executable = copy_bundle("Copy.app")
 
     def assert_reason(self, reason, *command):
-        """Makes the helper refuse a new user twice. Expects one line in the system log, and the same reason from check-code-signature."""
+        """Makes the helper refuse a new user twice. Expects one line in the system log; check-code-signature agrees with it."""
         self.user += 1
         for _ in range(2):
             process = run_as_user(command or [self.executable, "version"], user=self.user)
