@@ -75,7 +75,8 @@ class HelperClientTest : public testing::Test {
   platform::fake::Service helper_;
 };
 
-/// Receives a lookup and answers it, but not always once and with its own ID. Returns whether the connection goes on.
+/// Receives a request and answers it, sometimes twice or not at all, or answers one that was never sent, or sends only a
+/// part of a frame. Returns whether the connection goes on.
 bool answerErratically(Peer& peer, int number) {
   auto frame = peer.receive();
   const auto& address = *frame.dictionary.get<Data>("address");
@@ -90,7 +91,7 @@ bool answerErratically(Peer& peer, int number) {
       peer.send({.id = frame.id + 1'000'000, .dictionary = {{"pid", std::int64_t{0}}}});
       break;
     case 17:
-      peer.sendBytes({0, 0, 0, 30, 0x82, 1});  // a part of a frame
+      peer.sendBytes({0, 0, 0, 30, 0x82, 1});
       return false;
     case 29:
       return false;
@@ -99,7 +100,7 @@ bool answerErratically(Peer& peer, int number) {
   return true;
 }
 
-/// Serves a client, but closes each fifth connection before its first answer, and others later.
+/// Serves a client until `isDone`, and closes each fifth connection before its first answer.
 void serveErratically(platform::fake::Service& service, const std::atomic<bool>& isDone) {
   int requests = 0;
   for (int connection = 0;; ++connection) {
@@ -181,7 +182,7 @@ TEST_F(HelperClientTest, GarbageEndsTheConnectionAndNothingElse) {
     EXPECT_EQ(lost.get().error().code, ErrorCode::lost);
     EXPECT_THROW(peer.receive(), std::runtime_error);
   }
-  // Even a flood of answers to no request does not delay time limits.
+  // Time limits hold even during a flood of answers that belong to no request.
   client->connect();
   auto peer = admit();
   peer.greet(helper_.name);

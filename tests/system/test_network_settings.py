@@ -25,7 +25,7 @@ def http_proxy(port):
 
 
 class Client:
-    """Starts an admitted client that stays connected."""
+    """An admitted client that stays connected."""
 
     def __init__(self, test):
         self.process = test.start_program([BRIMO])
