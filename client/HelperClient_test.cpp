@@ -75,8 +75,8 @@ class HelperClientTest : public testing::Test {
   platform::fake::Service helper_;
 };
 
-/// Receives a request and answers it, sometimes twice or not at all, or answers one that was never sent, or sends only a
-/// part of a frame. Returns whether the connection goes on.
+/// Receives a request and answers it, sometimes twice or not at all, or answers one that was never sent, or sends only
+/// a part of a frame. Returns whether the connection goes on.
 bool answerErratically(Peer& peer, int number) {
   auto frame = peer.receive();
   const auto& address = *frame.dictionary.get<Data>("address");
