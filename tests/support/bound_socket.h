@@ -34,8 +34,7 @@ struct SocketAddress {
 
 /// A socket bound to an address and a free port.
 struct Bound {
-  Bound(const std::string& address, int type, bool onlyIPv6 = false) {
-    SocketAddress bound(address, 0);
+  Bound(const std::string& address, int type, bool onlyIPv6 = false) : bound(address, 0) {
     descriptor.reset(socket(bound.any.sa_family, type, 0));
     const int on = onlyIPv6;
     if (bound.any.sa_family == AF_INET6) setsockopt(descriptor.get(), IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
@@ -46,6 +45,14 @@ struct Bound {
   void connectTo(const SocketAddress& address) const {
     EXPECT_EQ(connect(descriptor.get(), &address.any, address.length), 0);
   }
+  /// An IPv6 socket that is bound to an IPv4 address has an IPv4 end.
+  SocketEnd end() const {
+    std::span<const std::uint8_t> host(bound.six.sin6_addr.s6_addr);
+    if (IN6_IS_ADDR_V4MAPPED(&bound.six.sin6_addr)) host = host.last(4);
+    if (bound.any.sa_family == AF_INET) host = {reinterpret_cast<const std::uint8_t*>(&bound.four.sin_addr), 4};
+    return {.address = host, .port = port};
+  }
+  SocketAddress bound;
   FileDescriptor descriptor;
   std::uint16_t port = 0;
 };

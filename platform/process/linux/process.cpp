@@ -32,18 +32,17 @@ bool runsFileAt(std::int32_t pid, const std::string& path) {
   auto running = openImage(pid);
   auto named = openCached(path);
   struct stat one, other;
-  return running && named && ProcessFolder(getpid()).isOnSafeMount(named.get()) && fstat(running->get(), &one) == 0 &&
+  return running && ProcessFolder(getpid()).isOnSafeMount(named.get()) && fstat(running->get(), &one) == 0 &&
          fstat(named.get(), &other) == 0 && one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 }  // namespace
 
 std::optional<std::string> executablePath(std::int32_t pid) {
-  if (pid < 1) return std::nullopt;
   auto link = fmt::format("/proc/{}/exe", pid);
-  std::array<char, PATH_MAX> buffer;
+  std::array<char, PATH_MAX> buffer;  // the kernel gives no longer path
   auto length = readlink(link.c_str(), buffer.data(), buffer.size());
-  if (length <= 0 || static_cast<std::size_t>(length) == buffer.size()) return std::nullopt;
+  if (length < 0) return std::nullopt;
   std::string path(buffer.data(), static_cast<std::size_t>(length));
 
   // The kernel appends this mark to the path of a deleted file (proc_pid_exe(5)), but the name of an existing file may
@@ -66,7 +65,7 @@ std::optional<Process> Process::find(std::int32_t pid) {
 }
 
 bool Process::hasEnded() const {
-  return handle_ && waitForEnd(handle_.get(), {});
+  return waitForEnd(handle_.get(), {});  // poll(2) ignores a negative descriptor
 }
 
 void Process::kill() const {

@@ -1,6 +1,7 @@
 #include "platform/process/process.h"
 
 #include <linux/sched.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -9,6 +10,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "platform/process/linux/proc_files.h"
+#include "platform/process/linux/process_folder.h"
 #include "tests/support/linux/signed_files.h"
 
 namespace platform {
@@ -19,7 +22,10 @@ TEST(ExecutablePath, KeepsThePathOfAFileThatWasReplacedOrDeleted) {
   for (const auto& path : {folder / "plain", folder / "odd (deleted)"}) {
     test::RunningCopy process(path);
     EXPECT_EQ(executablePath(process.pid()), path);
+    std::filesystem::create_hard_link(path, path + " link");
     std::filesystem::remove(path);
+    EXPECT_EQ(executablePath(process.pid()), path);
+    std::filesystem::create_symlink(path + " link", path + " (deleted)");  // what the kernel calls the file
     EXPECT_EQ(executablePath(process.pid()), path);
     test::writeFile(path, "another");
     EXPECT_EQ(executablePath(process.pid()), path);
@@ -54,6 +60,28 @@ pid_t startWaiting(
 void end(pid_t pid) {
   kill(pid, SIGKILL);
   EXPECT_EQ(waitpid(pid, nullptr, 0), pid);
+}
+
+TEST(ProcessFiles, AreReadUpToOneMebibyte) {
+  EXPECT_EQ(readProcessFile(getpid(), "comm"), "process_tests\n");
+  EXPECT_EQ(readProcessFile(getpid(), "pagemap")->size(), 1'048'576u);
+}
+
+TEST(ProcessFolder, OnlyMountsOfTheProcessAndOfOurUserNamespaceAreSafe) {
+  const FileDescriptor file(open("/", O_PATH | O_CLOEXEC)), onNoMount(memfd_create("", MFD_CLOEXEC));
+  EXPECT_TRUE(ProcessFolder(getpid()).isOnSafeMount(file.get()));
+  for (int other : {onNoMount.get(), -1}) EXPECT_FALSE(ProcessFolder(getpid()).isOnSafeMount(other));
+
+  auto pid = startWaiting(0, [] {
+    if (unshare(CLONE_NEWUSER) != 0) _exit(1);
+  });
+  const ProcessFolder apart(pid);
+  EXPECT_TRUE(apart.sharesNamespace("pid"));
+  EXPECT_FALSE(apart.sharesNamespace("user"));
+  EXPECT_FALSE(apart.isOnSafeMount(file.get()));
+  EXPECT_EQ(executablePath(pid), executablePath(getpid()));
+  end(pid);
+  EXPECT_FALSE(apart.isOnSafeMount(file.get()));
 }
 
 TEST(EffectiveUserID, IsFoundForAProcessThatIsNotDumpable) {

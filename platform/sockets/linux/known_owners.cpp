@@ -12,7 +12,7 @@ constexpr std::size_t maximumDescriptors = 16'384;  // per process; higher ones 
 }  // namespace
 
 void KnownProcess::note(std::size_t number, Inode inode) {
-  if (number >= maximumDescriptors || (inode == notSeen && number >= descriptors_.size())) return;
+  if (number >= maximumDescriptors) return;
   if (number >= descriptors_.size()) descriptors_.resize(number + 1, notSeen);
   descriptors_[number] = inode;
 }

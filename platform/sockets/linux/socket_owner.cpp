@@ -162,18 +162,20 @@ class Search {
       } else if (!lock.try_lock()) {
         continue;
       }
-      const bool isAlive = which == Which::guesses ? lookAtGuesses(*process) : lookAtListed(*process, which);
-      if (!isAlive) knownOwners().forget(process->pid);
+      if (which == Which::guesses) {
+        lookAtGuesses(*process);
+      } else {
+        lookAtListed(*process, which);
+      }
     }
   }
 
   /// Looks where a new socket is likely to be: at descriptors that were sockets before, since their numbers may have
-  /// been reused, and at the lowest free numbers. Much faster than listing the folder. Returns false if the process is
-  /// gone.
-  bool lookAtGuesses(KnownProcess& process) {
+  /// been reused, and at the lowest free numbers. Much faster than listing the folder.
+  void lookAtGuesses(KnownProcess& process) {
     constexpr int maximumSockets = 64, maximumFree = 4;
     const FileDescriptor folder(open(pathOf(process.pid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!folder) return false;
+    if (!folder) return knownOwners().forget(process.pid);  // it has ended
     int sockets = 0, free = 0;
     for (std::size_t number = 0; free < maximumFree && sockets < maximumSockets; ++number) {
       const auto before = process.before(number);
@@ -182,14 +184,11 @@ class Search {
       ++(before == notSeen ? free : sockets);
       process.note(number, look(process.pid, folder.get(), static_cast<std::int32_t>(number)));
     }
-    return true;
   }
 
-  /// Looks at descriptors that are new, then at those that were sockets or, with Which::all, at all others. Returns
-  /// false if the process is gone.
-  bool lookAtListed(KnownProcess& process, Which which) {
+  /// Looks at descriptors that are new, then at those that were sockets or, with Which::all, at all others.
+  void lookAtListed(KnownProcess& process, Which which) {
     const Directory folder(opendir(pathOf(process.pid).c_str()));
-    if (!folder) return false;
     auto numbers = numbersIn(folder.get(), [this] { return !isOver(); });
     auto before = [&](std::int32_t number) { return process.before(static_cast<std::size_t>(number)); };
     if (which == Which::changes) std::erase_if(numbers, [&](auto number) { return before(number) == noSocket; });
@@ -198,7 +197,6 @@ class Search {
       if (isOver()) break;
       process.note(static_cast<std::size_t>(number), look(process.pid, dirfd(folder.get()), number));
     }
-    return true;
   }
 
   void lookAtAll(std::int32_t pid) {

@@ -2,6 +2,7 @@
 
 #include <linux/inet_diag.h>
 #include <linux/netlink.h>
+#include <linux/rtnetlink.h>
 #include <linux/sock_diag.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -47,19 +48,12 @@ struct DumpRequest {
 /// socket is for IPv6 only.
 bool readAttributes(const inet_diag_msg& message, std::size_t length, SocketEntry& entry) {
   bool onlyIPv6 = false;
-  const auto* attribute = reinterpret_cast<const nlattr*>(&message + 1);
-  for (std::size_t rest = length - sizeof message;
-       rest >= sizeof *attribute && attribute->nla_len >= sizeof *attribute && attribute->nla_len <= rest;) {
-    const auto size = attribute->nla_len - sizeof *attribute;
-    if (attribute->nla_type == INET_DIAG_SKV6ONLY && size >= sizeof(std::uint8_t)) {
-      onlyIPv6 = *reinterpret_cast<const std::uint8_t*>(attribute + 1) != 0;
-    }
-    if (attribute->nla_type == INET_DIAG_CGROUP_ID && size >= sizeof entry.controlGroup) {
-      std::memcpy(&entry.controlGroup, attribute + 1, sizeof entry.controlGroup);
-    }
-    std::size_t step = std::min<std::size_t>(NLA_ALIGN(attribute->nla_len), rest);
-    rest -= step;
-    attribute = reinterpret_cast<const nlattr*>(reinterpret_cast<const char*>(attribute) + step);
+  auto rest = static_cast<int>(length - sizeof message);
+  for (const auto* attribute = reinterpret_cast<const rtattr*>(&message + 1); RTA_OK(attribute, rest);
+       attribute = RTA_NEXT(attribute, rest)) {
+    const auto* value = reinterpret_cast<const std::uint8_t*>(attribute + 1);
+    if (attribute->rta_type == INET_DIAG_SKV6ONLY) onlyIPv6 = *value != 0;
+    if (attribute->rta_type == INET_DIAG_CGROUP_ID) std::memcpy(&entry.controlGroup, value, sizeof entry.controlGroup);
   }
   return onlyIPv6;
 }
@@ -101,7 +95,7 @@ struct Remote {
   explicit Remote(const inet_diag_msg& message) : port(ntohs(message.id.idiag_dport)) {
     in6_addr bytes;
     std::memcpy(&bytes, message.id.idiag_dst, sizeof bytes);
-    const bool isMapped = message.idiag_family == AF_INET6 && IN6_IS_ADDR_V4MAPPED(&bytes);
+    const bool isMapped = IN6_IS_ADDR_V4MAPPED(&bytes);  // not in an IPv4 socket's, which ends in zeros
     if (message.idiag_family == AF_INET6 && !isMapped) family = AF_INET6;
     std::memcpy(address.data(), bytes.s6_addr + (isMapped ? 12 : 0), family == AF_INET ? 4 : 16);
   }
@@ -113,11 +107,9 @@ struct Remote {
 /// The remote ends of connections looked up recently, latest first. Clients of a proxy all connect to the same one.
 class RecentRemotes {
  public:
-  void note(const inet_diag_msg& message) {
-    if (message.id.idiag_dport == 0) return;
-    const Remote remote(message);
+  void note(const Remote& remote) {
+    if (remote.port == 0) return;
     std::lock_guard lock(mutex_);
-    if (!remotes_.empty() && remotes_.front() == remote) return;
     std::erase(remotes_, remote);
     remotes_.push_front(remote);
     if (remotes_.size() > maximum) remotes_.pop_back();
@@ -144,12 +136,7 @@ template <class Body>
 bool dump(const DumpRequest<Body>& request, const std::function<bool(const SocketEntry&)>& visit) {
   // A new socket for each dump, because an earlier dump may have been left half read.
   const auto netlink = openNetlink();
-  sockaddr_nl kernel{};
-  kernel.nl_family = AF_NETLINK;
-  if (!netlink ||
-      sendto(netlink.get(), &request, sizeof request, 0, reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) < 0) {
-    return true;
-  }
+  if (send(netlink.get(), &request, sizeof request, 0) < 0) return true;
   alignas(nlmsghdr) std::array<char, 32'768> buffer;
   while (true) {
     auto received = recv(netlink.get(), buffer.data(), buffer.size(), 0);
@@ -158,22 +145,26 @@ bool dump(const DumpRequest<Body>& request, const std::function<bool(const Socke
     auto rest = static_cast<unsigned>(received);
     for (auto* header = reinterpret_cast<nlmsghdr*>(buffer.data()); NLMSG_OK(header, rest);
          header = NLMSG_NEXT(header, rest)) {
-      if (header->nlmsg_type == NLMSG_DONE || header->nlmsg_type == NLMSG_ERROR) return true;
-      if (header->nlmsg_len < NLMSG_LENGTH(sizeof(inet_diag_msg))) continue;
+      if (header->nlmsg_type != request.header.nlmsg_type) return true;  // the end or an error
       const auto& message = *static_cast<const inet_diag_msg*>(NLMSG_DATA(header));
       // The kernel filters by port, except that it does not filter bound sockets and treats port 0 as any port.
       if (message.idiag_inode == 0 || message.id.idiag_sport != request.body.id.idiag_sport) continue;
       if (visit(entryOf(message, header->nlmsg_len - NLMSG_HDRLEN))) continue;
-      recentRemotes().note(message);
+      recentRemotes().note(Remote(message));
       return false;
     }
   }
 }
 
+struct ExactAnswer {
+  SocketEntry entry;
+  Remote remote;
+};
+
 /// Asks for the socket that receives what arrives at the local end from the remote one or, without a remote end, for
-/// the one that listens there. If a process holds it, calls `visit` and returns its result; otherwise returns false.
-bool askExactly(int netlink, SocketProtocol protocol, const SocketEnd& local, const SocketEnd* remote,
-                const std::function<bool(const inet_diag_msg&, const SocketEntry&)>& visit) {
+/// the one that listens there. Absent if there is none or no process holds it.
+std::optional<ExactAnswer> askExactly(int netlink, SocketProtocol protocol, const SocketEnd& local,
+                                      const SocketEnd* remote) {
   struct {
     nlmsghdr header{};
     inet_diag_req_v2 body{};
@@ -183,7 +174,6 @@ bool askExactly(int netlink, SocketProtocol protocol, const SocketEnd& local, co
   request.header.nlmsg_flags = NLM_F_REQUEST;
   request.body.sdiag_family = local.address.size() == 4 ? AF_INET : AF_INET6;
   request.body.sdiag_protocol = protocol == SocketProtocol::udp ? IPPROTO_UDP : IPPROTO_TCP;
-  request.body.idiag_states = ~0u;
   auto& id = request.body.id;
   id.idiag_cookie[0] = id.idiag_cookie[1] = INET_DIAG_NOCOOKIE;
   id.idiag_if = local.scope;
@@ -196,44 +186,36 @@ bool askExactly(int netlink, SocketProtocol protocol, const SocketEnd& local, co
   if (remote) set(*remote, protocol == SocketProtocol::udp);
 
   alignas(nlmsghdr) std::array<char, 4096> buffer;
-  if (send(netlink, &request, sizeof request, 0) < 0) return false;
-  const auto received = recv(netlink, buffer.data(), buffer.size(), 0);
   const auto* header = reinterpret_cast<const nlmsghdr*>(buffer.data());
-  if (received < 0 || !NLMSG_OK(header, static_cast<unsigned>(received)) || header->nlmsg_type == NLMSG_ERROR ||
-      header->nlmsg_len < NLMSG_LENGTH(sizeof(inet_diag_msg))) {
-    return false;
+  if (send(netlink, &request, sizeof request, 0) < 0 || recv(netlink, buffer.data(), buffer.size(), 0) < 0 ||
+      header->nlmsg_type != request.header.nlmsg_type) {
+    return std::nullopt;
   }
   const auto& message = *static_cast<const inet_diag_msg*>(NLMSG_DATA(header));
-  return message.idiag_inode != 0 && visit(message, entryOf(message, header->nlmsg_len - NLMSG_HDRLEN));
+  if (message.idiag_inode == 0) return std::nullopt;
+  return ExactAnswer{.entry = entryOf(message, header->nlmsg_len - NLMSG_HDRLEN), .remote = Remote(message)};
 }
 
 /// The socket connected from the local to the remote end.
 std::optional<SocketEntry> askForConnected(int netlink, SocketProtocol protocol, const SocketEnd& local,
                                            const SocketEnd& remote) {
-  std::optional<SocketEntry> found;
-  askExactly(netlink, protocol, local, &remote, [&](const inet_diag_msg& message, const SocketEntry& entry) {
-    // If none is connected, the kernel returns the socket that would accept a new connection.
-    if (Remote(message) != Remote(remote)) return false;
-    recentRemotes().note(message);
-    found = entry;
-    return true;
-  });
-  return found;
+  auto found = askExactly(netlink, protocol, local, &remote);
+  // If none is connected, the kernel returns the socket that would accept a new connection.
+  if (!found || found->remote != Remote(remote)) return std::nullopt;
+  recentRemotes().note(found->remote);
+  return found->entry;
 }
 
 }  // namespace
 
 std::optional<SocketEntry> connectedSocket(SocketProtocol protocol, const SocketEnd& local, const SocketEnd& remote) {
-  const auto netlink = openNetlink();
-  return netlink ? askForConnected(netlink.get(), protocol, local, remote) : std::nullopt;
+  return askForConnected(openNetlink().get(), protocol, local, remote);
 }
 
 // The table lists listeners first, then connections in arbitrary order, so any of them may be the first.
 std::optional<SocketEntry> likelySocket(const SocketEnd& local) {
   const auto netlink = openNetlink();
-  if (!netlink) return std::nullopt;
-  auto isListener = [](const inet_diag_msg&, const SocketEntry&) { return true; };
-  if (askExactly(netlink.get(), SocketProtocol::tcp, local, nullptr, isListener)) return std::nullopt;
+  if (askExactly(netlink.get(), SocketProtocol::tcp, local, nullptr)) return std::nullopt;
   for (const auto& remote : recentRemotes().all()) {
     if (remote.end().address.size() != local.address.size()) continue;
     if (auto found = askForConnected(netlink.get(), SocketProtocol::tcp, local, remote.end())) return found;

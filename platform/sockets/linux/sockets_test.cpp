@@ -1,12 +1,19 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <signal.h>
+#include <linux/close_range.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <future>
 #include <set>
 
+#include "platform/sockets/linux/known_owners.h"
 #include "tests/support/bound_socket.h"
+#include "tests/support/eventually.h"
+#include "tests/support/this_machine.h"
 
 namespace platform {
 namespace {
@@ -15,31 +22,31 @@ using test::Bound;
 using test::SocketAddress;
 using test::socketsOn;
 
-MATCHER_P2(TakesPart, four, six, "") {
-  return arg.isIPv4 == four && arg.isIPv6 == six && arg.userID == geteuid();
-}
-
-TEST(SocketTable, ReportsTheFamiliesOfASocket) {
-  const Bound four("127.0.0.1", SOCK_DGRAM);
-  auto entries = socketsOn(SocketProtocol::udp, four.port);
-  ASSERT_THAT(entries, testing::ElementsAre(TakesPart(true, false)));
-  EXPECT_THAT(entries[0].localAddress, testing::ElementsAre(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 127, 0, 0, 1));
-  EXPECT_EQ(entries[0].localPort, four.port);
-  EXPECT_THAT(socketsOn(SocketProtocol::udp, four.port, true), testing::IsEmpty());
-  EXPECT_THAT(socketsOn(SocketProtocol::tcp, four.port), testing::IsEmpty());
-
-  const Bound both("::", SOCK_DGRAM);
-  EXPECT_THAT(socketsOn(SocketProtocol::udp, both.port), testing::ElementsAre(TakesPart(true, true)));
-  const Bound six("::", SOCK_DGRAM, true);
-  EXPECT_THAT(socketsOn(SocketProtocol::udp, six.port), testing::ElementsAre(TakesPart(false, true)));
-  const Bound loopback("::1", SOCK_DGRAM);
-  EXPECT_THAT(socketsOn(SocketProtocol::udp, loopback.port), testing::ElementsAre(TakesPart(false, true)));
-  const Bound mapped("::ffff:127.0.0.1", SOCK_DGRAM);
-  EXPECT_THAT(socketsOn(SocketProtocol::udp, mapped.port), testing::ElementsAre(TakesPart(true, false)));
+TEST(SocketTable, ReportsTheAddressAndTheUserOfASocket) {
+  struct Case {
+    std::string address;
+    bool onlyIPv6, isIPv4, isIPv6;
+    std::string reported;
+  };
+  for (const auto& [address, onlyIPv6, isIPv4, isIPv6, reported] :
+       {Case{"127.0.0.1", false, true, false, "::127.0.0.1"}, Case{"::", false, true, true, "::"},
+        Case{"::", true, false, true, "::"}, Case{"::1", false, false, true, "::1"},
+        Case{"::ffff:127.0.0.1", false, true, false, "::ffff:127.0.0.1"}}) {
+    const Bound bound(address, SOCK_DGRAM, onlyIPv6);
+    ASSERT_EQ(fchown(bound.descriptor.get(), 1001, 1001), 0);
+    auto entries = socketsOn(SocketProtocol::udp, bound.port);
+    ASSERT_THAT(entries, testing::SizeIs(1)) << address;
+    EXPECT_TRUE(entries[0].isIPv4 == isIPv4 && entries[0].isIPv6 == isIPv6) << address;
+    EXPECT_THAT(entries[0].localAddress, testing::ElementsAreArray(SocketAddress(reported, 0).six.sin6_addr.s6_addr));
+    EXPECT_EQ(entries[0].localPort, bound.port);
+    EXPECT_EQ(entries[0].userID, 1001u);
+    EXPECT_EQ(socketsOn(SocketProtocol::udp, bound.port, true).size(), reported == address ? 1u : 0u) << address;
+    EXPECT_THAT(socketsOn(SocketProtocol::tcp, bound.port), testing::IsEmpty());
+  }
 }
 
 TEST(SocketTable, ShowsListenersFirstAndLeavesOutWhatBelongsToNoProcess) {
-  const Bound listener("127.0.0.1", SOCK_STREAM);
+  const Bound listener("127.0.0.1", SOCK_STREAM), onAnotherPort("127.0.0.1", SOCK_STREAM);
   ASSERT_EQ(listen(listener.descriptor.get(), 8), 0);
   Bound client("127.0.0.1", SOCK_STREAM);
   client.connectTo({"127.0.0.1", listener.port});
@@ -62,6 +69,81 @@ TEST(SocketTable, ShowsListenersFirstAndLeavesOutWhatBelongsToNoProcess) {
   EXPECT_THAT(socketsOn(SocketProtocol::tcp, listener.port), testing::SizeIs(1));
 }
 
+TEST(SocketTable, AConnectionIsFoundByBothEnds) {
+  struct Case {
+    int type;
+    std::string server, client, target;
+  };
+  for (const auto& [type, server, user, target] :
+       {Case{SOCK_STREAM, "127.0.0.1", "::ffff:127.0.0.2", "::ffff:127.0.0.1"}, Case{SOCK_STREAM, "::1", "::1", "::1"},
+        Case{SOCK_DGRAM, "127.0.0.1", "127.0.0.2", "127.0.0.1"}}) {
+    const bool isTCP = type == SOCK_STREAM, isIPv6 = server == "::1";
+    const auto protocol = isTCP ? SocketProtocol::tcp : SocketProtocol::udp;
+    const Bound listener(server, type), client(user, type);
+    const auto near = client.end(), far = listener.end();
+    ASSERT_EQ(listen(listener.descriptor.get(), 8), isTCP ? 0 : -1);
+    EXPECT_FALSE(connectedSocket(protocol, near, far));
+    client.connectTo({target, listener.port});
+    auto found = connectedSocket(protocol, near, far);
+    ASSERT_TRUE(found);
+    EXPECT_TRUE(found->isIPv4 != isIPv6 && found->isIPv6 == isIPv6);
+    EXPECT_EQ(found->identity, socketsOn(protocol, client.port).at(0).identity);
+    EXPECT_FALSE(connectedSocket(isTCP ? SocketProtocol::udp : SocketProtocol::tcp, near, far));
+    EXPECT_FALSE(connectedSocket(protocol, far, {.address = far.address, .port = 1})) << "connected to nothing";
+    EXPECT_FALSE(connectedSocket(protocol, far, near)) << "no process has accepted it";
+    EXPECT_EQ(likelySocket(near).has_value(), isTCP);
+    EXPECT_FALSE(likelySocket(far)) << "a listener on the port comes first";
+  }
+}
+
+TEST(SocketTable, AConnectionToOneOfTheLatestEightRemoteEndsIsFoundByItsLocalEnd) {
+  const Bound listener("0.0.0.0", SOCK_STREAM);
+  ASSERT_EQ(listen(listener.descriptor.get(), 16), 0);
+  std::vector<Bound> clients;
+  auto isFound = [&](std::size_t host) { return likelySocket(clients[host].end()).has_value(); };
+  for (std::size_t host = 0; host < 9; ++host) {
+    clients.emplace_back("127.0.0.2", SOCK_STREAM).connectTo({"127.0.1." + std::to_string(host), listener.port});
+    EXPECT_FALSE(isFound(host));
+    auto first = [](const SocketEntry&) { return false; };
+    for (int repetition : {0, 1}) visitSockets(SocketProtocol::tcp, clients[host].port, repetition == 0, first);
+  }
+  for (std::size_t host = 1; host < 9; ++host) EXPECT_TRUE(isFound(host)) << host;
+  EXPECT_FALSE(isFound(0));
+}
+
+/// A socket with a chosen descriptor number, and its entry.
+std::pair<FileDescriptor, SocketEntry> socketAt(int number) {
+  FileDescriptor held(dup3(FileDescriptor(socket(AF_UNIX, SOCK_STREAM, 0)).get(), number, O_CLOEXEC));
+  struct stat status {};
+  EXPECT_EQ(fstat(number, &status), 0);
+  return {std::move(held), SocketEntry{.identity = status.st_ino}};
+}
+
+/// A process of a user that holds the same descriptors as this one.
+struct Child {
+  explicit Child(uid_t user) {
+    EXPECT_EQ(seteuid(user), 0);
+    prctl(PR_SET_DUMPABLE, 1);  // otherwise the files of the process in /proc would be root's
+    pid = fork();
+    if (pid == 0) prctl(PR_SET_PDEATHSIG, SIGKILL);
+    while (pid == 0) pause();
+    EXPECT_EQ(seteuid(0), 0);
+    if (pid < 0) throw std::runtime_error("fork");
+  }
+  ~Child() {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  }
+  pid_t pid;
+};
+
+/// A process that is known through a socket of a control group, and in which no descriptor was looked at.
+std::shared_ptr<KnownProcess> know(std::int32_t pid, std::uint64_t group) {
+  knownOwners().forget(pid);
+  knownOwners().noteOwner(pid, {.controlGroup = group});
+  return knownOwners().processes({group}, true).front();
+}
+
 std::vector<std::optional<std::int32_t>> ownersOf(const std::vector<SocketEntry>& sockets) {
   std::vector<std::optional<std::int32_t>> owners(sockets.size());
   findSocketOwners(sockets, [&](std::size_t index, std::int32_t pid) {
@@ -71,65 +153,116 @@ std::vector<std::optional<std::int32_t>> ownersOf(const std::vector<SocketEntry>
   return owners;
 }
 
-TEST(SocketTable, AConnectionIsFoundByBothEndsAndThenByOne) {
-  for (bool isIPv6 : {false, true}) {
-    const auto* loopback = isIPv6 ? "::1" : "::ffff:127.0.0.1";
-    const Bound listener(isIPv6 ? "::1" : "127.0.0.1", SOCK_STREAM), client(loopback, SOCK_STREAM);
-    ASSERT_EQ(listen(listener.descriptor.get(), 8), 0);
-    const SocketAddress address(loopback, listener.port);
-    client.connectTo(address);
+TEST(KnownOwners, AreTheLatest) {
+  KnownOwners owners;
+  for (int pid = 1; pid <= 34; ++pid) owners.noteOwner(pid, {.controlGroup = pid < 5});
+  owners.noteOwner(33, {.controlGroup = 1});
+  owners.forget(4);
+  const auto inGroup = owners.processes({1}, true), others = owners.processes({1}, false);
+  ASSERT_EQ(inGroup.size(), 2u);  // 1 and 2 were too long ago
+  ASSERT_EQ(others.size(), 29u);
+  EXPECT_THAT((std::array{inGroup[0]->pid, inGroup[1]->pid, others[0]->pid}), testing::ElementsAre(33, 3, 34));
 
-    const auto* bytes = address.six.sin6_addr.s6_addr;
-    const std::span host(bytes + (isIPv6 ? 0 : 12), isIPv6 ? 16u : 4u);
-    const SocketEnd near{.address = host, .port = client.port}, far{.address = host, .port = listener.port};
-    EXPECT_FALSE(likelySocket(near));  // no connection has led there yet
-    auto found = connectedSocket(SocketProtocol::tcp, near, far);
-    ASSERT_TRUE(found);
-    EXPECT_THAT(*found, TakesPart(!isIPv6, isIPv6));
-    EXPECT_EQ(found->identity, socketsOn(SocketProtocol::tcp, client.port).at(0).identity);
-    ASSERT_TRUE(likelySocket(near));
-    EXPECT_EQ(likelySocket(near)->identity, found->identity);
-    EXPECT_FALSE(likelySocket(far)) << "a listener on the port comes first";
-    EXPECT_FALSE(connectedSocket(SocketProtocol::tcp, far, {.address = host, .port = 1}))
-        << "the only socket on that port listens";
-    EXPECT_FALSE(connectedSocket(SocketProtocol::udp, near, far));
+  for (Inode inode = 1; inode <= 16'384; ++inode) owners.notePlace(inode, {.pid = 1, .descriptor = 2});
+  EXPECT_EQ(owners.place(1)->descriptor, 2);
+  owners.notePlace(20'000, {.pid = 1, .descriptor = 3});  // begins anew
+  EXPECT_FALSE(owners.place(1));
+  EXPECT_EQ(owners.place(20'000)->descriptor, 3);
+
+  for (std::size_t number : {16'383, 16'384}) others[0]->note(number, 7);
+  EXPECT_EQ(others[0]->before(16'382), notSeen);
+  EXPECT_EQ(others[0]->before(16'383), 7u);
+  EXPECT_EQ(others[0]->before(16'384), notSeen);
+}
+
+// This process and a child of user 1001 hold the socket sought. The stage at which it is found shows in whether two
+// other sockets were looked at before: descriptor 900, a new one, and 199, which was no socket like those below it.
+TEST(SocketOwner, IsSoughtFirstWhereItIsLikely) {
+  constexpr int unknown = -1;
+  const auto descriptors = openDescriptors();
+  struct Search {
+    std::string found;
+    int number;
+    Inode before;             // what the descriptor was; those from 200 to it were sockets
+    int group, groupOfChild;  // the control groups in which the processes are known; the socket's is 1
+    std::uint32_t user;
+  };
+  for (const auto& search :
+       {Search{"parent", 263, 1, 1, unknown, 1001},  // without the folder of descriptors, 64 of them are looked at
+        Search{"parent new", 264, 1, 1, 0, 1001}, Search{"parent new", 264, 1, 0, unknown, 1001},
+        Search{"parent new old", 264, noSocket, 0, unknown, 1001}, Search{"child old", 264, 1, unknown, unknown, 1001},
+        Search{"parent old", 264, 1, unknown, unknown, 0}}) {
+    auto [held, sought] = socketAt(search.number);
+    const auto [heldOld, old] = socketAt(199);
+    const auto [heldNew, added] = socketAt(900);
+    const Child child(1001);
+    auto parent = know(getpid(), search.group == 1);
+    for (int number = 0; number < search.number; ++number) parent->note(number, number < 200 ? noSocket : 1);
+    parent->note(search.number, search.before);
+    if (search.group == unknown) knownOwners().forget(getpid());
+    if (search.groupOfChild != unknown) know(child.pid, search.groupOfChild);
+    sought.controlGroup = 1;
+    sought.userID = search.user;
+    const auto owner = ownersOf({sought}).at(0);
+    std::string found = owner == getpid() ? "parent" : owner == child.pid ? "child" : "";
+    if (knownOwners().place(added.identity)) found += " new";
+    if (knownOwners().place(old.identity)) found += " old";
+    EXPECT_EQ(found, search.found);
+    EXPECT_EQ(knownOwners().processes({1}, true).front()->pid, owner);
+    EXPECT_EQ(parent->before(search.number), search.group == unknown ? 1 : sought.identity);
   }
+  EXPECT_FALSE(knownOwners().place(noSocket) || knownOwners().place(notSeen));
+  EXPECT_EQ(openDescriptors(), descriptors);
+}
 
-  const Bound server("127.0.0.1", SOCK_DGRAM), sender("127.0.0.1", SOCK_DGRAM);
-  const std::array<std::uint8_t, 4> host{127, 0, 0, 1};
-  const SocketEnd near{.address = host, .port = sender.port}, far{.address = host, .port = server.port};
-  EXPECT_FALSE(connectedSocket(SocketProtocol::udp, near, far));
-  sender.connectTo({"127.0.0.1", server.port});
-  EXPECT_EQ(connectedSocket(SocketProtocol::udp, near, far)->identity,
-            socketsOn(SocketProtocol::udp, sender.port).at(0).identity);
+TEST(SocketOwner, IsFoundAtOnceOnlyIfThatTakesNoTime) {
+  const auto [held, sought] = socketAt(300);
+  const auto process = know(getpid(), 0);
+  std::unique_lock searched(process->mutex);
+  EXPECT_EQ(std::async(std::launch::async, likelySocketOwner, sought).get(), std::nullopt);
+  auto thorough = std::async(std::launch::async, ownersOf, std::vector{sought});
+  EXPECT_EQ(thorough.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+  searched.unlock();
+  EXPECT_THAT(thorough.get(), testing::ElementsAre(getpid()));
+  knownOwners().forget(getpid());
+  EXPECT_EQ(likelySocketOwner(sought), getpid());  // where it was seen
+
+  const auto [heldNext, next] = socketAt(301);
+  know(getpid(), 0);
+  EXPECT_TRUE(eventually([next = next] { return likelySocketOwner(next) == getpid(); }));
+  const rlimit limit{.rlim_cur = 16'000, .rlim_max = 16'000};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  for (int number = 400; number < 15'999; ++number) dup3(held.get(), number, O_CLOEXEC);
+  const auto [heldLast, last] = socketAt(15'999);
+  EXPECT_EQ(likelySocketOwner(last), std::nullopt);  // that would take longer
+  close_range(400, 15'998, 0);
 }
 
 TEST(SocketOwner, IsOnlyAProcessThatHoldsTheSocketNow) {
   Bound bound("127.0.0.1", SOCK_DGRAM), other("127.0.0.1", SOCK_DGRAM);
   auto entry = socketsOn(SocketProtocol::udp, bound.port).at(0);
-  EXPECT_EQ(likelySocketOwner(entry), std::nullopt);  // nothing has been found yet
+  entry.controlGroup = 0;  // this process may be in a small one, in which it would be found at once
+  knownOwners().forget(getpid());
+  EXPECT_EQ(likelySocketOwner(entry), std::nullopt);
   EXPECT_THAT(ownersOf({entry, socketsOn(SocketProtocol::udp, other.port).at(0), entry}), testing::Each(getpid()));
 
-  int stay[2];
-  ASSERT_EQ(pipe(stay), 0);
-  pid_t child = fork();
-  if (child == 0) {
-    close(stay[1]);
-    char byte;
-    _exit(static_cast<int>(read(stay[0], &byte, 1)));
-  }
-  close(stay[0]);
-  EXPECT_TRUE(holdsSocket(getpid(), entry) && holdsSocket(child, entry));
-  std::set<std::int32_t> offered;
-  findSocketOwners({&entry, 1}, [&](std::size_t, std::int32_t pid) { return offered.insert(pid).first, false; });
-  EXPECT_THAT(offered, testing::UnorderedElementsAre(getpid(), child));
+  std::optional<Child> child(0);
+  const auto pid = child->pid;
+  knownOwners().forget(getpid());
+  EXPECT_THAT(ownersOf({entry}), testing::ElementsAre(getpid()));  // where it was seen
+  EXPECT_TRUE(holdsSocket(getpid(), entry) && holdsSocket(pid, entry));
+  EXPECT_TRUE(seemsToHoldSocket(getpid(), entry) && !seemsToHoldSocket(pid, entry));
+  std::vector<std::int32_t> offered;
+  entry.userID = 1001;  // then these processes are the last, the newest first
+  findSocketOwners({&entry, 1}, [&](std::size_t, std::int32_t next) { return offered.push_back(next), false; });
+  ASSERT_GE(offered.size(), 2u);
+  EXPECT_THAT(std::span(offered).last(2), testing::ElementsAre(std::max(getpid(), pid), std::min(getpid(), pid)));
   bound.descriptor.reset();  // this process was found before, but no longer holds it
   EXPECT_FALSE(holdsSocket(getpid(), entry));
-  EXPECT_THAT(ownersOf({entry}), testing::ElementsAre(child));
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
-  close(stay[1]);
+  EXPECT_THAT(ownersOf({entry}), testing::ElementsAre(pid));
+  child.reset();
   EXPECT_THAT(ownersOf({entry}), testing::ElementsAre(std::nullopt));
+  for (const auto& process : knownOwners().processes({0}, true)) EXPECT_NE(process->pid, pid);
 }
 
 }  // namespace

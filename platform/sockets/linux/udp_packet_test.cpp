@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <map>
 #include <vector>
 
 namespace platform {
@@ -15,29 +16,16 @@ using testing::ElementsAre;
 const Bytes whole{0x45, 0,   0,   33, 0x12, 0x34, 0,  0, 64, 17,   0xA6, 0x97, 192, 0,   2,   1,  255,
                   255,  255, 255, 0,  67,   0,    68, 0, 13, 0xF5, 0x7F, 'o',  'f', 'f', 'e', 'r'};
 
-/// The packet with corrected checksums.
+/// The packet with a corrected checksum of its IP header.
 Bytes summed(Bytes packet) {
-  auto fold = [](std::uint32_t total) {
-    while (total > 0xFFFF) total = (total >> 16) + (total & 0xFFFF);
-    return static_cast<std::uint16_t>(~total);
-  };
-  auto put = [&](std::size_t offset, std::uint16_t value) {
-    packet[offset] = static_cast<std::uint8_t>(value >> 8);
-    packet[offset + 1] = static_cast<std::uint8_t>(value & 0xFF);
-  };
-  auto total = [&](std::size_t from, std::size_t to) {
-    std::uint32_t result = 0;
-    for (std::size_t offset = from; offset < to; ++offset) {
-      result += static_cast<std::uint32_t>(packet[offset] << (offset % 2 == from % 2 ? 8 : 0));
-    }
-    return result;
-  };
-  const std::size_t header = std::size_t{4} * (packet[0] & 15u);
-  put(10, 0);
-  put(10, fold(total(0, header)));
-  put(header + 6, 0);
-  put(header + 6,
-      fold(total(12, 20) + 17 + static_cast<std::uint32_t>(packet.size() - header) + total(header, packet.size())));
+  packet[10] = packet[11] = 0;
+  unsigned total = 0;
+  for (std::size_t offset = 0; offset < std::size_t{4} * (packet[0] & 15u); ++offset) {
+    total += static_cast<unsigned>(packet[offset] << (offset % 2 == 0 ? 8 : 0));
+  }
+  total = ~(total + (total >> 16));
+  packet[10] = static_cast<std::uint8_t>(total >> 8 & 0xFF);
+  packet[11] = static_cast<std::uint8_t>(total & 0xFF);
   return packet;
 }
 
@@ -50,7 +38,6 @@ std::optional<std::string> payload(const Bytes& packet, bool trustChecksum = fal
 TEST(UDPPacket, HasASourceAndAPayloadWithoutPadding) {
   EXPECT_THAT(readUDPPacket(whole, false)->source, ElementsAre(192, 0, 2, 1));
   EXPECT_EQ(payload(whole), "offer");
-  EXPECT_EQ(summed(whole), whole);
   auto padded = whole;
   padded.resize(60, 0xEE);
   EXPECT_EQ(payload(padded), "offer");
@@ -81,24 +68,24 @@ TEST(UDPPacket, LengthsAreChecked) {
   for (std::size_t length = 0; length < whole.size(); ++length) {
     EXPECT_EQ(payload(Bytes(whole.data(), whole.data() + length), true), std::nullopt);
   }
-  auto with = [&](std::size_t offset, std::uint8_t value) {
+  auto with = [](const std::map<std::size_t, std::uint8_t>& changes) {
     auto packet = whole;
-    packet[offset] = value;
+    for (auto [offset, value] : changes) packet[offset] = value;
     packet[26] = packet[27] = 0;
-    auto header = summed(packet);
-    packet[10] = header[10];
-    packet[11] = header[11];
-    return payload(packet);
+    return payload(summed(packet));
   };
-  EXPECT_EQ(with(3, 33), "offer");
-  EXPECT_EQ(with(25, 12), "offe");         // shorter than the packet
-  EXPECT_EQ(with(25, 7), std::nullopt);    // shorter than its header
-  EXPECT_EQ(with(25, 14), std::nullopt);   // longer than the packet
-  EXPECT_EQ(with(3, 27), std::nullopt);    // packet ends inside the UDP header
-  EXPECT_EQ(with(6, 0x20), std::nullopt);  // fragments
-  EXPECT_EQ(with(7, 1), std::nullopt);
-  EXPECT_EQ(with(6, 0x40), "offer");    // "don't fragment" does not make a fragment
-  EXPECT_EQ(with(9, 6), std::nullopt);  // TCP
+  EXPECT_EQ(with({{25, 12}}), "offe");                            // shorter than the packet
+  EXPECT_EQ(with({{25, 8}, {3, 28}}), "");                        // only headers
+  EXPECT_EQ(with({{25, 7}}), std::nullopt);                       // shorter than its header
+  EXPECT_EQ(with({{25, 14}}), std::nullopt);                      // longer than the packet
+  EXPECT_EQ(with({{3, 27}}), std::nullopt);                       // packet ends inside the UDP header
+  EXPECT_EQ(with({{3, 19}}), std::nullopt);                       // packet ends inside the IP header
+  EXPECT_EQ(with({{0, 0x44}, {21, 13}, {23, 0}}), std::nullopt);  // IP header is too short
+  EXPECT_EQ(with({{0, 0x65}}), std::nullopt);                     // IPv6
+  EXPECT_EQ(with({{6, 0x20}}), std::nullopt);                     // fragments
+  EXPECT_EQ(with({{7, 1}}), std::nullopt);
+  EXPECT_EQ(with({{6, 0x40}}), "offer");    // "don't fragment" does not make a fragment
+  EXPECT_EQ(with({{9, 6}}), std::nullopt);  // TCP
 }
 
 }  // namespace
