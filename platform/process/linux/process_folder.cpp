@@ -63,7 +63,8 @@ bool ProcessFolder::isOnSafeMount(int file) const {
   std::istringstream lines(readRest(mounts->get()));
   for (std::string line; std::getline(lines, line);) {
     if (!line.starts_with(mount)) continue;
-    return line.find(" - fuse") == line.npos;  // the mark before the type; elsewhere spaces are escaped
+    auto type = line.find(" - ");  // file system type, after the optional fields
+    return type != line.npos && !line.substr(type + 3).starts_with("fuse");
   }
   return false;
 }
