@@ -1,5 +1,6 @@
 #include "platform/code_signing/linux/requirement.h"
 
+#include <openssl/err.h>
 #include <openssl/pem.h>
 
 #include "tests/support/linux/signed_files.h"
@@ -31,12 +32,12 @@ TEST_F(CodeRequirementTest, LooksAtTheCertificateThatIsNamed) {
   EXPECT_TRUE(holds("anchor apple generic"));
   EXPECT_TRUE(holds("identifier \"com.example.test\""));
   EXPECT_FALSE(holds("identifier \"com.example.tes\""));
-  EXPECT_TRUE(holds("certificate leaf[field.1.2.840.113635.100.6.1.13]"));
+  EXPECT_TRUE(holds("certificate leaf[field.2.5.29.19]"));
   EXPECT_TRUE(holds("certificate 0 [ field.1.2.840.113635.100.6.1.13 ] /* exists */"));
   EXPECT_FALSE(holds("certificate 1[field.1.2.840.113635.100.6.1.13] /* exists */"));
   EXPECT_TRUE(holds("certificate -2[field.1.2.840.113635.100.6.2.6] /* exists */"));
-  EXPECT_FALSE(holds("certificate 7[field.1.2.840.113635.100.6.2.6] /* exists */"));
-  EXPECT_FALSE(holds("certificate -4[field.1.2.840.113635.100.6.2.6] /* exists */"));
+  EXPECT_FALSE(holds("certificate 3[field.1.2.840.113635.100.6.2.6] /* exists */"));
+  EXPECT_FALSE(holds("certificate -4[subject.CN] = \"Brimo Development Root (throw-away)\""));
   EXPECT_FALSE(holds("certificate leaf[field.1.2.840.113635.100.6.1.9] /* exists */"));
   EXPECT_TRUE(holds("certificate leaf[subject.OU] = \"BRIMO00618\""));
   EXPECT_FALSE(holds("certificate leaf[subject.OU] = \"BRIMO0061\""));
@@ -61,6 +62,7 @@ TEST_F(CodeRequirementTest, AnythingElseIsAnErrorWithItsPlace) {
   for (auto [text, place] : std::initializer_list<std::pair<std::string, const char*>>{
            {"", "byte 0:"},
            {"anchor apple", "byte 12:"},
+           {"anchor~", "byte 6:"},
            {"identifier \"com.example", "byte 11:"},
            {"identifier \"a\" identifier \"b\"", "byte 15:"},
            {"identifier \"a\" and", "byte 18:"},
@@ -73,7 +75,7 @@ TEST_F(CodeRequirementTest, AnythingElseIsAnErrorWithItsPlace) {
            {"certificate leaf[ fields.1.2.3]", "byte 18:"},
            {"certificate leaf[field.]", "byte 17:"},
            {"certificate leaf[subject.AzZ] = \"x\"", "byte 17:"},
-           {"certificate leaf[field.9.9.9]", "byte 17:"},
+           {"certificate leaf[field.CN]", "byte 17:"},
            {"certificate leaf[subject.OU]", "byte 28:"},
            {"certificate leaf trusted", "byte 17:"},
            {std::string(100'000, '('), "byte 65:"},
@@ -81,6 +83,7 @@ TEST_F(CodeRequirementTest, AnythingElseIsAnErrorWithItsPlace) {
        }) {
     const std::string problem = CodeRequirement::parse(text).error().what();
     EXPECT_TRUE(problem.starts_with(place)) << text << ": " << problem;
+    EXPECT_EQ(ERR_peek_error(), 0u) << "left for the next user of OpenSSL";
   }
 }
 

@@ -43,8 +43,10 @@ TEST(DesktopProxies, AnUnusableProxyIsOff) {
   auto words = [](const char* proxies) {
     return json::serialize(inPlainWords(desktopProxy(json::parse(proxies).get_object())));
   };
-  EXPECT_EQ(words(R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"https://a/p"})"),
-            R"({"mode":"auto","pac":"https://a/p"})");
+  for (std::string url : {"https://a/p", "http://a/p"}) {
+    EXPECT_EQ(words((R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":")" + url + "\"}").c_str()),
+              R"({"mode":"auto","pac":")" + url + "\"}");
+  }
   for (auto off : {"{}", R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"http://a b/"})",
                    R"({"HTTPEnable":1,"HTTPProxy":"a b","HTTPPort":1})", R"({"HTTPEnable":1,"HTTPProxy":"a"})",
                    R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"file:///a","HTTPEnable":1})"}) {
