@@ -34,8 +34,9 @@ TEST(DesktopProxies, ThePrimaryConnectionAppliesElseTheFirstServiceThatIsNoConne
   std::set<std::string> many;
   for (int number = 0; number < 300'000; ++number) many.insert(std::to_string(number));
   record.add(many);
-  record.add({"last", std::string(257, 'x')});
+  record.add({"last", std::string(256, 'a'), std::string(257, 'x')});
   EXPECT_EQ(record.services.size(), 4'096u);
+  EXPECT_EQ(record.services[4'094].id.size(), 256u);
   EXPECT_EQ(record.services.back().id, "last");
 }
 
@@ -44,8 +45,8 @@ TEST(DesktopProxies, AnUnusableProxyIsOff) {
     return json::serialize(inPlainWords(desktopProxy(json::parse(proxies).get_object())));
   };
   for (std::string url : {"https://a/p", "http://a/p"}) {
-    EXPECT_EQ(words((R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":")" + url + "\"}").c_str()),
-              R"({"mode":"auto","pac":")" + url + "\"}");
+    auto proxy = desktopProxy({{"ProxyAutoConfigEnable", 1}, {"ProxyAutoConfigURLString", url}});
+    EXPECT_EQ(inPlainWords(proxy), (json::object{{"mode", "auto"}, {"pac", url}}));
   }
   for (auto off : {"{}", R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"http://a b/"})",
                    R"({"HTTPEnable":1,"HTTPProxy":"a b","HTTPPort":1})", R"({"HTTPEnable":1,"HTTPProxy":"a"})",
