@@ -93,8 +93,6 @@ TEST(NetworkProjection, TheScriptGivesEachSchemeItsProxies) {
                                                                       "PROXY AZ-az.example:8080", "DIRECT", "DIRECT"}));
   auto all = project(R"({"HTTPEnable":true,"HTTPProxy":"192.0.2.1","HTTPPort":65535,"HTTPSEnable":1,
       "HTTPSProxy":"2001:db8::1","HTTPSPort":1,"SOCKSEnable":1.0,"SOCKSProxy":"s_1","SOCKSPort":1080})");
-  EXPECT_TRUE(all.automatic);
-  EXPECT_EQ(all.pacURL, "");
   const std::string socks = "SOCKS5 s_1:1080; SOCKS s_1:1080";
   EXPECT_EQ(evaluate(all.pacScript, urls),
             (std::vector<std::string>{"PROXY 192.0.2.1:65535; " + socks, "PROXY [2001:db8::1]:1; " + socks,
