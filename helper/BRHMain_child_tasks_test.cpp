@@ -1,16 +1,12 @@
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <boost/json.hpp>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "build_constants.h"
-#include "helper/BRHMain.h"
-#include "platform/fake/ipc.h"
-#include "platform/fake/machine.h"
+#include "helper/command_fixture.h"
 #include "platform/fake/preferences.h"
 #include "tests/support/temporary_folder.h"
 
@@ -26,22 +22,16 @@ namespace fs = std::filesystem;
 const std::uint32_t user = platform::fake::ConnectionState().peerUserID;
 
 /// Records what the helper logs and what it does to processes, in order.
-class ChildTasksTest : public testing::Test {
+class ChildTasksTest : public CommandTest {
  protected:
   ChildTasksTest() {
-    machine() = {};
     fs::create_directories(folder / "Brimo.app/Contents/Applications");
     fs::create_directories(folder / "Brimo.app/Contents/MacOS");
     for (const auto& path : {executable, dhcpd, output}) std::ofstream(path) << "before\n";
     EXPECT_EQ(chown(output.c_str(), user, user), 0) << "run as root";
     machine().files[dhcpd] = platform::code_signing::success;
     helper.setMainAppImagePath(executable);
-    HXSetLogDestinations(0);
     HXSetLogLineHook([](const std::string& line) { machine().steps.push_back(line.substr(line.find("] ") + 2)); });
-  }
-  ~ChildTasksTest() override {
-    HXSetLogLineHook(nullptr);
-    helper.stopDHCP();
   }
 
   std::string execute(const json::object& command) {
@@ -57,7 +47,6 @@ class ChildTasksTest : public testing::Test {
   }
 
   std::shared_ptr<platform::fake::ConnectionState> peer = std::make_shared<platform::fake::ConnectionState>();
-  BRHMain& helper = BRHMain::sharedInstance();
   TemporaryFolder folder;
   std::string executable = folder / "Brimo.app/Contents/MacOS/Brimo";
   std::string dhcpd = folder / "Brimo.app/Contents/Applications/brimo-dhcpd";
@@ -210,15 +199,12 @@ TEST_F(ChildTasksTest, AFailedLaunchIsReportedAndForgotten) {
 
 TEST_F(ChildTasksTest, ALostClientIsCleanedUpAfterInOrder) {
   platform::fake::preferences() = {};
-  static double hours = 0;  // every repetition of this test uses the same helper
-  machine().continuousSeconds = 3600 * ++hours;
+  machine().continuousSeconds = 3600;
   execute({{"command", "start-watchdog"}});
   execute({{"command", "set-proxy"}, {"payload", {{"A", json::object()}}}, {"cleanup", false}});
   start();
   machine().steps.clear();
-  using Error = platform::ipc::Error;
-  helper.handleXPCEvent(*platform::fake::makeConnection(),
-                        Error{.kind = Error::Kind::connectionInvalid, .description = ""});
+  loseClient();
   EXPECT_THAT(machine().steps,
               ElementsAre("XPC connection closed", "cleanupProxySettings", "Remove service A proxy settings, result: 1",
                           "terminate 1001", "wait 1000 ms", "Main process died unexpectedly", "Relaunching"));

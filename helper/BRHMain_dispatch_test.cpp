@@ -1,14 +1,7 @@
-#include <gmock/gmock.h>
-
-#include <boost/json.hpp>
 #include <optional>
 
-#include "helper/BRHMain.h"
+#include "helper/command_fixture.h"
 #include "helper/probes/BRSockAddrObject.h"
-#include "platform/fake/dispatch.h"
-#include "platform/fake/ipc.h"
-#include "platform/fake/machine.h"
-#include "tests/support/captured_log.h"
 #include "tests/support/this_machine.h"
 
 namespace {
@@ -19,13 +12,11 @@ using testing::IsEmpty;
 namespace ipc = platform::ipc;
 namespace fake = platform::fake;
 
-class DispatchTest : public testing::Test {
+class DispatchTest : public CommandTest {
  protected:
-  DispatchTest() { machine() = {}; }
-
   void deliver(const ipc::Event& event) {
-    log.clear();
-    BRHMain::sharedInstance().handleXPCEvent(*connection, event);
+    log();
+    helper.handleXPCEvent(*connection, event);
   }
 
   ipc::Dictionary ask(ipc::Dictionary request) {
@@ -46,8 +37,6 @@ class DispatchTest : public testing::Test {
   }
 
   std::shared_ptr<ipc::Connection> connection = fake::makeConnection();
-  CapturedLog captured;
-  std::vector<std::string>& log = captured.lines;
   const BRSockAddr local = BRSockAddrMakeIPv4({127, 0, 0, 1}, 80);
   const ipc::Data address{local.begin(), local.end()};
   const platform::SocketEntry socket{
@@ -58,23 +47,14 @@ ipc::Data bytesOf(std::string_view text) {
   return {text.begin(), text.end()};
 }
 
-TEST_F(DispatchTest, JSONCommands) {
-  EXPECT_EQ(askJSON(R"({"command":"version"})"), R"({"version":618})");
-  EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: version"));
-  for (auto text : {R"({"command":"Version"})", R"({"command":""})"}) {
-    EXPECT_EQ(askJSON(text), R"({"error":"unknown command"})");
-    EXPECT_EQ(log.back(), "[BRHMain] Unknown command!");
-  }
-}
-
 TEST_F(DispatchTest, JSONErrors) {
   EXPECT_EQ(*ask({}).get<ipc::Data>("json"), bytesOf(R"({"error":"missing command"})"));
-  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC dictionary contains no supported command"));
+  EXPECT_THAT(log(), ElementsAre("XPC dictionary contains no supported command"));
   EXPECT_EQ(*ask({{"command", true}, {"json", "text"}}).get<ipc::Data>("json"),
             bytesOf(R"({"error":"missing command"})"));
   for (auto text : {"", "[]", "{}", R"({"command":1})"}) {
     EXPECT_EQ(askJSON(text), R"({"error":"invalid command payload"})") << text;
-    EXPECT_THAT(log, ElementsAre("[BRHMain] Invalid JSON command payload"));
+    EXPECT_THAT(log(), ElementsAre("Invalid JSON command payload"));
   }
 }
 
@@ -83,7 +63,7 @@ TEST_F(DispatchTest, APayloadMayHaveFourMebibytes) {
   std::string text = start + std::string(4'194'304 - start.size() - end.size(), 'x') + end;
   EXPECT_EQ(askJSON(text), R"({"version":618})");
   EXPECT_EQ(askJSON(text + " "), R"({"error":"command payload is too large"})");
-  EXPECT_THAT(log, ElementsAre("[BRHMain] JSON command payload is too large: 4194305"));
+  EXPECT_THAT(log(), ElementsAre("JSON command payload is too large: 4194305"));
 }
 
 TEST_F(DispatchTest, ProcessLookup) {
@@ -98,7 +78,7 @@ TEST_F(DispatchTest, ProcessLookup) {
   for (auto [wrong, length] : {std::pair<ipc::Value, int>(ipc::Data(127), 127), {ipc::Data(129), 129}, {"text", 0}}) {
     EXPECT_EQ(ask({{"command", "process-lookup"}, {"address", wrong}}),
               (ipc::Dictionary{{"error", "invalid address"}}));
-    EXPECT_EQ(log.back(), fmt::format("[BRHMain] Invalid process-lookup address length: {}", length));
+    EXPECT_EQ(log().back(), fmt::format("Invalid process-lookup address length: {}", length));
   }
 }
 
@@ -107,10 +87,10 @@ TEST_F(DispatchTest, LookupsOfOneConnectionAreLimited) {
   std::size_t answered = 0, refused = 0;
   auto count = [&](const ipc::Dictionary& reply) { ++(reply.contains("error") ? refused : answered); };
   for (int number = 0; number < 513; ++number) deliver(fake::makeMessage(request, count));
-  EXPECT_EQ(log.back(), "[BRHMain] Too many process-lookup requests at once");
+  EXPECT_EQ(log().back(), "Too many process-lookup requests at once");
   EXPECT_EQ(refused, 1u);
   auto other = fake::makeConnection();
-  BRHMain::sharedInstance().handleXPCEvent(*other, fake::makeMessage(request, count));
+  helper.handleXPCEvent(*other, fake::makeMessage(request, count));
   fake::passTime({});
   EXPECT_EQ(answered, 513u);
   EXPECT_EQ(ask(request).size(), 0u);
@@ -138,12 +118,12 @@ TEST_F(DispatchTest, ProbesNeedAnInterface) {
   for (const ipc::Value& interface : {ipc::Value(""), ipc::Value(bytesOf("lo"))}) {
     EXPECT_EQ(ask({{"command", "ra-detect"}, {"interface", interface}}),
               (ipc::Dictionary{{"error", "invalid interface"}}));
-    EXPECT_THAT(log, ElementsAre("[BRHMain] Received raw command: ra-detect", "[BRHMain] Invalid ra-detect interface"));
+    EXPECT_THAT(log(), ElementsAre("Received raw command: ra-detect", "Invalid ra-detect interface"));
   }
   for (auto interface : {"", R"(,"interface":"")", R"(,"interface":1)"}) {
     EXPECT_EQ(askJSON(fmt::format(R"({{"command":"dhcp-discover"{}}})", interface)),
               R"({"error":"Invalid interface"})");
-    EXPECT_THAT(log, ElementsAre("[BRHMain] Received command: dhcp-discover"));
+    EXPECT_THAT(log(), ElementsAre("Received command: dhcp-discover"));
   }
 }
 
@@ -158,7 +138,7 @@ TEST_F(DispatchTest, RouterProbesAreLimited) {
   EXPECT_EQ(replies, 0);
   detect();
   EXPECT_EQ(replies, 1);
-  EXPECT_EQ(log.back(), "[BRHMain] Too many ra-detect requests at once");
+  EXPECT_EQ(log().back(), "Too many ra-detect requests at once");
   fake::passTime(5s - 1ns);
   EXPECT_EQ(replies, 1);
   fake::passTime(1ns);
@@ -179,7 +159,7 @@ TEST_F(DispatchTest, DHCPProbesAreLimited) {
   };
   for (int probe = 0; probe < 129; ++probe) discover();
   EXPECT_THAT(replies, ElementsAre(R"({"error":"too many requests"})"));
-  EXPECT_EQ(log.back(), "[BRHMain] Too many dhcp-discover requests at once");
+  EXPECT_EQ(log().back(), "Too many dhcp-discover requests at once");
   fake::passTime({});
   discover();
   fake::passTime({});
@@ -191,8 +171,7 @@ TEST_F(DispatchTest, RequestsThatAcceptNoReply) {
   machine().sockets = {{platform::SocketProtocol::tcp, socket}};
   auto expect = [&](ipc::Dictionary request, const std::vector<std::string>& lines) {
     deliver(fake::makeMessage(std::move(request)));
-    ASSERT_EQ(log.size(), lines.size());
-    for (std::size_t index = 0; index < lines.size(); ++index) EXPECT_EQ(log[index], "[BRHMain] " + lines[index]);
+    EXPECT_EQ(log(), lines);
   };
   expect({{"command", "process-lookup"}, {"address", address}},
          {"Received raw command: process-lookup", "process-lookup request does not accept a reply"});
@@ -210,7 +189,7 @@ TEST_F(DispatchTest, RequestsThatAcceptNoReply) {
 
 TEST_F(DispatchTest, AnUnknownErrorIsDescribedInTheLog) {
   deliver(ipc::Error{.kind = ipc::Error::Kind::other, .description = "interrupted"});
-  EXPECT_THAT(log, ElementsAre("[BRHMain] XPC_TYPE_ERROR: interrupted"));
+  EXPECT_THAT(log(), ElementsAre("XPC_TYPE_ERROR: interrupted"));
 }
 
 }  // namespace

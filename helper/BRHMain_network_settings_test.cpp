@@ -79,7 +79,6 @@ TEST_F(NetworkSettingsTest, OnlyAnObjectOpensASession) {
     EXPECT_THAT(log(), ElementsAre("Invalid proxy settings payload"));
     EXPECT_THAT(preferences().calls, IsEmpty());
   }
-  EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
 }
 
 TEST_F(NetworkSettingsTest, InvalidEntriesDoNotStopTheOthers) {
@@ -189,7 +188,6 @@ TEST_F(NetworkSettingsTest, StaticIP) {
     EXPECT_EQ(preferences().calls, calls({"set " + path}));
     EXPECT_THAT(log(), ElementsAre(fmt::format("SCPreferencesPathSetValue result: {:d}", !step.starts_with("set"))));
   }
-  EXPECT_THAT(listAtCleanup(), ElementsAre("none"));
 }
 
 TEST_F(NetworkSettingsTest, StaticIPTakesFourTexts) {

@@ -87,7 +87,6 @@ TEST_F(WatchdogTest, AMissingFileAndALinkAreIgnored) {
   EXPECT_FALSE(deletes());
   EXPECT_THAT(log, IsEmpty());
   EXPECT_THAT(machine().steps, IsEmpty());
-  EXPECT_TRUE(fs::exists(target));
 }
 
 TEST_F(WatchdogTest, AnUnsafeFileIsRefusedAndLeft) {
@@ -124,7 +123,6 @@ TEST_F(WatchdogTest, AnInvalidListIsDeletedToo) {
   put("[[10, \"/a\"]", 0444);
   EXPECT_TRUE(deletes());
   EXPECT_THAT(log, ElementsAre("[Helper] Invalid external-process watchdog payload"));
-  EXPECT_THAT(machine().steps, IsEmpty());
 }
 
 }  // namespace

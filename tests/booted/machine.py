@@ -7,20 +7,12 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from harness import DEADLINE, LOG, SERVICE, read_line, wait_until
+from harness import DEADLINE, LOG, SERVICE, read_line, run, wait_until
 
 HERE = Path("/opt/booted")
 UNIT = f"{SERVICE}.service"
 CONTENTS = Path("/usr/lib/brimo/Brimo.app/Contents")
 MEMBER, STRANGER = "bob", "alice"  # in the group "brimo", and not in it
-
-
-def run(*arguments, **options):
-    """Runs a command and returns its output. Fails the test if the command fails."""
-    result = subprocess.run([str(argument) for argument in arguments], capture_output=True, text=True, **options)
-    if result.returncode:
-        raise AssertionError(f"{arguments}: {result.returncode} {result.stdout}{result.stderr}")
-    return result.stdout
 
 
 def show(unit, name):

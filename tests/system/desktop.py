@@ -4,10 +4,9 @@ import configparser
 import json
 import os
 import shutil
-import subprocess
 from pathlib import Path
 
-from harness import ENVIRONMENT, SERVICE, TESTS, read_line, wait_until
+from harness import ENVIRONMENT, SERVICE, TESTS, read_line, run, wait_until
 
 FOLDER = Path("/run") / SERVICE
 DATABASE = FOLDER / "dconf"
@@ -36,14 +35,14 @@ loop.run()
 
 def install():
     """Creates the files that the packages install under /etc and create at boot, mounted over the machine's own."""
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", "/etc/dconf"], check=True)
-    subprocess.run(["systemd-tmpfiles", "--create", TESTS / "packaging/tmpfiles.conf"], check=True)
-    subprocess.run([TESTS / "packaging/dconf-profile", "add", SERVICE], check=True, capture_output=True)
+    run("mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", "/etc/dconf")
+    run("systemd-tmpfiles", "--create", TESTS / "packaging/tmpfiles.conf")
+    run(TESTS / "packaging/dconf-profile", "add", SERVICE)
 
 
 def proxies_off(code="killed", status="KILL"):
     """Does what systemd does after the helper has ended."""
-    subprocess.run([TESTS / "bin/BrimoProxiesOff"], env=ENVIRONMENT | {"EXIT_CODE": code, "EXIT_STATUS": status}, check=True)
+    run(TESTS / "bin/BrimoProxiesOff", env=ENVIRONMENT | {"EXIT_CODE": code, "EXIT_STATUS": status})
 
 
 def plain_words():
@@ -62,7 +61,7 @@ class User:
         os.chown(home, number, number)
         test.addCleanup(shutil.rmtree, home, ignore_errors=True)
         self.environment = DESKTOP | {"HOME": str(home)}
-        self.resolver = self.start([PYTHON, "-c", RESOLVER], stdin=subprocess.PIPE)
+        self.resolver = self.start([PYTHON, "-c", RESOLVER])
         self.resolve()
 
     def start(self, command, **options):

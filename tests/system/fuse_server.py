@@ -10,6 +10,9 @@ from harness import mount
 ROOT, FILE = 1, 2  # node numbers
 FORGET, INTERRUPT, BATCH_FORGET = 2, 36, 42  # requests without an answer
 LOOKUP, GETATTR, OPEN, READ, STATFS, INIT, OPENDIR, READDIR = 1, 3, 14, 15, 17, 26, 27, 28
+# The answers that are always the same. The kernel caches nothing, so that each access asks again.
+FIXED = {INIT: struct.pack("=IIIIHHIIHHII24x", 7, 31, 1 << 17, 0, 16, 12, 1 << 17, 1, 0, 0, 0, 0), OPEN: bytes(16),
+         STATFS: struct.pack("=5Q3I28x", 0, 0, 0, 0, 0, 4096, 255, 4096), OPENDIR: bytes(16), READDIR: b""}
 
 
 class FuseServer:
@@ -38,23 +41,16 @@ class FuseServer:
 
     def _answer(self, operation, node, body):
         """The answer to a request, or an error."""
-        # The kernel must not cache anything, so that each access asks again.
-        if operation == INIT:
-            return struct.pack("=IIIIHHIIHHII24x", 7, 31, 1 << 17, 0, 16, 12, 1 << 17, 1, 0, 0, 0, 0)
         if operation == LOOKUP:
             if body != self.name:
                 return errno.ENOENT
             return struct.pack("=QQQQII", FILE, 0, 0, 0, 0, 0) + self._attributes(FILE)
         if operation == GETATTR:
             return struct.pack("=QII", 0, 0, 0) + self._attributes(node)
-        if operation in (OPEN, OPENDIR):
-            return bytes(16)
         if operation == READ:
             offset, size = struct.unpack_from("=8xQI", body)
             return self.content[offset:offset + size]
-        if operation == READDIR:
-            return b""
-        return struct.pack("=5Q3I28x", 0, 0, 0, 0, 0, 4096, 255, 4096) if operation == STATFS else errno.ENOSYS
+        return FIXED.get(operation, errno.ENOSYS)
 
     def _attributes(self, node):
         mode, size = (0o40755, 0) if node == ROOT else (0o100755, len(self.content))

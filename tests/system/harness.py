@@ -2,6 +2,7 @@
 
 import ctypes
 import faulthandler
+import json
 import os
 import platform
 import re
@@ -22,6 +23,7 @@ TESTS = Path("/opt/tests")
 SERVICE = "com.example.brimo.helper"
 ENDPOINT = f"/run/{SERVICE}.socket"
 LOG = Path("/tmp/BrimoHelper.log")
+STORE = Path(f"/var/lib/{SERVICE}/preferences.json")
 USER = 1000
 DEADLINE = 10.0  # seconds; generous, because a passing test never waits this long
 
@@ -35,10 +37,22 @@ ENVIRONMENT = {"PATH": "/usr/bin:/bin", "PYTHONHOME": "/usr", "PYTHONPATH": str(
                "ASAN_OPTIONS": "verify_asan_link_order=0", "LC_ALL": "C.UTF-8"}
 
 
+def run(*arguments, **options):
+    """Runs a command and returns its output. Fails the test if the command fails."""
+    result = subprocess.run([str(argument) for argument in arguments], capture_output=True, text=True, **options)
+    if result.returncode:
+        raise AssertionError(f"{arguments}: {result.returncode} {result.stdout}{result.stderr}")
+    return result.stdout
+
+
+def stored():
+    """The services in the store."""
+    return json.loads(STORE.read_text())["NetworkServices"]
+
+
 def sign(path, identifier="com.example.brimo", certificates=TESTS / "certificates"):
-    subprocess.run([TESTS / "tools/sign-code", "--identifier", identifier, "--key", certificates / "leaf.key",
-                    "--certificate", certificates / "leaf.pem", "--intermediate", certificates / "intermediate.pem",
-                    path], check=True)
+    run(TESTS / "tools/sign-code", "--identifier", identifier, "--key", certificates / "leaf.key",
+        "--certificate", certificates / "leaf.pem", "--intermediate", certificates / "intermediate.pem", path)
 
 
 def make_bundles():
@@ -151,7 +165,8 @@ def read_line(process):
 
 
 def run_as_user(arguments, user=USER, groups=(), **options):
-    options = {"env": ENVIRONMENT, "group": user, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE} | options
+    pipes = {name: subprocess.PIPE for name in ("stdin", "stdout", "stderr")}
+    options = {"env": ENVIRONMENT, "group": user} | pipes | options
     return subprocess.Popen([str(argument) for argument in arguments], user=user, extra_groups=groups, text=True,
                             start_new_session=True, **options)
 
@@ -276,7 +291,7 @@ class HelperTest(unittest.TestCase):
         self.assertEqual(self.helper.wait(), 0, "the helper exits cleanly")
 
     def brimo(self, *arguments, executable=BRIMO, **options):
-        process = run_as_user([executable, *arguments], stdin=subprocess.PIPE, **options)
+        process = run_as_user([executable, *arguments], **options)
         out, err = process.communicate(timeout=DEADLINE)
         return process.returncode, out, err
 
@@ -293,8 +308,6 @@ class HelperTest(unittest.TestCase):
 
     def start_program(self, arguments, until=None, **options):
         """Starts a program as a user. At its end, the test kills the program. Waits for the line `until`, if it is given."""
-        if until:
-            options = {"stdin": subprocess.PIPE} | options
         process = run_as_user(arguments, **options)
         self.addCleanup(self._end_process, process)
         if until:
@@ -329,12 +342,12 @@ class HelperTest(unittest.TestCase):
         """Mounts a folder with a socket for the system log over /dev. Returns the socket."""
         folder = Path("/run/dev")
         folder.mkdir(exist_ok=True)
-        subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
-        subprocess.run(["cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder], check=True)
+        run("mount", "-t", "tmpfs", "tmpfs", folder)
+        run("cp", "-a", "/dev/null", "/dev/zero", "/dev/full", "/dev/urandom", "/dev/random", folder)
         log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         log.bind(str(folder / "log"))
-        subprocess.run(["mount", "--move", folder, "/dev"], check=True)
-        self.addCleanup(subprocess.run, ["umount", "--lazy", "/dev"], check=True)
+        run("mount", "--move", folder, "/dev")
+        self.addCleanup(run, "umount", "--lazy", "/dev")
         return log
 
     def listen_to_the_system_log(self):

@@ -15,7 +15,7 @@ import subprocess
 import time
 from pathlib import Path
 
-from harness import wait_until
+from harness import run, wait_until
 
 ETH_P_ALL, ETH_P_IP, ETH_P_IPV6 = 3, 0x0800, 0x86DD
 BROADCAST = b"\xff" * 6
@@ -25,32 +25,18 @@ DHCPD_CONFIGURATION = "ping-check false;\nsubnet 192.0.2.0 netmask 255.255.255.0
 
 
 def ip(*arguments):
-    subprocess.run(["ip", *arguments], check=True)
+    run("ip", *arguments)
 
 
 def set_option(family, interface, option, value, namespace=None):
-    command = ["sh", "-c", f"echo {value} > /proc/sys/net/{family}/conf/{interface}/{option}"]
-    subprocess.run((["ip", "netns", "exec", namespace] if namespace else []) + command, check=True)
+    enter = ["ip", "netns", "exec", namespace] if namespace else []
+    run(*enter, "sh", "-c", f"echo {value} > /proc/sys/net/{family}/conf/{interface}/{option}")
 
 
-class Namespace:
-    """A context in which new sockets belong to the network namespace."""
-
-    def __init__(self, name):
-        self.name = name
-
-    def _enter(self, path):
-        with open(path) as namespace:
-            if ctypes.CDLL(None, use_errno=True).setns(namespace.fileno(), 0x40000000):  # CLONE_NEWNET
-                raise OSError(ctypes.get_errno(), "setns")
-
-    def __enter__(self):
-        self.before = os.open("/proc/self/ns/net", os.O_RDONLY)
-        self._enter(f"/run/netns/{self.name}")
-
-    def __exit__(self, *_):
-        self._enter(f"/proc/self/fd/{self.before}")
-        os.close(self.before)
+def enter(namespace):
+    """Enters the network namespace of an open file."""
+    if ctypes.CDLL(None, use_errno=True).setns(namespace.fileno(), 0x40000000):  # CLONE_NEWNET
+        raise OSError(ctypes.get_errno(), "setns")
 
 
 class Lan:
@@ -129,17 +115,19 @@ class Lan:
         self.run_in(name, ["radvd", "-n", "-d", "1", "-m", "stderr", "-C", f"/tmp/{name}.conf", "-p", f"/tmp/{name}.pid"],
                     "version")
 
-    def packet_socket(self, namespace=None, interface=INTERFACE):
-        """A socket that receives and sends whole frames on an interface."""
-        with Namespace(namespace) if namespace else contextlib.nullcontext():
+    def packet_socket(self):
+        """A socket that receives and sends whole frames on the other end of probe0."""
+        with open("/proc/self/ns/net") as before, open("/run/netns/lan") as lan:
+            enter(lan)
             packets = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_ALL))
-            packets.bind((interface, ETH_P_ALL))
+            packets.bind(("wire", ETH_P_ALL))
+            enter(before)
         self.test.addCleanup(packets.close)
         return packets
 
     def start_sending(self, frames, interval=None):
         """Starts a process that sends frames to probe0 until the test ends, without pause or at an interval in seconds."""
-        wire = self.packet_socket("lan", "wire")
+        wire = self.packet_socket()
         pid = os.fork()
         if pid == 0:
             try:
@@ -168,15 +156,13 @@ def send_for_ever(wire, frames, interval):
 
 
 def captured(packets):
-    """The frames that wait in a packet socket: (whether the frame was outgoing, frame)."""
+    """The frames that wait in a packet socket."""
     packets.setblocking(False)
     frames = []
-    while True:
-        try:
-            frame, address = packets.recvfrom(65535)
-        except BlockingIOError:
-            return frames
-        frames.append((address[2] == socket.PACKET_OUTGOING, frame))
+    with contextlib.suppress(BlockingIOError):
+        while True:
+            frames.append(packets.recv(65535))
+    return frames
 
 
 def checksum(data):

@@ -3,11 +3,12 @@
 It manages only the interfaces "nm0" and "nm1", each one end of a veth pair."""
 
 import json
+import shutil
 import subprocess
 import uuid
 from pathlib import Path
 
-from harness import wait_until
+from harness import run, wait_until
 
 PLACE = Path("/run/network_manager")
 CONNECTIONS = PLACE / "connections"
@@ -40,10 +41,6 @@ method=disabled
 """
 
 
-def run(*command):
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout
-
-
 class NetworkManager:
     """NetworkManager on a running bus."""
 
@@ -58,15 +55,10 @@ class NetworkManager:
             run("ip", "link", "add", name, "type", "veth", "peer", "name", f"{name}-peer")
             run("ip", "link", "set", f"{name}-peer", "up")
             test.addCleanup(run, "ip", "link", "delete", name)
-        test.addCleanup(self._forget)
+        test.addCleanup(shutil.rmtree, CONNECTIONS)
         self.process = None
         test.addCleanup(self.stop)
         self.start()
-
-    @staticmethod
-    def _forget():
-        for file in CONNECTIONS.iterdir():
-            file.unlink()
 
     def start(self):
         with (PLACE / "log").open("a") as log:
@@ -104,13 +96,6 @@ class NetworkManager:
         if active:
             run("nmcli", "connection", "up", identifier)
         return identifier
-
-    @staticmethod
-    def add_temporary_connection(name, interface):
-        """Adds a connection that lasts until the machine restarts. Returns its UUID."""
-        run("nmcli", "connection", "add", "save", "no", "type", "ethernet", "con-name", name, "ifname", interface,
-            "autoconnect", "no", "ipv4.method", "disabled", "ipv6.method", "disabled")
-        return NetworkManager.setting(name, "connection.uuid")
 
     @staticmethod
     def file(identifier):

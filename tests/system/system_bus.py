@@ -12,7 +12,7 @@ from pathlib import Path
 
 from gi.repository import Gio
 
-from harness import wait_until
+from harness import run, wait_until
 
 BUS = Path("/run/dbus/system_bus_socket")  # where every program expects it
 LOGIND = "org.freedesktop.login1"
@@ -62,9 +62,7 @@ class SystemBus:
     def call(self, method, *where):
         """The data of the reply to a call without arguments."""
         destination, path, interface = where or (LOGIND, "/org/freedesktop/login1", LOGIND + ".Manager")
-        reply = subprocess.run(["busctl", "--system", "--json=short", "call", destination, path, interface, method],
-                               check=True, capture_output=True, text=True).stdout
-        return json.loads(reply)["data"]
+        return json.loads(run("busctl", "--system", "--json=short", "call", destination, path, interface, method))["data"]
 
     def inhibitors(self):
         """The active inhibitors: (what, who, mode, uid, pid)."""

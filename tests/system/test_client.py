@@ -7,10 +7,9 @@ import select
 import signal
 import socket
 import subprocess
-from pathlib import Path
 
 import harness
-from harness import BRIMO, HelperTest, PYTHON, USER, read_line, run_as_user, wait_until
+from harness import BRIMO, HelperTest, PYTHON, USER, read_line, run_as_user, stored, wait_until
 
 SERVER = """
 import socket
@@ -31,7 +30,7 @@ class Lookup(HelperTest):
         return json.loads(out)
 
     def test_both_ends_of_a_connection(self):
-        process = self.start_program([PYTHON, "-c", SERVER], user=2000, stdin=subprocess.PIPE)
+        process = self.start_program([PYTHON, "-c", SERVER], user=2000)
         port = int(read_line(process))
         for address in ("127.0.0.1", "0.0.0.0", "[::1]", "[2001:db8::1]"):
             expected = {"pid": process.pid, "path": os.path.realpath(PYTHON)}
@@ -96,17 +95,15 @@ class CommandLine(HelperTest):
         self.assertEqual((process.returncode, process.stderr), (1, "Brimo: cannot write the answer\n"))
 
     def test_temporary_proxies_last_until_the_interrupt(self):
-        store = Path(f"/var/lib/{harness.SERVICE}/preferences.json")
-        proxies = lambda: store.exists() and json.loads(store.read_text())["NetworkServices"]["id"]["Proxies"]
         process = self.start_program([BRIMO, "set-proxy", "id", "--force", "http=192.0.2.1:1", "temporary"], until="done")
         self.assertIn("until this program is interrupted", process.stderr.readline())
-        self.assertTrue(proxies())
+        self.assertTrue(stored()["id"]["Proxies"])
         process.send_signal(signal.SIGINT)
         self.assertEqual(process.wait(), 0)
-        wait_until(lambda: not proxies(), "the proxies are off")
+        wait_until(lambda: not stored()["id"]["Proxies"], "the proxies are off")
 
     def test_lines_share_one_connection_and_outlive_errors(self):
-        process = run_as_user([BRIMO], stdin=subprocess.PIPE)
+        process = run_as_user([BRIMO])
         out, err = process.communicate('version # of the helper\n\nnonsense\n"process-lookup" tcp \'127.0.0.1:1\'\n'
                                        'json {"command": "start-watchdog"}\n"version\nversion\n',
                                        timeout=harness.DEADLINE)
@@ -138,7 +135,7 @@ class CommandLine(HelperTest):
         self.assertEqual(process.wait(harness.DEADLINE), 0)
 
     def test_stop_and_the_absence_of_a_helper(self):
-        session = self.start_program([BRIMO], stdin=subprocess.PIPE)
+        session = self.start_program([BRIMO])
         print("stop", file=session.stdin, flush=True)
         self.assertEqual(read_line(session), "done")
         self.assertEqual(self.helper.wait(), 0)

@@ -5,8 +5,8 @@ import signal
 
 import desktop
 from desktop import DATABASE, User, plain_words, proxies_off
-from harness import Helper, wait_until
-from network_manager import NetworkManager, run
+from harness import Helper, run, wait_until
+from network_manager import NetworkManager
 from system_bus import SystemBus
 from test_network_settings import FOLDER, SUCCESS, UNKNOWN, NetworkSettingsTest, http_proxy
 

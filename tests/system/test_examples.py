@@ -1,6 +1,5 @@
 """The examples: an application built with an installed library, and a client in Python."""
 
-import json
 import os
 import shutil
 import signal
@@ -8,10 +7,8 @@ import subprocess
 from pathlib import Path
 
 import harness
-from harness import GENUINE_PYTHON, HelperTest, TESTS, USER, kill_group, wait_until
+from harness import GENUINE_PYTHON, STORE, HelperTest, TESTS, kill_group, stored, wait_until
 
-STORE = Path(f"/var/lib/{harness.SERVICE}/preferences.json")
-HOME = Path("/tmp/home")
 EXAMPLE = Path("/opt/Example.app/Contents/MacOS/Example")
 
 
@@ -20,12 +17,9 @@ class Application(HelperTest):
         super().setUp()
         shutil.copytree(TESTS / "Example.app", "/opt/Example.app")
         self.addCleanup(shutil.rmtree, "/opt/Example.app")
-        HOME.mkdir()
-        os.chown(HOME, USER, USER)
-        self.addCleanup(shutil.rmtree, HOME)
 
     def proxies(self):
-        return json.loads(STORE.read_text())["NetworkServices"]["example"].get("Proxies") if STORE.exists() else None
+        return stored()["example"].get("Proxies") if STORE.exists() else None
 
     def instances(self):
         """The command lines of the running examples by PID."""
@@ -33,7 +27,7 @@ class Application(HelperTest):
         return {int(pid): command for pid, command in (line.split(" ", 1) for line in listed.splitlines())}
 
     def test_it_sets_looks_up_comes_back_and_cleans_up(self):
-        process = self.start_program([EXAMPLE, "example", "192.0.2.1", "8080"], env=harness.ENVIRONMENT | {"HOME": str(HOME)})
+        process = self.start_program([EXAMPLE, "example", "192.0.2.1", "8080"], env=harness.ENVIRONMENT | {"HOME": "/tmp"})
         lines = sorted(process.stdout.readline().rstrip("\n") for _ in range(7))
         self.assertEqual(lines, ["connected to build 618"] + 4 * ["owner found"] + ["proxies set", "watched"])
         self.assertEqual((self.proxies()["HTTPProxy"], self.proxies()["HTTPPort"]), ("192.0.2.1", 8080))

@@ -3,12 +3,11 @@
 import json
 import os
 import signal
-import subprocess
 from pathlib import Path
 
 import harness
 from fuse_server import FuseServer, SERVE_UNDER_OVERLAY
-from harness import DEADLINE, FRAMEWORKS, GENUINE_PYTHON, PYTHON, USER, HelperTest, copy_bundle, wait_until
+from harness import DEADLINE, FRAMEWORKS, GENUINE_PYTHON, PYTHON, USER, HelperTest, copy_bundle, run, wait_until
 
 WATCHDOG = Path("/tmp/Brimo-External-Processes-Watchdog.json")
 
@@ -71,7 +70,7 @@ input()
         bundle, executable = copy_bundle("Copy.app")
         framework = bundle / FRAMEWORKS[0]
         FuseServer(framework.parent, framework.name, framework.read_bytes(), ",allow_other")
-        self.addCleanup(subprocess.run, ["umount", "-l", framework.parent], check=True)
+        self.addCleanup(run, "umount", "-l", framework.parent)
         self.assertEqual(self.brimo("version", executable=executable)[:2], (3, ""))
         self.assertIn("[Helper] Client validation status: -67050", self.log())
 

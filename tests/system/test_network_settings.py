@@ -4,19 +4,17 @@ import json
 import shutil
 import signal
 import stat
-import subprocess
 from pathlib import Path
 
 from gi.repository import Gio, GLib
 
 import harness
 from desktop import plain_words
-from harness import BRIMO, SERVICE, TESTS, USER, Helper, HelperTest, read_line, wait_until
-from network_manager import NetworkManager, addresses, routers, run
+from harness import BRIMO, SERVICE, STORE, TESTS, USER, Helper, HelperTest, read_line, run, stored, wait_until
+from network_manager import NetworkManager, addresses, routers
 from system_bus import BUS, FakeBus, SystemBus
 
-FOLDER = Path("/var/lib") / SERVICE
-STORE = FOLDER / "preferences.json"
+FOLDER = STORE.parent
 MANAGER, PROPERTIES = "org.freedesktop.NetworkManager", "org.freedesktop.DBus.Properties"
 UNKNOWN = "00000000-0000-0000-0000-000000000000"
 SUCCESS, FAILURE = {"result": "success"}, {"error": "failed to apply proxy settings"}
@@ -26,16 +24,11 @@ def http_proxy(port):
     return {"HTTPEnable": 1, "HTTPProxy": "127.0.0.1", "HTTPPort": port, "ExceptionsList": ["*.local", "169.254/16"]}
 
 
-def stored():
-    """Reads the services in the store."""
-    return json.loads(STORE.read_text())["NetworkServices"]
-
-
 class Client:
     """An admitted client that stays connected."""
 
     def __init__(self, test):
-        self.process = test.start_program([BRIMO], stdin=subprocess.PIPE)
+        self.process = test.start_program([BRIMO])
 
     def ask(self, **command):
         print("json", json.dumps(command), file=self.process.stdin, flush=True)
@@ -142,7 +135,9 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(stored(), {service: {"Proxies": {}} for service in off})
 
     def test_a_temporary_connection_stays_temporary(self):
-        temporary = self.manager.add_temporary_connection("Passing", "nm1")
+        run("nmcli", "connection", "add", "save", "no", "type", "ethernet", "con-name", "Passing", "ifname", "nm1",
+            "autoconnect", "no", "ipv4.method", "disabled", "ipv6.method", "disabled")
+        temporary = self.manager.setting("Passing", "connection.uuid")
         file = self.manager.file(temporary)
         client = self.client()
         self.assertEqual(client.set_proxy({temporary: http_proxy(1)}), SUCCESS)
@@ -182,8 +177,8 @@ class WithNetworkManager(NetworkSettingsTest):
     def test_the_doctor_finds_what_a_killed_helper_left(self):
         helper = Path("/usr/local/libexec/brimo/BrimoHelper")
         unit = Path(f"/usr/local/lib/systemd/system/{SERVICE}.socket")
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", "/usr/local"], check=True)
-        self.addCleanup(subprocess.run, ["umount", "/usr/local"], check=True)
+        run("mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", "/usr/local")
+        self.addCleanup(run, "umount", "/usr/local")
 
         def remedies(user=0):
             code, out, err = self.brimo("--json", "doctor", user=user)
@@ -209,7 +204,7 @@ class WithNetworkManager(NetworkSettingsTest):
         self.assertEqual(remedies()[0], set())
         self.helper.signal(signal.SIGKILL)
         self.helper.wait()
-        subprocess.run([TESTS / "bin/BrimoProxiesOff"], check=True)  # as systemd does
+        run(TESTS / "bin/BrimoProxiesOff")  # as systemd does
         self.helper = Helper()
         off = f"Brimo set-proxy {self.active} off --force"
         self.assertEqual(remedies(user=USER)[0], {("proxies", off)})

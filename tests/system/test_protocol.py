@@ -20,40 +20,25 @@ for bad in struct.pack(">I", 0), struct.pack(">I", 16777217), struct.pack(">I", 
 """))
         wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 4, "every connection ends once")
 
-    def test_many_frames_at_once_and_one_byte_by_byte(self):
+    def test_frames_in_pieces_many_at_once_and_an_incomplete_one(self):
         self.assert_succeeds(self.genuine("""
-connection = connect_greeted()
-for byte in frame(7, {"command": "x"}):
-    connection.sendall(bytes([byte]))
-connection.sendall(b"".join(frame(number, {"command": "x"}) for number in range(8, 501)))
-assert [receive_frame(connection)[0] for _ in range(7, 501)] == list(range(7, 501))
-"""))
-
-    def test_an_incomplete_frame_and_a_half_closed_connection(self):
-        self.assert_succeeds(self.genuine("""
+numbers = [2**64 - 1, *range(1, 100)]
 for rest in (b"", frame(3, {"command": "x"})[:-1], b"\\0"):
     connection = connect_greeted()
-    connection.sendall(frame(2, {"command": "x"}) + rest)
+    for byte in frame(0, {"json": b'{"command":"version"}'}):  # gets no reply
+        connection.sendall(bytes([byte]))
+    connection.sendall(b"".join(frame(number, {"command": "x" * 100}) for number in numbers) + rest)
     connection.shutdown(socket.SHUT_WR)
-    assert receive_frame(connection) == [2, {"error": "unknown command"}]
+    assert [receive_frame(connection) for _ in numbers] == [[number, {"error": "unknown command"}] for number in numbers]
     assert was_hung_up(connection)
 """))
         wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 3, "every connection ends once")
-
-    def test_a_message_that_accepts_no_reply_gets_none(self):
-        self.assert_succeeds(self.genuine("""
-connection = connect_greeted()
-connection.sendall(frame(0, {"json": b'{"command":"version"}'}) + frame(2**64 - 1, {"command": "x"}))
-assert receive_frame(connection) == [2**64 - 1, {"error": "unknown command"}]
-"""))
-        self.assertIn("[BRHMain] JSON command does not accept a reply", self.log())
+        self.assertEqual(self.log().count("[BRHMain] JSON command does not accept a reply"), 3)
 
     def test_a_client_that_leaves_its_replies_unread_is_disconnected(self):
         # Each reply contains a path of nearly 4,000 bytes.
-        folder = Path("/var/lib")
-        while len(str(folder)) < 3800:
-            folder /= "x" * 200
-            os.mkdir(folder)
+        folder = Path("/var/lib", *19 * ["x" * 200])
+        folder.mkdir(parents=True)
         shutil.copy(os.path.realpath(PYTHON), folder / "python")
         self.start_program([folder / "python", "-c", """
 import socket

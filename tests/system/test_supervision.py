@@ -5,7 +5,6 @@ import os
 import re
 import shutil
 import signal
-import subprocess
 from pathlib import Path
 
 from harness import ENVIRONMENT, HelperTest, TESTS, USER, copy_bundle, read_line, run_as_user, sign, wait_until
@@ -38,7 +37,7 @@ class Relaunch(HelperTest):
 
     def start(self, **options):
         """Starts the application, which is admitted and starts the watchdog."""
-        process = run_as_user([self.executable], stdin=subprocess.PIPE, **options)
+        process = run_as_user([self.executable], **options)
         self.started.append(process)
         self.assertEqual(read_line(process), "armed")
         return process
@@ -51,10 +50,6 @@ class Relaunch(HelperTest):
         self.relaunched.append(int(pid))
         return Path("/proc", pid)
 
-    @staticmethod
-    def environment(process):
-        return dict(entry.split("=", 1) for entry in (process / "environ").read_text().rstrip("\0").split("\0"))
-
     def assert_runs_as(self, process, user, groups):
         status = dict(re.findall(r"^(\w+):[ \t]*(.*?)[ \t]*$", (process / "status").read_text(), re.M))
         self.assertEqual(status["Uid"].split(), [str(user)] * 4)
@@ -65,10 +60,7 @@ class Relaunch(HelperTest):
         return status
 
     def test_it_is_relaunched_as_its_user(self):
-        home = Path("/opt/home")
-        home.mkdir(mode=0o700, exist_ok=True)
-        os.chown(home, NOBODY_IN_PARTICULAR, 0)
-        kept = {"HOME": str(home), "USER": "somebody", "DISPLAY": ":7", "WAYLAND_DISPLAY": "wayland-1",
+        kept = {"HOME": "/opt", "USER": "somebody", "DISPLAY": ":7", "WAYLAND_DISPLAY": "wayland-1",
                 "XAUTHORITY": "/run/user/1000/.Xauthority", "DBUS_SESSION_BUS_ADDRESS": "unix:path=/run/user/1000/bus",
                 "XDG_SESSION_ID": "2", "LANG": "de_DE.UTF-8", "LC_ALL": "C.UTF-8"}
         other = {"SECRET": "1", "LD_LIBRARY_PATH": "/tmp", "PYTHONPATH": "/tmp", "BASH_ENV": "/tmp/x", "IFS": "x"}
@@ -78,20 +70,11 @@ class Relaunch(HelperTest):
 
         self.assertEqual((process / "cmdline").read_text(), f"{self.executable}\0-crashWatchDog\0")
         status = self.assert_runs_as(process, NOBODY_IN_PARTICULAR, [4, 2000, 3000])
-        self.assertEqual(self.environment(process), kept | {"PATH": ENVIRONMENT["PATH"]})
-        self.assertEqual(os.readlink(process / "cwd"), str(home))
-        self.assertEqual([os.readlink(process / "fd" / name) for name in "012"], ["/dev/null"] * 3)
+        environment = dict(entry.split("=", 1) for entry in (process / "environ").read_text().rstrip("\0").split("\0"))
+        self.assertEqual(environment, kept | {"PATH": ENVIRONMENT["PATH"]})
+        self.assertEqual(os.readlink(process / "cwd"), "/opt")
         self.assertNotEqual(int(status["PPid"]), self.helper.pid)
         self.assertEqual(Path(f"/proc/{self.helper.pid}/task/{self.helper.pid}/children").read_text(), "")
-
-    def test_a_missing_environment_is_filled_in(self):
-        process = self.start(env={}, user=33)  # www-data, which every Debian machine has
-        process.kill()
-        process = self.launched("-crashWatchDog")
-        self.assert_runs_as(process, 33, [])
-        self.assertEqual(self.environment(process), {"HOME": "/var/www", "LOGNAME": "www-data", "SHELL": "/usr/sbin/nologin",
-                                                     "PATH": "/usr/local/bin:/usr/bin:/bin", "USER": "www-data"})
-        self.assertEqual(os.readlink(process / "cwd"), "/var/www" if os.path.isdir("/var/www") else "/")
 
     def test_where_systemd_runs_only_systemd_launches(self):
         # Here, there is a bus but no systemd. The booted tests have both.
