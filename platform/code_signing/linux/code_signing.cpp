@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 
 #include <map>
-#include <tuple>
 
+#include "platform/base/linux/file_state.h"
 #include "platform/code_signing/linux/requirement.h"
 #include "platform/code_signing/linux/running_image.h"
 #include "platform/code_signing/linux/signature.h"
@@ -15,16 +15,6 @@
 namespace platform::code_signing {
 
 namespace {
-
-/// The state of a file. Any change of the content changes one of these.
-using FileState = std::tuple<dev_t, ino_t, off_t, time_t, long, time_t, long>;
-
-FileState stateOf(int descriptor) {
-  struct stat status {};
-  fstat(descriptor, &status);
-  return {status.st_dev,          status.st_ino,         status.st_size,        status.st_mtim.tv_sec,
-          status.st_mtim.tv_nsec, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
-}
 
 /// Signatures of files whose payload has been verified. Main thread.
 std::map<FileState, CodeSignature>& verifiedFiles() {
@@ -46,8 +36,10 @@ Result<void> checkOpenFile(int descriptor, const std::string& requirementText) {
   if (!requirement)
     return Failure(requirementInvalid, "cannot be checked against an invalid requirement: " + requirementText);
 
+  struct stat status;
+  if (fstat(descriptor, &status) != 0) return Failure(noSuchFile, "cannot be examined");
+  const auto state = stateOf(status);
   auto& files = verifiedFiles();
-  auto state = stateOf(descriptor);
   if (auto found = files.find(state); found != files.end()) {
     return checkRequirement(*requirement, requirementText, found->second);
   }

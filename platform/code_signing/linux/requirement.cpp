@@ -51,7 +51,6 @@ class RequirementParser {
 
   CodeRequirement requirement() {
     auto result = disjunction(0);
-    skipBlanks();
     if (position_ < text_.size()) throw syntaxError(position_, "\"and\", \"or\" or the end");
     return CodeRequirement(std::move(result));
   }
@@ -112,8 +111,7 @@ class RequirementParser {
     auto kind = word.substr(0, dot);
     std::string name(dot == word.npos ? "" : word.substr(dot + 1));
     expect("]");
-    // The first character is checked because OpenSSL also accepts object names.
-    if (kind == "field" && !name.empty() && name[0] >= '0' && name[0] <= '9') {
+    if (kind == "field") {
       std::shared_ptr<ASN1_OBJECT> field(OBJ_txt2obj(name.c_str(), 1), ASN1_OBJECT_free);
       if (!field) throw syntaxError(start, "an object identifier");
       accept("/* exists */");
@@ -140,7 +138,7 @@ class RequirementParser {
     if (word == "anchor" || word == "root") return -1;
     int position = 0;
     auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), position);
-    if (word.empty() || error != std::errc() || end != word.data() + word.size()) {
+    if (error != std::errc() || end != word.data() + word.size()) {
       throw syntaxError(start, "\"leaf\", \"anchor\", \"root\" or a number");
     }
     return position;
@@ -158,7 +156,6 @@ class RequirementParser {
   void skipBlanks() { position_ = std::min(text_.find_first_not_of(" \t\r\n", position_), text_.size()); }
 
   std::string_view word() {
-    skipBlanks();
     auto start = position_;
     while (position_ < text_.size() && isWordCharacter(text_[position_])) ++position_;
     return text_.substr(start, position_ - start);

@@ -13,9 +13,9 @@
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>
-#include <cerrno>
 #include <cstring>
 
+#include "platform/base/file_io.h"
 #include "platform/system/digest.h"
 
 namespace platform::code_signing {
@@ -52,13 +52,11 @@ BIOPointer bioOf(const void* bytes, std::size_t size) {
 StorePointer trustedRoots(const std::string& anchorText) {
   auto text = bioOf(anchorText.data(), anchorText.size());
   StorePointer store(X509_STORE_new());
-  int count = 0;
   while (X509Pointer root{PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr)}) {
     if (!store || X509_STORE_add_cert(store.get(), root.get()) != 1) return nullptr;
-    ++count;
   }
   bool isComplete = ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;
-  return count > 0 && isComplete ? std::move(store) : nullptr;
+  return isComplete ? std::move(store) : nullptr;
 }
 
 /// The chain from the leaf to one of the roots; empty if there is none.
@@ -73,11 +71,7 @@ std::vector<std::shared_ptr<X509>> verifiedChain(X509* leaf, STACK_OF(X509) * un
 
   CertificatesPointer certificates(X509_STORE_CTX_get1_chain(context.get()));
   std::vector<std::shared_ptr<X509>> chain;
-  for (int index = 0; index < sk_X509_num(certificates.get()); ++index) {
-    auto* certificate = sk_X509_value(certificates.get(), index);
-    X509_up_ref(certificate);
-    chain.emplace_back(certificate, X509_free);
-  }
+  while (sk_X509_num(certificates.get()) > 0) chain.emplace_back(sk_X509_shift(certificates.get()), X509_free);
   return chain;
 }
 
@@ -85,26 +79,19 @@ const Failure damaged(signatureFailed, "has a damaged signature");
 
 /// Reads the code directory into the signature; false unless it has exactly the documented form.
 bool readCodeDirectory(std::string_view text, CodeSignature& signature) {
-  boost::system::error_code error;
-  auto parsed = boost::json::parse({text.data(), text.size()}, error);
-  const auto* object = error ? nullptr : parsed.if_object();
-  if (!object || object->size() != 3) return false;
-  const auto* identifier = object->if_contains("identifier");
-  const auto* size = object->if_contains("size");
-  const auto* digest = object->if_contains("sha256");
-  if (!identifier || !identifier->is_string() || !size || !size->is_int64() || size->get_int64() < 0 || !digest ||
-      !digest->is_string()) {
+  try {
+    const auto directory = boost::json::parse({text.data(), text.size()});
+    signature.identifier = directory.at("identifier").as_string();
+    signature.payloadSize = directory.at("size").to_number<std::uint64_t>();
+    signature.payloadSHA256 = directory.at("sha256").as_string();
+    return directory.as_object().size() == 3 && signature.payloadSHA256.size() == 64 &&
+           signature.payloadSHA256.find_first_not_of("0123456789abcdef") == std::string::npos;
+  } catch (const std::exception&) {
     return false;
   }
-  signature.identifier = identifier->get_string();
-  signature.payloadSize = static_cast<std::uint64_t>(size->get_int64());
-  signature.payloadSHA256 = digest->get_string();
-  return signature.payloadSHA256.size() == 64 &&
-         signature.payloadSHA256.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
 Result<CodeSignature> verifySignature(std::span<const std::uint8_t> bytes, const std::string& anchor) {
-  if (bytes.empty() || bytes.size() > maximumCMSLength) return damaged;
   const auto* position = bytes.data();
   CMSPointer cms(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(bytes.size())));
   if (!cms || position != bytes.data() + bytes.size()) return damaged;
@@ -112,23 +99,21 @@ Result<CodeSignature> verifySignature(std::span<const std::uint8_t> bytes, const
 
   auto* signers = CMS_get0_SignerInfos(cms.get());
   if (sk_CMS_SignerInfo_num(signers) != 1) return damaged;
-  X509_ALGOR* digest = nullptr;
-  CMS_SignerInfo_get0_algs(sk_CMS_SignerInfo_value(signers, 0), nullptr, nullptr, &digest, nullptr);
-  if (!digest || OBJ_obj2nid(digest->algorithm) != NID_sha256) return damaged;
-
   BIOPointer content(BIO_new(BIO_s_mem()));
   // The chain is verified below, where it can be kept.
   constexpr unsigned flags = CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY;
   if (!content || CMS_verify(cms.get(), nullptr, nullptr, nullptr, content.get(), flags) != 1) return damaged;
-  STACK_OF(X509)* found = CMS_get0_signers(cms.get());
-  X509* leaf = found && sk_X509_num(found) == 1 ? sk_X509_value(found, 0) : nullptr;
+  X509* leaf = nullptr;  // CMS_verify() has found it
+  X509_ALGOR* digest = nullptr;
+  CMS_SignerInfo_get0_algs(sk_CMS_SignerInfo_value(signers, 0), nullptr, &leaf, &digest, nullptr);
+  if (OBJ_obj2nid(digest->algorithm) != NID_sha256) return damaged;
+
   CertificatesPointer carried(CMS_get1_certs(cms.get()));
   CodeSignature signature;
-  auto subject = leaf ? subjectOf(*leaf) : "";
-  if (leaf) signature.chain = verifiedChain(leaf, carried.get(), anchor);
-  sk_X509_free(found);
+  signature.chain = verifiedChain(leaf, carried.get(), anchor);
   if (signature.chain.empty()) {
-    return Failure(signatureFailed, "is signed by \"" + subject + "\", under another root than the one trusted here");
+    return Failure(signatureFailed,
+                   "is signed by \"" + subjectOf(*leaf) + "\", under another root than the one trusted here");
   }
 
   char* text = nullptr;
@@ -138,14 +123,9 @@ Result<CodeSignature> verifySignature(std::span<const std::uint8_t> bytes, const
 }
 
 bool readAt(int descriptor, std::span<std::uint8_t> bytes, std::uint64_t offset) {
-  while (!bytes.empty()) {
-    auto length = pread(descriptor, bytes.data(), bytes.size(), static_cast<off_t>(offset));
-    if (length < 0 && errno == EINTR) continue;
-    if (length <= 0) return false;
-    bytes = bytes.subspan(static_cast<std::size_t>(length));
-    offset += static_cast<std::uint64_t>(length);
-  }
-  return true;
+  if (lseek(descriptor, static_cast<off_t>(offset), SEEK_SET) < 0) return false;
+  auto length = readInto(descriptor, {reinterpret_cast<char*>(bytes.data()), bytes.size()});
+  return length && *length == bytes.size();
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "platform/code_signing/linux/signature.h"
 
 #include <fcntl.h>
+#include <openssl/err.h>
 
 #include "platform/base/file_descriptor.h"
 #include "tests/support/linux/signed_files.h"
@@ -19,6 +20,7 @@ class CodeSignatureTest : public test::SigningFixture {
     writeFile(*folder / "checked", content);
     FileDescriptor file(open((*folder / "checked").c_str(), O_RDONLY | O_CLOEXEC));
     auto signature = readSignatureOfFile(file.get(), root);
+    EXPECT_EQ(ERR_peek_error(), 0u) << "left for the next user of OpenSSL";
     if (signature && !payloadMatches(file.get(), *signature)) return Failure(signatureFailed, "the payload differs");
     return signature;
   }
@@ -64,7 +66,6 @@ TEST_F(CodeSignatureTest, AnyOfSeveralAnchorsCountsAndNoOther) {
   auto own = readFile(*folder / "own/root.pem"), other = readFile(*folder / "other/root.pem");
   auto file = readFile(*folder / "signed");
   EXPECT_EQ(check(file, other + own), success);
-  EXPECT_EQ(check(file, own + other), success);
   for (const auto& anchors :
        {other, own + other.substr(0, 200), readFile(*folder / "own/intermediate.pem"), std::string("no certificate")}) {
     EXPECT_EQ(check(file, anchors), signatureFailed);
@@ -143,22 +144,21 @@ TEST_F(CodeSignatureTest, TheCMSMustBeOfItsForm) {
 }
 
 TEST_F(CodeSignatureTest, TheCodeDirectoryMustBeOfItsForm) {
-  const std::string digest = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-  for (const std::string& directory : {
-           std::string("{}"),
-           std::string("[]"),
-           std::string("not JSON"),
-           R"({"identifier": 1, "size": 3, "sha256": ")" + digest + "\"}",
-           R"({"identifer": "x", "size": 3, "sha256": ")" + digest + "\"}",
-           R"({"identifier": "x", "Size": 3, "sha256": ")" + digest + "\"}",
-           R"({"identifier": "x", "size": 3, "sha512": ")" + digest + "\"}",
-           std::string(R"({"identifier": "x", "size": 3, "sha256": 3})"),
-           R"({"identifier": "x", "size": 4, "sha256": ")" + digest + "\"}",
-           R"({"identifier": "x", "size": 3, "sha256": ")" + digest.substr(1) + "\"}",
-           R"({"identifier": "x", "size": 3, "more": 1, "sha256": ")" + digest + "\"}",
-           R"({"identifier": "x", "size": 3, "sha256": "BA)" + digest.substr(2) + "\"}",
-       }) {
-    EXPECT_STREQ(read(signedWith("abc", directory, usual)).error().what(), "has a damaged signature") << directory;
+  auto problem = [&](std::string directory) -> std::string {
+    const std::string digest = "c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
+    if (auto at = directory.find('%'); at != directory.npos) directory.replace(at, 1, digest);
+    return read(signedWith("", directory, usual)).error().what();
+  };
+  EXPECT_EQ(problem(R"({"identifier": "x", "size": 0, "sha256": "e3b0%"})"), "");
+  for (const auto* directory :
+       {"{}", "[]", "not JSON", R"({"identifier": 1, "size": 0, "sha256": "e3b0%"})",
+        R"({"identifer": "x", "size": 0, "sha256": "e3b0%"})", R"({"identifier": "x", "Size": 0, "sha256": "e3b0%"})",
+        R"({"identifier": "x", "size": 0, "sha512": "e3b0%"})", R"({"identifier": "x", "size": 0, "sha256": 0})",
+        R"({"identifier": "x", "size": "0", "sha256": "e3b0%"})",
+        R"({"identifier": "x", "size": 1, "sha256": "e3b0%"})", R"({"identifier": "x", "size": -1, "sha256": "e3b0%"})",
+        R"({"identifier": "x", "size": 0, "sha256": "E3b0%"})", R"({"identifier": "x", "size": 0, "sha256": "3b0%"})",
+        R"({"identifier": "x", "size": 0, "more": 1, "sha256": "e3b0%"})"}) {
+    EXPECT_EQ(problem(directory), "has a damaged signature") << directory;
   }
 }
 

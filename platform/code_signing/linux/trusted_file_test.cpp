@@ -28,11 +28,10 @@ class TrustedFileTest : public testing::Test {
 };
 
 TEST_F(TrustedFileTest, OpensWhatOnlyRootCanChange) {
-  EXPECT_EQ(openError(file), 0);
+  EXPECT_EQ(fcntl(openTrustedFile(file).value().get(), F_GETFD), FD_CLOEXEC);
   EXPECT_EQ(openError(folder / "inner/../inner//./file"), 0);
   EXPECT_EQ(openError(folder / "inner/none"), ENOENT);
   EXPECT_EQ(openError("relative"), EINVAL);
-  EXPECT_EQ(openError(""), EINVAL);
   EXPECT_EQ(openError(std::string(4095 - file.size(), '/') + file), 0);
   EXPECT_EQ(openError(std::string(4096 - file.size(), '/') + file), EINVAL);
 }
@@ -97,7 +96,7 @@ TEST_F(TrustedFileTest, OpensTheImageOfAProcess) {
   chmod((folder / "inner").c_str(), 0755);
   ASSERT_EQ(chown(fmt::format("/proc/{}/exe", process.pid()).c_str(), 1000, 0), 0);
   EXPECT_FALSE(openTrustedImage(process.pid()));
-  EXPECT_FALSE(openTrustedImage(0));
+  EXPECT_NE(openTrustedImage(0).error().number, EPERM);  // no mount is to blame
 }
 
 }  // namespace

@@ -21,10 +21,8 @@ std::string desktopException(const std::string& given) {
   auto exception = proxyException(given);
   if (exception.starts_with('.')) return "*" + exception;
   if (auto slash = exception.find('/'); slash != exception.npos && exception.find(':') == exception.npos) {
-    for (auto dots = std::count(exception.begin(), exception.end(), '.'); dots < 3; ++dots) {
+    for (auto dots = std::count(exception.begin(), exception.end(), '.'); dots < 3; ++dots)
       exception.insert(slash, ".0");
-      slash += 2;
-    }
   }
   return exception;
 }

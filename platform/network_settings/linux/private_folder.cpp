@@ -15,7 +15,7 @@ Result<PrivateFolder> PrivateFolder::open(const std::string& path, Readers reade
   const mode_t mode = 0777 & ~folder.hidden_;
   if (mkdir(path.c_str(), mode) == 0) {
     if (chmod(path.c_str(), mode) != 0) return folder.failure(errno, "");  // the umask may have removed permissions
-    FileDescriptor parent(::open((path + "/..").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    FileDescriptor parent(::open((path + "/..").c_str(), O_RDONLY | O_CLOEXEC));
     if (!parent || fsync(parent.get()) != 0) return folder.failure(errno, "..");
   } else if (errno != EEXIST) {
     return folder.failure(errno, "");
@@ -27,8 +27,9 @@ Result<PrivateFolder> PrivateFolder::open(const std::string& path, Readers reade
 }
 
 Result<FileDescriptor> PrivateFolder::openLockFile(const std::string& name) const {
+  // O_WRONLY: NFS requires it for an exclusive lock.
   FileDescriptor file(
-      openat(folder_.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+      openat(folder_.get(), name.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
   if (!file) return failure(errno, name);
   if (auto checked = checkPrivacy(file, name, S_IFREG); !checked) return checked.error();
   return file;
@@ -37,12 +38,14 @@ Result<FileDescriptor> PrivateFolder::openLockFile(const std::string& name) cons
 Result<std::optional<FileContent>> PrivateFolder::read(const std::string& name) const {
   // O_NONBLOCK: opening something other than a regular file must not block.
   FileDescriptor file(openat(folder_.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!file && errno == ENOENT) return std::nullopt;
-  if (!file) return failure(errno, name);
+  if (!file) {
+    if (errno == ENOENT) return std::nullopt;
+    return failure(errno, name);
+  }
   auto status = checkPrivacy(file, name, S_IFREG);
   if (!status) return status.error();
   if (status->st_size > static_cast<off_t>(maximumSize)) return failure(EFBIG, name);
-  FileContent content{.text = std::string(static_cast<std::size_t>(status->st_size), '\0'), .status = *status};
+  FileContent content{.text = std::string(static_cast<std::size_t>(status->st_size), '\0'), .state = stateOf(*status)};
   auto length = readInto(file.get(), content.text);
   if (!length) return failure(length.error().number, name);
   // Files are only ever replaced, so it cannot have become shorter.
@@ -50,7 +53,7 @@ Result<std::optional<FileContent>> PrivateFolder::read(const std::string& name) 
   return content;
 }
 
-Result<struct stat> PrivateFolder::replace(const std::string& name, const std::string& text) const {
+Result<FileState> PrivateFolder::replace(const std::string& name, const std::string& text) const {
   if (text.size() > maximumSize) return failure(EFBIG, name);
   const std::string draft = name + ".new";
   if (auto removed = remove(draft); !removed) return removed.error();  // left by a killed process
@@ -68,25 +71,26 @@ Result<struct stat> PrivateFolder::replace(const std::string& name, const std::s
   struct stat status;
   if (fsync(folder_.get()) != 0) return failure(errno, name, " is replaced, but may be lost in a crash");
   if (fstat(file.get(), &status) != 0) return failure(errno, name);
-  return status;
+  return stateOf(status);
 }
 
 Result<void> PrivateFolder::link(const std::string& name, const std::string& second) const {
   if (auto removed = remove(second); !removed) return removed;
-  int result = linkat(folder_.get(), name.c_str(), folder_.get(), second.c_str(), 0);
-  if (result != 0 && errno != ENOENT) return failure(errno, second);
-  return {};
+  if (linkat(folder_.get(), name.c_str(), folder_.get(), second.c_str(), 0) == 0 || errno == ENOENT) return {};
+  return failure(errno, second);
 }
 
 Result<void> PrivateFolder::remove(const std::string& name) const {
-  if (unlinkat(folder_.get(), name.c_str(), 0) != 0 && errno != ENOENT) return failure(errno, name);
-  return {};
+  if (unlinkat(folder_.get(), name.c_str(), 0) == 0 || errno == ENOENT) return {};
+  return failure(errno, name);
 }
 
 Result<FileDescriptor> PrivateFolder::openToWrite(const std::string& name) const {
   FileDescriptor file(openat(folder_.get(), name.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!file && errno == ENOENT) return file;
-  if (!file) return failure(errno, name);
+  if (!file) {
+    if (errno == ENOENT) return file;
+    return failure(errno, name);
+  }
   if (auto checked = checkPrivacy(file, name, S_IFREG); !checked) return checked.error();
   return file;
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/base/file_descriptor.h"
+#include "platform/base/linux/file_state.h"
 #include "platform/base/result.h"
 
 namespace platform {
@@ -15,7 +16,7 @@ namespace platform {
 /// The content of a file, and the state of the file with that content.
 struct FileContent {
   std::string text;
-  struct stat status;
+  FileState state;
 };
 
 /// The folder and each file in it must belong to the effective user and be inaccessible to others, except for reading
@@ -38,7 +39,7 @@ class PrivateFolder {
   /// the file's new state is returned. If only the final fsync of the folder fails, the new text is visible but may be
   /// lost in a crash; after any other failure the old text remains. Two processes must not replace a file at the same
   /// time.
-  Result<struct stat> replace(const std::string& name, const std::string& text) const;
+  Result<FileState> replace(const std::string& name, const std::string& text) const;
 
   /// Removes the file with the name `second`, then gives that name to the file `name`, too, if this one exists.
   Result<void> link(const std::string& name, const std::string& second) const;

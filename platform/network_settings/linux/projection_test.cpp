@@ -48,9 +48,9 @@ TEST(NetworkProjection, AProxyThatIsOffIsLeftOut) {
 
 TEST(NetworkProjection, TheApplicationsScriptComesFirstAndStaysUnchanged) {
   EXPECT_EQ(project(R"({"ProxyAutoConfigEnable":1,"ProxyAutoConfigURLString":"http://a.example/x?y=\"z\"",
-                        "HTTPEnable":1,"HTTPProxy":"b","HTTPPort":80})"),
+                        "ProxyAutoConfigJavaScript":"FindProxyForURL","HTTPEnable":1,"HTTPProxy":"b","HTTPPort":80})"),
             (ProxySetting{.automatic = true, .pacURL = "http://a.example/x?y=\"z\"", .pacScript = ""}));
-  for (auto url : {R"(1)", R"("")", R"("http://a/\u0000")", R"("http://a b/")", R"("http://é/")"}) {
+  for (auto url : {"1", R"("")", R"("http://a/\u0000")", R"("http://a b/")", R"("http://é/")", R"("a:\u007F")"}) {
     EXPECT_EQ(problem(fmt::format(R"({{"ProxyAutoConfigEnable":true,"ProxyAutoConfigURLString":{}}})", url)),
               "ProxyAutoConfigURLString is not a URL");
   }
@@ -66,7 +66,7 @@ TEST(NetworkProjection, TheApplicationsScriptComesFirstAndStaysUnchanged) {
 TEST(NetworkProjection, AProxyThatIsOnMustBeUsable) {
   for (std::string kind : {"HTTP", "HTTPS", "SOCKS"}) {
     for (auto host : {"1", "null", R"("")", R"("a b")", R"("a;DIRECT")", R"("a\"")", R"("a\\")", R"("a\n")", R"("a:1")",
-                      R"("é")", R"("a\u0000")", R"("[::1]")", R"("::g")"}) {
+                      R"("é")", R"("a\u0000")", R"("[::1]")", R"("::g")", R"("a@")", R"("a`")", R"("a{")"}) {
       EXPECT_EQ(problem(fmt::format(R"({{"{0}Enable":1,"{0}Proxy":{1},"{0}Port":80}})", kind, host)),
                 kind + "Proxy is not a host")
           << host;
@@ -77,20 +77,22 @@ TEST(NetworkProjection, AProxyThatIsOnMustBeUsable) {
           << port;
     }
     EXPECT_EQ(problem(fmt::format(R"({{"{0}Enable":1,"{0}Proxy":"a"}})", kind)), kind + "Port is not a port");
+    for (auto length : {255, 256}) {
+      auto proxies = fmt::format(R"({{"{0}Enable":1,"{0}Proxy":"{1:x>{2}}","{0}Port":80}})", kind, "", length);
+      auto setting = tryToProject(proxies);
+      EXPECT_EQ(setting && setting->automatic, length == 255);
+    }
   }
 }
 
 TEST(NetworkProjection, TheScriptGivesEachSchemeItsProxies) {
   const std::vector<std::string> urls{"http://x.example/", "HTTPS://x.example/", "ws://x.example/", "wss://x.example/",
                                       "ftp://x.example/"};
-  auto http = project(R"({"HTTPEnable":1,"HTTPProxy":"Proxy-1.example","HTTPPort":8080})");
-  EXPECT_EQ(evaluate(http.pacScript, urls),
-            (std::vector<std::string>{"PROXY Proxy-1.example:8080", "DIRECT", "PROXY Proxy-1.example:8080", "DIRECT",
-                                      "DIRECT"}));
+  auto http = project(R"({"HTTPEnable":1,"HTTPProxy":"AZ-az.example","HTTPPort":8080})");
+  EXPECT_EQ(evaluate(http.pacScript, urls), (std::vector<std::string>{"PROXY AZ-az.example:8080", "DIRECT",
+                                                                      "PROXY AZ-az.example:8080", "DIRECT", "DIRECT"}));
   auto all = project(R"({"HTTPEnable":true,"HTTPProxy":"192.0.2.1","HTTPPort":65535,"HTTPSEnable":1,
       "HTTPSProxy":"2001:db8::1","HTTPSPort":1,"SOCKSEnable":1.0,"SOCKSProxy":"s_1","SOCKSPort":1080})");
-  EXPECT_TRUE(all.automatic);
-  EXPECT_EQ(all.pacURL, "");
   const std::string socks = "SOCKS5 s_1:1080; SOCKS s_1:1080";
   EXPECT_EQ(evaluate(all.pacScript, urls),
             (std::vector<std::string>{"PROXY 192.0.2.1:65535; " + socks, "PROXY [2001:db8::1]:1; " + socks,
@@ -99,21 +101,21 @@ TEST(NetworkProjection, TheScriptGivesEachSchemeItsProxies) {
 
 TEST(NetworkProjection, ExceptionsGoDirect) {
   auto setting = project(R"({"HTTPEnable":1,"HTTPProxy":"p","HTTPPort":1,"ExcludeSimpleHostnames":1,"ExceptionsList":[
-      " *.Local\t","exact.example.","a*b*c.example","one?.example","169.254/16","10.1.2.3","192.0.2.128/25","fe80::/10",
-      "[2001:DB8::1]",1,null,""," ",".","[","[]","\"];alert(1);//","a\\","é.example","10.0.0.0/33","10.0.0.0/","x/8","0.0.0.1/-1"]})");
+      " *.LocAlZ\t","exact.example.","a*b*c.example","one?.example","169.254/16","10.1.2.3","192.0.2.128/25","fe80::/10",
+      "[2001:DB8::1]",1,null,""," ",".","[","[]","\"];alert(1);//","a\\","é.example","10.0.0.0/33","10.0.0.0/8x","192.0.2.9/32","x10.1.2.30]","[10.1.2.30x","10.0.0.0/","x/8","0.0.0.1/-1"]})");
   const std::vector<std::string> direct{
-      "http://a.local/",        "http://b.a.LOCAL:8080/",      "http://exact.example/",       "http://exact.example./",
+      "http://a.localz/",       "http://b.a.LOCALZ:8080/",     "http://exact.example/",       "http://exact.example./",
       "http://a1b2bc.example/", "http://abc.example/",         "http://one1.example/",        "http://169.254.255.1/",
       "http://10.1.2.3/",       "http://192.0.2.128/",         "http://192.0.2.255/",         "http://[fe80::1]/",
       "http://[FEBF:1::]/",     "http://[2001:db8:0:0::0:1]/", "http://[2001:db8::0.0.0.1]/", "http://simple/",
-      "http://localhost/"};
+      "http://192.0.2.9/"};
   EXPECT_EQ(evaluate(setting.pacScript, direct), std::vector<std::string>(direct.size(), "DIRECT"));
   const std::vector<std::string> proxied{
       "http://local.example/",   "http://local.a/",     "http://sub.exact.example/", "http://exact.example.org/",
       "http://acb.example/",     "http://one.example/", "http://one12.example/",     "http://169.255.0.1/",
       "http://169.254.256.1/",   "http://169.254/",     "http://10.1.2.30/",         "http://10.1.2.3.example/",
       "http://192.0.2.127/",     "http://[fec0::1]/",   "http://[2001:db8::2]/",     "http://[2001:db8::1:1]/",
-      "http://[1:2:3:4:5:6:7]/", "http://[::fe80]/",    "http://[::1::]/",           "http://alert.1/"};
+      "http://[1:2:3:4:5:6:7]/", "http://[::fe80]/",    "http://[::1::]/",           "http://10.0.0.0/"};
   EXPECT_EQ(evaluate(setting.pacScript, proxied), std::vector<std::string>(proxied.size(), "PROXY p:1"));
 }
 

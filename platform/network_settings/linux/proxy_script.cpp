@@ -135,7 +135,7 @@ std::optional<std::string> networkBits(const std::string& text) {
 }  // namespace
 
 std::string proxyHost(const std::string& text) {
-  if (text.empty() || text.size() > 255) return {};
+  if (text.size() > 255) return {};
   if (consistsOf(text, ".-_")) return text;
   auto address = consistsOf(text, ".:") ? addressBits(text) : std::nullopt;
   return address ? fmt::format("[{}]", text) : std::string();

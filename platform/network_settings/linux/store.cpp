@@ -39,13 +39,6 @@ json::value parse(const std::string& text, const char* name) {
   return std::move(*value);
 }
 
-bool isSameState(const std::optional<struct stat>& one, const std::optional<struct stat>& other) {
-  if (!one || !other) return !one && !other;
-  auto same = [](const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; };
-  return one->st_dev == other->st_dev && one->st_ino == other->st_ino && one->st_size == other->st_size &&
-         same(one->st_mtim, other->st_mtim) && same(one->st_ctim, other->st_ctim);
-}
-
 /// Removes empty entities, and objects that hold nothing else.
 void removeEmpty(json::object& object) {
   for (auto member = object.begin(); member != object.end();) {
@@ -88,9 +81,9 @@ void PreferencesStore::unlock() {
 // Reads the values the first time; later only checks that the file is unchanged.
 void PreferencesStore::read() {
   auto content = folder_.read(storeName).value();
-  auto state = content ? std::make_optional(content->status) : std::nullopt;
+  auto state = content ? std::make_optional(content->state) : std::nullopt;
   if (values_) {
-    if (!isSameState(state, state_)) throw Failure(0, "The network preferences have changed since they were read");
+    if (state != state_) throw Failure(0, "The network preferences have changed since they were read");
     return;
   }
   auto value = content ? parse(content->text, storeName) : json::object();
@@ -100,10 +93,9 @@ void PreferencesStore::read() {
 }
 
 void PreferencesStore::readProjected() {
-  projected_.clear();
   auto content = folder_.read(projectedName).value();
-  if (!content) return;
-  auto services = json::try_value_to<std::set<std::string>>(parse(content->text, projectedName));
+  auto list = content ? parse(content->text, projectedName) : json::array();
+  auto services = json::try_value_to<std::set<std::string>>(list);
   if (!services) throw Failure(0, fmt::format("{} is not a list of texts", projectedName));
   projected_ = std::move(*services);
 }
@@ -146,7 +138,6 @@ Result<void> PreferencesStore::commit() {
 
 void PreferencesStore::forget() {
   values_.reset();
-  state_.reset();
   isChanged_ = false;
 }
 

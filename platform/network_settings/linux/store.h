@@ -60,7 +60,7 @@ class PreferencesStore {
   bool isChanged_ = false;
   std::optional<boost::json::object> values_;  ///< absent until read
   std::set<std::string> projected_;
-  std::optional<struct stat> state_;  ///< state of the file that was read; absent if there was none
+  std::optional<FileState> state_;  ///< state of the file that was read; absent if there was none
 };
 
 }  // namespace platform
