@@ -102,8 +102,10 @@ Result<FileDescriptor> openTrustedImage(std::int32_t pid) {
   // In this order: the path is walked only after it is certain that root made the mount of the image; a file system
   // that a user mounted might never answer.
   auto image = openImage(pid);
-  if (image.error().number == EPERM) return Failure(EPERM, "it runs from a mount that root did not make");
-  if (!image) return image;
+  if (!image) {
+    if (image.error().number == EPERM) return Failure(EPERM, "it runs from a mount that root did not make");
+    return image;
+  }
   auto path = executablePath(pid);
   if (!path) return failureOf(ENOENT, "the executable");
   if (auto trust = checkTrust(image->get(), S_IFREG, *path); !trust) return trust.error();
