@@ -130,6 +130,9 @@ TEST_F(DispatchTest, ARemoteAddressOfTheSameFamilySelectsTheSocket) {
   };
   EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end())), 2);
   EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end() - 1)), 1);
+  machine().connections[0] = named;
+  remote = BRSockAddrMakeIPv4({192, 0, 2, 1}, 0);
+  EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end())), 1);
   remote = BRSockAddrMakeIPv6({}, 443);
   EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end())), 1);
 }
@@ -185,6 +188,7 @@ TEST_F(DispatchTest, DHCPProbesAreLimited) {
   fake::passTime({});
   EXPECT_EQ(replies.size(), 130u);
   EXPECT_EQ(replies.back(), R"({"error":"Error: Interface doesn't exist!"})");
+  EXPECT_EQ(log.back(), "[BRHDHCPDetector] Error: Interface doesn't exist!");
 }
 
 TEST_F(DispatchTest, RequestsThatAcceptNoReply) {

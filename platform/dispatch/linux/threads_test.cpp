@@ -51,6 +51,9 @@ TEST(DispatchThreads, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemG
   Gate gate, first;
   async(globalQueue(), [&] { first.open(); });
   first.wait();
+  sigset_t own;
+  pthread_sigmask(SIG_BLOCK, nullptr, &own);
+  EXPECT_FALSE(sigismember(&own, SIGTERM));
   const auto threadsBefore = threadCount();
   std::atomic<int> running = 0, done = 0, tooMany = 0, signalled = 0;
   for (int index = 0; index < 100; ++index) {
