@@ -34,6 +34,8 @@ class RouterProbeTest : public testing::Test {
     ip("link add probe0 type veth peer name router0");
     for (const std::string interface : {"router0", "probe0"}) ip("link set " + interface + " addrgenmode none up");
     ip("address add fe80::2/64 dev router0 nodad");
+    // The kernel adds the route once it has noticed the link.
+    EXPECT_TRUE(eventually([] { return std::system("ip route get ff02::2 oif probe0 >/dev/null 2>&1") == 0; }));
     router_ = platform::openSocket(AF_INET6, SOCK_RAW, IPPROTO_ICMPV6).value();
     const auto group = onLink("ff02::2");
     setOption(IPPROTO_IPV6, IPV6_JOIN_GROUP, ipv6_mreq{group.six.sin6_addr, group.six.sin6_scope_id});

@@ -68,6 +68,8 @@ class Lan:
         ip("-n", "lan", "link", "set", "bridge0", "up")
         ip("link", "set", INTERFACE, "up")
         test.addCleanup(ip, "link", "delete", INTERFACE)
+        route = ["ip", "route", "get", "ff02::2", "oif", INTERFACE]  # missing until the kernel has noticed the link
+        wait_until(lambda: subprocess.run(route, capture_output=True).returncode == 0, "solicitations can be sent")
 
     def add_namespace(self, name):
         ip("netns", "add", name)
