@@ -14,6 +14,7 @@
 #include "platform/dispatch/dispatch.h"
 #include "platform/dispatch/linux/event_loop.h"
 #include "tests/support/gate.h"
+#include "tests/support/linux/thread_count.h"
 #include "tests/support/this_machine.h"
 
 namespace platform::dispatch {
