@@ -153,8 +153,8 @@ TEST_F(DispatchTest, ProbesNeedAnInterface) {
 TEST_F(DispatchTest, RouterProbesAreLimited) {
   using namespace std::chrono_literals;
   int replies = 0;
-  auto detect = [&] {
-    deliver(fake::makeMessage({{"command", "ra-detect"}, {"interface", loopbackInterface()}},
+  auto detect = [&](const std::string& interface = loopbackInterface()) {
+    deliver(fake::makeMessage({{"command", "ra-detect"}, {"interface", interface}},
                               [&](const ipc::Dictionary& reply) { replies += reply.size() == 0; }));
   };
   for (int probe = 0; probe < 128; ++probe) detect();
@@ -166,8 +166,12 @@ TEST_F(DispatchTest, RouterProbesAreLimited) {
   EXPECT_EQ(replies, 1);
   fake::passTime(1ns);
   EXPECT_EQ(replies, 129);
+  EXPECT_EQ(log.back(), "[BRHV6RADetector] timeout");
+  detect("nothing0");
+  EXPECT_EQ(replies, 130);
+  EXPECT_EQ(log.back(), "[BRHV6RADetector] Invalid interface: nothing0");
   detect();
-  EXPECT_EQ(replies, 129);
+  EXPECT_EQ(replies, 130);
   fake::passTime(5s);
 }
 

@@ -92,9 +92,12 @@ TEST(UDPPacket, LengthsAreChecked) {
   };
   EXPECT_EQ(with(3, 33), "offer");
   EXPECT_EQ(with(25, 12), "offe");         // shorter than the packet
+  EXPECT_EQ(with(25, 8), "");              // as short as its header
   EXPECT_EQ(with(25, 7), std::nullopt);    // shorter than its header
   EXPECT_EQ(with(25, 14), std::nullopt);   // longer than the packet
   EXPECT_EQ(with(3, 27), std::nullopt);    // packet ends inside the UDP header
+  EXPECT_EQ(with(3, 19), std::nullopt);    // packet ends inside its own header
+  EXPECT_EQ(with(0, 0x65), std::nullopt);  // version 6
   EXPECT_EQ(with(6, 0x20), std::nullopt);  // fragments
   EXPECT_EQ(with(7, 1), std::nullopt);
   EXPECT_EQ(with(6, 0x40), "offer");    // "don't fragment" does not make a fragment
