@@ -153,8 +153,8 @@ TEST_F(DispatchTest, ProbesNeedAnInterface) {
 TEST_F(DispatchTest, RouterProbesAreLimited) {
   using namespace std::chrono_literals;
   int replies = 0;
-  auto detect = [&](const std::string& interface = loopbackInterface()) {
-    deliver(fake::makeMessage({{"command", "ra-detect"}, {"interface", interface}},
+  auto detect = [&] {
+    deliver(fake::makeMessage({{"command", "ra-detect"}, {"interface", loopbackInterface()}},
                               [&](const ipc::Dictionary& reply) { replies += reply.size() == 0; }));
   };
   for (int probe = 0; probe < 128; ++probe) detect();
@@ -166,12 +166,8 @@ TEST_F(DispatchTest, RouterProbesAreLimited) {
   EXPECT_EQ(replies, 1);
   fake::passTime(1ns);
   EXPECT_EQ(replies, 129);
-  EXPECT_EQ(log.back(), "[BRHV6RADetector] timeout");
-  detect("nothing0");
-  EXPECT_EQ(replies, 130);
-  EXPECT_EQ(log.back(), "[BRHV6RADetector] Invalid interface: nothing0");
   detect();
-  EXPECT_EQ(replies, 130);
+  EXPECT_EQ(replies, 129);
   fake::passTime(5s);
 }
 
@@ -192,7 +188,6 @@ TEST_F(DispatchTest, DHCPProbesAreLimited) {
   fake::passTime({});
   EXPECT_EQ(replies.size(), 130u);
   EXPECT_EQ(replies.back(), R"({"error":"Error: Interface doesn't exist!"})");
-  EXPECT_EQ(log.back(), "[BRHDHCPDetector] Error: Interface doesn't exist!");
 }
 
 TEST_F(DispatchTest, RequestsThatAcceptNoReply) {

@@ -103,7 +103,7 @@ TEST_F(RouterProbeTest, SolicitsEverySecondUntilANeighbourAdvertisesARouter) {
                     {0x60, _,    _, _, 0, 8, 58, 255, 0x20, 0x01, 0x0D, 0xB8, 0, 0, 0, 0, 0,   0, 0, 0, 0, 0, 0, 1,
                      0xFF, 0x02, 0, 0, 0, 0, 0,  0,   0,    0,    0,    0,    0, 0, 0, 2, 133, 0, _, _, 0, 0, 0, 0}));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, second * 1s);
-    advertise(254);  // which a router on another link could have sent
+    if (second == 0) advertise(254);  // which a router on another link could have sent
   }
   EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("Sent RS (8\u202Fbytes) on probe0\n"));
   advertise(255);
@@ -114,6 +114,17 @@ TEST_F(RouterProbeTest, SolicitsEverySecondUntilANeighbourAdvertisesARouter) {
                                     if_nametoindex("probe0"), 0, 0, 0));
   platform::fake::passTime(5s);
   EXPECT_THAT(log_.lines, ElementsAre("[BRHV6RADetector] start", "[BRHV6RADetector] completed"));
+}
+
+TEST_F(RouterProbeTest, EndsWithNothingAtOnceOrAfterFiveSeconds) {
+  auto impossible = start("nothing0"), unanswered = start("probe0");
+  EXPECT_TRUE(isReady(impossible));
+  EXPECT_FALSE(isReady(unanswered));
+  platform::fake::passTime(5s);
+  ASSERT_TRUE(isReady(unanswered));
+  EXPECT_EQ(unanswered.get(), Result());
+  EXPECT_THAT(log_.lines, ElementsAre("[BRHV6RADetector] start", "[BRHV6RADetector] Invalid interface: nothing0",
+                                      "[BRHV6RADetector] start", "[BRHV6RADetector] timeout"));
 }
 
 TEST_F(RouterProbeTest, AHundredThatCannotSolicitHearOrTimeOutOnceEachAndLeaveNothing) {
