@@ -94,8 +94,8 @@ TEST_F(HelperClientTest, SeveralRequestsAreUnderWayAtOnce) {
   EXPECT_EQ(*first.get(), std::nullopt);
 }
 
-/// A helper that also misbehaves: it does not answer, answers twice, answers a request that was never sent, closes the
-/// connection, even before its first answer, and sends only part of a frame.
+/// A helper that sometimes misbehaves: it answers a request twice or not at all, answers one that was never sent, or
+/// sends only a part of a frame. It also closes connections, some before their first answer.
 class ErraticHelper {
  public:
   explicit ErraticHelper(platform::fake::Service& service) : service_(service), thread_([this] { run(); }) {}
@@ -211,7 +211,7 @@ TEST_F(HelperClientTest, GarbageEndsTheConnectionAndNothingElse) {
     EXPECT_EQ(lost.get().error().code, ErrorCode::lost);
     EXPECT_THROW(peer.receive(), std::runtime_error);
   }
-  // Even a flood of answers to no request does not delay time limits.
+  // Time limits hold even during a flood of answers that belong to no request.
   client->connect();
   auto peer = admit();
   peer.greet(helper_.name);
