@@ -40,6 +40,8 @@ TEST(HXJSONObject, SurvivesOddNumbersAndNames) {
   ASSERT_TRUE(parsed);
   EXPECT_EQ(parsed->at("a").as_int64(), 2);
   EXPECT_TRUE(parsed->at("big").is_double());
+  EXPECT_EQ(parsed->at("huge"), std::numeric_limits<double>::infinity());
+  EXPECT_EQ(parsed->at("tiny"), 0.0);
   EXPECT_EQ(parsed->at("real").as_double(), 1.3927926388013963E-143);  // Boost 1.81 itself misses the last bit
 }
 

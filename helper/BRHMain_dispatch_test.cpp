@@ -110,6 +110,9 @@ TEST_F(DispatchTest, ARemoteAddressOfTheSameFamilySelectsTheSocket) {
   };
   EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end())), 2);
   EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end() - 1)), 1);
+  machine().connections[0] = named;
+  remote = BRSockAddrMakeIPv4({192, 0, 2, 1}, 0);
+  EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end())), 1);
   remote = BRSockAddrMakeIPv6({}, 443);
   EXPECT_EQ(owner(ipc::Data(remote.begin(), remote.end())), 1);
 }

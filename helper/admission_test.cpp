@@ -6,6 +6,7 @@
 #include "helper/BRHMain.h"
 #include "platform/fake/ipc.h"
 #include "platform/fake/machine.h"
+#include "platform/system/refusal_log.h"
 #include "tests/support/captured_log.h"
 
 namespace {
@@ -102,6 +103,25 @@ TEST_F(AdmissionTest, AConnectionWithoutItsRequirementIsCancelled) {
   EXPECT_THAT(log, ElementsAre("[Helper] New connection: <fake connection>",
                                "[Helper] Failed to install peer signing requirement for PID 42: -67052",
                                "[Helper] Listener received a non-connection object: accept: no room"));
+}
+
+TEST(RefusalLog, HasOneLinePerMinuteForEachOfAtMost256Users) {
+  machine() = {};
+  static double now = 0;  // never goes back, because the log remembers its lines
+  auto refuse = [&](double seconds, std::uint32_t user) {
+    machine().continuousSeconds = now += seconds;
+    machine().systemLog.clear();
+    platform::logRefusal(user, 7, "why");
+    return machine().systemLog.size();
+  };
+  EXPECT_EQ(refuse(60, 1), 1u);
+  EXPECT_THAT(machine().systemLog, ElementsAre("Refused PID 7 of user 1: why"));
+  EXPECT_EQ(refuse(59, 1), 0u);
+  for (std::uint32_t user = 2; user <= 256; ++user) EXPECT_EQ(refuse(0, user), 1u) << user;
+  EXPECT_EQ(refuse(0, 257), 0u);
+  EXPECT_EQ(refuse(1, 1), 1u);
+  EXPECT_EQ(refuse(0, 257), 0u);
+  EXPECT_EQ(refuse(60, 257), 1u);
 }
 
 }  // namespace

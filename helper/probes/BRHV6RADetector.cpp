@@ -43,7 +43,7 @@ BRHV6RADetector::~BRHV6RADetector() {
 
 void BRHV6RADetector::start() {
   HX_log("start");
-  if (_interface.empty() || if_nametoindex(_interface.c_str()) == 0) {
+  if (if_nametoindex(_interface.c_str()) == 0) {
     HX_log("Invalid interface: {}", _interface);
     return completeWithData(std::nullopt, std::nullopt);
   }

@@ -44,6 +44,8 @@ TEST(BRSockAddrObject, EqualityComparesTheBytesThatTheLengthCovers) {
   right[5] = 0;
   EXPECT_TRUE(areEqual());
   EXPECT_TRUE(BRSockAddrObject::objectWithAddr(left).isEqual(nullptr));
+  right[0] = 1;
+  EXPECT_FALSE(areEqual());
   EXPECT_FALSE(four({1, 2, 3, 4}, 80).isEqual(nullptr));
 }
 

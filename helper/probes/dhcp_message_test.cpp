@@ -69,7 +69,7 @@ TEST(DHCPMessage, AnySingleFaultIsMalformed) {
            {53, 0},                              // empty
            {53, 1},                              // ends before its value
            {53},                                 // ends before its length
-           {255, 53, 1, 2},                      // follows the end option
+           {255, 0, 53, 1, 2},                   // follows the end option
            {54, 4, 192, 0, 2, 1},                // no type
            {54, 5, 192, 0, 2, 1, 53, 1, 2},      // the type lies inside the previous option
            {54, 255, 53, 1, 2},                  // an option that extends past the end

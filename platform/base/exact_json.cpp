@@ -30,11 +30,7 @@ Number nearestDouble(std::string_view text) {
     if (std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc()) return number;
   }
   static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-  // strtod_l() needs a terminating zero byte.
-  std::array<char, 64> buffer;
-  if (text.size() >= buffer.size()) return strtod_l(std::string(text).c_str(), nullptr, cLocale);
-  *std::copy(text.begin(), text.end(), buffer.begin()) = '\0';
-  return strtod_l(buffer.data(), nullptr, cLocale);
+  return strtod_l(std::string(text).c_str(), nullptr, cLocale);
 }
 
 /// Builds the value, as Boost's own handler does, except for on_double().

@@ -7,8 +7,10 @@ namespace platform {
 Result<void> writeAll(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
     auto length = write(descriptor, bytes.data(), bytes.size());
-    if (length < 0 && errno == EINTR) continue;
-    if (length < 0) return lastFailure();
+    if (length < 0) {
+      if (errno == EINTR) continue;
+      return lastFailure();
+    }
     bytes.remove_prefix(static_cast<std::size_t>(length));
   }
   return {};
@@ -18,8 +20,10 @@ Result<std::size_t> readInto(int descriptor, std::span<char> buffer) {
   std::size_t filled = 0;
   while (filled < buffer.size()) {
     auto length = read(descriptor, buffer.data() + filled, buffer.size() - filled);
-    if (length < 0 && errno == EINTR) continue;
-    if (length < 0) return lastFailure();
+    if (length < 0) {
+      if (errno == EINTR) continue;
+      return lastFailure();
+    }
     if (length == 0) break;
     filled += static_cast<std::size_t>(length);
   }

@@ -1,5 +1,6 @@
 #include "platform/fake/dispatch.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <map>
 #include <thread>
@@ -42,7 +43,7 @@ class TimerSource::State {
   nanoseconds period;
   std::function<void()> handler;
   nanoseconds start;
-  bool isCancelled = false;
+  std::atomic<bool> isCancelled = false;  // another thread may cancel the timer
 };
 
 namespace {
@@ -77,8 +78,7 @@ void after(nanoseconds delay, const Queue&, std::function<void()> work) {
 }
 
 TimerSource::TimerSource(const Queue&, const Schedule& schedule, std::function<void()> handler)
-    : state_(std::make_shared<State>(
-          State{.period = schedule.period, .handler = std::move(handler), .start = schedule.start})) {}
+    : state_(new State{.period = schedule.period, .handler = std::move(handler), .start = schedule.start}) {}
 
 TimerSource& TimerSource::operator=(TimerSource&& other) noexcept {
   cancel();

@@ -111,7 +111,7 @@ std::optional<SocketEntry> connectedSocket(SocketProtocol, const SocketEnd&, con
 }
 
 std::optional<SocketEntry> likelySocket(const SocketEnd&) {
-  return std::nullopt;
+  return fake::machine().likelySocket;
 }
 
 std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket) {

@@ -52,6 +52,7 @@ struct Machine {
   bool ownersKeepSockets = true;                     ///< whether owners still hold their sockets when checked again
   bool ownersAreKnown = false;                       ///< whether likelySocketOwner() knows them
   std::map<std::uint16_t, SocketEntry> connections;  ///< by remote port
+  std::optional<SocketEntry> likelySocket;
   /// For each pass over the processes, the identities of the sockets looked for.
   std::vector<std::vector<std::uint64_t>> passes;
 

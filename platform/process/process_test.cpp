@@ -90,17 +90,19 @@ TEST(ChildTask, WithoutAnOutputWritesToOurs) {
   dup2(ours.get(), STDOUT_FILENO);
   dup2(errors.get(), STDERR_FILENO);
   pipe.writing.reset();
+  fcntl(pipe.reading.get(), F_SETFL, O_NONBLOCK);
   EXPECT_EQ(pipe.readAll(), "out\nerror\n");
 }
 
 TEST(ChildTask, ItsEndIsDetectedWithoutAMainQueue) {
   Pipe pipe;
-  ChildTask task("/bin/sh", {"-c", "trap '' TERM; echo ready; exec sleep 1000"}, std::move(pipe.writing));
+  ChildTask task("/bin/sh", {"-c", "trap 'echo' TERM; echo; while sleep 0.01; do :; done"}, std::move(pipe.writing));
   EXPECT_FALSE(task.isRunning());
   EXPECT_TRUE(task.launch());
   char byte;
   ASSERT_EQ(read(pipe.reading.get(), &byte, 1), 1);
   task.terminate();
+  ASSERT_EQ(read(pipe.reading.get(), &byte, 1), 1);  // the child has received the signal
   EXPECT_FALSE(task.waitForExit(100ms));
   EXPECT_TRUE(task.isRunning());
   task.kill();

@@ -44,6 +44,7 @@ TEST(AncillaryData, FirstHopLimitIsFound) {
   EXPECT_EQ(hopLimitIn(other + entry(IPPROTO_IPV6, IPV6_2292PKTINFO, Bytes(20)) + hopLimit(-1)), -1);
   // A hop limit of another level does not count.
   EXPECT_EQ(hopLimitIn(entry(SOL_SOCKET, IPV6_2292HOPLIMIT, Bytes(4)) + hopLimit(7)), 7);
+  EXPECT_EQ(hopLimitIn(entry(SOL_SOCKET, SO_TIMESTAMP, {}) + hopLimit(6)), 6);
   // The first hop limit is too short, so the next one counts.
   EXPECT_EQ(hopLimitIn(entry(IPPROTO_IPV6, IPV6_2292HOPLIMIT, Bytes(3)) + hopLimit(8)), 8);
 }

@@ -21,9 +21,6 @@ inline std::ptrdiff_t openDescriptors() {
   return std::distance(std::filesystem::directory_iterator("/dev/fd"), {});
 }
 
-/// The number of threads of this process. Implemented in tests/support/<system>/thread_count.cpp.
-std::ptrdiff_t threadCount();
-
 /// During its lifetime, no file of this process can grow: writes fail as on a full disk, but with EFBIG.
 class FullDisk {
  public:

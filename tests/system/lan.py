@@ -12,7 +12,6 @@ import signal
 import socket
 import struct
 import subprocess
-import time
 from pathlib import Path
 
 from harness import run, wait_until
@@ -54,6 +53,8 @@ class Lan:
         ip("-n", "lan", "link", "set", "bridge0", "up")
         ip("link", "set", INTERFACE, "up")
         test.addCleanup(ip, "link", "delete", INTERFACE)
+        route = ["ip", "route", "get", "ff02::2", "oif", INTERFACE]  # missing until the kernel has noticed the link
+        wait_until(lambda: subprocess.run(route, capture_output=True).returncode == 0, "solicitations can be sent")
 
     def add_namespace(self, name):
         ip("netns", "add", name)
@@ -125,13 +126,13 @@ class Lan:
         self.test.addCleanup(packets.close)
         return packets
 
-    def start_sending(self, frames, interval=None):
-        """Starts a process that sends frames to probe0 until the test ends, without pause or at an interval in seconds."""
+    def start_sending(self, frames):
+        """Starts a process that sends frames to probe0, without pause, until the test ends."""
         wire = self.packet_socket()
         pid = os.fork()
         if pid == 0:
             try:
-                send_for_ever(wire, frames, interval)
+                send_for_ever(wire, frames)
             finally:
                 os._exit(1)
 
@@ -143,7 +144,7 @@ class Lan:
         self.test.addCleanup(end)
 
 
-def send_for_ever(wire, frames, interval):
+def send_for_ever(wire, frames):
     while True:
         for frame in frames:
             try:
@@ -151,8 +152,6 @@ def send_for_ever(wire, frames, interval):
             except OSError as error:  # a queue is full
                 if error.errno != errno.ENOBUFS:
                     raise
-        if interval:
-            time.sleep(interval)
 
 
 def captured(packets):
@@ -189,14 +188,10 @@ def dhcp_message(transaction, options=b"\x35\x01\x02\xff"):
                        b"", b"\x63\x82\x53\x63") + options
 
 
-def icmpv6_frame(message, source="fe80::bad", hop_limit=255):
-    destination = socket.inet_pton(socket.AF_INET6, "ff02::1")
-    addresses = socket.inet_pton(socket.AF_INET6, source) + destination
+def advertisement_frame():
+    message = struct.pack(">BBHBBHII", 134, 0, 0, 64, 0, 1800, 0, 0)
+    addresses = b"".join(socket.inet_pton(socket.AF_INET6, address) for address in ("fe80::bad", "ff02::1"))
     total = checksum(addresses + struct.pack(">II", len(message), 58) + message)
     message = message[:2] + struct.pack(">H", total) + message[4:]
-    header = struct.pack(">IHBB", 0x60000000, len(message), 58, hop_limit) + addresses
+    header = struct.pack(">IHBB", 0x60000000, len(message), 58, 255) + addresses
     return bytes.fromhex("333300000001") + bytes.fromhex("02000000bb02") + struct.pack(">H", ETH_P_IPV6) + header + message
-
-
-def advertisement():
-    return struct.pack(">BBHBBHII", 134, 0, 0, 64, 0, 1800, 0, 0)

@@ -14,6 +14,7 @@
 #include "platform/dispatch/dispatch.h"
 #include "platform/dispatch/linux/event_loop.h"
 #include "tests/support/gate.h"
+#include "tests/support/linux/thread_count.h"
 #include "tests/support/this_machine.h"
 
 namespace platform::dispatch {
@@ -51,6 +52,9 @@ TEST(DispatchThreads, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemG
   Gate gate, first;
   async(globalQueue(), [&] { first.open(); });
   first.wait();
+  sigset_t own;
+  pthread_sigmask(SIG_BLOCK, nullptr, &own);
+  EXPECT_FALSE(sigismember(&own, SIGTERM));
   const auto threadsBefore = threadCount();
   std::atomic<int> running = 0, done = 0, tooMany = 0, signalled = 0;
   for (int index = 0; index < 100; ++index) {

@@ -207,6 +207,8 @@ TEST_F(PreferencesStoreTest, AFileThatIsNoJSONObjectIsRefusedAndKept) {
     EXPECT_TRUE(refusal().starts_with("preferences.json is not ")) << refusal();
     EXPECT_EQ(content(), text);
   }
+  test::writeFile(file, "{]");
+  EXPECT_EQ(refusal(), "preferences.json is not JSON: syntax error");
   fs::resize_file(file, PrivateFolder::maximumSize + 1);
   EXPECT_EQ(refusal(), file + ": File too large");
 }
