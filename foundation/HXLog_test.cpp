@@ -1,5 +1,6 @@
 #include "foundation/HXLog.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <future>
 #include <thread>
 
+#include "platform/system/call_stack.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
@@ -148,7 +150,12 @@ TEST_F(HXLogTest, AnUncaughtExceptionIsLoggedAndHandedOn) {
 TEST(HXCallStack, NamesFramesAndTheImage) {
   auto text = HXCallStackString();
   EXPECT_THAT(text, testing::HasSubstr("foundation_tests"));
-  EXPECT_THAT(text.substr(text.rfind(')')), MatchesRegex("\\), slide 0x[0-9a-f]+ load addr 0x[0-9a-f]+"));
+  auto [slide, loadAddress] = platform::mainImage();
+  EXPECT_EQ(text.substr(text.rfind(')')), fmt::format("), slide 0x{:x} load addr 0x{:x}", slide, loadAddress));
+  Dl_info image;
+  ASSERT_NE(dladdr(reinterpret_cast<void*>(HXLogCallStack), &image), 0);
+  EXPECT_EQ(reinterpret_cast<void*>(loadAddress), image.dli_fbase);
+  EXPECT_EQ((loadAddress - slide) % (1LL << 32), 0u);  // linked for address 0 on Linux, for 4 GiB on macOS
   EXPECT_THAT(HX_exceptionReport(std::make_exception_ptr(std::out_of_range("where"))),
               testing::StartsWith("std::out_of_range: where\nCall stack: ("));
 }

@@ -132,9 +132,11 @@ TEST(Dispatch, CancelledTimerStaysSilentEvenWhenItsFiringWaitsInTheQueue) {
   auto captured = std::make_shared<int>();
   TimerSource replaced(queue, {}, [&, captured] { record.add(2); });
   TimerSource other(queue, {}, [&] { record.add(3); });
+  TimerSource distant(queue, {.start = 1h}, [captured] {});
   cancelled.resume();
   replaced.resume();
   other.resume();
+  distant.resume();
   Gate due;
   after(1ms, globalQueue(), [&] { due.open(); });
   due.wait();
@@ -142,6 +144,7 @@ TEST(Dispatch, CancelledTimerStaysSilentEvenWhenItsFiringWaitsInTheQueue) {
   EXPECT_FALSE(cancelled);
   cancelled.cancel();
   replaced = {};
+  distant.cancel();
   gate.open();
   ASSERT_TRUE(record.reaches(1));
   EXPECT_THAT(record.events(), ElementsAre(3));

@@ -73,9 +73,8 @@ class ClockTimers {
     arm();
   }
 
-  void remove(const std::shared_ptr<State>& timer) {
-    if (waiting_.erase(timer) > 0) arm();
-  }
+  /// The descriptor may stay armed for this timer: one needless wake-up later costs less than a system call now.
+  void remove(const std::shared_ptr<State>& timer) { waiting_.erase(timer); }
 
   /// Removes and returns the first timer that is due; null if none is.
   std::shared_ptr<State> takeDue() {
