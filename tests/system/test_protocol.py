@@ -20,15 +20,6 @@ for bad in struct.pack(">I", 0), struct.pack(">I", 16777217), struct.pack(">I", 
 """))
         wait_until(lambda: self.log().count("[BRHMain] XPC connection closed") == 4, "every connection ends once")
 
-    def test_many_frames_at_once_and_one_byte_by_byte(self):
-        self.assert_succeeds(self.genuine("""
-connection = connect_greeted()
-for byte in frame(7, {"command": "x"}):
-    connection.sendall(bytes([byte]))
-connection.sendall(b"".join(frame(number, {"command": "x"}) for number in range(8, 501)))
-assert [receive_frame(connection)[0] for _ in range(7, 501)] == list(range(7, 501))
-"""))
-
     def test_an_incomplete_frame_and_a_half_closed_connection(self):
         self.assert_succeeds(self.genuine("""
 for rest in (b"", frame(3, {"command": "x"})[:-1], b"\\0"):

@@ -63,19 +63,20 @@ TEST_F(ApplicationDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
 
 TEST_F(ApplicationDeathTest, NothingIsLaunchedOnceTheUserHasLoggedOut) {
   // Plays logind in a mount namespace of this process's own.
-  auto logOut = [&](const std::string& before) {
+  auto become = [&](const std::string& before, const std::string& now) {
     if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0) std::exit(2);
     if (mount("", "/run", "tmpfs", 0, nullptr) != 0) std::exit(2);
     std::filesystem::create_directories("/run/systemd/users");
     const auto file = fmt::format("/run/systemd/users/{}", getuid());
     test::writeFile(file, "STATE=" + before + "\n");
     noteRunningApplication(process, getuid());
-    test::writeFile(file, "STATE=closing\n");
+    test::writeFile(file, "STATE=" + now + "\n");
   };
+  auto end = testing::ExitedWithCode(0);
   for (const char* state : {"opening", "online", "active"}) {
-    EXPECT_EXIT(launchAfter([&] { logOut(state); }), testing::ExitedWithCode(0), "its user has logged out");
+    EXPECT_EXIT(launchAfter([&] { become(state, "lingering"); }), end, "its user has logged out");
+    EXPECT_EXIT(launchAfter([&] { become("active", state); }), end, "execve: No such file");
   }
-  EXPECT_EXIT(launchAfter([&] { logOut("lingering"); }), testing::ExitedWithCode(0), "execve: No such file");
 }
 
 TEST_F(ApplicationDeathTest, TheErrorNamesTheStepThatFailed) {

@@ -72,7 +72,6 @@ class ClientChannel::Implementation {
       if (!isGreeted_) {
         return end({.wasReached = true, .reason = "the endpoint belongs to another service than " + serviceName_});
       }
-      flush();
     }
     if (reader_.isMalformed()) return end({.wasReached = true, .reason = "the helper's answers are malformed"});
     if (end_) return end(std::move(*end_));
@@ -141,8 +140,8 @@ class ClientChannel::Implementation {
   void receive() {
     auto length = recv(socket_.get(), chunk_.data(), chunk_.size(), 0);
     if (length > 0) return reader_.append({chunk_.data(), static_cast<std::size_t>(length)});
-    if (length < 0 && errno == EAGAIN) return;
-    end_ = End{.wasReached = true, .reason = "the helper has closed the connection"};
+    // An error is EAGAIN or, like ECONNRESET, comes once before the end.
+    if (length == 0) end_ = End{.wasReached = true, .reason = "the helper has closed the connection"};
   }
 
   void flush() {

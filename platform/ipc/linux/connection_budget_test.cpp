@@ -1,7 +1,6 @@
 #include "platform/ipc/linux/connection_budget.h"
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 namespace platform::ipc {
 namespace {
@@ -26,10 +25,6 @@ TEST(ConnectionBudget, AllowsABurstAndThenAFixedRate) {
   EXPECT_TRUE(budget.spend(1001, now));  // another user
   now += 1h;
   EXPECT_EQ(passing(300), 256);
-
-  const auto before = mallinfo2().uordblks;
-  for (uid_t user = 0; user < 100'000; ++user, now += 1s) budget.spend(user, now);
-  EXPECT_LT(mallinfo2().uordblks, before + 1'000'000);
 }
 
 }  // namespace
