@@ -6,12 +6,12 @@
 
 #include <array>
 #include <atomic>
-#include <filesystem>
 #include <future>
 #include <thread>
 
 #include "platform/base/readiness.h"
 #include "platform/fake/service.h"
+#include "tests/support/this_machine.h"
 
 namespace brimo {
 namespace {
@@ -93,15 +93,10 @@ TEST_F(HelperClientTest, SeveralRequestsAreUnderWayAtOnce) {
   EXPECT_EQ(*first.get(), std::nullopt);
 }
 
-std::size_t entriesOf(const char* folder) {
-  namespace fs = std::filesystem;
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
-}
-
 TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
-  constexpr int threadCount = 8, requestCount = 125;
-  const auto descriptors = entriesOf("/proc/self/fd"), tasks = entriesOf("/proc/self/task");
-  std::array<std::atomic<int>, threadCount * requestCount> ends{};
+  constexpr int askers = 8, requestCount = 125;
+  const auto descriptors = openDescriptors(), threadsBefore = threadCount();
+  std::array<std::atomic<int>, askers * requestCount> ends{};
   std::atomic<int> right = 0, wrong = 0;
   // This helper also does not answer, answers twice, answers a request that was never sent, and closes the connection,
   // even before its first answer.
@@ -114,7 +109,7 @@ TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
       try {
         peer.greet(helper_.name);
         answer(peer, versionReply(618));
-        for (; ++request % 29 != 0;) {
+        while (++request % 29 != 0) {
           auto frame = peer.receive();
           const auto& address = *frame.dictionary.get<Data>("address");
           if (request % 13 == 0) frame.id += 1'000'000;
@@ -148,7 +143,7 @@ TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
       }
     };
     std::vector<std::thread> threads;
-    for (int thread = 0; thread < threadCount; ++thread) threads.emplace_back(run, thread);
+    for (int thread = 0; thread < askers; ++thread) threads.emplace_back(run, thread);
     for (auto& thread : threads) thread.join();
     isDone = true;
     client = std::make_unique<HelperClient>(options());
@@ -158,9 +153,9 @@ TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
   EXPECT_TRUE(std::all_of(ends.begin(), ends.end(), [](const auto& count) { return count == 1; }));
   EXPECT_GT(right, 0);
   EXPECT_EQ(wrong, 0);
-  EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+  EXPECT_EQ(openDescriptors(), descriptors);
   // The kernel still lists a joined thread for a moment.
-  while (entriesOf("/proc/self/task") > tasks) std::this_thread::yield();
+  while (threadCount() > threadsBefore) std::this_thread::yield();
 }
 
 TEST_F(HelperClientTest, AForkedChildCannotUseItAndDoesNoHarm) {

@@ -6,7 +6,6 @@
 #include <future>
 
 #include "platform/fake/service.h"
-#include "platform/ipc/linux/frames.h"
 
 namespace platform::ipc {
 namespace {
@@ -76,17 +75,13 @@ TEST_F(ClientChannelTest, SendsWhatFitsAndTheRestWhileItWaits) {
 
 TEST_F(ClientChannelTest, RepliesBeforeTheEndArrive) {
   auto peer = connect();
-  const auto reply = *encodeFrame({.id = 7, .dictionary = {}});
-  peer.sendBytes({reply.begin(), reply.begin() + 5});
-  EXPECT_TRUE(isWoken());
-  EXPECT_FALSE(channel.next());
-  peer.sendBytes({reply.begin() + 5, reply.end()});
-  peer.sendBytes(reply);
-  peer.sendBytes({reply.begin(), reply.end() - 1});
+  peer.send({.id = 1, .dictionary = {}});
+  peer.send({.id = 2, .dictionary = {}});
+  peer.sendBytes({0, 0, 0});  // the beginning of a third
   peer.stopReading();
-  EXPECT_TRUE(channel.send(1, {}));
-  EXPECT_EQ(next(), "7");
-  EXPECT_EQ(next(), "7");
+  EXPECT_TRUE(channel.send(3, {}));
+  EXPECT_EQ(next(), "1");
+  EXPECT_EQ(next(), "2");
   EXPECT_EQ(next(), "the helper has closed the connection");
   connect().sendBytes({0, 0, 0, 1, 0xFF});
   EXPECT_EQ(next(), "the helper's answers are malformed");

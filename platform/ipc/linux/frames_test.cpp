@@ -78,7 +78,6 @@ TEST(IPCFrames, RefusesEverythingButAnIDAndADictionary) {
            bytes({}),
            bytes({0xA0}),
            bytes({0x81, 0}),
-           bytes({0x83, 0, 0xA0, 0}),
            bytes({0x83, 0, 0xA0}),
            bytes({0xA2, 0, 0xA0}),
            bytes({0x82, 0, 0xA1, 0xFF}),
