@@ -153,7 +153,7 @@ TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
   EXPECT_TRUE(std::all_of(ends.begin(), ends.end(), [](const auto& count) { return count == 1; }));
   EXPECT_GT(right, 0);
   EXPECT_EQ(wrong, 0);
-  EXPECT_EQ(openDescriptors(), descriptors);
+  EXPECT_LE(openDescriptors(), descriptors);
   // The kernel still lists a joined thread for a moment.
   while (threadCount() > threadsBefore) std::this_thread::yield();
 }

@@ -73,8 +73,10 @@ class ClockTimers {
     arm();
   }
 
-  /// The descriptor may stay armed for this timer: one needless wake-up later costs less than a system call now.
-  void remove(const std::shared_ptr<State>& timer) { waiting_.erase(timer); }
+  void remove(const std::shared_ptr<State>& timer) {
+    waiting_.erase(timer);
+    arm();
+  }
 
   /// Removes and returns the first timer that is due; null if none is.
   std::shared_ptr<State> takeDue() {
