@@ -3,12 +3,13 @@
 //
 //   start COUNT    time from fork and exec to the first reply (µs), and the helper's memory then (KiB)
 //   version COUNT  round trip of "version" (µs)
-//   connections PROCESSES  look-ups of new connections (connections.cpp)
-//   beside COUNT   round trips of "version" of one client (µs) during the look-ups of another (connections.cpp)
-//   throughput COUNT  look-ups per second of each socket on standard input (protocol, address, owner), COUNT each time:
-//                     by 1 and 8 threads that wait for each answer, and with 64 pending
-//   proxies COUNT  COUNT times "set-proxy" (µs) for each line on standard input, a name and service IDs:
-//                  "together/NAME" in one command and, if COUNT is 2 or more, "singly/NAME" in a command per service
+//   connections PROCESSES  look-ups of new connections (connections.h)
+//   beside COUNT   round trips of "version" of one client (µs) during the look-ups of another (connections.h)
+//   throughput COUNT  standard input lists sockets (protocol, address, owner). Looks each up COUNT times and prints the
+//                     look-ups per second: by 1 and 8 threads that wait for each answer, and with 64 pending
+//   proxies COUNT  each line of standard input is a name and service IDs. Sets their proxies COUNT times and prints the
+//                  time (µs): "together/NAME" in one command; if COUNT is 2 or more, also "singly/NAME", in one
+//                  command for each service
 #include <brimo/HelperClient.h>
 #include <fmt/format.h>
 
@@ -46,7 +47,7 @@ std::vector<Case> readCases() {
   return cases;
 }
 
-/// Sends a request and returns its answer.
+/// Throws if the request fails.
 template <class Value>
 Value ask(brimo::HelperClient& client, const brimo::Request<Value>& request) {
   auto result = client.call(request);
@@ -74,8 +75,8 @@ void measureStart(int count) {
   for (const auto& [name, list] : values) print(name, bench::median(list));
 }
 
-/// Look-ups per second while the threads together keep `underWay` look-ups pending. If that is one per thread, each
-/// thread waits for its answer.
+/// Look-ups per second while the threads together keep `underWay` look-ups pending. If `underWay` equals `threadCount`,
+/// each thread waits for every answer.
 double lookupsPerSecond(const Case& next, int threadCount, int underWay, int count) {
   bench::Helper helper(helperExecutable);
   brimo::HelperClient client;

@@ -1,7 +1,7 @@
 """Compares the helper with other programs and prints each table as soon as it is measured.
 
 Runs as the first process of its own mount, network and PID namespaces (see scripts/bench), so everything that it starts ends
-with it. Argument: the build folder. The exit status is 1 if something could not be run; the numbers do not matter.
+with it. Argument: the build folder. The exit status is 1 if something could not be run, but 0 if only a goal is missed.
 """
 
 import json
@@ -68,7 +68,7 @@ def round_trips(processors):
     os.sched_setaffinity(0, processors)
     bus = start_bus(f"{PLACE}/bus{len(processors)}")
     rounds = []
-    for _ in range(7):  # alternates, so that load on the machine affects all of them
+    for _ in range(7):  # alternates between the programs, so that load on the machine affects all of them
         rounds.append(client("version", "2000") | medians("./bench_transports", "seqpacket", "2000")
                       | medians("./bench_transports", "dbus", "2000", bus))
     os.sched_setaffinity(0, everywhere)
@@ -87,7 +87,7 @@ def log_on_disk(folder, processors):
 
 
 def queues():
-    """Processor time by operation, array size and queue. Other programs affect it less than elapsed time."""
+    """Processor time by operation, array size and queue. Load on the machine changes it less than it changes elapsed time."""
     output = run("./fifo_queue_bench", "--benchmark_format=json", "--benchmark_min_time=0.1", "--benchmark_repetitions=5",
                  "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true")
     results = {}

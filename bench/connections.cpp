@@ -107,7 +107,7 @@ class Proxy {
     return made;
   }
 
-  /// Waits for the next connection and returns the client's address. Keeps the latest of them open.
+  /// Waits for the next connection and returns the client's address. The latest 400 connections stay open.
   sockaddr_in accepted() {
     sockaddr_in peer{};
     socklen_t length = sizeof peer;

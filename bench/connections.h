@@ -18,11 +18,11 @@ namespace bench {
 /// - "helper": the processor time of a look-up minus that of a request that is refused at once;
 /// - "wall" and "wall99": median and 99th percentile of the elapsed time;
 /// - "floor": the processor time of one exact request to the kernel and two readlink(2);
-/// - "ss", "ss-wall", "lsof", "lsof-wall": the times of these programs.
+/// - "ss" and "lsof": the processor times of these programs; "ss-wall" and "lsof-wall": their elapsed times.
 void measureConnections(const char* helper, int processes);
 
 /// Measures the given number of round trips of "version" while another client looks up connections without pause among
-/// 20 processes with 15,000 descriptors. Prints lines with a name and a number: "median", "p99" and "worst" in
+/// 20 processes with 15,000 descriptors each. Prints lines with a name and a number: "median", "p99" and "worst" in
 /// microseconds, and "lookups", the number of look-ups meanwhile.
 void measureBeside(const char* helper, int count);
 

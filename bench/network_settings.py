@@ -35,7 +35,7 @@ def synchronisations(helper, client, lines):
 
 
 def measure(helper, client):
-    """The times of bench_client and the synchronisations, by "without" and "with"."""
+    """The times that bench_client prints, and the synchronisations: without NetworkManager and with it."""
     test = unittest.TestCase()  # no clean-up: everything ends with the namespaces
     results = {}
     identifiers = [f"service{number}" for number in range(max(COUNTS))]
@@ -53,8 +53,8 @@ def measure(helper, client):
 def print_table(results, goal):
     print(f"""
 set-proxy through the endpoint, medians of {ROUNDS} in ms; store and log are in memory, NetworkManager's connections are idle
-("Singly" sends one command for each service. "fsync" counts the calls of one command: for the store, when its services
-are new and later, and for the log, which synchronises every line.)""")
+("Singly" sends one command for each service. "fsync" counts the calls of one command. "First" and "later" are those for the
+store, while its services are new and after that; "log" are those for the log, which synchronises every line.)""")
     print(f"{'':34}{'together':>10}{'singly':>10}{'fsync: first':>14}{'later':>8}{'log':>6}")
     stores = set()
     for where, (times, counts) in results.items():

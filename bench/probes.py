@@ -79,8 +79,8 @@ def print_table(measured):
 the first offer of dnsmasq ({ROUNDS["dhcp"]} rounds) and the advertisement of radvd ({ROUNDS["ra"]} rounds), medians in ms
 (Each probe is the first of its process, is timed from its call, and logs to memory. "Seen" is when the probe logs an
 offer or returns an advertisement. nmap and rdisc6 are timed from the start of their processes. The DHCP probe collects
-offers for two seconds; so does nmap, whose default is ten. nmap does not show when it sees an offer. rdisc6 ends with
-the first advertisement, which counts as seen then. "Request" and "answer" are the first packets on the wire; the server
+offers for two seconds; so does nmap, whose default is ten. nmap does not show when it sees an offer. rdisc6 ends when it
+has received an advertisement, so its end counts as "seen". "Request" and "answer" are the first packets on the wire; the server
 needs the time between them.)""")
     columns = {("call", "request"): "to request", ("request", "answer"): "to answer", ("answer", "seen"): "to seen",
                ("call", "seen"): "call to seen", ("call", "end"): "call to end"}

@@ -1,7 +1,8 @@
 """Runs an hour's worth of commands in two minutes: four clients connect, misbehave and die at random. Nothing may be left.
 
-scripts/bench soak runs it with the system tests' modules and in their namespaces. It always prints what it did and exits with 1
-after a failure. The environment variable SOAK_SEED repeats a run's choices; SOAK_SECONDS sets its length."""
+scripts/bench soak runs this file with the system tests' modules and in their namespaces. A run that gets to its end prints what
+it did. The exit status is 1 after a failure. The environment variable SOAK_SEED repeats the choices of an earlier run;
+SOAK_SECONDS sets the length."""
 
 import collections
 import faulthandler
@@ -24,7 +25,7 @@ from network_manager import NetworkManager
 from system_bus import SystemBus
 
 SECONDS = int(os.environ.get("SOAK_SECONDS", 120))
-WARM_UP = 15  # seconds; memory and descriptors must return to their values at this time
+WARM_UP = 15  # seconds; at the end, memory and descriptors are compared with their values at this time
 CLIENTS = 4
 ALLOWED_GROWTH = 2_000  # kilobytes
 FILES = Path("/opt/soak")

@@ -1,5 +1,5 @@
 // Baselines for the round trip of "version": the same messages between two processes, over a SOCK_SEQPACKET pair and
-// through a dbus-daemon. The other side sends a fixed answer without parsing or logging. Prints the median in
+// through a dbus-daemon. The other side sends a fixed answer; it parses no JSON and logs nothing. Prints the median in
 // microseconds.
 #include <fmt/format.h>
 #include <signal.h>

@@ -11,7 +11,7 @@ namespace brimo {
 
 enum ExitCode { exitSuccess = 0, exitRefused = 1, exitUsage = 2, exitUnreachable = 3, exitNotFound = 4 };
 
-/// The answer of a command: an object for --json and text for people.
+/// The answer to a command: an object for --json and text for people.
 struct Answer {
   boost::json::object object;
   std::string text;

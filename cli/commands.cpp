@@ -147,7 +147,7 @@ Answer runStartDHCPServer(const CommandContext& context, const Arguments& argume
           .lastsWhileConnected = true};
 }
 
-/// Prints the reply unchanged, even if it is an error.
+/// Returns the reply unchanged, or an object with only the text of its error.
 Answer sendJSON(const CommandContext& context, const Arguments& arguments) {
   auto result = context.helper().call(jsonCommand(arguments[0]));
   if (!result && result.error().code == ErrorCode::rejected) {
@@ -161,7 +161,7 @@ Answer sendJSON(const CommandContext& context, const Arguments& arguments) {
   return {.object = std::move(reply->get_object()), .text = std::move(text)};
 }
 
-/// Runs a request that has no answer but success or failure.
+/// Makes a command from a request that only succeeds or fails.
 Run simple(Request<Done> (*request)()) {
   return [request](const CommandContext& context, const Arguments&) {
     ask(context.helper(), request());
@@ -187,8 +187,8 @@ const std::map<std::string, Command>& commands() {
         0, 0, [](const CommandContext& context, const Arguments&) { return examine(context); }}},
       {"process-lookup",
        {"tcp|udp ADDRESS:PORT [REMOTE:PORT]",
-        "Shows the owner of a local socket: 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, localhost:80. With REMOTE, it\n"
-        "prefers the socket that is connected to it.",
+        "Shows the owner of a local socket: 127.0.0.1:80, [::1]:80, [fe80::1%eth0]:80, localhost:80. With REMOTE, the\n"
+        "socket that is connected to REMOTE is preferred.",
         2, 3, runProcessLookup}},
       {"dhcp-discover",
        {"INTERFACE", "Lists the DHCP servers that answer on an interface, after two seconds.", 1, 1, runDHCPDiscover}},
@@ -216,7 +216,7 @@ const std::map<std::string, Command>& commands() {
        {"SERVICE ADDRESS MASK ROUTER [--force]", "Gives a service a manual IPv4 configuration, which stays.", 4, 5,
         runSetStaticIP}},
       {"start-watchdog",
-       {"", "Makes the helper relaunch this program after any client disconnects. Not as the only command.", 0, 0,
+       {"", "Makes the helper relaunch this program after any client disconnects. Cannot be the only command.", 0, 0,
         runStartWatchdog}},
       {"stop-watchdog", {"", "Cancels start-watchdog.", 0, 0, simple(brimo::stopWatchdog)}},
       {"defunct-restart", {"", "Kills this program and launches it again.", 0, 0, simple(brimo::defunctRestart)}},

@@ -14,7 +14,7 @@ using Arguments = std::vector<std::string>;
 
 /// The environment of a command.
 struct CommandContext {
-  std::function<HelperClient&()> helper;  ///< connects on its first call
+  std::function<HelperClient&()> helper;  ///< makes the client on its first call
   bool isOnlyCommand;                     ///< the connection ends with the command
 };
 
@@ -25,7 +25,6 @@ struct Command {
   std::function<Answer(const CommandContext&, const Arguments&)> run;
 };
 
-/// All commands by name.
 const std::map<std::string, Command>& commands();
 
 /// Runs a command. Throws CommandFailure and other exceptions derived from std::runtime_error or std::invalid_argument.
@@ -34,7 +33,7 @@ Answer runCommand(const std::string& name, const CommandContext& context, const 
 /// The usage and the description of a command. Throws UsageError when there is no such command.
 std::string commandHelp(const std::string& name);
 
-/// The usage of the program.
+/// All commands with their descriptions, the rules for connections, and the exit status.
 std::string programHelp();
 
 }  // namespace brimo

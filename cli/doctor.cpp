@@ -128,7 +128,7 @@ void addStore(std::vector<Finding>& findings, const std::set<std::string>& inUse
   }
 }
 
-/// Reports the proxies of each place, and marks those that a helper left behind because it could not clean up.
+/// Reports the proxies of each place, with a remedy for those that no client has set since the helper started afresh.
 void addProxies(std::vector<Finding>& findings, const std::set<std::string>& inUse) {
   for (const auto& [name, service, setting, readers] : platform::proxyPlaces(HelperServiceName)) {
     if (!service.empty() && setting == "none") continue;
@@ -140,7 +140,7 @@ void addProxies(std::vector<Finding>& findings, const std::set<std::string>& inU
 }  // namespace
 
 Answer examine(const CommandContext& context) {
-  // All this is examined before connecting: that may start a helper, which withdraws the desktop proxies that a
+  // All this is examined first, because connecting may start a helper, which withdraws the desktop proxies that a
   // killed one left.
   std::vector<Finding> findings{service()};
   if (*endpoint != '\0') findings.push_back(socket());

@@ -5,8 +5,9 @@
 
 namespace brimo {
 
-/// Returns one line per check, followed by a remedy if the check failed. The exit code is exitRefused if any check
-/// failed. Like every command, it opens a connection, whose end makes the helper clean up.
+/// Returns the findings, one per line, each followed by a remedy if something is wrong. The exit code is exitRefused if
+/// any has a remedy. Like every command that asks the helper, it opens a connection, whose end makes the helper clean
+/// up.
 Answer examine(const CommandContext& context);
 
 }  // namespace brimo

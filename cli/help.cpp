@@ -15,6 +15,7 @@ quoted, # begins a comment, and "json" takes the rest of its line unchanged. "he
 
 When ANY client disconnects, the helper undoes what was set "temporary", stops the DHCP server and, with the watchdog on,
 launches the program that was admitted last. Each run of Brimo is such a client, so its end disturbs a running application.
+Only "services", "proxies", "help" and "--version" do not connect.
 
 The helper passes -crashWatchDog to a watched program that it launches again, and -crashDefunctRestart to a program that
 asked for its restart. Brimo then says so and reads commands from standard input.

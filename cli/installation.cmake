@@ -1,4 +1,4 @@
-# The paths to which packaging/ installs the helper.
+# The paths to which packaging/ installs the helper, and commands for administrators.
 if(APPLE)
   set(BRH_INSTALLED_HELPER /Library/PrivilegedHelperTools/${BRH_SERVICE_NAME})
   set(BRH_SERVICE_DEFINITION /Library/LaunchDaemons/${BRH_SERVICE_NAME}.plist)

@@ -12,7 +12,6 @@ namespace brimo {
 /// first word.
 class LineReader {
  public:
-  /// `firstWords` are the words that Tab completes.
   explicit LineReader(std::vector<std::string> firstWords);
   ~LineReader();
 

@@ -1,5 +1,5 @@
-# An application bundle with stand-ins for the two frameworks: the helper checks their signatures only. The helper
-# admits the bundle if BRH_SIGNING_IDENTITY is a Developer ID of the team.
+# An application bundle with stand-ins for the two frameworks, of which the helper checks only the signatures. The
+# helper admits the bundle if BRH_SIGNING_IDENTITY is a Developer ID of the team.
 set_target_properties(Brimo PROPERTIES MACOSX_BUNDLE TRUE MACOSX_BUNDLE_BUNDLE_NAME Brimo
   MACOSX_BUNDLE_GUI_IDENTIFIER ${BRH_CLIENT_BUNDLE_IDENTIFIER} MACOSX_BUNDLE_BUNDLE_VERSION ${BRH_BUILD_NUMBER})
 foreach(framework Bugsnag Sparkle)

@@ -22,7 +22,7 @@ namespace json = boost::json;
 
 constexpr std::string_view blanks = " \t";
 
-/// Runs commands over one connection, which the first command that needs it opens.
+/// Runs commands over one connection. The first command that needs the connection opens it.
 class CommandLine {
  public:
   explicit CommandLine(bool printsJSON) : printsJSON_(printsJSON) {}

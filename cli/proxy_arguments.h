@@ -14,8 +14,8 @@ struct ProxyArguments {
 };
 
 /// Parses "off" alone, or any of these words in any order: "http=HOST:PORT", "https=HOST:PORT", "socks=HOST:PORT",
-/// "pac=URL", "except=HOST,HOST", "except-simple" and "temporary". IPv6 hosts need brackets. Throws
-/// std::invalid_argument with a sentence for people.
+/// "pac=URL", "except=HOST,HOST", "except-simple" and "temporary". IPv6 hosts need brackets. If a word is invalid or
+/// given twice, throws std::invalid_argument with a sentence for people.
 ProxyArguments parseProxyArguments(const std::vector<std::string>& words);
 
 }  // namespace brimo

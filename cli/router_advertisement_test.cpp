@@ -1,4 +1,4 @@
-// Tests an advertisement with all options, and truncated ones.
+// Tests an advertisement with all options, and malformed and truncated advertisements.
 #include "client/router_advertisement.h"
 
 #include <gmock/gmock.h>

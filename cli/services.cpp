@@ -59,8 +59,8 @@ std::string findService(const std::string& text, bool isForced) {
   }
   throw CommandFailure(
       exitNotFound,
-      fmt::format("no service of this machine is called {}; \"services\" lists them, and with --force it is taken as "
-                  "an ID, for which the settings are only stored",
+      fmt::format("no service of this machine is called {}; \"services\" lists them. With --force, the settings are "
+                  "stored under this text as an ID, but not applied",
                   text));
 }
 

@@ -7,7 +7,7 @@
 
 namespace brimo {
 
-/// Lists the network services of this machine.
+/// All network services, one line each; exitNotFound if there are none. Throws platform::Failure.
 Answer listServices();
 
 /// Shows which proxies are set, where, and which programs use them.
@@ -20,9 +20,9 @@ Answer listProxies();
 /// - the interface on which the service is active;
 /// - the service's name.
 ///
-/// Throws UsageError when several services match and CommandFailure (exitNotFound) when none does. Returns the text
-/// itself if `isForced` is true. If the system does not say which services it has, throws its Failure for "primary" and
-/// returns any other text itself.
+/// Throws UsageError when several services match, and CommandFailure (exitNotFound) when none does. If `isForced` is
+/// true, returns the text itself. If the system does not say which services it has, throws the system's Failure for
+/// "primary"; for any other text, returns the text itself.
 std::string findService(const std::string& text, bool isForced);
 
 }  // namespace brimo

@@ -98,8 +98,8 @@ TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
   const auto descriptors = openDescriptors(), threadsBefore = threadCount();
   std::array<std::atomic<int>, askers * requestCount> ends{};
   std::atomic<int> right = 0, wrong = 0;
-  // This helper also does not answer, answers twice, answers a request that was never sent, and closes the connection,
-  // even before its first answer.
+  // This helper sometimes misbehaves: it answers a request twice or not at all, or answers one that was never sent. It
+  // also closes connections, some before their first answer.
   std::atomic<bool> isDone = false;
   std::thread helper([&] {
     for (int connection = 1, request = 0;; ++connection) {

@@ -158,7 +158,8 @@ void Session::finishOverdue() {
   }
 }
 
-/// Ends all requests with the error. Returns whether the helper ended because one of them asked it to.
+/// Ends all requests with the error. Only those that asked the helper to end succeed, if it has ended. Returns whether
+/// there was one of these.
 bool Session::finishAll(const Error& error, bool helperHasEnded) {
   bool wasAskedFor = false;
   for (auto all = std::exchange(pending_, {}); auto& [id, request] : all) {
@@ -192,7 +193,8 @@ void Session::runConnection() {
       }
     }
     finishOverdue();
-    // An obsolete deadline stays until it passes: one needless wake-up costs less than a wake-up for each request.
+    // If no deadline is left, the last one stays until it passes. Without it, add() would have to wake this thread for
+    // each request; one needless wake-up costs less.
     if (auto next = nextDeadline()) {
       waitsUntil_ = next;
     } else if (waitsUntil_ && *waitsUntil_ <= Clock::now()) {
@@ -242,7 +244,8 @@ void Session::handleEnd(const Channel::End& end) {
   isOpen_ = false;
   Error error{ErrorCode::lost, end.reason};
   if (!isAdmitted_ && !end.wasReached) error.code = ErrorCode::notInstalled;
-  // The helper checks the rest of the bundle when it receives the first request, so it may still refuse then.
+  // The helper checks the application's files only when it receives the first request, so it may still refuse after it
+  // has accepted the connection.
   if (!isAdmitted_ && end.wasReached) {
     error = {ErrorCode::refused,
              "the helper does not admit this program; the system log says why (" + end.reason + ")"};

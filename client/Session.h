@@ -17,8 +17,8 @@
 
 namespace brimo {
 
-/// One thread owns the connection and keeps the time limits. A second thread, or the user's own, runs the handlers, so
-/// that a slow handler does not delay anybody who waits. All functions may be called on any thread.
+/// One thread owns the connection and enforces the time limits. Handlers run on a second thread or, in deliver(), on
+/// one of the user's, so that a slow handler delays no reply to wait(). All functions may be called on any thread.
 class Session {
  public:
   using ID = HelperClient::ID;

@@ -46,7 +46,8 @@ Result<ipc::Dictionary> readDictionary(const Reply& reply) {
   return dictionary;
 }
 
-/// The object in the reply to a JSON command. Fails in the same way.
+/// The object in the reply to a JSON command. Fails when readDictionary() fails, when the reply contains no JSON
+/// object, or when the object contains an error.
 Result<json::object> readObject(const Reply& reply) {
   auto dictionary = readDictionary(reply);
   if (!dictionary) return dictionary.error();
@@ -123,7 +124,8 @@ Result<std::optional<RouterAdvertisement>> readRouter(const Reply& reply) {
   return advertisement;
 }
 
-/// The connection ends in answer to "stop", and this process ends in answer to "defunct-restart".
+/// Reads the reply to "stop" or "defunct-restart", which the helper answers only on failure. After "stop" the
+/// connection ends, which Session reports as an empty dictionary; "defunct-restart" ends this process.
 Result<Done> readEnd(const Reply& reply) {
   if (const auto* error = std::get_if<Error>(&reply)) return *error;
   if (std::get<ipc::Dictionary>(reply).size() == 0) return Done();

@@ -40,8 +40,9 @@ std::string addressText(Bytes bytes, std::size_t offset) {
   return text.data();
 }
 
-/// Decodes domain names up to the padding (RFC 1035, section 3.1, never compressed). Skips every name with a character
-/// other than letters, digits, "-" and "_": names come from the network and are printed on a terminal.
+/// Decodes domain names (RFC 1035, section 3.1, never compressed). Zeros between or after them are padding. Skips every
+/// name with a character other than letters, digits, "-" and "_": names come from the network and are printed on a
+/// terminal.
 std::vector<std::string> domainNames(Bytes bytes) {
   std::vector<std::string> names;
   std::string name;
@@ -66,7 +67,8 @@ std::vector<std::string> domainNames(Bytes bytes) {
   return names;
 }
 
-/// Adds an option's content to the result. Returns false when the option is too short for its type.
+/// Adds an option's content to the result. Returns false when the option is too short for its type or has an invalid
+/// prefix length.
 bool addOption(RouterAdvertisement& result, Bytes option) {
   switch (option[0]) {
     case sourceLinkLayerAddress:
@@ -116,7 +118,7 @@ std::optional<RouterAdvertisement> decodeRouterAdvertisement(Bytes message, Byte
   result.lifetime = read16(message, 6);
   for (auto options = message.subspan(messageHeader); !options.empty();) {
     if (options.size() < 8) return std::nullopt;
-    const std::size_t length = options[1] * std::size_t{8};  // never zero (RFC 4861, section 4.6)
+    const std::size_t length = options[1] * std::size_t{8};  // zero is invalid (RFC 4861, section 4.6)
     if (length == 0 || length > options.size() || !addOption(result, options.first(length))) return std::nullopt;
     options = options.subspan(length);
   }

@@ -9,8 +9,8 @@
 /// The largest unit is TB.
 std::string stringFromByteCount(std::uint64_t byteCount);
 
-/// The same with KB as the smallest unit, also for counts below 1000. The number of MB, GB and TB comes from
-/// stringWithDouble().
+/// The same with KB as the smallest unit, also for counts below 1000. stringWithDouble() writes the numbers before MB,
+/// GB and TB.
 std::string stringFromByteCount(std::uint64_t byteCount, std::size_t maxNumberCharacterCount);
 
 /// The number with two decimals; with one or none if it would otherwise take more than `maxCharacter` characters.

@@ -19,7 +19,8 @@ class HXData {
       : HXData(std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes))) {}
   explicit HXData(std::string_view text) : HXData(std::vector<std::uint8_t>(text.begin(), text.end())) {}
 
-  /// Refers to bytes without copying them. They must stay valid and unchanged as long as `owner` lives.
+  /// Refers to bytes without copying them, and keeps `owner`, which may be null, alive. The bytes must stay valid and
+  /// unchanged as long as this object lives.
   HXData(std::span<const std::uint8_t> bytes, std::shared_ptr<const void> owner)
       : owner_(std::move(owner)), bytes_(bytes) {}
 

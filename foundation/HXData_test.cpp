@@ -20,7 +20,7 @@ TEST(Hexadecimal, WritesTwoLowerCaseDigitsAByte) {
 
 TEST(Hexadecimal, ReadsPairsAndSkipsTheRest) {
   EXPECT_THAT(dataWithHEXString("AF:1b:zz:3"), ElementsAre(0xAF, 0x1B));
-  // The character after a lone digit is dropped with it, even if it could begin a pair.
+  // A digit without a second digit is dropped, together with the character after it.
   EXPECT_THAT(dataWithHEXString("a:b1c2"), ElementsAre(0xB1, 0xC2));
   EXPECT_THAT(dataWithHEXString("1g2\xFF\0ab\0c"sv), ElementsAre(0xAB));
   for (auto text : {""sv, "ab"sv.substr(0, 1), "z"sv, "zz"sv, " "sv, "a "sv, "--f"sv})

@@ -15,12 +15,13 @@ struct Equation {
 };
 
 /// Splits a line at the first "=" that is not quoted; absent if there is no such "=" or if nothing follows it.
-/// - Double quotes protect an "=" anywhere in the key: `a "=" b = c` has the key `a "=" b`.
-/// - Apostrophes protect it only if the key begins with one: `'a=b' = c` has the key `a=b`, but `a '=' b` splits at
-///   once.
-/// - White space around a side is removed, then a pair of quotes of either kind that encloses the whole side.
+/// - Double quotes protect an "=" anywhere in the key: `a "=" b = c` has the key `a "=" b`. A quote that follows a
+///   closing quote, directly or after white space, does not open a quotation.
+/// - Apostrophes protect an "=" only if the key begins with one: `'a=b' = c` has the key `a=b`, but `a '=' b` is split
+///   between the apostrophes.
+/// - White space around a side is removed; then its first and last character, if both are the same kind of quote.
 /// - In a side that was enclosed in double quotes, `\"` stands for `"` and `\\` for `\`; other backslashes stay.
-/// - A character with combining marks is never an "=" or a quote.
+/// - In the search for the "=", a character with combining marks is neither an "=" nor a quote.
 std::optional<Equation> splitEquationLine(std::string_view line);
 
 }  // namespace hx

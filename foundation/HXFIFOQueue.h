@@ -20,18 +20,20 @@
 
 /// Holds references to objects in insertion order. Logical index 0 is the oldest.
 ///
-/// Any thread may use it. Every operation except maxQueueSize() and setMaxQueueSize() holds the queue's lock
-/// throughout, so neither a function passed to the queue nor the destructor of an object it drops may call the same
-/// queue. Given an empty function, an operation does nothing and returns null or an empty array.
+/// Any thread may use it. Every operation except maxQueueSize(), setMaxQueueSize() and iterating holds the queue's lock
+/// throughout. So a function passed to the queue must not call the same queue, and neither must the destructor of an
+/// object that the queue drops. Given an empty function, an operation does nothing and returns null or an empty array.
 ///
-/// Adding takes amortised constant time; reading an index and removing the oldest object take constant time. Other
-/// removals take time proportional to the number of later objects. Memory is freed only when the queue is destroyed.
+/// Adding an object takes amortised constant time; reading the object at an index and removing the oldest one take
+/// constant time. Removing another one takes time proportional to the number of later objects, in addition to finding
+/// it. The queue keeps its own memory, though not the removed objects, until it is destroyed.
 template <class Element>
 class HXFIFOQueue {
  public:
   using Object = std::shared_ptr<Element>;
 
-  /// The position of a fast enumeration; a default-constructed one starts at the oldest object.
+  /// The position of an enumeration by countByEnumeratingWithState(); a default-constructed one starts at the oldest
+  /// object.
   struct EnumerationState {
     std::uint64_t state = 0;     ///< 0 before the first call
     Object* items = nullptr;     ///< the objects that the last call delivered
@@ -142,8 +144,8 @@ class HXFIFOQueue {
     return nullptr;
   }
 
-  /// Calls the function with each object, the oldest first, until it sets the flag; then removes every object for which
-  /// it returned true, including in the call that set the flag.
+  /// Calls the function with each object, the oldest first, until the function sets the flag. Then removes every object
+  /// for which the function returned true, also in the call that set the flag.
   void enumerateObjectsToDeleteUsingBlock(
       const std::function<bool(const Object& object, std::uint64_t index, bool& stop)>& block) {
     if (!block) return;
@@ -191,15 +193,15 @@ class HXFIFOQueue {
     return delivered;
   }
 
-  /// Iterates from the oldest to the newest object without holding the lock. Throws HXEnumerationMutation when it
-  /// fetches more objects and the queue has changed since begin().
+  /// Iterates from the oldest to the newest object. The iterator fetches 16 objects at a time and holds the lock only
+  /// meanwhile. Incrementing throws HXEnumerationMutation if it fetches and the queue has changed since begin().
   Iterator begin() const { return Iterator(*this); }
   std::default_sentinel_t end() const { return {}; }
 
  private:
-  /// Slots in a block. Blocks are small enough that malloc() reuses their memory, and growing moves no block; so
-  /// filling a new queue is as fast as filling a used one. One large buffer would mean fresh pages from the kernel each
-  /// time.
+  /// Slots in a block. Blocks are small enough that malloc() makes them from memory freed before, and growing copies no
+  /// block. So filling a new queue is as fast as filling a used one. For one large buffer, malloc() would take fresh
+  /// pages from the kernel each time.
   static constexpr std::uint64_t blockSize = 1024;
   static_assert(std::has_single_bit(blockSize), "the capacity is a power of two");
 
@@ -226,8 +228,8 @@ class HXFIFOQueue {
     _mutationCounter.store(_mutationCounter.load(std::memory_order_relaxed) + mutations, std::memory_order_release);
   }
 
-  /// Doubles a full ring. The head's block becomes the first. The objects in that block before the head, which are the
-  /// newest, move behind the last block.
+  /// Doubles a full ring. The head's block becomes the first. The newest objects, which lie in that block before the
+  /// head, move behind the last old block.
   void _growCapacity() {
     const auto blocks = static_cast<std::ptrdiff_t>(_capacity / blockSize);
     while (_buffer.size() < 2 * _capacity / blockSize) _buffer.push_back(makeBlock());

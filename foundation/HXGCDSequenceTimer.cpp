@@ -55,6 +55,6 @@ void HXGCDSequenceTimer::armNext() {
 void HXGCDSequenceTimer::fire(double interval, bool isLast) {
   if (_handler) _handler(interval, isLast);
   std::lock_guard guard(lock_);
-  // No source: the handler has invalidated the timer.
+  // If the handler has invalidated the timer, _timer is empty.
   if (_timer) armNext();
 }

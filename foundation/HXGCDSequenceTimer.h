@@ -14,7 +14,7 @@
 class HXGCDSequenceTimer : public std::enable_shared_from_this<HXGCDSequenceTimer> {
  public:
   using Queue = platform::dispatch::Queue;
-  /// Receives the delay, in seconds, that has passed, and whether it is the last of the list.
+  /// Receives the delay that has passed, in seconds, and whether it is the last of the list.
   using Handler = std::function<void(double interval, bool isLast)>;
 
   /// Makes a timer and arms it with the first delay. With `repeatLastTimer` the last delay is repeated for ever; the
@@ -26,10 +26,11 @@ class HXGCDSequenceTimer : public std::enable_shared_from_this<HXGCDSequenceTime
                                                                           bool usingWalltime, Handler handler);
 
   /// Cancels the current delay and arms the next one. After the last delay, ends the timer or, with `repeatLastTimer`,
-  /// arms the last delay again.
+  /// arms the last delay again. The end of a handler call does the same, so a call in the handler skips one delay.
   void next();
 
-  /// Stops the timer. A handler call already running on another thread continues. May be called more than once.
+  /// Stops the timer until next() is called. A handler call already running on another thread continues. May be called
+  /// more than once.
   void invalidate();
 
   /// The delays, in seconds.

@@ -11,7 +11,7 @@ namespace dispatch = platform::dispatch;
 
 namespace {
 
-// The registries are never destroyed, because timers may fire while the process ends.
+// HeldTimers and PendingTimers are never destroyed, because timers may fire while the process ends.
 
 /// The timers kept by holdReference().
 struct HeldTimers {
@@ -93,7 +93,7 @@ void HXGCDTimer::debounceWithDelay(double delay, const Queue& queue, const std::
       {
         std::lock_guard guard(pending.lock);
         auto found = pending.timers.find(identifier);
-        // On a concurrent queue, a later call may have replaced this one.
+        // A later call may have replaced this one meanwhile on another thread.
         if (found == pending.timers.end() || found->second.call != call) return;
         fired = std::move(found->second.timer);
         pending.timers.erase(found);

@@ -34,7 +34,8 @@ class HXGCDTimer : public std::enable_shared_from_this<HXGCDTimer> {
                                                                          bool usingWalltime, Handler handler);
 
   /// Runs an action on a queue `delay` seconds from now unless called again with the same identifier before then, so
-  /// that only the last action of a burst runs. Calls take effect in the order in which the queue runs them.
+  /// that only the last action of a burst runs. A call is itself queued: the delay begins, and an earlier action is
+  /// replaced, when the queue runs the call.
   static void debounceWithDelay(double delay, const Queue& queue, const std::string& identifier, Handler action);
 
   ~HXGCDTimer();

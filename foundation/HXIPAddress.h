@@ -12,7 +12,6 @@
 
 bool isIPv4Address(std::string_view text);
 bool isIPv6Address(std::string_view text);
-/// Whether the text is an IPv4 or IPv6 address.
 bool isIPAddress(std::string_view text);
 
 /// Whether the text is an address in ::ffff:0:0/96.

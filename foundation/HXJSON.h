@@ -26,5 +26,5 @@ std::optional<boost::json::value> HX_JSONObjectWithMutableContainers(std::string
 /// The compact UTF-8 text of an object or array. Absent, with a line in the log, if the value is neither, or contains a
 /// number that is not finite or a text that is not UTF-8.
 std::optional<std::string> HX_JSONData(const boost::json::value& value);
-/// The same.
+/// Another name for HX_JSONData().
 std::optional<std::string> HX_JSONString(const boost::json::value& value);

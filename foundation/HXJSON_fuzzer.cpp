@@ -1,5 +1,5 @@
-// JSON from a hostile client: accepted text survives a round trip, and nothing is accepted that the ordinary parser
-// rejects.
+// JSON from a hostile client: exactly those objects and arrays are accepted that Boost's own parser accepts, and they
+// survive a round trip.
 #include <boost/json.hpp>
 #include <cstdlib>
 

@@ -58,8 +58,8 @@ std::string symbolText() {
   return fmt::format("(\n    {}\n)", fmt::join(platform::callStackSymbols(), "\n    "));
 }
 
-// Runs on the stack of the throw, so the frames are still there: the stack is not unwound if no handler is found,
-// unless a noexcept function lies in between.
+// Runs on the stack of the throw. If no handler is found, the stack is not unwound, so the frames are still there,
+// except those that a noexcept function has cut off.
 void HXUncaughtExceptionHandler() {
   HXLog("HXLogger", "Uncaught Exception, description:{}, call stack:{}",
         HX_exceptionDescription(std::current_exception()), symbolText());
@@ -92,7 +92,7 @@ void HX_setLogAction(std::function<void(std::int8_t, const std::string&, const s
 }
 
 void HXSetLogFilePath(const std::string& path) {
-  // Opened before the lock is taken, because opening a FIFO waits for a reader and other threads must be able to log
+  // Opened before the lock is taken: opening a FIFO waits for a reader, and other threads must be able to log
   // meanwhile.
   platform::FileDescriptor file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
   auto& state = logState();

@@ -3,8 +3,8 @@
 //
 //     2024-05-01 12:00:00.123456 *[Helper] Version: 618, Starting...
 //
-// "*" marks the main thread. Any thread may log. Lines never interleave, and every destination gets them in the same
-// order.
+// "*" marks the main thread (on macOS, only until it calls dispatchMain()). Any thread may log. Lines never interleave,
+// and every destination gets them in the same order.
 #pragma once
 
 #include <fmt/format.h>
@@ -22,10 +22,10 @@ inline constexpr std::uint64_t HXLogToOSLog = 2;
 inline constexpr std::uint64_t HXLogToFile = 4;
 inline constexpr std::uint64_t HXLogToStderr = 8;
 
-/// The level of HX_log(). Only the log action sees levels.
+/// The level of HX_log(). Only the function passed to HX_setLogAction() sees levels.
 inline constexpr std::int8_t HXLogDefaultLevel = 30;
 
-/// Master switch, initially on. While it is off, nothing is formatted or written.
+/// Master switch, initially on. While it is off, nothing is written.
 void HXSetLogEnabled(bool enabled);
 bool HXLogIsEnabled();
 
@@ -60,7 +60,7 @@ void HXLog(std::string_view moduleName, fmt::format_string<Arguments...> format,
 }
 
 /// Installs a terminate handler that logs the uncaught exception and the call stack, then calls the handler that was
-/// installed before. Further calls have no effect.
+/// installed before. No effect if it is already installed.
 void HXInstallUncaughtExceptionHandler();
 
 /// The calling thread's stack: "Call stack: …", one frame a line, with the load address of the main image.
@@ -70,7 +70,7 @@ void HXLogCallStack();
 /// The exception's type and message.
 std::string HX_exceptionDescription(const std::exception_ptr& exception);
 
-/// The text of HXCallStackString() for the caller, because an exception does not record its stack.
+/// The same as HXCallStackString(): an exception does not record its stack, so the argument is ignored.
 std::string HX_callStackLog(const std::exception_ptr& exception);
 
 /// HX_exceptionDescription() and, on the next line, HX_callStackLog().
@@ -88,8 +88,8 @@ void HX_logMessage(std::int8_t level, const std::string& moduleName, const std::
 std::string HXClassName(const std::type_info& type);
 
 /// Base of classes that log under their own name: class BRHMain : HXLogging<BRHMain> logs as "BRHMain". If BRHMain has
-/// virtual functions, objects of a derived class log under the derived class's name. A class may declare its own
-/// HX_logModuleName() to log under another name.
+/// virtual functions, objects of a derived class log under the derived class's name. The class given to HXLogging may
+/// declare its own HX_logModuleName() to log under another name.
 template <class Class>
 class HXLogging {
  public:

@@ -178,7 +178,7 @@ void HXMutableOrderedDictionary::removeObjectAtIndex(std::size_t index) {
 void HXMutableOrderedDictionary::replaceObjectAtIndex(std::size_t index, json::value object, std::string_view key) {
   auto& place = _array.at(index);
   if (std::string newKey(key); newKey != place) {
-    // The order is searched only if the key can be in it; that keeps the usual case constant.
+    // _array is searched only if the key can be in it, so that the usual case takes constant time.
     auto earlier = mayLackEntries_ || _dictionary.contains(newKey) ? std::find(_array.begin(), _array.end(), newKey)
                                                                    : _array.end();
     _dictionary.erase(place);

@@ -23,8 +23,8 @@ class HXMutableOrderedDictionary;
 
 /// An ordered list of keys, each with an object. Pointers to objects are valid until the dictionary changes.
 ///
-/// The constructors take key lists as given: a key may occur twice, or have no entry. A key without an entry has a null
-/// pointer as the result of lookups and JSON null as its object everywhere else.
+/// The constructors take key lists as given: a key may occur twice, or have no entry. Looking up a key without an entry
+/// gives a null pointer. Functions that go through the keys take JSON null as its object.
 class HXOrderedDictionary {
  public:
   HXOrderedDictionary() = default;
@@ -76,7 +76,7 @@ class HXOrderedDictionary {
   std::function<const std::string*()> keyEnumerator() const;
   std::function<const boost::json::value*()> objectEnumerator() const;
 
-  /// Whether the other dictionary has this one's class or one derived from it and isEqualToDictionary() holds.
+  /// Whether isEqualToDictionary() holds and the other dictionary has this one's class or a class derived from it.
   virtual bool isEqual(const HXOrderedDictionary& other) const { return isEqualToDictionary(other); }
   /// Whether both have the same keys in the same order and the same entries.
   bool isEqualToDictionary(const HXOrderedDictionary& other) const {
@@ -84,16 +84,16 @@ class HXOrderedDictionary {
   }
   bool operator==(const HXOrderedDictionary& other) const { return isEqualToDictionary(other); }
 
-  /// "{\n    key = object\n}", with one line for each entry. An object that is not a string is shown as JSON text.
+  /// "{\n    key = object\n}", with one line for each key. An object that is not a string is shown as JSON text.
   std::string description() const;
 
   /// The compact JSON text of an array of two elements: the keys in order, and the entries as an object. Absent, with a
   /// line in the log, if HX_JSONData() cannot write it.
   std::optional<std::string> serializationData() const;
 
-  /// "key=object" for each entry in order, with the separator between entries.
+  /// "key=object" for each key in order, with the separator in between.
   /// - A key, or an object that is a string, is enclosed in double quotes if it contains the separator (without the
-  ///   white space at the separator's ends). Nothing is escaped.
+  ///   white space at the separator's ends; a separator of white space alone encloses nothing). Nothing is escaped.
   /// - An object that is not a string is shown as JSON text.
   std::string equationLinesWithSeparator(std::string_view separator) const;
 
@@ -102,7 +102,7 @@ class HXOrderedDictionary {
   /// the block has changed the order of the keys or removed the entry.
   using EnumerationBlock =
       std::function<void(const std::string& key, std::size_t index, const boost::json::value& object, bool& stop)>;
-  /// Enumerates the entries in order, or backwards with `reverse`. Throws HXEnumerationMutation if it would continue
+  /// Enumerates the keys in order, or backwards with `reverse`. Throws HXEnumerationMutation if it would continue
   /// after the order of the keys has changed.
   void enumerateKeysAndObjectsUsingBlock(const EnumerationBlock& block, bool reverse = false) const;
 

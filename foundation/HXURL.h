@@ -1,4 +1,4 @@
-// Which texts are HTTP URLs. Any thread.
+// Recognises HTTP URLs. Any thread.
 #pragma once
 
 #include <string_view>

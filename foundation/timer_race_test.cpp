@@ -13,7 +13,7 @@ namespace {
 
 class TimerRaces : public testing::Test {
  protected:
-  /// Waits until all due timers have fired, and then for a while longer. Expects that none fires in that time.
+  /// Waits until all due timers have fired. Expects that `fired` does not change for a while after that.
   void expectSilence(const std::atomic<int>& fired) {
     waitUntilFired(0);  // a handler that was running has returned now
     const int final = fired;

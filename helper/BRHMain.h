@@ -12,21 +12,21 @@
 #include "platform/ipc/service.h"
 #include "platform/process/child_task.h"
 
-/// Used on the main queue only, so it needs no locks. Its source files are split by concern.
+/// Used on the main queue only, so it needs no locks. Each name in parentheses is the source file of the function.
 class BRHMain : public HXLogging<BRHMain> {
  public:
-  /// The one instance.
   static BRHMain& sharedInstance();
 
-  /// Handles an event of an admitted connection: a request, or the loss of the client. (BRHMain_dispatch)
+  /// Handles an event of an admitted connection: a request, or an error, which counts as the loss of the client.
+  /// (BRHMain_dispatch)
   void handleXPCEvent(platform::ipc::Connection& connection, const platform::ipc::Event& event);
 
-  /// Carries out a client's JSON command and returns the reply. Throws nothing. Does not return for "stop".
-  /// (BRHMain_commands)
+  /// Carries out a client's JSON command, except "dhcp-discover", and returns the reply. Throws nothing. Does not
+  /// return for "stop". (BRHMain_commands)
   boost::json::object execCommand(const boost::json::object& request, const platform::ipc::Connection& client);
 
   /// Sets the proxies of the network services in a "set-proxy" request and updates the list of services to clean up.
-  /// Returns false when any step fails; the remaining services are set all the same.
+  /// Returns false when any step fails. If a service cannot be set, the others are set all the same.
   /// (BRHMain_network_settings)
   bool applyProxySettings(const boost::json::object& request);
 
@@ -34,8 +34,8 @@ class BRHMain : public HXLogging<BRHMain> {
   /// (BRHMain_network_settings)
   void cleanupProxySettings();
 
-  /// Stops the DHCP server child, if there is one: sends SIGTERM, and SIGKILL one second later. Returns when the child
-  /// has ended, or five seconds after SIGKILL.
+  /// Stops the DHCP server child, if there is one: sends SIGTERM and, if it still runs one second later, SIGKILL.
+  /// Returns when the child has ended, or five seconds after SIGKILL.
   /// (BRHMain_child_tasks)
   void stopDHCP();
 
@@ -76,6 +76,6 @@ class BRHMain : public HXLogging<BRHMain> {
   std::shared_ptr<platform::ChildTask> _dhcpdTask;
   std::optional<std::vector<std::string>> _serviceProxySettingsChanged;  ///< service IDs, without duplicates
   bool _watchdogStarted = false;
-  double _watchdogLastTime = 0;  ///< of the last relaunch, in platform::continuousSeconds()
+  double _watchdogLastTime = 0;  ///< platform::continuousSeconds() at the last relaunch by the watchdog
   std::optional<std::string> _mainAppImagePath;
 };

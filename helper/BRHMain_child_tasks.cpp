@@ -20,15 +20,16 @@ constexpr std::uint16_t dhcpServerPort = 67;
 constexpr std::chrono::seconds terminationTime(1);  // between SIGTERM and SIGKILL
 constexpr std::chrono::seconds killTime(5);         // after SIGKILL, before the helper gives the server up
 
-/// A member's text; empty when it contains a NUL and so cannot be a program argument.
+/// A member's text. Empty if there is none, or if it contains a NUL, which no program argument can contain.
 std::string argument(const json::object& request, std::string_view key) {
   auto text = platform::textMember(request, key);
   return text.find('\0') == text.npos ? std::string(text) : "";
 }
 
 /// Opens the file that a child appends its output to. Empty unless the file is regular, belongs to the client's user
-/// and has a single link, so that a client can neither direct root to another user's file nor make it wait at a FIFO.
-/// Kernel files check the opener's rights, not the writer's; most of them fail lseek(SEEK_END) and are refused.
+/// and has a single link. So a client can neither make root write to another user's file nor make the child wait at a
+/// FIFO. Most files of /proc and /sys fail lseek(SEEK_END) and are refused: a write to them has the rights of the
+/// process that opened them, here root's.
 platform::FileDescriptor openOutput(const std::string& path, std::uint32_t user) {
   auto file = platform::openForAppending(path);
   struct stat status;
@@ -109,8 +110,8 @@ void BRHMain::stopDHCP() {
     _dhcpdTask->terminate();
     if (!_dhcpdTask->waitForExit(terminationTime)) {
       _dhcpdTask->kill();
-      // A client chose the server's files. On a user's file system that does not answer, they keep the server from
-      // ending.
+      // A client chose the server's files. If they lie on a user's file system that does not answer, the server cannot
+      // end.
       if (!_dhcpdTask->waitForExit(killTime)) HX_log("dhcpd does not end");
     }
   }

@@ -84,7 +84,8 @@ void BRHMain::handleXPCEvent(ipc::Connection& connection, const ipc::Event& even
   cleanUpAfterLostClient();
 }
 
-// Undoes what clients have changed on the system. The order of the steps matters.
+// Ends what must not outlast a client, then relaunches the application if the watchdog is on. docs/architecture.md
+// lists the steps in this order.
 void BRHMain::cleanUpAfterLostClient() {
   cleanupProxySettings();
   BRHKillWatchedExternalProcesses();
@@ -142,8 +143,8 @@ void BRHMain::processLookup(const ipc::Message& request, const ipc::Connection& 
     HX_log("Invalid process-lookup address length: {}", data ? data->size() : 0);
     return request.reply({{"error", "invalid address"}});
   }
-  // Used on the main queue only. A new Connection at the address of one that has ended shares its count until the old
-  // look-ups are answered.
+  // Used on the main queue only. A new Connection object at the memory address of an ended one shares the ended one's
+  // count until the old look-ups are answered.
   static std::map<const ipc::Connection*, int> lookups;
   if (lookups[&client] >= maximumLookups) {
     HX_log("Too many process-lookup requests at once");
@@ -199,7 +200,7 @@ void BRHMain::dhcpDiscover(const json::object& command, const ipc::Message& requ
   }
   auto interface = platform::textMember(command, "interface");
   if (interface.empty()) return sendJSONError(request, "Invalid interface");
-  // Each probe occupies a worker of the queue that look-ups need, too.
+  // Each probe occupies a thread of the global queue, which look-ups need, too.
   static std::atomic<int> running = 0;
   if (running >= maximumDHCPProbes) {
     HX_log("Too many dhcp-discover requests at once");

@@ -18,7 +18,7 @@ platform::Result<std::unique_ptr<preferences::Session>> createSession() {
   return preferences::Session::create("BrimoHelper", HelperServiceName);
 }
 
-/// A locked session; null after a failure, which it logs. `purpose` becomes part of the message.
+/// Returns a locked session, or null after it has logged why there is none. `purpose` becomes part of the message.
 std::unique_ptr<preferences::Session> createLockedSession(const char* purpose = "") {
   auto session = createSession();
   if (!session) {

@@ -12,7 +12,7 @@ namespace dispatch = platform::dispatch;
 namespace {
 
 constexpr std::chrono::seconds relaunchDelay(1);
-constexpr double relaunchInterval = 30;  // minimum seconds between two relaunches by the watchdog
+constexpr double relaunchInterval = 30;  // seconds; two relaunches by the watchdog lie further apart than this
 
 }  // namespace
 

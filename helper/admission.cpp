@@ -66,7 +66,7 @@ void BRHConnectionMessageHandler(const std::shared_ptr<ipc::Connection>& connect
       return;
     }
     validated = true;
-    // The user and the path change together: the application is relaunched as the user who ran it.
+    // The noted process and the path change together, so that the application is relaunched as the user who ran it.
     platform::noteRunningApplication(connection->peer(), connection->peerUserID());
     BRHMain::sharedInstance().setMainAppImagePath(*path);
   }

@@ -23,8 +23,8 @@ void BRHConnectionMessageHandler(const std::shared_ptr<platform::ipc::Connection
 /// Checks that the signature of the file at the path satisfies the requirement.
 platform::Result<void> BRHValidateStaticCode(const std::string& path, const std::string& requirement);
 
-/// The bundle that contains an executable: "/Name.app" for "/Name.app/Contents/MacOS/Name". Empty when the path has too
-/// few components.
+/// The bundle that contains an executable: "/Name.app" for "/Name.app/Contents/MacOS/Name". The path must be absolute.
+/// Empty when it has too few components.
 std::string BRHBundleOfExecutable(std::string executablePath);
 
 /// Checks the signatures of the executable at the path and of the frameworks Bugsnag and Sparkle in its bundle. A

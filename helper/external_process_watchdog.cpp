@@ -39,13 +39,13 @@ std::optional<BRHWatchedProcess> watchedProcess(const json::value& element) {
 
 /// Kills the process if it belongs to the user and runs one of the listed executables; the PID may have been reused.
 void killIfStillTheSame(std::int32_t pid, const std::set<std::string>& paths, std::uint32_t user) {
-  // The handle is taken first, so that the process checked below is the process killed.
+  // The handle is taken first: if another process gets the PID before the checks, kill() does not reach it.
   auto process = platform::Process::find(pid);
   if (!process || platform::effectiveUserID(pid) != user) return;
   if (auto path = platform::executablePath(pid); path && paths.contains(*path)) process->kill();
 }
 
-/// Checks each PID once, however often it is listed: any user can fill the file, and all clients wait meanwhile.
+/// Checks each PID once, however often it is listed: any user can fill the file, and all clients wait for the checks.
 void killListed(const std::vector<BRHWatchedProcess>& processes, std::uint32_t user) {
   std::map<std::int32_t, std::set<std::string>> pathsOf;
   for (const auto& process : processes) pathsOf[process.pid].insert(process.path);

@@ -1,4 +1,4 @@
-// Kills the processes that the main application has listed in the watchdog file, when the application ends.
+// When a client's connection ends, kills the processes that the main application has listed in the watchdog file.
 #pragma once
 
 #include <cstdint>

@@ -25,7 +25,7 @@ void BRHOpenLogFile(const std::string& path) {
   const uid_t user = geteuid();
   for (int attempt = 1;; ++attempt) {
     {
-      // Neither O_EXCL nor O_TRUNC: the log is appended to a file that is already there and safe.
+      // Without O_EXCL and O_TRUNC, because lines are appended to a safe file that is already there.
       platform::FileDescriptor file(
           open(path.c_str(), O_WRONLY | O_NONBLOCK | O_APPEND | O_NOFOLLOW | O_CREAT | O_CLOEXEC, 0644));
       struct stat status;

@@ -14,7 +14,7 @@
 
 namespace {
 
-// Read from the executable's bytes by brimo-helper-info and "Brimo doctor", never at run time.
+// brimo-helper-info and "Brimo doctor" read this from the executable's bytes. The helper itself does not use it.
 [[gnu::used]] const char* const info = BRHHelperInfo;
 
 }  // namespace

@@ -30,7 +30,7 @@ job = plistlib.loads((folder / "macos/launchd.plist").read_bytes())
 assert job == {"Label": service, "MachServices": {service: True}, "AssociatedBundleIdentifiers": client}, job
 
 if helper.read_bytes().startswith((b"\xcf\xfa\xed\xfe", b"\xca\xfe\xba\xbe")):  # Mach-O: 64-bit or universal
-    # The executable contains both lists in sections. The list for launchd adds the path of the program.
+    # The executable contains both lists in sections. The list that is installed for launchd adds the path of the program.
     for section, name in (("__info_plist", "Info"), ("__launchd_plist", "launchd")):
         assert section.encode() in helper.read_bytes(), section
         assert (folder / f"macos/{name}.plist").read_bytes() in helper.read_bytes(), name
@@ -48,7 +48,7 @@ for line in ("KillMode=process", "OOMPolicy=continue", "LimitNOFILE=4096", "Watc
 assert re.search(r"^ExecStopPost=/.*/BrimoProxiesOff$", units["service"], re.MULTILINE) and "RuntimeDirectory" not in units["service"]
 assert not re.search(r"PrivateTmp=(?!no)|ProtectHome=(?!no)", units["service"])
 
-# systemd-analyze checks that the program of a unit exists, so the copies name this build's.
+# systemd-analyze checks that the program of a unit exists, so it gets copies of the units that name this build's programs.
 with tempfile.TemporaryDirectory() as copies:
     for name, text in units.items():
         text = re.sub(r"^(ExecStart|ExecStopPost)=.*/", rf"\1={helper.parent}/", text, flags=re.MULTILINE)

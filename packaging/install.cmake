@@ -1,4 +1,5 @@
-# Installation on Linux, in two components: the helper, and Brimo in its bundle.
+# Installation on Linux: the component "helper", and the component "client", which is Brimo in its bundle. The man page of
+# brimo-sign-code belongs to the component "development" (client/CMakeLists.txt).
 
 # The units contain the helper's path, so the prefix cannot change after configuring. DESTDIR is allowed.
 install(CODE "

@@ -1,4 +1,4 @@
-// helper-info FILE: what a helper was built for.
+// helper-info FILE: prints the constants that a helper was built with.
 #include <iostream>
 #include <string_view>
 

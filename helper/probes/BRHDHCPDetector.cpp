@@ -27,9 +27,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::uint16_t clientPort = 68, serverPort = 67;
 constexpr std::chrono::seconds listeningTime(2);
-// Anybody on the network can send to the client port and forge the addresses of servers, and each log line is
-// synchronised to the disk, which is far slower than a network. So only this many useless datagrams and this many
-// servers are logged.
+// Anybody on the network can send to the client port and forge the addresses of servers. Each log line is synchronised
+// to the disk, and that is far slower than receiving. So only this many useless datagrams and this many servers are
+// logged.
 constexpr std::size_t maximumLogged = 20;
 
 /// One probe, run on one thread. A step that fails throws the Failure that the client receives.
@@ -83,8 +83,8 @@ class Probe : public HXLogging<Probe> {
     if (bound) return;
     const bool isInUse = bound.error().number == EADDRINUSE;
     HX_log("Error: Could not bind to DHCP socket (port {})! {}", clientPort, bound.error().what());
-    // Only EADDRINUSE means that another socket holds the port. When the interface vanishes during the bind, the owner
-    // of the port is this very socket.
+    // Only EADDRINUSE means that another socket holds the port. When the interface vanishes during the bind, this very
+    // socket holds it, and the helper would be named as the owner.
     auto owner = isInUse ? BRUDPSocketOwner(BRSockAddrMakeIPv4({}, clientPort)) : std::nullopt;
     if (!owner) throw platform::Failure(0, "Error: Could not bind to DHCP socket!");
     throw platform::Failure(0, fmt::format("DHCP client port {} is used by {} (PID {})", clientPort,

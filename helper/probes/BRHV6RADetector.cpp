@@ -97,7 +97,7 @@ int BRHV6RADetector::sendRS() {
   allRouters.sin6_family = AF_INET6;
   allRouters.sin6_scope_id = index;
   inet_pton(AF_INET6, "ff02::2", &allRouters.sin6_addr);
-  // Type 133; the kernel fills in the checksum.
+  // Type 133 is a router solicitation. The kernel fills in the checksum.
   constexpr std::array<std::uint8_t, 8> solicitation{133};
   listening_.get_future().wait();  // a router can answer at once
   while (!_stopped) {

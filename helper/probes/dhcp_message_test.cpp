@@ -48,7 +48,7 @@ TEST(DHCPMessage, OfferIsFoundWhereverItsTypeStands) {
   EXPECT_EQ(Offer({54, 4, 192, 0, 2, 1, 0, 1, 0, 53, 1, 2, 53, 1, 5}).verdict(),
             Verdict::offer);  // the first type counts
   EXPECT_EQ(Offer({12, 3, 53, 1, 5, 53, 1, 2}).verdict(),
-            Verdict::offer);  // the type does not count inside another option
+            Verdict::offer);  // a type inside another option does not count
   std::vector<std::uint8_t> full(308);
   std::copy_n(std::array<std::uint8_t, 3>{53, 1, 2}.begin(), 3, full.end() - 3);
   EXPECT_EQ(Offer(full).verdict(), Verdict::offer);

@@ -17,7 +17,7 @@ bool isZero(std::span<const std::uint8_t> bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](auto byte) { return byte == 0; });
 }
 
-/// Whether a socket matches an address.
+/// Whether port and family agree, and the addresses are equal or one of them is unspecified.
 bool matches(const SocketEntry& socket, const BRSockAddr& query) {
   if (socket.localPort != BRSockAddrPort(query)) return false;
   auto wanted = BRSockAddrAddress(query);
@@ -77,8 +77,8 @@ struct Waiting {
   int passes = 0;
 };
 
-/// Answers the questions that one pass over all processes can answer. Returns those whose socket exists but whose owner
-/// was not found: the socket may have moved from one process to another during the pass.
+/// Answers the questions that one pass over all processes can answer, and those whose fifth pass it is. Returns those
+/// whose socket exists but whose owner was not found: the socket may have moved to another process during the pass.
 std::vector<Waiting> answerInOnePass(std::vector<Waiting> questions) {
   constexpr int maximumPasses = 5;
   std::vector<Waiting> asked;

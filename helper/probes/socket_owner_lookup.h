@@ -22,7 +22,7 @@ struct BRSocketQuestion {
   std::optional<BRSockAddr> remote;
 };
 
-/// Finds the owner without blocking. Calls `answer` exactly once: before returning, if that takes a fraction of a
-/// millisecond, otherwise on the global queue. One pass over all processes serves all questions that are waiting when
-/// it begins. Any thread.
+/// Finds the owner without blocking. Calls `answer` exactly once: before it returns, if a fraction of a millisecond is
+/// enough, otherwise on the global queue. Each pass over all processes serves all questions that wait when the pass
+/// begins. Any thread.
 void BRAskSocketOwner(const BRSocketQuestion& question, std::function<void(const std::optional<BRProcess>&)> answer);

@@ -4,7 +4,7 @@ foreach(list Info launchd)
   target_link_options(BrimoHelper PRIVATE LINKER:-sectcreate,__TEXT,${section},${lists}/${list}.plist)
   set_property(TARGET BrimoHelper APPEND PROPERTY LINK_DEPENDS ${lists}/${list}.plist)
 endforeach()
-# Not installed as a target, because CMake changes installed targets, which would make the signature invalid.
+# The helper is installed as a plain file: CMake would change an installed target and so make its signature invalid.
 set(BRH_INSTALLED_HELPER /Library/PrivilegedHelperTools/${BRH_SERVICE_NAME})
 configure_file(macos/LaunchDaemon.plist.in ${lists}/LaunchDaemon.plist @ONLY)
 install(PROGRAMS $<TARGET_FILE:BrimoHelper> DESTINATION /Library/PrivilegedHelperTools RENAME ${BRH_SERVICE_NAME})

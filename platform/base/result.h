@@ -65,8 +65,8 @@ auto attempt(Steps&& steps) -> Result<std::invoke_result_t<Steps>> {
   }
 }
 
-/// Passes on the result of a function that returns a negative errno on failure, such as those of sd-bus; throws a
-/// Failure for it. Negate the result of a function that returns a positive errno, such as posix_spawn(3).
+/// Returns the result of a function that, like those of sd-bus, returns a negative errno on failure; throws a Failure
+/// if it is negative. Negate the result of a function that returns a positive errno, such as posix_spawn(3).
 inline int check(int result, std::string_view about = {}) {
   if (result < 0) throw failureOf(-result, about);
   return result;

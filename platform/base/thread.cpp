@@ -6,7 +6,7 @@ namespace platform {
 
 namespace {
 
-/// Blocks all signals for the calling thread while it lives. Threads started meanwhile inherit the mask.
+/// Blocks all signals for the calling thread until destroyed. Threads started meanwhile inherit the mask.
 class BlockedSignals {
  public:
   BlockedSignals() {

@@ -13,7 +13,7 @@ using Frame = ipc::ClientChannel::Reply;
 /// Waits until a descriptor is readable. Throws if that takes too long.
 void waitReadable(int descriptor);
 
-/// The service's end of a connection. All functions throw if the client has left or does not respond in time.
+/// The service's end of a connection. Sending and receiving throw if the client has left or does not respond in time.
 class Peer {
  public:
   class Implementation;

@@ -47,7 +47,7 @@ class ChildTask {
   /// called later all the same.
   [[nodiscard]] bool waitForExit(std::chrono::milliseconds limit);
 
-  /// Blocks until the child has ended.
+  /// waitForExit() without a limit.
   void waitUntilExit();
 
  private:

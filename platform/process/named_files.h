@@ -1,7 +1,7 @@
 // Files named by a client, which may not exist or may be of an unexpected kind.
 //
-// On Linux, paths through links that only the kernel can make, such as /proc/PID/root, are refused: a user may have
-// mounted a file system there, in a private namespace, that never answers.
+// On Linux, paths through links that only the kernel can make, such as /proc/PID/root, are refused: they may lead into
+// a user's private namespace, to a file system that never answers.
 #pragma once
 
 #include <string>

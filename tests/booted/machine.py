@@ -55,7 +55,7 @@ def sign(path, identifier="com.example.brimo", keys="first"):
 
 
 def in_session(user, *arguments):
-    """Starts a command in a login session of a user, with pipes as standard streams. It ends with the session."""
+    """Starts a command in a login session of a user, with pipes as standard streams. The command ends with the session."""
     return subprocess.Popen(["systemd-run", "--quiet", "--pipe", "--wait", "--collect", f"--property=User={user}",
                              "--property=PAMName=login", "--property=WorkingDirectory=~", "--", *arguments],
                             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True)

@@ -1,4 +1,4 @@
-"""Every command, sent to the sandboxed service."""
+"""The commands that the sandbox could hinder, sent to the sandboxed service."""
 
 import json
 import os
@@ -72,7 +72,7 @@ class Commands(MachineTest):
         self.addCleanup(shutil.rmtree, server.parent)
         shutil.copy("/usr/sbin/dhcpd", server)
         sign(server, "com.example.brimo.dhcpd")
-        # The files lie in the client's home folder, which nobody else can enter.
+        # The files lie in a folder of the client's user that nobody else can enter.
         folder = Path(f"/home/{MEMBER}/dhcp")
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir(mode=0o700)

@@ -87,7 +87,7 @@ class Relaunch(MachineTest):
     def test_an_application_that_died_comes_back_after_the_helper_was_killed(self):
         self.start(STRANGER, "cat")
         process = self.launch()
-        # The watchdog ended with the first helper. The application starts it again, as after every lost connection.
+        # The watchdog ended with the first helper. A second instance of the application starts it again.
         run("systemctl", "kill", "--signal=KILL", UNIT)
         process = self.launch()
         run("pkill", "-KILL", "-x", "Application")

@@ -21,7 +21,7 @@ void failUnlessAllHaveRun() {
 
 int main(int count, char** arguments) {
   for (int index = 1; index < count; ++index) {
-    // A death test's child that executes this program again.
+    // With this argument, this process is the child of a death test, which executes the program again.
     haveAllRun |= std::string_view(arguments[index]).starts_with("--gtest_internal_run_death_test");
   }
   testing::InitGoogleMock(&count, arguments);

@@ -13,7 +13,7 @@ FOLDER = Path("/run") / SERVICE
 DATABASE = FOLDER / "dconf"
 PLAIN_WORDS = FOLDER / "proxies.json"
 PYTHON = "/usr/bin/python3"
-# The environment variables of the desktop that GLib uses. There is no session bus.
+# The environment variables that tell GLib which desktop runs. There is no session bus.
 DESKTOP = ENVIRONMENT | {"XDG_CURRENT_DESKTOP": "GNOME", "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent"}
 del DESKTOP["PYTHONHOME"]
 

@@ -179,7 +179,7 @@ def enter_user_namespace(flags):
 
 
 def mount(kind, folder, options=""):
-    """Mounts a file system (mount(2)). This process may be root in its user namespace only."""
+    """Mounts a file system (mount(2)). It is enough that this process is root in its user namespace."""
     if ctypes.CDLL(None, use_errno=True).mount(kind.encode(), os.fsencode(folder), kind.encode(), 0, options.encode()):
         raise OSError(ctypes.get_errno(), "mount")
 
@@ -210,7 +210,7 @@ class Helper:
                     os.dup2(listener.fileno(), 3)
                     os.set_inheritable(3, True)  # dup2 keeps close-on-exec if the descriptor is already 3
                     environment |= {"LISTEN_FDS": "1", "LISTEN_PID": str(os.getpid())}
-                if quiet:  # discards the output of the probes and children
+                if quiet:  # keeps the output of the probes and children out of the test's output
                     output = os.open("/tmp/helper.output", os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o600)
                     os.dup2(output, 1)
                     os.dup2(output, 2)
@@ -292,7 +292,7 @@ class HelperTest(unittest.TestCase):
         return self.start_program([interpreter, "-B", "-c", "from harness import *\n" + script, *arguments], **options)
 
     def start_program(self, arguments, until=None, **options):
-        """Starts a program as a user; the test kills it at its end. If `until` is given, waits until it prints that line."""
+        """Starts a program as a user. At its end, the test kills the program. Waits for the line `until`, if it is given."""
         if until:
             options = {"stdin": subprocess.PIPE} | options
         process = run_as_user(arguments, **options)

@@ -1,4 +1,4 @@
-"""Admission of the signed application, and attacks by programs that are not it."""
+"""Admission of the signed application, and attacks by other programs."""
 
 import grp
 import os
@@ -10,7 +10,7 @@ import harness
 from harness import (BRIMO, FRAMEWORKS, GENUINE_PYTHON, PYTHON, TESTS, USER, HelperTest, copy_bundle, read_line, run_as_user, sign,
                      wait_until)
 
-# Executes the signed application under the same PID after the script of an attack has prepared itself.
+# The end of an attack's script: executes the signed application under the same PID.
 BECOME_GENUINE = """
 connection.set_inheritable(True)
 os.execve(GENUINE_PYTHON, ["Brimo", "-c", "import sys; sys.stdin.read()"], ENVIRONMENT)
@@ -196,7 +196,7 @@ class ClientGroup(HelperTest):
         self.executable.chmod(0o2755)
 
     def ask(self, executable, user=USER, group=USER, **environment):
-        """Runs a signed application. Returns the reply that it receives, or that it was refused."""
+        """Runs a signed application. Returns the error in the reply that it receives, or "refused"."""
         script = ("from harness import *; c = connect()\ntry: receive_frame(c); c.sendall(frame(1, {'command': 'x'})); "
                   "print(receive_frame(c)[1]['error'])\nexcept EOFError: print('refused')")
         code, out, err = self.brimo("-B", "-c", script, executable=executable, user=user, group=group,
@@ -234,7 +234,7 @@ class Reasons(HelperTest):
         self.bundle, self.executable = copy_bundle("Copy.app")
 
     def assert_reason(self, reason, *command):
-        """Makes the helper refuse a new user twice. Expects one line in the system log, and its reason from check-code-signature."""
+        """Makes the helper refuse a new user twice. Expects one line in the system log; check-code-signature agrees with it."""
         self.user += 1
         for _ in range(2):
             process = run_as_user(command or [self.executable, "version"], user=self.user)

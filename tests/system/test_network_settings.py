@@ -32,7 +32,7 @@ def stored():
 
 
 class Client:
-    """Starts an admitted client that stays connected."""
+    """An admitted client that stays connected."""
 
     def __init__(self, test):
         self.process = test.start_program([BRIMO], stdin=subprocess.PIPE)

@@ -18,7 +18,7 @@ class Power(HelperTest):
         self.descriptors = self.helper.descriptors()
 
     def assert_no_descriptor_is_left(self, more=0):
-        # One more descriptor is the connection for NetworkManager, which the helper opens as soon as there is a bus.
+        # One more descriptor is allowed: as soon as there is a bus, the helper connects to it to follow NetworkManager.
         wait_until(lambda: self.helper.descriptors() <= self.descriptors + 1 + more, "the other descriptors are closed")
 
     def prevent_sleep(self):

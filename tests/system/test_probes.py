@@ -173,7 +173,7 @@ class DHCP(ProbeTest):
         transaction = int.from_bytes(frame[46:50], "big")
         offer = dhcp_message(transaction)
         for packet in (udp_frame(b""), udp_frame(dhcp_message(5), "192.0.2.65"), udp_frame(offer, "192.0.2.9"),
-                       # The first is for another machine, the second for another port, and the third is damaged.
+                       # Of the next three, one is for another machine, one for another port, and one is damaged.
                        udp_frame(offer, "192.0.2.66", destination=bytes.fromhex("020000000066")),
                        udp_frame(offer, "192.0.2.67", ports=(67, 69)), udp_frame(offer, "192.0.2.68", damaged=True),
                        udp_frame(offer, "192.0.2.8")):
@@ -233,7 +233,7 @@ class Router(ProbeTest):
 
     def test_the_receiver_is_ready_before_the_first_solicitation(self):
         wire = self.lan.packet_socket("lan", "wire")
-        # Each option takes longer, and the receiver sets more options than the sender, so it is ready last.
+        # The trace delays each option. The receiver sets more options than the sender, so the receiver is ready last.
         trace = self.trace("setsockopt,sendto", "-e", "inject=setsockopt:delay_enter=20000")
         probe = self.start_asking(detect())
         self.next_frame(wire, is_solicitation)

@@ -72,7 +72,7 @@ except (BrokenPipeError, ConnectionResetError):
         self.wait_for_log(r"\[BRHMain\] XPC connection closed")
 
     def flood(self):
-        """Starts an admitted client, pauses the helper and sends 100,000 bytes of small requests."""
+        """Starts an admitted client, pauses the helper and sends 4,545 small requests."""
         process = self.genuine("""
 connection = connect_admitted()
 print("admitted", flush=True)

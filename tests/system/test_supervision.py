@@ -17,7 +17,7 @@ NOBODY_IN_PARTICULAR = 4321  # a user ID without an entry in the user database
 
 class Relaunch(HelperTest):
     def setUp(self):
-        # The applications must end after the helper, which would relaunch them.
+        # The applications must end after the helper. If they ended first, it would relaunch them.
         self.started, self.relaunched = [], []
         self.addCleanup(self.end_applications)
         super().setUp()

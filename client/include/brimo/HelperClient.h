@@ -32,12 +32,13 @@ struct Options {
   /// more than 30 seconds. If false, and after stop(), the next request connects again. No request is ever sent twice.
   bool reconnects = true;
 
-  /// How long a request waits for its answer. Requests that take long by design get that time in addition.
+  /// How long a request waits for its answer. dhcpDiscover() and raDetect() take long by design; the seconds that they
+  /// need are added.
   std::chrono::milliseconds timeLimit{10'000};
 
-  /// Called like a handler when the client has connected, has failed to connect or has lost its connection. An error
-  /// that repeats is reported once. After a new connection, set proxies and the watchdog again: the helper has undone
-  /// or forgotten earlier settings.
+  /// Called like a handler when the client has connected, has failed to connect or has lost its connection. The same
+  /// error several times in a row is reported once. After a new connection, set temporary proxies and the watchdog
+  /// again: the helper has undone or forgotten them.
   std::function<void(const ConnectionChange&)> onConnection;
 };
 
@@ -45,10 +46,10 @@ struct Options {
 /// when any client's connection ends, the helper undoes the work of all clients.
 ///
 /// - All functions may be called on any thread at any time, also by handlers; deliver() on one thread at a time.
-/// - The destructor must not run at the same time as another call; a handler may call it.
+/// - The destructor must not run at the same time as a call on another thread. A handler may run it.
 /// - Several requests can be pending at a time; all use the same connection.
-/// - A forked child process may only destroy the parent's client, which leaves the parent's connection alone. There,
-///   call() fails and handlers are never called.
+/// - In a forked child process, call() fails and handlers are never called. The child may only destroy the client; that
+///   leaves the parent's connection alone.
 class BRIMO_CLIENT_API HelperClient {
  public:
   /// Identifies a request; never reused. 0 only in a forked child process, where nothing is sent.

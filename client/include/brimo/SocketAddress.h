@@ -1,4 +1,4 @@
-// The address of either end of a socket.
+// The address of a socket, or of the remote end of its connection.
 #pragma once
 
 #include <brimo/result.h>

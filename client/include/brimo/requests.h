@@ -69,7 +69,7 @@ struct ProxyServer {
 struct Proxies {
   std::optional<ProxyServer> http, https, socks;
   std::string automaticURL;             ///< of a proxy auto-configuration file; empty if there is none
-  std::vector<std::string> exceptions;  ///< without a proxy: hosts, "*.example.org", addresses, "10.0.0.0/8"
+  std::vector<std::string> exceptions;  ///< reached without a proxy: hosts, "*.example.org", addresses, "10.0.0.0/8"
   bool exceptSimpleNames = false;       ///< no proxy for names without a dot
 };
 
@@ -94,7 +94,7 @@ BRIMO_CLIENT_API Request<Done> setStaticIP(const std::string& service, const std
 ///
 /// - The launch follows one second after any client's connection ends, at most once every 30 seconds.
 /// - The helper launches the program that it admitted last, even if that still runs.
-/// - The watchdog then stops; start it again after each launch.
+/// - The end of the connection also stops the watchdog, even if nothing is launched; start it again each time.
 BRIMO_CLIENT_API Request<Done> startWatchdog();
 BRIMO_CLIENT_API Request<Done> stopWatchdog();
 

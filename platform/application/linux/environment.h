@@ -9,9 +9,9 @@
 
 namespace platform {
 
-/// Selects the variables that identify the application's session, display, message bus and language. None of them can
-/// make a program load code. `bytes` is an environment: zero-terminated "NAME=value" texts (proc(5), environ). If a
-/// name occurs twice, the first counts, as for getenv(3). At most 64 KiB are kept.
+/// Selects the variables for the user, home folder, path, time zone, language, display, session and message bus. None
+/// of them controls the dynamic loader or an interpreter. `bytes` is an environment: zero-terminated "NAME=value" texts
+/// (proc(5), environ). If a name occurs twice, the first counts, as for getenv(3). At most 64 KiB are kept.
 std::vector<std::string> applicationEnvironment(std::string_view bytes);
 
 /// Value of a variable; empty if it is not set.

@@ -22,7 +22,7 @@ namespace {
 
 constexpr std::chrono::duration<unsigned> patience(10);  // limit for entering the user's home folder
 
-/// A report from a child: the step that failed and its errno or, without a step, that only execve() is left to do. The
+/// A report from a child: the step that failed, with its errno. No step means that only execve() is left to do. The
 /// step is a string literal, which has the same address in both processes.
 struct Report {
   const char* failedStep;

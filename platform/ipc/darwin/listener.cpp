@@ -74,7 +74,7 @@ class Listener::Implementation final : public Listener {
 
 namespace {
 
-/// launchd limits a daemon to 256 descriptors. As many clients, or 128 router probes, would use them up.
+/// launchd limits a daemon to 256 descriptors, which 256 clients or 128 router probes would use up.
 void raiseDescriptorLimit() {
   constexpr rlim_t wanted = 4'096;
   rlimit limit;

@@ -20,7 +20,7 @@ namespace platform::ipc {
 
 namespace {
 
-// Bytes read in one turn of the loop: a chunk of small frames, or more of a large one.
+// Bytes read in one turn of the loop: at least receiveChunk, and up to largeFrameChunk of a large frame.
 constexpr std::size_t receiveChunk = 4'096, largeFrameChunk = 65'536;
 constexpr std::size_t largeFrame = 1'048'576;
 constexpr std::size_t maximumUnreadReplies = std::size_t{32} * 1024 * 1024;
@@ -101,7 +101,7 @@ Result<void> Connection::Implementation::admitPeer() {
   return {};
 }
 
-/// Reads once: the missing bytes of the current frame or a chunk, whichever is more.
+/// Reads once: the missing bytes of the current frame, but at least receiveChunk and at most largeFrameChunk.
 Connection::Implementation::Received Connection::Implementation::receive() {
   std::array<std::uint8_t, largeFrameChunk> chunk;
   // Room for the credentials only: the kernel then drops descriptors that a peer passes.

@@ -40,7 +40,7 @@ class PrivateFolder {
   /// time.
   Result<struct stat> replace(const std::string& name, const std::string& text) const;
 
-  /// Gives a file a second name, replacing the file that had it. Does nothing if there is no such file.
+  /// Removes the file with the name `second`, then gives that name to the file `name`, too, if this one exists.
   Result<void> link(const std::string& name, const std::string& second) const;
 
   /// Removes a file. Does nothing if there is none.

@@ -10,7 +10,7 @@ namespace platform {
 struct ProxyRules {
   std::string http;   ///< for http: and ws:
   std::string https;  ///< for https: and wss:
-  std::string socks;  ///< for every scheme, tried after the one above
+  std::string socks;  ///< for every scheme, tried after the scheme's own proxy
   std::vector<std::string> exceptions;
   bool excludesSimpleHostnames = false;
 };
