@@ -155,7 +155,7 @@ TEST(HXCallStack, NamesFramesAndTheImage) {
   Dl_info image;
   ASSERT_NE(dladdr(reinterpret_cast<void*>(HXLogCallStack), &image), 0);
   EXPECT_EQ(reinterpret_cast<void*>(loadAddress), image.dli_fbase);
-  EXPECT_EQ((loadAddress - slide) % (1LL << 32), 0u);  // linked for address 0 on Linux, for 4 GiB on macOS
+  EXPECT_EQ((loadAddress - slide) % (1ULL << 32), 0u);  // linked for address 0 on Linux, for 4 GiB on macOS
   EXPECT_THAT(HX_exceptionReport(std::make_exception_ptr(std::out_of_range("where"))),
               testing::StartsWith("std::out_of_range: where\nCall stack: ("));
 }
