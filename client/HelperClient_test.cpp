@@ -6,12 +6,12 @@
 
 #include <array>
 #include <atomic>
-#include <filesystem>
 #include <future>
 #include <thread>
 
 #include "platform/base/readiness.h"
 #include "platform/fake/service.h"
+#include "tests/support/this_machine.h"
 
 namespace brimo {
 namespace {
@@ -22,7 +22,6 @@ using platform::fake::Peer;
 using platform::fake::waitReadable;
 using platform::ipc::Data;
 using platform::ipc::Dictionary;
-using testing::HasSubstr;
 
 /// Waits for the result that a handler receives. A second call of the handler aborts the test program.
 template <class Value>
@@ -71,66 +70,41 @@ class HelperClientTest : public testing::Test {
     return options;
   }
   static auto lookup() { return processLookup(Transport::tcp, *parseSocketAddress("127.0.0.1:80")); }
+  static Dictionary owner(std::int64_t pid) { return {{"pid", pid}, {"path", "/bin/owner"}}; }
 
   platform::fake::Service helper_;
 };
 
-/// Receives a request and answers it, sometimes twice or not at all, or answers one that was never sent, or sends only
-/// a part of a frame. Returns whether the connection goes on.
-bool answerErratically(Peer& peer, int number) {
-  auto frame = peer.receive();
-  const auto& address = *frame.dictionary.get<Data>("address");
-  const Frame reply{.id = frame.id, .dictionary = {{"pid", std::int64_t{address[2] << 8 | address[3]}}}};
-  switch (number % 40) {
-    case 3:
-      return true;
-    case 7:
-      peer.send(reply);
-      break;
-    case 13:
-      peer.send({.id = frame.id + 1'000'000, .dictionary = {{"pid", std::int64_t{0}}}});
-      break;
-    case 17:
-      peer.sendBytes({0, 0, 0, 30, 0x82, 1});
-      return false;
-    case 29:
-      return false;
-  }
-  peer.send(reply);
-  return true;
-}
-
-/// Serves a client until `isDone`, and closes each fifth connection before its first answer.
-void serveErratically(platform::fake::Service& service, const std::atomic<bool>& isDone) {
-  int requests = 0;
-  for (int connection = 0;; ++connection) {
-    auto peer = service.accept();
-    if (isDone) return;
-    if (connection % 5 == 4) continue;
-    try {
-      peer.greet(service.name);
-      answer(peer, versionReply(618));
-      while (answerErratically(peer, ++requests)) {
-      }
-    } catch (const std::runtime_error&) {  // the client has left
-    }
-  }
-}
-
-std::size_t entriesOf(const char* folder) {
-  namespace fs = std::filesystem;
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
-}
-
 TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
-  constexpr int threadCount = 8, requestCount = 125;
-  const auto descriptors = entriesOf("/proc/self/fd"), tasks = entriesOf("/proc/self/task");
-  std::array<std::atomic<int>, threadCount * requestCount> ends{};
+  constexpr int askers = 8, requestCount = 125;
+  const auto descriptors = openDescriptors(), threadsBefore = threadCount();
+  std::array<std::atomic<int>, askers * requestCount> ends{};
   std::atomic<int> right = 0, wrong = 0;
+  // This helper sometimes misbehaves: it answers a request twice or not at all, or answers one that was never sent. It
+  // also closes connections, some before their first answer.
   std::atomic<bool> isDone = false;
-  std::thread helper([&] { serveErratically(helper_, isDone); });
+  std::thread helper([&] {
+    for (int connection = 1, request = 0;; ++connection) {
+      auto peer = helper_.accept();
+      if (isDone) return;
+      if (connection % 5 == 0) continue;
+      try {
+        peer.greet(helper_.name);
+        answer(peer, versionReply(618));
+        while (++request % 29 != 0) {
+          auto frame = peer.receive();
+          const auto& address = *frame.dictionary.get<Data>("address");
+          if (request % 13 == 0) frame.id += 1'000'000;
+          for (int answers = request % 7 == 0 ? 2 : request % 11 != 0; answers > 0; --answers) {
+            peer.send({.id = frame.id, .dictionary = owner(address[2] << 8 | address[3])});
+          }
+        }
+      } catch (const std::runtime_error&) {  // the client has left
+      }
+    }
+  });
   {
-    HelperClient client(options());
+    auto client = std::make_unique<HelperClient>(options());
     auto run = [&](int thread) {
       for (int number = thread * requestCount; number < (thread + 1) * requestCount; ++number) {
         SocketAddress address;
@@ -143,61 +117,27 @@ TEST_F(HelperClientTest, EachRequestEndsOnceWhateverTheHelperDoes) {
         auto request = processLookup(Transport::udp, address);
         auto limit = std::chrono::milliseconds(number % 30);
         if (number % 3 == 0) {
-          handle(client.call(request, limit));
+          handle(client->call(request, limit));
         } else {
-          auto id = client.send(request, handle, limit);
-          if (number % 7 == 0) client.cancel(id);
+          auto id = client->send(request, handle, limit);
+          if (number % 7 == 0) client->cancel(id);
         }
       }
     };
     std::vector<std::thread> threads;
-    for (int thread = 0; thread < threadCount; ++thread) threads.emplace_back(run, thread);
+    for (int thread = 0; thread < askers; ++thread) threads.emplace_back(run, thread);
     for (auto& thread : threads) thread.join();
-  }
-  isDone = true;
-  {
-    HelperClient last(options());
-    last.connect();
+    isDone = true;
+    client = std::make_unique<HelperClient>(options());
+    client->connect();
     helper.join();
   }
   EXPECT_TRUE(std::all_of(ends.begin(), ends.end(), [](const auto& count) { return count == 1; }));
   EXPECT_GT(right, 0);
   EXPECT_EQ(wrong, 0);
-  EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+  EXPECT_LE(openDescriptors(), descriptors);
   // The kernel still lists a joined thread for a moment.
-  while (entriesOf("/proc/self/task") > tasks) std::this_thread::yield();
-}
-
-TEST_F(HelperClientTest, GarbageEndsTheConnectionAndNothingElse) {
-  std::atomic<int> connections = 0;
-  auto options = this->options();
-  options.onConnection = [&](const ConnectionChange& change) { connections += change.build ? 1 : 0; };
-  auto client = std::make_unique<HelperClient>(options);
-  // A frame of 64 MiB, a frame that is not CBOR, and a text where an array belongs.
-  for (const auto& garbage : {Data{4, 0, 0, 0}, Data{0, 0, 0, 1, 0xFF}, Data{0, 0, 0, 2, 0x61, 'x'}}) {
-    auto lost = std::async([&] { return client->call(lookup()); });
-    auto peer = admit();
-    peer.receive();
-    peer.sendBytes(garbage);
-    EXPECT_EQ(lost.get().error().code, ErrorCode::lost);
-    EXPECT_THROW(peer.receive(), std::runtime_error);
-  }
-  // Time limits hold even during a flood of answers that belong to no request.
-  client->connect();
-  auto peer = admit();
-  peer.greet(helper_.name);
-  std::thread flood([&] {
-    try {
-      while (true) peer.send({.id = 1'000'000, .dictionary = {}});
-    } catch (const std::runtime_error&) {  // the client has left
-    }
-  });
-  for (auto limit : {20ms, std::chrono::milliseconds::min()}) {
-    EXPECT_EQ(client->call(lookup(), limit).error().code, ErrorCode::timedOut);
-  }
-  client.reset();
-  flood.join();
-  EXPECT_EQ(connections, 4);
+  while (threadCount() > threadsBefore) std::this_thread::yield();
 }
 
 TEST_F(HelperClientTest, AForkedChildCannotUseItAndDoesNoHarm) {
@@ -259,10 +199,6 @@ TEST_F(HelperClientTest, ReportsARefusal) {
   peer.receive();
   peer.close();
   EXPECT_EQ(refused.get().error().code, ErrorCode::refused);
-
-  auto other = ask();
-  helper_.accept().send({.id = 0, .dictionary = {{"service", "another"}}});
-  EXPECT_THAT(other.get().error().message, HasSubstr("another service"));
 }
 
 TEST_F(HelperClientTest, ReportsWhyThereIsNoAnswer) {
@@ -285,7 +221,9 @@ TEST_F(HelperClientTest, ReportsWhyThereIsNoAnswer) {
 
 TEST_F(HelperClientTest, NoRequestWaitsForEver) {
   HelperClient client(options());
-  EXPECT_EQ(client.call(version(), 1ms).error().code, ErrorCode::timedOut);  // the helper has not sent its greeting yet
+  for (auto limit : {std::chrono::milliseconds::min(), 1ms}) {  // the helper has not sent its greeting yet
+    EXPECT_EQ(client.call(version(), limit).error().code, ErrorCode::timedOut);
+  }
   Outcome<std::int64_t> cancelled;
   auto request = client.send(version(), cancelled.handler());
   client.cancel(request);

@@ -130,7 +130,7 @@ TEST(Dispatch, CancelledTimerStaysSilentEvenWhenItsFiringWaitsInTheQueue) {
   async(queue, [&] { gate.wait(); });
   TimerSource cancelled(queue, {}, [&] { record.add(1); });
   auto captured = std::make_shared<int>();
-  TimerSource replaced(queue, {}, [&, captured] { record.add(2); });
+  TimerSource replaced(queue, {.start = 1h}, [captured] {});
   TimerSource other(queue, {}, [&] { record.add(3); });
   cancelled.resume();
   replaced.resume();

@@ -26,6 +26,8 @@ class Peer {
   void sendBytes(const ipc::Data& bytes);
   Frame receive();
   bool hasHeardNothing();
+  /// Lets what the client sends from now on fail.
+  void stopReading();
   void close();
 
  private:

@@ -48,7 +48,7 @@ class ClientChannel {
   /// Removes a request whose sending has not begun.
   void withdraw(std::uint64_t id);
 
-  /// The next event; absent if there is none.
+  /// The next event; absent if there is none before the next wait().
   std::optional<Event> next();
 
   /// Releases the lock and waits until there may be an event, wake() is called, or the deadline passes; then takes the

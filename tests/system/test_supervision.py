@@ -57,7 +57,6 @@ class Relaunch(HelperTest):
         self.assertEqual(status["Groups"].split(), [str(group) for group in groups])
         if user:
             self.assertEqual({status[name] for name in ("CapInh", "CapPrm", "CapEff", "CapAmb")}, {"0" * 16})
-        return status
 
     def test_it_is_relaunched_as_its_user(self):
         kept = {"HOME": "/opt", "USER": "somebody", "DISPLAY": ":7", "WAYLAND_DISPLAY": "wayland-1",

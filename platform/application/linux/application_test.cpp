@@ -1,6 +1,8 @@
 #include "platform/application/application.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include "platform/application/linux/launch.h"
@@ -13,20 +15,23 @@ namespace {
 
 constexpr char unknown[] = "the user it ran as is not known";
 
-/// Launches a program that does not exist, again after each completion, and ends the process after the last. The error
-/// text on standard error shows that every step before executing the program succeeded.
-void launch(int again) {
-  openApplication("com.example.test", "/nowhere/Brimo", {}, [again](const Result<void>& launched) {
-    if (again > 0) return launch(again - 1);
-    fmt::print(stderr, "{}", launched ? "launched" : launched.error().what());
-    std::exit(dispatch::isMainThread() ? 0 : 1);
-  });
+using Completion = std::function<void(const Result<void>&)>;
+
+/// Launches a program that does not exist. If every step before executing it succeeds, that is what the error says.
+void launch(const Completion& completion) {
+  openApplication("com.example.test", "/nowhere/Brimo", {}, completion);
 }
 
-void launchAfter(const std::function<void()>& prepare, int again = 0) {
-  dispatch::async(dispatch::mainQueue(), [prepare, again] {
+/// Prints the error and ends the process.
+void finish(const Result<void>& launched) {
+  fmt::print(stderr, "{}", launched ? "launched" : launched.error().what());
+  std::exit(dispatch::isMainThread() ? 0 : 1);
+}
+
+void launchAfter(const std::function<void()>& prepare, const Completion& completion = finish) {
+  dispatch::async(dispatch::mainQueue(), [=] {
     prepare();
-    launch(again);
+    launch(completion);
   });
   dispatch::dispatchMain();
 }
@@ -56,17 +61,41 @@ TEST_F(ApplicationDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
               end, unknown);
 }
 
+TEST_F(ApplicationDeathTest, NothingIsLaunchedOnceTheUserHasLoggedOut) {
+  // Plays logind in a mount namespace of this process's own.
+  auto become = [&](const std::string& before, const std::string& now) {
+    if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0) std::exit(2);
+    if (mount("", "/run", "tmpfs", 0, nullptr) != 0) std::exit(2);
+    std::filesystem::create_directories("/run/systemd/users");
+    const auto file = fmt::format("/run/systemd/users/{}", getuid());
+    test::writeFile(file, "STATE=" + before + "\n");
+    noteRunningApplication(process, getuid());
+    test::writeFile(file, "STATE=" + now + "\n");
+  };
+  auto end = testing::ExitedWithCode(0);
+  for (const char* state : {"opening", "online", "active"}) {
+    EXPECT_EXIT(launchAfter([&] { become(state, "lingering"); }), end, "its user has logged out");
+    EXPECT_EXIT(launchAfter([&] { become("active", state); }), end, "execve: No such file");
+  }
+}
+
 TEST_F(ApplicationDeathTest, TheErrorNamesTheStepThatFailed) {
   // Only root may set groups, so the launch fails at that step.
   auto error = getuid() == 0 ? "execve: No such file or directory" : "setgroups: Operation not permitted";
-  auto beside = [&](int launches) {
-    return [this, launches] {
+  auto end = testing::ExitedWithCode(0);
+  const char* refused = "too many launches for this user are under way";
+  const Completion ignore = [](auto&) {}, once = [](auto&) { launch(finish); };
+  const Completion twice = [&](auto& launched) { launch(ignore), once(launched); };
+  auto beside = [&](int launches, const Completion& completion) {
+    return [=, this] {
       noteRunningApplication(process, getuid());
-      for (int i = 0; i < launches; ++i) openApplication("com.example.test", "/nowhere/Brimo", {}, [](const auto&) {});
+      for (int i = 0; i < launches; ++i) launch(completion);
     };
   };
-  EXPECT_EXIT(launchAfter(beside(7), 1), testing::ExitedWithCode(0), error);
-  EXPECT_EXIT(launchAfter(beside(8)), testing::ExitedWithCode(0), "too many launches for this user are under way");
+  EXPECT_EXIT(launchAfter(beside(7, ignore), once), end, error);
+  EXPECT_EXIT(launchAfter(beside(8, ignore)), end, refused);
+  // When the first of eight has ended, there is room for one.
+  EXPECT_EXIT(launchAfter(beside(7, twice), twice), end, refused);
 }
 
 #ifndef __SANITIZE_THREAD__  // its runtime does not support a forked child that continues to run
@@ -87,16 +116,19 @@ TEST(ApplicationLaunch, TheApplicationHasOnlyWhatBelongsToItsUser) {
   // A shell would unblock signals first. Perl ignores one (0x80).
   const std::string perl = R"(open STDOUT, '>', "$ARGV[1].new"; open STATUS, '/proc/self/status'; $| = 1;
       print alarm(0), "\n", grep(/Sig(Blk|Ign)/, <STATUS>); close STATUS; exec '/bin/sh', '-c', @ARGV)";
-  const std::string report = folder / "report", script = R"(id -u; id -g; id -G; umask; pwd
-      ls /proc/$$/fd; readlink /proc/$$/fd/0 /proc/$$/fd/2; [ $(cut -d' ' -f6 /proc/$$/stat) = $$ ] && echo leader
+  const std::string pid = std::to_string(getpid()), report = folder / "report",
+                    script = R"(id -u; id -g; id -G; umask; pwd
+      ls /proc/$$/fd; readlink /proc/$$/fd/0 /proc/$$/fd/2
+      [ $(cut -d' ' -f6 /proc/$$/stat) = $$ ] && [ $PPID != $1 ] && echo >&2 && echo orphan
       tr '\0' '\n' </proc/$$/environ; mv "$0.new" "$0")";
   for (const auto& [home, start] : {std::pair(folder.path(), folder.path()), {folder / "none", "/"}}) {
     std::filesystem::remove(report);
-    auto launched = launchApplication("/usr/bin/perl", {"-e", perl, script, report}, {1, 2, {3, 4}, {"HOME=" + home}});
+    auto launched =
+        launchApplication("/usr/bin/perl", {"-e", perl, script, report, pid}, {1, 2, {3, 4}, {"HOME=" + home}});
     EXPECT_TRUE(launched) << launched.error().what();
     EXPECT_TRUE(eventually([&] { return std::filesystem::exists(report); }));
     EXPECT_EQ(test::readFile(report), "0\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000080\n1\n2\n2 3 4\n0022\n" +
-                                          start + "\n0\n1\n2\n/dev/null\n/dev/null\nleader\nHOME=" + home +
+                                          start + "\n0\n1\n2\n/dev/null\n/dev/null\norphan\nHOME=" + home +
                                           "\nUSER=daemon\nLOGNAME=daemon\nSHELL=/usr/sbin/nologin\n"
                                           "PATH=/usr/local/bin:/usr/bin:/bin\n");
   }

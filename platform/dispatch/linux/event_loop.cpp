@@ -14,13 +14,6 @@ struct EventSource::State : std::enable_shared_from_this<State> {
   std::function<void(std::uint32_t)> handler;
   sd_event_source* source = nullptr;
 
-  State() = default;
-  State(const State&) = delete;
-  State& operator=(const State&) = delete;
-  ~State() { detach(); }
-
-  void detach() { source = sd_event_source_disable_unref(source); }
-
   // Not noexcept: an exception ends the process either way, but this way the stack of the throw is still there to be
   // logged.
   static void call(void* userdata, std::uint32_t events) {
@@ -31,7 +24,7 @@ struct EventSource::State : std::enable_shared_from_this<State> {
 
 // Detaches at once, even while the handler runs: the descriptor may be closed next and its number reused.
 EventSource::~EventSource() {
-  if (state_) state_->detach();
+  if (state_) sd_event_source_disable_unref(state_->source);
 }
 
 EventSource& EventSource::operator=(EventSource&& other) noexcept {

@@ -74,7 +74,8 @@ class ClockTimers {
   }
 
   void remove(const std::shared_ptr<State>& timer) {
-    if (waiting_.erase(timer) > 0) arm();
+    waiting_.erase(timer);
+    arm();
   }
 
   /// Removes and returns the first timer that is due; null if none is.

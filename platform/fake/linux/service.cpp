@@ -59,6 +59,10 @@ bool Peer::hasHeardNothing() {
   return recv(implementation_->socket.get(), &byte, 1, MSG_DONTWAIT | MSG_PEEK) < 0 && errno == EAGAIN;
 }
 
+void Peer::stopReading() {
+  shutdown(implementation_->socket.get(), SHUT_RD);
+}
+
 void Peer::close() {
   implementation_->socket.reset();
 }

@@ -25,23 +25,15 @@ class ClientChannel::Implementation {
   }
 
   bool open(const std::string& serviceName) {
-    close();
     serviceName_ = serviceName;
-    auto path = endpointPath(serviceName);
-    auto address = endpointAddress(path);
-    socket_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (address && socket_ &&
-        ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0) {
-      return true;
+    const auto path = endpointPath(serviceName);
+    const int error = connectTo(path);
+    // The queue of connections that wait to be accepted is full (connect(2)).
+    if (error == EAGAIN) return false;
+    if (error != 0) {
+      end_ = End{.wasReached = false,
+                 .reason = "cannot reach the helper at " + path + ": " + std::generic_category().message(error)};
     }
-    int error = address ? errno : ENAMETOOLONG;
-    // EAGAIN: the queue of connections that wait to be accepted is full (connect(2)).
-    if (socket_ && error == EAGAIN) {
-      close();
-      return false;
-    }
-    end_ = End{.wasReached = false,
-               .reason = "cannot reach the helper at " + path + ": " + std::generic_category().message(error)};
     return true;
   }
 
@@ -53,7 +45,6 @@ class ClientChannel::Implementation {
     outgoing_.clear();
     sent_ = 0;
     isGreeted_ = false;
-    hasRead_ = false;
     end_.reset();
   }
 
@@ -62,9 +53,10 @@ class ClientChannel::Implementation {
     if (!bytes) return false;
     outgoing_.push_back({id, std::move(*bytes)});
     // Nothing may be sent before the service's greeting: the service would close the connection.
-    if (isGreeted_ && outgoing_.size() == 1) flush();
+    if (!isGreeted_) return true;
+    flush();
     // Wakes the waiting thread, which must now wait until the socket is writable too.
-    if (isGreeted_ && outgoing_.size() == 1) wake();
+    if (!outgoing_.empty()) wake();
     return true;
   }
 
@@ -74,21 +66,16 @@ class ClientChannel::Implementation {
   }
 
   std::optional<Event> next() {
-    while (socket_ && !end_) {
-      if (auto frame = reader_.next()) {
-        if (isGreeted_) return Reply{.id = frame->id, .dictionary = std::move(frame->dictionary)};
-        greet(*frame);
-      } else if (reader_.isMalformed()) {
-        end_ = End{.wasReached = true, .reason = "the helper's answers are malformed"};
-      } else if (std::exchange(hasRead_, false) || !receive()) {
-        // One read per turn, so that a flood of data cannot delay time limits or other threads that wait for the lock.
-        return std::nullopt;
+    while (auto frame = reader_.next()) {
+      if (isGreeted_) return Reply{.id = frame->id, .dictionary = std::move(frame->dictionary)};
+      isGreeted_ = isGreeting(*frame);
+      if (!isGreeted_) {
+        return end({.wasReached = true, .reason = "the endpoint belongs to another service than " + serviceName_});
       }
     }
-    if (!end_) return std::nullopt;
-    auto end = std::move(*end_);
-    close();
-    return end;
+    if (reader_.isMalformed()) return end({.wasReached = true, .reason = "the helper's answers are malformed"});
+    if (end_) return end(std::move(*end_));
+    return std::nullopt;
   }
 
   void wait(std::unique_lock<std::mutex>& lock, std::optional<Clock::time_point> deadline) {
@@ -104,13 +91,14 @@ class ClientChannel::Implementation {
       timeout = static_cast<int>(rest.count());
     }
     lock.unlock();
-    int count = poll(descriptors.data(), descriptors.size(), timeout);
+    poll(descriptors.data(), descriptors.size(), timeout);
     lock.lock();
-    if (count <= 0) return;
     if (descriptors[0].revents) {
       std::uint64_t calls;
       [[maybe_unused]] auto length = read(wake_.get(), &calls, sizeof calls);
     }
+    // One read per turn, so that a flood of data cannot delay time limits or other threads that wait for the lock.
+    if (descriptors[1].revents) receive();
     if (descriptors[1].revents & POLLOUT) flush();
   }
 
@@ -125,37 +113,44 @@ class ClientChannel::Implementation {
     Data bytes;
   };
 
-  void greet(const Frame& greeting) {
-    const auto* service = greeting.dictionary.get<std::string>("service");
-    isGreeted_ = greeting.id == 0 && service && *service == serviceName_;
-    if (isGreeted_) return flush();
-    end_ = End{.wasReached = true, .reason = "the endpoint belongs to another service than " + serviceName_};
+  /// Returns 0 or an errno.
+  int connectTo(const std::string& path) {
+    const auto address = endpointAddress(path);
+    if (!address) return ENAMETOOLONG;
+    FileDescriptor made(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!made || ::connect(made.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0) {
+      return errno;
+    }
+    socket_ = std::move(made);
+    return 0;
   }
 
-  /// Reads once; false if nothing was waiting.
-  bool receive() {
+  bool isGreeting(const Frame& frame) const {
+    const auto* service = frame.dictionary.get<std::string>("service");
+    return frame.id == 0 && service && *service == serviceName_;
+  }
+
+  /// Closes the connection and returns why it has ended.
+  End end(End reason) {
+    close();
+    return reason;
+  }
+
+  // Reading and sending never wait, so they cannot be interrupted (signal(7)).
+  void receive() {
     auto length = recv(socket_.get(), chunk_.data(), chunk_.size(), 0);
-    if (length < 0 && errno == EINTR) return true;
-    if (length < 0 && errno == EAGAIN) return false;
-    if (length <= 0) {
-      end_ = End{.wasReached = true, .reason = "the helper has closed the connection"};
-      return true;
-    }
-    reader_.append({chunk_.data(), static_cast<std::size_t>(length)});
-    hasRead_ = true;
-    return true;
+    if (length > 0) return reader_.append({chunk_.data(), static_cast<std::size_t>(length)});
+    // An error is EAGAIN or, like ECONNRESET, comes once before the end.
+    if (length == 0) end_ = End{.wasReached = true, .reason = "the helper has closed the connection"};
   }
 
   void flush() {
     while (!outgoing_.empty()) {
       const auto& bytes = outgoing_.front().bytes;
       auto length = ::send(socket_.get(), bytes.data() + sent_, bytes.size() - sent_, MSG_NOSIGNAL);
-      if (length < 0 && errno == EINTR) continue;
-      if (length < 0 && errno == EAGAIN) return;
       if (length < 0) {
-        // The end is noticed when reading, after the replies that were sent before it.
-        outgoing_.clear();
-        shutdown(socket_.get(), SHUT_RDWR);
+        // After an error, the end is noticed when reading, after the replies that were sent before it.
+        if (errno != EAGAIN) shutdown(socket_.get(), SHUT_RDWR);
         return;
       }
       sent_ += static_cast<std::size_t>(length);
@@ -170,7 +165,6 @@ class ClientChannel::Implementation {
   FileDescriptor socket_;
   FrameReader reader_;
   std::array<std::uint8_t, 65'536> chunk_;
-  bool hasRead_ = false;  // since next() last returned nothing
   std::deque<Outgoing> outgoing_;
   std::size_t sent_ = 0;  // bytes of the first outgoing request already sent
   bool isGreeted_ = false;

@@ -113,7 +113,7 @@ Connection::Implementation::Received Connection::Implementation::receive() {
   header.msg_control = control.data();
   header.msg_controllen = control.size();
   auto length = recvmsg(socket_.get(), &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-  if (length < 0 && (errno == EAGAIN || errno == EINTR)) return Received::nothing;
+  if (length < 0 && errno == EAGAIN) return Received::nothing;
   if (length <= 0 || writerOf(header) != sender_->pid()) return Received::end;
   reader_.append({chunk.data(), static_cast<std::size_t>(length)});
   return Received::bytes;
@@ -177,7 +177,6 @@ void Connection::Implementation::flush() {
   while (sent_ < outgoing_.size()) {
     auto length =
         ::send(socket_.get(), outgoing_.data() + sent_, outgoing_.size() - sent_, MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (length < 0 && errno == EINTR) continue;
     if (length < 0 && errno == EAGAIN) {
       // Sent bytes are dropped only occasionally, because each time the rest must move.
       if (sent_ > outgoing_.size() / 2) {

@@ -285,7 +285,7 @@ std::optional<Frame> FrameReader::next() {
   auto available = std::span(buffer_).subspan(consumed_);
   if (isMalformed_ || available.size() < lengthSize) return std::nullopt;
   std::size_t length = readLength(available.data());
-  isMalformed_ = length < 1 || length > maximumFrameLength;
+  isMalformed_ = length > maximumFrameLength;
   if (isMalformed_ || available.size() - lengthSize < length) return std::nullopt;
 
   auto frame = decodeFrame(available.subspan(lengthSize, length));

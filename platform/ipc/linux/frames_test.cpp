@@ -40,15 +40,16 @@ TEST(IPCFrames, IntegersOfEverySizeComeBack) {
 
 TEST(IPCFrames, FramesThatWereReadAreFreed) {
   auto inUse = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
-  auto whole = *encodeFrame({1, {{"k", Data(10'000)}}});
+  auto whole = *encodeFrame({1, {{"k", Data(100'000)}}});
   Data endAndBegin(whole.begin() + 5'000, whole.end());
   endAndBegin.insert(endAndBegin.end(), whole.begin(), whole.begin() + 5'000);
   FrameReader reader;
   reader.append(std::span(whole).first(5'000));
   const auto before = inUse();
-  for (int frame = 0; frame < 1'000; ++frame) {
+  for (int frame = 0; frame < 100; ++frame) {
     reader.append(endAndBegin);
     ASSERT_TRUE(reader.next());
+    EXPECT_EQ(reader.frameLength(), whole.size() - 4);
   }
   EXPECT_LT(inUse(), before + 1'000'000);
 }
@@ -59,14 +60,15 @@ TEST(IPCFrames, RefusesToEncodeAFrameThatNoPeerAccepts) {
 }
 
 TEST(IPCFrames, ValuesOfOtherTypesReadAsAbsent) {
-  // [1, {"f": 1.5, "n": null, "l": [1, {}], "t": 1(2), "u": 2^64-1, "s": simple(16), "x": simple(255), "i": (_ "a",
-  // "b")}]
-  auto frame =
-      decodeFrame(bytes({0x82, 1,    0xA8, 0x61, 'f',  0xF9, 0x3E, 0x00, 0x61, 'n',  0xF6, 0x61, 'l', 0x82, 1,   0xA0,
-                         0x61, 't',  0xC1, 2,    0x61, 'u',  0x1B, 255,  255,  255,  255,  255,  255, 255,  255, 0x61,
-                         's',  0xF0, 0x61, 'x',  0xF8, 255,  0x61, 'i',  0x7F, 0x61, 'a',  0x61, 'b', 0xFF}));
+  // [1, {"f": 1.5, "n": null, "l": [1, {}], "t": 1(2), "u": 2^63, "s": simple(0), "x": simple(255), "i": (_ "a", "b"),
+  // "j": (_ h'01', h'02'), "b": false, "v": simple(19), "w": simple(32)}]
+  auto frame = decodeFrame(
+      bytes({0x82, 1,    0xAC, 0x61, 'f',  0xF9, 0x3E, 0x00, 0x61, 'n',  0xF6, 0x61, 'l',  0x82, 1,    0xA0,
+             0x61, 't',  0xC1, 2,    0x61, 'u',  0x1B, 128,  0,    0,    0,    0,    0,    0,    0,    0x61,
+             's',  0xE0, 0x61, 'x',  0xF8, 255,  0x61, 'i',  0x7F, 0x61, 'a',  0x61, 'b',  0xFF, 0x61, 'j',
+             0x5F, 0x41, 1,    0x41, 2,    0xFF, 0x61, 'b',  0xF4, 0x61, 'v',  0xF3, 0x61, 'w',  0xF8, 32}));
   ASSERT_TRUE(frame);
-  EXPECT_EQ(frame->dictionary, (Dictionary{{"i", "ab"}}));
+  EXPECT_EQ(frame->dictionary, (Dictionary{{"i", "ab"}, {"j", bytes({1, 2})}, {"b", false}}));
 }
 
 TEST(IPCFrames, RefusesEverythingButAnIDAndADictionary) {
@@ -76,7 +78,9 @@ TEST(IPCFrames, RefusesEverythingButAnIDAndADictionary) {
            bytes({}),
            bytes({0xA0}),
            bytes({0x81, 0}),
-           bytes({0x83, 0, 0xA0, 0}),
+           bytes({0x83, 0, 0xA0}),
+           bytes({0xA2, 0, 0xA0}),
+           bytes({0x82, 0, 0xA1, 0xFF}),
            bytes({0x82, 0, 0xA1, 0x61, 'a', 0x5F, 0x5F, 0xFF}),
            bytes({0x82, 0x20, 0xA0}),                                  // the ID is negative
            bytes({0x82, 0, 0xA0, 0}),                                  // another item follows
@@ -99,22 +103,30 @@ TEST(IPCFrames, RefusesEverythingButAnIDAndADictionary) {
 }
 
 TEST(IPCFrames, NestsEightDeepAndNoDeeper) {
-  auto nested = [](int arrays) {
+  auto nested = [](int items, std::uint8_t head) {
     Data item = bytes({0x82, 0, 0xA1, 0x61, 'a'});
-    item.insert(item.end(), static_cast<std::size_t>(arrays - 1), 0x81);
+    item.insert(item.end(), static_cast<std::size_t>(items - 1), head);
     item.push_back(0x80);
     return item;
   };
-  EXPECT_TRUE(decodeFrame(nested(6)));
-  EXPECT_FALSE(decodeFrame(nested(7)));
-  EXPECT_FALSE(decodeFrame(nested(1'000'000)));
+  for (std::uint8_t head : bytes({0x81, 0xC1})) {  // an array, a tag
+    EXPECT_TRUE(decodeFrame(nested(6, head)));
+    EXPECT_FALSE(decodeFrame(nested(7, head)));
+    EXPECT_FALSE(decodeFrame(nested(1'000'000, head)));
+  }
 }
 
-TEST(IPCFrames, LengthIsCheckedBeforeTheContentArrives) {
-  for (auto [length, isMalformed] :
-       {std::pair(bytes({0, 0, 0, 0}), true), {bytes({1, 0, 0, 0}), false}, {bytes({1, 0, 0, 1}), true}}) {
+TEST(IPCFrames, NothingFollowsAMalformedFrame) {
+  for (auto [begin, isMalformed] : {std::pair(bytes({0, 0, 0, 0}), true),
+                                    {bytes({0, 0, 0, 1, 0xFF}), true},
+                                    {bytes({1, 0, 0, 0}), false},
+                                    {bytes({1, 0, 0, 1}), true}}) {
     FrameReader reader;
-    reader.append(length);
+    reader.append(begin);
+    EXPECT_FALSE(reader.next());
+    EXPECT_EQ(reader.isMalformed(), isMalformed);
+    EXPECT_EQ(reader.missing(), isMalformed ? 0 : maximumFrameLength);
+    reader.append(*encodeFrame({}));
     EXPECT_FALSE(reader.next());
     EXPECT_EQ(reader.isMalformed(), isMalformed);
   }

@@ -10,12 +10,10 @@ MainImage mainImage() {
   // The first object reported is the main executable (dl_iterate_phdr(3)).
   dl_iterate_phdr(
       [](dl_phdr_info* info, std::size_t, void* result) {
-        auto& found = *static_cast<MainImage*>(result);
-        found.slide = info->dlpi_addr;
-        for (int index = 0; index < info->dlpi_phnum; ++index) {
-          const auto& header = info->dlpi_phdr[index];
-          if (header.p_type == PT_LOAD && header.p_offset == 0) found.loadAddress = info->dlpi_addr + header.p_vaddr;
-        }
+        // The segments that are loaded ascend (elf(5)); the first one begins with the file's first byte.
+        const auto* header = info->dlpi_phdr;
+        while (header->p_type != PT_LOAD) ++header;
+        *static_cast<MainImage*>(result) = {.slide = info->dlpi_addr, .loadAddress = info->dlpi_addr + header->p_vaddr};
         return 1;
       },
       &image);
