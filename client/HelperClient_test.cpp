@@ -11,6 +11,7 @@
 
 #include "platform/base/readiness.h"
 #include "platform/fake/service.h"
+#include "tests/support/linux/thread_count.h"
 #include "tests/support/this_machine.h"
 
 namespace brimo {
