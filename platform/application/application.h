@@ -12,13 +12,13 @@
 namespace platform {
 
 /// Remembers the identity and environment of a running process for openApplication(), in place of those remembered
-/// before. Main thread. `userID` is the user known to be behind the process. If the process runs as another user by
-/// now, for example because it executed a set-user-ID program, or has ended, nothing is remembered. Does nothing on
-/// macOS, where the system knows the user.
+/// before. Main queue only. `userID` is the user known to be behind the process. Nothing is remembered if the process
+/// has ended or now runs as another user, for example because it executed a set-user-ID program. Does nothing on macOS,
+/// where the system knows the user.
 void noteRunningApplication(const Process& process, std::uint32_t userID);
 
 /// Launches the application with its executable at `path`, with the remembered identity and environment. `identifier`
-/// is its bundle identifier. Main thread. Returns at once; `completion` is called with the outcome on the main queue.
+/// is its bundle identifier. Main queue only. Returns at once and later calls `completion` with the outcome there.
 void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(const Result<void>& launched)> completion);
 

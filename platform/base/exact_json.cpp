@@ -20,11 +20,11 @@ namespace json = boost::json;
 
 namespace {
 
-/// The double nearest to a number; infinity if the number is too large. The process's locale, with its decimal comma,
-/// has no effect.
+/// The double nearest to a number; infinity if the number is too large. A decimal comma in the process's locale has no
+/// effect.
 template <class Number = double>
 Number nearestDouble(std::string_view text) {
-  // Several times as fast as strtod(3), but missing from some standard libraries.
+  // std::from_chars() is several times as fast as strtod(3), but some standard libraries lack it for real numbers.
   if constexpr (requires(Number number) { std::from_chars(text.data(), text.data(), number); }) {
     Number number = 0;
     if (std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc()) return number;
@@ -78,7 +78,7 @@ class Writer {
     } else if (const auto* number = value.if_double()) {
       const auto start = text_.size();
       fmt::format_to(std::back_inserter(text_), "{}", *number);
-      // Otherwise it would be read back as an integer.
+      // Without a point or an exponent, the number would be read back as an integer.
       if (text_.find_first_of(".e", start) == text_.npos) text_ += ".0";
     } else {
       writeScalar(&value);

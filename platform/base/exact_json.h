@@ -17,7 +17,7 @@ Result<boost::json::value> parseExactJSON(std::string_view text, std::size_t max
 /// read back, and in the usual notation: 1.5, 1.0, 1e+300. All numbers must be finite.
 std::string serializeExactJSON(const boost::json::value& value);
 
-/// Whether all numbers in a value are finite, since JSON has no text for infinity. The parser returns infinity for a
+/// Whether all numbers in a value are finite. JSON has no text for infinity, but the parser returns infinity for a
 /// number that is too large.
 bool isFiniteJSON(const boost::json::value& value);
 

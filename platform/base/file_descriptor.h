@@ -7,7 +7,7 @@
 
 namespace platform {
 
-/// Owns a file descriptor and closes it; -1 if it owns none.
+/// Owns a file descriptor and closes it. get() is -1 if it owns none.
 class FileDescriptor {
  public:
   FileDescriptor() = default;

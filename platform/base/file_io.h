@@ -1,4 +1,4 @@
-// Reading and writing that continues after signals and after partial transfers.
+// Reads and writes that continue after signals and after partial transfers.
 #pragma once
 
 #include <cstddef>

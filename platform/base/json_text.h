@@ -12,7 +12,7 @@ inline std::string_view textOf(const boost::json::value* value) {
   return text ? std::string_view(*text) : std::string_view();
 }
 
-/// The same for the member of an object; empty if there is none.
+/// The text of an object's member; empty if the object has no such member or the member is not a string.
 inline std::string_view textMember(const boost::json::object& object, std::string_view key) {
   return textOf(object.if_contains(key));
 }

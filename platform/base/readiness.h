@@ -13,7 +13,7 @@ class Readiness {
 
   int descriptor() const { return reading_.get(); }
 
-  /// Any thread. Calling one of them again has no further effect.
+  /// Makes the descriptor readable; clear() ends that. Both may be called on any thread, and repeatedly.
   void set();
   void clear();
 

@@ -16,7 +16,7 @@ struct Failure : std::runtime_error {
   Failure() : Failure(0, "") {}  // error() of a success returns this
   Failure(int failedWith, const std::string& sentence) : runtime_error(sentence), number(failedWith) {}
 
-  int number;  ///< an errno unless the declaration names another status; 0 if there is no number
+  int number;  ///< an errno, or the status that the failing function's declaration names; 0 if there is no number
 };
 
 /// The failure for an errno. The sentence is its message, preceded by `about` if given.

@@ -29,7 +29,7 @@ Result<std::thread> startThread(std::function<void()> body) {
   try {
     return std::thread(std::move(body));
   } catch (const std::system_error& error) {
-    // Explicitly, because std::thread could be constructed from a Failure too.
+    // in_place_error is necessary because a std::thread could be constructed from a Failure, too.
     return {boost::system::in_place_error, failureOf(error.code().value())};
   }
 }

@@ -32,7 +32,7 @@ Queue globalQueue();
 /// has no owner left. The name is for debuggers.
 Queue makeSerialQueue(const std::string& name);
 
-/// Adds work to a queue and returns. Any thread, including one of the queue's own; never runs the work itself.
+/// Adds work to a queue and returns; does not run the work in the call. Any thread, including the queue's own threads.
 void async(const Queue& queue, std::function<void()> work);
 
 /// Adds work to a queue after a delay on the monotonic clock.
@@ -56,8 +56,8 @@ struct Schedule {
   static constexpr auto neverAgain = std::chrono::nanoseconds::max();
 };
 
-/// A timer that calls its handler on a queue, never twice at the same time. Destroying it cancels it. Different timers
-/// may be used by different threads, each one by one thread at a time.
+/// A timer that calls its handler on a queue, never twice at the same time. Destroying it cancels it. Each timer may be
+/// used by one thread at a time; different threads may use different timers.
 class TimerSource {
  public:
   class State;

@@ -1,4 +1,4 @@
-// Tests queues and timers under load, blocked queues and cancelled timers.
+// Tests blocked queues, cancelled timers, and queues and timers under load.
 #include "platform/dispatch/dispatch.h"
 
 #include <gmock/gmock.h>

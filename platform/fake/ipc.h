@@ -19,7 +19,7 @@ struct ConnectionState {
 std::shared_ptr<ipc::Connection> makeConnection(
     std::shared_ptr<ConnectionState> state = std::make_shared<ConnectionState>());
 
-/// A message whose sender is judged by checkSender() of the fake code signing.
+/// A message for whose sender checkSender() returns Machine::senderStatus.
 ipc::Message makeMessage(ipc::Dictionary dictionary, std::function<void(const ipc::Dictionary&)> reply = {});
 
 }  // namespace platform::fake

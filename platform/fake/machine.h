@@ -44,7 +44,7 @@ struct Machine {
   /// Children by PID; PIDs are 1001, 1002 and so on. A launched child writes "output" and a line end to its output, if
   /// it has one.
   std::map<std::int32_t, std::shared_ptr<ChildTask::Implementation>> children;
-  /// Every action on processes and children and every question about them, in order.
+  /// Actions on processes and children, and look-ups of processes, in order.
   std::vector<std::string> steps;
 
   std::vector<std::pair<SocketProtocol, SocketEntry>> sockets;

@@ -19,7 +19,7 @@ struct Preferences {
   /// All calls, in order: "create BrimoHelper", "lock waiting", "set PATH", "commit", "apply", "synchronize", "unlock",
   /// "release".
   std::vector<std::string> calls;
-  /// Values passed to setValue(), including failed calls
+  /// Values passed to setValue(), also in calls that fail.
   std::vector<std::pair<std::string, boost::json::value>> values;
 };
 

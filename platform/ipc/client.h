@@ -13,8 +13,8 @@
 
 namespace platform::ipc {
 
-/// A client's end of a service's endpoint: one connection at a time, with many requests in progress. Only wait()
-/// blocks. The caller must hold the same lock in every call except wake(). The connection is closed on exec.
+/// A client's connection to a service: one at a time, with any number of requests in progress. Only wait() blocks. The
+/// caller must hold the same lock in every call except wake(). The connection is closed on exec.
 class ClientChannel {
  public:
   using Clock = std::chrono::steady_clock;
@@ -23,9 +23,9 @@ class ClientChannel {
     std::uint64_t id;
     Dictionary dictionary;
   };
-  /// Reported once for each connection. No other event of that connection follows.
+  /// Reported when a connection ends, except by close(). No other event of that connection follows.
   struct End {
-    bool wasReached;     ///< false if there is no such service
+    bool wasReached;     ///< false if no connection to the service could be made
     std::string reason;  ///< a sentence for people
   };
   using Event = std::variant<Reply, End>;
@@ -52,7 +52,7 @@ class ClientChannel {
   std::optional<Event> next();
 
   /// Releases the lock and waits until there may be an event, wake() is called, or the deadline passes; then takes the
-  /// lock again. Only one thread may wait at a time.
+  /// lock again. May return early. Only one thread may wait at a time.
   void wait(std::unique_lock<std::mutex>& lock, std::optional<Clock::time_point> deadline);
 
   /// Ends the current wait() or, if there is none, the next one. Any thread.

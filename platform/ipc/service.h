@@ -1,6 +1,7 @@
 // The service side of local IPC: a listener, its connections, and messages, which are typed dictionaries with replies.
 //
-// All events are delivered on the main queue. On macOS this is libxpc; docs/protocol.md describes the Linux transport.
+// All events are delivered on the main queue. On macOS, libxpc carries the messages; docs/protocol.md describes the
+// transport on Linux.
 #pragma once
 
 #include <cstdint>
@@ -62,7 +63,7 @@ class Connection {
   /// The peer's effective user ID when it connected.
   virtual std::uint32_t peerUserID() const = 0;
 
-  /// The peer's process. From resume() on, it has a handle on Linux.
+  /// The peer's process. On Linux, it has a handle after resume().
   virtual const Process& peer() const = 0;
 
   /// Sets the requirement that the peer's running image must satisfy; messages of other peers are not delivered. Call
@@ -84,8 +85,9 @@ using ListenerEvent = std::variant<std::shared_ptr<Connection>, Error>;
 
 struct ServiceSettings {
   std::string name;
-  std::int64_t build = 0;   ///< build number in the greeting to clients; macOS has no greeting
-  std::string clientGroup;  ///< group that a client must have connected with; empty for any. Linux only
+  std::int64_t build = 0;  ///< build number in the greeting to clients; macOS has no greeting
+  /// Group that a client must have received from its executable (set-group-ID); empty for any. Linux only.
+  std::string clientGroup;
 };
 
 /// The endpoint of a service. Used on the main queue, or before dispatchMain(). A new connection delivers no events

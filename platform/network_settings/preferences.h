@@ -15,8 +15,8 @@ inline constexpr char networkServices[] = "NetworkServices";
 inline constexpr char proxiesEntity[] = "Proxies";
 inline constexpr char ipv4Entity[] = "IPv4";
 
-/// A session that changes the network preferences. One thread at a time. The sentence of a failure is the system's
-/// error text (on macOS, SCErrorString()). Destroying a session unlocks it and discards uncommitted changes.
+/// A session that changes the network preferences. One thread at a time. On macOS, the sentence of a failure is
+/// SCErrorString(). Destroying a session unlocks it and discards uncommitted changes.
 class Session {
  public:
   class Implementation;
@@ -34,8 +34,9 @@ class Session {
   /// Sets the value at a path, which consists of keys that each follow a "/". Missing parents are created.
   Result<void> setValue(const std::string& path, const boost::json::value& value);
 
-  /// Writes all changes to the store, or none. The session must hold the lock. On Linux, if the store has no room for
-  /// all of them, it writes only the empty proxies dictionaries and fails unless there are no other changes.
+  /// Writes all changes to the store or, on failure, none. The session must hold the lock. There is one exception on
+  /// Linux: if the store has no room for all changes, the empty proxies dictionaries are still written. The call then
+  /// fails if there are other changes.
   Result<void> commit();
 
   /// Applies the committed changes to the running system.
@@ -51,8 +52,8 @@ class Session {
 };
 
 /// Keeps the running system up to date with the committed preferences from now on, for example when its network
-/// changes. Called once by the serving process, on the main thread before dispatchMain(). `store` is that of
-/// Session::create(). Does nothing on macOS, which does this itself.
+/// changes. Called once by the serving process, on the main thread before dispatchMain(). `store` is the same as for
+/// Session::create(). Does nothing on macOS, which itself keeps the system up to date.
 void keepApplied(const std::string& store);
 
 /// Undoes keepApplied() for a serving process that ended without doing so itself. Returns whether that succeeded; the

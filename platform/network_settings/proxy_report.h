@@ -11,7 +11,7 @@ namespace platform {
 struct ProxyPlace {
   std::string name;
   std::string service;  ///< the service's ID, if the place belongs to one
-  std::string setting;  ///< the setting; "none" if nothing is set
+  std::string setting;  ///< "none" if nothing is set
   std::string readers;  ///< the programs that use it
 };
 

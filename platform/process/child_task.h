@@ -13,10 +13,10 @@
 
 namespace platform {
 
-/// A child process. Main thread only. The child may outlive this object; the main queue reaps it when it ends.
+/// A child process. Main queue only. The child may outlive this object; the main queue reaps it when it ends.
 ///
-/// It gets the given arguments, a minimal fixed environment, default signal handling, "/" as its working directory,
-/// /dev/null as standard input, its own session, and no other descriptor of this process than its output.
+/// The child gets the given arguments, a minimal fixed environment, default signal handling, "/" as its working
+/// directory, /dev/null as standard input, its own session, and no other descriptor of this process than its output.
 class ChildTask {
  public:
   class Implementation;
@@ -31,7 +31,7 @@ class ChildTask {
   /// be changed at any time. A replaced handler is not called, nor is any handler after this object is gone.
   void setTerminationHandler(std::function<void()> handler);
 
-  /// Starts the child. Called once. The sentence of a failure is the system's error text, or empty if there is none.
+  /// Starts the child. Called once. The sentence of a failure is the system's error text.
   Result<void> launch();
 
   /// The child's process ID; 0 if it was not launched.

@@ -19,7 +19,7 @@ class ChildTask::Implementation {
   virtual bool waitForExit(std::chrono::milliseconds limit) = 0;  ///< true at once if no child is running
   virtual void signal(int number) = 0;                            ///< no effect if no child is running
 
-  std::function<void()> terminationHandler;  ///< taken and called on the main queue
+  std::function<void()> terminationHandler;  ///< called once, on the main queue, and emptied before
 };
 
 }  // namespace platform

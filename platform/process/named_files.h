@@ -1,4 +1,4 @@
-// Files named by a client, which may not exist or may be of an unexpected kind.
+// Files whose paths come from a client. They may not exist, or may be of an unexpected kind.
 //
 // On Linux, paths through links that only the kernel can make, such as /proc/PID/root, are refused: they may lead into
 // a user's private namespace, to a file system that never answers.
@@ -15,8 +15,8 @@ namespace platform {
 /// of a FIFO.
 Result<FileDescriptor> openForAppending(const std::string& path);
 
-/// The absolute path without symbolic links, dots and trailing slashes. The file need not exist, because a running
-/// executable may have been renamed. Empty if `path` is not absolute or cannot be resolved.
+/// The absolute path without symbolic links, "." and "..", and trailing slashes. The file need not exist, because a
+/// running executable may have been renamed. Empty if `path` is not absolute or cannot be resolved.
 std::string resolvedPath(const std::string& path);
 
 }  // namespace platform

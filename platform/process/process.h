@@ -10,7 +10,7 @@
 namespace platform {
 
 /// Full path, as the file system's bytes, of the executable that a process runs. Absent if there is no such process or
-/// it runs no file. An executable that was replaced or deleted keeps its path; macOS may not know it any more.
+/// it runs no file. An executable that was replaced or deleted keeps its path, but macOS may no longer know the path.
 std::optional<std::string> executablePath(std::int32_t pid);
 
 /// Effective user ID of a process; absent if there is no such process.
@@ -29,8 +29,8 @@ class Process {
   std::int32_t pid() const { return pid_; }
   int handle() const { return handle_.get(); }  ///< the pidfd; negative if there is none
 
-  /// Whether the process has ended. While false, the PID cannot have been reused, so what was just read about it
-  /// belongs to this process. Always false without a handle.
+  /// Whether the process has ended; always false without a handle. With a handle, false also means that the PID has not
+  /// been reused, so what was just read about the PID belongs to this process.
   bool hasEnded() const;
 
   /// Sends SIGKILL. No effect if the process has ended.

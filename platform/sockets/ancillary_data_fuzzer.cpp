@@ -1,4 +1,4 @@
-// Fuzzes ancillary data: reading it ends and stays within its bounds.
+// Fuzzes ancillary data: the parser terminates and stays within the bounds of the data.
 #include <vector>
 
 #include "platform/sockets/ancillary_data.h"

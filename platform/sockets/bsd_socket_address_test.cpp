@@ -25,7 +25,7 @@ TEST(BSDSocketAddress, IPv6) {
 TEST(BSDSocketAddress, LinkLayerAddressFollowsTheName) {
   const std::vector<std::uint8_t> ethernet{20, 18, 4, 0, 6, 3, 6, 0, 'e', 'n', '0', 1, 2, 3, 4, 5, 6, 0, 0, 0};
   EXPECT_THAT(linkLayerAddressIn(ethernet), ElementsAre(1, 2, 3, 4, 5, 6));
-  // With a long name, the block is longer than its structure.
+  // With a long name, the block is longer than a sockaddr_dl.
   std::vector<std::uint8_t> longName{24, 18, 4, 0, 6, 10, 6, 0};
   longName.insert(longName.end(), {'b', 'r', 'i', 'd', 'g', 'e', '1', '0', '0', '0', 1, 2, 3, 4, 5, 6});
   EXPECT_THAT(linkLayerAddressIn(longName), ElementsAre(1, 2, 3, 4, 5, 6));

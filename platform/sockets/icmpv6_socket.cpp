@@ -1,4 +1,4 @@
-// Receiving on raw ICMPv6 sockets, which works the same on all systems (RFC 2292).
+// Receives from raw ICMPv6 sockets. This works the same on all systems (RFC 2292).
 #include <netinet/in.h>
 #include <sys/socket.h>
 

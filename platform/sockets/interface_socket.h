@@ -24,11 +24,12 @@ Result<void> allowReuseOfPort(int socket);
 /// Makes an IPv4 or IPv6 socket send through one interface and receive only from it.
 Result<void> bindToInterface(int socket, const std::string& interfaceName);
 
-/// Enlarges a socket's receive buffer as far as the system allows, so that a burst of packets does not fill it at once.
+/// Enlarges a socket's receive buffer to 16 MiB, or less if the system limits it, so that a burst of packets does not
+/// fill it at once.
 void enlargeReceiveBuffer(int socket);
 
 /// Binds an IPv4 socket to a port (host byte order) on all addresses. Fails with EADDRINUSE while another socket holds
-/// the port (on macOS: on all addresses), even one bound to another interface.
+/// the port (on macOS: on all addresses), even if that socket is bound to another interface.
 Result<void> bindToPort(int socket, std::uint16_t port);
 
 /// The link-layer address of an interface, in network byte order; empty if there is no such interface or it has no
@@ -40,19 +41,19 @@ Result<std::vector<std::uint8_t>> linkLayerAddress(const std::string& interfaceN
 Result<FileDescriptor> openDatagramReceiver(int socket, const std::string& interfaceName, std::uint16_t port);
 
 struct ReceivedDatagram {
-  std::size_t length = 0;                ///< bytes of payload in the buffer, which may have cut it
+  std::size_t length = 0;                ///< bytes of payload in the buffer; a longer payload is cut
   std::array<std::uint8_t, 4> source{};  ///< IPv4 address, network byte order
 };
 
-/// Reads a waiting datagram without blocking. Fails with EAGAIN if none is waiting, or only one that was damaged in
-/// transit.
+/// Reads the next waiting datagram without blocking. Fails with EAGAIN if no datagram is waiting or the next one was
+/// damaged in transit.
 Result<ReceivedDatagram> receiveDatagram(int receiver, std::span<std::uint8_t> buffer);
 
 /// Makes receiveICMPv6() report hop limits on a raw ICMPv6 socket.
 Result<void> requestHopLimit(int socket);
 
 struct ReceivedICMPv6 {
-  std::size_t length = 0;                 ///< bytes in the buffer, which may have cut the datagram
+  std::size_t length = 0;                 ///< bytes in the buffer; a longer datagram is cut
   std::array<std::uint8_t, 28> source{};  ///< socket address in the BSD layout; the IPv6 address is in bytes 8 to 23
   std::optional<int> hopLimit;            ///< absent if unknown
 };

@@ -10,12 +10,12 @@
 
 namespace platform {
 
-/// The macOS release that made a table. It determines the distance between sockets.
+/// The macOS release that made a table. It determines how many bytes each socket occupies.
 enum class SocketTableRelease { beforeMacOS13, sinceMacOS13 };
 
 /// Calls `visit` for each socket that is bound to a local port (host byte order), in the table's order, until it
-/// returns false. A socket's identity is the ID of the process that last used it, 0 for none. A group of records that
-/// the table cuts off is skipped.
+/// returns false. A socket's identity is the ID of the process that last used it, 0 for none. A socket whose records
+/// are cut off at the end of the table is skipped.
 void visitSocketTable(std::span<const std::uint8_t> table, SocketProtocol protocol, SocketTableRelease release,
                       std::uint16_t port, const std::function<bool(const SocketEntry&)>& visit);
 

@@ -25,7 +25,8 @@ constexpr Layout layouts[] = {
 
 constexpr std::uint8_t four = 1, six = 2;
 
-/// A table of `count` groups with all fields zero; bytes outside the fields are 0xEE. There is no trailing header.
+/// A table of `count` groups with all fields zero; bytes outside the fields are 0xEE. The header that macOS repeats at
+/// the end of its tables is missing.
 Bytes table(const Layout& layout, std::size_t count) {
   Bytes bytes(24 + count * layout.size, 0xEE);
   for (std::size_t group = 24; group < bytes.size(); group += layout.size) {

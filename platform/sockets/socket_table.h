@@ -18,8 +18,8 @@ struct SocketEntry {
   bool isIPv6 = false;
   /// Network byte order. An IPv4 address is in the last four bytes.
   std::array<std::uint8_t, 16> localAddress{};
-  std::uint64_t identity = 0;      ///< what its owner is found by: the inode on Linux, the PID on macOS
-  std::uint32_t userID = 0;        ///< owner of the socket, whose processes are searched first; 0 on macOS
+  std::uint64_t identity = 0;      ///< leads to the owner: the inode on Linux, the PID on macOS
+  std::uint32_t userID = 0;        ///< user of the socket; that user's processes are searched first; 0 on macOS
   std::uint64_t controlGroup = 0;  ///< Linux: ID of the control group it was made in; 0 if unknown
 };
 
@@ -44,13 +44,13 @@ void visitSockets(SocketProtocol protocol, std::uint16_t port, bool onlyIPv6,
 /// the system has no such query (macOS). Takes microseconds.
 std::optional<SocketEntry> connectedSocket(SocketProtocol protocol, const SocketEnd& local, const SocketEnd& remote);
 
-/// A TCP connection from this local end to the remote end of a recent result. It is as good as the first socket that
-/// visitSockets() visits, because connections have no fixed order. Absent if there is none, or if a socket listens at
-/// the local end, because listeners come first. Takes microseconds.
+/// A TCP connection from this local end to the remote end of a socket found recently. It is as good as the first socket
+/// that visitSockets() visits, because connections have no fixed order. Absent if there is no such connection, if a
+/// socket listens at the local end, because listeners come first, and on macOS. Takes microseconds.
 std::optional<SocketEntry> likelySocket(const SocketEnd& local);
 
-/// A process that holds the socket at this moment, if it can be found in a fraction of a millisecond near the owners
-/// found recently; absent otherwise.
+/// A process that holds the socket at this moment. Searches the recently found owners and the socket's control group,
+/// for a fraction of a millisecond; absent if that is not enough. On macOS: the process that last used the socket.
 std::optional<std::int32_t> likelySocketOwner(const SocketEntry& socket);
 
 /// Searches all processes once for the owners of all these sockets. Takes up to a second on a large machine.
@@ -66,7 +66,7 @@ void findSocketOwners(std::span<const SocketEntry> sockets,
 /// according to the table.
 bool holdsSocket(std::int32_t pid, const SocketEntry& socket);
 
-/// The same, determined in microseconds from where the socket was last seen; false if that is impossible. Any thread.
+/// The same, but looks only where the socket was last seen, which takes microseconds; false if it is not there.
 bool seemsToHoldSocket(std::int32_t pid, const SocketEntry& socket);
 
 }  // namespace platform

@@ -12,7 +12,7 @@ std::vector<std::string> callStackSymbols();
 
 /// The place in memory of the main executable.
 struct MainImage {
-  std::uintptr_t slide;        ///< difference between the load address and the address it was linked for
+  std::uintptr_t slide;        ///< difference between the load address and the address that the image was linked for
   std::uintptr_t loadAddress;  ///< address of the image's first byte
 };
 MainImage mainImage();

@@ -24,7 +24,7 @@ class SHA256 {
 
   void update(std::span<const std::uint8_t> bytes);
 
-  /// The digest of all bytes so far. Nothing may be called after it.
+  /// The digest of all bytes so far. The object must not be used afterwards.
   SHA256Digest finish();
 
  private:

@@ -11,9 +11,9 @@ namespace platform::power {
 /// Identifies an assertion of this process.
 using AssertionID = std::uint32_t;
 
-/// Creates an assertion, held until it is released or the process ends. Main thread. `type` is one of IOKit's assertion
-/// types (IOPMLib.h); `name` tells people who holds it. The number of a failure is an IOReturn on macOS and an errno on
-/// Linux.
+/// Creates an assertion, held until it is released or the process ends. Main queue only. `type` is one of IOKit's
+/// assertion types (IOPMLib.h), which Linux ignores; `name` tells people who holds it. The number of a failure is an
+/// IOReturn on macOS and an errno on Linux.
 Result<AssertionID> createAssertion(const std::string& type, const std::string& name);
 
 /// Releases an assertion. Fails like createAssertion(), for an unknown assertion too.

@@ -6,8 +6,8 @@
 
 namespace platform {
 
-/// Logs why a process of a user was refused, at most one line per user and minute so that nobody can flood the log.
-/// Main queue only.
+/// Logs why a process of a user was refused. So that nobody can flood the log, logs at most one line per user and
+/// minute, and at most 256 lines per minute in all. Main queue only.
 void logRefusal(std::uint32_t user, std::int32_t pid, const std::string& reason);
 
 }  // namespace platform

@@ -55,7 +55,7 @@ std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint3
                                .groups = numbersOf(*status, "Groups:"),
                                .environment = applicationEnvironment(*environment),
                                .hadSession = hasSession(userID)};
-  // The files belong to this process only if it is still alive.
+  // What was read belongs to this process only if the process is still alive.
   if (process.hasEnded()) return std::nullopt;
   return identity;
 }
@@ -63,7 +63,8 @@ std::optional<ApplicationIdentity> identityOf(const Process& process, std::uint3
 Result<void> launch(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
                     const ApplicationIdentity& identity) {
   if (identity.hadSession && !hasSession(identity.user)) return Failure(0, "its user has logged out");
-  // Where systemd runs, only process 1 may start it: a child of this service would inherit its confinement.
+  // Where systemd runs, process 1 starts the application, because a child of this service would inherit the service's
+  // confinement.
   return sd_booted() > 0 ? startTransientService(identifier, path, arguments, identity)
                          : launchApplication(path, arguments, identity);
 }

@@ -49,7 +49,7 @@ class ApplicationDeathTest : public testing::Test {
 TEST_F(ApplicationDeathTest, NothingIsLaunchedForAnApplicationThatWasNotNoted) {
   auto end = testing::ExitedWithCode(0);
   EXPECT_EXIT(launchAfter([] {}), end, unknown);
-  // The process now runs as another user.
+  // The process does not run as the user known to be behind it.
   EXPECT_EXIT(launchAfter([&] { noteRunningApplication(process, getuid() + 1); }), end, unknown);
   // An application that cannot be noted replaces the noted one too.
   EXPECT_EXIT(launchAfter([&] {
@@ -80,7 +80,7 @@ TEST_F(ApplicationDeathTest, NothingIsLaunchedOnceTheUserHasLoggedOut) {
 }
 
 TEST_F(ApplicationDeathTest, TheErrorNamesTheStepThatFailed) {
-  // Only root may set groups, so the launch fails at that step.
+  // Only root may set groups, so for other users the launch fails at that step.
   auto error = getuid() == 0 ? "execve: No such file or directory" : "setgroups: Operation not permitted";
   auto end = testing::ExitedWithCode(0);
   const char* refused = "too many launches for this user are under way";

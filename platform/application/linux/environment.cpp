@@ -27,7 +27,9 @@ bool isKept(std::string_view name) {
 }
 
 void fillIn(std::vector<std::string>& environment, const char* name, const char* value) {
-  if (valueOf(environment, name).empty()) environment.push_back(fmt::format("{}={}", name, value));
+  if (!valueOf(environment, name).empty()) return;
+  std::erase(environment, fmt::format("{}=", name));
+  environment.push_back(fmt::format("{}={}", name, value));
 }
 
 }  // namespace

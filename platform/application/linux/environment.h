@@ -17,7 +17,8 @@ std::vector<std::string> applicationEnvironment(std::string_view bytes);
 /// Value of a variable; empty if it is not set.
 std::string_view valueOf(const std::vector<std::string>& environment, std::string_view name);
 
-/// Adds HOME, USER, LOGNAME and SHELL, if they are missing and the user database has them, and PATH if it is missing.
+/// Sets HOME, USER, LOGNAME and SHELL if they are missing or empty and the user database has them, and PATH if it is
+/// missing or empty.
 void completeEnvironment(std::vector<std::string>& environment, uid_t user);
 
 /// Pointers to the texts and a final null pointer, as execve(2) needs them. Valid until the texts change.

@@ -31,7 +31,7 @@ TEST(ApplicationEnvironment, OnlyTheFirstCompleteVariableOfANameCounts) {
 }
 
 TEST(ApplicationEnvironment, IsCompletedFromTheUserDatabaseIfItHasTheUser) {
-  std::vector<std::string> ofRoot{"SHELL=/a"}, ofUnknown;
+  std::vector<std::string> ofRoot{"HOME=", "SHELL=/a"}, ofUnknown;
   completeEnvironment(ofRoot, 0);
   completeEnvironment(ofUnknown, 4'294'967'294);
   EXPECT_THAT(ofRoot,

@@ -29,8 +29,8 @@ struct Report {
   int number;
 };
 
-/// Everything the child needs, prepared before the fork. At the fork, other threads may hold any lock, so the child
-/// must not allocate memory or call anything else that signal-safety(7) does not list.
+/// Everything the child needs, prepared before the fork. At the fork, other threads may hold any lock, so the child may
+/// call only the functions that signal-safety(7) lists; above all, it must not allocate memory.
 class Launch {
  public:
   Launch(const std::string& path, const std::vector<std::string>& arguments, ApplicationIdentity identity)
@@ -47,7 +47,7 @@ class Launch {
     if (pipe2(ends, O_CLOEXEC) != 0) return {"pipe", errno};
     FileDescriptor reading(ends[0]), writing(ends[1]), null(open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!null) return {"open", errno};
-    // Moved above the standard descriptors, which may be closed and so have free numbers.
+    // These copies have numbers above 2: if a standard descriptor is closed, the originals may have its number.
     null_.reset(fcntl(null.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     report_.reset(fcntl(writing.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     if (!null_ || !report_) return {"fcntl", errno};
@@ -115,8 +115,8 @@ class Launch {
 
   void tell(const Report& report) const { [[maybe_unused]] auto length = write(report_.get(), &report, sizeof report); }
 
-  /// Waits until execve() or the end of the children has closed their descriptors, at most for `patience`. Returns
-  /// their last report.
+  /// Reads reports until no child has the pipe open any more, because of execve() or its end, but at most for
+  /// `patience`. Returns the last report.
   static Report readReports(int descriptor) {
     Report result{"fork", ECHILD};
     const auto deadline = std::chrono::steady_clock::now() + patience;

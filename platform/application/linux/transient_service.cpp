@@ -32,7 +32,7 @@ struct BusError : sd_bus_error {
   BusError& operator=(const BusError&) = delete;
   ~BusError() { sd_bus_error_free(this); }
 
-  /// The message of the peer if there is one, otherwise the given failure's.
+  /// The given failure, with the peer's message instead of its own if there is one.
   Failure orElse(const Failure& failure) const { return message ? Failure(failure.number, message) : failure; }
 };
 
@@ -75,7 +75,7 @@ void addCommand(sd_bus_message* call, const std::vector<std::string>& arguments)
   });
 }
 
-/// The environment without texts that are not UTF-8, which D-Bus cannot carry.
+/// The environment, completed, without the variables that are not UTF-8: D-Bus cannot carry these.
 std::vector<std::string> sendableEnvironment(const ApplicationIdentity& identity) {
   auto environment = identity.environment;
   std::erase_if(environment, [](const auto& variable) { return !isUTF8(variable); });
@@ -109,7 +109,7 @@ void writeService(sd_bus_message* call, const std::string& unit, const std::vect
   addText(call, "Description", "Main application, launched again");
   // Not "exec": with PAMName, systemd 252 would wait in vain.
   addText(call, "Type", "simple");
-  // Programs that the application started continue without it, as they do when it was started in another way.
+  // Programs that the application started continue after its end, as they do if a user started the application.
   addText(call, "ExitType", "cgroup");
   addText(call, "CollectMode", "inactive-or-failed");
   // Keeps the service, as long as this bus connection is open, so that outcomeOfStart() can find its result.

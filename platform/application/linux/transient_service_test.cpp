@@ -12,7 +12,7 @@ std::optional<std::string> outcomeOf(const ServiceState& state) {
 }
 
 TEST(TransientService, IsFollowedUntilTheApplicationRunsOrIsKnownNotTo) {
-  // The start has not begun, so the result has no meaning yet.
+  // The start is not over, so the result has no meaning yet.
   EXPECT_EQ(outcomeOf({true, "inactive", false, "success", 0}), std::nullopt);
   EXPECT_EQ(outcomeOf({true, "activating", false, "success", 0}), std::nullopt);
   // systemd has forked, but not executed the application yet.

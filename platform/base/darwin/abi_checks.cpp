@@ -9,7 +9,7 @@
 
 // Flags for opening files in /tmp.
 static_assert((O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC) == 0x100030D);
-static_assert((O_RDONLY | O_NOFOLLOW | O_CLOEXEC) == 0x1000100);
+static_assert((O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC) == 0x1000104);
 
 // Process information.
 static_assert(sizeof(proc_bsdinfo) == 136 && offsetof(proc_bsdinfo, pbi_uid) == 20);

@@ -1,4 +1,5 @@
-// Shared owner of reference-counted objects of XPC and libdispatch. CFOwner owns CoreFoundation objects alone.
+// The owner of reference-counted objects of XPC and libdispatch; copies share the object. CoreFoundation objects have
+// CFOwner, which does not share them.
 #pragma once
 
 #include <utility>

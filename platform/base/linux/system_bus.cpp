@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::chrono::seconds patience(2), rest(5);
 
-/// Services that timed out, with the time until which they are not asked again. Without it, each of many requests would
+/// Services that timed out, and until when they are not asked again. Without this record, each of many requests would
 /// wait for the full timeout.
 class SilentServices {
  public:

@@ -12,7 +12,8 @@
 namespace platform {
 
 struct BusRelease {
-  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }  // no flush: every message that matters is waited for
+  // Does not flush: for every message that matters, the caller waits for a reply.
+  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
   void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };
@@ -38,7 +39,7 @@ struct BusMethod {
   const char* name;
 };
 
-/// Calls a method over a private connection. `writeArguments` and `readReply` are called with the message and return a
+/// Calls a method over a private connection. `writeArguments` gets the request and `readReply` the reply; both return a
 /// negative errno on failure. Any thread.
 ///
 /// Fails with ETIMEDOUT if the bus and the service together take longer than two seconds. For the next five seconds,

@@ -53,7 +53,7 @@ Result<void> checkOpenFile(int descriptor, const std::string& requirementText) {
   return {};
 }
 
-/// Checks the result of opening a file.
+/// Checks a file that was opened, or converts the reason why it could not be opened to a Status.
 Result<void> checkOpened(const Result<FileDescriptor>& file, const std::string& path, const std::string& requirement) {
   if (!file) {
     const int number = file.error().number;

@@ -92,8 +92,8 @@ TEST_F(CodeSignatureTest, ASignatureMadeElsewhereIsAttached) {
 TEST_F(CodeSignatureTest, NoChangedByteGoesUnnoticed) {
   auto original = readFile(*folder / "signed");
   auto genuine = read(original).value();
-  // Every byte of the signature and some of the payload. CMS leaves some bytes unsigned, which may differ, but not the
-  // signer or the content.
+  // Changes every byte of the signature and some bytes of the payload. CMS leaves some bytes unsigned. Changing these
+  // may go unnoticed, but must not change the signer or the content.
   for (std::size_t position = 0; position < original.size(); position += position < 100'000 ? 9'999 : 1) {
     auto changed = original;
     changed[position] = static_cast<char>(changed[position] ^ 0x01);
@@ -119,7 +119,8 @@ TEST_F(CodeSignatureTest, LengthsAreChecked) {
   EXPECT_EQ(check(trailer(std::string(8, '\xFF'))), signatureFailed);
   signedWith("abc", directoryOfABC, usual);  // leaves the CMS in a file
   EXPECT_EQ(check(attached("abc", readFile(*folder / "cms") + "x")), signatureFailed);
-  // The longest CMS is accepted, and one byte more is not. ECDSA signatures differ in length.
+  // The longest CMS is accepted, and one byte more is not. ECDSA signatures differ in length, so the inner loop signs
+  // until the length is right.
   for (auto [size, expected] : {std::pair(65'536u, success), {65'537u, signatureFailed}}) {
     std::string file, directory = directoryOfABC;
     for (; file.size() != 3 + size + 24; directory.resize(directory.size() + 3 + size + 24 - file.size(), ' ')) {

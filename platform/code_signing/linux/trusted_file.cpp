@@ -19,7 +19,8 @@ namespace {
 
 constexpr int maximumLinks = 40;  // the limit of the kernel's own path walk (path_resolution(7))
 
-/// Why users other than root may be able to change a file or folder; empty if they cannot.
+/// Why a file or folder is not trusted: it has another type, or users other than root may be able to change it. Empty
+/// if it is trusted.
 std::string distrust(const struct stat& status, const struct statfs& fileSystem, mode_t type) {
   if ((status.st_mode & S_IFMT) != type) return type == S_IFDIR ? "is not a folder" : "is not a regular file";
   if (status.st_uid != 0) return fmt::format("may be changed by its owner, user {}", status.st_uid);
@@ -99,8 +100,8 @@ Result<FileDescriptor> openTrustedFile(const std::string& path) {
 }
 
 Result<FileDescriptor> openTrustedImage(std::int32_t pid) {
-  // In this order: the path is walked only after it is certain that root made the mount of the image; a file system
-  // that a user mounted might never answer.
+  // The path is walked only after it is certain that root made the mount of the image, because a file system that a
+  // user mounted might never answer.
   auto image = openImage(pid);
   if (!image) {
     if (image.error().number == EPERM) return Failure(EPERM, "it runs from a mount that root did not make");

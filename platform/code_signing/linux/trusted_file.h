@@ -14,8 +14,8 @@ namespace platform {
 Result<FileDescriptor> openTrustedFile(const std::string& path);
 
 /// Opens the file that a process runs, under the same conditions. In addition, the file must be on a mount of the
-/// process's own mount namespace, and the process must share this one's user namespace. This is the running file even
-/// if its path now leads to another one. Never waits for a file system that a user serves.
+/// process's own mount namespace, and the process must share the calling process's user namespace. Opens the running
+/// file even if its path now leads to another file. Never waits for a file system that a user serves.
 Result<FileDescriptor> openTrustedImage(std::int32_t pid);
 
 }  // namespace platform

@@ -88,7 +88,7 @@ TEST_F(TrustedFileTest, FollowsLinksOnlyThroughTrustedFolders) {
 TEST_F(TrustedFileTest, OpensTheImageOfAProcess) {
   test::RunningCopy process(folder / "inner/image");
   EXPECT_TRUE(openTrustedImage(process.pid()));
-  // The path may lead to another file by then, but its folders must still be trusted.
+  // The path no longer leads to the running file, but its folders must still be trusted.
   std::filesystem::remove(folder / "inner/image");
   EXPECT_TRUE(openTrustedImage(process.pid()));
   chmod((folder / "inner").c_str(), 0777);

@@ -16,9 +16,8 @@ sd_event* mainEventLoop();
 /// second. Call it after each part of any work that may delay the loop's next iteration for long. Main thread.
 void feedWatchdog();
 
-/// A source of events on the main loop. Destroying it detaches it and destroys its handler. A handler may
-/// destroy its own source.
-/// Functions throw a Failure on errors, because the program cannot go on without its events.
+/// A source of events on the main loop. Destroying it detaches it and destroys its handler. A handler may destroy its
+/// own source. All functions throw a Failure on errors, because the program cannot go on without its events.
 class EventSource {
  public:
   /// Calls `handler` with the EPOLL… flags whenever the descriptor is ready for one of `events`. The descriptor remains
@@ -28,10 +27,11 @@ class EventSource {
   /// Calls `handler` when the signal arrives. The signal is blocked for ordinary delivery from now on.
   static EventSource signal(int number, std::function<void()> handler);
 
-  /// Calls `handler` once for each startTimer(). Made in advance, because making one may fail.
+  /// Calls `handler` once after startTimer(). Starting the timer again before that only changes the time. Make timers
+  /// in advance, because making a timer may fail.
   static EventSource timer(std::function<void()> handler);
 
-  /// Calls `handler` when the loop has been told to end, before it does.
+  /// Calls `handler` when the loop has been told to end and before it ends.
   static EventSource exit(std::function<void()> handler);
 
   EventSource() = default;

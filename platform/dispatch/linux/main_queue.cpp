@@ -31,7 +31,8 @@ class MainQueue : public Queue::Implementation {
 
   void serve() {
     source_ = EventSource::io(wake_.get(), EPOLLIN, [this](std::uint32_t) { runNext(); });
-    // If the service manager supervises this process, every turn of the loop reports to it (sd_event_set_watchdog(3)).
+    // If the service manager supervises this process, the loop reports to the service manager at regular intervals
+    // (sd_event_set_watchdog(3)).
     sd_event_set_watchdog(mainEventLoop(), 1);
     int status = sd_event_loop(mainEventLoop());
     std::exit(status < 0 ? EXIT_FAILURE : status);

@@ -84,8 +84,8 @@ class ClockTimers {
     return std::move(waiting_.extract(waiting_.begin()).value());
   }
 
-  /// Arms the descriptor for the latest moment that suits all timers, so that timers with overlapping leeways fire
-  /// together.
+  /// Arms the descriptor for the latest moment at which no timer exceeds its leeway, so that timers with overlapping
+  /// leeways fire together.
   void arm() {
     auto moment = forever;
     for (const auto& timer : waiting_) {
@@ -167,7 +167,7 @@ class Timers {
 
   std::mutex mutex_;
   ClockTimers monotonic_{CLOCK_MONOTONIC};
-  // Not CLOCK_BOOTTIME, which also continues during sleep but does not follow when the clock is set.
+  // CLOCK_BOOTTIME also continues during sleep, but does not change when somebody sets the clock.
   ClockTimers wall_{CLOCK_REALTIME};
   bool isServed_ = false;
 };

@@ -92,8 +92,8 @@ class ClientChannel::Implementation {
     return true;
   }
 
-  // After the service's end, XPC would start a new service for the next message, but the old one received the pending
-  // requests. Therefore, the end of the service ends the connection.
+  // next() also calls this when the service has ended: XPC would start a new service for the next message, but the new
+  // service would not have the pending requests.
   void close() {
     inbox_->setOpen(0);
     if (connection_) xpc_connection_cancel(connection_.get());
@@ -101,7 +101,7 @@ class ClientChannel::Implementation {
   }
 
   bool send(std::uint64_t id, const Dictionary& request) {
-    if (!connection_) return true;  // the connection's end is about to be reported
+    if (!connection_) return true;  // the connection has ended, so no reply follows
     auto message = darwin::XPCObject::adopt(xpc_dictionary_create(nullptr, nullptr, 0));
     setValues(message.get(), request);
     auto inbox = inbox_;

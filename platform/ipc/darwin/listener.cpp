@@ -45,14 +45,16 @@ class Listener::Implementation final : public Listener {
   }
 
   void resume() override {
-    // The dispatch source sees ignored signals too (dispatch_source_create(3)).
+    // Ignored, so that it does not end the process. The dispatch source sees it all the same
+    // (dispatch_source_create(3)).
     signal(SIGTERM, SIG_IGN);
     dispatch_activate(termination_.get());
     xpc_connection_resume(service_.get());
   }
 
  private:
-  // XPC reports termination only to services with open transactions; an idle client holds none.
+  // Called on SIGTERM. XPC itself reports termination only to services with open transactions, and an idle client holds
+  // no transaction.
   void terminate() {
     // A copy, because a handler may close any of the connections.
     auto connections = connections_;

@@ -38,7 +38,7 @@ class ClientChannel::Implementation {
   }
 
   void close() {
-    // A forked child process may keep the socket open.
+    // Ends the connection even if a forked child process still has the socket open.
     if (socket_) shutdown(socket_.get(), SHUT_RDWR);
     socket_.reset();
     reader_ = {};
@@ -149,7 +149,7 @@ class ClientChannel::Implementation {
       const auto& bytes = outgoing_.front().bytes;
       auto length = ::send(socket_.get(), bytes.data() + sent_, bytes.size() - sent_, MSG_NOSIGNAL);
       if (length < 0) {
-        // After an error, the end is noticed when reading, after the replies that were sent before it.
+        // The service has ended. receive() notices that, too, but only after the replies that the service still sent.
         if (errno != EAGAIN) shutdown(socket_.get(), SHUT_RDWR);
         return;
       }

@@ -153,7 +153,7 @@ Message Connection::Implementation::messageOf(Frame frame) {
 }
 
 void Connection::Implementation::terminate() {
-  // Taking the handler out keeps this connection alive until it returns.
+  // No event follows, so the handler is taken out. The handler may own this connection, so it lives until it returns.
   if (auto handler = std::exchange(handler_, nullptr)) {
     (*handler)(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
   }
@@ -185,7 +185,7 @@ void Connection::Implementation::flush() {
       }
       return readiness_.setEvents(EPOLLIN | EPOLLOUT);
     }
-    // The end of the peer is noticed when reading, after everything that it sent has been handled.
+    // The peer has ended. receive() notices that, too, but only after everything that the peer sent has been handled.
     if (length < 0) break;
     sent_ += static_cast<std::size_t>(length);
   }

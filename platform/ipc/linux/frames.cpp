@@ -44,7 +44,7 @@ void onIndefinite(void* token) {
 
 cbor_callbacks tokenCallbacks() {
   using Type = Token::Type;
-  cbor_callbacks callbacks = cbor_empty_callbacks;  // other items leave the token unchanged: other
+  cbor_callbacks callbacks = cbor_empty_callbacks;  // for all items without a callback, the token stays Type::other
   callbacks.uint8 = onNumber<Type::integer, std::uint8_t>;
   callbacks.uint16 = onNumber<Type::integer, std::uint16_t>;
   callbacks.uint32 = onNumber<Type::integer, std::uint32_t>;
@@ -101,7 +101,7 @@ class Decoder {
     return token;
   }
 
-  /// Length of the next item if it is an unassigned simple value (RFC 8949, section 3.3), otherwise 0. These are
+  /// Length of the next item if it is an unassigned simple value (RFC 8949, section 3.3), otherwise 0. Such values are
   /// well-formed, but libcbor rejects them.
   std::size_t unassignedSimpleValue() const {
     if (!rest_.empty() && rest_[0] >= 0xE0 && rest_[0] <= 0xF3) return 1;
@@ -125,7 +125,8 @@ class Decoder {
     return result;
   }
 
-  /// Calls `element` with the head of each element of an array or each key of a map; it must read the rest.
+  /// Calls `element` with the head of each element of an array or each key of a map. `element` must read what follows
+  /// the head: the rest of the element, or of the key and its value.
   template <class Element>
   void forEach(const Token& head, Element element) {
     for (std::uint64_t count = 0; head.isIndefinite || count < head.number; ++count) {
@@ -169,8 +170,8 @@ class Decoder {
     return result;
   }
 
-  /// Calls `chunk` for each part of a string. One of indefinite length consists of definite ones of the same type (RFC
-  /// 8949, section 3.2.3).
+  /// Calls `chunk` for each part of a string. A string of indefinite length consists of strings of definite length and
+  /// the same type (RFC 8949, section 3.2.3); any other string is its only part.
   template <class Chunk>
   void forEachChunk(const Token& head, Chunk chunk) {
     if (!head.isIndefinite) return chunk(head);
@@ -209,7 +210,7 @@ class Decoder {
   std::span<const std::uint8_t> rest_;
 };
 
-/// Builds a frame.
+/// Collects the bytes of a frame behind room for its length. The call operator appends a key or a value.
 class Encoder {
  public:
   Data bytes = Data(lengthSize);

@@ -78,7 +78,7 @@ std::optional<gid_t> groupNamed(const std::string& name) {
 
 class Listener::Implementation final : public Listener {
  public:
-  /// `ownPath` is the path of a socket that this process bound, to be removed at its end; empty under socket
+  /// `ownPath` is the path of a socket that this process bound, to be removed on SIGTERM; empty under socket
   /// activation.
   Implementation(FileDescriptor socket, std::string ownPath, Endpoint endpoint)
       : socket_(std::move(socket)),

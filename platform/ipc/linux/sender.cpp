@@ -32,7 +32,8 @@ bool Sender::takePidfd(int socket) {
   if (getsockopt(socket, SOL_SOCKET, peerPidfdOption, &descriptor, &length) == 0) {
     process_ = Process(pid(), FileDescriptor(descriptor));
   } else if (errno == ENOPROTOOPT) {
-    // If the PID was reused, the new process is the one that is checked and must be the writer.
+    // Before Linux 6.5, the PID may have been reused meanwhile. This is safe: the new process is then the one that is
+    // checked, and Connection accepts only data that the checked process wrote.
     process_ = Process(pid(), FileDescriptor(pidfd_open(pid(), 0)));
   }
   return process_.handle() >= 0;

@@ -1,4 +1,5 @@
-// Lossless conversion between JSON values and property lists.
+// Conversion between JSON values and property lists. Values that cannot be converted exactly are refused, except texts
+// with unpaired surrogates (core_foundation.h).
 #pragma once
 
 #include <boost/json/value.hpp>

@@ -1,4 +1,4 @@
-// Tests the real network preferences and power assertions of this machine, and changes nothing.
+// Tests the real network preferences and power assertions of this machine, and leaves nothing changed.
 #include <SystemConfiguration/SystemConfiguration.h>
 #include <gmock/gmock.h>
 

@@ -18,7 +18,7 @@ namespace json = boost::json;
 namespace {
 
 constexpr std::chrono::seconds patience(2);
-// So that the record and "proxies.json" stay small enough to be stored.
+// These limits keep the record and "proxies.json" small enough to be stored.
 constexpr std::size_t maximumServices = 4'096, maximumIDSize = 256;
 
 /// Whether a step succeeded. A failure goes to the system log.
@@ -78,7 +78,7 @@ Result<void> announceNow(const std::string& service) {
   return attempt([&] {
     auto bus = openSystemBus(deadline).value();
     announce(bus.get(), service).value();
-    // The bus reads in order: once it replies to this, it has the signal.
+    // The bus reads messages in order: when it replies to this call, it has received the signal.
     sd_bus_message* made = nullptr;
     check(sd_bus_message_new_method_call(bus.get(), &made, "org.freedesktop.DBus", "/org/freedesktop/DBus",
                                          "org.freedesktop.DBus", "GetId"));
@@ -170,7 +170,8 @@ void DesktopProxies::publishNone() {
 void DesktopProxies::publish(PreferencesStore* store) {
   const auto before = std::move(published_);
   succeeded(attempt([&] { replacePublished(store); }));
-  // replacePublished() may have failed to invalidate it: its file or folder may be gone, or no descriptor left.
+  // replacePublished() may have failed to invalidate the previous database: its file or folder may be gone, or there
+  // may be no descriptor left.
   succeeded(invalidate(before));
   auto* bus = primary_ ? primary_->bus() : nullptr;
   succeeded(bus ? announce(bus, service_) : Failure(0, "running programs cannot be notified without a system bus"));

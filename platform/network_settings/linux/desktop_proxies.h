@@ -49,15 +49,15 @@ class DesktopProxies {
   /// Leaves the published proxy to the next helper. Without this call, the next helper publishes no proxy.
   void keepForNext();
 
-  /// Publishes the changes of a session. `set` has the services whose proxies were just committed. `off` has those to
-  /// be switched off, which takes effect even if the store could not be changed.
+  /// Publishes the changes of a session. `set` has the services whose proxies were just committed. `off` has the
+  /// services whose proxies are to be off, even if the store could not be changed.
   void publish(PreferencesStore& store, const std::set<std::string>& set, const std::set<std::string>& off);
 
   /// Publishes again, now that it is known which services are connections of NetworkManager.
   void publishForConnections(PreferencesStore& store, const std::set<std::string>& connections);
 
-  /// Publishes that there is no proxy, because the store cannot be read. Forgets the services set so far: it is unknown
-  /// which of them were to be switched off.
+  /// Publishes that there is no proxy, and forgets the services set so far. Also for a store that cannot be read: it is
+  /// then unknown which proxies were to be switched off.
   void publishNone();
 
  private:

@@ -12,7 +12,7 @@ namespace json = boost::json;
 
 namespace {
 
-/// Names of the kinds of proxies: in dconf, in a proxies dictionary.
+/// The kinds of proxies: the name in dconf, then the name in a proxies dictionary.
 const std::map<std::string, std::string> kinds{
     {"http", "HTTP"}, {"https", "HTTPS"}, {"ftp", "FTP"}, {"socks", "SOCKS"}};
 
@@ -43,7 +43,7 @@ DesktopProxy desktopProxy(const json::object& proxies) {
   for (const auto& given : proxyExceptions(proxies)) {
     if (auto exception = desktopException(given); !exception.empty()) result.exceptions.push_back(exception);
   }
-  // Chromium's notation.
+  // "<local>" is Chromium's notation.
   if (isSwitchedOn(proxies, "ExcludeSimpleHostnames")) result.exceptions.emplace_back("<local>");
   return result;
 }

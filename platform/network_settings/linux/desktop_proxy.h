@@ -26,7 +26,7 @@ DesktopProxy desktopProxy(const boost::json::object& proxies);
 /// Whether a dictionary has a PAC script only inline, for which desktop programs have no setting.
 bool hasOnlyInlineScript(const boost::json::object& proxies);
 
-/// All keys of the schema with their dconf paths; empty if the proxy is off.
+/// Values for the keys of the schema that describe the proxy, by dconf path; empty if the proxy is off.
 std::map<std::string, GVDBValue> dconfValues(const DesktopProxy& proxy);
 
 /// The same for people and scripts:

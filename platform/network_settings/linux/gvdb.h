@@ -10,7 +10,7 @@
 
 namespace platform {
 
-/// A value of the GVariant types b, i, s or as. Texts are UTF-8 without zero bytes.
+/// A value of the GVariant type "b", "i", "s" or "as". Texts are UTF-8 without zero bytes.
 using GVDBValue = std::variant<bool, std::int32_t, std::string, std::vector<std::string>>;
 
 /// The bytes of a database with values by path ("/system/proxy/mode") and a lock for each of them. Without values it is

@@ -52,7 +52,7 @@ BusMessage NetworkManager::makeCall(const Path& object, const char* interface, c
   return owner;
 }
 
-/// Returns the reply unless it is an error; throws an ErrorReply for that.
+/// Returns the reply; throws an ErrorReply if the reply is an error.
 BusMessage NetworkManager::accepted(BusMessage reply) {
   if (const auto* error = sd_bus_message_get_error(reply.get())) throw ErrorReply(*error);
   return reply;
@@ -198,7 +198,7 @@ Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager:
   });
 }
 
-// Asking for each of hundreds of thousands would take minutes.
+// Asking for each of hundreds of thousands of UUIDs would take minutes.
 Result<std::vector<Result<std::optional<NetworkManager::Path>>>> NetworkManager::findAmongAll(
     const std::vector<std::string>& uuids) {
   auto all = connections();

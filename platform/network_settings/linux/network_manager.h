@@ -11,8 +11,8 @@
 
 namespace platform {
 
-/// A private connection to the bus. A call fails when NetworkManager has not replied for five seconds, or has not
-/// replied within five seconds of the construction.
+/// A private connection to the bus. Calls fail when five seconds have passed since the last reply of NetworkManager or,
+/// before the first reply, since the construction.
 class NetworkManager {
  public:
   enum class Presence {

@@ -1,5 +1,5 @@
 // The messages of NetworkManager (nm-dbus-interface) with the settings of a connection: a{sa{sv}}, a dictionary of
-// settings by name, each with its keys and values. All functions throw a Failure.
+// settings by name, each with its keys and values. All functions throw a Failure if they do not succeed.
 #pragma once
 
 #include <systemd/sd-bus.h>

@@ -22,8 +22,8 @@ namespace platform::preferences {
 
 namespace {
 
-// After a timeout, do not ask NetworkManager again before this time; otherwise each departing client would wait five
-// seconds.
+// After a timeout, NetworkManager is not asked again before this time. Otherwise the clean-up after each client would
+// take five seconds.
 std::atomic<std::chrono::steady_clock::time_point> leftAloneUntil{};
 constexpr std::chrono::seconds rest(5);
 
@@ -54,8 +54,8 @@ std::optional<Entity> entityOf(std::string_view path) {
   return Entity(path.substr(0, slash), path.substr(slash + 1));
 }
 
-/// Hands committed changes on to NetworkManager, once. NetworkManager only mirrors the store: if it is absent, storing
-/// is enough, except for services whose settings were handed on before; those fail.
+/// Hands committed changes on to NetworkManager, once. NetworkManager only mirrors the store, so while it is absent,
+/// storing is enough. But if settings of a changed service were handed on before, the handover then fails.
 class Handover {
  public:
   Handover(PreferencesStore& store, const std::set<Entity>& committed)

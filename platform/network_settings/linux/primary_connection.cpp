@@ -55,8 +55,8 @@ void PrimaryConnection::connect() {
   const auto change =
       fmt::format("type='signal',sender='{0}',path='{1}',interface='{2}',member='PropertiesChanged',arg0='{0}'",
                   service, path, properties);
-  // Otherwise the end of the loop would wait until a bus that does not answer has accepted this connection and read
-  // everything: 90 seconds, or for ever.
+  // Closing on exit is switched off: it would wait until a bus that does not answer has accepted this connection and
+  // read everything, 90 seconds or for ever.
   if (result >= 0) result = sd_bus_set_close_on_exit(opened, 0);
   if (result >= 0) result = sd_bus_attach_event(opened, mainEventLoop(), SD_EVENT_PRIORITY_NORMAL);
   if (result >= 0) {
@@ -113,7 +113,7 @@ void PrimaryConnection::takeConnection(sd_bus_message* reply) {
   if (active) get(active->c_str(), activeInterface, "Uuid", &PrimaryConnection::takeUUID);
 }
 
-// If the connection is already gone, NetworkManager will soon report another one.
+// If the connection is already gone, NetworkManager soon reports another one.
 void PrimaryConnection::takeUUID(sd_bus_message* reply) {
   if (auto uuid = textIn(reply, "s")) handler_(uuid);
 }

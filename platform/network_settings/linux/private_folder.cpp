@@ -48,7 +48,7 @@ Result<std::optional<FileContent>> PrivateFolder::read(const std::string& name) 
   FileContent content{.text = std::string(static_cast<std::size_t>(status->st_size), '\0'), .state = stateOf(*status)};
   auto length = readInto(file.get(), content.text);
   if (!length) return failure(length.error().number, name);
-  // Files are only ever replaced, so it cannot have become shorter.
+  // No file is ever truncated, so this one cannot have become shorter.
   if (*length < content.text.size()) return failure(EIO, name);
   return content;
 }

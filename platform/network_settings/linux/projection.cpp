@@ -16,7 +16,7 @@ namespace json = boost::json;
 
 namespace {
 
-/// The only element of an array under a key; empty unless the array is one text.
+/// The text in the array under a key; empty unless the array holds one text and nothing else.
 std::string_view onlyText(const json::object& object, const char* key) {
   const auto* value = object.if_contains(key);
   const auto* array = value ? value->if_array() : nullptr;

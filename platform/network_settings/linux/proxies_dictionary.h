@@ -26,7 +26,7 @@ std::string textOf(const std::optional<ProxyAddress>& proxy);
 /// missing or invalid.
 Result<std::optional<ProxyAddress>> fixedProxy(const boost::json::object& proxies, const std::string& kind);
 
-/// The elements of "ExceptionsList"; an element that is not a text becomes an empty one.
+/// The elements of "ExceptionsList"; an element that is not a text becomes an empty text.
 std::vector<std::string> proxyExceptions(const boost::json::object& proxies);
 
 /// Whether a text can be a URL: one or more printable ASCII characters without spaces.

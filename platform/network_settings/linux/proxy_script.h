@@ -16,14 +16,14 @@ struct ProxyRules {
 };
 
 /// A host in the form that scripts use: a name of ASCII letters, digits, ".", "-" and "_", an IPv4 address, or an IPv6
-/// address, which is put in brackets. Empty if the text is none of these.
+/// address, which is put in brackets. Empty for any other text.
 std::string proxyHost(const std::string& text);
 
 /// An exception without additions that people make: spaces around it, the brackets of an IPv6 address, the dot at the
-/// end of a full name. Empty if a character cannot occur in a host.
+/// end of a full name. Empty if a character cannot occur in an exception.
 std::string proxyException(const std::string& text);
 
-/// A script in ASCII and ECMAScript 5 that defines FindProxyForURL() and calls no helper function. Exceptions are
+/// A script in ASCII and ECMAScript 5 that defines FindProxyForURL() and uses no function of PAC's own. Exceptions are
 /// cleaned by proxyException(); empty ones are left out. An exception is one of:
 /// - an IP address or a network ("10.0.0.0/8", "169.254/16", "fe80::/10"), which matches hosts that are addresses in
 ///   it;

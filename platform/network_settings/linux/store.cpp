@@ -130,7 +130,7 @@ Result<void> PreferencesStore::commit() {
       removeEmpty(*values_);
       text = serializeExactJSON(*values_);
     }
-    parse(text, "The new content");  // an unreadable store would be lost
+    parse(text, "The new content");  // throws before a store that cannot be read would replace the old one
     state_ = folder_.replace(storeName, text).value();
     isChanged_ = false;
   });

@@ -22,8 +22,8 @@ class PreferencesStore {
  public:
   static Result<PreferencesStore> open(const std::string& folder);
 
-  /// Takes the lock and reads the files. Fails if the file has changed since this session read it, and, without `wait`,
-  /// if another session holds the lock.
+  /// Takes the lock and reads the files. Fails if the preferences have changed since this session read them or, without
+  /// `wait`, if another session holds the lock.
   Result<void> lock(bool wait);
   void unlock();
 

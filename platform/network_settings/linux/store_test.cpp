@@ -239,7 +239,7 @@ TEST_F(PreferencesStoreTest, AFullStoreCanBeEmptied) {
 TEST_F(PreferencesStoreTest, AFailedWriteLeavesTheOldStore) {
   change("/a", 1);
   const auto before = content();
-  // A draft that cannot be created, one that cannot be written completely, and a store that cannot be replaced.
+  // A draft that cannot be created, and one that cannot be written completely.
   fs::create_directory(file + ".new");
   EXPECT_NE(refusal(), "");
   fs::remove(file + ".new");

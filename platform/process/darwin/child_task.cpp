@@ -33,12 +33,12 @@ struct Attributes {
   posix_spawnattr_t value;
 };
 
-/// Starts a program; its path is the first argument. With an empty `output` it inherits this process's standard output
-/// and error. Throws a Failure.
+/// Starts a program, whose path is the first argument. With an empty `output`, the program inherits this process's
+/// standard output and error. Throws a Failure if that fails.
 pid_t spawn(const std::vector<std::string>& arguments, const FileDescriptor& output) {
   FileActions actions;
   if (output) {
-    // Before the other actions, because its own number may be below 3.
+    // The output comes first, because its own number may be below 3.
     check(-posix_spawn_file_actions_adddup2(&actions.value, output.get(), STDOUT_FILENO));
     check(-posix_spawn_file_actions_adddup2(&actions.value, STDOUT_FILENO, STDERR_FILENO));
   } else {
@@ -71,7 +71,6 @@ pid_t spawn(const std::vector<std::string>& arguments, const FileDescriptor& out
   return pid;
 }
 
-/// Reaps a child that has ended.
 void reap(pid_t pid) {
   while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) continue;
 }

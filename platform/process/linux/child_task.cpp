@@ -31,7 +31,7 @@ struct SpawnSettings {
     check(-posix_spawnattr_setsigdefault(&attributes, &all));
     check(-posix_spawnattr_setsigmask(&attributes, &none));
 
-    // The output first, because its own number may be below 3.
+    // The output comes first, because its own number may be below 3.
     if (output >= 0) {
       check(-posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO));
       check(-posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO));

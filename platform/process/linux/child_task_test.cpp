@@ -44,7 +44,7 @@ TEST_F(LinuxChildTask, NoSignalIsBlockedOrIgnored) {
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
   signal(SIGPIPE, SIG_IGN);
-  // This is not a shell, because a shell would change them. The C library itself ignores two signals.
+  // The child is not a shell, because a shell would change these settings. The C library itself ignores two signals.
   EXPECT_TRUE(run("/bin/grep", {"-E", "^Sig(Blk|Ign)", "/proc/self/status"}, openOutput()));
   signal(SIGPIPE, SIG_DFL);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -77,8 +77,8 @@ TEST_F(LinuxChildTask, NothingIsLeftOpen) {
 TEST_F(LinuxChildTask, AChildThatCannotBeWatchedIsNotLeftRunning) {
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
-  // These make `next`, and so the limit, greater than 3, the highest descriptor number that a launch passes to
-  // posix_spawn().
+  // The descriptors in `used` make `next`, and so the limit, greater than 3. posix_spawn() rejects descriptor numbers
+  // that are not below the limit, and a launch passes it numbers up to 3.
   FileDescriptor used[] = {FileDescriptor(dup(0)), FileDescriptor(dup(0))};
   auto next = FileDescriptor(dup(0)).get();
   const rlimit full{.rlim_cur = static_cast<rlim_t>(next), .rlim_max = limit.rlim_max};

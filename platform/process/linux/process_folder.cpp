@@ -56,8 +56,8 @@ bool ProcessFolder::sharesNamespace(const char* kind) const {
 
 bool ProcessFolder::isOnSafeMount(int file) const {
   const auto mount = mountOf(file);
-  // Opening fixes the mount namespace that is read. The process cannot change that by entering another user namespace
-  // afterwards, and if it entered one before, it cannot have come back.
+  // The open file keeps showing the mount namespace that the process has now, whatever the process enters afterwards. A
+  // process that has entered another user namespace cannot come back, so checking that after the opening is enough.
   auto mounts = open("mountinfo", O_RDONLY);
   if (mount.empty() || !mounts || !sharesNamespace("user")) return false;
   std::istringstream lines(readRest(mounts->get()));

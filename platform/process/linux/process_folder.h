@@ -17,11 +17,11 @@ class ProcessFolder {
   /// Opens a file in the folder, with O_CLOEXEC in addition to the given flags.
   Result<FileDescriptor> open(const char* name, int flags) const;
 
-  /// Whether the process is in the same namespace of a kind ("user", "pid") as this one.
+  /// Whether the process shares the calling process's namespace of a kind ("user", "pid").
   bool sharesNamespace(const char* kind) const;
 
   /// Whether a file is on a mount that root made and whose file system is not served by a user's process. Only mounts
-  /// in the process's mount namespace qualify, and only if the process shares this one's user namespace.
+  /// in the process's mount namespace qualify, and only if the process shares the calling process's user namespace.
   ///
   /// The kernel answers from its own tables. Asking the file itself, even with fstat(2), may block for ever on other
   /// mounts, such as an overlay over a FUSE file system that a user mounted in a private user namespace.

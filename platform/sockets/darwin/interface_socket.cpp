@@ -29,7 +29,7 @@ Result<void> allowReuseOfPort(int socket) {
 Result<void> bindToInterface(int socket, const std::string& interfaceName) {
   const int index = static_cast<int>(if_nametoindex(interfaceName.c_str()));
   if (index == 0) return lastFailure();  // 0 would remove a binding
-  sockaddr_storage own{};                // gives the family, even if unbound
+  sockaddr_storage own{};                // getsockname() reports the family even of an unbound socket
   socklen_t length = sizeof own;
   if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return lastFailure();
   const bool isIPv6 = own.ss_family == AF_INET6;

@@ -17,8 +17,7 @@ namespace platform {
 
 namespace {
 
-/// Makes the kernel keep only unfragmented UDP datagrams to the port, and of these only the ones not addressed to
-/// another machine.
+/// Makes the kernel keep only unfragmented UDP datagrams that are for this port and not addressed to another machine.
 bool setFilter(int socket, std::uint16_t port) {
   // Jumps are relative to the next instruction. A failed test jumps to the last instruction.
   std::array<sock_filter, 11> program{{

@@ -25,7 +25,8 @@ class KnownProcess {
   const std::int32_t pid;
   std::mutex mutex;  ///< held while the process is searched; protects the following
 
-  /// What a descriptor was when last looked at: the inode of a socket, noSocket or notSeen.
+  /// What a descriptor was at the last look: the inode of a socket, noSocket for any other file, or notSeen if its
+  /// number was free or has not been looked at.
   Inode before(std::size_t number) const { return number < descriptors_.size() ? descriptors_[number] : notSeen; }
   void note(std::size_t number, Inode inode);
 

@@ -1,5 +1,6 @@
-// Finds a process that holds a socket. The kernel keeps no such link, so descriptors are searched. Places seen on the
-// way are remembered and searched first, but always verified.
+// Finds a process that holds a socket. The kernel does not record which processes hold a socket, so their descriptors
+// are searched. Every place where a search sees a socket is remembered. Later searches look there first, but always
+// verify.
 #include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -107,8 +108,8 @@ class Search {
     const Directory folder(opendir("/proc"));
     auto pids = numbersIn(folder.get(), [this] { return !isOver(); });
     std::sort(pids.rbegin(), pids.rend());
-    // Processes of the sockets' users first. Each process's user is asked for only in its turn: the search may end
-    // early.
+    // The processes of the sockets' users come first. The user of a process is looked up only when its turn comes,
+    // because the search may end before.
     std::vector<std::int32_t> others;
     for (auto pid : pids) {
       if (isOver()) return;

@@ -161,8 +161,8 @@ struct ExactAnswer {
   Remote remote;
 };
 
-/// Asks for the socket that receives what arrives at the local end from the remote one or, without a remote end, for
-/// the one that listens there. Absent if there is none or no process holds it.
+/// Asks for the socket that receives what `remote` sends to `local` or, if `remote` is null, for the socket that
+/// listens at `local`. Absent if there is no such socket or no process holds it.
 std::optional<ExactAnswer> askExactly(int netlink, SocketProtocol protocol, const SocketEnd& local,
                                       const SocketEnd* remote) {
   struct {
@@ -196,7 +196,7 @@ std::optional<ExactAnswer> askExactly(int netlink, SocketProtocol protocol, cons
   return ExactAnswer{.entry = entryOf(message, header->nlmsg_len - NLMSG_HDRLEN), .remote = Remote(message)};
 }
 
-/// The socket connected from the local to the remote end.
+/// connectedSocket() through an open netlink socket. Notes the remote end if the connection is found.
 std::optional<SocketEntry> askForConnected(int netlink, SocketProtocol protocol, const SocketEnd& local,
                                            const SocketEnd& remote) {
   auto found = askExactly(netlink, protocol, local, &remote);
@@ -235,8 +235,8 @@ void visitSockets(SocketProtocol protocol, std::uint16_t port, bool onlyIPv6,
     }
     return;
   }
-  // Cheap and likely ones first. The kernel has a separate table of listeners, walks the whole table of connections,
-  // and for bound sockets walks that table and the table of ports.
+  // Cheap and likely states come first. For listeners the kernel walks a small table, for connections the whole table
+  // of connections, and for bound sockets the table of ports as well.
   for (std::uint32_t states : {listening, connected, boundInactive}) {
     if (!dump(DumpRequest<inet_diag_req>(TCPDIAG_GETSOCK, states, port), visit)) return;
   }

@@ -13,9 +13,9 @@ struct UDPPacket {
   std::span<const std::uint8_t> payload;
 };
 
-/// Finds the datagram in a packet that begins with its IP header. Bytes after the packet's end are ignored. Absent
-/// unless it is a complete, undamaged UDP datagram. `trustChecksum` skips verifying the UDP checksum, but not the IP
-/// header's.
+/// Finds the datagram in a packet that begins with its IP header. Bytes after the length that the header states are
+/// ignored. Absent unless the packet is a complete, undamaged UDP datagram. `trustChecksum` skips verifying the UDP
+/// checksum, but not the IP header's.
 std::optional<UDPPacket> readUDPPacket(std::span<const std::uint8_t> packet, bool trustChecksum);
 
 }  // namespace platform

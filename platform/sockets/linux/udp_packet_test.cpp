@@ -1,4 +1,4 @@
-// Tests exact packets, and packets that each have one wrong length or checksum.
+// Tests good packets, and packets that each have one wrong length or checksum.
 #include "platform/sockets/linux/udp_packet.h"
 
 #include <gmock/gmock.h>

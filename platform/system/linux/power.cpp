@@ -25,7 +25,7 @@ std::map<AssertionID, FileDescriptor>& inhibitors() {
 
 }  // namespace
 
-// Both types have the same effect: the idle machine stays awake, and with it its network connections.
+// The type makes no difference: with each one, the idle machine stays awake and keeps its network connections.
 Result<AssertionID> createAssertion(const std::string&, const std::string& name) {
   if (inhibitors().size() >= maximumAssertions) return failureOf(EMFILE);
   FileDescriptor inhibitor;

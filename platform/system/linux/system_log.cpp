@@ -20,8 +20,8 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/// The socket of the system log. Not syslog(3), which blocks while the socket's queue is full: if the journal is
-/// stopped or nobody reads /dev/log, this process would block at its eleventh line.
+/// The socket of the system log. syslog(3) is not used because it blocks while the socket's queue is full, for example
+/// if the journal is stopped or nobody reads /dev/log.
 class LogSocket {
  public:
   void write(const std::string& line) {
@@ -74,7 +74,7 @@ class LogSocket {
 
 }  // namespace
 
-// The journal listens on the syslog socket too, so this works with either.
+// /dev/log belongs to the journal or to a syslog daemon. Both understand this format.
 void systemLog(const std::string& line) {
   // Never destroyed, because other threads may log while the process ends.
   static auto* socket = new LogSocket;
