@@ -1,18 +1,14 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <linux/close_range.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <future>
 #include <set>
 
 #include "platform/sockets/linux/known_owners.h"
 #include "tests/support/bound_socket.h"
-#include "tests/support/eventually.h"
 #include "tests/support/this_machine.h"
 
 namespace platform {
@@ -94,21 +90,6 @@ TEST(SocketTable, AConnectionIsFoundByBothEnds) {
     EXPECT_EQ(likelySocket(near).has_value(), isTCP);
     EXPECT_FALSE(likelySocket(far)) << "a listener on the port comes first";
   }
-}
-
-TEST(SocketTable, AConnectionToOneOfTheLatestEightRemoteEndsIsFoundByItsLocalEnd) {
-  const Bound listener("0.0.0.0", SOCK_STREAM);
-  ASSERT_EQ(listen(listener.descriptor.get(), 16), 0);
-  std::vector<Bound> clients;
-  auto isFound = [&](std::size_t host) { return likelySocket(clients[host].end()).has_value(); };
-  for (std::size_t host = 0; host < 9; ++host) {
-    clients.emplace_back("127.0.0.2", SOCK_STREAM).connectTo({"127.0.1." + std::to_string(host), listener.port});
-    EXPECT_FALSE(isFound(host));
-    auto first = [](const SocketEntry&) { return false; };
-    for (int repetition : {0, 1}) visitSockets(SocketProtocol::tcp, clients[host].port, repetition == 0, first);
-  }
-  for (std::size_t host = 1; host < 9; ++host) EXPECT_TRUE(isFound(host)) << host;
-  EXPECT_FALSE(isFound(0));
 }
 
 /// A socket with a chosen descriptor number, and its entry.
@@ -213,29 +194,6 @@ TEST(SocketOwner, IsSoughtFirstWhereItIsLikely) {
   }
   EXPECT_FALSE(knownOwners().place(noSocket) || knownOwners().place(notSeen));
   EXPECT_EQ(openDescriptors(), descriptors);
-}
-
-TEST(SocketOwner, IsFoundAtOnceOnlyIfThatTakesNoTime) {
-  const auto [held, sought] = socketAt(300);
-  const auto process = know(getpid(), 0);
-  std::unique_lock searched(process->mutex);
-  EXPECT_EQ(std::async(std::launch::async, likelySocketOwner, sought).get(), std::nullopt);
-  auto thorough = std::async(std::launch::async, ownersOf, std::vector{sought});
-  EXPECT_EQ(thorough.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
-  searched.unlock();
-  EXPECT_THAT(thorough.get(), testing::ElementsAre(getpid()));
-  knownOwners().forget(getpid());
-  EXPECT_EQ(likelySocketOwner(sought), getpid());  // where it was seen
-
-  const auto [heldNext, next] = socketAt(301);
-  know(getpid(), 0);
-  EXPECT_TRUE(eventually([next = next] { return likelySocketOwner(next) == getpid(); }));
-  const rlimit limit{.rlim_cur = 16'000, .rlim_max = 16'000};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  for (int number = 400; number < 15'999; ++number) dup3(held.get(), number, O_CLOEXEC);
-  const auto [heldLast, last] = socketAt(15'999);
-  EXPECT_EQ(likelySocketOwner(last), std::nullopt);  // that would take longer
-  close_range(400, 15'998, 0);
 }
 
 TEST(SocketOwner, IsOnlyAProcessThatHoldsTheSocketNow) {
