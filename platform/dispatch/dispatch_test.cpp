@@ -6,10 +6,11 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <latch>
 #include <thread>
 #include <vector>
 
-#include "tests/support/gate.h"
+#include "tests/support/record.h"
 
 namespace platform::dispatch {
 namespace {
@@ -26,8 +27,8 @@ class DispatchDeathTest : public testing::Test {
 TEST_F(DispatchDeathTest, BusyMainQueueDelaysNoOtherQueue) {
   auto serve = [] {
     async(mainQueue(), [] {
-      Gate gate;
-      after(1ms, globalQueue(), [&gate] { gate.open(); });
+      std::latch gate(1);
+      after(1ms, globalQueue(), [&gate] { gate.count_down(); });
       gate.wait();
       after(1ms, mainQueue(), [] { std::exit(42); });
     });
@@ -86,8 +87,8 @@ TEST(Dispatch, AfterRunsByTimeAndNeverEarly) {
 /// Cancels a timer of a serial queue and waits until its handler has returned.
 void end(TimerSource& timer, const Queue& queue) {
   timer.cancel();
-  Gate done;
-  async(queue, [&] { done.open(); });
+  std::latch done(1);
+  async(queue, [&] { done.count_down(); });
   done.wait();
 }
 
@@ -108,7 +109,7 @@ TEST(Dispatch, TimersOfBothClocksRepeatOnTheirGrid) {
 TEST(Dispatch, MissedFiringsOfABusyQueueComeAsOne) {
   constexpr auto period = 5ms;
   auto queue = makeSerialQueue("test");
-  Gate gate;
+  std::latch gate(1);
   std::atomic<int> calls = 0;
   async(queue, [&] { gate.wait(); });
   const auto start = steady_clock::now();
@@ -116,7 +117,7 @@ TEST(Dispatch, MissedFiringsOfABusyQueueComeAsOne) {
   timer.resume();
   ASSERT_TRUE(eventually([&] { return steady_clock::now() >= start + 10 * period; }));
   const auto opened = steady_clock::now();
-  gate.open();
+  gate.count_down();
   ASSERT_TRUE(eventually([&] { return calls >= 4; }));
   // Ten missed firings become one call, and later calls keep to the schedule.
   EXPECT_GE(steady_clock::now() - opened, 2 * period);
@@ -125,7 +126,7 @@ TEST(Dispatch, MissedFiringsOfABusyQueueComeAsOne) {
 
 TEST(Dispatch, CancelledTimerStaysSilentEvenWhenItsFiringWaitsInTheQueue) {
   auto queue = makeSerialQueue("test");
-  Gate gate;
+  std::latch gate(1);
   Record record;
   async(queue, [&] { gate.wait(); });
   TimerSource cancelled(queue, {}, [&] { record.add(1); });
@@ -135,14 +136,14 @@ TEST(Dispatch, CancelledTimerStaysSilentEvenWhenItsFiringWaitsInTheQueue) {
   cancelled.resume();
   replaced.resume();
   other.resume();
-  Gate due;
-  after(1ms, globalQueue(), [&] { due.open(); });
+  std::latch due(1);
+  after(1ms, globalQueue(), [&] { due.count_down(); });
   due.wait();
   cancelled.cancel();
   EXPECT_FALSE(cancelled);
   cancelled.cancel();
   replaced = {};
-  gate.open();
+  gate.count_down();
   ASSERT_TRUE(record.reaches(1));
   EXPECT_THAT(record.events(), ElementsAre(3));
   EXPECT_TRUE(eventually([&] { return captured.use_count() == 1; }));

@@ -9,12 +9,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <latch>
 
 #include "platform/base/file_descriptor.h"
 #include "platform/dispatch/dispatch.h"
 #include "platform/dispatch/linux/event_loop.h"
-#include "tests/support/gate.h"
 #include "tests/support/linux/thread_count.h"
+#include "tests/support/record.h"
 #include "tests/support/this_machine.h"
 
 namespace platform::dispatch {
@@ -49,8 +50,8 @@ TEST(DispatchThreadsDeathTest, DescriptorsAreServedBetweenPiecesOfWork) {
 }
 
 TEST(DispatchThreads, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemGo) {
-  Gate gate, first;
-  async(globalQueue(), [&] { first.open(); });
+  std::latch gate(1), first(1);
+  async(globalQueue(), [&] { first.count_down(); });
   first.wait();
   sigset_t own;
   pthread_sigmask(SIG_BLOCK, nullptr, &own);
@@ -71,7 +72,7 @@ TEST(DispatchThreads, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemG
     });
   }
   EXPECT_TRUE(eventually([&] { return running == 64; }));
-  gate.open();
+  gate.count_down();
   EXPECT_TRUE(eventually([&] { return done == 100; }));
   EXPECT_EQ(tooMany, 0);
   EXPECT_EQ(signalled, 0);

@@ -1,30 +1,10 @@
-// Blocks threads in tests and records what they do.
+// Records what threads do in tests.
 #pragma once
 
-#include <condition_variable>
 #include <mutex>
 #include <vector>
 
 #include "tests/support/eventually.h"
-
-/// Blocks waiting threads until it is opened.
-class Gate {
- public:
-  void open() {
-    std::lock_guard lock(mutex_);
-    isOpen_ = true;
-    changed_.notify_all();
-  }
-  void wait() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return isOpen_; });
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool isOpen_ = false;
-};
 
 /// Records events in order.
 class Record {
