@@ -18,7 +18,8 @@
 namespace brimo {
 
 /// One thread owns the connection and enforces the time limits. Handlers run on a second thread or, in deliver(), on
-/// one of the user's, so that a slow handler delays no reply to wait(). All functions may be called on any thread.
+/// one of the application's threads. A slow handler therefore does not delay the replies that wait() waits for. All
+/// functions may be called on any thread.
 class Session {
  public:
   using ID = HelperClient::ID;

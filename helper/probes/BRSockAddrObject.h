@@ -58,7 +58,8 @@ class BRSockAddrObject {
   /// Hashes the address without the port; 0 for other families.
   std::size_t hash() const;
 
-  /// Orders by family, then address, then port. Two addresses of the same other family are equivalent.
+  /// Orders by family, then address, then port. Two addresses of the same family are equivalent if that family is
+  /// neither IPv4 nor IPv6.
   std::weak_ordering compare(const BRSockAddrObject& other) const;
   /// A null pointer comes before every address.
   std::weak_ordering compare(std::nullptr_t) const { return std::weak_ordering::greater; }

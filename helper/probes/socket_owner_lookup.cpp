@@ -77,8 +77,9 @@ struct Waiting {
   int passes = 0;
 };
 
-/// Answers the questions that one pass over all processes can answer, and those whose fifth pass it is. Returns those
-/// whose socket exists but whose owner was not found: the socket may have moved to another process during the pass.
+/// Answers the questions that one pass over all processes can answer. Answers a question that remains open after its
+/// fifth pass with "no owner". Returns the other open ones: their sockets exist, but the owners were not found, because
+/// a socket may have moved to another process during the pass.
 std::vector<Waiting> answerInOnePass(std::vector<Waiting> questions) {
   constexpr int maximumPasses = 5;
   std::vector<Waiting> asked;

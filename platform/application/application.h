@@ -18,7 +18,8 @@ namespace platform {
 void noteRunningApplication(const Process& process, std::uint32_t userID);
 
 /// Launches the application with its executable at `path`, with the remembered identity and environment. `identifier`
-/// is its bundle identifier. Main queue only. Returns at once and later calls `completion` with the outcome there.
+/// is its bundle identifier. Main queue only. Returns at once; `completion` is called later, on the main queue, with
+/// the outcome.
 void openApplication(const std::string& identifier, const std::string& path, const std::vector<std::string>& arguments,
                      std::function<void(const Result<void>& launched)> completion);
 

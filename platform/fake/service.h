@@ -26,7 +26,7 @@ class Peer {
   void sendBytes(const ipc::Data& bytes);
   Frame receive();
   bool hasHeardNothing();
-  /// Lets what the client sends from now on fail.
+  /// Makes everything that the client sends from now on fail.
   void stopReading();
   void close();
 

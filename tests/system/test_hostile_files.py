@@ -24,7 +24,7 @@ class UsersFiles(HelperTest):
 
     def test_the_image_of_a_process(self):
         server, folder = self.serve()
-        # Only its executable is outside the helper's namespaces. The helper examines a name like this one more closely.
+        # Only its executable is outside the helper's namespaces. The helper examines names that end in " (deleted)" more closely.
         process = self.start_script(f"{folder}/x (deleted)", """
 listener = socket.create_server(("127.0.0.1", 7777))
 print("listens", flush=True)

@@ -167,7 +167,7 @@ class Timers {
 
   std::mutex mutex_;
   ClockTimers monotonic_{CLOCK_MONOTONIC};
-  // CLOCK_BOOTTIME also continues during sleep, but does not change when somebody sets the clock.
+  // Not CLOCK_BOOTTIME: it also continues during sleep, but does not change when somebody sets the clock.
   ClockTimers wall_{CLOCK_REALTIME};
   bool isServed_ = false;
 };

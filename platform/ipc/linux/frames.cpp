@@ -210,7 +210,7 @@ class Decoder {
   std::span<const std::uint8_t> rest_;
 };
 
-/// Collects the bytes of a frame behind room for its length. The call operator appends a key or a value.
+/// Collects the bytes of a frame, after space reserved for its length. The call operator appends a key or a value.
 class Encoder {
  public:
   Data bytes = Data(lengthSize);

@@ -41,7 +41,8 @@ class PrivateFolder {
   /// time.
   Result<FileState> replace(const std::string& name, const std::string& text) const;
 
-  /// Removes the file with the name `second`, then gives that name to the file `name`, too, if this one exists.
+  /// Makes `second` another name of the file `name`, in place of any file that has that name. If there is no file
+  /// `name`, only removes `second`.
   Result<void> link(const std::string& name, const std::string& second) const;
 
   /// Removes a file. Does nothing if there is none.

@@ -70,7 +70,7 @@ TEST_F(PreferencesStoreTest, BelongsToItsUserAloneAndKeepsValuesUnchanged) {
   shared.link("file", "second").value();
   fs::create_symlink("second", outer / "shared/link");
   EXPECT_EQ(shared.openToWrite("link").error().number, ELOOP);
-  shared.link("file", "second").value();  // whatever failed before
+  shared.link("file", "second").value();  // replaces the existing name
   shared.remove("file").value();
   EXPECT_EQ(shared.read("second").value()->text, "text");
   EXPECT_FALSE(shared.read("file").value());

@@ -95,7 +95,7 @@ struct Remote {
   explicit Remote(const inet_diag_msg& message) : port(ntohs(message.id.idiag_dport)) {
     in6_addr bytes;
     std::memcpy(&bytes, message.id.idiag_dst, sizeof bytes);
-    const bool isMapped = IN6_IS_ADDR_V4MAPPED(&bytes);  // not in an IPv4 socket's, which ends in zeros
+    const bool isMapped = IN6_IS_ADDR_V4MAPPED(&bytes);  // false for an IPv4 socket: its last 12 bytes are zero
     if (message.idiag_family == AF_INET6 && !isMapped) family = AF_INET6;
     std::memcpy(address.data(), bytes.s6_addr + (isMapped ? 12 : 0), family == AF_INET ? 4 : 16);
   }

@@ -156,8 +156,9 @@ TEST(KnownOwners, AreTheLatest) {
   EXPECT_EQ(others[0]->before(16'384), notSeen);
 }
 
-// This process and a child of user 1001 hold the socket sought. The stage at which it is found shows in whether two
-// other sockets were looked at before: descriptor 900, a new one, and 199, which was no socket like those below it.
+// This process and a child of user 1001 hold the socket that is sought. Two other sockets show at which stage it is
+// found, by whether they were looked at before: descriptor 900 is new; descriptor 199 is recorded as no socket, as are
+// all lower ones.
 TEST(SocketOwner, IsSoughtFirstWhereItIsLikely) {
   constexpr int unknown = -1;
   const auto descriptors = openDescriptors();
@@ -169,7 +170,7 @@ TEST(SocketOwner, IsSoughtFirstWhereItIsLikely) {
     std::uint32_t user;
   };
   for (const auto& search :
-       {Search{"parent", 263, 1, 1, unknown, 1001},  // without the folder of descriptors, 64 of them are looked at
+       {Search{"parent", 263, 1, 1, unknown, 1001},  // the last of the 64 sockets that are guessed without a listing
         Search{"parent new", 264, 1, 1, 0, 1001}, Search{"parent new", 264, 1, 0, unknown, 1001},
         Search{"parent new old", 264, noSocket, 0, unknown, 1001}, Search{"child old", 264, 1, unknown, unknown, 1001},
         Search{"parent old", 264, 1, unknown, unknown, 0}}) {
@@ -211,7 +212,7 @@ TEST(SocketOwner, IsOnlyAProcessThatHoldsTheSocketNow) {
   EXPECT_TRUE(holdsSocket(getpid(), entry) && holdsSocket(pid, entry));
   EXPECT_TRUE(seemsToHoldSocket(getpid(), entry) && !seemsToHoldSocket(pid, entry));
   std::vector<std::int32_t> offered;
-  entry.userID = 1001;  // then these processes are the last, the newest first
+  entry.userID = 1001;  // so that these processes are searched last, the newest first
   findSocketOwners({&entry, 1}, [&](std::size_t, std::int32_t next) { return offered.push_back(next), false; });
   ASSERT_GE(offered.size(), 2u);
   EXPECT_THAT(std::span(offered).last(2), testing::ElementsAre(std::max(getpid(), pid), std::min(getpid(), pid)));
