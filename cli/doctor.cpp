@@ -106,7 +106,8 @@ platform::Result<std::vector<std::string>> servicesInStore() {
   return found;
 }
 
-// An application sets its proxies again when it connects, but proxies without an application stay for ever.
+// Proxies whose application is gone stay for ever, so this names the command that removes them. An application that is
+// still in use sets its proxies again when it connects.
 std::string remedyForLeftover(const std::string& service) {
   return fmt::format(
       "no client has set these proxies since the helper last started afresh; to remove them: Brimo set-proxy {} off "

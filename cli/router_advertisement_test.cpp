@@ -63,15 +63,6 @@ TEST(RouterAdvertisement, DecodesEveryOption) {
             "  search domains    lab.example net");
 }
 
-TEST(RouterAdvertisement, NeedsNoOptionsAndNamesTheInterfaceOfTheRouter) {
-  auto address = router;
-  std::uint32_t loopback = 1;
-  std::copy_n(reinterpret_cast<const std::uint8_t*>(&loopback), 4, address.begin() + 24);
-  EXPECT_EQ(routerText(*decodeRouterAdvertisement(header, address)),
-            "router fe80::1%lo\n  lifetime          1800 s\n  hop limit         64\n"
-            "  other settings    by DHCPv6");
-}
-
 TEST(RouterAdvertisement, MalformedAdvertisementsAreNotDecoded) {
   for (std::size_t size = 0; size < header.size(); ++size) {
     EXPECT_FALSE(decodeRouterAdvertisement(std::span(header).first(size), router));

@@ -158,8 +158,8 @@ void Session::finishOverdue() {
   }
 }
 
-/// Ends all requests with the error. Only those that asked the helper to end succeed, if it has ended. Returns whether
-/// there was one of these.
+/// Ends all requests with the error, except that if the helper has ended, those that asked it to end succeed. Returns
+/// whether there were any of these.
 bool Session::finishAll(const Error& error, bool helperHasEnded) {
   bool wasAskedFor = false;
   for (auto all = std::exchange(pending_, {}); auto& [id, request] : all) {

@@ -1,5 +1,5 @@
-// JSON from a hostile client: exactly those objects and arrays are accepted that Boost's own parser accepts, and they
-// survive a round trip.
+// Fuzzes JSON from a hostile client: the parser accepts exactly the objects and arrays that Boost's own parser accepts,
+// and these survive a round trip.
 #include <boost/json.hpp>
 #include <cstdlib>
 

@@ -21,7 +21,7 @@ inline constexpr Status noSuchCode = -67065;          // errSecCSNoSuchCode
 inline constexpr Status noSuchFile = -67068;          // errSecCSStaticCodeNotFound
 
 /// Checks the signature of the executable file itself, not of the resources of its bundle. The number of a failure is a
-/// Status; its sentence tells the administrator what is wrong. One thread at a time.
+/// Status; its sentence tells the administrator what is wrong. No other function of this header may run meanwhile.
 Result<void> checkFile(const std::string& path, const std::string& requirement);
 
 }  // namespace platform::code_signing

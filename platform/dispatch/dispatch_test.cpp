@@ -6,7 +6,6 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
-#include <latch>
 #include <thread>
 #include <vector>
 
@@ -27,9 +26,9 @@ class DispatchDeathTest : public testing::Test {
 TEST_F(DispatchDeathTest, BusyMainQueueDelaysNoOtherQueue) {
   auto serve = [] {
     async(mainQueue(), [] {
-      std::latch gate(1);
-      after(1ms, globalQueue(), [&gate] { gate.count_down(); });
-      gate.wait();
+      std::atomic<bool> gate = false;
+      after(1ms, globalQueue(), [&gate] { gate = true; });
+      if (!eventually([&] { return gate.load(); })) std::exit(1);
       after(1ms, mainQueue(), [] { std::exit(42); });
     });
     dispatchMain();
@@ -87,9 +86,9 @@ TEST(Dispatch, AfterRunsByTimeAndNeverEarly) {
 /// Cancels a timer of a serial queue and waits until its handler has returned.
 void end(TimerSource& timer, const Queue& queue) {
   timer.cancel();
-  std::latch done(1);
-  async(queue, [&] { done.count_down(); });
-  done.wait();
+  std::atomic<bool> done = false;
+  async(queue, [&] { done = true; });
+  EXPECT_TRUE(eventually([&] { return done.load(); }));
 }
 
 TEST(Dispatch, TimersOfBothClocksRepeatOnTheirGrid) {
@@ -109,15 +108,15 @@ TEST(Dispatch, TimersOfBothClocksRepeatOnTheirGrid) {
 TEST(Dispatch, MissedFiringsOfABusyQueueComeAsOne) {
   constexpr auto period = 5ms;
   auto queue = makeSerialQueue("test");
-  std::latch gate(1);
+  std::atomic<bool> gate = false;
   std::atomic<int> calls = 0;
-  async(queue, [&] { gate.wait(); });
+  async(queue, [&] { eventually([&] { return gate.load(); }); });
   const auto start = steady_clock::now();
   TimerSource timer(queue, {.start = period, .period = period}, [&] { ++calls; });
   timer.resume();
   ASSERT_TRUE(eventually([&] { return steady_clock::now() >= start + 10 * period; }));
   const auto opened = steady_clock::now();
-  gate.count_down();
+  gate = true;
   ASSERT_TRUE(eventually([&] { return calls >= 4; }));
   // Ten missed firings become one call, and later calls keep to the schedule.
   EXPECT_GE(steady_clock::now() - opened, 2 * period);
@@ -126,9 +125,9 @@ TEST(Dispatch, MissedFiringsOfABusyQueueComeAsOne) {
 
 TEST(Dispatch, CancelledTimerStaysSilentEvenWhenItsFiringWaitsInTheQueue) {
   auto queue = makeSerialQueue("test");
-  std::latch gate(1);
+  std::atomic<bool> gate = false;
   Record record;
-  async(queue, [&] { gate.wait(); });
+  async(queue, [&] { eventually([&] { return gate.load(); }); });
   TimerSource cancelled(queue, {}, [&] { record.add(1); });
   auto captured = std::make_shared<int>();
   TimerSource replaced(queue, {.start = 1h}, [captured] {});
@@ -136,14 +135,14 @@ TEST(Dispatch, CancelledTimerStaysSilentEvenWhenItsFiringWaitsInTheQueue) {
   cancelled.resume();
   replaced.resume();
   other.resume();
-  std::latch due(1);
-  after(1ms, globalQueue(), [&] { due.count_down(); });
-  due.wait();
+  std::atomic<bool> due = false;
+  after(1ms, globalQueue(), [&] { due = true; });
+  EXPECT_TRUE(eventually([&] { return due.load(); }));
   cancelled.cancel();
   EXPECT_FALSE(cancelled);
   cancelled.cancel();
   replaced = {};
-  gate.count_down();
+  gate = true;
   ASSERT_TRUE(record.reaches(1));
   EXPECT_THAT(record.events(), ElementsAre(3));
   EXPECT_TRUE(eventually([&] { return captured.use_count() == 1; }));

@@ -70,6 +70,11 @@ class Relaunch(MachineTest):
         self.wait_for_log(FAILED + "its user has logged out", log)
         self.assertEqual(services(), [])
 
+    def test_an_application_without_a_session_is_launched_again(self):
+        process = self.start("root", "runuser", "-u", STRANGER, self.executable)
+        print("defunct-restart", file=process.stdin, flush=True)
+        wait_until(services, "it is launched again")
+
     def test_a_start_that_fails_is_logged(self):
         self.start(STRANGER, "cat")
         process = self.launch()

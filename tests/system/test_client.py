@@ -41,10 +41,23 @@ class Lookup(HelperTest):
         self.assertEqual(read_line(process), "accepted")
         self.assertEqual(self.owner("tcp", f"127.0.0.1:{port}")["pid"], process.pid)
         self.assertEqual(self.owner("tcp", f"127.0.0.1:{own_port}")["pid"], os.getpid())
-        self.assertEqual(self.owner("tcp", f"127.0.0.1:{own_port}", f"127.0.0.1:{port}")["pid"], os.getpid())
         client.close()
         process.communicate("\n")
         self.assertEqual(self.owner("tcp", f"127.0.0.1:{own_port}"), {})  # a socket in TIME_WAIT has no owner
+
+    def test_the_other_end_tells_sockets_on_one_port_apart(self):
+        servers = [socket.create_server(("127.0.0.1", 0)) for _ in range(2)]
+        ends = [socket.socket() for _ in servers]
+        local = ("127.0.0.1", 0)
+        for end, server in zip(ends, servers):
+            end.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            end.bind(local)
+            local = end.getsockname()
+            end.connect(server.getsockname())
+        heir = self.start_program(["cat"], pass_fds=[ends[1].fileno()])
+        ends.pop().close()
+        for server, pid in zip(servers, (os.getpid(), heir.pid)):
+            self.assertEqual(self.owner("tcp", *("%s:%d" % address for address in (local, server.getsockname())))["pid"], pid)
 
     def test_other_network_namespaces_are_ignored(self):
         server = "import socket; held = socket.create_server(('', 5555)); print('listens', flush=True); input()"

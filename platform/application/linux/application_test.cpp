@@ -113,7 +113,7 @@ TEST(ApplicationLaunch, TheApplicationHasOnlyWhatBelongsToItsUser) {
   auto handler = signal(SIGUSR2, SIG_IGN);
   mode_t mask = umask(0);
 
-  // A shell would unblock signals first. Perl ignores one (0x80).
+  // Perl reports the signals, because a shell would unblock them first. Perl itself ignores one signal: SIGFPE (0x80).
   const std::string perl = R"(open STDOUT, '>', "$ARGV[1].new"; open STATUS, '/proc/self/status'; $| = 1;
       print alarm(0), "\n", grep(/Sig(Blk|Ign)/, <STATUS>); close STATUS; exec '/bin/sh', '-c', @ARGV)";
   const std::string pid = std::to_string(getpid()), report = folder / "report",

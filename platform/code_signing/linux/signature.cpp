@@ -82,7 +82,7 @@ bool readCodeDirectory(std::string_view text, CodeSignature& signature) {
   try {
     const auto directory = boost::json::parse({text.data(), text.size()});
     signature.identifier = directory.at("identifier").as_string();
-    signature.payloadSize = directory.at("size").to_number<std::uint64_t>();
+    signature.payloadSize = static_cast<std::uint64_t>(directory.at("size").as_int64());
     signature.payloadSHA256 = directory.at("sha256").as_string();
     return directory.as_object().size() == 3 && signature.payloadSHA256.size() == 64 &&
            signature.payloadSHA256.find_first_not_of("0123456789abcdef") == std::string::npos;

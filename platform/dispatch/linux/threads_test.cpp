@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <latch>
 
 #include "platform/base/file_descriptor.h"
 #include "platform/dispatch/dispatch.h"
@@ -50,9 +49,9 @@ TEST(DispatchThreadsDeathTest, DescriptorsAreServedBetweenPiecesOfWork) {
 }
 
 TEST(DispatchThreads, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemGo) {
-  std::latch gate(1), first(1);
-  async(globalQueue(), [&] { first.count_down(); });
-  first.wait();
+  std::atomic<bool> gate = false, first = false;
+  async(globalQueue(), [&] { first = true; });
+  EXPECT_TRUE(eventually([&] { return first.load(); }));
   sigset_t own;
   pthread_sigmask(SIG_BLOCK, nullptr, &own);
   EXPECT_FALSE(sigismember(&own, SIGTERM));
@@ -66,13 +65,13 @@ TEST(DispatchThreads, GlobalQueueRuns64AtOnceOnThreadsWithoutSignalsAndLetsThemG
       for (int signal : {SIGTERM, SIGINT, SIGCHLD, SIGUSR1}) {
         if (!sigismember(&blocked, signal)) ++signalled;
       }
-      gate.wait();
+      eventually([&] { return gate.load(); });
       --running;
       ++done;
     });
   }
   EXPECT_TRUE(eventually([&] { return running == 64; }));
-  gate.count_down();
+  gate = true;
   EXPECT_TRUE(eventually([&] { return done == 100; }));
   EXPECT_EQ(tooMany, 0);
   EXPECT_EQ(signalled, 0);

@@ -44,7 +44,7 @@ class ClientChannelTest : public testing::Test {
   ClientChannel channel;
   std::mutex mutex;
   std::unique_lock<std::mutex> lock{mutex};
-  const Dictionary large{{"k", Data(1'000'000)}};  // more than a socket holds
+  const Dictionary large{{"k", Data(16'000'000)}};  // more than a socket holds
 };
 
 TEST_F(ClientChannelTest, SendsWhatFitsAndTheRestWhileItWaits) {
@@ -83,6 +83,15 @@ TEST_F(ClientChannelTest, RepliesBeforeTheEndArrive) {
   EXPECT_EQ(next(), "1");
   EXPECT_EQ(next(), "2");
   EXPECT_EQ(next(), "the helper has closed the connection");
+
+  // A flood ends the turn after one read, so that others can use the channel.
+  const Data reply{0, 0, 0, 3, 0x82, 1, 0xA0};
+  Data flood;
+  while (flood.size() < 100'000) flood.insert(flood.end(), reply.begin(), reply.end());
+  connect().sendBytes(flood);
+  EXPECT_TRUE(isWoken());
+  for (auto rest = flood.size() / reply.size(); channel.next(); --rest) ASSERT_GT(rest, 1u);
+  channel.close();
   connect().sendBytes({0, 0, 0, 1, 0xFF});
   EXPECT_EQ(next(), "the helper's answers are malformed");
 }

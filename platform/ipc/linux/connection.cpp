@@ -153,7 +153,8 @@ Message Connection::Implementation::messageOf(Frame frame) {
 }
 
 void Connection::Implementation::terminate() {
-  // No event follows, so the handler is taken out. The handler may own this connection, so it lives until it returns.
+  // No event follows, so the handler is taken out. The handler may own this connection, so the local variable keeps the
+  // handler alive until its call has returned.
   if (auto handler = std::exchange(handler_, nullptr)) {
     (*handler)(Error{.kind = Error::Kind::terminationImminent, .description = "Termination imminent"});
   }

@@ -157,15 +157,15 @@ TEST(KnownOwners, AreTheLatest) {
 }
 
 // This process and a child of user 1001 hold the socket that is sought. Two other sockets show at which stage it is
-// found, by whether they were looked at before: descriptor 900 is new; descriptor 199 is recorded as no socket, as are
-// all lower ones.
+// found, because the stages before that have looked at them or have not: descriptor 400 is new; descriptor 199 and all
+// lower ones are recorded as no sockets.
 TEST(SocketOwner, IsSoughtFirstWhereItIsLikely) {
   constexpr int unknown = -1;
   const auto descriptors = openDescriptors();
   struct Search {
     std::string found;
     int number;
-    Inode before;             // what the descriptor was; those from 200 to it were sockets
+    Inode before;             // what the descriptor is recorded as; those from 200 up to it are recorded as sockets
     int group, groupOfChild;  // the control groups in which the processes are known; the socket's is 1
     std::uint32_t user;
   };
@@ -176,7 +176,7 @@ TEST(SocketOwner, IsSoughtFirstWhereItIsLikely) {
         Search{"parent old", 264, 1, unknown, unknown, 0}}) {
     auto [held, sought] = socketAt(search.number);
     const auto [heldOld, old] = socketAt(199);
-    const auto [heldNew, added] = socketAt(900);
+    const auto [heldNew, added] = socketAt(400);
     const Child child(1001);
     auto parent = know(getpid(), search.group == 1);
     for (int number = 0; number < search.number; ++number) parent->note(number, number < 200 ? noSocket : 1);
