@@ -155,7 +155,7 @@ TEST_F(CodeSignatureTest, TheCodeDirectoryMustBeOfItsForm) {
        {"{}", "[]", "not JSON", R"({"identifier": 1, "size": 0, "sha256": "e3b0%"})",
         R"({"identifer": "x", "size": 0, "sha256": "e3b0%"})", R"({"identifier": "x", "Size": 0, "sha256": "e3b0%"})",
         R"({"identifier": "x", "size": 0, "sha512": "e3b0%"})", R"({"identifier": "x", "size": 0, "sha256": 0})",
-        R"({"identifier": "x", "size": "0", "sha256": "e3b0%"})",
+        R"({"identifier": "x", "size": 0.0, "sha256": "e3b0%"})",
         R"({"identifier": "x", "size": 1, "sha256": "e3b0%"})", R"({"identifier": "x", "size": -1, "sha256": "e3b0%"})",
         R"({"identifier": "x", "size": 0, "sha256": "E3b0%"})", R"({"identifier": "x", "size": 0, "sha256": "3b0%"})",
         R"({"identifier": "x", "size": 0, "more": 1, "sha256": "e3b0%"})"}) {
